@@ -1,0 +1,49 @@
+# How every target of the tree is built, and the functions by which a folder declares itself.
+
+set( CMAKE_CXX_STANDARD 20 )
+set( CMAKE_CXX_STANDARD_REQUIRED ON )
+set( CMAKE_CXX_EXTENSIONS OFF )
+set( CMAKE_POSITION_INDEPENDENT_CODE ON )
+set( CMAKE_EXPORT_COMPILE_COMMANDS ON )
+if( NOT CMAKE_BUILD_TYPE )
+   set( CMAKE_BUILD_TYPE Release )
+endif()
+
+find_program( VALEN_CCACHE ccache )
+if( VALEN_CCACHE )
+   set( CMAKE_CXX_COMPILER_LAUNCHER "${VALEN_CCACHE}" )
+endif()
+
+add_library( valen_flags INTERFACE )
+target_compile_options( valen_flags INTERFACE
+   -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor -Woverloaded-virtual -Werror
+   # Assertions and traces name files as the tree does, wherever it was built.
+   "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/src/=" )
+target_include_directories( valen_flags INTERFACE "${CMAKE_SOURCE_DIR}/src" )
+if( VALEN_SANITIZE )
+   target_compile_options( valen_flags INTERFACE
+      -fsanitize=${VALEN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer )
+   target_link_options( valen_flags INTERFACE -fsanitize=${VALEN_SANITIZE} )
+endif()
+if( VALEN_COVERAGE )
+   target_compile_options( valen_flags INTERFACE --coverage -O0 )
+   target_link_options( valen_flags INTERFACE --coverage )
+endif()
+
+# valen_folder( NAME source... [DEPENDS folder...] )
+# The sources of one folder under src/, as the object library valen_NAME. What it depends on is
+# what it may include; the test "layers" holds it to that.
+function( valen_folder name )
+   cmake_parse_arguments( arg "" "" "DEPENDS" ${ARGN} )
+   add_library( valen_${name} OBJECT ${arg_UNPARSED_ARGUMENTS} )
+   target_link_libraries( valen_${name} PUBLIC valen_flags )
+   set_property( TARGET valen_${name} PROPERTY VALEN_DEPENDS "${arg_DEPENDS}" )
+endfunction()
+
+# valen_objects( TARGET folder... )
+# Links the objects of the named folders into TARGET.
+function( valen_objects target )
+   foreach( folder ${ARGN} )
+      target_link_libraries( ${target} PRIVATE valen_${folder} )
+   endforeach()
+endfunction()

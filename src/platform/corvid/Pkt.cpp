@@ -1,0 +1,36 @@
+#include "platform/corvid/Pkt.h"
+
+#include <algorithm>
+
+namespace Corvid {
+
+void Pkt::stringValueIs( Quill::String bytes, bool /* flag */ ) {
+   bytes_ = std::move( bytes );
+}
+
+Quill::Ptr< Pkt > Pkt::Manager::newPkt() {
+   // A packet lives for one send, so the first place looked at is nearly always free.
+   for ( std::size_t tries = 0; tries < pool_.size(); ++tries ) {
+      auto const & pkt = pool_[ next_ ];
+      if ( pkt->refs() == 1 ) {
+         pkt->stringValueIs( Quill::String(), false );
+         return pkt;
+      }
+      next_ = ( next_ + 1 ) % pool_.size();
+   }
+   next_ = pool_.size();
+   pool_.push_back( Quill::make< Pkt >() );
+   return pool_.back();
+}
+
+void Pkt::Manager::trim() noexcept {
+   std::erase_if( pool_, []( auto const & pkt ) { return pkt->refs() == 1; } );
+   next_ = 0;
+}
+
+Pkt::Manager & globalPktManager() noexcept {
+   static Pkt::Manager manager;
+   return manager;
+}
+
+} // namespace Corvid

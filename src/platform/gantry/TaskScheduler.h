@@ -1,0 +1,118 @@
+// Gantry: one-shot timer tasks on an explicit clock.
+//
+// The scheduler is plain C++ and never sleeps: who drives it asks for nextDeadline(), waits by
+// whatever means it has, and calls runDue(). Tests turn the clock by hand.
+#pragma once
+
+#include "platform/quill/Attributes.h"
+
+#include <chrono>
+#include <optional>
+#include <vector>
+
+namespace Gantry {
+
+// Time on the scheduler's clock, since that clock's own start.
+using Time = std::chrono::nanoseconds;
+
+class Clock {
+ public:
+   virtual ~Clock() = default;
+   virtual Time now() const noexcept = 0; // never goes back
+};
+
+// Tasks due at the same time run in order of priority, the lowest number first; then in the order
+// in which they were armed.
+enum class TaskPriority : U8 {};
+
+class TimerTask;
+
+// What timer tasks run on.
+class TaskScheduler : public Quill::PtrInterface {
+   QUILL_TRACKED( Gantry::TaskScheduler )
+ public:
+   // `clock` must outlive the scheduler.
+   explicit TaskScheduler( Clock const & clock ) : clock_( &clock ) {}
+
+   Time now() const noexcept { return clock_->now(); }
+   // When the earliest armed task is due; nothing when none is armed.
+   std::optional< Time > nextDeadline() const noexcept;
+   // Runs every task whose deadline is not after the clock's time at the call, by deadline, then by
+   // priority. A task armed meanwhile waits for the next call. Returns how many ran.
+   U32 runDue();
+   U32 armedTasks() const noexcept { return static_cast< U32 >( heap_.size() ); }
+
+ protected:
+   ~TaskScheduler() override;
+   void clockIs( Clock const & clock ) noexcept { clock_ = &clock; }
+
+ private:
+   friend class TimerTask;
+
+   static bool before( TimerTask const & a, TimerTask const & b ) noexcept;
+   void arm( TimerTask & task, Time deadline );
+   void disarm( TimerTask & task ) noexcept;
+   void place( TimerTask & task, U32 position ) noexcept;
+   void siftUp( U32 position ) noexcept;
+   void siftDown( U32 position ) noexcept;
+
+   Clock const * clock_;
+   std::vector< TimerTask * > heap_; // earliest first; each task knows its position
+   U64 armings_ = 0;
+};
+
+// The process's scheduler.
+class TaskSchedulerRoot final : public TaskScheduler {
+ public:
+   // The one scheduler of the process, made at the first call and kept alive by its handles; on the
+   // monotonic clock until another is set.
+   static Quill::Ptr< TaskSchedulerRoot > findOrCreateScheduler();
+
+   // Puts the scheduler on another clock, which must outlive it. Only while no task is armed.
+   void schedulerClockIs( Clock const & clock );
+
+ private:
+   friend Quill::Ptr< TaskSchedulerRoot > Quill::make< TaskSchedulerRoot >();
+   TaskSchedulerRoot();
+   ~TaskSchedulerRoot() override;
+};
+
+// A one-shot timer. An entity: its run is told as a change of `taskRun`, on the agent's thread,
+// while taskCurrentlyRunning() is true.
+class TimerTask final : public Quill::Entity {
+   QUILL_ENTITY( Gantry::TimerTask )
+ public:
+   TimerTask( Quill::Ptr< TaskScheduler > scheduler, TaskPriority priority, Quill::String name );
+   ~TimerTask() override; // unschedules
+
+   QUILL_PARAMETER( Quill::Ptr< TaskScheduler >, scheduler )
+   QUILL_PARAMETER( TaskPriority, priority )
+   QUILL_PARAMETER( Quill::String, name )
+   QUILL_SINGLE( U32, taskRun ) // how often the task ran
+
+ public:
+   // Arms the task to run once, `seconds` from now (0 or less: at the next turn). A task that is
+   // armed already is armed anew.
+   void scheduleTaskDelay( double seconds );
+   // Disarms; no effect on a task that is not armed.
+   void unscheduleTask() noexcept;
+
+   bool taskScheduled() const noexcept { return position_ != idle; }
+   // When the task is due; meaningful only while taskScheduled().
+   Time deadline() const noexcept { return deadline_; }
+   // Whether the handlers of its run are on the stack.
+   bool taskCurrentlyRunning() const noexcept { return running_; }
+
+ private:
+   friend class TaskScheduler;
+   static constexpr U32 idle = ~0u;
+
+   void run();
+
+   Time deadline_{};
+   U64 arming_ = 0;
+   U32 position_ = idle; // in the scheduler's heap
+   bool running_ = false;
+};
+
+} // namespace Gantry

@@ -1,0 +1,314 @@
+// The keyed collections of entities and reactors.
+//
+//   Members< M, &M::key >   reference-counted members that carry their own key; owns one handle each
+//   Map< K, V >             plain values or handles under an outside key
+//   Set< K >                keys alone
+//
+// Look-up and insertion take constant time on average; a key brings its own hash. A walk (range-for
+// over the collection) visits in order of insertion and survives anything: see WalkList.h. What a
+// walk yields is pinned or copied, so the loop body may delete it. None of these notifies; that is
+// the business of the entity that holds them (Attributes.h).
+#pragma once
+
+#include "platform/quill/Ptr.h"
+#include "platform/quill/WalkList.h"
+
+#include <memory>
+#include <optional>
+#include <type_traits>
+#include <utility>
+
+namespace Quill {
+
+template < class K > U64 hashOf( K const & key ) noexcept {
+   if constexpr ( requires { key.hash(); } ) {
+      return key.hash();
+   } else if constexpr ( std::is_integral_v< K > || std::is_enum_v< K > ) {
+      auto const mixed = static_cast< U64 >( key ) * 0x9e3779b97f4a7c15u;
+      return mixed ^ ( mixed >> 32 );
+   } else { // a handle: by identity
+      auto const mixed = reinterpret_cast< U64 >( key.get() ) * 0x9e3779b97f4a7c15u;
+      return mixed ^ ( mixed >> 32 );
+   }
+}
+
+// An element of a hash table: a place in its order and in its bucket.
+class TableHook : public WalkHook {
+ private:
+   template < class, class, class > friend class HashTable;
+   TableHook * chain_ = nullptr;
+};
+
+// The table under all three collections: elements of type E (derived from TableHook) found by a
+// key that KeyOf reads from the element. Owns nothing but its buckets. Small tables have none: they
+// are searched in order.
+template < class E, class K, class KeyOf > class HashTable {
+ public:
+   HashTable() = default;
+   HashTable( HashTable const & ) = delete;
+   HashTable & operator=( HashTable const & ) = delete;
+
+   U32 count() const noexcept { return count_; }
+   WalkList const & order() const noexcept { return order_; }
+   E * first() const noexcept { return static_cast< E * >( order_.head() ); }
+
+   E * find( K const & key ) const noexcept {
+      if ( !buckets_ ) {
+         for ( auto * hook = order_.head(); hook; hook = WalkList::after( *hook ) ) {
+            auto * const element = static_cast< E * >( hook );
+            if ( KeyOf()( *element ) == key ) {
+               return element;
+            }
+         }
+         return nullptr;
+      }
+      for ( auto * hook = bucket( key ); hook; hook = hook->chain_ ) {
+         auto * const element = static_cast< E * >( hook );
+         if ( KeyOf()( *element ) == key ) {
+            return element;
+         }
+      }
+      return nullptr;
+   }
+
+   // Requires that the element's key is not there yet.
+   void insert( E & element ) {
+      if ( count_ >= capacity() ) {
+         grow();
+      }
+      order_.append( element );
+      ++count_;
+      if ( buckets_ ) {
+         link( element );
+      }
+   }
+
+   void remove( E & element ) noexcept {
+      if ( buckets_ ) {
+         auto ** place = &bucket( KeyOf()( element ) );
+         while ( *place != &element ) {
+            place = &( *place )->chain_;
+         }
+         *place = element.TableHook::chain_;
+      }
+      order_.remove( element );
+      --count_;
+   }
+
+ private:
+   static constexpr U32 smallCount = 8;
+
+   U32 capacity() const noexcept { return buckets_ ? mask_ + 1 : smallCount; }
+   TableHook *& bucket( K const & key ) const noexcept { return buckets_[ hashOf( key ) & mask_ ]; }
+
+   void link( E & element ) noexcept {
+      auto *& head = bucket( KeyOf()( element ) );
+      element.TableHook::chain_ = head;
+      head = &element;
+   }
+
+   void grow() {
+      U32 const size = capacity() * 2;
+      buckets_ = std::make_unique< TableHook *[] >( size );
+      mask_ = size - 1;
+      for ( auto * hook = order_.head(); hook; hook = WalkList::after( *hook ) ) {
+         link( *static_cast< E * >( hook ) );
+      }
+   }
+
+   WalkList order_;
+   std::unique_ptr< TableHook *[] > buckets_;
+   U32 mask_ = 0;
+   U32 count_ = 0;
+};
+
+// The walk of a range-for. `Pin` makes what the loop body gets from the element, and keeps it safe
+// while the body runs. Neither copied nor moved: the collection knows its address.
+template < class E, class Pin > class WalkIterator {
+ public:
+   using value_type = Pin;
+
+   explicit WalkIterator( WalkList const & list ) : walk_( list ) { advance(); }
+
+   Pin const & operator*() const noexcept { return *pinned_; }
+   Pin const * operator->() const noexcept { return &*pinned_; }
+   WalkIterator & operator++() {
+      advance();
+      return *this;
+   }
+   bool operator==( std::nullptr_t ) const noexcept { return !pinned_.has_value(); }
+
+ private:
+   void advance() {
+      pinned_.reset(); // may destroy what was visited, which may change the list: before next()
+      if ( auto * const hook = walk_.next() ) {
+         pinned_.emplace( *static_cast< E * >( hook ) );
+      }
+   }
+
+   Walk walk_;
+   std::optional< Pin > pinned_;
+};
+
+// Base of everything that a Members collection can hold.
+class Member : public PtrInterface, public TableHook {
+ protected:
+   Member() = default;
+};
+
+template < class M, auto key > class Members {
+ public:
+   using Key = std::remove_cvref_t< decltype( ( std::declval< M const & >().*key )() ) >;
+
+   Members() = default;
+   ~Members() { clear(); }
+
+   Ptr< M > find( Key const & k ) const noexcept { return Ptr< M >( table_.find( k ) ); }
+   bool has( Key const & k ) const noexcept { return table_.find( k ) != nullptr; }
+   U32 count() const noexcept { return table_.count(); }
+
+   // Requires that no member of that key is there.
+   void insert( Ptr< M > member ) {
+      table_.insert( *member );
+      member.release();
+   }
+   // Takes the member out and returns the collection's handle to it; null when there was none.
+   Ptr< M > remove( Key const & k ) noexcept {
+      auto * const member = table_.find( k );
+      if ( !member ) {
+         return nullptr;
+      }
+      table_.remove( *member );
+      return Ptr< M >::adopt( member );
+   }
+   void clear() noexcept {
+      while ( auto * const member = table_.first() ) {
+         table_.remove( *member );
+         Ptr< M >::adopt( member );
+      }
+   }
+
+   struct Pin : Ptr< M > {
+      explicit Pin( M & member ) : Ptr< M >( &member ) {}
+   };
+   WalkIterator< M, Pin > begin() const { return WalkIterator< M, Pin >( table_.order() ); }
+   std::nullptr_t end() const noexcept { return nullptr; }
+
+ private:
+   struct KeyOf {
+      Key operator()( M const & member ) const noexcept { return ( member.*key )(); }
+   };
+   HashTable< M, Key, KeyOf > table_;
+};
+
+template < class K, class V > class Map {
+ public:
+   Map() = default;
+   ~Map() { clear(); }
+
+   // The value under `key`; null when there is none. Valid until the map changes.
+   V const * find( K const & key ) const noexcept {
+      auto * const entry = table_.find( key );
+      return entry ? &entry->value : nullptr;
+   }
+   bool has( K const & key ) const noexcept { return table_.find( key ) != nullptr; }
+   U32 count() const noexcept { return table_.count(); }
+
+   // Returns whether this changed the map.
+   bool set( K const & key, V value ) {
+      if ( auto * const entry = table_.find( key ) ) {
+         if ( entry->value == value ) {
+            return false;
+         }
+         entry->value = std::move( value );
+         return true;
+      }
+      table_.insert( *std::make_unique< Entry >( key, std::move( value ) ).release() );
+      return true;
+   }
+   bool remove( K const & key ) noexcept {
+      auto * const entry = table_.find( key );
+      if ( !entry ) {
+         return false;
+      }
+      table_.remove( *entry );
+      delete entry;
+      return true;
+   }
+   void clear() noexcept {
+      while ( auto * const entry = table_.first() ) {
+         table_.remove( *entry );
+         delete entry;
+      }
+   }
+
+   struct Entry : TableHook {
+      Entry( K k, V v ) : key( std::move( k ) ), value( std::move( v ) ) {}
+      K key;
+      V value;
+   };
+   struct Pin {
+      explicit Pin( Entry const & entry ) : key( entry.key ), value( entry.value ) {}
+      K key;
+      V value;
+   };
+   WalkIterator< Entry, Pin > begin() const { return WalkIterator< Entry, Pin >( table_.order() ); }
+   std::nullptr_t end() const noexcept { return nullptr; }
+
+ private:
+   struct KeyOf {
+      K const & operator()( Entry const & entry ) const noexcept { return entry.key; }
+   };
+   HashTable< Entry, K, KeyOf > table_;
+};
+
+template < class K > class Set {
+ public:
+   Set() = default;
+   ~Set() { clear(); }
+
+   bool has( K const & key ) const noexcept { return table_.find( key ) != nullptr; }
+   U32 count() const noexcept { return table_.count(); }
+
+   // Both return whether this changed the set.
+   bool insert( K const & key ) {
+      if ( has( key ) ) {
+         return false;
+      }
+      table_.insert( *std::make_unique< Entry >( key ).release() );
+      return true;
+   }
+   bool remove( K const & key ) noexcept {
+      auto * const entry = table_.find( key );
+      if ( !entry ) {
+         return false;
+      }
+      table_.remove( *entry );
+      delete entry;
+      return true;
+   }
+   void clear() noexcept {
+      while ( auto * const entry = table_.first() ) {
+         table_.remove( *entry );
+         delete entry;
+      }
+   }
+
+   struct Entry : TableHook {
+      explicit Entry( K k ) : key( std::move( k ) ) {}
+      K key;
+   };
+   struct Pin : K {
+      explicit Pin( Entry const & entry ) : K( entry.key ) {}
+   };
+   WalkIterator< Entry, Pin > begin() const { return WalkIterator< Entry, Pin >( table_.order() ); }
+   std::nullptr_t end() const noexcept { return nullptr; }
+
+ private:
+   struct KeyOf {
+      K const & operator()( Entry const & entry ) const noexcept { return entry.key; }
+   };
+   HashTable< Entry, K, KeyOf > table_;
+};
+
+} // namespace Quill

@@ -1,0 +1,37 @@
+#include "platform/quill/Entity.h"
+
+#include "platform/quill/Fault.h"
+
+namespace Quill {
+
+void NotifieeBase::watch( Ptr< Entity const > entity ) noexcept {
+   if ( watched_ ) {
+      watched_->notifiees_.remove( *this );
+   }
+   if ( entity ) {
+      entity->notifiees_.append( *this );
+   }
+   // Last: letting go of the old entity may destroy it.
+   watched_ = std::move( entity );
+}
+
+void Entity::deliver( AttrId attributeId, void const * key ) const {
+   // The last watcher to leave may take the entity along, so nothing here touches a member once
+   // the walk has begun; the walk itself knows when its list dies.
+   Walk walk( notifiees_ );
+   while ( auto * const hook = walk.next() ) {
+      auto & notifiee = static_cast< NotifieeBase & >( *hook );
+      if ( notifiee.silence_ ) {
+         continue;
+      }
+      try {
+         notifiee.onAttribute( attributeId, key );
+      } catch ( ... ) {
+         // Reactors contain their own faults and name themselves (Watch.h); here ends a bare
+         // notifiee's, which may be gone by now.
+         reportFault( "notifiee", "", "" );
+      }
+   }
+}
+
+} // namespace Quill

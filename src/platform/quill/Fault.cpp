@@ -1,0 +1,56 @@
+#include "platform/quill/Fault.h"
+
+#include "platform/quill/Assert.h"
+
+#include <utility>
+
+namespace Quill {
+
+namespace {
+
+FaultSink * sink = nullptr;
+U64 faultCount = 0;
+
+std::string exceptionText( std::exception_ptr const & exception ) {
+   try {
+      std::rethrow_exception( exception );
+   } catch ( std::exception const & e ) {
+      return e.what();
+   } catch ( ... ) {
+      return "exception of an unknown type";
+   }
+}
+
+} // namespace
+
+std::string Fault::message() const {
+   std::string message = "fault in " + reactor;
+   if ( !attribute.empty() ) {
+      message += " on " + attribute;
+   }
+   if ( !key.empty() ) {
+      message += " " + key;
+   }
+   return message + ": " + text;
+}
+
+FaultSink * faultSinkIs( FaultSink * newSink ) noexcept {
+   return std::exchange( sink, newSink );
+}
+
+U64 faults() noexcept {
+   return faultCount;
+}
+
+void reportFault( std::string reactor, std::string attribute, std::string key ) {
+   auto const exception = std::current_exception();
+   ++faultCount;
+   Fault const fault{ std::move( reactor ), std::move( attribute ), std::move( key ),
+                      exceptionText( exception ), exception };
+   if ( !sink ) {
+      abortWith( fault.message().c_str() );
+   }
+   sink->fault( fault );
+}
+
+} // namespace Quill

@@ -1,0 +1,36 @@
+#include "platform/quill/Reflection.h"
+
+#include "platform/quill/Entity.h"
+#include "platform/quill/Exception.h"
+
+#include <algorithm>
+#include <cstdio>
+
+namespace Quill {
+
+std::string displayAddress( void const * address ) {
+   if ( !address ) {
+      return "null";
+   }
+   char text[ 24 ];
+   std::snprintf( text, sizeof text, "%p", address );
+   return text;
+}
+
+void valueMismatch( char const * expected ) {
+   throw RangeException( std::string( "value is not " ) + expected );
+}
+
+Attribute const * EntityType::attribute( std::string_view wanted ) const noexcept {
+   auto const found = std::find_if( attributes.begin(), attributes.end(),
+                                    [ & ]( auto const & a ) { return a.name == wanted; } );
+   return found == attributes.end() ? nullptr : &*found;
+}
+
+Attribute const * EntityType::attribute( AttrId wanted ) const noexcept {
+   auto const found = std::find_if( attributes.begin(), attributes.end(),
+                                    [ & ]( auto const & a ) { return a.id == wanted; } );
+   return found == attributes.end() ? nullptr : &*found;
+}
+
+} // namespace Quill

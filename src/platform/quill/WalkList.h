@@ -1,0 +1,129 @@
+// A doubly linked list that may change in any way while it is walked.
+//
+// Watchers of an entity and members of a collection stand in such lists. A walk sees each element
+// that is there from its start to the moment its turn comes exactly once; one removed before its
+// turn is not seen, nor is one added after the walk began; the list itself may be destroyed, which
+// ends the walk. Walks nest. Neither walking nor changing allocates.
+#pragma once
+
+#include "platform/quill/Int.h"
+
+#include <utility>
+
+namespace Quill {
+
+class WalkList;
+
+// What an element derives from; it stands in one list at a time and must leave it before it dies.
+class WalkHook {
+ public:
+   WalkHook( WalkHook const & ) = delete;
+   WalkHook & operator=( WalkHook const & ) = delete;
+
+ protected:
+   WalkHook() = default;
+   ~WalkHook() = default;
+
+ private:
+   friend class WalkList;
+   friend class Walk;
+   WalkHook * previous_ = nullptr;
+   WalkHook * next_ = nullptr;
+};
+
+// One pass over a list, on the stack of who walks.
+class Walk {
+ public:
+   explicit Walk( WalkList const & list ) noexcept;
+   ~Walk();
+   Walk( Walk const & ) = delete;
+   Walk & operator=( Walk const & ) = delete;
+
+   // The next element, null at the end. The element may be removed or destroyed once returned.
+   WalkHook * next() noexcept {
+      auto * const element = next_;
+      if ( element ) {
+         next_ = element == last_ ? nullptr : element->next_;
+      }
+      return element;
+   }
+
+ private:
+   friend class WalkList;
+   WalkList const * list_; // null when the list died
+   WalkHook * next_;
+   WalkHook * last_; // the last element at the start of the walk that is still there
+   Walk * outer_;
+};
+
+class WalkList {
+ public:
+   WalkList() = default;
+   ~WalkList() {
+      for ( auto * walk = walks_; walk; walk = walk->outer_ ) {
+         walk->list_ = nullptr;
+         walk->next_ = nullptr;
+      }
+   }
+   WalkList( WalkList const & ) = delete;
+   WalkList & operator=( WalkList const & ) = delete;
+
+   bool empty() const noexcept { return !head_; }
+   WalkHook * head() const noexcept { return head_; }
+   static WalkHook * after( WalkHook const & element ) noexcept { return element.next_; }
+
+   void append( WalkHook & element ) noexcept {
+      element.previous_ = tail_;
+      element.next_ = nullptr;
+      ( tail_ ? tail_->next_ : head_ ) = &element;
+      tail_ = &element;
+   }
+
+   void remove( WalkHook & element ) noexcept {
+      for ( auto * walk = walks_; walk; walk = walk->outer_ ) {
+         leave( *walk, element );
+      }
+      ( element.previous_ ? element.previous_->next_ : head_ ) = element.next_;
+      ( element.next_ ? element.next_->previous_ : tail_ ) = element.previous_;
+      element.previous_ = element.next_ = nullptr;
+   }
+
+ private:
+   friend class Walk;
+
+   // What lies ahead of a walk is the stretch from next_ to last_; take `element` out of it.
+   static void leave( Walk & walk, WalkHook const & element ) noexcept {
+      bool const isNext = walk.next_ == &element;
+      if ( walk.last_ == &element ) {
+         walk.last_ = element.previous_;
+         if ( isNext ) {
+            walk.next_ = nullptr;
+         }
+      } else if ( isNext ) {
+         walk.next_ = element.next_;
+      }
+   }
+
+   WalkHook * head_ = nullptr;
+   WalkHook * tail_ = nullptr;
+   mutable Walk * walks_ = nullptr; // innermost first
+};
+
+inline Walk::Walk( WalkList const & list ) noexcept
+    : list_( &list ), next_( list.head_ ), last_( list.tail_ ),
+      outer_( std::exchange( list.walks_, this ) ) {}
+
+inline Walk::~Walk() {
+   if ( !list_ ) {
+      return;
+   }
+   // Walks end in the reverse order of their beginning, but for iterators that a caller keeps.
+   for ( auto ** link = &list_->walks_; *link; link = &( *link )->outer_ ) {
+      if ( *link == this ) {
+         *link = outer_;
+         return;
+      }
+   }
+}
+
+} // namespace Quill

@@ -1,0 +1,66 @@
+// Quill::Watch: a reactor's nested notifiee on one entity, which names in one place the attributes
+// it reacts to and the handler that each calls:
+//
+//   Quill::Watch< ConfigSm, AllIntf,
+//                 Quill::On< AllIntf::intfMessageAttr, &ConfigSm::handleIntfMessage > > allIntf_;
+//
+// A handler of a collection takes the key of the change, by value; a change that carries no key
+// does not call it. Other handlers take nothing.
+#pragma once
+
+#include "platform/quill/Fault.h"
+#include "platform/quill/Reactor.h"
+
+#include <type_traits>
+
+namespace Quill {
+
+// Calls `handler` (a member function of the owner) when the attribute of tag `Attr` changes.
+template < class Attr, auto handler > struct On {
+   static constexpr AttrId id = Attr::id;
+
+   template < class Owner > static void call( Owner & owner, void const * key ) {
+      if constexpr ( std::is_void_v< typename Attr::Key > ) {
+         ( owner.*handler )();
+      } else if ( key ) {
+         ( owner.*handler )( *static_cast< typename Attr::Key const * >( key ) );
+      }
+   }
+};
+
+template < class Owner, class T, class... Ons >
+class Watch final : public NotifieeOf< T >, private NestedNotifiee {
+ public:
+   // Watches `entity` for `owner`, whose member this is; null watches nothing.
+   Watch( Owner & owner, Ptr< T > entity ) noexcept : NestedNotifiee( owner, *this ) {
+      this->notifierIs( std::move( entity ) );
+   }
+
+   // The watched entity.
+   T * get() const noexcept { return this->notifier(); }
+   Ptr< T > handle() const noexcept { return Ptr< T >( get() ); }
+
+   void onAttribute( AttrId attributeId, void const * key ) override {
+      // Anything else is none of the reactor's business and must not cost it a scope.
+      if ( ( ( attributeId != Ons::id ) && ... ) ) {
+         return;
+      }
+      auto & reactor = static_cast< Owner & >( owner() );
+      Reactor::HandlerScope const scope( reactor );
+      try {
+         (void)( ( attributeId == Ons::id && ( Ons::call( reactor, key ), true ) ) || ... );
+      } catch ( ... ) {
+         fault( attributeId, key );
+      }
+   }
+
+ private:
+   // The watched entity may have been exchanged by the handler; its type has not.
+   void fault( AttrId attributeId, void const * key ) {
+      auto const * const attribute = T::staticType().attribute( attributeId );
+      reportFault( owner().reactorName(), attribute->name,
+                   key ? attribute->keyText( key ) : std::string() );
+   }
+};
+
+} // namespace Quill
