@@ -1,0 +1,63 @@
+// Interface::DeviceNameIndex: which interfaces are configured to be carried by a device of a name.
+// Both directions take constant time; a name has one interface, seldom more (the same name in two
+// namespaces).
+#pragma once
+
+#include "platform/corvid/IntfId.h"
+#include "platform/quill/Collections.h"
+
+#include <algorithm>
+#include <unordered_map>
+#include <vector>
+
+namespace Interface {
+
+struct NameHash {
+   std::size_t operator()( Quill::Name const & name ) const noexcept { return name.hash(); }
+};
+
+class DeviceNameIndex {
+ public:
+   // The configured device name of the interface; empty when none is.
+   Quill::Name deviceName( Corvid::IntfId const & intfId ) const {
+      auto const * const name = deviceName_.find( intfId );
+      return name ? *name : Quill::Name();
+   }
+
+   // The interfaces with that configured name, in the order in which they got it. By value: who
+   // walks them may change the index.
+   std::vector< Corvid::IntfId > intfIds( Quill::Name const & deviceName ) const {
+      auto const found = intfIds_.find( deviceName );
+      return found == intfIds_.end() ? std::vector< Corvid::IntfId >() : found->second;
+   }
+
+   // Configures the name; an empty one removes the interface.
+   void deviceNameIs( Corvid::IntfId const & intfId, Quill::Name const & deviceName ) {
+      auto const old = this->deviceName( intfId );
+      if ( deviceName == old ) {
+         return;
+      }
+      if ( !old.empty() ) {
+         deviceName_.remove( intfId );
+         remove( intfId, old );
+      }
+      if ( !deviceName.empty() ) {
+         deviceName_.set( intfId, deviceName );
+         intfIds_[ deviceName ].push_back( intfId );
+      }
+   }
+
+ private:
+   void remove( Corvid::IntfId const & intfId, Quill::Name const & deviceName ) {
+      auto const found = intfIds_.find( deviceName );
+      std::erase( found->second, intfId );
+      if ( found->second.empty() ) {
+         intfIds_.erase( found );
+      }
+   }
+
+   Quill::Map< Corvid::IntfId, Quill::Name > deviceName_;
+   std::unordered_map< Quill::Name, std::vector< Corvid::IntfId >, NameHash > intfIds_;
+};
+
+} // namespace Interface

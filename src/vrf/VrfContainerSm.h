@@ -1,0 +1,118 @@
+// Valen::VrfContainerSm: one VRF. Owns its raw transmit endpoint, which stands in the VRF's
+// namespace, and one interface reactor per interface of the VRF; binds kernel devices to the
+// interfaces.
+//   watches   the VRF's set of interfaces; the device directory of its namespace
+//   writes    device of each Intf in the VRF
+//   owns      the RawTxPam; the IntfSm children
+//   owned by  ConfigSm, one per Vrf
+// An endpoint whose namespace cannot be opened leaves the container alive but not initialized: it
+// ignores devices, and only interfaces that join later get a reactor.
+#pragma once
+
+#include "intf/IntfSm.h"
+
+namespace Valen {
+
+class VrfContainerSm final : public Quill::Reactor {
+   QUILL_TRACKED( Valen::VrfContainerSm )
+ public:
+   using Ptr = Quill::Ptr< VrfContainerSm >;
+
+   // Throws Quill::ErrnoException, with errno as the failed call left it, when the endpoint cannot
+   // be opened for another reason than a missing or wrong namespace (ENOENT, EINVAL).
+   VrfContainerSm( Quill::Ptr< Vrf const > vrf, Quill::Ptr< VrfL3Intf const > vrfL3Intf,
+                   Quill::Ptr< AllIntf > allIntf,
+                   Quill::Ptr< Interface::DeviceIntfStatusDir const > deviceIntfStatusDir,
+                   Quill::Ptr< Gantry::TaskScheduler > taskScheduler,
+                   Quill::Ptr< Config::ConfigDir const > configDir,
+                   Quill::Ptr< Status::StatusDir > statusDir );
+   ~VrfContainerSm() override;
+
+   char const * reactorName() const noexcept override { return "VrfContainerSm"; }
+
+   // The key in the owner's collection.
+   L3::VrfName const & vrfName() const noexcept { return vrf_->vrfName(); }
+
+   Quill::Ptr< Vrf const > const & vrf() const noexcept { return vrf_; }
+   Quill::Ptr< VrfL3Intf const > vrfL3Intf() const noexcept { return vrfL3Intf_.handle(); }
+   // Watches another set from now on. Runs no handler.
+   void vrfL3IntfIs( Quill::Ptr< VrfL3Intf const > vrfL3Intf ) noexcept {
+      vrfL3Intf_.notifierIs( std::move( vrfL3Intf ) );
+   }
+   void vrfL3IntfDel() noexcept { vrfL3IntfIs( nullptr ); }
+   Quill::Ptr< AllIntf > const & allIntf() const noexcept { return allIntf_; }
+   Quill::Ptr< Interface::DeviceIntfStatusDir const > deviceIntfStatusDir() const noexcept {
+      return deviceIntfStatusDir_.handle();
+   }
+   // Watches another directory from now on. Runs no handler.
+   void deviceIntfStatusDirIs(
+      Quill::Ptr< Interface::DeviceIntfStatusDir const > deviceIntfStatusDir ) noexcept {
+      deviceIntfStatusDir_.notifierIs( std::move( deviceIntfStatusDir ) );
+   }
+   void deviceIntfStatusDirDel() noexcept { deviceIntfStatusDirIs( nullptr ); }
+   Quill::Ptr< Gantry::TaskScheduler > const & taskScheduler() const noexcept {
+      return taskScheduler_;
+   }
+   Quill::Ptr< Config::ConfigDir const > const & configDir() const noexcept { return configDir_; }
+   Quill::Ptr< Status::StatusDir > const & statusDir() const noexcept { return statusDir_; }
+   Quill::Ptr< Corvid::RawTxPam > const & rawTxPam() const noexcept { return rawTxPam_; }
+   void rawTxPamIs( Quill::Ptr< Corvid::RawTxPam > rawTxPam ) noexcept {
+      rawTxPam_ = std::move( rawTxPam );
+   }
+
+   using IntfSms = Quill::Members< IntfSm, &IntfSm::intfId >;
+   IntfSms const & intfSm() const noexcept { return intfSm_; }
+   U32 intfSms() const noexcept { return intfSm_.count(); }
+   // The child of that interface; null when there is none.
+   Quill::Ptr< IntfSm > intfSm( Corvid::IntfId const & intfId ) const noexcept {
+      return intfSm_.find( intfId );
+   }
+   // Returns the child of that interface, whatever it was made from, or makes it.
+   Quill::Ptr< IntfSm > intfSmIs( Corvid::IntfId intfId, Quill::Ptr< Intf > intf,
+                                  Quill::Ptr< Corvid::RawTxPam > rawTxPam,
+                                  Quill::Ptr< Gantry::TaskScheduler > taskScheduler,
+                                  Quill::Ptr< Config::ConfigDir const > configDir,
+                                  Quill::Ptr< Status::StatusDir > statusDir );
+   // Takes the child out, silences it and returns it to be released; null when there was none.
+   Quill::Ptr< IntfSm > intfSmDel( Corvid::IntfId intfId );
+   void intfSmDelAll();
+
+   bool initialized() const noexcept { return initialized_; }
+   void initializedIs( bool initialized ) noexcept { initialized_ = initialized; }
+
+   void handleInitialized();
+   void handleIntf( Quill::Ptr< Valen::Intf > intf );
+   void handleDevice( Corvid::IntfId intfId );
+   void handleDestruction();
+
+ private:
+   // What the directory has for the interface; the default device when it has nothing.
+   Interface::DeviceIntfStatusDir::IntfStatusAndDeviceName
+   deviceEntry( Corvid::IntfId const & intfId ) const;
+
+   Quill::Ptr< Vrf const > const vrf_;
+   Quill::Watch< VrfContainerSm, VrfL3Intf const,
+                 Quill::On< VrfL3Intf::intfAttr, &VrfContainerSm::handleIntf > >
+      vrfL3Intf_;
+   Quill::Ptr< AllIntf > const allIntf_;
+   Quill::Watch< VrfContainerSm, Interface::DeviceIntfStatusDir const,
+                 Quill::On< Interface::DeviceIntfStatusDir::intfStatusAndDeviceNameAttr,
+                            &VrfContainerSm::handleDevice > >
+      deviceIntfStatusDir_;
+   Quill::Ptr< Gantry::TaskScheduler > const taskScheduler_;
+   Quill::Ptr< Config::ConfigDir const > const configDir_;
+   Quill::Ptr< Status::StatusDir > const statusDir_;
+   Quill::Ptr< Corvid::RawTxPam > rawTxPam_;
+   IntfSms intfSm_;
+   bool initialized_ = false;
+};
+
+Quill::Ptr< VrfContainerSm >
+vrfContainerSmFactory( Quill::Ptr< Vrf const > vrf, Quill::Ptr< VrfL3Intf const > vrfL3Intf,
+                       Quill::Ptr< AllIntf > allIntf,
+                       Quill::Ptr< Interface::DeviceIntfStatusDir const > deviceIntfStatusDir,
+                       Quill::Ptr< Gantry::TaskScheduler > taskScheduler,
+                       Quill::Ptr< Config::ConfigDir const > configDir,
+                       Quill::Ptr< Status::StatusDir > statusDir );
+
+} // namespace Valen
