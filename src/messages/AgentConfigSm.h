@@ -1,0 +1,97 @@
+// Brings the messages that agents have configured into the library's model: one AgentConfigSm per
+// agent, which keeps the MessageDirSm of the agent's message directory.
+#pragma once
+
+#include "platform/quill/Watch.h"
+#include "types/ValenTypes.h"
+
+namespace Valen {
+
+// Merges one agent's messages into the model. The messages of several agents for one interface meet
+// in its IntfMessage, one entry per agent; nobody's entry overrides another's.
+//   watches   the agent's message directory
+//   writes    AllIntf::intfMessage; in each IntfMessage the entry of this agent, nothing else
+//   owned by  AgentConfigSm
+// Between two handlers, from handleInitialized() to handleDestruction():
+//   (1) each message of messageDir stands under name() in the IntfMessage of its interface;
+//   (2) no IntfMessage is empty.
+class MessageDirSm final : public Quill::Reactor {
+   QUILL_TRACKED( Valen::MessageDirSm )
+ public:
+   // `name` is the agent's. Keeps all three; none null.
+   MessageDirSm( Quill::Name name, Quill::Ptr< Config::Agent::MessageDir const > messageDir,
+                 Quill::Ptr< AllIntf > allIntf );
+   ~MessageDirSm() override;
+
+   char const * reactorName() const noexcept override { return "MessageDirSm"; }
+
+   Quill::Name const & name() const { return name_; }
+   Quill::Ptr< Config::Agent::MessageDir const > messageDir() const { return messageDir_.handle(); }
+   Quill::Ptr< AllIntf > const & allIntf() const { return allIntf_; }
+
+   void handleInitialized();
+   void handleMessage( Corvid::IntfId intfId );
+   // The agent has no message for the interface any more; the last agent takes the record along.
+   void handleMessageRemoval( Corvid::IntfId intfId );
+   void handleDestruction();
+
+ private:
+   using MessageDir = Config::Agent::MessageDir;
+
+   Quill::Name const name_;
+   Quill::Watch< MessageDirSm, MessageDir const,
+                 Quill::On< MessageDir::messageAttr, &MessageDirSm::handleMessage > >
+      messageDir_;
+   Quill::Ptr< AllIntf > const allIntf_;
+};
+
+Quill::Ptr< MessageDirSm >
+messageDirSmFactory( Quill::Name name, Quill::Ptr< Config::Agent::MessageDir const > messageDir,
+                     Quill::Ptr< AllIntf > allIntf );
+
+// Follows the directory of one agent and keeps one MessageDirSm while a message directory is there.
+//   watches   the agent's directory
+//   writes    nothing itself
+//   owned by  ConfigSm
+// There is one child at most: the entry handled last decides it, whatever its name. That serves
+// because an agent's directory holds exactly one message directory.
+class AgentConfigSm final : public Quill::Reactor {
+   QUILL_TRACKED( Valen::AgentConfigSm )
+ public:
+   // `name` is the agent's. Keeps all three; none null.
+   AgentConfigSm( Quill::Name name, Quill::Ptr< Quill::Dir const > agentDir,
+                  Quill::Ptr< AllIntf > allIntf );
+   ~AgentConfigSm() override;
+
+   char const * reactorName() const noexcept override { return "AgentConfigSm"; }
+
+   Quill::Name const & name() const { return name_; }
+   Quill::Ptr< Quill::Dir const > agentDir() const { return agentDir_.handle(); }
+   Quill::Ptr< AllIntf > const & allIntf() const { return allIntf_; }
+
+   // The child; null while there is no message directory.
+   Quill::Ptr< MessageDirSm > const & messageDirSm() const { return messageDirSm_; }
+   // Keeps a child that was made from the same values, else replaces it. A null `messageDir` leaves
+   // no child: the entry's entity is not a message directory.
+   void messageDirSmIs( Quill::Name name, Quill::Ptr< Config::Agent::MessageDir const > messageDir,
+                        Quill::Ptr< AllIntf > allIntf );
+   void messageDirSmDel();
+
+   void handleInitialized();
+   void handleMessageDir( Quill::Name name );
+   void handleDestruction();
+
+ private:
+   Quill::Name const name_;
+   Quill::Watch< AgentConfigSm, Quill::Dir const,
+                 Quill::On< Quill::Dir::entryAttr, &AgentConfigSm::handleMessageDir > >
+      agentDir_;
+   Quill::Ptr< AllIntf > const allIntf_;
+   Quill::Ptr< MessageDirSm > messageDirSm_;
+};
+
+Quill::Ptr< AgentConfigSm > agentConfigSmFactory( Quill::Name name,
+                                                  Quill::Ptr< Quill::Dir const > agentDir,
+                                                  Quill::Ptr< AllIntf > allIntf );
+
+} // namespace Valen

@@ -1,0 +1,59 @@
+// Which interfaces support the delay.
+#pragma once
+
+#include "platform/quill/Watch.h"
+#include "types/ValenTypes.h"
+
+namespace Valen {
+
+// Links each interface of the model to its configuration, as long as that supports the delay. An
+// interface without the link is one that the delay does not apply to.
+//   watches   the interface configuration directory; AllIntf::intf
+//   writes    Intf::intfConfig, nothing else
+//   owned by  ConfigSm
+// The "supported" flag is read when a configuration or an interface comes or goes. No attribute of
+// a single configuration is watched: the flag does not change while its entity is published.
+class AllIntfConfigDirSm final : public Quill::Reactor {
+   QUILL_TRACKED( Valen::AllIntfConfigDirSm )
+ public:
+   // Keeps both; neither null.
+   AllIntfConfigDirSm( Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
+                       Quill::Ptr< AllIntf > allIntf );
+   ~AllIntfConfigDirSm() override;
+
+   char const * reactorName() const noexcept override { return "AllIntfConfigDirSm"; }
+
+   Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir() const {
+      return allIntfConfigDir_.handle();
+   }
+   Quill::Ptr< AllIntf > allIntf() const { return allIntf_.handle(); }
+
+   // Watch another entity from now on, or none. What is already there is not replayed.
+   void allIntfConfigDirIs( Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir ) {
+      allIntfConfigDir_.notifierIs( std::move( allIntfConfigDir ) );
+   }
+   void allIntfConfigDirDel() { allIntfConfigDir_.notifierIs( nullptr ); }
+   void allIntfIs( Quill::Ptr< AllIntf > allIntf ) { allIntf_.notifierIs( std::move( allIntf ) ); }
+   void allIntfDel() { allIntf_.notifierIs( nullptr ); }
+
+   void handleInitialized();
+   void handleIntfConfig( Corvid::IntfId intfId );
+   void handleDestruction();
+
+ private:
+   Quill::Ptr< Intf > intf( Corvid::IntfId const & intfId ) const;
+
+   Quill::Watch< AllIntfConfigDirSm, Interface::AllIntfConfigDir const,
+                 Quill::On< Interface::AllIntfConfigDir::intfConfigAttr,
+                            &AllIntfConfigDirSm::handleIntfConfig > >
+      allIntfConfigDir_;
+   Quill::Watch< AllIntfConfigDirSm, AllIntf,
+                 Quill::On< AllIntf::intfAttr, &AllIntfConfigDirSm::handleIntfConfig > >
+      allIntf_;
+};
+
+Quill::Ptr< AllIntfConfigDirSm >
+allIntfConfigDirSmFactory( Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
+                           Quill::Ptr< AllIntf > allIntf );
+
+} // namespace Valen

@@ -1,0 +1,102 @@
+// Which VRFs are up, and in which namespace.
+#pragma once
+
+#include "platform/quill/Watch.h"
+#include "types/ValenTypes.h"
+
+namespace Valen {
+
+// Keeps the record of one VRF while its local status is active.
+//   watches   the VRF's Ip::VrfStatusLocal
+//   writes    AllVrf::vrf of this name
+//   owned by  AllVrfStatusLocalSm
+// The namespace is read when the state changes. It is not watched: a VRF whose namespace changes
+// is taken out of the status directory and put in again.
+class VrfStatusLocalSm final : public Quill::Reactor {
+   QUILL_TRACKED( Valen::VrfStatusLocalSm )
+ public:
+   // Keeps all; none null. Throws NameInUseException when a record of that name stands for another
+   // namespace or set.
+   VrfStatusLocalSm( L3::VrfName vrfName, Quill::Ptr< Ip::VrfStatusLocal const > vrfStatusLocal,
+                     Quill::Ptr< VrfL3Intf > vrfL3Intf, Quill::Ptr< AllVrf > allVrf );
+   ~VrfStatusLocalSm() override;
+
+   char const * reactorName() const noexcept override { return "VrfStatusLocalSm"; }
+
+   L3::VrfName const & vrfName() const { return vrfName_; }
+   Quill::Ptr< Ip::VrfStatusLocal const > vrfStatusLocal() const {
+      return vrfStatusLocal_.handle();
+   }
+   Quill::Ptr< VrfL3Intf > const & vrfL3Intf() const { return vrfL3Intf_; }
+   Quill::Ptr< AllVrf > const & allVrf() const { return allVrf_; }
+
+   void handleState();
+   void handleDestruction();
+
+ private:
+   L3::VrfName const vrfName_;
+   Quill::Watch< VrfStatusLocalSm, Ip::VrfStatusLocal const,
+                 Quill::On< Ip::VrfStatusLocal::stateAttr, &VrfStatusLocalSm::handleState > >
+      vrfStatusLocal_;
+   Quill::Ptr< VrfL3Intf > const vrfL3Intf_;
+   Quill::Ptr< AllVrf > const allVrf_;
+};
+
+// Keeps one VrfStatusLocalSm for each VRF that has a local status and layer-3 interfaces, and the
+// record of the default VRF, which needs no status, while it has interfaces.
+//   watches   the local VRF status; AllVrf::vrfL3Intf
+//   writes    AllVrf::vrf of the default VRF
+//   owned by  ConfigSm
+// When the last interface leaves a VRF its child and record stay, with the set they were made from,
+// until the status goes or another set comes.
+class AllVrfStatusLocalSm final : public Quill::Reactor {
+   QUILL_TRACKED( Valen::AllVrfStatusLocalSm )
+ public:
+   // Keeps both; neither null.
+   AllVrfStatusLocalSm( Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
+                        Quill::Ptr< AllVrf > allVrf );
+   ~AllVrfStatusLocalSm() override;
+
+   char const * reactorName() const noexcept override { return "AllVrfStatusLocalSm"; }
+
+   Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal() const {
+      return allVrfStatusLocal_.handle();
+   }
+   Quill::Ptr< AllVrf > allVrf() const { return allVrf_.handle(); }
+
+   using Children = Quill::Members< VrfStatusLocalSm, &VrfStatusLocalSm::vrfName >;
+
+   Children const & vrfStatusLocalSm() const { return vrfStatusLocalSm_; }
+   Quill::Ptr< VrfStatusLocalSm > vrfStatusLocalSm( L3::VrfName const & vrfName ) const {
+      return vrfStatusLocalSm_.find( vrfName );
+   }
+   U32 vrfStatusLocalSms() const { return vrfStatusLocalSm_.count(); }
+   // The child of that VRF, made when there is none. Throws NameInUseException when there is one
+   // that was made from other values.
+   Quill::Ptr< VrfStatusLocalSm >
+   vrfStatusLocalSmIs( L3::VrfName vrfName, Quill::Ptr< Ip::VrfStatusLocal const > vrfStatusLocal,
+                       Quill::Ptr< VrfL3Intf > vrfL3Intf, Quill::Ptr< AllVrf > allVrf );
+   void vrfStatusLocalSmDel( L3::VrfName vrfName );
+   void vrfStatusLocalSmDelAll();
+
+   void handleInitialized();
+   void handleVrf( L3::VrfName vrfName );
+   void handleVrfL3Intf( L3::VrfName vrfName );
+   void handleDefaultVrf();
+   void handleDestruction();
+
+ private:
+   Quill::Watch< AllVrfStatusLocalSm, Ip::AllVrfStatusLocal const,
+                 Quill::On< Ip::AllVrfStatusLocal::vrfAttr, &AllVrfStatusLocalSm::handleVrf > >
+      allVrfStatusLocal_;
+   Quill::Watch< AllVrfStatusLocalSm, AllVrf,
+                 Quill::On< AllVrf::vrfL3IntfAttr, &AllVrfStatusLocalSm::handleVrfL3Intf > >
+      allVrf_;
+   Children vrfStatusLocalSm_;
+};
+
+Quill::Ptr< AllVrfStatusLocalSm >
+allVrfStatusLocalSmFactory( Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
+                            Quill::Ptr< AllVrf > allVrf );
+
+} // namespace Valen

@@ -1,0 +1,112 @@
+// Which VRF each layer-3 interface is in.
+#pragma once
+
+#include "platform/quill/Watch.h"
+#include "types/ValenTypes.h"
+
+namespace Valen {
+
+// Keeps one interface in the set of the VRF that its layer-3 status names.
+//   watches   the interface's L3::Intf::Status
+//   writes    Intf::l3IntfStatus of this interface; its place in the sets of AllVrf::vrfL3Intf,
+//             which it makes when needed and removes when it was the last to leave
+//   owned by  L3IntfStatusDirSm
+// Between two handlers, from handleInitialized() to handleDestruction():
+//   (1) the interface is linked to its status;
+//   (2) it is in one set, that of the status's VRF. An empty name is a VRF like any other.
+class L3IntfStatusSm final : public Quill::Reactor {
+   QUILL_TRACKED( Valen::L3IntfStatusSm )
+ public:
+   // Keeps all; none null.
+   L3IntfStatusSm( Corvid::IntfId intfId, Quill::Ptr< Intf > intf,
+                   Quill::Ptr< L3::Intf::Status const > l3IntfStatus, Quill::Ptr< AllVrf > allVrf );
+   ~L3IntfStatusSm() override;
+
+   char const * reactorName() const noexcept override { return "L3IntfStatusSm"; }
+
+   Corvid::IntfId const & intfId() const { return intfId_; }
+   Quill::Ptr< Intf > const & intf() const { return intf_; }
+   Quill::Ptr< L3::Intf::Status const > l3IntfStatus() const { return l3IntfStatus_.handle(); }
+   Quill::Ptr< AllVrf > const & allVrf() const { return allVrf_; }
+   // The set that holds the interface; null before initialization.
+   Quill::Ptr< VrfL3Intf > const & vrfL3Intf() const { return vrfL3Intf_; }
+   void vrfL3IntfIs( Quill::Ptr< VrfL3Intf > vrfL3Intf ) { vrfL3Intf_ = std::move( vrfL3Intf ); }
+   bool initialized() const { return initialized_; }
+   void initializedIs( bool initialized ) { initialized_ = initialized; }
+
+   void handleInitialized();
+   // Leaves the set and enters that of the status's VRF, also when it is the same one.
+   void handleVrf();
+   void handleDestruction();
+
+ private:
+   // Takes the interface out of its set, if it is in one. Returns the set when that emptied it.
+   Quill::Ptr< VrfL3Intf > leaveVrfL3Intf();
+
+   Corvid::IntfId const intfId_;
+   Quill::Ptr< Intf > const intf_;
+   Quill::Watch< L3IntfStatusSm, L3::Intf::Status const,
+                 Quill::On< L3::Intf::Status::vrfAttr, &L3IntfStatusSm::handleVrf > >
+      l3IntfStatus_;
+   Quill::Ptr< AllVrf > const allVrf_;
+   Quill::Ptr< VrfL3Intf > vrfL3Intf_;
+   bool initialized_ = false;
+};
+
+// Keeps one L3IntfStatusSm for each interface that has a layer-3 status and stands in the model.
+//   watches   the layer-3 status directory; AllIntf::intf
+//   writes    nothing itself
+//   owned by  ConfigSm
+// When an interface leaves the model while its status stays, its child stays too, with the old
+// record, until the status goes or is exchanged.
+class L3IntfStatusDirSm final : public Quill::Reactor {
+   QUILL_TRACKED( Valen::L3IntfStatusDirSm )
+ public:
+   // Keeps all three; none null.
+   L3IntfStatusDirSm( Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
+                      Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf );
+   ~L3IntfStatusDirSm() override;
+
+   char const * reactorName() const noexcept override { return "L3IntfStatusDirSm"; }
+
+   Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir() const {
+      return l3IntfStatusDir_.handle();
+   }
+   Quill::Ptr< AllVrf > const & allVrf() const { return allVrf_; }
+   Quill::Ptr< AllIntf > allIntf() const { return allIntf_.handle(); }
+
+   using Children = Quill::Members< L3IntfStatusSm, &L3IntfStatusSm::intfId >;
+
+   Children const & l3IntfStatusSm() const { return l3IntfStatusSm_; }
+   Quill::Ptr< L3IntfStatusSm > l3IntfStatusSm( Corvid::IntfId const & intfId ) const {
+      return l3IntfStatusSm_.find( intfId );
+   }
+   U32 l3IntfStatusSms() const { return l3IntfStatusSm_.count(); }
+   // The child of that interface, made when there is none. Throws NameInUseException when there is
+   // one that was made from other values.
+   Quill::Ptr< L3IntfStatusSm > l3IntfStatusSmIs( Corvid::IntfId intfId, Quill::Ptr< Intf > intf,
+                                                  Quill::Ptr< L3::Intf::Status const > l3IntfStatus,
+                                                  Quill::Ptr< AllVrf > allVrf );
+   void l3IntfStatusSmDel( Corvid::IntfId intfId );
+   void l3IntfStatusSmDelAll();
+
+   void handleInitialized();
+   void handleIntf( Corvid::IntfId intfId );
+   void handleDestruction();
+
+ private:
+   Quill::Watch< L3IntfStatusDirSm, L3::Intf::StatusDir const,
+                 Quill::On< L3::Intf::StatusDir::intfStatusAttr, &L3IntfStatusDirSm::handleIntf > >
+      l3IntfStatusDir_;
+   Quill::Ptr< AllVrf > const allVrf_;
+   Quill::Watch< L3IntfStatusDirSm, AllIntf,
+                 Quill::On< AllIntf::intfAttr, &L3IntfStatusDirSm::handleIntf > >
+      allIntf_;
+   Children l3IntfStatusSm_;
+};
+
+Quill::Ptr< L3IntfStatusDirSm >
+l3IntfStatusDirSmFactory( Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
+                          Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf );
+
+} // namespace Valen
