@@ -2,7 +2,7 @@
 //
 // The kernel makes whoever closes a packet socket wait for some 12 ms. The event loop hands its
 // packet sockets over instead. Waiting in several threads at once is no dearer than in one, so the
-// reaper starts more of them, up to a limit, while descriptors queue up; idle, it has none.
+// reaper starts more of them, up to a limit, while descriptors queue up.
 #pragma once
 
 #include "linux/Fd.h"
@@ -19,7 +19,7 @@ class DescriptorReaper {
    static constexpr std::size_t maxThreads = 32;
 
    DescriptorReaper() = default;
-   ~DescriptorReaper(); // waits until all is closed
+   ~DescriptorReaper(); // waits until all is closed, and joins the threads
    DescriptorReaper( DescriptorReaper const & ) = delete;
    DescriptorReaper & operator=( DescriptorReaper const & ) = delete;
 
@@ -35,10 +35,12 @@ class DescriptorReaper {
    void work() noexcept;
 
    mutable std::mutex mutex_;
-   std::condition_variable idle_;
+   std::condition_variable queued_;  // something to close, or the end
+   std::condition_variable drained_; // nothing left to close
    std::vector< Fd > queue_;
    std::size_t closing_ = 0; // taken from the queue, not yet closed
-   std::size_t threads_ = 0; // at work
+   bool ending_ = false;
+   std::vector< std::thread > threads_;
 };
 
 } // namespace Valen::Linux

@@ -40,10 +40,10 @@ class DeviceWatcher {
    void message( Rtnetlink::Message const & message );
    void link( Rtnetlink::Message const & message );
    void linkDel( U32 ifIndex );
-   void dumpDone( Rtnetlink::Message const & message );
-   void dumpRefused( int error );
    void startDump();
    void resync();
+   void dumpDone();
+   void dumpRefused();
    void sweep();
 
    EventLoop & loop_;

@@ -47,10 +47,14 @@ class NetNsWatcher {
    };
 
    void watchFolder( Folder & folder );
+   void folderWatchIs( Folder & folder, std::string const & path, int watch );
    void eventsReady();
    bool handleEvents( char const * bytes, std::size_t length );
    void foldersChanged();
    void check( Corvid::NamespaceName const & name );
+   void identityIs( Corvid::NamespaceName const & name,
+                    std::optional< NetNsIdentity > const & identity );
+   void retryLater( Corvid::NamespaceName const & name );
    void retry();
    bool fileExists( Corvid::NamespaceName const & name ) const noexcept;
    std::set< Corvid::NamespaceName > namesInFolders() const;

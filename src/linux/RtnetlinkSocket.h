@@ -6,12 +6,14 @@
 #include <cstddef>
 #include <optional>
 #include <span>
-#include <vector>
 
 namespace Valen::Linux {
 
 class RtnetlinkSocket {
  public:
+   // The kernel fills at most 32 KiB of a dump into one datagram.
+   static constexpr std::size_t datagramBytes = 64 << 10;
+
    enum class Received : U8 {
       datagram,
       nothing, // none is waiting
@@ -26,15 +28,12 @@ class RtnetlinkSocket {
 
    // Throws Quill::ErrnoException.
    void send( std::span< std::byte const > request );
-   // Takes the next datagram of the kernel. Throws Quill::ErrnoException.
-   Received receive();
-   // The datagram taken last; valid until the next receive().
-   std::span< std::byte const > datagram() const noexcept;
+   // Takes the next datagram of the kernel into `buffer`, which should have datagramBytes; what was
+   // taken is then `datagram`. Throws Quill::ErrnoException.
+   Received receive( std::span< std::byte > buffer, std::span< std::byte const > & datagram );
 
  private:
    Fd fd_;
-   std::vector< std::byte > buffer_;
-   std::size_t length_ = 0;
 };
 
 } // namespace Valen::Linux

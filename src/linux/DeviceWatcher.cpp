@@ -1,0 +1,181 @@
+#include "linux/DeviceWatcher.h"
+
+#include <array>
+#include <sys/epoll.h>
+
+namespace Valen::Linux {
+
+namespace {
+
+constexpr int datagramsPerTurn = 64; // the loop has others to serve
+constexpr auto firstPause = std::chrono::milliseconds( 10 );
+constexpr auto lastPause = std::chrono::milliseconds( 2000 );
+
+} // namespace
+
+DeviceWatcher::DeviceWatcher( EventLoop & loop, NetNs const & netNs,
+                              Quill::Ptr< KernelNetInfo::Status > status, int receiveBuffer )
+    : loop_( loop ), identity_( netNs.identity ), status_( std::move( status ) ),
+      socket_( std::in_place, netNs, receiveBuffer ), pause_( firstPause, lastPause ),
+      retryTimer_( loop, "rtnetlink retry", [ this ] { startDump(); } ) {
+   for ( auto const & interface : status_->interface() ) {
+      indexes_[ interface->deviceName().stdString() ] = interface->ifIndex();
+   }
+   loop_.descriptorIs( socket_->fd(), EPOLLIN, "rtnetlink of " + netNs.name.stdString(),
+                       [ this ]( U32 ) { readable(); } );
+   startDump();
+}
+
+DeviceWatcher::~DeviceWatcher() {
+   close();
+}
+
+void DeviceWatcher::close() noexcept {
+   retryTimer_.stop();
+   if ( socket_ ) {
+      loop_.descriptorDel( socket_->fd() );
+      socket_.reset();
+   }
+}
+
+// --- What comes in -------------------------------------------------------------------------------
+
+void DeviceWatcher::readable() {
+   std::array< std::byte, RtnetlinkSocket::datagramBytes > buffer;
+   for ( int i = 0; i < datagramsPerTurn && socket_; ++i ) {
+      std::span< std::byte const > bytes;
+      switch ( socket_->receive( buffer, bytes ) ) {
+      case RtnetlinkSocket::Received::datagram:
+         datagram( bytes );
+         break;
+      case RtnetlinkSocket::Received::lost:
+         resync();
+         break;
+      case RtnetlinkSocket::Received::nothing:
+         return;
+      }
+   }
+}
+
+void DeviceWatcher::datagram( std::span< std::byte const > bytes ) {
+   Rtnetlink::Parser parser( bytes );
+   Rtnetlink::Message message;
+   while ( socket_ && parser.next( message ) ) { // a watcher of the status may close us
+      this->message( message );
+   }
+   if ( socket_ && parser.damaged() ) {
+      resync();
+   }
+}
+
+void DeviceWatcher::message( Rtnetlink::Message const & message ) {
+   using Kind = Rtnetlink::Message::Kind;
+   bool const ofDump = dumping_ && message.sequence == dumpSequence_;
+   dumpAgain_ |= ofDump && message.interrupted;
+   switch ( message.kind ) {
+   case Kind::link:
+      return link( message );
+   case Kind::linkDel:
+      return linkDel( message.ifIndex );
+   case Kind::overrun:
+      return resync();
+   case Kind::done:
+   case Kind::error:
+      if ( ofDump ) {
+         message.error ? dumpRefused() : dumpDone();
+      }
+      return;
+   case Kind::other:
+      return;
+   }
+}
+
+// --- The devices ---------------------------------------------------------------------------------
+
+void DeviceWatcher::link( Rtnetlink::Message const & message ) {
+   if ( message.deviceName.empty() ) {
+      return;
+   }
+   auto const ifIndex = message.ifIndex;
+   Quill::Name const name( message.deviceName );
+   marked_.insert( ifIndex );
+   if ( auto const known = status_->interface( ifIndex ); known && known->deviceName() == name ) {
+      known->mtuIs( message.mtu );
+      known->flagsIs( message.flags );
+      return;
+   }
+   // A device is published complete, so one that was renamed is taken out and put in again. And a
+   // name is borne once: another index that has it here is of a device that is gone or renamed.
+   linkDel( ifIndex );
+   if ( auto const bearer = indexes_.find( name.stdString() ); bearer != indexes_.end() ) {
+      linkDel( bearer->second );
+   }
+   if ( !socket_ || status_->interfaceHas( ifIndex ) ) {
+      return;
+   }
+   auto const device = Quill::make< KernelNetInfo::Interface >( ifIndex );
+   device->deviceNameIs( name );
+   device->flagsIs( message.flags );
+   device->mtuIs( message.mtu );
+   marked_.insert( ifIndex );
+   indexes_[ name.stdString() ] = ifIndex;
+   status_->interfaceAdd( device );
+}
+
+void DeviceWatcher::linkDel( U32 ifIndex ) {
+   marked_.erase( ifIndex );
+   if ( auto const device = status_->interface( ifIndex ) ) {
+      indexes_.erase( device->deviceName().stdString() );
+      status_->interfaceDel( ifIndex );
+   }
+}
+
+// --- The dump ------------------------------------------------------------------------------------
+
+void DeviceWatcher::startDump() {
+   marked_.clear();
+   dumpAgain_ = false;
+   dumping_ = true;
+   try {
+      Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
+      socket_->send( Rtnetlink::dumpRequest( ++dumpSequence_ ) );
+   } catch ( Quill::ErrnoException const & ) {
+      dumpRefused();
+   }
+}
+
+void DeviceWatcher::resync() {
+   if ( dumping_ ) {
+      dumpAgain_ = true; // the kernel runs one dump of a socket at a time
+   } else if ( !retryTimer_.running() ) {
+      status_->resyncsIs( status_->resyncs() + 1 );
+      startDump();
+   }
+}
+
+void DeviceWatcher::dumpDone() {
+   dumping_ = false;
+   if ( dumpAgain_ ) {
+      return resync();
+   }
+   pause_.reset();
+   sweep();
+   status_->synchronizedIs( true );
+}
+
+// Short of memory, or with another dump still running: the picture is made later.
+void DeviceWatcher::dumpRefused() {
+   dumping_ = false;
+   retryTimer_.start( pause_.take() );
+}
+
+void DeviceWatcher::sweep() {
+   for ( auto const & device : status_->interface() ) {
+      if ( !marked_.contains( device->ifIndex() ) ) {
+         linkDel( device->ifIndex() );
+      }
+   }
+   marked_.clear();
+}
+
+} // namespace Valen::Linux

@@ -1,0 +1,203 @@
+#include "linux/PacketEndpoint.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstring>
+#include <linux/if_packet.h>
+#include <linux/sockios.h>
+#include <net/if.h>
+#include <sys/ioctl.h>
+#include <sys/socket.h>
+#include <utility>
+
+namespace Valen::Linux {
+
+namespace {
+
+// Indexes of devices whose trouble is remembered. Old devices have the low ones.
+constexpr std::size_t maxSendErrors = 1024;
+
+[[noreturn]] void cannotOpenSocket( Corvid::NamespaceName const & netNs, int number ) {
+   auto const object = "a packet socket in network namespace \"" + netNs.stdString() + "\"";
+   if ( number == EPERM || number == EACCES ) {
+      throw Quill::ErrnoException( "no privilege to open " + object + "; CAP_NET_RAW is needed",
+                                   number );
+   }
+   if ( number == EMFILE || number == ENFILE ) {
+      throw Quill::ErrnoException( "no file descriptor left to open " + object + ": " +
+                                      errorText( number ) +
+                                      "; raise the limit (LimitNOFILE= of the service)",
+                                   number );
+   }
+   throwErrno( "socket, to open " + object, number );
+}
+
+// The force needs CAP_NET_ADMIN; without it the socket gets what the system allows everybody.
+void sendBufferIs( int fd, int bytes ) noexcept {
+   if ( ::setsockopt( fd, SOL_SOCKET, SO_SNDBUFFORCE, &bytes, sizeof bytes ) < 0 ) {
+      ::setsockopt( fd, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes );
+   }
+}
+
+} // namespace
+
+// --- PacketEndpoint ------------------------------------------------------------------------------
+
+PacketEndpoint::PacketEndpoint( Quill::String name, std::shared_ptr< PacketEndpoints > endpoints )
+    : RawTxPam( std::move( name ) ), endpoints_( std::move( endpoints ) ) {
+   endpoints_->live.push_back( this );
+}
+
+PacketEndpoint::~PacketEndpoint() {
+   close();
+   std::erase( endpoints_->live, this );
+}
+
+void PacketEndpoint::enabledIs( bool enabled ) {
+   if ( enabled == this->enabled() ) {
+      return;
+   }
+   enabled ? open() : close();
+}
+
+void PacketEndpoint::open() {
+   auto const namespaceOpened = endpoints_->folders.open( netNs() );
+   Fd socket;
+   {
+      NetNsScope const inside( namespaceOpened );
+      socket = openSocket();
+   }
+   sendBufferIs( socket.get(), sendBufferBytes );
+   identity_ = namespaceOpened.identity;
+   socket_ = std::move( socket );
+}
+
+void PacketEndpoint::close() noexcept {
+   burstIndex_ = 0;
+   endpoints_->reaper.reap( std::exchange( socket_, Fd() ) );
+}
+
+Fd PacketEndpoint::openSocket() const {
+   Fd socket( ::socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ) );
+   if ( !socket ) {
+      cannotOpenSocket( netNs(), errno );
+   }
+   return socket;
+}
+
+void PacketEndpoint::burstIs( U32 ifIndex, Quill::String const & deviceName ) {
+   burstIndex_ = ifIndex;
+   burstRefused_ = 0;
+   sendErrors_.erase( ifIndex );
+   if ( !enabled() || ifIndex == 0 ) {
+      return; // every packet is refused as it is
+   }
+   ifreq request{};
+   request.ifr_ifindex = static_cast< int >( ifIndex );
+   if ( ::ioctl( socket_.get(), SIOCGIFNAME, &request ) < 0 ) {
+      auto const number = errno;
+      return burstRefusedIs( ifIndex, number,
+                             number == ENODEV ? "index " + std::to_string( ifIndex ) +
+                                                   " is gone, was " + deviceName.stdString()
+                                              : "SIOCGIFNAME: " + errorText( number ) );
+   }
+   std::string_view const bearer( request.ifr_name,
+                                  ::strnlen( request.ifr_name, sizeof request.ifr_name ) );
+   if ( bearer != deviceName.view() ) {
+      burstRefusedIs( ifIndex, ENODEV,
+                      "index " + std::to_string( ifIndex ) + " is now " + std::string( bearer ) +
+                         ", not " + deviceName.stdString() );
+   }
+}
+
+void PacketEndpoint::burstRefusedIs( U32 ifIndex, int number, std::string text ) {
+   burstRefused_ = number;
+   ++counters_.wrongBursts;
+   sendErrorOf( ifIndex ) = { number, 0, std::move( text ) };
+}
+
+bool PacketEndpoint::send( Corvid::Pkt const & pkt, U32 ifIndex ) {
+   if ( ifIndex == 0 ) {
+      return refuse( ifIndex, EINVAL );
+   }
+   if ( !enabled() ) {
+      return refuse( ifIndex, ENOTCONN );
+   }
+   if ( ifIndex != burstIndex_ ) {
+      return refuse( ifIndex, ENODEV );
+   }
+   if ( burstRefused_ ) {
+      ++counters_.wrongDevice;
+      return refuse( ifIndex, burstRefused_ );
+   }
+   sockaddr_ll device{};
+   device.sll_family = AF_PACKET;
+   device.sll_ifindex = static_cast< int >( ifIndex );
+   auto const sent = ::sendto( socket_.get(), pkt.data(), pkt.length(), MSG_DONTWAIT,
+                               reinterpret_cast< sockaddr const * >( &device ), sizeof device );
+   if ( sent != static_cast< ssize_t >( pkt.length() ) ) {
+      return refuse( ifIndex, sent < 0 ? errno : EMSGSIZE );
+   }
+   ++counters_.sent;
+   return true;
+}
+
+bool PacketEndpoint::refuse( U32 ifIndex, int number ) {
+   lastErrno_ = number;
+   ++counters_.failed;
+   auto & error = sendErrorOf( ifIndex );
+   ++error.packets;
+   if ( error.number != number ) { // else it is described already
+      error.number = number;
+      error.text = errorText( number );
+   }
+   return false;
+}
+
+PacketEndpoint::SendError const * PacketEndpoint::sendError( U32 ifIndex ) const noexcept {
+   auto const found = sendErrors_.find( ifIndex );
+   return found == sendErrors_.end() ? nullptr : &found->second;
+}
+
+PacketEndpoint::SendError & PacketEndpoint::sendErrorOf( U32 ifIndex ) {
+   auto const found = sendErrors_.find( ifIndex );
+   if ( found != sendErrors_.end() ) {
+      return found->second;
+   }
+   if ( sendErrors_.size() >= maxSendErrors ) {
+      sendErrors_.erase( sendErrors_.begin() );
+   }
+   return sendErrors_[ ifIndex ];
+}
+
+U32 PacketEndpoint::outstandingBytes() const noexcept {
+   int bytes = 0;
+   if ( enabled() && ::ioctl( socket_.get(), SIOCOUTQ, &bytes ) < 0 ) {
+      return 0;
+   }
+   return static_cast< U32 >( bytes );
+}
+
+// --- PacketEndpointProvider ----------------------------------------------------------------------
+
+PacketEndpointProvider::PacketEndpointProvider( NetNsFolders folders )
+    : shared_( std::make_shared< PacketEndpoints >() ) {
+   shared_->folders = std::move( folders );
+}
+
+Quill::Ptr< Corvid::RawTxPam > PacketEndpointProvider::newRawTxPam( Quill::String name ) {
+   return Quill::make< PacketEndpoint >( std::move( name ), shared_ );
+}
+
+std::vector< PacketEndpoint * >
+PacketEndpointProvider::endpoints( Corvid::NamespaceName const & netNs ) const {
+   std::vector< PacketEndpoint * > found;
+   for ( auto * const endpoint : shared_->live ) {
+      if ( endpoint->netNs() == netNs ) {
+         found.push_back( endpoint );
+      }
+   }
+   return found;
+}
+
+} // namespace Valen::Linux

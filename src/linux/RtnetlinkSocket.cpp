@@ -1,0 +1,85 @@
+#include "linux/RtnetlinkSocket.h"
+
+#include <cerrno>
+#include <linux/rtnetlink.h>
+#include <sys/socket.h>
+
+namespace Valen::Linux {
+
+namespace {
+
+Fd openInside( NetNs const & netNs ) {
+   NetNsScope const inside( netNs );
+   Fd fd( ::socket( AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE ) );
+   if ( !fd ) {
+      throwErrno( "rtnetlink socket in network namespace \"" + netNs.name.stdString() + "\"",
+                  errno );
+   }
+   return fd;
+}
+
+// The force needs CAP_NET_ADMIN; without it the socket gets what the system allows everybody.
+void receiveBufferIs( int fd, int bytes ) noexcept {
+   if ( ::setsockopt( fd, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes ) < 0 ) {
+      ::setsockopt( fd, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes );
+   }
+}
+
+} // namespace
+
+RtnetlinkSocket::RtnetlinkSocket( NetNs const & netNs, std::optional< int > receiveBuffer )
+    : fd_( openInside( netNs ) ) {
+   sockaddr_nl address{};
+   address.nl_family = AF_NETLINK;
+   if ( receiveBuffer ) {
+      receiveBufferIs( fd_.get(), *receiveBuffer );
+      address.nl_groups = RTMGRP_LINK;
+   }
+   if ( ::bind( fd_.get(), reinterpret_cast< sockaddr const * >( &address ), sizeof address ) <
+        0 ) {
+      throwErrno( "bind of an rtnetlink socket", errno );
+   }
+}
+
+void RtnetlinkSocket::send( std::span< std::byte const > request ) {
+   sockaddr_nl kernel{};
+   kernel.nl_family = AF_NETLINK;
+   if ( ::sendto( fd_.get(), request.data(), request.size(), MSG_DONTWAIT,
+                  reinterpret_cast< sockaddr const * >( &kernel ), sizeof kernel ) < 0 ) {
+      throwErrno( "request to rtnetlink", errno );
+   }
+}
+
+RtnetlinkSocket::Received RtnetlinkSocket::receive( std::span< std::byte > buffer,
+                                                    std::span< std::byte const > & datagram ) {
+   for ( ;; ) {
+      sockaddr_nl sender{};
+      socklen_t senderLength = sizeof sender;
+      auto const received =
+         ::recvfrom( fd_.get(), buffer.data(), buffer.size(), MSG_DONTWAIT | MSG_TRUNC,
+                     reinterpret_cast< sockaddr * >( &sender ), &senderLength );
+      if ( received < 0 && errno == EINTR ) {
+         continue;
+      }
+      if ( received < 0 && errno == EAGAIN ) {
+         return Received::nothing;
+      }
+      if ( received < 0 && errno == ENOBUFS ) {
+         return Received::lost;
+      }
+      if ( received < 0 ) {
+         throwErrno( "answer of rtnetlink", errno );
+      }
+      if ( sender.nl_pid != 0 ) {
+         continue; // another process's: only the kernel is believed
+      }
+      auto const length = static_cast< std::size_t >( received );
+      if ( length > buffer.size() ) {
+         return Received::lost;
+      }
+      datagram = buffer.first( length );
+      return Received::datagram;
+   }
+}
+
+} // namespace Valen::Linux

@@ -1,0 +1,178 @@
+#include "linux/TraceOutputs.h"
+
+#include "platform/quill/Assert.h"
+
+#include <algorithm>
+#include <array>
+#include <cerrno>
+#include <charconv>
+#include <cstdio>
+#include <cstdlib>
+#include <ctime>
+#include <fcntl.h>
+#include <sys/mman.h>
+#include <sys/stat.h>
+#include <sys/uio.h>
+#include <unistd.h>
+
+namespace Valen::Linux {
+
+namespace {
+
+// "2026-01-31T12:00:00.123456Z ConfigSm/0 ", cut when a unit's name is longer than any is.
+class Stamp {
+ public:
+   explicit Stamp( Quill::TraceLine const & line ) noexcept {
+      timespec now{};
+      ::clock_gettime( CLOCK_REALTIME, &now );
+      tm utc{};
+      ::gmtime_r( &now.tv_sec, &utc );
+      auto const date = std::strftime( text_.data(), text_.size(), "%Y-%m-%dT%H:%M:%S", &utc );
+      auto const rest =
+         std::snprintf( text_.data() + date, text_.size() - date, ".%06ldZ %s/%u ",
+                        now.tv_nsec / 1000, line.point.unit, unsigned{ line.point.level } );
+      length_ =
+         std::min( date + static_cast< std::size_t >( std::max( rest, 0 ) ), text_.size() - 1 );
+   }
+
+   std::string_view view() const noexcept { return { text_.data(), length_ }; }
+
+ private:
+   std::array< char, 128 > text_{};
+   std::size_t length_ = 0;
+};
+
+iovec part( std::string_view text ) noexcept {
+   return { const_cast< char * >( text.data() ), text.size() };
+}
+
+// Writes one whole line with one call, so that lines of two processes do not mix.
+bool writeLine( int fd, std::string_view head, std::string_view text ) noexcept {
+   std::array< iovec, 3 > const parts{ part( head ), part( text ), part( "\n" ) };
+   auto const number = errno;
+   auto const written = ::writev( fd, parts.data(), static_cast< int >( parts.size() ) );
+   errno = number; // tracing must not disturb what it traces
+   return written == static_cast< ssize_t >( head.size() + text.size() + 1 );
+}
+
+// Whether standard error is the journal's: the variable holds its file as "DEVICE:INODE".
+bool isJournal() noexcept {
+   auto const * const stream = std::getenv( "JOURNAL_STREAM" );
+   struct stat status;
+   if ( !stream || ::fstat( STDERR_FILENO, &status ) < 0 ) {
+      return false;
+   }
+   return stream == std::to_string( status.st_dev ) + ":" + std::to_string( status.st_ino );
+}
+
+Fd openForAppending( std::string const & path ) {
+   Fd file( ::open( path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0640 ) );
+   if ( !file ) {
+      throwErrno( "open trace file " + path, errno );
+   }
+   return file;
+}
+
+std::span< std::byte > mapped; // the ring's memory, for the abort hook
+
+void syncRing() noexcept {
+   ::msync( mapped.data(), mapped.size(), MS_SYNC );
+}
+
+std::span< std::byte > mapNewFile( std::string const & path, std::size_t bytes ) {
+   auto const pageSize = static_cast< std::size_t >( ::sysconf( _SC_PAGESIZE ) );
+   bytes = ( bytes + pageSize - 1 ) / pageSize * pageSize;
+   Fd const file(
+      ::open( path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NONBLOCK, 0640 ) );
+   if ( !file ) {
+      throwErrno( "create trace ring " + path, errno );
+   }
+   // Room on the disk now, since a write into a mapping of a full disk ends the process.
+   if ( auto const error = ::posix_fallocate( file.get(), 0, static_cast< off_t >( bytes ) ) ) {
+      throwErrno( "make room for trace ring " + path, error );
+   }
+   auto * const memory =
+      ::mmap( nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0 );
+   if ( memory == MAP_FAILED ) {
+      throwErrno( "map trace ring " + path, errno );
+   }
+   return { static_cast< std::byte * >( memory ), bytes };
+}
+
+} // namespace
+
+// --- StderrTraceSink -----------------------------------------------------------------------------
+
+StderrTraceSink::StderrTraceSink() : StderrTraceSink( isJournal() ) {}
+
+void StderrTraceSink::line( Quill::TraceLine const & line ) noexcept {
+   if ( journal_ ) {
+      writeLine( STDERR_FILENO, line.point.level == 0 ? "<6>" : "<7>", line.text );
+   } else {
+      writeLine( STDERR_FILENO, Stamp( line ).view(), line.text );
+   }
+}
+
+// --- FileTraceSink -------------------------------------------------------------------------------
+
+FileTraceSink::FileTraceSink( std::string path )
+    : path_( std::move( path ) ), file_( openForAppending( path_ ) ) {}
+
+void FileTraceSink::line( Quill::TraceLine const & line ) noexcept {
+   if ( !writeLine( file_.get(), Stamp( line ).view(), line.text ) ) {
+      ++lost_;
+   }
+}
+
+void FileTraceSink::reopen() {
+   file_ = openForAppending( path_ );
+}
+
+// --- RingFile ------------------------------------------------------------------------------------
+
+RingFile::RingFile( std::string const & path, std::size_t bytes ) {
+   if ( bytes < Blipline::Ring::minSize ) {
+      throw Quill::RangeException( "trace ring " + path + " needs at least " +
+                                   std::to_string( Blipline::Ring::minSize ) + " bytes" );
+   }
+   if ( std::rename( path.c_str(), ( path + ".previous" ).c_str() ) < 0 && errno != ENOENT ) {
+      throwErrno( "put aside trace ring " + path, errno );
+   }
+   memory_ = mapNewFile( path, bytes );
+   ring_.emplace( memory_ );
+   mapped = memory_;
+   Quill::abortHookIs( &syncRing );
+   Blipline::ringIs( &*ring_ );
+}
+
+RingFile::~RingFile() {
+   Blipline::ringIs( nullptr );
+   Quill::abortHookIs( nullptr );
+   mapped = {};
+   ring_.reset();
+   ::munmap( memory_.data(), memory_.size() );
+}
+
+std::vector< std::byte > RingFile::read( std::string const & path ) {
+   Fd const file( ::open( path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK ) );
+   struct stat status;
+   if ( !file || ::fstat( file.get(), &status ) < 0 ) {
+      throwErrno( "open trace ring " + path, errno );
+   }
+   std::vector< std::byte > bytes( static_cast< std::size_t >( status.st_size ) );
+   std::size_t length = 0;
+   while ( length < bytes.size() ) {
+      auto const got = ::read( file.get(), bytes.data() + length, bytes.size() - length );
+      if ( got < 0 ) {
+         throwErrno( "read trace ring " + path, errno );
+      }
+      if ( got == 0 ) {
+         break;
+      }
+      length += static_cast< std::size_t >( got );
+   }
+   bytes.resize( length );
+   return bytes;
+}
+
+} // namespace Valen::Linux
