@@ -114,7 +114,8 @@ void VrfContainerSm::handleDevice( Corvid::IntfId intfId ) {
       return;
    }
    bool const inVrf = vrf_->vrfL3Intf()->intfHas( intf );
-   if ( deviceIntfStatusDir()->intfStatusAndDeviceNameHas( intfId ) ) {
+   auto const directory = deviceIntfStatusDir();
+   if ( directory && directory->intfStatusAndDeviceNameHas( intfId ) ) {
       if ( !inVrf ) {
          TRACE1( "ignoring device since intf not linked to vrf" );
          return;
