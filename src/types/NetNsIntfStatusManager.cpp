@@ -72,8 +72,7 @@ void NetNsIntfStatusManager::deviceNameRefresh( Quill::Name const & deviceName )
    intfRefresh( deviceName.stringValue() );
 }
 
-void NetNsIntfStatusManager::deviceMoved( U32 ifIndex, Quill::Name const & from,
-                                          Quill::Name const & to ) {
+void NetNsIntfStatusManager::deviceMoved( U32 ifIndex, Quill::Name from, Quill::Name to ) {
    if ( !from.empty() ) {
       auto const found = ifIndexes_.find( from );
       std::erase( found->second, ifIndex );

@@ -71,7 +71,7 @@ class NetNsIntfStatusManager final : public Quill::Reactor {
    };
 
    // An empty name stands for no device.
-   void deviceMoved( U32 ifIndex, Quill::Name const & from, Quill::Name const & to );
+   void deviceMoved( U32 ifIndex, Quill::Name from, Quill::Name to );
 
    NetNsIntfStatusManagerRoot & root_;
    Quill::Ptr< DeviceIntfStatusDir > const deviceIntfStatusDir_;
