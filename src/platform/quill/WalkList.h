@@ -8,8 +8,6 @@
 
 #include "platform/quill/Int.h"
 
-#include <utility>
-
 namespace Quill {
 
 class WalkList;
@@ -109,9 +107,19 @@ class WalkList {
    mutable Walk * walks_ = nullptr; // innermost first
 };
 
+// The list knows of a walk on the stack; the destructor takes it out again, or the list is gone,
+// which g++ 12 does not see.
+#if defined( __GNUC__ ) && !defined( __clang__ )
+#pragma GCC diagnostic push
+#pragma GCC diagnostic ignored "-Wdangling-pointer"
+#endif
 inline Walk::Walk( WalkList const & list ) noexcept
-    : list_( &list ), next_( list.head_ ), last_( list.tail_ ),
-      outer_( std::exchange( list.walks_, this ) ) {}
+    : list_( &list ), next_( list.head_ ), last_( list.tail_ ), outer_( list.walks_ ) {
+   list.walks_ = this;
+}
+#if defined( __GNUC__ ) && !defined( __clang__ )
+#pragma GCC diagnostic pop
+#endif
 
 inline Walk::~Walk() {
    if ( !list_ ) {

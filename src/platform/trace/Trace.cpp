@@ -1,6 +1,7 @@
 #include "platform/trace/Trace.h"
 
 #include "platform/quill/Exception.h"
+#include "platform/trace/Blipline.h"
 
 #include <utility>
 #include <vector>
@@ -120,16 +121,20 @@ std::string traceLevels() {
 }
 
 void traceWrite( TracePoint & point, std::span< Twinlog::Value const > values ) noexcept {
-   auto const time = std::chrono::duration_cast< std::chrono::nanoseconds >(
-      std::chrono::steady_clock::now().time_since_epoch() );
-   if ( !sink ) {
+   auto * const ring = Blipline::ring();
+   if ( !sink && !ring ) {
       return;
    }
-   Twinlog::Text text;
-   text.append( point.signature );
-   text.append( ": " );
-   Twinlog::format( text, point.format, values );
-   sink->line( { point, time, text.view() } );
+   auto const time = std::chrono::duration_cast< std::chrono::nanoseconds >(
+      std::chrono::steady_clock::now().time_since_epoch() );
+   if ( ring ) {
+      ring->write( point, time, values );
+   }
+   if ( sink ) {
+      Twinlog::Text text;
+      Twinlog::formatLine( text, point.signature, point.format, values );
+      sink->line( { point, time, text.view() } );
+   }
 }
 
 } // namespace Quill

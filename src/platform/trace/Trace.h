@@ -27,8 +27,8 @@ struct TracePoint {
    char const * unit;
    int line;
    U8 level;
-   char const * signature;
-   char const * format;
+   std::string_view signature;
+   std::string_view format;
    // Where the ring in use has this point's description; for Blipline alone.
    U32 ringGeneration = 0;
    U32 ringIndex = 0;
@@ -86,11 +86,9 @@ std::string traceLevels();
 void traceWrite( TracePoint & point, std::span< Twinlog::Value const > values ) noexcept;
 
 template < class... Args > void trace( TracePoint & point, Args const &... args ) {
-   std::array< std::string, sizeof...( Args ) + 1 > storage;
-   std::size_t next = 0;
-   std::array< Twinlog::Value, sizeof...( Args ) > const values{
-      Twinlog::valueOf( args, storage[ next++ ] )... };
-   traceWrite( point, values );
+   // One expression: the storage of the arguments that need one lives until the line is written.
+   traceWrite( point, std::array< Twinlog::Value, sizeof...( Args ) >{
+                         Twinlog::valueOf( args, Twinlog::Storage< Args >() )... } );
 }
 
 } // namespace Quill

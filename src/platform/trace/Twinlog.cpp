@@ -1,18 +1,8 @@
 #include "platform/trace/Twinlog.h"
 
-#include <algorithm>
 #include <charconv>
-#include <cstring>
 
 namespace Twinlog {
-
-void Text::append( std::string_view bytes ) noexcept {
-   auto const count = std::min( bytes.size(), capacity - length_ );
-   if ( count ) {
-      std::memcpy( buffer_ + length_, bytes.data(), count );
-   }
-   length_ += count;
-}
 
 void Text::append( Value const & value, bool hexadecimal ) noexcept {
    if ( value.kind == Value::Kind::text ) {
@@ -29,7 +19,7 @@ void Text::append( Value const & value, bool hexadecimal ) noexcept {
 
 void format( Text & text, std::string_view format, std::span< Value const > values ) noexcept {
    auto value = values.begin();
-   while ( !format.empty() ) {
+   while ( !format.empty() && !text.full() ) {
       auto const percent = std::min( format.find( '%' ), format.size() );
       text.append( format.substr( 0, percent ) );
       format.remove_prefix( percent );
@@ -42,6 +32,13 @@ void format( Text & text, std::string_view format, std::span< Value const > valu
          format.remove_prefix( 1 );
       }
    }
+}
+
+void formatLine( Text & text, std::string_view signature, std::string_view format,
+                 std::span< Value const > values ) noexcept {
+   text.append( signature );
+   text.append( ": " );
+   Twinlog::format( text, format, values );
 }
 
 } // namespace Twinlog

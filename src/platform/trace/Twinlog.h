@@ -7,6 +7,8 @@
 #include "platform/quill/Int.h"
 #include "platform/quill/String.h"
 
+#include <algorithm>
+#include <cstring>
 #include <span>
 #include <string>
 #include <string_view>
@@ -28,20 +30,41 @@ class Text {
  public:
    static constexpr std::size_t capacity = 1024;
 
-   void append( std::string_view bytes ) noexcept;
+   void append( std::string_view bytes ) noexcept {
+      auto const count = std::min( bytes.size(), capacity - length_ );
+      if ( count ) {
+         std::memcpy( buffer_ + length_, bytes.data(), count );
+      }
+      length_ += count;
+   }
    void append( Value const & value, bool hexadecimal ) noexcept;
+   void clear() noexcept { length_ = 0; }
+   bool full() const noexcept { return length_ == capacity; }
    std::string_view view() const noexcept { return { buffer_, length_ }; }
 
  private:
    std::size_t length_ = 0;
-   char buffer_[ capacity ];
+   char buffer_[ capacity ]; // filled as far as length_
 };
 
 void format( Text & text, std::string_view format, std::span< Value const > values ) noexcept;
 
-// The streamed form of a traced argument. Names and texts lend their bytes; handles and values with
-// a display form of their own are formatted here, into `storage`.
-template < class T > Value valueOf( T const & argument, std::string & storage ) {
+// A whole line: the function's signature, ": " and the message.
+void formatLine( Text & text, std::string_view signature, std::string_view format,
+                 std::span< Value const > values ) noexcept;
+
+// Whether a traced argument is streamed as it is: numbers by value, names and texts by their bytes.
+// Handles and values with a display form of their own are formatted by the writer.
+template < class T >
+concept Streamable = std::is_enum_v< T > || std::is_integral_v< T > ||
+   std::is_convertible_v< T, std::string_view > || std::is_base_of_v< Quill::StringHandle, T >;
+
+// What the streamed form of an argument needs while it is borrowed.
+struct NoStorage {};
+template < class T > using Storage = std::conditional_t< Streamable< T >, NoStorage, std::string >;
+
+// The streamed form of a traced argument.
+template < class T > Value valueOf( T const & argument, Storage< T > && storage ) {
    if constexpr ( std::is_same_v< T, bool > ) {
       return { Value::Kind::text, argument ? "true" : "false" };
    } else if constexpr ( std::is_enum_v< T > ) {
