@@ -8,10 +8,7 @@ namespace {
 
 QUILL_TRACE_UNIT( "AllVrfStatusLocalSm" )
 
-L3::VrfName const & defaultVrf() {
-   static L3::VrfName const name( "default" );
-   return name;
-}
+constexpr char const * defaultVrfName = "default";
 
 } // namespace
 
@@ -44,7 +41,7 @@ void AllVrfStatusLocalSm::handleInitialized() {
 
 void AllVrfStatusLocalSm::handleVrfL3Intf( L3::VrfName vrfName ) {
    TRACE0( "vrf %s", vrfName );
-   if ( vrfName == defaultVrf() ) {
+   if ( vrfName.view() == defaultVrfName ) {
       handleDefaultVrf();
    } else {
       handleVrf( vrfName );
@@ -82,21 +79,22 @@ void AllVrfStatusLocalSm::handleVrf( L3::VrfName vrfName ) {
 
 void AllVrfStatusLocalSm::handleDefaultVrf() {
    TRACE0( "" );
+   L3::VrfName const defaultVrf( defaultVrfName );
    auto const model = allVrf();
-   auto const vrfL3Intf = model->vrfL3Intf( defaultVrf() );
+   auto const vrfL3Intf = model->vrfL3Intf( defaultVrf );
    if ( !vrfL3Intf ) {
-      model->vrfDel( defaultVrf() );
+      model->vrfDel( defaultVrf );
       return;
    }
-   if ( auto const vrf = model->vrf( defaultVrf() ) ) {
+   if ( auto const vrf = model->vrf( defaultVrf ) ) {
       if ( vrf->vrfL3Intf() == vrfL3Intf ) {
          TRACE1( "vrf already exists" );
          return;
       }
       TRACE1( "removing stale vrf" );
-      model->vrfDel( defaultVrf() );
+      model->vrfDel( defaultVrf );
    }
-   model->vrfIs( defaultVrf(), Corvid::NamespaceName::defaultNamespace(),
+   model->vrfIs( defaultVrf, Corvid::NamespaceName::defaultNamespace(),
                  Quill::Ptr< VrfL3Intf const >( vrfL3Intf ) );
 }
 
