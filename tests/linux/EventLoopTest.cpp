@@ -1,0 +1,400 @@
+#include "linux/EventLoop.h"
+
+#include "platform/quill/Fault.h"
+
+#include <fcntl.h>
+#include <gmock/gmock.h>
+#include <gtest/gtest.h>
+#include <sys/epoll.h>
+#include <sys/socket.h>
+#include <sys/syscall.h>
+#include <sys/timerfd.h>
+#include <unistd.h>
+
+namespace {
+
+U64 timerSystemCalls = 0;
+
+} // namespace
+
+// Stands in for the C library's, to count what really reaches the kernel.
+extern "C" int timerfd_settime( int fd, int flags, itimerspec const * value,
+                                itimerspec * old ) noexcept {
+   ++timerSystemCalls;
+   return static_cast< int >( ::syscall( SYS_timerfd_settime, fd, flags, value, old ) );
+}
+
+namespace Valen::Linux {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+
+// Two connected descriptors: what is written to one makes the other ready.
+struct Pipe {
+   Pipe() {
+      int ends[ 2 ];
+      if ( ::socketpair( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, ends ) < 0 ) {
+         throwErrno( "socketpair", errno );
+      }
+      near = Fd( ends[ 0 ] );
+      far = Fd( ends[ 1 ] );
+   }
+   void poke() { EXPECT_EQ( ::write( far.get(), "x", 1 ), 1 ); }
+   void drain() {
+      char byte;
+      while ( ::read( near.get(), &byte, 1 ) == 1 ) {
+      }
+   }
+   Fd near;
+   Fd far;
+};
+
+class FaultRecorder final : public Quill::FaultSink {
+ public:
+   FaultRecorder() : before_( Quill::faultSinkIs( this ) ) {}
+   ~FaultRecorder() override { Quill::faultSinkIs( before_ ); }
+   void fault( Quill::Fault const & fault ) noexcept override {
+      messages.push_back( fault.message() );
+   }
+   std::vector< std::string > messages;
+
+ private:
+   Quill::FaultSink * const before_;
+};
+
+class EventLoopTest : public ::testing::Test {
+ protected:
+   void watch(
+      Pipe & pipe, char const * name, EventLoop::Work work = [] {} ) {
+      loop_.descriptorIs( pipe.near.get(), EPOLLIN, name, [ this, &pipe, name, work ]( U32 ) {
+         pipe.drain();
+         told_.push_back( name );
+         work();
+      } );
+   }
+
+   EventLoop loop_;
+   std::vector< std::string > told_;
+};
+
+TEST_F( EventLoopTest, ReadyDescriptorIsTold ) {
+   Pipe pipe;
+   watch( pipe, "a" );
+   loop_.turn( 0ms );
+   EXPECT_THAT( told_, ElementsAre() );
+   pipe.poke();
+   loop_.turn( 1s );
+   EXPECT_THAT( told_, ElementsAre( "a" ) );
+}
+
+TEST_F( EventLoopTest, EventsAreHandedOn ) {
+   Pipe pipe;
+   U32 seen = 0;
+   loop_.descriptorIs( pipe.near.get(), EPOLLIN | EPOLLOUT, "a",
+                       [ & ]( U32 events ) { seen = events; } );
+   loop_.turn( 1s );
+   EXPECT_EQ( seen, U32{ EPOLLOUT } );
+   pipe.far.close();
+   loop_.turn( 1s );
+   EXPECT_TRUE( seen & EPOLLHUP );
+}
+
+TEST_F( EventLoopTest, ChangedDescriptorCallsTheNewCallbackForTheNewEvents ) {
+   Pipe pipe;
+   watch( pipe, "old" );
+   watch( pipe, "new" );
+   pipe.poke();
+   loop_.turn( 1s );
+   EXPECT_THAT( told_, ElementsAre( "new" ) );
+   loop_.descriptorIs( pipe.near.get(), 0, "deaf", [ & ]( U32 ) { told_.push_back( "deaf" ); } );
+   pipe.poke();
+   loop_.turn( 0ms );
+   EXPECT_THAT( told_, ElementsAre( "new" ) );
+   EXPECT_EQ( loop_.descriptors(), 2u ); // with the loop's own timer
+}
+
+TEST_F( EventLoopTest, RemovedDescriptorIsNotTold ) {
+   Pipe pipe;
+   watch( pipe, "a" );
+   pipe.poke();
+   loop_.descriptorDel( pipe.near.get() );
+   loop_.descriptorDel( pipe.near.get() ); // harmless
+   loop_.turn( 0ms );
+   EXPECT_THAT( told_, ElementsAre() );
+}
+
+TEST_F( EventLoopTest, CallbackMayRemoveItself ) {
+   Pipe pipe;
+   watch( pipe, "a", [ & ] { loop_.descriptorDel( pipe.near.get() ); } );
+   pipe.poke();
+   loop_.turn( 1s );
+   pipe.poke();
+   loop_.turn( 0ms );
+   EXPECT_THAT( told_, ElementsAre( "a" ) );
+}
+
+TEST_F( EventLoopTest, DescriptorRemovedBeforeItsTurnIsNotTold ) {
+   Pipe a;
+   Pipe b;
+   auto const removeBoth = [ & ] {
+      loop_.descriptorDel( a.near.get() );
+      loop_.descriptorDel( b.near.get() );
+   };
+   watch( a, "one", removeBoth );
+   watch( b, "one", removeBoth );
+   a.poke();
+   b.poke();
+   loop_.turn( 1s );
+   loop_.turn( 0ms );
+   EXPECT_THAT( told_, ElementsAre( "one" ) ); // whichever came first
+}
+
+// The number of a closed descriptor is given out again at once; the event was the old one's.
+TEST_F( EventLoopTest, NewDescriptorOfARemovedNumberIsNotToldTheOldEvent ) {
+   Pipe a;
+   Pipe b;
+   Pipe fresh;
+   auto const replaceOther = [ & ]( Pipe & other ) {
+      auto const number = other.near.get();
+      loop_.descriptorDel( number );
+      other.near.close();
+      ASSERT_EQ( ::dup2( fresh.near.get(), number ), number );
+      other.near = Fd( number );
+      loop_.descriptorIs( number, EPOLLIN, "fresh", [ & ]( U32 ) { told_.push_back( "fresh" ); } );
+   };
+   watch( a, "first", [ & ] { replaceOther( b ); } );
+   watch( b, "first", [ & ] { replaceOther( a ); } );
+   a.poke();
+   b.poke();
+   loop_.turn( 1s );
+   EXPECT_THAT( told_, ElementsAre( "first" ) );
+}
+
+TEST_F( EventLoopTest, CallbackMayAddDescriptors ) {
+   Pipe a;
+   Pipe b;
+   watch( a, "a", [ & ] { watch( b, "b" ); } );
+   a.poke();
+   b.poke();
+   loop_.turn( 1s );
+   loop_.turn( 1s );
+   EXPECT_THAT( told_, ElementsAre( "a", "b" ) );
+}
+
+TEST_F( EventLoopTest, FaultOfACallbackIsReportedAndTheLoopGoesOn ) {
+   FaultRecorder faults;
+   Pipe pipe;
+   watch( pipe, "bad one", [] { throw std::runtime_error( "no luck" ); } );
+   pipe.poke();
+   loop_.post( [] { throw std::runtime_error( "later" ); } );
+   loop_.post( [ & ] { told_.push_back( "posted" ); } );
+   loop_.turn( 1s );
+   EXPECT_THAT( told_, ElementsAre( "bad one", "posted" ) );
+   EXPECT_THAT( faults.messages, ElementsAre( "fault in EventLoop on descriptor bad one: no luck",
+                                              "fault in EventLoop on posted work: later" ) );
+}
+
+TEST_F( EventLoopTest, UnknownDescriptorIsRefused ) {
+   try {
+      loop_.descriptorIs( 9999, EPOLLIN, "x", []( U32 ) {} );
+      FAIL() << "accepted";
+   } catch ( Quill::ErrnoException const & e ) {
+      EXPECT_STREQ( e.what(), "epoll_ctl on descriptor 9999: Bad file descriptor" );
+      EXPECT_EQ( e.number(), EBADF );
+   }
+   EXPECT_EQ( loop_.descriptors(), 1u );
+}
+
+// --- Put-off work --------------------------------------------------------------------------------
+
+TEST_F( EventLoopTest, PostedWorkRunsAtTheEndOfTheTurn ) {
+   Pipe a;
+   Pipe b;
+   auto const post = [ & ] { loop_.post( [ & ] { told_.push_back( "posted" ); } ); };
+   watch( a, "ready", post );
+   watch( b, "ready", post );
+   a.poke();
+   b.poke();
+   loop_.turn( 1s );
+   EXPECT_THAT( told_, ElementsAre( "ready", "ready", "posted", "posted" ) );
+}
+
+TEST_F( EventLoopTest, WorkPostedByPostedWorkWaitsForTheNextTurnAndTimersRunBetween ) {
+   LoopTimer timer( loop_, "timer", [ & ] { told_.push_back( "timer" ); } );
+   loop_.post( [ & ] {
+      told_.push_back( "one" );
+      timer.start( 0ms );
+      loop_.post( [ & ] { told_.push_back( "two" ); } );
+   } );
+   loop_.turn(); // without a timeout: posted work does not wait
+   EXPECT_THAT( told_, ElementsAre( "one" ) );
+   loop_.turn();
+   EXPECT_THAT( told_, ElementsAre( "one", "timer", "two" ) );
+}
+
+TEST_F( EventLoopTest, RunTurnsUntilItIsStopped ) {
+   int turns = 0;
+   EventLoop::Work again = [ & ] {
+      if ( ++turns == 3 ) {
+         loop_.stop();
+      } else {
+         loop_.post( again );
+      }
+   };
+   loop_.post( again );
+   loop_.run();
+   EXPECT_EQ( turns, 3 );
+   turns = 2;
+   loop_.post( again );
+   loop_.run(); // and again
+   EXPECT_EQ( turns, 3 );
+}
+
+// --- Timers --------------------------------------------------------------------------------------
+
+TEST_F( EventLoopTest, TimerRunsOnceWhenItIsDue ) {
+   LoopTimer timer( loop_, "timer", [ & ] { told_.push_back( "timer" ); } );
+   auto const begin = std::chrono::steady_clock::now();
+   timer.start( 20ms );
+   EXPECT_TRUE( timer.running() );
+   while ( timer.running() ) {
+      loop_.turn();
+   }
+   EXPECT_GE( std::chrono::steady_clock::now() - begin, 20ms );
+   EXPECT_THAT( told_, ElementsAre( "timer" ) );
+   loop_.turn( 5ms );
+   EXPECT_THAT( told_, ElementsAre( "timer" ) );
+}
+
+TEST_F( EventLoopTest, StoppedTimerDoesNotRun ) {
+   LoopTimer timer( loop_, "timer", [ & ] { told_.push_back( "timer" ); } );
+   timer.start( 5ms );
+   timer.stop();
+   loop_.turn( 20ms );
+   EXPECT_THAT( told_, ElementsAre() );
+}
+
+TEST_F( EventLoopTest, TimerMayDestroyItself ) {
+   std::optional< LoopTimer > timer;
+   timer.emplace( loop_, "timer", [ & ] {
+      timer.reset();
+      told_.push_back( "gone" );
+   } );
+   timer->start( 0ms );
+   loop_.turn( 1s );
+   EXPECT_THAT( told_, ElementsAre( "gone" ) );
+}
+
+TEST_F( EventLoopTest, FaultOfATimerIsReported ) {
+   FaultRecorder faults;
+   LoopTimer timer( loop_, "my timer", [] { throw std::runtime_error( "no luck" ); } );
+   timer.start( 0ms );
+   loop_.turn( 1s );
+   EXPECT_THAT( faults.messages, ElementsAre( "fault in EventLoop on timer my timer: no luck" ) );
+}
+
+TEST_F( EventLoopTest, KernelTimerIsSetOncePerTurnWhateverManyTimersDo ) {
+   std::vector< std::unique_ptr< LoopTimer > > timers;
+   for ( int i = 0; i < 500; ++i ) {
+      timers.push_back( std::make_unique< LoopTimer >( loop_, "timer", [ &, i ] {
+         told_.push_back( "timer" );
+         timers[ static_cast< std::size_t >( i ) ]->start( 1h );
+      } ) );
+      timers.back()->start( std::chrono::microseconds( 10 * ( i % 100 ) ) );
+   }
+   auto const callsBefore = timerSystemCalls;
+   auto const turnsBefore = loop_.turns();
+   while ( told_.size() < 500 ) {
+      auto const calls = timerSystemCalls;
+      loop_.turn();
+      ASSERT_LE( timerSystemCalls, calls + 1 );
+   }
+   EXPECT_GT( timerSystemCalls, callsBefore );
+   EXPECT_LE( timerSystemCalls - callsBefore, loop_.turns() - turnsBefore );
+   EXPECT_EQ( loop_.timerSettings(), timerSystemCalls - callsBefore );
+}
+
+TEST_F( EventLoopTest, KernelTimerIsLeftAloneWhileTheNextDeadlineStays ) {
+   LoopTimer first( loop_, "first", [] {} );
+   LoopTimer later( loop_, "later", [] {} );
+   first.start( 1h );
+   loop_.turn( 0ms );
+   auto const calls = timerSystemCalls;
+   for ( int i = 0; i < 10; ++i ) {
+      later.start( 2h );
+      loop_.turn( 0ms );
+   }
+   EXPECT_EQ( timerSystemCalls, calls );
+   first.stop();
+   loop_.turn( 0ms );
+   EXPECT_EQ( timerSystemCalls, calls + 1 );
+}
+
+// --- Signals -------------------------------------------------------------------------------------
+
+TEST_F( EventLoopTest, SignalIsTakenByTheLoop ) {
+   loop_.signalIs( SIGUSR1, [ & ] { told_.push_back( "usr1" ); } );
+   loop_.signalIs( SIGUSR2, [ & ] { told_.push_back( "usr2" ); } );
+   ::kill( ::getpid(), SIGUSR2 );
+   EXPECT_THAT( told_, ElementsAre() );
+   loop_.turn( 1s );
+   EXPECT_THAT( told_, ElementsAre( "usr2" ) );
+   ::kill( ::getpid(), SIGUSR1 );
+   loop_.turn( 1s );
+   EXPECT_THAT( told_, ElementsAre( "usr2", "usr1" ) );
+}
+
+TEST( EventLoopSignals, AreUnblockedWithTheLoop ) {
+   {
+      EventLoop loop;
+      loop.signalIs( SIGUSR1, [] {} );
+   }
+   sigset_t blocked;
+   ::pthread_sigmask( SIG_BLOCK, nullptr, &blocked );
+   EXPECT_FALSE( sigismember( &blocked, SIGUSR1 ) );
+}
+
+TEST( GrowingPauseTest, DoublesUpToTheLast ) {
+   GrowingPause pause( 10ms, 35ms );
+   EXPECT_EQ( pause.take(), 10ms );
+   EXPECT_EQ( pause.take(), 20ms );
+   EXPECT_EQ( pause.take(), 35ms );
+   EXPECT_EQ( pause.take(), 35ms );
+   pause.reset();
+   EXPECT_EQ( pause.take(), 10ms );
+}
+
+TEST( FdTest, ClosesWhatItHoldsOnce ) {
+   int number;
+   {
+      Fd const fd = requireFd( ::dup( 0 ), "dup" );
+      number = fd.get();
+      Fd moved( std::move( const_cast< Fd & >( fd ) ) );
+      EXPECT_FALSE( fd );
+      EXPECT_EQ( moved.get(), number );
+      EXPECT_GE( ::fcntl( number, F_GETFD ), 0 );
+   }
+   EXPECT_LT( ::fcntl( number, F_GETFD ), 0 );
+}
+
+TEST( FdTest, ClosingKeepsErrno ) {
+   Fd fd( 12345 ); // not open: close fails
+   errno = EAGAIN;
+   fd.close();
+   EXPECT_EQ( errno, EAGAIN );
+}
+
+TEST( FdTest, FailedCallIsThrownWithItsName ) {
+   errno = EMFILE;
+   try {
+      requireFd( -1, "socket" );
+      FAIL() << "accepted";
+   } catch ( Quill::ErrnoException const & e ) {
+      EXPECT_STREQ( e.what(), "socket: Too many open files" );
+      EXPECT_EQ( e.number(), EMFILE );
+   }
+}
+
+} // namespace
+} // namespace Valen::Linux

@@ -1,0 +1,234 @@
+#include "linux/NetNsWatcher.h"
+
+#include "tests/linux/TestNetwork.h"
+
+#include <filesystem>
+#include <fstream>
+#include <gmock/gmock.h>
+#include <sys/mount.h>
+
+namespace Valen::Linux {
+namespace {
+
+using namespace std::chrono_literals;
+using ::testing::ElementsAre;
+using Valen::Test::run;
+using Valen::Test::TestNetNs;
+
+char const * text( NetNsWatcher::Change change ) {
+   switch ( change ) {
+   case NetNsWatcher::Change::appeared:
+      return "appeared";
+   case NetNsWatcher::Change::gone:
+      return "gone";
+   case NetNsWatcher::Change::replaced:
+      return "replaced";
+   }
+   return "?";
+}
+
+// Watches the usual folder, or one of the test's own.
+class NetNsWatcherTest : public Valen::Test::NetworkTest {
+ protected:
+   NetNsWatcherTest() {
+      char path[] = "/tmp/valen-watch-XXXXXX";
+      folder_ = ::mkdtemp( path );
+   }
+   ~NetNsWatcherTest() override {
+      watcher_.reset();
+      for ( auto const & file : mounted_ ) {
+         ::umount2( file.c_str(), MNT_DETACH );
+      }
+      std::filesystem::remove_all( folder_ );
+   }
+
+   // Tells of the namespaces of this test alone: others come and go in the usual folder.
+   void watch( std::vector< std::string > folders ) {
+      watcher_.emplace(
+         loop_, NetNsFolders( std::move( folders ) ),
+         [ this ]( Corvid::NamespaceName const & name, NetNsWatcher::Change change ) {
+            if ( name.view().starts_with( own_ ) || watchesOwnFolder_ ) {
+               told_.push_back( name.stdString() + " " + text( change ) );
+            }
+         } );
+   }
+   void watchUsual() { watch( { NetNsFolders::usual } ); }
+   void watchOwn( std::string const & below = "" ) {
+      watchesOwnFolder_ = true;
+      watch( { folder_ + below } );
+   }
+
+   bool toldCount( std::size_t count ) {
+      return turnUntil( [ & ] { return told_.size() >= count; } );
+   }
+   bool knows( std::string_view name ) const {
+      return watcher_->known().contains( Corvid::NamespaceName( name ) );
+   }
+
+   std::string file( std::string const & name ) const { return folder_ + "/" + name; }
+   void makeFile( std::string const & name ) { std::ofstream( file( name ) ).flush(); }
+   void mount( std::string const & source, std::string const & name ) {
+      mounted_.push_back( file( name ) );
+      ASSERT_EQ( ::mount( source.c_str(), file( name ).c_str(), "none", MS_BIND, nullptr ), 0 );
+   }
+   void unmount( std::string const & name ) {
+      ASSERT_EQ( ::umount2( file( name ).c_str(), MNT_DETACH ), 0 );
+   }
+
+   std::string const own_ = "vt-" + std::to_string( ::getpid() ) + "-";
+   std::string folder_;
+   std::vector< std::string > mounted_;
+   std::vector< std::string > told_;
+   std::optional< NetNsWatcher > watcher_;
+   bool watchesOwnFolder_ = false;
+};
+
+TEST_F( NetNsWatcherTest, ExistingNamespacesAreKnownAndNotTold ) {
+   TestNetNs const blue;
+   watchUsual();
+   settle();
+   EXPECT_THAT( told_, ElementsAre() );
+   ASSERT_TRUE( knows( blue.text() ) );
+   EXPECT_EQ( watcher_->known().at( blue.name() ), *NetNsFolders().identity( blue.name() ) );
+}
+
+TEST_F( NetNsWatcherTest, NamespaceThatAppearsIsTold ) {
+   watchUsual();
+   TestNetNs const blue;
+   ASSERT_TRUE( toldCount( 1 ) );
+   settle();
+   EXPECT_THAT( told_, ElementsAre( blue.text() + " appeared" ) );
+   EXPECT_TRUE( knows( blue.text() ) );
+}
+
+TEST_F( NetNsWatcherTest, NamespaceThatGoesIsTold ) {
+   TestNetNs blue;
+   watchUsual();
+   blue.destroy();
+   ASSERT_TRUE( toldCount( 1 ) );
+   EXPECT_THAT( told_, ElementsAre( blue.text() + " gone" ) );
+   EXPECT_FALSE( knows( blue.text() ) );
+}
+
+TEST_F( NetNsWatcherTest, NamespaceMadeAnewBetweenTwoTurnsIsToldAsReplaced ) {
+   TestNetNs blue;
+   watchUsual();
+   auto const keepsOldAlive = NetNsFolders().open( blue.name() );
+   blue.destroy();
+   blue.create();
+   ASSERT_TRUE( toldCount( 1 ) );
+   settle();
+   EXPECT_THAT( told_, ElementsAre( blue.text() + " replaced" ) );
+   EXPECT_NE( watcher_->known().at( blue.name() ), keepsOldAlive.identity );
+}
+
+TEST_F( NetNsWatcherTest, FileThatBecomesANamespaceLaterIsFound ) {
+   watchOwn();
+   makeFile( "late" );
+   settle( 30ms );
+   EXPECT_THAT( told_, ElementsAre() );
+   EXPECT_FALSE( knows( "late" ) );
+   mount( "/proc/self/ns/net", "late" ); // of which inotify says nothing
+   ASSERT_TRUE( toldCount( 1 ) );
+   EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
+}
+
+TEST_F( NetNsWatcherTest, FileThatWasThereBeforeTheWatcherIsFoundToo ) {
+   makeFile( "late" );
+   watchOwn();
+   mount( "/proc/self/ns/net", "late" );
+   ASSERT_TRUE( toldCount( 1 ) );
+   EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
+}
+
+TEST_F( NetNsWatcherTest, FileThatNeverBecomesANamespaceIsForgottenWithIt ) {
+   watchOwn();
+   makeFile( "never" );
+   settle( 20ms );
+   EXPECT_EQ( loop_.scheduler()->armedTasks(), 1u );
+   std::filesystem::remove( file( "never" ) );
+   ASSERT_TRUE( turnUntil( [ & ] { return loop_.scheduler()->armedTasks() == 0; } ) );
+   EXPECT_THAT( told_, ElementsAre() );
+}
+
+TEST_F( NetNsWatcherTest, FolderThatDoesNotExistYetIsFound ) {
+   watchOwn( "/a/b" );
+   std::filesystem::create_directory( file( "a" ) );
+   settle( 20ms );
+   std::filesystem::create_directory( file( "a/b" ) );
+   settle( 20ms );
+   makeFile( "a/b/late" );
+   mount( "/proc/self/ns/net", "a/b/late" );
+   ASSERT_TRUE( toldCount( 1 ) );
+   EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
+}
+
+TEST_F( NetNsWatcherTest, FolderMadeInOneGoIsFoundWithItsContents ) {
+   watchOwn( "/a/b" );
+   std::filesystem::create_directories( file( "a/b" ) );
+   makeFile( "a/b/late" );
+   mount( "/proc/self/ns/net", "a/b/late" );
+   ASSERT_TRUE( toldCount( 1 ) );
+   EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
+}
+
+TEST_F( NetNsWatcherTest, FolderThatGoesTakesItsNamespacesAlongAndMayComeBack ) {
+   std::filesystem::create_directory( file( "a" ) );
+   std::filesystem::create_symlink( "/proc/self/ns/net", file( "a/mine" ) );
+   watchOwn( "/a" );
+   EXPECT_TRUE( knows( "mine" ) );
+   std::filesystem::remove_all( file( "a" ) );
+   ASSERT_TRUE( toldCount( 1 ) );
+   std::filesystem::create_directory( file( "a" ) );
+   settle( 20ms );
+   std::filesystem::create_symlink( "/proc/self/ns/net", file( "a/mine" ) );
+   ASSERT_TRUE( toldCount( 2 ) );
+   EXPECT_THAT( told_, ElementsAre( "mine gone", "mine appeared" ) );
+}
+
+TEST_F( NetNsWatcherTest, FilesThatAreMovedAreFollowed ) {
+   std::filesystem::create_symlink( "/proc/self/ns/net", file( "old" ) );
+   watchOwn();
+   std::filesystem::rename( file( "old" ), file( "new" ) );
+   ASSERT_TRUE( toldCount( 2 ) );
+   EXPECT_THAT( told_, ElementsAre( "old gone", "new appeared" ) );
+}
+
+TEST_F( NetNsWatcherTest, RescanFindsWhatInotifyDoesNotTell ) {
+   TestNetNs const blue;
+   makeFile( "one" );
+   mount( "/proc/self/ns/net", "one" );
+   watchOwn();
+   unmount( "one" );
+   mount( std::string( NetNsFolders::usual ) + "/" + blue.text(), "one" );
+   settle( 20ms );
+   EXPECT_THAT( told_, ElementsAre() );
+   watcher_->rescan();
+   EXPECT_THAT( told_, ElementsAre( "one replaced" ) );
+   watcher_->rescan();
+   EXPECT_THAT( told_, ElementsAre( "one replaced" ) );
+}
+
+TEST_F( NetNsWatcherTest, NamesThatNoNamespaceCanHaveAreLeftOut ) {
+   for ( auto const & name : { std::string( "default" ), std::string( 151, 'x' ) } ) {
+      std::filesystem::create_symlink( "/proc/self/ns/net", file( name ) );
+   }
+   std::filesystem::create_symlink( "/proc/self/ns/net", file( std::string( 150, 'y' ) ) );
+   watchOwn();
+   EXPECT_EQ( watcher_->known().size(), 1u );
+   EXPECT_TRUE( knows( std::string( 150, 'y' ) ) );
+}
+
+TEST_F( NetNsWatcherTest, ManyThatComeAndGoAreAllSeen ) {
+   watchOwn();
+   for ( int i = 0; i < 3000; ++i ) {
+      std::filesystem::create_symlink( "/proc/self/ns/net", file( std::to_string( i ) ) );
+   }
+   ASSERT_TRUE( turnUntil( [ & ] { return watcher_->known().size() == 3000; } ) );
+   std::filesystem::remove_all( folder_ );
+   ASSERT_TRUE( turnUntil( [ & ] { return watcher_->known().empty(); } ) );
+   EXPECT_EQ( told_.size(), 6000u );
+}
+
+} // namespace
+} // namespace Valen::Linux

@@ -1,0 +1,179 @@
+// Real network namespaces, devices and captures for the tests. Everything lives in namespaces named
+// "vt-PID-N", which go with the test that made them; those of a test that died are swept up by the
+// next one.
+#pragma once
+
+#include "linux/EventLoop.h"
+#include "linux/NetNs.h"
+
+#include <arpa/inet.h>
+#include <chrono>
+#include <cstdlib>
+#include <dirent.h>
+#include <functional>
+#include <gtest/gtest.h>
+#include <linux/if_packet.h>
+#include <net/ethernet.h>
+#include <net/if.h>
+#include <poll.h>
+#include <signal.h>
+#include <string>
+#include <sys/socket.h>
+#include <unistd.h>
+#include <vector>
+
+namespace Valen::Test {
+
+// Runs a command; throws when it fails.
+inline void run( std::string const & command ) {
+   if ( std::system( ( command + " >/dev/null" ).c_str() ) != 0 ) {
+      throw std::runtime_error( "command failed: " + command );
+   }
+}
+
+// Removes what tests left behind that did not live to tidy up.
+inline void sweepNamespaces() {
+   auto * const folder = ::opendir( Linux::NetNsFolders::usual );
+   while ( auto const * const entry = folder ? ::readdir( folder ) : nullptr ) {
+      std::string const name( entry->d_name );
+      if ( name.starts_with( "vt-" ) && ::kill( std::atoi( name.c_str() + 3 ), 0 ) < 0 ) {
+         (void)std::system( ( "ip netns del " + name + " 2>/dev/null" ).c_str() );
+      }
+   }
+   if ( folder ) {
+      ::closedir( folder );
+   }
+}
+
+// A namespace of the test's own, with its loopback device alone.
+class TestNetNs {
+ public:
+   TestNetNs() : TestNetNs( newName() ) {}
+   explicit TestNetNs( std::string name ) : name_( std::move( name ) ) { create(); }
+   ~TestNetNs() { (void)std::system( ( "ip netns del " + name_ + " 2>/dev/null" ).c_str() ); }
+   TestNetNs( TestNetNs const & ) = delete;
+   TestNetNs & operator=( TestNetNs const & ) = delete;
+
+   // A name that no namespace bears.
+   static std::string newName() {
+      static int next = 0;
+      return "vt-" + std::to_string( ::getpid() ) + "-" + std::to_string( ++next );
+   }
+
+   std::string const & text() const { return name_; }
+   Corvid::NamespaceName name() const { return Corvid::NamespaceName( std::string_view( name_ ) ); }
+
+   void create() { run( "ip netns add " + name_ ); }
+   void destroy() { run( "ip netns del " + name_ ); }
+
+   // Runs `ip` inside: ip( "link set et1 up" ).
+   void ip( std::string const & arguments ) const { run( "ip -n " + name_ + " " + arguments ); }
+
+   // A device here and its other end in `far`, both up.
+   void veth( std::string const & device, TestNetNs const & far,
+              std::string const & farDevice ) const {
+      ip( "link add " + device + " type veth peer name " + farDevice + " netns " + far.text() );
+      ip( "link set " + device + " up" );
+      far.ip( "link set " + farDevice + " up" );
+   }
+
+   // The index of a device; 0 when it is not there.
+   U32 index( std::string const & device ) const {
+      auto const netNs = Linux::NetNsFolders().open( name() );
+      Linux::NetNsScope const inside( netNs );
+      return ::if_nametoindex( device.c_str() );
+   }
+
+ private:
+   std::string const name_;
+};
+
+// Takes the frames that come in at a device.
+class Capture {
+ public:
+   Capture( TestNetNs const & netNs, std::string const & device ) {
+      auto const opened = Linux::NetNsFolders().open( netNs.name() );
+      Linux::NetNsScope const inside( opened );
+      fd_ = Linux::requireFd( ::socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0 ), "socket" );
+      sockaddr_ll address{};
+      address.sll_family = AF_PACKET;
+      address.sll_protocol = htons( ETH_P_ALL );
+      address.sll_ifindex = static_cast< int >( ::if_nametoindex( device.c_str() ) );
+      if ( ::bind( fd_.get(), reinterpret_cast< sockaddr * >( &address ), sizeof address ) < 0 ) {
+         Linux::throwErrno( "bind", errno );
+      }
+   }
+
+   // The test frames that come in, until `count` are there or `patience` is over. Others, which the
+   // kernel sends by itself, are left out.
+   std::vector< std::string >
+   frames( std::size_t count,
+           std::chrono::milliseconds patience = std::chrono::milliseconds( 2000 ) ) {
+      std::vector< std::string > frames;
+      auto const end = std::chrono::steady_clock::now() + patience;
+      while ( frames.size() < count ) {
+         auto const left = std::chrono::duration_cast< std::chrono::milliseconds >(
+            end - std::chrono::steady_clock::now() );
+         pollfd ready{ fd_.get(), POLLIN, 0 };
+         if ( left.count() <= 0 || ::poll( &ready, 1, static_cast< int >( left.count() ) ) <= 0 ) {
+            break;
+         }
+         std::string frame( 70000, '\0' );
+         auto const length = ::recv( fd_.get(), frame.data(), frame.size(), 0 );
+         frame.resize( length > 0 ? static_cast< std::size_t >( length ) : 0 );
+         if ( frame.size() >= 14 && frame.substr( 12, 2 ) == testType ) {
+            frames.push_back( std::move( frame ) );
+         }
+      }
+      return frames;
+   }
+
+   // An EtherType for experiments, which the kernel itself never sends.
+   static inline std::string const testType = "\x88\xb5";
+
+ private:
+   Linux::Fd fd_;
+};
+
+// A broadcast Ethernet frame with `payload`.
+inline std::string testFrame( std::string const & payload ) {
+   return std::string( 6, '\xff' ) + std::string( "\x02\0\0\0\0\x01", 6 ) + Capture::testType +
+          payload;
+}
+
+// A fixture with a loop, for tests that need the rights to make namespaces.
+class NetworkTest : public ::testing::Test {
+ protected:
+   void SetUp() override {
+      if ( ::geteuid() != 0 && !std::getenv( "CI" ) ) {
+         GTEST_SKIP() << "making network namespaces needs root";
+      }
+      static bool const swept = ( sweepNamespaces(), true );
+      (void)swept;
+   }
+
+   // Turns the loop until `condition` holds; false when it does not within the patience.
+   bool turnUntil( std::function< bool() > const & condition,
+                   std::chrono::milliseconds patience = std::chrono::milliseconds( 5000 ) ) {
+      auto const end = std::chrono::steady_clock::now() + patience;
+      while ( !condition() ) {
+         if ( std::chrono::steady_clock::now() > end ) {
+            return false;
+         }
+         loop_.turn( std::chrono::milliseconds( 20 ) );
+      }
+      return true;
+   }
+
+   // Turns the loop for as long as something keeps happening.
+   void settle( std::chrono::milliseconds quiet = std::chrono::milliseconds( 50 ) ) {
+      auto const end = std::chrono::steady_clock::now() + quiet;
+      while ( std::chrono::steady_clock::now() < end ) {
+         loop_.turn( std::chrono::milliseconds( 10 ) );
+      }
+   }
+
+   Linux::EventLoop loop_;
+};
+
+} // namespace Valen::Test
