@@ -1,0 +1,325 @@
+#include "agent/ConfigSm.h"
+
+#include "platform/quill/Fault.h"
+#include "platform/trace/Trace.h"
+
+namespace Valen {
+
+namespace {
+
+QUILL_TRACE_UNIT( "ConfigSm" )
+
+} // namespace
+
+Quill::Ptr< ConfigSm > configSmFactory(
+   Quill::Ptr< Config::ConfigDir const > configDir, Quill::Ptr< Quill::Dir const > agentConfigDir,
+   Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
+   Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
+   Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
+   Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
+   Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
+   Quill::Ptr< Orrery::EntityManager > entityManager, Quill::Ptr< Status::StatusDir > statusDir,
+   Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf ) {
+   return ConfigSm::ConfigSmIs( std::move( configDir ), std::move( agentConfigDir ),
+                                std::move( allIntfConfigDir ), std::move( allIntfStatusDir ),
+                                std::move( allIntfStatusLocalDir ), std::move( l3IntfStatusDir ),
+                                std::move( allVrfStatusLocal ), std::move( entityManager ),
+                                std::move( statusDir ), std::move( allVrf ), std::move( allIntf ) );
+}
+
+ConfigSm::ConfigSm( Quill::Ptr< Config::ConfigDir const > configDir,
+                    Quill::Ptr< Quill::Dir const > agentConfigDir,
+                    Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
+                    Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
+                    Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
+                    Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
+                    Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
+                    Quill::Ptr< Orrery::EntityManager > entityManager,
+                    Quill::Ptr< Status::StatusDir > statusDir, Quill::Ptr< AllVrf > allVrf,
+                    Quill::Ptr< AllIntf > allIntf )
+    : configDir_( std::move( configDir ) ), agentConfigDir_( *this, std::move( agentConfigDir ) ),
+      statusDir_( std::move( statusDir ) ), allVrf_( *this, allVrf ), allIntf_( *this, allIntf ),
+      scheduler_( Gantry::TaskSchedulerRoot::findOrCreateScheduler() ) {
+   kernelIntfIs( std::move( allIntfStatusDir ), std::move( allIntfStatusLocalDir ),
+                 std::move( entityManager ) );
+   allVrfStatusLocalSmIs( std::move( allVrfStatusLocal ), allVrf );
+   allIntfConfigDirSmIs( std::move( allIntfConfigDir ), allIntf );
+   l3IntfStatusDirSmIs( std::move( l3IntfStatusDir ), allVrf, allIntf );
+   handleInitialized();
+}
+
+ConfigSm::~ConfigSm() {
+   handleDestruction();
+   quillDoZombieReactors( true );
+   // Gone already, unless a watcher of what just went has brought one back.
+   kernelIntfDel();
+   agentConfigSmDelAll();
+   allVrfStatusLocalSmDel();
+   allIntfConfigDirSmDel();
+   vrfContainerSmDelAll();
+}
+
+// --- The children --------------------------------------------------------------------------------
+
+Quill::Ptr< KernelIntf >
+ConfigSm::kernelIntfIs( Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
+                        Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
+                        Quill::Ptr< Orrery::EntityManager > entityManager ) {
+   if ( kernelIntf_ ) {
+      Quill::requireSameParameter( "_allIntfStatusDir", allIntfStatusDir,
+                                   kernelIntf_->allIntfStatusDir() );
+      Quill::requireSameParameter( "_allIntfStatusLocalDir", allIntfStatusLocalDir,
+                                   kernelIntf_->allIntfStatusLocalDir() );
+      Quill::requireSameParameter( "_entityManager", entityManager, kernelIntf_->entityManager() );
+   } else {
+      kernelIntf_ =
+         kernelIntfFactory( std::move( allIntfStatusDir ), std::move( allIntfStatusLocalDir ),
+                            std::move( entityManager ) );
+   }
+   return kernelIntf_;
+}
+
+void ConfigSm::kernelIntfDel() {
+   kernelIntf_ = nullptr;
+}
+
+Quill::Ptr< AllVrfStatusLocalSm >
+ConfigSm::allVrfStatusLocalSmIs( Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
+                                 Quill::Ptr< AllVrf > allVrf ) {
+   if ( allVrfStatusLocalSm_ ) {
+      Quill::requireSameParameter( "_allVrfStatusLocal", allVrfStatusLocal,
+                                   allVrfStatusLocalSm_->allVrfStatusLocal() );
+      Quill::requireSameParameter( "_allVrf", allVrf, allVrfStatusLocalSm_->allVrf() );
+   } else {
+      allVrfStatusLocalSm_ =
+         allVrfStatusLocalSmFactory( std::move( allVrfStatusLocal ), std::move( allVrf ) );
+   }
+   return allVrfStatusLocalSm_;
+}
+
+void ConfigSm::allVrfStatusLocalSmDel() {
+   retire( std::exchange( allVrfStatusLocalSm_, nullptr ) );
+}
+
+Quill::Ptr< AllIntfConfigDirSm >
+ConfigSm::allIntfConfigDirSmIs( Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
+                                Quill::Ptr< AllIntf > allIntf ) {
+   if ( allIntfConfigDirSm_ ) {
+      Quill::requireSameParameter( "_allIntfConfigDir", allIntfConfigDir,
+                                   allIntfConfigDirSm_->allIntfConfigDir() );
+      Quill::requireSameParameter( "_allIntf", allIntf, allIntfConfigDirSm_->allIntf() );
+   } else {
+      allIntfConfigDirSm_ =
+         allIntfConfigDirSmFactory( std::move( allIntfConfigDir ), std::move( allIntf ) );
+   }
+   return allIntfConfigDirSm_;
+}
+
+void ConfigSm::allIntfConfigDirSmDel() {
+   retire( std::exchange( allIntfConfigDirSm_, nullptr ) );
+}
+
+Quill::Ptr< L3IntfStatusDirSm >
+ConfigSm::l3IntfStatusDirSmIs( Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
+                               Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf ) {
+   if ( l3IntfStatusDirSm_ ) {
+      Quill::requireSameParameter( "_l3IntfStatusDir", l3IntfStatusDir,
+                                   l3IntfStatusDirSm_->l3IntfStatusDir() );
+      Quill::requireSameParameter( "_allVrf", allVrf, l3IntfStatusDirSm_->allVrf() );
+      Quill::requireSameParameter( "_allIntf", allIntf, l3IntfStatusDirSm_->allIntf() );
+   } else {
+      l3IntfStatusDirSm_ = l3IntfStatusDirSmFactory( std::move( l3IntfStatusDir ),
+                                                     std::move( allVrf ), std::move( allIntf ) );
+   }
+   return l3IntfStatusDirSm_;
+}
+
+void ConfigSm::l3IntfStatusDirSmDel() {
+   retire( std::exchange( l3IntfStatusDirSm_, nullptr ) );
+}
+
+Quill::Ptr< AgentConfigSm > ConfigSm::agentConfigSmIs( Quill::Name agentName,
+                                                       Quill::Ptr< Quill::Dir const > agentDir,
+                                                       Quill::Ptr< AllIntf > allIntf ) {
+   if ( auto const child = agentConfigSm( agentName ) ) {
+      Quill::requireSameParameter( "_agentDir", agentDir, child->agentDir() );
+      Quill::requireSameParameter( "_allIntf", allIntf, child->allIntf() );
+      return child;
+   }
+   auto const child =
+      agentConfigSmFactory( std::move( agentName ), std::move( agentDir ), std::move( allIntf ) );
+   agentConfigSm_.insert( child );
+   return child;
+}
+
+void ConfigSm::agentConfigSmDel( Quill::Name agentName ) {
+   retire( agentConfigSm_.remove( agentName ) );
+}
+
+void ConfigSm::agentConfigSmDelAll() {
+   for ( auto const & child : agentConfigSm_ ) {
+      agentConfigSmDel( child->name() );
+   }
+}
+
+Quill::Ptr< VrfContainerSm >
+ConfigSm::vrfContainerSmIs( Quill::Ptr< Vrf const > vrf, Quill::Ptr< VrfL3Intf const > vrfL3Intf,
+                            Quill::Ptr< AllIntf > allIntf,
+                            Quill::Ptr< Interface::DeviceIntfStatusDir const > deviceIntfStatusDir,
+                            Quill::Ptr< Gantry::TaskScheduler > scheduler,
+                            Quill::Ptr< Config::ConfigDir const > configDir,
+                            Quill::Ptr< Status::StatusDir > statusDir ) {
+   if ( !vrf ) {
+      // The quotation mark at the end belongs to the text.
+      throw Quill::NullParameterException( "null vrfContainerSm_Vrf parameter to mutator for "
+                                           "Valen::ConfigSm::vrfContainerSm not allowed\"" );
+   }
+   if ( auto const child = vrfContainerSm( vrf->vrfName() ) ) {
+      Quill::requireSameParameter( "_vrf", vrf, child->vrf() );
+      Quill::requireSameParameter( "_vrfL3Intf", vrfL3Intf, child->vrfL3Intf() );
+      Quill::requireSameParameter( "_allIntf", allIntf, child->allIntf() );
+      Quill::requireSameParameter( "_deviceIntfStatusDir", deviceIntfStatusDir,
+                                   child->deviceIntfStatusDir() );
+      Quill::requireSameParameter( "_taskScheduler", scheduler, child->taskScheduler() );
+      Quill::requireSameParameter( "_configDir", configDir, child->configDir() );
+      Quill::requireSameParameter( "_statusDir", statusDir, child->statusDir() );
+      return child;
+   }
+   auto const child =
+      vrfContainerSmFactory( std::move( vrf ), std::move( vrfL3Intf ), std::move( allIntf ),
+                             std::move( deviceIntfStatusDir ), std::move( scheduler ),
+                             std::move( configDir ), std::move( statusDir ) );
+   vrfContainerSm_.insert( child );
+   return child;
+}
+
+void ConfigSm::vrfContainerSmDel( L3::VrfName vrfName ) {
+   retire( vrfContainerSm_.remove( vrfName ) );
+}
+
+void ConfigSm::vrfContainerSmDelAll() {
+   for ( auto const & child : vrfContainerSm_ ) {
+      vrfContainerSmDel( child->vrfName() );
+   }
+}
+
+void ConfigSm::hasNotificationActiveIs( bool active ) {
+   if ( active == hasNotificationActive() ) {
+      return;
+   }
+   Reactor::hasNotificationActiveIs( active );
+   Reactor * const trackers[] = { allVrfStatusLocalSm_.get(), allIntfConfigDirSm_.get(),
+                                  l3IntfStatusDirSm_.get() };
+   for ( auto * const tracker : trackers ) {
+      if ( tracker ) {
+         tracker->hasNotificationActiveIs( active );
+      }
+   }
+}
+
+// --- The handlers --------------------------------------------------------------------------------
+
+void ConfigSm::handleInitialized() {
+   TRACE0( "" );
+   initializedIs( true );
+   for ( auto const & entry : agentConfigDir()->entry() ) {
+      handleAgent( entry.key );
+   }
+   replayModel();
+}
+
+// What the trackers brought into the model while this reactor was being made reached handlers that
+// were not ready for it. One VRF that cannot be had must not cost the others, so each goes alone.
+void ConfigSm::replayModel() {
+   for ( auto const & intfMessage : allIntf()->intfMessage() ) {
+      auto const intfId = intfMessage->intfId();
+      Quill::underFaultBoundary(
+         reactorName(), "intfMessage", [ & ] { return Quill::display( intfId ); },
+         [ & ] { handleIntfMessage( intfId ); } );
+   }
+   for ( auto const & vrf : allVrf()->vrf() ) {
+      auto const vrfName = vrf->vrfName();
+      Quill::underFaultBoundary(
+         reactorName(), "vrf", [ & ] { return Quill::display( vrfName ); },
+         [ & ] { handleVrf( vrfName ); } );
+   }
+}
+
+void ConfigSm::handleAgent( Quill::Name name ) {
+   TRACE0( "%s", name );
+   if ( !initialized_ ) {
+      TRACE1( "not initialized" );
+      return;
+   }
+   if ( !agentConfigDir()->entryHas( name ) ) {
+      TRACE1( "removing agentConfig" );
+      agentConfigSmDel( name );
+      return;
+   }
+   auto const entity = agentConfigDir()->entry( name );
+   if ( !entity ) {
+      TRACE1( "agentConfig added but not yet instantiated" );
+      return;
+   }
+   TRACE1( "adding agentConfig" );
+   if ( auto const agentDir = Quill::ptrCast< Quill::Dir const >( entity ) ) {
+      agentConfigSmIs( name, agentDir, allIntf() );
+   }
+}
+
+void ConfigSm::handleVrf( L3::VrfName vrfName ) {
+   TRACE0( "vrf %s", vrfName );
+   if ( !initialized_ ) {
+      TRACE1( "not initialized" );
+      return;
+   }
+   auto const vrf = allVrf()->vrf( vrfName );
+   auto const vrfL3Intf = allVrf()->vrfL3Intf( vrfName );
+   if ( !vrf || !vrfL3Intf ) {
+      if ( vrfContainerSm_.has( vrfName ) ) {
+         vrfContainerSmDel( vrfName );
+         kernelIntf_->vrfDel( vrfName );
+      }
+      return;
+   }
+   auto const deviceIntfStatusDir = kernelIntf_->vrfIs( vrfName, vrf->nsName() );
+   // No handle, which would outlive the child's removal.
+   if ( auto const * const child = vrfContainerSm( vrfName ).get() ) {
+      if ( child->vrf() == vrf && child->vrfL3Intf() == vrfL3Intf ) {
+         TRACE1( "vrfContainerSm already exists" );
+         return;
+      }
+      TRACE1( "removing stale vrfContainerSm" );
+      vrfContainerSmDel( vrfName );
+   }
+   vrfContainerSmIs( vrf, vrfL3Intf, allIntf(), deviceIntfStatusDir, scheduler_, configDir_,
+                     statusDir_ );
+}
+
+void ConfigSm::handleIntfMessage( Corvid::IntfId intfId ) {
+   TRACE0( "%s", intfId );
+   if ( !initialized_ ) {
+      TRACE1( "not initialized" );
+      return;
+   }
+   if ( auto const intfMessage = allIntf()->intfMessage( intfId ) ) {
+      TRACE1( "adding intf to allIntf" );
+      allIntf()->intfIs( intfId, Quill::Ptr< IntfMessage const >( intfMessage ) );
+   } else {
+      TRACE1( "removing intf from allIntf" );
+      allIntf()->intfDel( intfId );
+   }
+}
+
+void ConfigSm::handleDestruction() {
+   TRACE0( "%s intfStatus to clean up", statusDir_->intfStatuss() );
+   vrfContainerSmDelAll();
+   l3IntfStatusDirSmDel();
+   allIntfConfigDirSmDel();
+   allVrfStatusLocalSmDel();
+   agentConfigSmDelAll();
+   kernelIntfDel();
+   VALEN_ASSERT( 0 == statusDir()->intfStatuss() );
+}
+
+} // namespace Valen

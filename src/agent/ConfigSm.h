@@ -1,0 +1,161 @@
+// Valen::ConfigSm: the root of the feature while it runs. Owns every other reactor and keeps the
+// interfaces of the model in step with the messages.
+#pragma once
+
+#include "messages/AgentConfigSm.h"
+#include "platform/gantry/TaskScheduler.h"
+#include "tracking/AllIntfConfigDirSm.h"
+#include "tracking/AllVrfStatusLocalSm.h"
+#include "tracking/L3IntfStatusDirSm.h"
+#include "vrf/KernelIntf.h"
+#include "vrf/VrfContainerSm.h"
+
+namespace Valen {
+
+//   watches   the directory of the agents' configurations; AllVrf::vrf; AllIntf::intfMessage
+//   writes    AllIntf::intf, which nobody else does
+//   owns      the kernel mounts, the three trackers, one AgentConfigSm per agent, one
+//             VrfContainerSm per VRF
+//   owned by  RunnabilitySm, which makes it when global configuration comes
+// Between two handlers, from handleInitialized() to handleDestruction():
+//   (1) an Intf exists exactly while its interface has an IntfMessage;
+//   (2) a VRF whose record and set exist has a container made from both, unless its endpoint could
+//       not be opened.
+// Its end leaves no status entry behind.
+class ConfigSm final : public Quill::Reactor {
+   QUILL_TRACKED( Valen::ConfigSm )
+ public:
+   // Keeps all eleven and hands them on. None null. Runs the whole feature before it returns.
+   ConfigSm( Quill::Ptr< Config::ConfigDir const > configDir,
+             Quill::Ptr< Quill::Dir const > agentConfigDir,
+             Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
+             Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
+             Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
+             Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
+             Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
+             Quill::Ptr< Orrery::EntityManager > entityManager,
+             Quill::Ptr< Status::StatusDir > statusDir, Quill::Ptr< AllVrf > allVrf,
+             Quill::Ptr< AllIntf > allIntf );
+   ~ConfigSm() override;
+
+   // Makes one from the same eleven handles as configSmFactory.
+   template < class... Handles > static Quill::Ptr< ConfigSm > ConfigSmIs( Handles &&... handles ) {
+      return Quill::make< ConfigSm >( std::forward< Handles >( handles )... );
+   }
+
+   char const * reactorName() const noexcept override { return "ConfigSm"; }
+
+   Quill::Ptr< Config::ConfigDir const > const & configDir() const { return configDir_; }
+   Quill::Ptr< Quill::Dir const > agentConfigDir() const { return agentConfigDir_.handle(); }
+   Quill::Ptr< Status::StatusDir > const & statusDir() const { return statusDir_; }
+   Quill::Ptr< AllVrf > allVrf() const { return allVrf_.handle(); }
+   Quill::Ptr< AllIntf > allIntf() const { return allIntf_.handle(); }
+   Quill::Ptr< Gantry::TaskSchedulerRoot > const & scheduler() const { return scheduler_; }
+
+   // Each xIs makes the reactor, or returns the one that was made from the same values; throws
+   // NameInUseException, and changes nothing, when one was made from others.
+
+   Quill::Ptr< KernelIntf > const & kernelIntf() const { return kernelIntf_; }
+   Quill::Ptr< KernelIntf >
+   kernelIntfIs( Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
+                 Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
+                 Quill::Ptr< Orrery::EntityManager > entityManager );
+   void kernelIntfDel();
+
+   Quill::Ptr< AllVrfStatusLocalSm > const & allVrfStatusLocalSm() const {
+      return allVrfStatusLocalSm_;
+   }
+   Quill::Ptr< AllVrfStatusLocalSm >
+   allVrfStatusLocalSmIs( Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
+                          Quill::Ptr< AllVrf > allVrf );
+   void allVrfStatusLocalSmDel();
+
+   Quill::Ptr< AllIntfConfigDirSm > const & allIntfConfigDirSm() const {
+      return allIntfConfigDirSm_;
+   }
+   Quill::Ptr< AllIntfConfigDirSm >
+   allIntfConfigDirSmIs( Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
+                         Quill::Ptr< AllIntf > allIntf );
+   void allIntfConfigDirSmDel();
+
+   Quill::Ptr< L3IntfStatusDirSm > const & l3IntfStatusDirSm() const { return l3IntfStatusDirSm_; }
+   Quill::Ptr< L3IntfStatusDirSm >
+   l3IntfStatusDirSmIs( Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
+                        Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf );
+   void l3IntfStatusDirSmDel();
+
+   using AgentConfigSms = Quill::Members< AgentConfigSm, &AgentConfigSm::name >;
+   AgentConfigSms const & agentConfigSm() const { return agentConfigSm_; }
+   U32 agentConfigSms() const { return agentConfigSm_.count(); }
+   Quill::Ptr< AgentConfigSm > agentConfigSm( Quill::Name const & agentName ) const {
+      return agentConfigSm_.find( agentName );
+   }
+   Quill::Ptr< AgentConfigSm > agentConfigSmIs( Quill::Name agentName,
+                                                Quill::Ptr< Quill::Dir const > agentDir,
+                                                Quill::Ptr< AllIntf > allIntf );
+   void agentConfigSmDel( Quill::Name agentName );
+   void agentConfigSmDelAll();
+
+   using VrfContainerSms = Quill::Members< VrfContainerSm, &VrfContainerSm::vrfName >;
+   VrfContainerSms const & vrfContainerSm() const { return vrfContainerSm_; }
+   U32 vrfContainerSms() const { return vrfContainerSm_.count(); }
+   Quill::Ptr< VrfContainerSm > vrfContainerSm( L3::VrfName const & vrfName ) const {
+      return vrfContainerSm_.find( vrfName );
+   }
+   // Throws NullParameterException when `vrf`, which has the key, is null; ErrnoException when the
+   // VRF's endpoint cannot be opened (VrfContainerSm.h).
+   Quill::Ptr< VrfContainerSm >
+   vrfContainerSmIs( Quill::Ptr< Vrf const > vrf, Quill::Ptr< VrfL3Intf const > vrfL3Intf,
+                     Quill::Ptr< AllIntf > allIntf,
+                     Quill::Ptr< Interface::DeviceIntfStatusDir const > deviceIntfStatusDir,
+                     Quill::Ptr< Gantry::TaskScheduler > scheduler,
+                     Quill::Ptr< Config::ConfigDir const > configDir,
+                     Quill::Ptr< Status::StatusDir > statusDir );
+   void vrfContainerSmDel( L3::VrfName vrfName );
+   void vrfContainerSmDelAll();
+
+   bool initialized() const { return initialized_; }
+   void initializedIs( bool initialized ) { initialized_ = initialized; }
+
+   // Switches the three trackers along, but not the mounts, the agents or the containers.
+   void hasNotificationActiveIs( bool active ) override;
+
+   void handleInitialized();
+   void handleAgent( Quill::Name name );
+   void handleVrf( L3::VrfName vrfName );
+   void handleIntfMessage( Corvid::IntfId intfId );
+   void handleDestruction();
+
+ private:
+   void replayModel();
+
+   Quill::Ptr< Config::ConfigDir const > const configDir_;
+   Quill::Watch< ConfigSm, Quill::Dir const,
+                 Quill::On< Quill::Dir::entryAttr, &ConfigSm::handleAgent > >
+      agentConfigDir_;
+   Quill::Ptr< Status::StatusDir > const statusDir_;
+   Quill::Watch< ConfigSm, AllVrf, Quill::On< AllVrf::vrfAttr, &ConfigSm::handleVrf > > allVrf_;
+   Quill::Watch< ConfigSm, AllIntf,
+                 Quill::On< AllIntf::intfMessageAttr, &ConfigSm::handleIntfMessage > >
+      allIntf_;
+   Quill::Ptr< Gantry::TaskSchedulerRoot > const scheduler_;
+   Quill::Ptr< KernelIntf > kernelIntf_;
+   AgentConfigSms agentConfigSm_;
+   Quill::Ptr< AllVrfStatusLocalSm > allVrfStatusLocalSm_;
+   Quill::Ptr< AllIntfConfigDirSm > allIntfConfigDirSm_;
+   Quill::Ptr< L3IntfStatusDirSm > l3IntfStatusDirSm_;
+   VrfContainerSms vrfContainerSm_;
+   bool initialized_ = false;
+};
+
+Quill::Ptr< ConfigSm > configSmFactory(
+   Quill::Ptr< Config::ConfigDir const > configDir, Quill::Ptr< Quill::Dir const > agentConfigDir,
+   Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
+   Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
+   Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
+   Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
+   Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
+   Quill::Ptr< Orrery::EntityManager > entityManager, Quill::Ptr< Status::StatusDir > statusDir,
+   Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf );
+
+} // namespace Valen
