@@ -15,8 +15,9 @@ class VrfName : public Quill::NameOf< VrfName > {
    VrfName( std::string_view text ) // NOLINT
        : NameOf( Quill::requireLength( text, maxLength,
                                        "VrfName::bytes > VrfName::maxLength not allowed" ) ) {}
-   VrfName( char const * text ) : VrfName( std::string_view( text ) ) {} // NOLINT
-   VrfName( Quill::String const & text ) : VrfName( text.view() ) {}     // NOLINT
+   VrfName( char const * text ) : VrfName( std::string_view( text ) ) {}        // NOLINT
+   VrfName( std::string const & text ) : VrfName( std::string_view( text ) ) {} // NOLINT
+   VrfName( Quill::String const & text ) : VrfName( text.view() ) {}            // NOLINT
 };
 
 namespace Intf {

@@ -15,7 +15,9 @@ class NamespaceName : public Quill::NameOf< NamespaceName > {
        : NameOf(
             Quill::requireLength( text, maxLength, "NamespaceName::bytes > 150 not allowed" ) ) {}
    NamespaceName( char const * text ) : NamespaceName( std::string_view( text ) ) {} // NOLINT
-   NamespaceName( Quill::String const & text ) : NamespaceName( text.view() ) {}     // NOLINT
+   NamespaceName( std::string const & text )                                         // NOLINT
+       : NamespaceName( std::string_view( text ) ) {}
+   NamespaceName( Quill::String const & text ) : NamespaceName( text.view() ) {} // NOLINT
 
    // The namespace of the default VRF: the process's own. No other namespace bears this name.
    static NamespaceName defaultNamespace() { return NamespaceName( "default" ); }

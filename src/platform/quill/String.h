@@ -128,9 +128,10 @@ template < class Self > class NameOf : public Interned {
 class Name : public NameOf< Name > {
  public:
    constexpr Name() noexcept = default;
-   Name( std::string_view bytes ) : NameOf( bytes ) {}             // NOLINT
-   Name( char const * text ) : Name( std::string_view( text ) ) {} // NOLINT
-   Name( String const & bytes ) : NameOf( bytes ) {}               // NOLINT
+   Name( std::string_view bytes ) : NameOf( bytes ) {}                    // NOLINT
+   Name( char const * text ) : Name( std::string_view( text ) ) {}        // NOLINT
+   Name( std::string const & text ) : Name( std::string_view( text ) ) {} // NOLINT
+   Name( String const & bytes ) : NameOf( bytes ) {}                      // NOLINT
 };
 
 // Throws Quill::RangeException with `text` when `bytes` is longer than `maxLength`.
