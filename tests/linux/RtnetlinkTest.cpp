@@ -1,0 +1,255 @@
+#include "linux/Rtnetlink.h"
+
+#include <cerrno>
+#include <cstring>
+#include <gtest/gtest.h>
+#include <linux/if.h>
+#include <linux/rtnetlink.h>
+#include <random>
+#include <string>
+#include <sys/socket.h>
+
+namespace Valen::Linux::Rtnetlink {
+namespace {
+
+using Kind = Message::Kind;
+
+// Puts datagrams together as the kernel does.
+class Datagram {
+ public:
+   template < class T > Datagram & put( T const & value ) {
+      auto const * const bytes = reinterpret_cast< std::byte const * >( &value );
+      bytes_.insert( bytes_.end(), bytes, bytes + sizeof value );
+      return *this;
+   }
+   Datagram & begin( int type, int flags = 0, U32 sequence = 0 ) {
+      start_ = bytes_.size();
+      return put(
+         nlmsghdr{ 0, static_cast< U16 >( type ), static_cast< U16 >( flags ), sequence, 0 } );
+   }
+   Datagram & link( int index, unsigned flags = 0, unsigned char family = AF_UNSPEC ) {
+      ifinfomsg info{};
+      info.ifi_family = family;
+      info.ifi_index = index;
+      info.ifi_flags = flags;
+      return put( info );
+   }
+   Datagram & attribute( int type, std::string_view payload ) {
+      put( rtattr{ static_cast< U16 >( sizeof( rtattr ) + payload.size() ),
+                   static_cast< U16 >( type ) } );
+      for ( char const c : payload ) {
+         put( c );
+      }
+      bytes_.resize( ( bytes_.size() + 3 ) & ~std::size_t( 3 ) );
+      return *this;
+   }
+   Datagram & mtu( U32 mtu ) {
+      return attribute( IFLA_MTU, { reinterpret_cast< char const * >( &mtu ), sizeof mtu } );
+   }
+   // Ends a message; `wrongBy` makes its length a lie.
+   Datagram & end( int wrongBy = 0 ) {
+      auto const length =
+         static_cast< U32 >( static_cast< int >( bytes_.size() - start_ ) + wrongBy );
+      std::memcpy( bytes_.data() + start_, &length, sizeof length );
+      return *this;
+   }
+   std::vector< std::byte > const & bytes() const { return bytes_; }
+
+ private:
+   std::vector< std::byte > bytes_;
+   std::size_t start_ = 0;
+};
+
+TEST( RtnetlinkTest, LinkIsTakenApart ) {
+   Datagram const datagram = Datagram()
+                                .begin( RTM_NEWLINK, NLM_F_MULTI, 9 )
+                                .link( 7, IFF_UP | IFF_BROADCAST )
+                                .attribute( IFLA_QDISC, "noqueue" )
+                                .attribute( IFLA_IFNAME, std::string_view( "et1\0", 4 ) )
+                                .mtu( 9214 )
+                                .end();
+   Parser parser( datagram.bytes() );
+   Message message;
+   ASSERT_TRUE( parser.next( message ) );
+   EXPECT_EQ( message.kind, Kind::link );
+   EXPECT_EQ( message.sequence, 9u );
+   EXPECT_EQ( message.ifIndex, 7u );
+   EXPECT_EQ( message.deviceName, "et1" );
+   EXPECT_EQ( message.flags, U32{ IFF_UP | IFF_BROADCAST } );
+   EXPECT_EQ( message.mtu, 9214u );
+   EXPECT_FALSE( message.interrupted );
+   EXPECT_FALSE( parser.next( message ) );
+   EXPECT_FALSE( parser.damaged() );
+}
+
+TEST( RtnetlinkTest, MessagesOfADatagramFollowOneAnother ) {
+   Datagram const datagram = Datagram()
+                                .begin( RTM_NEWLINK )
+                                .link( 1 )
+                                .attribute( IFLA_IFNAME, "abcde" ) // neither ended nor aligned
+                                .end()
+                                .begin( RTM_DELLINK )
+                                .link( 2 )
+                                .end()
+                                .begin( RTM_NEWADDR )
+                                .put( 0 )
+                                .end()
+                                .begin( NLMSG_OVERRUN )
+                                .end()
+                                .begin( NLMSG_DONE, NLM_F_DUMP_INTR )
+                                .put( 0 )
+                                .end();
+   Parser parser( datagram.bytes() );
+   Message message;
+   ASSERT_TRUE( parser.next( message ) );
+   EXPECT_EQ( message.deviceName, "abcde" );
+   ASSERT_TRUE( parser.next( message ) );
+   EXPECT_EQ( message.kind, Kind::linkDel );
+   EXPECT_EQ( message.ifIndex, 2u );
+   EXPECT_EQ( message.deviceName, "" );
+   ASSERT_TRUE( parser.next( message ) );
+   EXPECT_EQ( message.kind, Kind::other );
+   ASSERT_TRUE( parser.next( message ) );
+   EXPECT_EQ( message.kind, Kind::overrun );
+   ASSERT_TRUE( parser.next( message ) );
+   EXPECT_EQ( message.kind, Kind::done );
+   EXPECT_TRUE( message.interrupted );
+   EXPECT_FALSE( parser.next( message ) );
+   EXPECT_FALSE( parser.damaged() );
+}
+
+// A port that leaves its bridge is told as RTM_DELLINK of the bridge's family.
+TEST( RtnetlinkTest, MessagesOfOtherFamiliesAreNotDevices ) {
+   Datagram const datagram =
+      Datagram().begin( RTM_DELLINK ).link( 7, 0, AF_BRIDGE ).attribute( IFLA_IFNAME, "et1" ).end();
+   Parser parser( datagram.bytes() );
+   Message message;
+   ASSERT_TRUE( parser.next( message ) );
+   EXPECT_EQ( message.kind, Kind::other );
+}
+
+TEST( RtnetlinkTest, AnswersCarryTheirErrno ) {
+   Datagram const datagram = Datagram()
+                                .begin( NLMSG_ERROR, 0, 3 )
+                                .put( -ENODEV )
+                                .put( nlmsghdr{} )
+                                .end()
+                                .begin( NLMSG_ERROR )
+                                .put( 0 )
+                                .end()
+                                .begin( NLMSG_ERROR )
+                                .put( 1 << 31 ) // no errno at all
+                                .end()
+                                .begin( NLMSG_DONE )
+                                .put( -ENOBUFS )
+                                .end();
+   Parser parser( datagram.bytes() );
+   Message message;
+   for ( int const error : { ENODEV, 0, 0, ENOBUFS } ) {
+      ASSERT_TRUE( parser.next( message ) );
+      EXPECT_EQ( message.error, error );
+   }
+   EXPECT_EQ( message.kind, Kind::done );
+}
+
+// Whether the datagram is refused before its end, with nothing made of it.
+bool refused( Datagram const & datagram ) {
+   Parser parser( datagram.bytes() );
+   Message message;
+   return !parser.next( message ) && parser.damaged() && !parser.next( message );
+}
+
+TEST( RtnetlinkTest, LyingLengthsAreRefused ) {
+   for ( int const wrongBy : { 1, 4, 1 << 20, -17, -28, -33 } ) {
+      EXPECT_TRUE( refused( Datagram().begin( RTM_NEWLINK ).link( 7 ).end( wrongBy ) ) ) << wrongBy;
+   }
+   EXPECT_TRUE( refused( Datagram().begin( RTM_NEWLINK ).put( 1 ).end() ) );
+   EXPECT_TRUE( refused( Datagram().begin( NLMSG_ERROR ).end() ) );
+   EXPECT_TRUE( refused( Datagram().put( 1 ) ) );
+   for ( auto const length : std::initializer_list< U16 >{ 0, 3, 9, 65535 } ) {
+      EXPECT_TRUE( refused( Datagram()
+                               .begin( RTM_NEWLINK )
+                               .link( 7 )
+                               .put( rtattr{ length, IFLA_IFNAME } )
+                               .put( 0 )
+                               .end() ) )
+         << length;
+   }
+}
+
+TEST( RtnetlinkTest, ShortMtuAndEmptyNameAreNone ) {
+   Datagram const datagram = Datagram()
+                                .begin( RTM_NEWLINK )
+                                .link( 7 )
+                                .attribute( IFLA_MTU, "ab" )
+                                .attribute( IFLA_IFNAME, "" )
+                                .end();
+   Parser parser( datagram.bytes() );
+   Message message;
+   ASSERT_TRUE( parser.next( message ) );
+   EXPECT_EQ( message.mtu, 0u );
+   EXPECT_EQ( message.deviceName, "" );
+}
+
+TEST( RtnetlinkTest, DevicesWithoutAnIndexAreNotDevices ) {
+   for ( int const index : { 0, -1 } ) {
+      Datagram const datagram = Datagram().begin( RTM_NEWLINK ).link( index ).end();
+      Parser parser( datagram.bytes() );
+      Message message;
+      ASSERT_TRUE( parser.next( message ) );
+      EXPECT_EQ( message.kind, Kind::other );
+   }
+}
+
+// Whatever is done to a good datagram, the parser ends and reads nothing outside it (which the
+// sanitizers see: each try has memory of its own).
+TEST( RtnetlinkTest, DamagedDatagramsAreSurvived ) {
+   auto const good = Datagram()
+                        .begin( RTM_NEWLINK )
+                        .link( 7 )
+                        .attribute( IFLA_IFNAME, "et1" )
+                        .mtu( 1500 )
+                        .end()
+                        .begin( NLMSG_DONE )
+                        .put( 0 )
+                        .end()
+                        .bytes();
+   std::mt19937 random( 1 );
+   for ( int i = 0; i < 20000; ++i ) {
+      std::vector< std::byte > bytes(
+         good.begin(), good.begin() + static_cast< long >( random() % good.size() ) );
+      for ( auto flips = random() % 4; flips && !bytes.empty(); --flips ) {
+         bytes[ random() % bytes.size() ] = std::byte( random() );
+      }
+      bytes.shrink_to_fit();
+      Parser parser( bytes );
+      Message message;
+      std::size_t messages = 0;
+      while ( parser.next( message ) ) {
+         ASSERT_LE( ++messages, bytes.size() );
+         ASSERT_LE( message.deviceName.size(), bytes.size() );
+      }
+   }
+}
+
+TEST( RtnetlinkTest, RequestsAreWhatTheKernelTakes ) {
+   auto const bytes = upRequest( 5, 7, true );
+   nlmsghdr header;
+   ifinfomsg info;
+   ASSERT_EQ( bytes.size(), sizeof header + sizeof info );
+   std::memcpy( &header, bytes.data(), sizeof header );
+   std::memcpy( &info, bytes.data() + sizeof header, sizeof info );
+   EXPECT_EQ( header.nlmsg_len, bytes.size() );
+   EXPECT_EQ( header.nlmsg_type, RTM_NEWLINK );
+   EXPECT_EQ( header.nlmsg_flags, NLM_F_REQUEST | NLM_F_ACK );
+   EXPECT_EQ( header.nlmsg_seq, 5u );
+   EXPECT_EQ( info.ifi_index, 7 );
+   EXPECT_EQ( info.ifi_flags, unsigned{ IFF_UP } );
+   EXPECT_EQ( info.ifi_change, unsigned{ IFF_UP } ); // and no other flag
+   std::memcpy( &info, upRequest( 5, 7, false ).data() + sizeof header, sizeof info );
+   EXPECT_EQ( info.ifi_flags, 0u );
+   EXPECT_EQ( info.ifi_change, unsigned{ IFF_UP } );
+}
+
+} // namespace
+} // namespace Valen::Linux::Rtnetlink
