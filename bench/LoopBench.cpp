@@ -1,0 +1,39 @@
+// The event loop sets the kernel's timer at most once a turn, however many tasks come and go.
+#include "Paired.h"
+#include "linux/EventLoop.h"
+
+#include <random>
+
+using namespace std::chrono_literals;
+
+namespace Valen::Bench {
+
+namespace {
+
+// Timers that, when they run, start themselves and another one anew.
+void timerSettingsPerTurn( benchmark::State & state ) {
+   Linux::EventLoop loop;
+   std::mt19937 random( 1 );
+   auto const delay = [ & ] { return std::chrono::microseconds( random() % 2'000 ); };
+   std::vector< std::unique_ptr< Linux::LoopTimer > > timers;
+   for ( std::size_t i = 0; i < 1'000; ++i ) {
+      timers.push_back( std::make_unique< Linux::LoopTimer >( loop, "bench", [ &, i ] {
+         timers[ i ]->start( delay() );
+         timers[ random() % timers.size() ]->start( delay() );
+      } ) );
+      timers.back()->start( delay() );
+   }
+   double most = 0;
+   for ( auto _ : state ) {
+      auto const before = loop.timerSettings();
+      loop.turn( 1s );
+      most = std::max( most, static_cast< double >( loop.timerSettings() - before ) );
+   }
+   reportBound( state, most, 1 );
+   state.SetLabel( "most timerfd_settime in one of 10,000 turns with 1,000 timers on the move" );
+}
+
+BENCHMARK( timerSettingsPerTurn )->Iterations( 10'000 );
+
+} // namespace
+} // namespace Valen::Bench

@@ -1,0 +1,81 @@
+// All interfaces are shut down at once: what the whole library adds to the sends that this takes,
+// and whether it takes more for each interface the more there are.
+#include "Devices.h"
+#include "Paired.h"
+#include "ProductionTrace.h"
+#include "Store.h"
+#include "linux/PacketEndpoint.h"
+
+#include <stdexcept>
+
+namespace Valen::Bench {
+
+namespace {
+
+constexpr U32 many = 10'000;
+constexpr U32 few = 100;
+
+// Shuts all interfaces down and brings them back. Returns the time of the first.
+double shutdownTime( Store & store, U32 intfs ) {
+   auto const time = timeOf( [ & ] { store.shutdownAll(); } );
+   if ( store.delayed() != intfs ) {
+      throw std::runtime_error( "not every shutdown is held" );
+   }
+   store.enableAll();
+   return time;
+}
+
+void bareSends( Store const & store, BareSender const & sender, U32 intfs ) {
+   for ( U32 i = 0; i < intfs; ++i ) {
+      for ( auto const & text : store.message( i )->message() ) {
+         sender.send( text.view(), store.ifIndex( i ) );
+      }
+   }
+}
+
+void massShutdown( benchmark::State & state ) {
+   makeDropDevices( many );
+   ProductionTrace const trace;
+   Linux::PacketEndpointProvider endpoints;
+   auto * const old = Corvid::rawTxPamProviderIs( &endpoints );
+   {
+      Store store( { .intfs = many, .realDevices = true } );
+      store.start();
+      BareSender const sender;
+      Paired paired( many, many );
+      for ( auto _ : state ) {
+         auto const bare = timeOf( [ & ] { bareSends( store, sender, many ); } );
+         paired.turnIs( state, shutdownTime( store, many ), bare );
+      }
+      auto const & counters = endpoints.endpoints().front()->counters();
+      if ( counters.failed > 0 ) {
+         throw std::runtime_error( std::to_string( counters.failed ) + " packets were refused" );
+      }
+      paired.report( state, 1.35 );
+   }
+   Corvid::rawTxPamProviderIs( old );
+   state.SetLabel(
+      "mass shutdown of 10,000, 3 packets each, real drop devices (ifb) / bare sendto" );
+}
+
+// The library's own time: the endpoints drop the packets before any system call.
+void massShutdownGrowth( benchmark::State & state ) {
+   ProductionTrace const trace;
+   DroppingEndpoints const endpoints;
+   Store large( { .intfs = many } );
+   Store small( { .intfs = few } );
+   large.start();
+   small.start();
+   Paired paired( many, few );
+   for ( auto _ : state ) {
+      paired.turnIs( state, shutdownTime( large, many ), shutdownTime( small, few ) );
+   }
+   paired.report( state, 2 );
+   state.SetLabel( "library's own time per interface, mass shutdown of 10,000 / of 100" );
+}
+
+BENCHMARK( massShutdown )->Iterations( 21 )->UseManualTime();
+BENCHMARK( massShutdownGrowth )->Iterations( 21 )->UseManualTime();
+
+} // namespace
+} // namespace Valen::Bench

@@ -1,0 +1,83 @@
+// Two ways of doing the same, timed turn by turn, so that whatever disturbs the machine meets both.
+#pragma once
+
+#include "platform/quill/Int.h"
+
+#include <algorithm>
+#include <benchmark/benchmark.h>
+#include <chrono>
+#include <vector>
+
+namespace Valen::Bench {
+
+// Nanoseconds that `work` takes.
+template < class Work > double timeOf( Work const & work ) {
+   auto const start = std::chrono::steady_clock::now();
+   work();
+   return std::chrono::duration< double, std::nano >( std::chrono::steady_clock::now() - start )
+      .count();
+}
+
+// The median of `values`, which is not empty.
+inline double medianOf( std::vector< double > values ) {
+   auto const middle = values.begin() + static_cast< std::ptrdiff_t >( values.size() / 2 );
+   std::nth_element( values.begin(), middle, values.end() );
+   return *middle;
+}
+
+// The value that 99 of 100 of `values`, which is not empty, do not exceed.
+inline double percentile99Of( std::vector< double > values ) {
+   auto const place = values.begin() + static_cast< std::ptrdiff_t >( values.size() * 99 / 100 );
+   std::nth_element( values.begin(), place, values.end() );
+   return *place;
+}
+
+// Tells what a benchmark found and what it may be at most; the report prints both.
+inline void reportBound( benchmark::State & state, double found, double bound ) {
+   state.counters[ "found" ] = found;
+   state.counters[ "bound" ] = bound;
+}
+
+class Paired {
+ public:
+   // One call of `subject` handles `subjectItems`, one of `bare` handles `bareItems`. Times are
+   // reported by item.
+   Paired( U32 subjectItems, U32 bareItems ) noexcept
+       : subjectItems_( subjectItems ), bareItems_( bareItems ) {}
+
+   // One turn of both; who goes first alternates.
+   template < class Subject, class Bare >
+   void turn( benchmark::State & state, Subject const & subject, Bare const & bare ) {
+      bool const subjectFirst = subject_.size() % 2 == 0;
+      double bareTime = subjectFirst ? 0 : timeOf( bare );
+      auto const subjectTime = timeOf( subject );
+      if ( subjectFirst ) {
+         bareTime = timeOf( bare );
+      }
+      turnIs( state, subjectTime, bareTime );
+   }
+
+   // One turn that the caller timed, in nanoseconds.
+   void turnIs( benchmark::State & state, double subjectTime, double bareTime ) {
+      subject_.push_back( subjectTime / subjectItems_ );
+      bare_.push_back( bareTime / bareItems_ );
+      state.SetIterationTime( subjectTime / 1e9 );
+   }
+
+   // The medians by item and their ratio, which may be `bound` at most.
+   void report( benchmark::State & state, double bound ) const {
+      auto const subject = medianOf( subject_ );
+      auto const bare = medianOf( bare_ );
+      state.counters[ "ns" ] = subject;
+      state.counters[ "bareNs" ] = bare;
+      reportBound( state, subject / bare, bound );
+   }
+
+ private:
+   U32 const subjectItems_;
+   U32 const bareItems_;
+   std::vector< double > subject_;
+   std::vector< double > bare_;
+};
+
+} // namespace Valen::Bench
