@@ -118,6 +118,10 @@ TEST_F( EntityTypesTest, KernelDevicesArePublishedComplete ) {
    status->interfaceAdd( device );
    EXPECT_EQ( status->interface( 7 ), device );
    EXPECT_EQ( device->parent(), status.get() );
+   EXPECT_EQ( device->flags(), 0u );
+   EXPECT_EQ( device->mtu(), 0u );
+   EXPECT_EQ( status->resyncs(), 0u );
+   EXPECT_TRUE( status->error().empty() );
    EXPECT_FALSE( status->synchronized() );
    EXPECT_EQ( status->netNsName(), Corvid::NamespaceName( "ns-red" ) );
 }
