@@ -7,7 +7,7 @@
 
 #include "platform/orrery/EntityManager.h"
 #include "types/L3Types.h"
-#include "types/NetNsIntfStatusManager.h"
+#include "types/NetNsIntfStatusManagerRoot.h"
 
 namespace Valen {
 

@@ -1,5 +1,5 @@
 // Device directories: which device is whose, and how they follow every change.
-#include "types/NetNsIntfStatusManager.h"
+#include "types/NetNsIntfStatusManagerRoot.h"
 
 #include "tests/support/LeakCheck.h"
 #include "tests/support/OnChange.h"
