@@ -154,8 +154,8 @@ bool NetNsWatcher::handleEvents( char const * bytes, std::size_t length ) {
       auto const * const file = bytes + at + sizeof event; // padded with zeros
       at += sizeof event + event.len;
       auto const inFolder =
-         std::any_of( folders_.begin(), folders_.end(), [ & ]( Folder const & folder ) {
-            return folder.watch == event.wd && folder.watched == folder.path;
+         std::any_of( folders_.begin(), folders_.end(), [ wd = event.wd ]( Folder const & folder ) {
+            return folder.watch == wd && folder.watched == folder.path;
          } );
       bool const ofItself =
          event.mask & ( IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT | IN_Q_OVERFLOW );

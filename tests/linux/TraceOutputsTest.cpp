@@ -58,7 +58,6 @@ class TraceOutputsTest : public ::testing::Test {
    std::string folder_;
 };
 
-std::string const head = "void Valen::Linux::{anonymous}::traceTwoLines(): ";
 std::string const headPattern = "void Valen::Linux::.anonymous.*.::traceTwoLines\\(\\): ";
 std::string const stampPattern =
    "[0-9]{4}-[0-9]{2}-[0-9]{2}T[0-9]{2}:[0-9]{2}:[0-9]{2}.[0-9]{6}Z TraceOutputsTest/";
