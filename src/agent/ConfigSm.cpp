@@ -292,8 +292,15 @@ void ConfigSm::handleVrf( L3::VrfName vrfName ) {
       TRACE1( "removing stale vrfContainerSm" );
       vrfContainerSmDel( vrfName );
    }
-   vrfContainerSmIs( vrf, vrfL3Intf, allIntf(), deviceIntfStatusDir, scheduler_, configDir_,
-                     statusDir_ );
+   try {
+      vrfContainerSmIs( vrf, vrfL3Intf, allIntf(), deviceIntfStatusDir, scheduler_, configDir_,
+                        statusDir_ );
+   } catch ( ... ) {
+      // Nobody else would: the removal of a VRF without container leaves its mount alone, and the
+      // VRF may come back in another namespace.
+      kernelIntf_->vrfDel( vrfName );
+      throw;
+   }
 }
 
 void ConfigSm::handleIntfMessage( Corvid::IntfId intfId ) {
