@@ -1,0 +1,69 @@
+// The client's end of the agent's control API: calls over a Unix socket, one at a time.
+#pragma once
+
+#include <chrono>
+#include <functional>
+#include <nlohmann/json.hpp>
+#include <stdexcept>
+#include <string>
+
+namespace Valenctl {
+
+using Json = nlohmann::json;
+
+// Nobody answers at the socket, or the connection broke.
+class NoAgent : public std::runtime_error {
+ public:
+   using runtime_error::runtime_error;
+};
+
+// The agent did not answer in time.
+class TimedOut : public std::runtime_error {
+ public:
+   using runtime_error::runtime_error;
+};
+
+// The agent refused a call.
+class Refused : public std::runtime_error {
+ public:
+   // `name`: the error's qualified name.
+   Refused( std::string name, std::string const & text )
+       : runtime_error( text ), name_( std::move( name ) ) {}
+   std::string const & name() const noexcept { return name_; }
+
+ private:
+   std::string name_;
+};
+
+class ApiClient {
+ public:
+   // Takes an answer, and says whether to wait for further ones.
+   using Reply = std::function< bool( Json const & parameters ) >;
+
+   // Connects. Throws NoAgent.
+   explicit ApiClient( std::string const & socket );
+   ~ApiClient();
+   ApiClient( ApiClient const & ) = delete;
+   ApiClient & operator=( ApiClient const & ) = delete;
+
+   // How long each answer is waited for; 0 is for ever.
+   void patienceIs( std::chrono::milliseconds patience ) noexcept { patience_ = patience; }
+
+   // Calls a method of org.valen.Agent and returns its answer. Throws Refused, TimedOut and
+   // NoAgent.
+   Json call( std::string const & method, Json const & parameters );
+   // Calls a method that answers more than once, until it has no more or `reply` wants none.
+   void callMore( std::string const & method, Json const & parameters, Reply const & reply );
+
+ private:
+   void send( Json const & message );
+   Json receive();
+   void waitFor( short event );
+
+   int fd_ = -1;
+   std::string const socket_;
+   std::chrono::milliseconds patience_{ 10'000 };
+   std::string buffer_;
+};
+
+} // namespace Valenctl

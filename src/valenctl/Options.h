@@ -1,0 +1,48 @@
+// valenctl's command line.
+#pragma once
+
+#include <cstdint>
+#include <optional>
+#include <string>
+
+namespace Valenctl {
+
+// What the process ends with; each has one meaning.
+enum class Exit : int {
+   done = 0,
+   refused = 1,  // the agent refused, or what was asked did not happen
+   usage = 2,    // a wrong command or option
+   noAgent = 3,  // nobody answers at the socket
+   timedOut = 4, // the agent did not answer in time
+};
+
+struct Options {
+   enum class Command : std::uint8_t {
+      shutdown,
+      enable,
+      status,
+      history,
+      trace,
+      traceLevels,
+      traceFollow,
+      traceDump,
+      show,
+   };
+
+   Command command = Command::status;
+   std::string socket = "/run/valen/valend.sock";
+   double timeoutSeconds = 10;
+   std::string interface; // empty: all
+   bool wait = false;
+   bool json = false;
+   std::string levels; // empty: only tell
+   unsigned lines = 100;
+   std::string file; // of a trace ring
+   std::string path; // in the store
+};
+
+// Takes the command line apart. Nothing, with `exit` set, when the process is to end: help was
+// asked for and printed, or something is wrong and said so.
+std::optional< Options > parseOptions( int argc, char const * const * argv, Exit & exit );
+
+} // namespace Valenctl

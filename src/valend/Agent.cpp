@@ -1,0 +1,74 @@
+#include "valend/Agent.h"
+
+#include "valend/Log.h"
+#include "valend/Notify.h"
+
+#include <csignal>
+
+namespace Valend {
+
+using Valen::Linux::NetNsFolders;
+using Valen::Linux::NetNsWatcher;
+
+Agent::Agent( Config const & config, ProcessConfig const & process, bool traceToStderr )
+    : folders_( foldersOf( process ) ), trace_( loop_, process, traceToStderr ),
+      endpoints_( folders_ ), links_( loop_, folders_, endpoints_ ),
+      feeder_( store_, links_, loop_.scheduler() ),
+      faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
+      controller_( store_, feeder_.config(), links_, loop_.scheduler(),
+                   [ this ]( auto work ) { loop_.post( std::move( work ) ); } ),
+      netNsWatcher_( loop_, folders_,
+                     [ this ]( auto const & name, NetNsWatcher::Change ) {
+                        links_.refresh( name.stdString() );
+                        feeder_.namespaceChanged( name.stdString() );
+                     } ),
+      api_( { store_, feeder_, links_, controller_, faults_, trace_ } ),
+      server_( loop_, process.socket.value_or( Options::defaultSocket ), api_ ) {
+   loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
+   loop_.signalIs( SIGINT, [ this ] { stop( "SIGINT" ); } );
+   Corvid::rawTxPamProviderIs( &endpoints_ );
+   store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
+   configIs( config );
+   library_ = Valen::runnabilitySmFactory(
+      store_.configDir, store_.agentConfigDir, store_.allIntfConfigDir, store_.allIntfStatusDir,
+      store_.allIntfStatusLocalDir, store_.l3IntfStatusDir, store_.allVrfStatusLocal,
+      store_.entityManager, store_.statusDir, store_.allVrf, store_.allIntf );
+}
+
+Agent::~Agent() {
+   library_ = nullptr;
+   store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, nullptr );
+   Corvid::rawTxPamProviderIs( nullptr );
+}
+
+NetNsFolders Agent::foldersOf( ProcessConfig const & process ) {
+   std::vector< std::string > folders{ NetNsFolders::usual };
+   if ( process.netNsFolder ) {
+      folders.push_back( *process.netNsFolder );
+   }
+   return NetNsFolders( std::move( folders ) );
+}
+
+void Agent::configIs( Config const & config ) {
+   std::set< std::string > netNss{ config.netNsOf( defaultVrf ) };
+   for ( auto const & [ vrf, netNs ] : config.vrfs ) {
+      netNss.insert( netNs );
+   }
+   links_.netNssAre( netNss );
+   feeder_.apply( config );
+}
+
+void Agent::run() {
+   notifyManager( "READY=1" );
+   log( LogLevel::notice, "ready: " + std::to_string( feeder_.config().interfaces.size() ) +
+                             " interfaces, control socket " + server_.path() );
+   loop_.run();
+}
+
+void Agent::stop( char const * signal ) {
+   log( LogLevel::notice, std::string( "stopping on " ) + signal + "; links stay as they are" );
+   notifyManager( "STOPPING=1" );
+   loop_.stop();
+}
+
+} // namespace Valend

@@ -1,0 +1,47 @@
+// The agent process: everything it is made of, in the order in which it is made.
+#pragma once
+
+#include "agent/RunnabilitySm.h"
+#include "linux/NetNsWatcher.h"
+#include "linux/PacketEndpoint.h"
+#include "valend/AgentApi.h"
+#include "valend/ApiServer.h"
+#include "valend/Options.h"
+
+namespace Valend {
+
+class Agent {
+ public:
+   // Puts `config` in force and starts the library. `process`: how to run. Throws
+   // Quill::ErrnoException when the process cannot have what it needs.
+   Agent( Config const & config, ProcessConfig const & process, bool traceToStderr );
+   // Sends nothing and leaves all links as they are.
+   ~Agent();
+   Agent( Agent const & ) = delete;
+   Agent & operator=( Agent const & ) = delete;
+
+   // Runs until SIGTERM or SIGINT.
+   void run();
+
+ private:
+   static Valen::Linux::NetNsFolders foldersOf( ProcessConfig const & process );
+
+   void configIs( Config const & config );
+   void stop( char const * signal );
+
+   Valen::Linux::EventLoop loop_;
+   Valen::Linux::NetNsFolders const folders_;
+   TraceHub trace_;
+   Valen::Linux::PacketEndpointProvider endpoints_;
+   KernelLinks links_;
+   Store store_;
+   Feeder feeder_;
+   FaultLog faults_;
+   LinkController controller_;
+   Valen::Linux::NetNsWatcher netNsWatcher_;
+   AgentApi api_;
+   ApiServer server_;
+   Quill::Ptr< Valen::RunnabilitySm > library_; // goes first
+};
+
+} // namespace Valend

@@ -1,0 +1,26 @@
+#include "valend/ApiCall.h"
+
+namespace Valend {
+
+void ApiCall::reply( Json parameters, bool continues ) {
+   Json message{ { "parameters", std::move( parameters ) } };
+   if ( continues ) {
+      message[ "continues" ] = true;
+   }
+   send( message, !continues );
+}
+
+void ApiCall::error( std::string const & name, Json parameters ) {
+   send( { { "error", name }, { "parameters", std::move( parameters ) } }, true );
+}
+
+void ApiCall::send( Json const & message, bool last ) {
+   auto const replies = replies_.lock();
+   if ( done_ || !replies ) {
+      return;
+   }
+   done_ = last;
+   replies->send( message, last );
+}
+
+} // namespace Valend

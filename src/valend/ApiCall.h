@@ -1,0 +1,71 @@
+// One call of the control API, and the way back for its answer.
+#pragma once
+
+#include "platform/quill/Int.h"
+
+#include <memory>
+#include <nlohmann/json.hpp>
+#include <string>
+
+namespace Valend {
+
+using Json = nlohmann::json;
+
+// Who calls, as the kernel vouches for it.
+struct ApiCaller {
+   U32 uid = ~0u;
+   S64 pid = 0;
+
+   bool isRoot() const noexcept { return uid == 0; }
+   // "root", "uid 1000"
+   std::string name() const { return isRoot() ? "root" : "uid " + std::to_string( uid ); }
+};
+
+// Where the answers of a call go; gone when the client is.
+class ApiReplies {
+ public:
+   virtual ~ApiReplies() = default;
+   // `last`: no further answer follows.
+   virtual void send( Json const & message, bool last ) = 0;
+};
+
+class ApiCall {
+ public:
+   ApiCall( std::string method, Json parameters, bool more, ApiCaller caller,
+            std::weak_ptr< ApiReplies > replies )
+       : method_( std::move( method ) ), parameters_( std::move( parameters ) ), more_( more ),
+         caller_( caller ), replies_( std::move( replies ) ) {}
+
+   std::string const & method() const noexcept { return method_; }
+   Json const & parameters() const noexcept { return parameters_; }
+   // Whether the client takes more than one answer.
+   bool more() const noexcept { return more_; }
+   ApiCaller const & caller() const noexcept { return caller_; }
+   // Whether an answer can still come in useful.
+   bool open() const noexcept { return !done_ && !replies_.expired(); }
+
+   // Answers. `continues`: another answer follows. No effect when the call is answered or the
+   // client is gone.
+   void reply( Json parameters, bool continues = false );
+   // Ends the call with an error; `name` is qualified.
+   void error( std::string const & name, Json parameters );
+
+ private:
+   void send( Json const & message, bool last );
+
+   std::string const method_;
+   Json const parameters_;
+   bool const more_;
+   ApiCaller const caller_;
+   std::weak_ptr< ApiReplies > const replies_;
+   bool done_ = false;
+};
+
+// What answers the calls. Never throws; a call that it keeps it answers later.
+class ApiService {
+ public:
+   virtual ~ApiService() = default;
+   virtual void call( std::shared_ptr< ApiCall > call ) = 0;
+};
+
+} // namespace Valend

@@ -1,0 +1,61 @@
+// The door of the control API: a Unix socket on which clients send JSON objects, each ended by a
+// zero byte, and get answers of the same kind, in order.
+//
+// Everything a client can do is bounded: the size of a message, the number of connections in all
+// and of each user, the answers that wait for a slow reader and how long they do. One client's
+// calls take turns with everybody else's, a call at a time.
+#pragma once
+
+#include "linux/EventLoop.h"
+#include "valend/ApiCall.h"
+
+#include <chrono>
+#include <map>
+#include <memory>
+
+namespace Valend {
+
+struct ApiLimits {
+   std::size_t messageBytes = 1u << 20;  // of one call
+   std::size_t waitingBytes = 32u << 20; // of answers that a client does not take
+   std::chrono::milliseconds patience = std::chrono::seconds( 10 ); // with one that takes none
+   std::size_t connections = 256;
+   std::size_t connectionsPerUser = 64; // except root
+};
+
+class ApiServer {
+ public:
+   // Listens at `path`, where a socket that nobody answers at is replaced; makes its folder. `loop`
+   // and `service` must outlive the server. Throws Quill::ErrnoException: EADDRINUSE when another
+   // agent answers there.
+   ApiServer( Valen::Linux::EventLoop & loop, std::string path, ApiService & service,
+              ApiLimits limits = ApiLimits() );
+   ~ApiServer(); // drops all clients, removes the socket
+   ApiServer( ApiServer const & ) = delete;
+   ApiServer & operator=( ApiServer const & ) = delete;
+
+   std::string const & path() const noexcept { return path_; }
+   std::size_t connections() const noexcept { return connections_.size(); }
+   // Clients dropped for passing a limit.
+   U64 dropped() const noexcept { return dropped_; }
+
+ private:
+   class Connection;
+
+   void listen();
+   void accept();
+   bool admit( ApiCaller const & caller );
+   void remove( int fd, bool forPassingALimit );
+
+   Valen::Linux::EventLoop & loop_;
+   std::string const path_;
+   ApiService & service_;
+   ApiLimits const limits_;
+   Valen::Linux::Fd listener_;
+   Valen::Linux::LoopTimer pause_; // without descriptors
+   std::map< int, std::shared_ptr< Connection > > connections_;
+   U64 turn_ = 0; // counts what clients do, to tell who was idle longest
+   U64 dropped_ = 0;
+};
+
+} // namespace Valend

@@ -1,0 +1,18 @@
+#include "valend/Config.h"
+
+#include <algorithm>
+
+namespace Valend {
+
+std::string const & Config::netNsOf( std::string const & vrf ) const {
+   static std::string const own = defaultVrf; // the namespace bears the name of its VRF
+   auto const found = vrfs.find( vrf );
+   return found == vrfs.end() ? own : found->second;
+}
+
+bool Config::hasFrames( std::string const & interface ) const {
+   return std::any_of( agents.begin(), agents.end(),
+                       [ & ]( auto const & agent ) { return agent.second.contains( interface ); } );
+}
+
+} // namespace Valend

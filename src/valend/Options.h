@@ -1,0 +1,35 @@
+// The command line.
+#pragma once
+
+#include "valend/Config.h"
+
+#include <optional>
+#include <string>
+
+namespace Valend {
+
+// What the process ends with.
+enum class Exit : int {
+   done = 0,
+   failed = 1,     // it could not start
+   usage = 2,      // a wrong option
+   badConfig = 78, // the configuration is refused; starting again will not help
+};
+
+struct Options {
+   static constexpr char const * defaultConfig = "/etc/valen/valen.yaml";
+   static constexpr char const * defaultSocket = "/run/valen/valend.sock";
+
+   std::string config = defaultConfig;
+   bool check = false;    // only look at the configuration
+   ProcessConfig process; // goes before the file's
+};
+
+// Takes the command line apart. Nothing, with `exit` set, when the process is to end: help was
+// asked for and printed, or an option is wrong and said so.
+std::optional< Options > parseOptions( int argc, char const * const * argv, Exit & exit );
+
+// The file's settings, with the command line's in their place where it has them.
+ProcessConfig merged( ProcessConfig const & file, ProcessConfig const & commandLine );
+
+} // namespace Valend

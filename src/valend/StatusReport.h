@@ -1,0 +1,41 @@
+// What the operator sees of the agent: a plain picture of everything, made on request.
+#pragma once
+
+#include "valend/Feeder.h"
+#include "valend/KernelLinks.h"
+#include "valend/LinkController.h"
+
+#include <nlohmann/json.hpp>
+
+namespace Valend {
+
+using Json = nlohmann::json;
+
+class StatusReport {
+ public:
+   // All must outlive the report.
+   StatusReport( Store const & store, Feeder const & feeder, LinkPort const & port,
+                 LinkController const & controller )
+       : store_( store ), feeder_( feeder ), port_( port ), controller_( controller ) {}
+
+   // One configured interface, as the API's type Interface has it.
+   Json interface( InterfaceConfig const & config ) const;
+   // All of them, by name.
+   Json interfaces() const;
+   // The VRFs, as the API's type Vrf has them.
+   Json vrfs() const;
+   // A shutdown, as the API's type Shutdown has it.
+   static Json record( ShutdownRecord const & record );
+
+ private:
+   std::string whyNotReady( InterfaceConfig const & config, bool hasDevice ) const;
+   Json frames( std::string const & interface, LinkDevice const * device ) const;
+   Json vrf( std::string const & name ) const;
+
+   Store const & store_;
+   Feeder const & feeder_;
+   LinkPort const & port_;
+   LinkController const & controller_;
+};
+
+} // namespace Valend

@@ -1,0 +1,141 @@
+#include "valend/YamlReader.h"
+
+#include <algorithm>
+#include <set>
+
+namespace Valend {
+
+namespace {
+
+std::string listed( std::vector< std::string > const & names ) {
+   std::string text;
+   for ( std::size_t i = 0; i < names.size(); ++i ) {
+      text += i == 0 ? "" : i + 1 == names.size() ? " or " : ", ";
+      text += "\"" + names[ i ] + "\"";
+   }
+   return text;
+}
+
+} // namespace
+
+YAML::Node YamlReader::document( std::string const & text ) {
+   try {
+      auto const documents = YAML::LoadAll( text );
+      if ( documents.size() > 1 ) {
+         error( documents[ 1 ], "a second document; expected one" );
+      }
+      return documents.empty() ? YAML::Node() : documents.front();
+   } catch ( YAML::Exception const & e ) {
+      error( e.mark, "not YAML: " + e.msg );
+      return YAML::Node();
+   }
+}
+
+void YamlReader::error( YAML::Node const & node, std::string text ) {
+   error( node.Mark(), std::move( text ) );
+}
+
+void YamlReader::error( YAML::Mark const & mark, std::string text ) {
+   errors_.push_back( { file_, mark.is_null() ? 0 : mark.line + 1,
+                        mark.is_null() ? 0 : mark.column + 1, std::move( text ) } );
+}
+
+std::vector< ConfigError > YamlReader::sortedErrors() {
+   std::stable_sort( errors_.begin(), errors_.end(), []( auto const & a, auto const & b ) {
+      return std::pair( a.line, a.column ) < std::pair( b.line, b.column );
+   } );
+   return std::move( errors_ );
+}
+
+void YamlReader::mapping( YAML::Node const & node, std::string const & what,
+                          std::vector< Key > const & keys ) {
+   keyed( node, what, [ & ]( auto const & key, auto const & value ) {
+      auto const name = scalar( key, what );
+      auto const found = std::find_if( keys.begin(), keys.end(),
+                                       [ & ]( auto const & known ) { return name == known.name; } );
+      if ( found != keys.end() ) {
+         return found->handler( value );
+      }
+      std::vector< std::string > names;
+      for ( auto const & known : keys ) {
+         names.push_back( known.name );
+      }
+      error( key, "unknown key \"" + name + "\" in " + what + "; expected " + listed( names ) );
+   } );
+}
+
+void YamlReader::keyed( YAML::Node const & node, std::string const & what,
+                        KeyedHandler const & handler ) {
+   if ( !node.IsMap() ) {
+      return error( node, what + " is no mapping; expected \"key: value\" lines" );
+   }
+   std::set< std::string > seen;
+   for ( auto const & entry : node ) {
+      if ( !entry.first.IsScalar() ) {
+         error( entry.first, "a key in " + what + " that is no text; expected a name" );
+      } else if ( !seen.insert( entry.first.Scalar() ).second ) {
+         error( entry.first, "key \"" + entry.first.Scalar() + "\" again in " + what +
+                                "; expected each key once" );
+      } else {
+         handler( entry.first, entry.second );
+      }
+   }
+}
+
+void YamlReader::sequence( YAML::Node const & node, std::string const & what,
+                           Handler const & handler ) {
+   if ( !isGiven( node ) ) {
+      return;
+   }
+   if ( !node.IsSequence() ) {
+      return error( node, what + " is no list; expected \"- \" lines" );
+   }
+   for ( auto const & element : node ) {
+      handler( element );
+   }
+}
+
+std::string YamlReader::scalar( YAML::Node const & node, std::string const & what ) {
+   if ( node.IsScalar() ) {
+      return node.Scalar();
+   }
+   if ( !node.IsNull() ) {
+      error( node, what + " is no single value; expected one" );
+   }
+   return std::string();
+}
+
+bool YamlReader::truth( YAML::Node const & node, std::string const & what ) {
+   auto const text = scalar( node, what );
+   if ( text != "true" && text != "false" ) {
+      error( node, what + " is \"" + text + "\"; expected true or false" );
+   }
+   return text == "true";
+}
+
+std::optional< std::string > YamlReader::requiredName( YAML::Node const & parent,
+                                                       YAML::Node const & node,
+                                                       std::string const & what,
+                                                       std::size_t maxBytes ) {
+   if ( !isGiven( node ) ) {
+      if ( parent.IsMap() ) { // else that was told
+         error( parent, what + " without a name; expected one" );
+      }
+      return std::nullopt;
+   }
+   auto const name = scalar( node, what );
+   auto const isControl = []( char c ) {
+      return static_cast< unsigned char >( c ) < 0x20 || c == 0x7f;
+   };
+   if ( name.empty() || name.size() > maxBytes ) {
+      error( node, what + " name of " + std::to_string( name.size() ) + " bytes; expected 1 to " +
+                      std::to_string( maxBytes ) );
+   } else if ( std::any_of( name.begin(), name.end(), isControl ) ) {
+      error( node, what + " name with a control character; expected printable text" );
+   } else {
+      return name;
+   }
+   return std::nullopt;
+}
+
+} // namespace Valend
