@@ -52,6 +52,7 @@ class PacketEndpointTest : public Valen::Test::NetworkTest {
       netNs.ip( "link add et1 mtu 9000 type veth peer name et2 mtu 9000" );
       netNs.ip( "link set et1 up" );
       netNs.ip( "link set et2 up" );
+      netNs.awaitRunning( "et1" );
       Valen::Test::run( "tc -n " + netNs.text() +
                         " qdisc add dev et1 root tbf rate 8kbit burst 10000 limit " + limit );
    }
@@ -132,6 +133,7 @@ TEST_F( PacketEndpointTest, EachEndpointSendsIntoItsOwnNamespace ) {
                         fars.back()->text() );
       nears.back()->ip( "link set et1 up" );
       fars.back()->ip( "link set peer1 up" );
+      nears.back()->awaitRunning( "et1" );
       captures.push_back( std::make_unique< Capture >( *fars.back(), "peer1" ) );
       endpoints.push_back( provider_->newRawTxPam( "RawTxPam" ) );
       endpoints.back()->netNsIs( nears.back()->name() );
@@ -206,6 +208,7 @@ TEST_F( PacketEndpointTest, DeviceThatIsDownIsENETDOWN ) {
    EXPECT_EQ( error->number, ENETDOWN );
    EXPECT_EQ( error->packets, 1u );
    near.ip( "link set et1 up" );
+   near.awaitRunning( "et1" );
    EXPECT_TRUE( burst( near, "et1", testFrame( "x" ) ) ); // and the trouble is forgotten
    EXPECT_EQ( endpoint_->sendError( near.index( "et1" ) ), nullptr );
    EXPECT_EQ( endpoint_->counters().sent, 1u );
@@ -278,6 +281,7 @@ TEST_F( PacketEndpointTest, DeviceThatTookTheIndexOverGetsNothing ) {
    near.ip( "link add eth9 index 7 type veth peer name peer9 netns " + far.text() );
    near.ip( "link set eth9 up" );
    far.ip( "link set peer9 up" );
+   near.awaitRunning( "eth9" );
    Capture capture( far, "peer9" );
 
    endpoint_->burstIs( 7, "et1" );

@@ -18,6 +18,7 @@
 #include <poll.h>
 #include <signal.h>
 #include <string>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 #include <unistd.h>
 #include <vector>
@@ -75,6 +76,26 @@ class TestNetNs {
       ip( "link add " + device + " type veth peer name " + farDevice + " netns " + far.text() );
       ip( "link set " + device + " up" );
       far.ip( "link set " + farDevice + " up" );
+      awaitRunning( device );
+      far.awaitRunning( farDevice );
+   }
+
+   // Waits until the kernel has put a device that was set up to work. It drops frames before that,
+   // without an error.
+   void awaitRunning( std::string const & device ) const {
+      auto const netNs = Linux::NetNsFolders().open( name() );
+      Linux::NetNsScope const inside( netNs );
+      Linux::Fd const fd( ::socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0 ) );
+      ifreq request{};
+      device.copy( request.ifr_name, IFNAMSIZ - 1 );
+      for ( int tries = 0; tries < 5000; ++tries ) {
+         if ( ::ioctl( fd.get(), SIOCGIFFLAGS, &request ) == 0 &&
+              request.ifr_flags & IFF_RUNNING ) {
+            return;
+         }
+         ::usleep( 1000 );
+      }
+      throw std::runtime_error( device + " does not start" );
    }
 
    // The index of a device; 0 when it is not there.

@@ -1,0 +1,24 @@
+// Any bytes as a datagram of rtnetlink: the parser reads nothing outside them and comes to an end.
+#include "linux/Rtnetlink.h"
+
+#include <cstdint>
+#include <cstdlib>
+
+extern "C" int LLVMFuzzerTestOneInput( std::uint8_t const * data, std::size_t size ) {
+   using namespace Valen::Linux::Rtnetlink;
+   Parser parser( { reinterpret_cast< std::byte const * >( data ), size } );
+   Message message;
+   std::size_t messages = 0;
+   while ( parser.next( message ) ) {
+      // Every message takes its header's bytes at least, and every name lies within the datagram.
+      auto const * const name =
+         reinterpret_cast< std::uint8_t const * >( message.deviceName.data() );
+      bool const inside = message.deviceName.empty() ||
+                          ( name >= data && name + message.deviceName.size() <= data + size );
+      if ( ++messages > size / 16 || !inside ||
+           message.deviceName.find( '\0' ) != message.deviceName.npos ) {
+         std::abort();
+      }
+   }
+   return 0;
+}
