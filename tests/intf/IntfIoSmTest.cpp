@@ -503,6 +503,23 @@ TEST_F( IntfIoSmTest, RemovalFromInsideItsOwnHandlerWaitsForTheHandler ) {
       trace.has( signature( "handleAdminShutdownDelayed" ) + ": abort shutdown delay" ) );
 }
 
+TEST_F( IntfIoSmTest, RemovalWhileItsConfigurationIsExchangedWaitsToo ) {
+   create();
+   auto const other = newIntfConfig( "Ethernet1" );
+   other->adminShutdownDelayedIs( true );
+   bool alive = false;
+   auto const watch = onChange< Status::IntfStatus::delayedAttr >( intf->intfStatus(), [ & ] {
+      if ( sm ) {
+         Quill::Reactor::retire( std::move( sm ) );
+         alive = IntfIoSm::quillAllocation.live == 1;
+      }
+   } );
+   sm->intfConfigIs( other );
+   EXPECT_TRUE( alive );
+   EXPECT_EQ( IntfIoSm::quillAllocation.live, 0u );
+   EXPECT_FALSE( status().delayed() );
+}
+
 TEST_F( IntfIoSmTest, ALateRemovalDoesNotTouchTheSuccessorsEntry ) {
    create();
    auto const first = intf->intfStatus();

@@ -355,12 +355,14 @@ TEST_F( IntfSmTest, WithoutARecordNothingIsWatchedAndRemovalIsHarmless ) {
    EXPECT_EQ( trace.texts().back(), line( "handleDestruction", "Ethernet1" ) );
 }
 
-TEST_F( IntfSmTest, TheSameIoReactorAgainIsKept ) {
+TEST_F( IntfSmTest, TheSameIoReactorAgainIsKeptEvenFromInsideItsHandler ) {
    createActive();
-   sm->intfIoSmIs( sm->intfIoSm() );
-   EXPECT_TRUE( intf->intfStatus()->shouldDelay() );
+   auto const watch = onChange< Status::IntfStatus::delayedAttr >(
+      intf->intfStatus(), [ & ] { sm->intfIoSmIs( sm->intfIoSm() ); } );
    shutdown();
    EXPECT_TRUE( intf->intfStatus()->delayed() );
+   reenable();
+   EXPECT_EQ( sm->intfIoSm()->abortCount(), 1u );
 }
 
 TEST_F( IntfSmTest, InactiveNotificationsSilenceTheRecord ) {
@@ -376,6 +378,10 @@ TEST_F( IntfSmTest, RemovalWhileActiveLeavesNothing ) {
    createActive();
    shutdown();
    auto const entry = intf->intfStatus();
+   auto const dir = onChange< Status::StatusDir::intfStatusAttr >( statusDir, [ & ] {
+      EXPECT_FALSE( entry->shouldDelay() ) << "the reactor goes before the entry";
+      EXPECT_EQ( intf->intfStatus(), nullptr ) << "and so does the link";
+   } );
    trace.clear();
    sm = nullptr;
    EXPECT_FALSE( hasEntry() );
@@ -413,6 +419,24 @@ TEST_F( IntfSmTest, RemovalFromInsideItsOwnHandlerWaitsForTheHandler ) {
    EXPECT_EQ( intf->intfStatus(), nullptr );
 }
 
+TEST_F( IntfSmTest, RemovalWhileItsRecordIsExchangedWaitsToo ) {
+   create();
+   auto const other = Quill::make< Intf >( "Ethernet1", message );
+   other->intfConfigIs( intfConfig );
+   other->deviceIs( { nullptr, "et1", 7 } );
+   bool alive = false;
+   auto const watch = onChange< Intf::intfStatusAttr >( other, [ & ] {
+      if ( sm ) {
+         Quill::Reactor::retire( std::move( sm ) );
+         alive = IntfSm::quillAllocation.live == 1;
+      }
+   } );
+   sm->intfIs( other );
+   EXPECT_TRUE( alive );
+   EXPECT_EQ( IntfSm::quillAllocation.live, 0u );
+   EXPECT_FALSE( hasEntry() );
+}
+
 TEST_F( IntfSmTest, RemovalFromInsideTheIoReactorsHandlerLeavesNothing ) {
    createActive();
    auto const entry = intf->intfStatus();
@@ -420,6 +444,9 @@ TEST_F( IntfSmTest, RemovalFromInsideTheIoReactorsHandlerLeavesNothing ) {
       if ( sm ) {
          Quill::Reactor::retire( std::move( sm ) );
          EXPECT_FALSE( hasEntry() );
+         trace.clear();
+         reenable(); // silenced: this must not reach it
+         EXPECT_THAT( trace.lines(), IsEmpty() );
       }
    } );
    shutdown();
