@@ -5,17 +5,32 @@
 
 #include <algorithm>
 #include <benchmark/benchmark.h>
-#include <chrono>
+#include <ctime>
 #include <vector>
 
 namespace Valen::Bench {
 
-// Nanoseconds that `work` takes.
-template < class Work > double timeOf( Work const & work ) {
-   auto const start = std::chrono::steady_clock::now();
+// Nanoseconds of `clock` that `work` takes.
+template < class Work > double timeOn( clockid_t clock, Work const & work ) {
+   auto const now = [ clock ] {
+      timespec time{};
+      ::clock_gettime( clock, &time );
+      return static_cast< double >( time.tv_sec ) * 1e9 + static_cast< double >( time.tv_nsec );
+   };
+   auto const start = now();
    work();
-   return std::chrono::duration< double, std::nano >( std::chrono::steady_clock::now() - start )
-      .count();
+   return now() - start;
+}
+
+// Nanoseconds that this thread works for `work`, the kernel included. What others do on the machine
+// meanwhile does not count.
+template < class Work > double timeOf( Work const & work ) {
+   return timeOn( CLOCK_THREAD_CPUTIME_ID, work );
+}
+
+// Nanoseconds that pass during `work`.
+template < class Work > double wallTimeOf( Work const & work ) {
+   return timeOn( CLOCK_MONOTONIC, work );
 }
 
 // The median of `values`, which is not empty.

@@ -73,7 +73,7 @@ void vrfTeardown( benchmark::State & state ) {
       ManyVrfs all;
       double total = 0;
       for ( U32 i = 0; i < manyVrfs; ++i ) {
-         times.push_back( timeOf( [ & ] { all.store().vrfDel( i ); } ) );
+         times.push_back( wallTimeOf( [ & ] { all.store().vrfDel( i ); } ) );
          total += times.back();
       }
       state.SetIterationTime( total / 1e9 );
@@ -87,7 +87,7 @@ void allVrfsTeardown( benchmark::State & state ) {
    std::vector< double > times;
    for ( auto _ : state ) {
       ManyVrfs all;
-      times.push_back( timeOf( [ & ] { all.store().stop(); } ) );
+      times.push_back( wallTimeOf( [ & ] { all.store().stop(); } ) );
       state.SetIterationTime( times.back() / 1e9 );
    }
    reportBound( state, medianOf( times ) / 1e9, 0.5 );
