@@ -196,7 +196,8 @@ template < class M, auto key > class Members {
 
  private:
    struct KeyOf {
-      Key operator()( M const & member ) const noexcept { return ( member.*key )(); }
+      // By reference where the accessor gives one: a look-up counts no references.
+      decltype( auto ) operator()( M const & member ) const noexcept { return ( member.*key )(); }
    };
    HashTable< M, Key, KeyOf > table_;
 };
