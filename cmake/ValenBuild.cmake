@@ -18,7 +18,9 @@ add_library( valen_flags INTERFACE )
 target_compile_options( valen_flags INTERFACE
    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor -Woverloaded-virtual -Werror
    # Assertions and traces name files as the tree does, wherever it was built.
-   "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/src/=" )
+   "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/src/="
+   # Nobody replaces single functions of the shared libraries, so they may be inlined.
+   -fno-semantic-interposition )
 if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13 )
    # A false alarm of g++ 12 on every `"text" + std::string` that it inlines.
    target_compile_options( valen_flags INTERFACE -Wno-restrict )

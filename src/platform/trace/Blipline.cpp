@@ -3,6 +3,7 @@
 #include "platform/quill/Assert.h"
 #include "platform/quill/Exception.h"
 #include "platform/trace/BliplineFormat.h"
+#include "platform/trace/ShortCopy.h"
 #include "platform/trace/Trace.h"
 
 #include <algorithm>
@@ -26,7 +27,8 @@ std::byte * put( std::byte * to, void const * from, std::size_t size ) noexcept 
 }
 
 std::byte * put( std::byte * to, std::string_view text ) noexcept {
-   return put( to, text.data(), text.size() );
+   Twinlog::shortCopy( reinterpret_cast< char * >( to ), text.data(), text.size() );
+   return to + text.size();
 }
 
 // The words of the header that change while the ring is in use.

@@ -1,35 +1,46 @@
 #include "platform/trace/Twinlog.h"
 
+#include "platform/trace/ShortCopy.h"
+
+#include <algorithm>
 #include <charconv>
+#include <iterator>
 
 namespace Twinlog {
+
+void Text::append( std::string_view bytes ) noexcept {
+   auto const count = std::min( bytes.size(), capacity - length_ );
+   shortCopy( buffer_ + length_, bytes.data(), count );
+   length_ += count;
+}
 
 void Text::append( Value const & value, bool hexadecimal ) noexcept {
    if ( value.kind == Value::Kind::text ) {
       return append( value.text );
    }
-   char digits[ 24 ];
-   auto const end = digits + sizeof digits;
-   auto const result = hexadecimal ? std::to_chars( digits, end, value.number, 16 )
+   auto * const begin = buffer_ + length_;
+   auto * const end = std::end( buffer_ );
+   auto const result = hexadecimal ? std::to_chars( begin, end, value.number, 16 )
                        : value.kind == Value::Kind::number
-                          ? std::to_chars( digits, end, static_cast< S64 >( value.number ) )
-                          : std::to_chars( digits, end, value.number );
-   append( { digits, static_cast< std::size_t >( result.ptr - digits ) } );
+                          ? std::to_chars( begin, end, static_cast< S64 >( value.number ) )
+                          : std::to_chars( begin, end, value.number );
+   length_ = std::min( length_ + static_cast< std::size_t >( result.ptr - begin ), capacity );
 }
 
 void format( Text & text, std::string_view format, std::span< Value const > values ) noexcept {
    auto value = values.begin();
-   while ( !format.empty() && !text.full() ) {
-      auto const percent = std::min( format.find( '%' ), format.size() );
-      text.append( format.substr( 0, percent ) );
-      format.remove_prefix( percent );
-      bool const placeholder = format.size() >= 2 && ( format[ 1 ] == 's' || format[ 1 ] == 'x' );
-      if ( placeholder && value != values.end() ) {
-         text.append( *value++, format[ 1 ] == 'x' );
-         format.remove_prefix( 2 );
-      } else if ( !format.empty() ) {
-         text.append( format.substr( 0, 1 ) );
-         format.remove_prefix( 1 );
+   auto const end = format.end();
+   for ( auto at = format.begin(); at != end && !text.full(); ) {
+      auto const literal = at;
+      while ( at != end && *at != '%' ) { // formats are short: no call of find()
+         ++at;
+      }
+      text.append( { literal, at } );
+      if ( end - at >= 2 && ( at[ 1 ] == 's' || at[ 1 ] == 'x' ) && value != values.end() ) {
+         text.append( *value++, at[ 1 ] == 'x' );
+         at += 2;
+      } else if ( at != end ) {
+         text.append( *at++ );
       }
    }
 }
@@ -37,7 +48,8 @@ void format( Text & text, std::string_view format, std::span< Value const > valu
 void formatLine( Text & text, std::string_view signature, std::string_view format,
                  std::span< Value const > values ) noexcept {
    text.append( signature );
-   text.append( ": " );
+   text.append( ':' );
+   text.append( ' ' );
    Twinlog::format( text, format, values );
 }
 

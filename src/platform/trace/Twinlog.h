@@ -7,8 +7,6 @@
 #include "platform/quill/Int.h"
 #include "platform/quill/String.h"
 
-#include <algorithm>
-#include <cstring>
 #include <span>
 #include <string>
 #include <string_view>
@@ -30,12 +28,10 @@ class Text {
  public:
    static constexpr std::size_t capacity = 1024;
 
-   void append( std::string_view bytes ) noexcept {
-      auto const count = std::min( bytes.size(), capacity - length_ );
-      if ( count ) {
-         std::memcpy( buffer_ + length_, bytes.data(), count );
-      }
-      length_ += count;
+   void append( std::string_view bytes ) noexcept;
+   void append( char byte ) noexcept {
+      buffer_[ length_ ] = byte;
+      length_ += length_ < capacity;
    }
    void append( Value const & value, bool hexadecimal ) noexcept;
    void clear() noexcept { length_ = 0; }
@@ -44,7 +40,8 @@ class Text {
 
  private:
    std::size_t length_ = 0;
-   char buffer_[ capacity ]; // filled as far as length_
+   // Filled as far as length_. What is over takes a byte or a number before it is cut.
+   char buffer_[ capacity + 24 ];
 };
 
 void format( Text & text, std::string_view format, std::span< Value const > values ) noexcept;
