@@ -54,6 +54,13 @@ void NetNsIntfStatusManager::handleDestruction() {
    deviceIntfStatusDir_->intfStatusAndDeviceNameDelAll();
 }
 
+void NetNsIntfStatusManager::deviceNameRefresh( Quill::Name const & deviceName ) {
+   for ( auto const & intfId : root_.intfIds( deviceName ) ) {
+      intfRefresh( intfId );
+   }
+   intfRefresh( deviceName.stringValue() );
+}
+
 void NetNsIntfStatusManager::intfRefresh( Corvid::IntfId const & intfId ) {
    auto const deviceName = root_.deviceName( intfId );
    auto const found = ifIndexes_.find( deviceName );
@@ -63,13 +70,6 @@ void NetNsIntfStatusManager::intfRefresh( Corvid::IntfId const & intfId ) {
       deviceIntfStatusDir_->intfStatusAndDeviceNameIs(
          intfId, { root_.intfStatus( intfId ), deviceName, found->second.back() } );
    }
-}
-
-void NetNsIntfStatusManager::deviceNameRefresh( Quill::Name const & deviceName ) {
-   for ( auto const & intfId : root_.intfIds( deviceName ) ) {
-      intfRefresh( intfId );
-   }
-   intfRefresh( deviceName.stringValue() );
 }
 
 void NetNsIntfStatusManager::deviceMoved( U32 ifIndex, Quill::Name from, Quill::Name to ) {

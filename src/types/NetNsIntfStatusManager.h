@@ -41,8 +41,7 @@ class NetNsIntfStatusManager final : public Quill::Reactor {
    // finds nothing left to do.
    void handleDestruction();
 
-   // Look the entry of one interface up again, or of all that could be on a device of that name.
-   void intfRefresh( Corvid::IntfId const & intfId );
+   // Looks up again the entries of all interfaces that could be on a device of that name.
    void deviceNameRefresh( Quill::Name const & deviceName );
 
  private:
@@ -67,6 +66,7 @@ class NetNsIntfStatusManager final : public Quill::Reactor {
          device_;
    };
 
+   void intfRefresh( Corvid::IntfId const & intfId );
    // An empty name stands for no device.
    void deviceMoved( U32 ifIndex, Quill::Name from, Quill::Name to );
 

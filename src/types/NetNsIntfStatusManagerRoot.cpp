@@ -122,12 +122,10 @@ void NetNsIntfStatusManagerRoot::handleIntf( Corvid::IntfId intfId ) {
    index_.deviceNameIs( intfId, status ? status->deviceName() : Quill::Name() );
    auto const to = deviceName( intfId );
    for ( auto const & manager : intfStatusManager_ ) {
-      // This interface first: it goes from one device to the other in one step. Then those that it
-      // makes room for, and those that it displaces.
-      manager->intfRefresh( intfId );
-      manager->deviceNameRefresh( from );
+      // The new name first: so the interface goes from one device to the other in one step.
+      manager->deviceNameRefresh( to );
       if ( to != from ) {
-         manager->deviceNameRefresh( to );
+         manager->deviceNameRefresh( from );
       }
    }
 }

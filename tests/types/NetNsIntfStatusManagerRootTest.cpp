@@ -228,6 +228,14 @@ TEST_F( NetNsIntfStatusManagerTest, TheOlderIndexComesBackWhenTheNewerGoes ) {
    EXPECT_THAT( red.entries(), UnorderedElementsAre( "Ethernet1=Ethernet1 (index 7)" ) );
 }
 
+TEST_F( NetNsIntfStatusManagerTest, BeingToldOfADeviceAgainDoesNotMakeItTheLastSeen ) {
+   create();
+   red.addDevice( 7, "Ethernet1" );
+   red.addDevice( 8, "Ethernet1" );
+   root->intfStatusManager( "ns-red" )->handleInterface( 7 );
+   EXPECT_THAT( red.entries(), UnorderedElementsAre( "Ethernet1=Ethernet1 (index 8)" ) );
+}
+
 TEST_F( NetNsIntfStatusManagerTest, ARenamedDeviceChangesHands ) {
    configureDevice( "Ethernet1", "et1" );
    create();
@@ -440,10 +448,21 @@ class Disrupter {
 
 TEST_F( NetNsIntfStatusManagerTest, AManagerMayBeDeletedByWhomItTells ) {
    create();
-   Disrupter const disrupter( red, [ & ] { root->intfStatusManagerDel( "ns-red" ); } );
+   Disrupter const disrupter( red, [ & ] {
+      root->intfStatusManagerDel( "ns-red" );
+      EXPECT_THAT( red.entries(), IsEmpty() ) << "at once, though its handler is on the stack";
+   } );
    red.addDevice( 7, "et1" );
    EXPECT_THAT( red.entries(), IsEmpty() );
    EXPECT_EQ( NetNsIntfStatusManager::quillAllocation.live, 0u );
+}
+
+TEST_F( NetNsIntfStatusManagerTest, ADeviceThatComesWhileTheDirectoryIsEmptiedIsNotEntered ) {
+   create();
+   red.addDevice( 7, "et1" );
+   Disrupter const disrupter( red, [ & ] { red.addDevice( 8, "et2" ); } );
+   root->intfStatusManagerDel( "ns-red" );
+   EXPECT_THAT( red.entries(), IsEmpty() );
 }
 
 TEST_F( NetNsIntfStatusManagerTest, AManagerMayBeDeletedInTheMiddleOfARename ) {

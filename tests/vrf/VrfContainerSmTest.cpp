@@ -497,6 +497,14 @@ TEST_F( VrfContainerSmTest, DestructionRemovesEveryChildBeforeTheEndpoint ) {
    EXPECT_FALSE( devices->hasNotifiees() );
 }
 
+TEST_F( VrfContainerSmTest, HandleDestructionRemovesTheChildrenByItself ) {
+   joinVrf( "Ethernet1" );
+   create();
+   sm->handleDestruction();
+   EXPECT_EQ( sm->intfSms(), 0u );
+   EXPECT_EQ( IntfSm::quillAllocation.live, 0u );
+}
+
 TEST_F( VrfContainerSmTest, RemovalFromInsideItsOwnHandlerWaitsForTheHandler ) {
    auto const intf = joinVrf( "Ethernet1" );
    create();
