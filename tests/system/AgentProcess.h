@@ -1,0 +1,117 @@
+// The programs as processes: the agent in a namespace of the test's own, and the operator's command.
+#pragma once
+
+#include "tests/linux/TestNetwork.h"
+
+#include <fcntl.h>
+#include <fstream>
+#include <optional>
+#include <sstream>
+#include <sys/wait.h>
+
+namespace Valen::Test {
+
+inline std::string contentOf( std::string const & path ) {
+   std::stringstream content;
+   content << std::ifstream( path, std::ios::binary ).rdbuf();
+   return content.str();
+}
+
+// A program that runs, with its output in files.
+class Process {
+ public:
+   // Starts `arguments` inside `netNs`, or here when there is none, as user `uid`.
+   Process( std::vector< std::string > const & arguments, std::string const & outputs,
+            TestNetNs const * netNs = nullptr, uid_t uid = 0 )
+       : out_( outputs + ".out" ), err_( outputs + ".err" ) {
+      std::vector< char * > argv;
+      for ( auto const & argument : arguments ) {
+         argv.push_back( const_cast< char * >( argument.c_str() ) );
+      }
+      argv.push_back( nullptr );
+      pid_ = ::fork();
+      if ( pid_ == 0 ) {
+         std::optional< Linux::NetNs > opened;
+         std::optional< Linux::NetNsScope > inside;
+         if ( netNs ) {
+            opened.emplace( Linux::NetNsFolders().open( netNs->name() ) );
+            inside.emplace( *opened );
+         }
+         redirect( out_, STDOUT_FILENO );
+         redirect( err_, STDERR_FILENO );
+         if ( uid == 0 || ::setuid( uid ) == 0 ) {
+            ::execv( argv[ 0 ], argv.data() );
+         }
+         ::_exit( 127 );
+      }
+   }
+   ~Process() {
+      if ( running() ) {
+         signal( SIGKILL );
+         wait();
+      }
+   }
+   Process( Process const & ) = delete;
+   Process & operator=( Process const & ) = delete;
+
+   void signal( int number ) const { ::kill( pid_, number ); }
+   bool running() {
+      int status = 0;
+      if ( !status_ && ::waitpid( pid_, &status, WNOHANG ) == pid_ ) {
+         status_ = status;
+      }
+      return !status_;
+   }
+   // Waits for the end; the exit status, or 1000 and the signal.
+   int wait() {
+      int status = 0;
+      if ( !status_ && ::waitpid( pid_, &status, 0 ) == pid_ ) {
+         status_ = status;
+      }
+      return WIFEXITED( *status_ ) ? WEXITSTATUS( *status_ ) : 1000 + WTERMSIG( *status_ );
+   }
+   std::string out() const { return contentOf( out_ ); }
+   std::string err() const { return contentOf( err_ ); }
+
+ private:
+   static void redirect( std::string const & path, int descriptor ) {
+      auto const fd = ::open( path.c_str(), O_CREAT | O_TRUNC | O_WRONLY, 0666 );
+      ::dup2( fd, descriptor );
+      ::close( fd );
+   }
+
+   std::string const out_;
+   std::string const err_;
+   pid_t pid_ = -1;
+   std::optional< int > status_;
+};
+
+// What a command printed, and what it ended with.
+struct Result {
+   int status;
+   std::string out;
+   std::string err;
+};
+
+// A folder of the test's own.
+class WorkFolder {
+ public:
+   WorkFolder() {
+      std::string path = ::testing::TempDir() + "valen-XXXXXX";
+      if ( !::mkdtemp( path.data() ) ) {
+         throw std::runtime_error( "mkdtemp " + path );
+      }
+      path_ = path;
+      run( "chmod 755 " + path_ );
+   }
+   ~WorkFolder() { (void)std::system( ( "rm -rf " + path_ ).c_str() ); }
+   WorkFolder( WorkFolder const & ) = delete;
+   WorkFolder & operator=( WorkFolder const & ) = delete;
+
+   std::string operator/( std::string const & name ) const { return path_ + "/" + name; }
+
+ private:
+   std::string path_;
+};
+
+} // namespace Valen::Test

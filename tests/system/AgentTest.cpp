@@ -1,0 +1,504 @@
+// The agent and its command on the real kernel: valend in a namespace that stands for the machine,
+// VRF red in another, the neighbours in a third. Nothing here depends on how fast the machine is:
+// what must happen is waited for, and delays are long where something must come within one.
+#include "tests/system/AgentProcess.h"
+#include "valend/Hex.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <sys/un.h>
+#include <thread>
+
+namespace Valen::Test {
+namespace {
+
+using Json = nlohmann::json;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class AgentTest : public NetworkTest {
+ protected:
+   void SetUp() override {
+      NetworkTest::SetUp();
+      if ( IsSkipped() ) {
+         return;
+      }
+      work_.emplace();
+      machine_.emplace();
+      red_.emplace();
+      neighbours_.emplace();
+      for ( auto const * netNs : { &*machine_, &*red_, &*neighbours_ } ) {
+         run( "ip netns exec " + netNs->text() +
+              " sysctl -q -w net.ipv6.conf.all.disable_ipv6=1 "
+              "net.ipv6.conf.default.disable_ipv6=1" );
+      }
+      machine_->veth( "et1", *neighbours_, "far1" );
+      red_->veth( "et2", *neighbours_, "far2" );
+   }
+
+   // Starts the agent and waits until it answers.
+   void start( std::string const & config, std::vector< std::string > const & more = {} ) {
+      std::ofstream( *work_ / "valen.yaml" ) << config;
+      std::vector< std::string > arguments{ VALEND, "--config", *work_ / "valen.yaml", "--socket",
+                                            socket() };
+      arguments.insert( arguments.end(), more.begin(), more.end() );
+      agent_.emplace( arguments, *work_ / "agent", &*machine_ );
+      ASSERT_TRUE( eventually( [ this ] { return ctl( { "status" } ).status == 0; } ) )
+         << agent_->err();
+   }
+   std::string socket() const { return *work_ / "sock"; }
+
+   // Ethernet1 in the default VRF, Ethernet2 in red, held for `delayMs`.
+   std::string config( int delayMs ) const {
+      return "shutdown-delay-ms: " + std::to_string( delayMs ) +
+             "\n"
+             "vrfs: [{name: red, namespace: " +
+             red_->text() +
+             "}]\n"
+             "interfaces:\n"
+             "- {name: Ethernet1, device: et1}\n"
+             "- {name: Ethernet2, device: et2, vrf: red}\n"
+             "agents:\n"
+             "- name: lldp\n"
+             "  messages:\n"
+             "    Ethernet1: [" +
+             Valend::toHex( frame( "one" ) ) + ", " + Valend::toHex( frame( "two" ) ) +
+             "]\n"
+             "    Ethernet2: [" +
+             Valend::toHex( frame( "red" ) ) + "]\n";
+   }
+   // Every byte value occurs, so that nothing can be lost on the way.
+   static std::string frame( std::string const & payload ) {
+      std::string bytes;
+      for ( int i = 0; i < 256; ++i ) {
+         bytes += static_cast< char >( i );
+      }
+      return testFrame( payload + bytes );
+   }
+
+   Result ctl( std::vector< std::string > arguments, uid_t uid = 0 ) const {
+      arguments.insert( arguments.begin(), { VALENCTL, "--socket", socket() } );
+      Process command( arguments, *work_ / "ctl", nullptr, uid );
+      auto const status = command.wait();
+      return { status, command.out(), command.err() };
+   }
+   Json interface( std::string const & name ) const {
+      auto const status = Json::parse( ctl( { "status", "--json", name } ).out, nullptr, false );
+      return status.is_object() ? status[ "interfaces" ][ 0 ] : Json::object();
+   }
+   bool becomesReady( std::string const & name ) const {
+      return eventually( [ & ] { return interface( name ).value( "ready", false ); } );
+   }
+   bool becomesUnready( std::string const & name, std::string const & why ) const {
+      return eventually( [ & ] { return interface( name ).value( "notReady", Json() ) == why; } );
+   }
+   bool linkUp( TestNetNs const & netNs, std::string const & device ) const {
+      return std::system(
+                ( "ip -n " + netNs.text() + " -o link show " + device + " | grep -q '[<,]UP[,>]'" )
+                   .c_str() ) == 0;
+   }
+
+   template < class Condition >
+   static bool eventually( Condition const & condition, milliseconds patience = seconds( 30 ) ) {
+      auto const end = std::chrono::steady_clock::now() + patience;
+      while ( !condition() ) {
+         if ( std::chrono::steady_clock::now() > end ) {
+            return false;
+         }
+         std::this_thread::sleep_for( milliseconds( 20 ) );
+      }
+      return true;
+   }
+
+   std::optional< WorkFolder > work_;
+   std::optional< TestNetNs > machine_;
+   std::optional< TestNetNs > red_;
+   std::optional< TestNetNs > neighbours_;
+   std::optional< Process > agent_;
+};
+
+// --- The main job --------------------------------------------------------------------------------
+
+TEST_F( AgentTest, FramesLeaveByteForByteAndThenTheLinkGoesDown ) {
+   start( config( 300 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   ASSERT_TRUE( becomesReady( "Ethernet2" ) );
+   Capture far1( *neighbours_, "far1" );
+   Capture far2( *neighbours_, "far2" );
+
+   auto const first = ctl( { "shutdown", "Ethernet1", "--wait" } );
+   EXPECT_EQ( first.status, 0 );
+   EXPECT_EQ( first.out, "" );
+   EXPECT_THAT( first.err, HasSubstr( "Ethernet1: 2 frames sent\nEthernet1: held for 300 ms\n"
+                                      "Ethernet1: link down, after it was held " ) );
+   EXPECT_FALSE( linkUp( *machine_, "et1" ) );
+   EXPECT_TRUE( linkUp( *red_, "et2" ) );
+   EXPECT_THAT( far1.frames( 3, seconds( 1 ) ), ElementsAre( frame( "one" ), frame( "two" ) ) );
+
+   EXPECT_EQ( ctl( { "shutdown", "Ethernet2", "--wait" } ).status, 0 );
+   EXPECT_FALSE( linkUp( *red_, "et2" ) );
+   EXPECT_THAT( far2.frames( 2, seconds( 1 ) ), ElementsAre( frame( "red" ) ) );
+   EXPECT_EQ( interface( "Ethernet1" )[ "sent" ], 2 );
+   EXPECT_GE( Json::parse( ctl( { "history", "Ethernet1" } ).out )[ "shutdowns" ][ 0 ][ "heldMs" ],
+              300 );
+}
+
+TEST_F( AgentTest, TheLinkStaysUpForTheWholeDelay ) {
+   start( config( 3000 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   auto const asked = std::chrono::steady_clock::now();
+   auto const result = ctl( { "shutdown", "Ethernet1" } );
+   EXPECT_EQ( result.status, 0 );
+   EXPECT_EQ( result.err, "Ethernet1: held for 3000 ms\n" );
+   ASSERT_TRUE( eventually( [ this ] { return !linkUp( *machine_, "et1" ); } ) );
+   EXPECT_GE( std::chrono::steady_clock::now() - asked, milliseconds( 3000 ) );
+}
+
+TEST_F( AgentTest, EnablingWithinTheDelayLeavesTheLinkUp ) {
+   start( config( 3000 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet2" ) );
+   Capture far2( *neighbours_, "far2" );
+   ASSERT_EQ( ctl( { "shutdown", "Ethernet2" } ).status, 0 );
+   EXPECT_EQ( interface( "Ethernet2" )[ "delayed" ], true );
+   auto const result = ctl( { "enable", "Ethernet2" } );
+   EXPECT_EQ( result.status, 0 );
+   EXPECT_EQ( result.err, "Ethernet2: shutdown called off, link stays up\n" );
+   std::this_thread::sleep_for( milliseconds( 4000 ) );
+   EXPECT_TRUE( linkUp( *red_, "et2" ) ) << "nothing goes down later";
+   EXPECT_EQ( interface( "Ethernet2" )[ "aborts" ], 1 );
+   EXPECT_THAT( far2.frames( 2, milliseconds( 200 ) ), ElementsAre( frame( "red" ) ) );
+}
+
+TEST_F( AgentTest, WhoWaitsHearsThatTheShutdownWasCalledOff ) {
+   start( config( 20000 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   Process waiting( { VALENCTL, "--socket", socket(), "shutdown", "Ethernet1", "--wait" },
+                    *work_ / "waiting" );
+   ASSERT_TRUE(
+      eventually( [ & ] { return interface( "Ethernet1" ).value( "delayed", false ); } ) );
+   ASSERT_EQ( ctl( { "enable", "Ethernet1" } ).status, 0 );
+   EXPECT_EQ( waiting.wait(), 1 );
+   EXPECT_THAT( waiting.err(), HasSubstr( "Ethernet1: shutdown called off, link stays up (enabled "
+                                          "by root " ) );
+}
+
+TEST_F( AgentTest, ShutdownAndEnableCanBeRepeated ) {
+   start( config( 0 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   for ( int i = 0; i < 3; ++i ) {
+      Capture far1( *neighbours_, "far1" );
+      EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+      EXPECT_FALSE( linkUp( *machine_, "et1" ) );
+      EXPECT_EQ( far1.frames( 3, milliseconds( 300 ) ).size(), 2u );
+      auto const again = ctl( { "shutdown", "Ethernet1", "--wait" } );
+      EXPECT_EQ( again.status, 0 );
+      EXPECT_EQ( again.err, "Ethernet1: link was down already; nothing was sent\n" );
+      auto const up = ctl( { "enable", "Ethernet1" } );
+      EXPECT_EQ( up.err, "Ethernet1: link up\n" );
+      EXPECT_TRUE( linkUp( *machine_, "et1" ) );
+      EXPECT_EQ( ctl( { "enable", "Ethernet1" } ).err, "Ethernet1: link was up already\n" );
+   }
+}
+
+TEST_F( AgentTest, AnInterfaceWithoutTheDelayGoesDownAtOnce ) {
+   start( "interfaces: [{name: Ethernet1, device: et1}]" );
+   auto const result = ctl( { "shutdown", "Ethernet1", "--wait" } );
+   EXPECT_EQ( result.status, 0 );
+   EXPECT_EQ( result.err, "Ethernet1: link down, without delay\n" );
+   EXPECT_FALSE( linkUp( *machine_, "et1" ) );
+}
+
+// --- Devices and namespaces that come and go -----------------------------------------------------
+
+TEST_F( AgentTest, ADeviceMadeAnewIsUsedUnderItsNewIndex ) {
+   start( config( 100 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   auto const old = machine_->index( "et1" );
+   machine_->ip( "link del et1" );
+   ASSERT_TRUE( becomesUnready( "Ethernet1", "no device" ) );
+   auto const refused = ctl( { "shutdown", "Ethernet1", "--wait" } );
+   EXPECT_EQ( refused.status, 1 );
+   EXPECT_THAT( refused.err, HasSubstr( "no device \"et1\" in namespace \"default\"" ) );
+   EXPECT_EQ( ctl( { "enable", "Ethernet1" } ).status, 1 );
+
+   machine_->veth( "et1", *neighbours_, "far1" );
+   ASSERT_NE( machine_->index( "et1" ), old );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   Capture far1( *neighbours_, "far1" );
+   EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+   EXPECT_THAT( far1.frames( 3, milliseconds( 500 ) ),
+                ElementsAre( frame( "one" ), frame( "two" ) ) );
+   EXPECT_FALSE( linkUp( *machine_, "et1" ) );
+}
+
+TEST_F( AgentTest, ANamespaceThatAppearsLaterIsTakenUp ) {
+   red_->destroy();
+   start( config( 100 ) );
+   ASSERT_TRUE( becomesUnready( "Ethernet2", "namespace missing" ) );
+   EXPECT_EQ( ctl( { "shutdown", "Ethernet2", "--wait" } ).status, 1 );
+   red_->create();
+   red_->veth( "et2", *neighbours_, "far2" );
+   ASSERT_TRUE( becomesReady( "Ethernet2" ) );
+   Capture far2( *neighbours_, "far2" );
+   EXPECT_EQ( ctl( { "shutdown", "Ethernet2", "--wait" } ).status, 0 );
+   EXPECT_THAT( far2.frames( 2, milliseconds( 500 ) ), ElementsAre( frame( "red" ) ) );
+   EXPECT_FALSE( linkUp( *red_, "et2" ) );
+}
+
+TEST_F( AgentTest, ANamespaceMadeAnewUnderItsNameIsTakenUp ) {
+   start( config( 100 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet2" ) );
+   red_->destroy();
+   ASSERT_TRUE( becomesUnready( "Ethernet2", "namespace missing" ) );
+   red_->create();
+   ASSERT_TRUE( becomesUnready( "Ethernet2", "no device" ) );
+   red_->veth( "et2", *neighbours_, "far2" );
+   ASSERT_TRUE( becomesReady( "Ethernet2" ) );
+   Capture far2( *neighbours_, "far2" );
+   EXPECT_EQ( ctl( { "shutdown", "Ethernet2", "--wait" } ).status, 0 );
+   EXPECT_THAT( far2.frames( 2, milliseconds( 500 ) ), ElementsAre( frame( "red" ) ) );
+}
+
+TEST_F( AgentTest, ANamespaceThatGoesInTheDelayEndsTheShutdown ) {
+   start( config( 2000 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet2" ) );
+   Process waiting( { VALENCTL, "--socket", socket(), "shutdown", "Ethernet2", "--wait" },
+                    *work_ / "waiting" );
+   ASSERT_TRUE(
+      eventually( [ & ] { return interface( "Ethernet2" ).value( "delayed", false ); } ) );
+   red_->destroy();
+   EXPECT_EQ( waiting.wait(), 1 );
+   EXPECT_THAT( waiting.err(), HasSubstr( "Ethernet2: no link to set down (readiness was lost " ) );
+   red_->create();
+}
+
+// --- Frames that do not get out ------------------------------------------------------------------
+
+TEST_F( AgentTest, AFrameThatIsTooLongIsFlaggedCountedAndDoesNotStopTheShutdown ) {
+   start( "shutdown-delay-ms: 100\n"
+          "interfaces: [{name: Ethernet1, device: et1}]\n"
+          "agents:\n"
+          "- name: bulk\n"
+          "  messages: {Ethernet1: [" +
+          Valend::toHex( testFrame( std::string( 1600, 'x' ) ) ) + ", " +
+          Valend::toHex( frame( "fits" ) ) + "]}\n" );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   EXPECT_THAT( ctl( { "status" } ).out,
+                HasSubstr( "Ethernet1: frame 1 of bulk has 1614 bytes, and et1 takes 1514: it will "
+                           "not be sent\n" ) );
+   Capture far1( *neighbours_, "far1" );
+   auto const result = ctl( { "shutdown", "Ethernet1", "--wait" } );
+   EXPECT_EQ( result.status, 0 );
+   EXPECT_THAT( result.err, HasSubstr( "Ethernet1: 1 frame sent, 1 not (Message too long)\n" ) );
+   EXPECT_THAT( far1.frames( 2, milliseconds( 500 ) ), ElementsAre( frame( "fits" ) ) );
+   EXPECT_EQ( interface( "Ethernet1" )[ "failed" ], 1 );
+   EXPECT_THAT( ctl( { "status" } ).out, HasSubstr( "1 (Message too long)" ) );
+}
+
+// --- The agent's own comings and goings ----------------------------------------------------------
+
+TEST_F( AgentTest, AnAgentThatIsStoppedSendsNothingAndLeavesTheLinks ) {
+   start( config( 20000 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   ASSERT_EQ( ctl( { "shutdown", "Ethernet1" } ).status, 0 );
+   Capture far2( *neighbours_, "far2" );
+   agent_->signal( SIGTERM );
+   EXPECT_EQ( agent_->wait(), 0 ) << agent_->err();
+   EXPECT_THAT( agent_->err(), HasSubstr( "stopping on SIGTERM" ) );
+   EXPECT_TRUE( linkUp( *machine_, "et1" ) );
+   EXPECT_TRUE( linkUp( *red_, "et2" ) );
+   EXPECT_THAT( far2.frames( 1, milliseconds( 200 ) ), IsEmpty() );
+   EXPECT_NE( ::access( socket().c_str(), F_OK ), 0 ) << "the socket goes with the agent";
+}
+
+TEST_F( AgentTest, AnAgentThatIsKilledLeavesTheLinksAndCanBeStartedAgain ) {
+   start( config( 1000 ), { "--trace-ring", *work_ / "ring" } );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   ASSERT_EQ( ctl( { "shutdown", "Ethernet1" } ).status, 0 );
+   agent_->signal( SIGKILL );
+   agent_->wait();
+   std::this_thread::sleep_for( milliseconds( 1500 ) );
+   EXPECT_TRUE( linkUp( *machine_, "et1" ) );
+   EXPECT_EQ( ctl( { "status" } ).status, 3 );
+   auto const dump = ctl( { "trace", "dump", "--file", *work_ / "ring" } );
+   EXPECT_EQ( dump.status, 0 );
+   EXPECT_THAT( dump.out, HasSubstr( "2 messages -> shutdown after delay" ) )
+      << "the ring outlives the agent";
+
+   start( config( 100 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+   EXPECT_FALSE( linkUp( *machine_, "et1" ) );
+}
+
+TEST_F( AgentTest, ASecondAgentAtTheSameSocketDoesNotStart ) {
+   start( config( 100 ) );
+   Process second( { VALEND, "--config", *work_ / "valen.yaml", "--socket", socket() },
+                   *work_ / "second", &*machine_ );
+   EXPECT_EQ( second.wait(), 1 );
+   EXPECT_EQ( second.err(), "valend: cannot start: another agent answers at " + socket() +
+                               ": Address already in use\n" );
+   EXPECT_EQ( ctl( { "status" } ).status, 0 );
+}
+
+TEST_F( AgentTest, ABadConfigurationIsRefusedWithAllItsErrors ) {
+   std::ofstream( *work_ / "bad.yaml" ) << "shutdown-delay-ms: 70000\nvrfs: [{name: a}]\n";
+   for ( std::string const check : { "--check", "--socket=unused" } ) {
+      Process agent( { VALEND, "--config", *work_ / "bad.yaml", check }, *work_ / "bad",
+                     &*machine_ );
+      EXPECT_EQ( agent.wait(), 78 );
+      EXPECT_EQ( agent.err(),
+                 *work_ / "bad.yaml:1:20: shutdown-delay-ms is \"70000\"; expected milliseconds "
+                          "from 0 to 65535\n" +
+                    *work_ / "bad.yaml:2:8: namespace without a name; expected one\n" );
+   }
+}
+
+TEST_F( AgentTest, TheServiceManagerIsToldWhenTheAgentIsReadyAndStopping ) {
+   sockaddr_un address{};
+   address.sun_family = AF_UNIX;
+   auto const path = *work_ / "notify";
+   path.copy( address.sun_path, sizeof address.sun_path - 1 );
+   Linux::Fd const listener( ::socket( AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0 ) );
+   ASSERT_EQ( ::bind( listener.get(), reinterpret_cast< sockaddr * >( &address ), sizeof address ),
+              0 );
+   auto const received = [ & ] {
+      char text[ 100 ];
+      pollfd ready{ listener.get(), POLLIN, 0 };
+      auto const count =
+         ::poll( &ready, 1, 30'000 ) > 0 ? ::recv( listener.get(), text, sizeof text, 0 ) : 0;
+      return std::string( text, static_cast< std::size_t >( std::max< ssize_t >( count, 0 ) ) );
+   };
+   ::setenv( "NOTIFY_SOCKET", path.c_str(), 1 );
+   start( config( 100 ) );
+   ::unsetenv( "NOTIFY_SOCKET" );
+   EXPECT_EQ( received(), "READY=1" );
+   agent_->signal( SIGINT );
+   EXPECT_EQ( received(), "STOPPING=1" );
+   EXPECT_EQ( agent_->wait(), 0 );
+}
+
+TEST_F( AgentTest, AReloadPutsWhatDiffersInForceAndDisturbsNothingElse ) {
+   start( config( 6000 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet2" ) );
+   Capture far2( *neighbours_, "far2" );
+   ASSERT_EQ( ctl( { "shutdown", "Ethernet2" } ).status, 0 );
+   auto changed = config( 100 );
+   changed.replace( changed.find( Valend::toHex( frame( "one" ) ) ),
+                    Valend::toHex( frame( "one" ) ).size(), Valend::toHex( frame( "new" ) ) );
+   std::ofstream( *work_ / "valen.yaml" ) << changed;
+   agent_->signal( SIGHUP );
+   ASSERT_TRUE( eventually( [ this ] {
+      return ctl( { "show", "config/valen/globalConfig/shutdownDelayMs" } ).out == "100\n";
+   } ) );
+   Capture far1( *neighbours_, "far1" );
+   EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+   EXPECT_THAT( far1.frames( 3, milliseconds( 500 ) ),
+                ElementsAre( frame( "new" ), frame( "two" ) ) );
+   ASSERT_TRUE( eventually( [ this ] { return !linkUp( *red_, "et2" ); } ) );
+   EXPECT_GE( Json::parse( ctl( { "history", "Ethernet2" } ).out )[ "shutdowns" ][ 0 ][ "heldMs" ],
+              6000 );
+   EXPECT_THAT( far2.frames( 2, milliseconds( 200 ) ), ElementsAre( frame( "red" ) ) );
+}
+
+TEST_F( AgentTest, AReloadThatIsRefusedChangesNothing ) {
+   start( config( 100 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   std::ofstream( *work_ / "valen.yaml" ) << "colour: blue\n";
+   agent_->signal( SIGHUP );
+   ASSERT_TRUE( eventually( [ this ] {
+      return agent_->err().find( "the one before stays in force" ) != std::string::npos;
+   } ) );
+   EXPECT_THAT( agent_->err(), HasSubstr( "valen.yaml:1:1: unknown key \"colour\"" ) );
+   EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+   EXPECT_THAT( agent_->err(), HasSubstr( "Ethernet1: shutdown by root: 2 frames sent, held " ) );
+}
+
+// --- What the operator sees ----------------------------------------------------------------------
+
+TEST_F( AgentTest, EachWayThatACommandCanEndHasItsStatus ) {
+   start( config( 100 ) );
+   auto const unknown = ctl( { "shutdown", "Ethernet9" } );
+   EXPECT_EQ( unknown.status, 1 );
+   EXPECT_EQ( unknown.err, "valenctl: no interface \"Ethernet9\" is configured\n" );
+   EXPECT_EQ( ctl( { "status", "Ethernet9" } ).status, 1 );
+   EXPECT_EQ( ctl( { "show", "nowhere" } ).err, "valenctl: nothing stands at \"nowhere\"\n" );
+   EXPECT_EQ( ctl( { "trace", "levels", "x" } ).status, 1 );
+   EXPECT_EQ( ctl( { "shutdown" } ).status, 2 );
+   EXPECT_EQ( ctl( { "juggle" } ).status, 2 );
+   EXPECT_EQ( ctl( {} ).status, 2 );
+   EXPECT_EQ( ctl( { "--help" } ).status, 0 );
+   auto const nobody = ctl( { "status", "--socket", *work_ / "nobody" } );
+   EXPECT_EQ( nobody.status, 3 );
+   EXPECT_EQ( nobody.err, "valenctl: no agent answers at " + *work_ / "nobody" +
+                             ": No such file or directory\n" );
+   EXPECT_EQ( nobody.out, "" );
+}
+
+TEST_F( AgentTest, AnAgentThatDoesNotAnswerIsNotWaitedForForEver ) {
+   start( config( 100 ) );
+   agent_->signal( SIGSTOP );
+   auto const result = ctl( { "--timeout", "0.2", "status" } );
+   agent_->signal( SIGCONT );
+   EXPECT_EQ( result.status, 4 );
+   EXPECT_EQ( result.err, "valenctl: the agent did not answer within 200 ms\n" );
+}
+
+TEST_F( AgentTest, OnlyRootMayChangeAnything ) {
+   start( config( 100 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   constexpr uid_t nobody = 65534;
+   run( "cp " VALENCTL " " + *work_ / "valenctl" );
+   auto const asNobody = [ & ]( std::vector< std::string > arguments ) {
+      arguments.insert( arguments.begin(), { *work_ / "valenctl", "--socket", socket() } );
+      Process command( arguments, *work_ / "nobody", nullptr, nobody );
+      auto const status = command.wait();
+      return Result{ status, command.out(), command.err() };
+   };
+   EXPECT_EQ( asNobody( { "status" } ).status, 0 );
+   auto const refused = asNobody( { "shutdown", "Ethernet1" } );
+   EXPECT_EQ( refused.status, 1 );
+   EXPECT_EQ( refused.err, "valenctl: uid 65534 may not call org.valen.Agent.Shutdown; only root "
+                           "may\n" );
+   EXPECT_EQ( asNobody( { "enable", "Ethernet1" } ).status, 1 );
+   EXPECT_EQ( asNobody( { "trace", "levels", "*/0" } ).status, 1 );
+   EXPECT_EQ( asNobody( { "trace", "levels" } ).status, 0 );
+   EXPECT_TRUE( linkUp( *machine_, "et1" ) );
+}
+
+TEST_F( AgentTest, TheTraceAndTheStoreCanBeLookedAt ) {
+   start( config( 100 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   EXPECT_EQ( ctl( { "trace", "levels" } ).out, "*/0-1\n" );
+   EXPECT_THAT( ctl( { "trace", "--lines", "10000" } ).out,
+                HasSubstr( "RunnabilitySm/1 void Valen::RunnabilitySm::handleGlobalConfig(): "
+                           "adding configSm\n" ) );
+   EXPECT_EQ( ctl( { "trace", "levels", "IntfSm/0" } ).out, "IntfSm/0\n" );
+   EXPECT_EQ( ctl( { "show", "status/agentActive" } ).out, "true\n" );
+   EXPECT_EQ( Json::parse( ctl( { "show", "status/intfStatus/Ethernet1" } ).out )[ "shouldDelay" ],
+              true );
+   EXPECT_EQ( ctl( { "show", "config/agents/lldp/messages/message/Ethernet2/message/0" } ).out,
+              "\"0x" + Valend::toHex( frame( "red" ) ) + "\"\n" );
+   auto const table = ctl( { "status" } ).out;
+   EXPECT_THAT( table, HasSubstr( "shutdowns are held for 100 ms\n" ) );
+   EXPECT_THAT( table, HasSubstr( "Ethernet1  et1     default  up    yes    -     lldp 2  0     0 "
+                                  "      0\n" ) );
+}
+
+TEST_F( AgentTest, TheTraceCanBeFollowed ) {
+   start( config( 0 ) );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   Process follower( { VALENCTL, "--socket", socket(), "trace", "follow", "--lines", "1" },
+                     *work_ / "follow" );
+   ASSERT_TRUE( eventually( [ & ] { return !follower.out().empty(); } ) );
+   ASSERT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+   EXPECT_TRUE( eventually( [ & ] {
+      return follower.out().find( "2 messages -> shutdown after delay" ) != std::string::npos;
+   } ) );
+}
+
+} // namespace
+} // namespace Valen::Test
