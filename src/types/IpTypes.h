@@ -29,3 +29,6 @@ class AllVrfStatusLocal final : public Quill::Entity {
 };
 
 } // namespace Ip
+
+QUILL_ENTITY_TABLES_ELSEWHERE( Ip::VrfStatusLocal )
+QUILL_ENTITY_TABLES_ELSEWHERE( Ip::AllVrfStatusLocal )

@@ -23,3 +23,6 @@ class StatusDir final : public Quill::Entity {
 };
 
 } // namespace Valen::Status
+
+QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Status::IntfStatus )
+QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Status::StatusDir )

@@ -1,7 +1,5 @@
 #include "platform/gantry/TaskScheduler.h"
 
-#include <cmath>
-
 namespace Gantry {
 
 namespace {
@@ -18,7 +16,7 @@ MonotonicClock const monotonicClock;
 TaskSchedulerRoot * root = nullptr;
 
 Time secondsToTime( double seconds ) noexcept {
-   return Time( seconds > 0 ? std::llround( seconds * 1e9 ) : 0 );
+   return Time( seconds > 0 ? static_cast< S64 >( seconds * 1e9 + 0.5 ) : 0 );
 }
 
 } // namespace
@@ -167,3 +165,5 @@ void TimerTask::run() {
 }
 
 } // namespace Gantry
+
+QUILL_ENTITY_TABLES( Gantry::TimerTask )

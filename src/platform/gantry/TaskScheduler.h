@@ -116,3 +116,5 @@ class TimerTask final : public Quill::Entity {
 };
 
 } // namespace Gantry
+
+QUILL_ENTITY_TABLES_ELSEWHERE( Gantry::TimerTask )

@@ -219,6 +219,13 @@ template < class V > bool isNullHandle( V const & value ) noexcept {
                                                                                                    \
  private:
 
+// An entity's tables are large, and every unit that sees the class would make them. Behind the class,
+// at global scope, this says that they are made elsewhere: by QUILL_ENTITY_TABLES, in one source.
+#define QUILL_ENTITY_TABLES_ELSEWHERE( QualifiedName )                                             \
+   extern template ::Quill::EntityType const & ::Quill::entityTypeOf< QualifiedName >();
+#define QUILL_ENTITY_TABLES( QualifiedName )                                                       \
+   template ::Quill::EntityType const & ::Quill::entityTypeOf< QualifiedName >();
+
 // What every attribute line declares besides its own operations.
 #define QUILL_ATTRIBUTE_TAG( tagKind, ValueType, KeyType, attr )                                   \
    struct attr##AttrBase {                                                                         \

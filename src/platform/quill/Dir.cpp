@@ -49,3 +49,5 @@ void Dir::entryDelAll() {
 }
 
 } // namespace Quill
+
+QUILL_ENTITY_TABLES( Quill::Dir )

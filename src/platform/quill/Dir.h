@@ -50,3 +50,5 @@ class Dir final : public Entity {
 };
 
 } // namespace Quill
+
+QUILL_ENTITY_TABLES_ELSEWHERE( Quill::Dir )
