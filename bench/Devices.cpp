@@ -43,6 +43,9 @@ void makeVethPair() {
 }
 
 void makeDropDevices( U32 count ) {
+   if ( ::if_nametoindex( "e0" ) != 0 ) {
+      return;
+   }
    std::string commands;
    for ( U32 i = 0; i < count; ++i ) {
       auto const name = std::string( "e" ).append( std::to_string( i ) );

@@ -14,7 +14,8 @@ namespace Valen::Bench {
 // Makes one end "e0" of a veth pair, both ends up, unless it is there.
 void makeVethPair();
 
-// Makes `count` devices "e0", "e1" ..., all up, that drop every frame (type ifb).
+// Makes `count` devices "e0", "e1" ..., all up, that drop every frame (type ifb), unless there is
+// an "e0".
 void makeDropDevices( U32 count );
 
 // Makes `count` names "ns0", "ns1" ... in /run/netns, which all stand for the process's namespace.

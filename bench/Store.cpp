@@ -94,7 +94,9 @@ void Store::addIntf( U32 number ) {
    bool const named = population_.vrfs > 0;
    auto const vrf = named ? number % population_.vrfs : 0;
    l3IntfStatusDir_->intfStatusIs( intfId )->vrfIs( named ? numbered( "vrf", vrf ) : "default" );
-   addDevice( named ? numbered( "ns", vrf ) : "default", deviceName );
+   Corvid::NamespaceName const netNs( named ? numbered( "ns", vrf ) : "default" );
+   allIntfStatusLocalDir_->intfStatusLocalIs( intfId )->netNsNameIs( netNs );
+   addDevice( netNs, deviceName );
 }
 
 void Store::addMessage( Corvid::IntfId const & intfId, U32 agent ) {
