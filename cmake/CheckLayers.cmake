@@ -1,3 +1,4 @@
+cmake_policy( VERSION 3.25 )
 # Holds one folder of src/ to what it may include.
 #   cmake -DROOT=<src> -DFOLDER=<name> -DALLOWED=<folder,folder,...> -P CheckLayers.cmake
 string( REPLACE "," ";" ALLOWED "${ALLOWED}" )

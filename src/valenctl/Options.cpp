@@ -78,7 +78,9 @@ std::optional< Options > parseOptions( int argc, char const * const * argv, Exit
    CLI::App app( "valenctl: talks to valend, the agent of Valen", "valenctl" );
    app.footer( footer );
    app.require_subcommand( 1 );
-   app.add_option( "--socket", options.socket, "Where the agent listens" )->capture_default_str();
+   app.add_option( "--socket", options.socket, "Where the agent listens" )
+      ->capture_default_str()
+      ->take_last(); // a script's own default can be overruled behind it
    app.add_option( "--timeout", options.timeoutSeconds,
                    "Seconds to wait for an answer; 0 is for ever" )
       ->capture_default_str()

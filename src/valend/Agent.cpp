@@ -1,5 +1,6 @@
 #include "valend/Agent.h"
 
+#include "valend/ConfigReader.h"
 #include "valend/Log.h"
 #include "valend/Notify.h"
 
@@ -10,10 +11,11 @@ namespace Valend {
 using Valen::Linux::NetNsFolders;
 using Valen::Linux::NetNsWatcher;
 
-Agent::Agent( Config const & config, ProcessConfig const & process, bool traceToStderr )
-    : folders_( foldersOf( process ) ), trace_( loop_, process, traceToStderr ),
-      endpoints_( folders_ ), links_( loop_, folders_, endpoints_ ),
-      feeder_( store_, links_, loop_.scheduler() ),
+Agent::Agent( Config const & config, Options const & options )
+    : configFile_( options.config ), process_( merged( config.process, options.process ) ),
+      folders_( foldersOf( process_ ) ),
+      trace_( loop_, process_, options.process.traceLevels.has_value() ), endpoints_( folders_ ),
+      links_( loop_, folders_, endpoints_ ), feeder_( store_, links_, loop_.scheduler() ),
       faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
       controller_( store_, feeder_.config(), links_, loop_.scheduler(),
                    [ this ]( auto work ) { loop_.post( std::move( work ) ); } ),
@@ -23,9 +25,11 @@ Agent::Agent( Config const & config, ProcessConfig const & process, bool traceTo
                         feeder_.namespaceChanged( name.stdString() );
                      } ),
       api_( { store_, feeder_, links_, controller_, faults_, trace_ } ),
-      server_( loop_, process.socket.value_or( Options::defaultSocket ), api_ ) {
+      server_( loop_, process_.socket.value_or( Options::defaultSocket ), api_ ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
    loop_.signalIs( SIGINT, [ this ] { stop( "SIGINT" ); } );
+   loop_.signalIs( SIGHUP, [ this ] { reload(); } );
+   controller_.endedIs( []( auto const & record ) { log( LogLevel::info, record.summary() ); } );
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
    configIs( config );
@@ -56,6 +60,22 @@ void Agent::configIs( Config const & config ) {
    }
    links_.netNssAre( netNss );
    feeder_.apply( config );
+}
+
+void Agent::reload() {
+   auto const [ config, errors ] = readConfig( configFile_ );
+   for ( auto const & error : errors ) {
+      log( LogLevel::error, error.message() );
+   }
+   if ( !errors.empty() ) {
+      return log( LogLevel::error, "the configuration is refused; the one before stays in force" );
+   }
+   bool const processDiffers = config.process != feeder_.config().process;
+   configIs( config );
+   log( LogLevel::notice, "the configuration was read again" );
+   if ( processDiffers ) {
+      log( LogLevel::notice, "socket, netns-folder and trace take effect at the next start" );
+   }
 }
 
 void Agent::run() {

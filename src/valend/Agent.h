@@ -12,23 +12,27 @@ namespace Valend {
 
 class Agent {
  public:
-   // Puts `config` in force and starts the library. `process`: how to run. Throws
+   // Puts `config` in force, which came from `options.config`, and starts the library. Throws
    // Quill::ErrnoException when the process cannot have what it needs.
-   Agent( Config const & config, ProcessConfig const & process, bool traceToStderr );
+   Agent( Config const & config, Options const & options );
    // Sends nothing and leaves all links as they are.
    ~Agent();
    Agent( Agent const & ) = delete;
    Agent & operator=( Agent const & ) = delete;
 
-   // Runs until SIGTERM or SIGINT.
+   // Runs until SIGTERM or SIGINT. On SIGHUP it reads the configuration again and puts what differs
+   // in force; one that is refused changes nothing.
    void run();
 
  private:
    static Valen::Linux::NetNsFolders foldersOf( ProcessConfig const & process );
 
    void configIs( Config const & config );
+   void reload();
    void stop( char const * signal );
 
+   std::string const configFile_;
+   ProcessConfig const process_;
    Valen::Linux::EventLoop loop_;
    Valen::Linux::NetNsFolders const folders_;
    TraceHub trace_;

@@ -154,11 +154,12 @@ void AgentApi::status( Call call ) {
 }
 
 Json AgentApi::stepJson( ShutdownStep step, ShutdownRecord const & record ) const {
-   auto const remaining = parts_.controller.remaining( record.interface );
+   bool const held = step == ShutdownStep::delayed;
+   auto const delay = parts_.feeder.config().shutdownDelayMs.value_or( 0 );
    return { { "step", step == ShutdownStep::sent      ? "sent"
                       : step == ShutdownStep::delayed ? "delayed"
                                                       : "ended" },
-            { "delayMs", remaining ? Json( remaining->count() ) : Json() },
+            { "delayMs", held ? Json( delay ) : Json() },
             { "shutdown", StatusReport::record( record ) } };
 }
 

@@ -19,24 +19,6 @@ bool isMissing( Quill::ErrnoException const & e ) {
 
 } // namespace
 
-char const * ShutdownRecord::endingText() const noexcept {
-   switch ( ending ) {
-   case Ending::down:
-      return "down";
-   case Ending::aborted:
-      return "aborted";
-   case Ending::alreadyDown:
-      return "already-down";
-   case Ending::noDevice:
-      return "no-device";
-   case Ending::failed:
-      return "failed";
-   case Ending::running:
-      break;
-   }
-   return "running";
-}
-
 // One shutdown under way.
 class LinkController::Operation {
  public:
@@ -408,13 +390,16 @@ void LinkController::end( Operation & operation, Ending ending, std::string cons
       totals.failReason = record.failReason;
    }
    history_.push_back( record );
+   if ( ended_ ) {
+      ended_( record );
+   }
    if ( history_.size() > historyLimit ) {
       history_.pop_front();
    }
    // The operation may be on the stack below: it is freed from the loop.
    auto node = operations_.extract( record.interface );
-   ended_.push_back( std::move( node.mapped() ) );
-   post_( [ this, alive = alive_ ] { *alive ? ended_.clear() : void(); } );
+   done_.push_back( std::move( node.mapped() ) );
+   post_( [ this, alive = alive_ ] { *alive ? done_.clear() : void(); } );
    operation.step( ShutdownStep::ended );
 }
 

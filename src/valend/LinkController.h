@@ -61,6 +61,11 @@ class LinkController final {
    // Throws Refusal.
    Enabled enable( std::string const & interface, std::string const & by );
 
+   // `ended` hears of every shutdown that ends, before its observers do.
+   void endedIs( std::function< void( ShutdownRecord const & ) > ended ) {
+      ended_ = std::move( ended );
+   }
+
    // How long the interface's link is still held; nothing when no shutdown holds it.
    std::optional< std::chrono::milliseconds > remaining( std::string const & interface ) const;
    bool running( std::string const & interface ) const;
@@ -95,10 +100,11 @@ class LinkController final {
    std::shared_ptr< bool > const alive_; // posted work looks whether the controller still is
    Quill::Ptr< StatusSm > const statusSm_;
    std::map< std::string, std::unique_ptr< Operation > > operations_;
-   std::vector< std::unique_ptr< Operation > > ended_; // freed from the loop
-   std::deque< std::string > queue_;                   // to begin, oldest first
-   std::deque< ShutdownRecord > history_;              // the newest last
+   std::vector< std::unique_ptr< Operation > > done_; // freed from the loop
+   std::deque< std::string > queue_;                  // to begin, oldest first
+   std::deque< ShutdownRecord > history_;             // the newest last
    std::map< std::string, ShutdownTotals > totals_;
+   std::function< void( ShutdownRecord const & ) > ended_;
 };
 
 } // namespace Valend

@@ -17,7 +17,8 @@ frames that are queued for them are out. The configuration's format is explained
 in examples/valen.yaml; valenctl is the operator's command.
 
 The agent stops on SIGTERM and SIGINT; it then sends nothing and leaves all links
-as they are.
+as they are. On SIGHUP it reads the configuration again and puts what differs in
+force; a configuration that is refused changes nothing.
 
 Exit status: 0 stopped as asked, or the configuration is in order
              1 could not start

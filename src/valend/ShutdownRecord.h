@@ -33,6 +33,8 @@ struct ShutdownRecord {
 
    // "down", "aborted", "already-down", "no-device", "failed", "running"
    char const * endingText() const noexcept;
+   // "Ethernet1: shutdown by root: 3 frames sent, held 500 ms, down"
+   std::string summary() const;
 };
 
 // A step of a running shutdown.

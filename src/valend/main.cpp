@@ -2,6 +2,7 @@
 #include "valend/ConfigReader.h"
 #include "valend/Log.h"
 
+#include <csignal>
 #include <iostream>
 
 namespace {
@@ -28,8 +29,7 @@ Exit run( Valend::Options const & options ) {
       return Exit::done;
    }
    try {
-      Valend::Agent agent( *config, merged( config->process, options.process ),
-                           options.process.traceLevels.has_value() );
+      Valend::Agent agent( *config, options );
       agent.run();
       return Exit::done;
    } catch ( std::exception const & e ) {
@@ -41,6 +41,7 @@ Exit run( Valend::Options const & options ) {
 } // namespace
 
 int main( int argc, char ** argv ) {
+   std::signal( SIGPIPE, SIG_IGN ); // whoever reads our words may go
    Exit exit = Exit::done;
    auto const options = Valend::parseOptions( argc, argv, exit );
    return static_cast< int >( options ? run( *options ) : exit );
