@@ -1,8 +1,9 @@
 #include "platform/quill/Allocation.h"
 
+#include "platform/quill/Pool.h"
+
 #include <algorithm>
 #include <cstring>
-#include <new>
 
 namespace Quill {
 
@@ -13,7 +14,7 @@ AllocationType * allTypes = nullptr;
 } // namespace
 
 void * allocate( AllocationType & type, std::size_t size ) {
-   void * const memory = ::operator new( size );
+   void * const memory = poolAllocate( size );
    if ( type.total == 0 ) {
       type.next = allTypes;
       allTypes = &type;
@@ -27,7 +28,7 @@ void * allocate( AllocationType & type, std::size_t size ) {
 void deallocate( AllocationType & type, void * memory, std::size_t size ) noexcept {
    --type.live;
    type.liveBytes -= size;
-   ::operator delete( memory );
+   poolDeallocate( memory, size );
 }
 
 std::vector< AllocationType const * > allocationTypes() {

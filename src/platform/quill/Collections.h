@@ -20,23 +20,41 @@
 
 namespace Quill {
 
+// Spreads an identity over all bits. No two identities have the same result.
+constexpr U64 mixed( U64 identity ) noexcept {
+   auto const spread = identity * 0x9e3779b97f4a7c15u;
+   return spread ^ ( spread >> 32 );
+}
+
+// A key's hash. Numbers, handles and interned names are hashed by what they are, without touching
+// what they stand for.
 template < class K > U64 hashOf( K const & key ) noexcept {
-   if constexpr ( requires { key.hash(); } ) {
+   if constexpr ( std::is_integral_v< K > || std::is_enum_v< K > ) {
+      return mixed( static_cast< U64 >( key ) );
+   } else if constexpr ( requires { key.identity(); } ) {
+      return mixed( reinterpret_cast< U64 >( key.identity() ) );
+   } else if constexpr ( requires { key.get(); } ) {
+      return mixed( reinterpret_cast< U64 >( key.get() ) );
+   } else {
       return key.hash();
-   } else if constexpr ( std::is_integral_v< K > || std::is_enum_v< K > ) {
-      auto const mixed = static_cast< U64 >( key ) * 0x9e3779b97f4a7c15u;
-      return mixed ^ ( mixed >> 32 );
-   } else { // a handle: by identity
-      auto const mixed = reinterpret_cast< U64 >( key.get() ) * 0x9e3779b97f4a7c15u;
-      return mixed ^ ( mixed >> 32 );
    }
 }
 
-// An element of a hash table: a place in its order and in its bucket.
+// Whether keys of equal hashes are equal, so that nobody need look at the keys themselves.
+template < class K > inline constexpr bool hashIdentifies = !requires( K const & key ) {
+   key.hash();
+}
+|| requires( K const & key ) {
+   key.identity();
+};
+
+// An element of a hash table: a place in its order and in its bucket, and its key's hash, so that a
+// search need not touch more of it.
 class TableHook : public WalkHook {
  private:
    template < class, class, class > friend class HashTable;
    TableHook * chain_ = nullptr;
+   U64 hash_ = 0;
 };
 
 // The table under all three collections: elements of type E (derived from TableHook) found by a
@@ -53,18 +71,18 @@ template < class E, class K, class KeyOf > class HashTable {
    E * first() const noexcept { return static_cast< E * >( order_.head() ); }
 
    E * find( K const & key ) const noexcept {
-      if ( !buckets_ ) {
-         for ( auto * hook = order_.head(); hook; hook = WalkList::after( *hook ) ) {
-            auto * const element = static_cast< E * >( hook );
-            if ( KeyOf()( *element ) == key ) {
-               return element;
+      U64 const hash = hashOf( key );
+      if ( buckets_ ) {
+         for ( auto * hook = bucket( hash ); hook; hook = hook->chain_ ) {
+            if ( isOf( *hook, hash, key ) ) {
+               return static_cast< E * >( hook );
             }
          }
          return nullptr;
       }
-      for ( auto * hook = bucket( key ); hook; hook = hook->chain_ ) {
+      for ( auto * hook = order_.head(); hook; hook = WalkList::after( *hook ) ) {
          auto * const element = static_cast< E * >( hook );
-         if ( KeyOf()( *element ) == key ) {
+         if ( isOf( *element, hash, key ) ) {
             return element;
          }
       }
@@ -76,20 +94,23 @@ template < class E, class K, class KeyOf > class HashTable {
       if ( count_ >= capacity() ) {
          grow();
       }
+      TableHook & hook = element;
+      hook.hash_ = hashOf< K >( KeyOf()( element ) );
       order_.append( element );
       ++count_;
       if ( buckets_ ) {
-         link( element );
+         link( hook );
       }
    }
 
    void remove( E & element ) noexcept {
+      TableHook & hook = element;
       if ( buckets_ ) {
-         auto ** place = &bucket( KeyOf()( element ) );
-         while ( *place != &element ) {
+         auto ** place = &bucket( hook.hash_ );
+         while ( *place != &hook ) {
             place = &( *place )->chain_;
          }
-         *place = element.TableHook::chain_;
+         *place = hook.chain_;
       }
       order_.remove( element );
       --count_;
@@ -98,17 +119,25 @@ template < class E, class K, class KeyOf > class HashTable {
  private:
    static constexpr U32 smallCount = 8;
 
-   U32 capacity() const noexcept { return buckets_ ? mask_ + 1 : smallCount; }
-   TableHook *& bucket( K const & key ) const noexcept { return buckets_[ hashOf( key ) & mask_ ]; }
+   U32 capacity() const noexcept { return buckets_ ? ( mask_ + 1 ) / 2 : smallCount; }
+   TableHook *& bucket( U64 hash ) const noexcept { return buckets_[ hash & mask_ ]; }
 
-   void link( E & element ) noexcept {
-      auto *& head = bucket( KeyOf()( element ) );
-      element.TableHook::chain_ = head;
-      head = &element;
+   static bool isOf( TableHook const & hook, U64 hash, K const & key ) noexcept {
+      if constexpr ( hashIdentifies< K > ) {
+         return hook.hash_ == hash;
+      } else {
+         return hook.hash_ == hash && KeyOf()( static_cast< E const & >( hook ) ) == key;
+      }
+   }
+
+   void link( TableHook & hook ) noexcept {
+      auto *& head = bucket( hook.hash_ );
+      hook.chain_ = head;
+      head = &hook;
    }
 
    void grow() {
-      U32 const size = capacity() * 2;
+      U32 const size = capacity() * 4;
       buckets_ = std::make_unique< TableHook *[] >( size );
       mask_ = size - 1;
       for ( auto * hook = order_.head(); hook; hook = WalkList::after( *hook ) ) {
@@ -117,7 +146,7 @@ template < class E, class K, class KeyOf > class HashTable {
    }
 
    WalkList order_;
-   std::unique_ptr< TableHook *[] > buckets_;
+   std::unique_ptr< TableHook *[] > buckets_; // twice as many as elements, at least
    U32 mask_ = 0;
    U32 count_ = 0;
 };
@@ -181,9 +210,13 @@ template < class M, auto key > class Members {
       table_.remove( *member );
       return Ptr< M >::adopt( member );
    }
+   // An entity that somebody else still holds is left without a parent.
    void clear() noexcept {
       while ( auto * const member = table_.first() ) {
          table_.remove( *member );
+         if constexpr ( requires { member->parentIs( nullptr ); } ) {
+            member->parentIs( nullptr );
+         }
          Ptr< M >::adopt( member );
       }
    }

@@ -15,22 +15,25 @@ void NotifieeBase::watch( Ptr< Entity const > entity ) noexcept {
    watched_ = std::move( entity );
 }
 
-void Entity::deliver( AttrId attributeId, void const * key ) const {
+void Entity::tell( NotifieeBase & notifiee, AttrId attributeId, void const * key ) {
+   if ( notifiee.silence_ ) {
+      return;
+   }
+   try {
+      notifiee.onAttribute( attributeId, key );
+   } catch ( ... ) {
+      // Reactors contain their own faults and name themselves (Watch.h); here ends a bare
+      // notifiee's, which may be gone by now.
+      reportFault( "notifiee", "", "" );
+   }
+}
+
+void Entity::tellAll( AttrId attributeId, void const * key ) const {
    // The last watcher to leave may take the entity along, so nothing here touches a member once
    // the walk has begun; the walk itself knows when its list dies.
    Walk walk( notifiees_ );
    while ( auto * const hook = walk.next() ) {
-      auto & notifiee = static_cast< NotifieeBase & >( *hook );
-      if ( notifiee.silence_ ) {
-         continue;
-      }
-      try {
-         notifiee.onAttribute( attributeId, key );
-      } catch ( ... ) {
-         // Reactors contain their own faults and name themselves (Watch.h); here ends a bare
-         // notifiee's, which may be gone by now.
-         reportFault( "notifiee", "", "" );
-      }
+      tell( static_cast< NotifieeBase & >( *hook ), attributeId, key );
    }
 }
 

@@ -66,15 +66,22 @@ class Entity : public Member {
    Entity() = default;
 
    void notify( AttrId attributeId, void const * key = nullptr ) const {
-      if ( !notifiees_.empty() ) {
-         deliver( attributeId, key );
+      auto * const first = notifiees_.head();
+      if ( !first ) {
+         return;
+      }
+      if ( WalkList::after( *first ) ) {
+         tellAll( attributeId, key );
+      } else { // the usual case, which needs no walk
+         tell( static_cast< NotifieeBase & >( *first ), attributeId, key );
       }
    }
 
  private:
    friend class NotifieeBase;
 
-   void deliver( AttrId attributeId, void const * key ) const;
+   static void tell( NotifieeBase & notifiee, AttrId attributeId, void const * key );
+   void tellAll( AttrId attributeId, void const * key ) const;
 
    Entity const * parent_ = nullptr;
    mutable WalkList notifiees_;

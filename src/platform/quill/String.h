@@ -100,6 +100,8 @@ class String : public StringHandle {
 class Interned : public StringHandle {
  public:
    U64 hash() const noexcept { return rep_ ? rep_->hash : 0; }
+   // The same for equal names while one of them lives, different for different ones.
+   void const * identity() const noexcept { return rep_; }
    String stringValue() const noexcept; // shares the bytes
    std::string stdString() const { return std::string( view() ); }
 
