@@ -1,5 +1,8 @@
 #include "platform/gantry/TaskScheduler.h"
 
+#include <algorithm>
+#include <utility>
+
 namespace Gantry {
 
 namespace {
@@ -15,8 +18,14 @@ class MonotonicClock final : public Clock {
 MonotonicClock const monotonicClock;
 TaskSchedulerRoot * root = nullptr;
 
+// Rounded to the nanosecond. No number is no time; what is longer than any use becomes a time that
+// can still be added to any clock's.
 Time secondsToTime( double seconds ) noexcept {
-   return Time( seconds > 0 ? static_cast< S64 >( seconds * 1e9 + 0.5 ) : 0 );
+   constexpr double longest = 4e9; // well over a century
+   if ( !( seconds > 0 ) ) {
+      return Time( 0 );
+   }
+   return Time( static_cast< S64 >( std::min( seconds, longest ) * 1e9 + 0.5 ) );
 }
 
 } // namespace
@@ -34,19 +43,15 @@ std::optional< Time > TaskScheduler::nextDeadline() const noexcept {
 U32 TaskScheduler::runDue() {
    Quill::Ptr< TaskScheduler > const self( this );
    auto const until = now();
-   auto const lastArming = armings_;
+   auto const outer = std::exchange( earliest_, until + Time( 1 ) );
    U32 ran = 0;
-   // Tasks that handlers arm during this call carry later numbers and wait for the next one, so
-   // that a task that arms itself with no delay cannot hold the loop.
    while ( !heap_.empty() && heap_.front()->deadline_ <= until ) {
       Quill::Ptr< TimerTask > const task( heap_.front() );
-      if ( task->arming_ > lastArming ) {
-         break;
-      }
       disarm( *task );
       task->run();
       ++ran;
    }
+   earliest_ = outer;
    return ran;
 }
 
@@ -63,7 +68,7 @@ bool TaskScheduler::before( TimerTask const & a, TimerTask const & b ) noexcept 
 void TaskScheduler::arm( TimerTask & task, Time deadline ) {
    disarm( task );
    heap_.push_back( &task );
-   task.deadline_ = deadline;
+   task.deadline_ = std::max( deadline, earliest_ );
    task.arming_ = ++armings_;
    task.position_ = static_cast< U32 >( heap_.size() - 1 );
    siftUp( task.position_ );

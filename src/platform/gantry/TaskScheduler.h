@@ -38,7 +38,8 @@ class TaskScheduler : public Quill::PtrInterface {
    // When the earliest armed task is due; nothing when none is armed.
    std::optional< Time > nextDeadline() const noexcept;
    // Runs every task whose deadline is not after the clock's time at the call, by deadline, then by
-   // priority. A task armed meanwhile waits for the next call. Returns how many ran.
+   // priority. A task armed meanwhile is due after that time, so that one that arms itself with no
+   // delay cannot hold the loop. Returns how many ran.
    U32 runDue();
    U32 armedTasks() const noexcept { return static_cast< U32 >( heap_.size() ); }
 
@@ -59,6 +60,7 @@ class TaskScheduler : public Quill::PtrInterface {
    Clock const * clock_;
    std::vector< TimerTask * > heap_; // earliest first; each task knows its position
    U64 armings_ = 0;
+   Time earliest_{}; // while tasks run: the first moment after this turn; no deadline is before it
 };
 
 // The process's scheduler.
@@ -91,8 +93,9 @@ class TimerTask final : public Quill::Entity {
    QUILL_SINGLE( U32, taskRun ) // how often the task ran
 
  public:
-   // Arms the task to run once, `seconds` from now (0 or less: at the next turn). A task that is
-   // armed already is armed anew.
+   // Arms the task to run once, `seconds` from now, to the nearest nanosecond. 0, less, and what is
+   // no number at all mean at once: at the next turn, and inside a turn just after it. A task that
+   // is armed already is armed anew.
    void scheduleTaskDelay( double seconds );
    // Disarms; no effect on a task that is not armed.
    void unscheduleTask() noexcept;
