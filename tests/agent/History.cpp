@@ -231,7 +231,6 @@ void History::advance( Gantry::Time duration ) {
    clock_.advance( duration );
    for ( auto & intf : intfs ) {
       if ( intf.until && *intf.until <= clock_.now() ) {
-         ++delaysEnded_;
          intf.until.reset();
       }
    }

@@ -75,9 +75,8 @@ class History {
 
    // The device that the interface is on in the namespace of its VRF; null when there is none.
    Device const * deviceOf( Intf const & intf ) const;
-   // What happened so far, to tell a history that got somewhere from an idle one.
+   // Tells a history that got somewhere from an idle one.
    U32 delaysStarted() const { return delaysStarted_; }
-   U32 delaysEnded() const { return delaysEnded_; } // by time
 
    std::vector< Intf > intfs;
    std::vector< VrfPicture > vrfs;
@@ -107,7 +106,6 @@ class History {
    Quill::Ptr< RunnabilitySm > sm_;
    U32 nextIfIndex_ = 1;
    U32 delaysStarted_ = 0;
-   U32 delaysEnded_ = 0;
 };
 
 } // namespace Valen::Test
