@@ -247,6 +247,19 @@ TEST_F( DeviceWatcherTest, OverrunMakesTheWholePictureAnew ) {
    EXPECT_THAT( devices(), UnorderedElementsAre( "lo/1", deviceText( blue, "stays" ), comes ) );
 }
 
+TEST_F( DeviceWatcherTest, OverrunDuringTheFirstPictureMakesItAnewBeforeItCounts ) {
+   TestNetNs const blue;
+   TestNetNs const far;
+   blue.veth( "et1", far, "peer1" );
+   watch( blue, 4096 ); // the picture is asked for, and waits in the socket
+   for ( int i = 0; i < 40; ++i ) {
+      blue.ip( "link set et1 mtu " + std::to_string( 1400 + i ) );
+   }
+   ASSERT_TRUE( turnUntil( [ & ] { return status_->synchronized(); } ) );
+   EXPECT_GE( status_->resyncs(), 1u );
+   EXPECT_EQ( device( blue, "et1" )->mtu(), 1439u );
+}
+
 TEST_F( DeviceWatcherTest, LargeBufferHoldsManyChanges ) {
    TestNetNs const blue;
    TestNetNs const far;

@@ -50,9 +50,8 @@ class PacketEndpointTest : public Valen::Test::NetworkTest {
    //   limit   bytes that may wait in the device
    static void slowDevice( TestNetNs const & netNs, std::string const & limit ) {
       netNs.ip( "link add et1 mtu 9000 type veth peer name et2 mtu 9000" );
-      netNs.ip( "link set et1 up" );
       netNs.ip( "link set et2 up" );
-      netNs.awaitRunning( "et1" );
+      netNs.ip( "link set et1 up" );
       Valen::Test::run( "tc -n " + netNs.text() +
                         " qdisc add dev et1 root tbf rate 8kbit burst 10000 limit " + limit );
    }
@@ -131,9 +130,8 @@ TEST_F( PacketEndpointTest, EachEndpointSendsIntoItsOwnNamespace ) {
       fars.push_back( std::make_unique< TestNetNs >() );
       nears.back()->ip( "link add et1 index 77 type veth peer name peer1 netns " +
                         fars.back()->text() );
-      nears.back()->ip( "link set et1 up" );
       fars.back()->ip( "link set peer1 up" );
-      nears.back()->awaitRunning( "et1" );
+      nears.back()->ip( "link set et1 up" );
       captures.push_back( std::make_unique< Capture >( *fars.back(), "peer1" ) );
       endpoints.push_back( provider_->newRawTxPam( "RawTxPam" ) );
       endpoints.back()->netNsIs( nears.back()->name() );
@@ -208,7 +206,6 @@ TEST_F( PacketEndpointTest, DeviceThatIsDownIsENETDOWN ) {
    EXPECT_EQ( error->number, ENETDOWN );
    EXPECT_EQ( error->packets, 1u );
    near.ip( "link set et1 up" );
-   near.awaitRunning( "et1" );
    EXPECT_TRUE( burst( near, "et1", testFrame( "x" ) ) ); // and the trouble is forgotten
    EXPECT_EQ( endpoint_->sendError( near.index( "et1" ) ), nullptr );
    EXPECT_EQ( endpoint_->counters().sent, 1u );
@@ -279,15 +276,15 @@ TEST_F( PacketEndpointTest, DeviceThatTookTheIndexOverGetsNothing ) {
    open( near );
    near.ip( "link set et1 netns " + elsewhere.text() );
    near.ip( "link add eth9 index 7 type veth peer name peer9 netns " + far.text() );
-   near.ip( "link set eth9 up" );
    far.ip( "link set peer9 up" );
-   near.awaitRunning( "eth9" );
+   near.ip( "link set eth9 up" );
    Capture capture( far, "peer9" );
 
    endpoint_->burstIs( 7, "et1" );
    EXPECT_FALSE( send( testFrame( "stray" ), 7 ) );
    EXPECT_FALSE( send( testFrame( "stray" ), 7 ) );
    EXPECT_EQ( endpoint_->lastErrno(), ENODEV );
+   ASSERT_TRUE( endpoint_->sendError( 7 ) );
    EXPECT_EQ( endpoint_->sendError( 7 )->text, "index 7 is now eth9, not et1" );
    EXPECT_EQ( endpoint_->sendError( 7 )->packets, 2u );
    EXPECT_EQ( endpoint_->counters().wrongDevice, 2u );
@@ -309,6 +306,7 @@ TEST_F( PacketEndpointTest, DeviceThatIsGoneIsENODEV ) {
    endpoint_->burstIs( 7, "et1" );
    EXPECT_FALSE( send( testFrame( "x" ), 7 ) );
    EXPECT_EQ( endpoint_->lastErrno(), ENODEV );
+   ASSERT_TRUE( endpoint_->sendError( 7 ) );
    EXPECT_EQ( endpoint_->sendError( 7 )->text, "index 7 is gone, was et1" );
 }
 
