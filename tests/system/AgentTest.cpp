@@ -240,11 +240,11 @@ TEST_F( AgentTest, ANamespaceThatAppearsLaterIsTakenUp ) {
    ASSERT_TRUE( becomesUnready( "Ethernet2", "namespace missing" ) );
    EXPECT_EQ( ctl( { "shutdown", "Ethernet2", "--wait" } ).status, 1 );
    red_->create();
-   red_->veth( "et2", *neighbours_, "far2" );
+   red_->veth( "et2", *neighbours_, "far9" ); // the kernel takes its time to remove the old far2
    ASSERT_TRUE( becomesReady( "Ethernet2" ) );
-   Capture far2( *neighbours_, "far2" );
+   Capture far9( *neighbours_, "far9" );
    EXPECT_EQ( ctl( { "shutdown", "Ethernet2", "--wait" } ).status, 0 );
-   EXPECT_THAT( far2.frames( 2, milliseconds( 500 ) ), ElementsAre( frame( "red" ) ) );
+   EXPECT_THAT( far9.frames( 2, milliseconds( 500 ) ), ElementsAre( frame( "red" ) ) );
    EXPECT_FALSE( linkUp( *red_, "et2" ) );
 }
 
@@ -255,11 +255,11 @@ TEST_F( AgentTest, ANamespaceMadeAnewUnderItsNameIsTakenUp ) {
    ASSERT_TRUE( becomesUnready( "Ethernet2", "namespace missing" ) );
    red_->create();
    ASSERT_TRUE( becomesUnready( "Ethernet2", "no device" ) );
-   red_->veth( "et2", *neighbours_, "far2" );
+   red_->veth( "et2", *neighbours_, "far9" ); // the kernel takes its time to remove the old far2
    ASSERT_TRUE( becomesReady( "Ethernet2" ) );
-   Capture far2( *neighbours_, "far2" );
+   Capture far9( *neighbours_, "far9" );
    EXPECT_EQ( ctl( { "shutdown", "Ethernet2", "--wait" } ).status, 0 );
-   EXPECT_THAT( far2.frames( 2, milliseconds( 500 ) ), ElementsAre( frame( "red" ) ) );
+   EXPECT_THAT( far9.frames( 2, milliseconds( 500 ) ), ElementsAre( frame( "red" ) ) );
 }
 
 TEST_F( AgentTest, ANamespaceThatGoesInTheDelayEndsTheShutdown ) {
@@ -482,7 +482,11 @@ TEST_F( AgentTest, TheTraceAndTheStoreCanBeLookedAt ) {
               true );
    EXPECT_EQ( ctl( { "show", "config/agents/lldp/messages/message/Ethernet2/message/0" } ).out,
               "\"0x" + Valend::toHex( frame( "red" ) ) + "\"\n" );
-   auto const table = ctl( { "status" } ).out;
+   std::string table;
+   ASSERT_TRUE( eventually( [ & ] { // a link has its carrier some time after it is up
+      table = ctl( { "status" } ).out;
+      return table.find( "no carrier" ) == std::string::npos;
+   } ) );
    EXPECT_THAT( table, HasSubstr( "shutdowns are held for 100 ms\n" ) );
    EXPECT_THAT( table, HasSubstr( "Ethernet1  et1     default  up    yes    -     lldp 2  0     0 "
                                   "      0\n" ) );
