@@ -312,7 +312,9 @@ void Feeder::vrfFailed( std::string const & vrf, std::string const & why ) {
       retry = std::make_unique< Retry >( scheduler_, [ this, vrf ] { vrfRetry( vrf ); } );
    }
    retry->why = why;
-   retry->timer.start( retry->pause.take() );
+   if ( !retry->timer.running() ) { // the library tries a VRF twice while it starts
+      retry->timer.start( retry->pause.take() );
+   }
 }
 
 void Feeder::vrfRetry( std::string const & vrf ) {
