@@ -12,7 +12,7 @@
 
 namespace Valen::Test {
 
-// What happens to all porters, in order: "+a" made, "-a" destroyed, "a width 3", "a tag red"...
+// What happens to all porters, in order: "a width 3", "b tag red", "-a" when it is destroyed.
 struct Story {
    std::string text;
    // What was told since the last call.
