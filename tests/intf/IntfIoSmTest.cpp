@@ -461,6 +461,28 @@ TEST_F( IntfIoSmTest, CountersCanBeSetAndAddedTo ) {
    EXPECT_EQ( sm->immediateEnableCount(), 45u );
 }
 
+TEST_F( IntfIoSmTest, EveryDecisionIsLevelOneAndEveryEntryLevelZero ) {
+   queue( "agent", { "1", "2" } );
+   pams.failingSends = { 0 };
+   create();
+   shutdown();
+   reenable();
+   shutdown();
+   clock.advance( 2s );
+   reenable();
+   sm->initializedIs( false );
+   shutdown();
+   sm = nullptr;
+   std::string const handler = signature( "handleAdminShutdownDelayed" ) + ": ";
+   EXPECT_THAT( trace.texts( 1 ),
+                ElementsAre( "U32 Valen::IntfIoSm::outputMessages(): packet send failed",
+                             handler + "1 messages -> shutdown after delay",
+                             handler + "abort shutdown delay",
+                             handler + "2 messages -> shutdown after delay",
+                             handler + "enable immediately", handler + "not initialized" ) );
+   EXPECT_EQ( trace.texts( 0 ).size() + trace.texts( 1 ).size(), trace.texts().size() );
+}
+
 // --- Removal -------------------------------------------------------------------------------------
 
 TEST_F( IntfIoSmTest, RemovalDuringTheDelayClearsBothFlags ) {

@@ -194,6 +194,7 @@ TEST_F( IntfSmTest, AnotherDeviceKeepsTheRunningDelayAndIsUsedNext ) {
    EXPECT_THAT( trace.texts(),
                 ElementsAre( state( "handleDevice" ), state( "maybeCreateIntfStatus" ),
                              line( "maybeCreateIntfStatus", "intfIoSm already exists" ) ) );
+   EXPECT_EQ( trace.lines().back().level, 1 );
    reenable();
    shutdown();
    EXPECT_EQ( pams.packets.back().ifIndex, 8u );

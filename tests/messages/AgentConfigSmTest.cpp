@@ -1,6 +1,7 @@
 #include "messages/AgentConfigSm.h"
 
 #include "tests/support/LeakCheck.h"
+#include "tests/support/OnChange.h"
 #include "tests/support/TraceCapture.h"
 
 #include <gmock/gmock.h>
@@ -14,6 +15,7 @@ using testing::UnorderedElementsAre;
 
 using Config::Agent::Message;
 using Config::Agent::MessageDir;
+using Valen::Test::onChange;
 
 Quill::Ptr< Message const > message( char const * intfId, char const * text = "bye" ) {
    auto const made = Quill::make< Message >( intfId );
@@ -214,6 +216,44 @@ TEST_F( MessageDirSmTest, SwitchedOffItIsNotTold ) {
    EXPECT_TRUE( allIntf->intfMessageHas( "Ethernet2" ) );
 }
 
+TEST_F( MessageDirSmTest, AMessageSetToNothingIsARemoval ) {
+   auto const sm = messageDirSmFactory( "A", dir, allIntf );
+   dir->messageIs( "Ethernet1", message( "Ethernet1" ) );
+   dir->messageIs( "Ethernet1", nullptr );
+   EXPECT_FALSE( allIntf->intfMessageHas( "Ethernet1" ) );
+}
+
+TEST_F( MessageDirSmTest, DecisionsAreTracedBeforeTheyAreActedOn ) {
+   auto const sm = messageDirSmFactory( "A", dir, allIntf );
+   std::vector< std::string > seen;
+   auto const watch = onChange< AllIntf::intfMessageAttr >(
+      allIntf, [ & ] { seen.push_back( trace.lines().back().text ); } );
+   dir->messageIs( "Ethernet1", message( "Ethernet1" ) );
+   dir->messageDel( "Ethernet1" );
+   EXPECT_THAT( seen, ElementsAre( "void Valen::MessageDirSm::handleMessage(Corvid::IntfId): "
+                                   "added intfMessage to allIntf",
+                                   "void Valen::MessageDirSm::handleMessageRemoval(Corvid::IntfId)"
+                                   ": removed intfMessage from allIntf" ) );
+}
+
+TEST_F( MessageDirSmTest, RemovalFromInsideItsOwnHandlerWaitsAndCleansUp ) {
+   auto sm = messageDirSmFactory( "A", dir, allIntf );
+   auto const live = MessageDirSm::quillAllocation.live;
+   bool alive = false;
+   auto const watch = onChange< AllIntf::intfMessageAttr >( allIntf, [ & ] {
+      if ( sm ) {
+         Quill::Reactor::retire( std::move( sm ) );
+         alive = MessageDirSm::quillAllocation.live == live;
+         dir->messageIs( "Ethernet2", message( "Ethernet2" ) ); // silenced: this must not reach it
+         EXPECT_FALSE( allIntf->intfMessageHas( "Ethernet2" ) );
+      }
+   } );
+   dir->messageIs( "Ethernet1", message( "Ethernet1" ) );
+   EXPECT_TRUE( alive ) << "it stands until its handler returns";
+   EXPECT_EQ( MessageDirSm::quillAllocation.live, live - 1 );
+   EXPECT_EQ( allIntf->intfMessages(), 0u );
+}
+
 // --- One agent -----------------------------------------------------------------------------------
 
 class AgentConfigSmTest : public MessagesTest {
@@ -323,9 +363,13 @@ TEST_F( AgentConfigSmTest, RemovalOfAnyEntryDestroysTheChild ) {
 
 TEST_F( AgentConfigSmTest, RemovalWithoutAChildIsHarmless ) {
    auto const sm = agentConfigSmFactory( "lacp", agentDir, allIntf );
+   trace.clear();
    sm->handleMessageDir( "unknown" );
    sm->messageDirSmDel();
    EXPECT_FALSE( sm->messageDirSm() );
+   EXPECT_THAT( trace.texts(),
+                ElementsAre( std::string( handleMessageDir ) + ": lacp, unknown",
+                             std::string( handleMessageDir ) + ": removed messageDir" ) );
 }
 
 TEST_F( AgentConfigSmTest, AnEntityOfAnotherTypeIsNoMessageDirectory ) {
@@ -351,6 +395,86 @@ TEST_F( AgentConfigSmTest, TheSetterTellsByEveryArgument ) {
    EXPECT_EQ( sm->messageDirSm()->allIntf(), otherModel );
    EXPECT_EQ( allIntf->intfMessages(), 0u );
    EXPECT_EQ( otherModel->intfMessages(), 1u );
+}
+
+TEST_F( AgentConfigSmTest, TracesOnOneHandleEntryAtLevelZeroAndDecisionsAtLevelOne ) {
+   auto sm = agentConfigSmFactory( "lacp", agentDir, allIntf );
+   agentDir->entryIs( "messages" );
+   agentDir->entryIs( "messages", Quill::make< MessageDir >() );
+   agentDir->entryDel( "messages" );
+   sm = nullptr;
+   std::string const signature = std::string( handleMessageDir ) + ": ";
+   EXPECT_THAT( trace.texts( 1 ),
+                ElementsAre( signature + "messageDir added but not yet instantiated",
+                             signature + "added messageDir", signature + "removed messageDir" ) );
+   EXPECT_THAT(
+      trace.texts( 0 ),
+      ElementsAre( "void Valen::AgentConfigSm::handleInitialized(): ", signature + "lacp, messages",
+                   signature + "lacp, messages", "void Valen::MessageDirSm::handleInitialized(): ",
+                   signature + "lacp, messages", "void Valen::MessageDirSm::handleDestruction(): ",
+                   "void Valen::AgentConfigSm::handleDestruction(): " ) );
+   for ( auto const & line : trace.lines() ) {
+      EXPECT_EQ( line.unit, "AgentConfigSm" );
+   }
+}
+
+TEST_F( AgentConfigSmTest, DecisionsAreTracedBeforeTheyAreActedOn ) {
+   auto const sm = agentConfigSmFactory( "lacp", agentDir, allIntf );
+   trace.clear();
+   agentDir->entryIs( "messages", Quill::make< MessageDir >() );
+   agentDir->entryDel( "messages" );
+   EXPECT_THAT( trace.texts(),
+                ElementsAre( std::string( handleMessageDir ) + ": lacp, messages",
+                             std::string( handleMessageDir ) + ": added messageDir",
+                             "void Valen::MessageDirSm::handleInitialized(): ",
+                             std::string( handleMessageDir ) + ": lacp, messages",
+                             std::string( handleMessageDir ) + ": removed messageDir",
+                             "void Valen::MessageDirSm::handleDestruction(): " ) );
+}
+
+TEST_F( AgentConfigSmTest, OfSeveralEntriesTheOneHandledLastDecides ) {
+   agentDir->entryIs( "first", newMessageDir( "Ethernet1" ) );
+   agentDir->entryIs( "second", newMessageDir( "Ethernet2" ) );
+   auto const sm = agentConfigSmFactory( "lacp", agentDir, allIntf );
+   EXPECT_EQ( sm->messageDirSm()->messageDir(), agentDir->entry( "second" ) );
+   EXPECT_FALSE( allIntf->intfMessageHas( "Ethernet1" ) );
+   sm->handleMessageDir( "first" );
+   EXPECT_EQ( sm->messageDirSm()->messageDir(), agentDir->entry( "first" ) );
+   EXPECT_TRUE( allIntf->intfMessageHas( "Ethernet1" ) );
+   EXPECT_FALSE( allIntf->intfMessageHas( "Ethernet2" ) );
+}
+
+TEST_F( AgentConfigSmTest, SwitchedOffItIsNotTold ) {
+   auto const sm = agentConfigSmFactory( "lacp", agentDir, allIntf );
+   trace.clear();
+   sm->hasNotificationActiveIs( false );
+   agentDir->entryIs( "messages", newMessageDir( "Ethernet1" ) );
+   EXPECT_THAT( trace.texts(), IsEmpty() );
+   sm->hasNotificationActiveIs( true );
+   agentDir->entryDel( "messages" );
+   EXPECT_THAT( trace.messages( handleMessageDir ),
+                ElementsAre( "lacp, messages", "removed messageDir" ) );
+}
+
+TEST_F( AgentConfigSmTest, RemovalFromInsideItsOwnHandlerWaitsAndCleansUp ) {
+   auto sm = agentConfigSmFactory( "lacp", agentDir, allIntf );
+   auto const live = AgentConfigSm::quillAllocation.live;
+   bool alive = false;
+   auto const watch = onChange< AllIntf::intfMessageAttr >( allIntf, [ & ] {
+      if ( sm ) {
+         Quill::Reactor::retire( std::move( sm ) );
+         alive = AgentConfigSm::quillAllocation.live == live;
+         agentDir->entryIs( "silenced" );
+      }
+   } );
+   trace.clear();
+   agentDir->entryIs( "messages", newMessageDir( "Ethernet1" ) );
+   EXPECT_TRUE( alive ) << "it stands until its handler returns";
+   EXPECT_EQ( AgentConfigSm::quillAllocation.live, live - 1 );
+   EXPECT_EQ( MessageDirSm::quillAllocation.live, 0u );
+   EXPECT_EQ( allIntf->intfMessages(), 0u );
+   EXPECT_THAT( trace.messages( handleMessageDir ),
+                ElementsAre( "lacp, messages", "added messageDir" ) );
 }
 
 TEST_F( AgentConfigSmTest, DestructionTakesTheChildFirst ) {

@@ -1,6 +1,7 @@
 #include "tracking/AllIntfConfigDirSm.h"
 
 #include "tests/support/LeakCheck.h"
+#include "tests/support/OnChange.h"
 #include "tests/support/TraceCapture.h"
 
 #include <gmock/gmock.h>
@@ -161,6 +162,28 @@ TEST_F( AllIntfConfigDirSmTest, ReplacedConfigurationIsLinkedInstead ) {
    configDir->intfConfigDel( "Ethernet1" );
    auto const other = configure( "Ethernet1" );
    EXPECT_EQ( intf->intfConfig(), other );
+}
+
+TEST_F( AllIntfConfigDirSmTest, DecisionsAreLevelOneAndTracedBeforeTheyAreActedOn ) {
+   start();
+   configure( "Ethernet1" );
+   auto const intf = addIntf( "Ethernet1" );
+   std::vector< std::string > seen;
+   auto const watch = Valen::Test::onChange< Intf::intfConfigAttr >(
+      intf, [ & ] { seen.push_back( trace.lines().back().text ); } );
+   configDir->intfConfigDel( "Ethernet1" );
+   configure( "Ethernet1" );
+   allIntf->intfDel( "Ethernet1" );
+   configDir->intfConfigDel( "Ethernet1" ); // silent
+   configure( "Ethernet1", false );
+   std::string const signature = std::string( handleIntfConfig ) + ": ";
+   EXPECT_THAT( seen, ElementsAre( signature + "removing", signature + "adding" ) );
+   EXPECT_THAT( trace.texts( 1 ),
+                ElementsAre( signature + "intf not present", signature + "adding",
+                             signature + "removing", signature + "adding",
+                             signature + "intf not present",
+                             signature + "interface does not support adminShutdownDelay" ) );
+   EXPECT_EQ( trace.texts( 0 ).size(), 1u + 7u ) << "the start, and each entry";
 }
 
 TEST_F( AllIntfConfigDirSmTest, DestructionUnlinksEveryInterface ) {

@@ -81,14 +81,29 @@ TEST_F( AllVrfStatusLocalSmTest, ReplaysStatusesButNotSets ) {
 
 TEST_F( AllVrfStatusLocalSmTest, TracesOnOneHandleEntryAtLevelZeroAndDecisionsAtLevelOne ) {
    start();
-   addSet( "red" );
    addStatus( "red", "ns-red" );
+   addSet( "red" );
+   sm->handleVrf( "red" );
+   allVrf->vrfL3IntfDel( "red" );
+   addSet( "red" );
    statuses->vrfDel( "red" );
+   addSet( "default" );
+   sm->handleDefaultVrf();
+   sm->hasNotificationActiveIs( false );
+   allVrf->vrfL3IntfDel( "default" );
+   addSet( "default" );
+   sm->handleDefaultVrf();
    for ( auto const & line : trace.lines() ) {
       EXPECT_EQ( line.unit, "AllVrfStatusLocalSm" );
    }
-   EXPECT_THAT( trace.texts( 1 ), ElementsAre( handleVrf + ": adding VrfStatusLocalSm",
-                                               handleVrf + ": removing VrfStatusLocalSm" ) );
+   EXPECT_THAT(
+      trace.texts( 1 ),
+      ElementsAre(
+         handleVrf + ": vrfL3Intf not present", handleVrf + ": adding VrfStatusLocalSm",
+         handleVrf + ": adding VrfStatusLocalSm", handleVrf + ": vrfStatusLocalSm already exists",
+         handleVrf + ": vrfL3Intf not present", handleVrf + ": adding VrfStatusLocalSm",
+         handleVrf + ": removing stale vrfStatusLocalSm", handleVrf + ": removing VrfStatusLocalSm",
+         handleDefaultVrf + ": vrf already exists", handleDefaultVrf + ": removing stale vrf" ) );
    EXPECT_EQ( trace.texts( 0 ).size() + trace.texts( 1 ).size(), trace.texts().size() );
 }
 

@@ -300,6 +300,33 @@ TEST_F( L3IntfStatusDirSmTest, AChildWithoutASetLeavesNone ) {
    allVrf->vrfL3Intf( "red" )->intfDelAll();
 }
 
+TEST_F( L3IntfStatusDirSmTest, EveryDecisionIsLevelOneAndEveryEntryLevelZero ) {
+   start();
+   auto status = addStatus( "Ethernet1", "red" );
+   addIntf( "Ethernet1" );
+   sm->handleIntf( "Ethernet1" );
+   status->vrfIs( "blue" );
+   sm->hasNotificationActiveIs( false );
+   statusDir->intfStatusDel( "Ethernet1" );
+   status = addStatus( "Ethernet1", "red" );
+   sm->hasNotificationActiveIs( true );
+   sm->handleIntf( "Ethernet1" );
+   sm->l3IntfStatusSm( "Ethernet1" )->initializedIs( false );
+   status->vrfIs( "blue" );
+   statusDir->intfStatusDel( "Ethernet1" );
+   EXPECT_THAT(
+      trace.texts( 1 ),
+      ElementsAre(
+         handleIntf + ": intf not present", handleIntf + ": adding l3IntfStatusSm",
+         handleIntf + ": adding l3IntfStatusSm", handleIntf + ": l3IntfStatusSm already exists",
+         handleVrf + ": removing vrfL3Intf for red", handleIntf + ": adding l3IntfStatusSm",
+         handleIntf + ": removing stale l3IntfStatusSm",
+         handleChildDestruction + ": removing vrfL3Intf for blue", handleVrf + ": not initialized",
+         handleIntf + ": removing l3IntfStatusSm",
+         handleChildDestruction + ": removing vrfL3Intf for red" ) );
+   EXPECT_EQ( trace.texts( 0 ).size() + trace.texts( 1 ).size(), trace.texts().size() );
+}
+
 TEST_F( L3IntfStatusDirSmTest, TheSameValuesReturnTheSameChild ) {
    start();
    auto const intf = addIntf( "Ethernet1" );

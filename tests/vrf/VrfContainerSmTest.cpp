@@ -444,6 +444,32 @@ TEST_F( VrfContainerSmTest, ADeviceThatChangesIsHandedOnInOneStep ) {
    EXPECT_EQ( statusDir->intfStatus( "Ethernet1" ), entry );
 }
 
+TEST_F( VrfContainerSmTest, EveryDecisionIsLevelOneAndEveryEntryLevelZero ) {
+   create();
+   deviceIs( "Ethernet1", "et1", 7 );
+   auto const intf = addIntf( "Ethernet1" );
+   deviceIs( "Ethernet1", "et1", 8 );
+   vrfL3Intf->intfIs( intf );
+   deviceIs( "Ethernet1", "et1", 9 );
+   deviceDel( "Ethernet1" );
+   vrfL3Intf->intfDel( intf );
+   sm->initializedIs( false );
+   deviceIs( "Ethernet1", "et1", 7 );
+   Texts decisions;
+   for ( auto const & each : trace.lines() ) {
+      if ( each.unit == "VrfContainerSm" && each.level > 0 ) {
+         EXPECT_EQ( each.level, 1 );
+         decisions.push_back( each.text );
+      }
+   }
+   EXPECT_THAT( decisions,
+                ElementsAre( handleDevice( "ignoring device as no intf in allIntf" ),
+                             handleDevice( "ignoring device since intf not linked to vrf" ),
+                             handleDevice( "adding device" ),
+                             handleDevice( "removing device from intf" ),
+                             handleIntf( "deleting intfSm" ), handleDevice( "not initialized" ) ) );
+}
+
 // --- What is watched -----------------------------------------------------------------------------
 
 TEST_F( VrfContainerSmTest, TheWatchesCanBeMovedAndRemoved ) {
