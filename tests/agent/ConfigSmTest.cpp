@@ -360,6 +360,22 @@ TEST_F( ConfigSmTest, AStaleContainerGoesBeforeTheNewOneComes ) {
                              "void Valen::VrfContainerSm::handleInitialized(): vrf red" ) );
 }
 
+TEST_F( ConfigSmTest, AStaleContainerOfAnotherNamespaceIsReplacedToo ) {
+   start();
+   vrfRecord( "red", "ns-red" );
+   sm->hasNotificationActiveIs( false );
+   store.allVrf->vrfDel( "red" );
+   vrfRecord( "red", "ns-other" );
+   sm->hasNotificationActiveIs( true );
+   trace.clear();
+   sm->handleVrf( "red" );
+   EXPECT_THAT( traced(), ElementsAre( "0 " + handleVrf + ": vrf red",
+                                       "1 " + handleVrf + ": removing stale vrfContainerSm" ) );
+   EXPECT_EQ( sm->vrfContainerSm( "red" )->rawTxPam()->netNs(), "ns-other" );
+   EXPECT_EQ( sm->kernelIntf()->namespaceName( "red" ), "ns-other" );
+   EXPECT_EQ( pams.live, 1u );
+}
+
 TEST_F( ConfigSmTest, AContainerOfAnotherSetIsStaleToo ) {
    start();
    auto const vrf = vrfRecord( "red", "ns-red" );

@@ -196,6 +196,33 @@ TEST_F( RunnabilitySmTest, SwitchedOffItIsNotTold ) {
    EXPECT_TRUE( sm->configSm() );
 }
 
+TEST_F( RunnabilitySmTest, AsAZombieItIsSilentButItsReactorIsNot ) {
+   store.globalConfigIs( 1000 );
+   start();
+   sm->quillDoZombieReactors( true );
+   trace.clear();
+   store.globalConfigDel();
+   EXPECT_TRUE( sm->configSm() );
+   EXPECT_THAT( trace.texts(), IsEmpty() );
+   store.allIntf->intfMessageIs( "Ethernet1" );
+   EXPECT_TRUE( store.allIntf->intfHas( "Ethernet1" ) );
+   store.allIntf->intfMessageDel( "Ethernet1" );
+}
+
+TEST_F( RunnabilitySmTest, RemovedWhileTheFeatureStartsItIsTornDownAfterwards ) {
+   start();
+   bool alive = false;
+   auto const watch = onChange< Status::StatusDir::agentActiveAttr >( store.statusDir, [ & ] {
+      Quill::Reactor::retire( std::move( sm ) );
+      alive = RunnabilitySm::quillAllocation.live == 1;
+   } );
+   store.globalConfigIs( 1000 );
+   EXPECT_TRUE( alive ) << "it stands until its handler returns";
+   EXPECT_EQ( RunnabilitySm::quillAllocation.live, 0u );
+   EXPECT_EQ( ConfigSm::quillAllocation.live, 0u );
+   EXPECT_TRUE( store.statusDir->agentActive() ) << "its end writes nothing";
+}
+
 TEST_F( RunnabilitySmTest, WatchesTheDirectoryThatItIsPointedTo ) {
    start();
    auto const other = Quill::make< Config::ConfigDir >();

@@ -139,6 +139,8 @@ TEST_F( OrreryTest, EachPrefixHasItsProvider ) {
 }
 
 TEST_F( OrreryTest, AProviderThatIsTakenBackIsNotAskedAgain ) {
+   Publisher other;
+   manager->mountProviderIs( "other/", &other );
    manager->mount( "kni/a" );
    auto const entity = manager->mounted( "kni/a" );
    manager->mountProviderIs( "kni/", nullptr );
@@ -147,6 +149,8 @@ TEST_F( OrreryTest, AProviderThatIsTakenBackIsNotAskedAgain ) {
    manager->mount( "kni/a" );
    EXPECT_FALSE( manager->mounted( "kni/a" ) );
    EXPECT_THAT( publisher.asked, ElementsAre( "mount kni/a" ) );
+   manager->mount( "other/a" );
+   EXPECT_TRUE( manager->mounted( "other/a" ) ) << "the others stay";
 }
 
 TEST_F( OrreryTest, AnotherProviderTakesAPrefixOver ) {
