@@ -15,7 +15,9 @@ void NotifieeBase::watch( Ptr< Entity const > entity ) noexcept {
    watched_ = std::move( entity );
 }
 
-void Entity::tell( NotifieeBase & notifiee, AttrId attributeId, void const * key ) {
+// Inline by force: a call more would cost a further watcher as much as the handler's own.
+[[gnu::always_inline]] inline void Entity::tellOne( NotifieeBase & notifiee, AttrId attributeId,
+                                                    void const * key ) {
    if ( notifiee.silence_ ) {
       return;
    }
@@ -28,13 +30,17 @@ void Entity::tell( NotifieeBase & notifiee, AttrId attributeId, void const * key
    }
 }
 
+void Entity::tell( NotifieeBase & notifiee, AttrId attributeId, void const * key ) {
+   tellOne( notifiee, attributeId, key );
+}
+
 void Entity::tellAll( AttrId attributeId, void const * key ) const {
    // The last watcher to leave may take the entity along, so nothing here touches a member once
    // the walk has begun; the walk itself knows when its list dies.
    Walk walk( notifiees_ );
-   while ( auto * const hook = walk.next() ) {
-      tell( static_cast< NotifieeBase & >( *hook ), attributeId, key );
-   }
+   walk.each( [ = ]( WalkHook & hook ) {
+      tellOne( static_cast< NotifieeBase & >( hook ), attributeId, key );
+   } );
 }
 
 } // namespace Quill

@@ -80,6 +80,7 @@ class Entity : public Member {
  private:
    friend class NotifieeBase;
 
+   static void tellOne( NotifieeBase & notifiee, AttrId attributeId, void const * key );
    static void tell( NotifieeBase & notifiee, AttrId attributeId, void const * key );
    void tellAll( AttrId attributeId, void const * key ) const;
 

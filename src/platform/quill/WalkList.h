@@ -46,12 +46,27 @@ class Walk {
       return element;
    }
 
+   // Calls `visit` with each element that next() would return. Where it stands is kept in registers
+   // as long as nothing ahead of it leaves, which makes it faster.
+   template < class Visit > void each( Visit const & visit ) {
+      while ( auto * element = next_ ) {
+         disturbed_ = false;
+         for ( auto const * const last = last_; element && !disturbed_; ) {
+            auto * const after = element == last ? nullptr : element->next_;
+            next_ = after;
+            visit( *element );
+            element = after;
+         }
+      }
+   }
+
  private:
    friend class WalkList;
    WalkList const * list_; // null when the list died
    WalkHook * next_;
    WalkHook * last_; // the last element at the start of the walk that is still there
    Walk * outer_;
+   bool disturbed_ = false; // the list changed next_ or last_
 };
 
 class WalkList {
@@ -61,6 +76,7 @@ class WalkList {
       for ( auto * walk = walks_; walk; walk = walk->outer_ ) {
          walk->list_ = nullptr;
          walk->next_ = nullptr;
+         walk->disturbed_ = true;
       }
    }
    WalkList( WalkList const & ) = delete;
@@ -92,6 +108,7 @@ class WalkList {
    // What lies ahead of a walk is the stretch from next_ to last_; take `element` out of it.
    static void leave( Walk & walk, WalkHook const & element ) noexcept {
       bool const isNext = walk.next_ == &element;
+      walk.disturbed_ = walk.disturbed_ || isNext || walk.last_ == &element;
       if ( walk.last_ == &element ) {
          walk.last_ = element.previous_;
          if ( isNext ) {
