@@ -47,7 +47,8 @@ class Session {
       case Command::show:
          return show();
       case Command::traceDump:
-         break; // needs no agent
+      case Command::frame:
+         break; // need no agent
       }
       return Exit::usage;
    }
@@ -177,6 +178,9 @@ Exit dumpRing( std::string const & path, std::ostream & out, std::ostream & err 
 } // namespace
 
 Exit runCommand( Options const & options, std::ostream & out, std::ostream & err ) {
+   if ( options.command == Options::Command::frame ) {
+      return runFrame( options.frame, out, err );
+   }
    auto exit = Exit::done;
    try {
       return options.command == Options::Command::traceDump ? dumpRing( options.file, out, err )

@@ -88,6 +88,7 @@ std::optional< Options > parseOptions( int argc, char const * const * argv, Exit
    addLinks( app, options );
    addStatus( app, options );
    addTrace( app, options );
+   addFrame( app, options.frame )->callback( [ &options ] { options.command = Command::frame; } );
    try {
       app.parse( argc, argv );
    } catch ( CLI::ParseError const & e ) {

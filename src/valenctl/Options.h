@@ -1,6 +1,8 @@
 // valenctl's command line.
 #pragma once
 
+#include "valenctl/FrameCommand.h"
+
 #include <cstdint>
 #include <optional>
 #include <string>
@@ -27,6 +29,7 @@ struct Options {
       traceFollow,
       traceDump,
       show,
+      frame,
    };
 
    Command command = Command::status;
@@ -39,6 +42,7 @@ struct Options {
    unsigned lines = 100;
    std::string file; // of a trace ring
    std::string path; // in the store
+   FrameOptions frame;
 };
 
 // Takes the command line apart. Nothing, with `exit` set, when the process is to end: help was

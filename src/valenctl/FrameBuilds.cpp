@@ -1,0 +1,331 @@
+#include "valenctl/FrameBuilds.h"
+
+#include "frames/Igmp.h"
+#include "frames/Lldp.h"
+#include "frames/Mdns.h"
+#include "frames/Ospf.h"
+#include "frames/Pim.h"
+#include "frames/Rip.h"
+#include "frames/RouterAdvertisement.h"
+#include "frames/SlowProtocols.h"
+#include "frames/Vrrp.h"
+#include "valenctl/FrameOptions.h"
+
+#include <cmath>
+#include <memory>
+
+namespace Valenctl {
+
+namespace {
+
+using List = std::vector< Frames::Frame >;
+
+// The frames that `make` makes of `all`, at most `most` in each.
+template < class Value, class Make >
+List inParts( std::vector< Value > const & all, std::size_t most, Make const & make ) {
+   List frames;
+   for ( std::size_t begin = 0; begin < all.size(); begin += most ) {
+      auto const first = all.begin() + static_cast< std::ptrdiff_t >( begin );
+      auto const count = std::min( most, all.size() - begin );
+      frames.push_back(
+         make( std::vector< Value >( first, first + static_cast< std::ptrdiff_t >( count ) ) ) );
+   }
+   return frames;
+}
+
+CLI::Option * addVirtualRouter( CLI::App & app, unsigned & id ) {
+   return app.add_option( "--vrid", id, "The virtual router" )
+      ->required()
+      ->check( CLI::Range( 1, 255 ) );
+}
+
+template < class Address >
+Frames::VrrpGoodbye< Address >
+vrrpGoodbye( FrameSender const & sender, unsigned id, Address const & source,
+             std::vector< Address > const & addresses, double interval ) {
+   if ( addresses.size() > Frames::maxVrrpAddresses ) {
+      throw UsageError( "the virtual router has " + std::to_string( addresses.size() ) +
+                        " addresses; at most " + std::to_string( Frames::maxVrrpAddresses ) +
+                        " fit" );
+   }
+   return { static_cast< U8 >( id ), source, addresses,
+            static_cast< U16 >( std::lround( interval ) ), sender.options().given.mac };
+}
+
+CLI::Option * addIpv6( CLI::App & app, bool & ipv6 ) {
+   return app.add_flag( "-6,--ipv6", ipv6,
+                        "Over IPv6, from the device's link-local address; else over IPv4" );
+}
+
+// Whether a frame that may go over both goes over IPv6.
+bool overIpv6( FrameSender const & sender, bool asked ) {
+   return asked || sender.options().given.linkLocal;
+}
+
+bool isIpv6( std::string const & text ) {
+   return text.find( ':' ) != std::string::npos;
+}
+
+// Without --address, the host's addresses are the sender's.
+Frames::MdnsGoodbye withAddresses( Frames::MdnsGoodbye goodbye, FrameSender const & sender ) {
+   if ( goodbye.host.empty() && goodbye.pointers.empty() ) {
+      throw UsageError( "the frame needs what to take back: give --name or --pointer" );
+   }
+   if ( goodbye.host.empty() && !( goodbye.addresses.empty() && goodbye.addresses6.empty() ) ) {
+      throw UsageError( "the addresses need the name that they are of: give --name" );
+   }
+   if ( !goodbye.host.empty() && goodbye.addresses.empty() && goodbye.addresses6.empty() ) {
+      if ( auto const & ipv4 = sender.known().ipv4 ) {
+         goodbye.addresses.push_back( ipv4->address );
+      }
+      if ( auto const & linkLocal = sender.known().linkLocal ) {
+         goodbye.addresses6.push_back( *linkLocal );
+      }
+   }
+   return goodbye;
+}
+
+} // namespace
+
+FrameBuild lldpBuild( CLI::App & app ) {
+   struct Given {
+      Frames::LldpShutdown shutdown;
+      std::optional< Frames::LldpId > chassis;
+      std::optional< Frames::LldpId > port;
+   };
+   auto const given = std::make_shared< Given >();
+   addText( app, "--chassis-id", "ID",
+            "The chassis as its agent tells it, mac:MAC, name:TEXT or local:TEXT; else that of "
+            "--mac",
+            [ given ]( auto const & text ) { given->chassis = Frames::parseLldpChassis( text ); } );
+   addText( app, "--port-id", "ID",
+            "The port as its agent tells it, in the same way; else the device's name",
+            [ given ]( auto const & text ) { given->port = Frames::parseLldpPort( text ); } );
+   auto & destination = given->shutdown.destination;
+   addText( app, "--destination", "MAC", "Else the nearest bridge, " + destination.to_string(),
+            [ &destination ]( auto const & text ) { destination = Frames::parseMac( text ); } );
+   return [ given ]( FrameSender const & sender ) {
+      if ( !given->port && sender.device().empty() ) {
+         throw UsageError( "the frame needs the port's id: give --port-id, or --device to take "
+                           "its name" );
+      }
+      auto shutdown = given->shutdown;
+      shutdown.source = sender.mac();
+      shutdown.chassis = given->chassis
+                            ? *given->chassis
+                            : Frames::parseLldpChassis( "mac:" + shutdown.source.to_string() );
+      shutdown.port =
+         given->port ? *given->port : Frames::parseLldpPort( "name:" + sender.device() );
+      return List{ Frames::lldpShutdown( shutdown ) };
+   };
+}
+
+FrameBuild raBuild( CLI::App & ) {
+   return []( FrameSender const & sender ) {
+      return List{ Frames::routerAdvertisementGoodbye( sender.mac(), sender.linkLocal() ) };
+   };
+}
+
+FrameBuild vrrp2Build( CLI::App & app ) {
+   struct Given {
+      unsigned id = 0;
+      unsigned interval = 1;
+      std::vector< Frames::Ipv4 > addresses;
+   };
+   auto const given = std::make_shared< Given >();
+   addVirtualRouter( app, given->id );
+   addTexts(
+      app, "--address", "ADDRESS", "One of its addresses; may be repeated",
+      [ given ]( auto const & text ) { given->addresses.push_back( Frames::parseIpv4( text ) ); } )
+      ->required();
+   app.add_option( "--interval", given->interval,
+                   "Seconds between advertisements; backups drop what differs from theirs" )
+      ->capture_default_str()
+      ->check( CLI::Range( 1, 255 ) );
+   return [ given ]( FrameSender const & sender ) {
+      return List{ Frames::vrrp2Goodbye( vrrpGoodbye( sender, given->id, sender.ipv4().address,
+                                                      given->addresses, given->interval ) ) };
+   };
+}
+
+FrameBuild vrrp3Build( CLI::App & app ) {
+   struct Given {
+      unsigned id = 0;
+      double interval = 1;
+      std::vector< Frames::Ipv4 > addresses;
+      std::vector< Frames::Ipv6 > addresses6;
+   };
+   auto const given = std::make_shared< Given >();
+   addVirtualRouter( app, given->id );
+   addTexts( app, "--address", "ADDRESS",
+             "One of its addresses; may be repeated. IPv6 ones begin with the link-local one",
+             [ given ]( auto const & text ) {
+                if ( isIpv6( text ) ) {
+                   given->addresses6.push_back( Frames::parseIpv6( text ) );
+                } else {
+                   given->addresses.push_back( Frames::parseIpv4( text ) );
+                }
+             } )
+      ->required();
+   app.add_option( "--interval", given->interval, "Seconds between advertisements" )
+      ->capture_default_str()
+      ->check( CLI::Range( 0.01, 40.95 ) );
+   return [ given ]( FrameSender const & sender ) {
+      constexpr double unitsPerSecond = 100;
+      auto const interval = given->interval * unitsPerSecond;
+      if ( !given->addresses.empty() && !given->addresses6.empty() ) {
+         throw UsageError( "a virtual router has IPv4 or IPv6 addresses, not both" );
+      }
+      return List{ given->addresses6.empty()
+                      ? Frames::vrrp3Goodbye( vrrpGoodbye( sender, given->id, sender.ipv4().address,
+                                                           given->addresses, interval ) )
+                      : Frames::vrrp3Goodbye( vrrpGoodbye( sender, given->id, sender.linkLocal(),
+                                                           given->addresses6, interval ) ) };
+   };
+}
+
+FrameBuild pimBuild( CLI::App & app ) {
+   auto const ipv6 = std::make_shared< bool >( false );
+   addIpv6( app, *ipv6 );
+   return [ ipv6 ]( FrameSender const & sender ) {
+      return List{ overIpv6( sender, *ipv6 )
+                      ? Frames::pimGoodbye( sender.mac(), sender.linkLocal() )
+                      : Frames::pimGoodbye( sender.mac(), sender.ipv4().address ) };
+   };
+}
+
+FrameBuild ospfBuild( CLI::App & app ) {
+   auto const given = std::make_shared< Frames::OspfGoodbye >();
+   addText( app, "--router-id", "ID", "The router, such as 192.0.2.1",
+            [ given ]( auto const & text ) { given->router = Frames::parseIpv4( text ); } )
+      ->required();
+   addText( app, "--area", "ID", "Else the backbone, 0.0.0.0",
+            [ given ]( auto const & text ) { given->area = Frames::parseIpv4( text ); } );
+   app.add_option( "--hello-interval", given->helloInterval, "Seconds; as the neighbours have it" )
+      ->capture_default_str();
+   app.add_option( "--dead-interval", given->deadInterval, "Seconds; as the neighbours have it" )
+      ->capture_default_str();
+   app.add_flag( "--stub", given->stub, "The area takes no external routes" );
+   return [ given ]( FrameSender const & sender ) {
+      auto goodbye = *given;
+      goodbye.source = sender.mac();
+      goodbye.address = sender.ipv4();
+      return List{ Frames::ospfGoodbye( goodbye ) };
+   };
+}
+
+FrameBuild igmpBuild( CLI::App & app ) {
+   struct Given {
+      unsigned version = 3;
+      std::vector< Frames::Ipv4 > groups;
+   };
+   auto const given = std::make_shared< Given >();
+   addTexts( app, "--group", "ADDRESS", "A group to leave; may be repeated",
+             [ given ]( auto const & text ) {
+                given->groups.push_back( Frames::parseIpv4Group( text ) );
+             } )
+      ->required();
+   app.add_option( "--version", given->version, "2: a frame for each group. 3: one for all" )
+      ->capture_default_str()
+      ->check( CLI::Range( 2, 3 ) );
+   return [ given ]( FrameSender const & sender ) {
+      auto const mac = sender.mac();
+      auto const address = sender.ipv4().address;
+      if ( given->version == 2 ) {
+         return inParts( given->groups, 1, [ & ]( auto const & groups ) {
+            return Frames::igmp2Leave( mac, address, groups.front() );
+         } );
+      }
+      return inParts( given->groups, Frames::maxIgmp3Groups, [ & ]( auto const & groups ) {
+         return Frames::igmp3Leave( mac, address, groups );
+      } );
+   };
+}
+
+FrameBuild mdnsBuild( CLI::App & app ) {
+   struct Given {
+      Frames::MdnsGoodbye goodbye;
+      bool ipv6 = false;
+   };
+   auto const given = std::make_shared< Given >();
+   addText(
+      app, "--name", "NAME", "A host whose addresses are taken back, such as router.local",
+      [ given ]( auto const & text ) { given->goodbye.host = Frames::parseMdnsName( text ); } );
+   addTexts( app, "--address", "ADDRESS", "One of them; may be repeated. Else the sender's",
+             [ given ]( auto const & text ) {
+                if ( isIpv6( text ) ) {
+                   given->goodbye.addresses6.push_back( Frames::parseIpv6( text ) );
+                } else {
+                   given->goodbye.addresses.push_back( Frames::parseIpv4( text ) );
+                }
+             } );
+   addTexts( app, "--pointer", "NAME=TARGET",
+             "A service's offer that is taken back; may be repeated",
+             [ given ]( auto const & text ) {
+                given->goodbye.pointers.push_back( Frames::parseMdnsPointer( text ) );
+             } );
+   addIpv6( app, given->ipv6 );
+   return [ given ]( FrameSender const & sender ) {
+      auto const goodbye = withAddresses( given->goodbye, sender );
+      return List{ overIpv6( sender, given->ipv6 )
+                      ? Frames::mdnsGoodbye( sender.mac(), sender.linkLocal(), goodbye )
+                      : Frames::mdnsGoodbye( sender.mac(), sender.ipv4().address, goodbye ) };
+   };
+}
+
+FrameBuild ripBuild( CLI::App & app ) {
+   auto const routes = std::make_shared< std::vector< Frames::Ipv4Prefix > >();
+   addTexts(
+      app, "--route", "PREFIX", "A route to take back, such as 192.0.2.0/24; may be repeated",
+      [ routes ]( auto const & text ) { routes->push_back( Frames::parseIpv4Prefix( text ) ); } )
+      ->required();
+   return [ routes ]( FrameSender const & sender ) {
+      auto const mac = sender.mac();
+      auto const address = sender.ipv4().address;
+      return inParts( *routes, Frames::maxRipRoutes, [ & ]( auto const & some ) {
+         return Frames::ripPoison( mac, address, some );
+      } );
+   };
+}
+
+FrameBuild oamBuild( CLI::App & app ) {
+   struct Given {
+      bool passive = false;
+      U16 revision = 0;
+   };
+   auto const given = std::make_shared< Given >();
+   app.add_flag( "--passive", given->passive, "The device runs OAM in passive mode" );
+   app.add_option( "--revision", given->revision, "Of the device's OAM configuration" )
+      ->capture_default_str();
+   return [ given ]( FrameSender const & sender ) {
+      return List{ Frames::oamDyingGasp( { sender.mac(), !given->passive, given->revision } ) };
+   };
+}
+
+FrameBuild lacpBuild( CLI::App & app ) {
+   struct Given {
+      Frames::LacpGoodbye goodbye;
+      std::optional< Frames::Mac > system;
+      bool passive = false;
+   };
+   auto const given = std::make_shared< Given >();
+   auto & goodbye = given->goodbye;
+   addText( app, "--system", "MAC", "The aggregation's system; else --mac",
+            [ given ]( auto const & text ) { given->system = Frames::parseMac( text ); } );
+   app.add_option( "--system-priority", goodbye.systemPriority, "Its priority" )
+      ->capture_default_str();
+   app.add_option( "--key", goodbye.key, "The aggregation's key" )->capture_default_str();
+   app.add_option( "--port", goodbye.port, "The port's number in it" )->capture_default_str();
+   app.add_option( "--port-priority", goodbye.portPriority, "Its priority" )->capture_default_str();
+   app.add_flag( "--passive", given->passive, "The device runs LACP in passive mode" );
+   app.add_flag( "--short-timeout", goodbye.shortTimeout, "It wants a frame every second" );
+   return [ given ]( FrameSender const & sender ) {
+      auto said = given->goodbye;
+      said.source = sender.mac();
+      said.system = given->system.value_or( said.source );
+      said.active = !given->passive;
+      return List{ Frames::lacpGoodbye( said ) };
+   };
+}
+
+} // namespace Valenctl
