@@ -2,6 +2,7 @@
 // handler runs.
 #include "tests/platform/ReactorModel.h"
 
+#include <memory>
 #include <stdexcept>
 
 namespace {
@@ -140,6 +141,25 @@ TEST_F( ReactorTest, LaterWatchIsAsSilentAsItsReactor ) {
    porter.quillDoZombieReactors( true );
    EXPECT_TRUE( BoxWatch( porter, box_ ).hasNotificationActive() );
    EXPECT_TRUE( BoxWatch( porter, box_ ).isZombie() );
+}
+
+// A reactor may end one of its watches before the others, in any order.
+TEST_F( ReactorTest, WatchThatEndsLeavesTheOthersSwitchable ) {
+   using BoxWatch =
+      Quill::Watch< Porter, Box, Quill::On< Box::neighbourAttr, &Porter::handleNeighbour > >;
+   auto & porter = add( 'a' );
+   auto first = std::make_unique< BoxWatch >( porter, box_ );
+   auto second = std::make_unique< BoxWatch >( porter, box_ );
+   auto third = std::make_unique< BoxWatch >( porter, box_ );
+   second.reset();
+   porter.hasNotificationActiveIs( false );
+   EXPECT_FALSE( first->hasNotificationActive() );
+   EXPECT_FALSE( third->hasNotificationActive() );
+   EXPECT_FALSE( porter.shelfWatch().hasNotificationActive() );
+   third.reset();
+   first.reset();
+   porter.quillDoZombieReactors( true );
+   EXPECT_TRUE( porter.boxWatch().isZombie() );
 }
 
 TEST_F( ReactorTest, RetiredReactorIsDestroyedAtOnceOutsideItsHandlers ) {

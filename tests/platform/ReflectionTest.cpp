@@ -144,6 +144,19 @@ TEST_F( ReflectionTest, CollectionIsVisitedInOrderWithItsKeys ) {
    EXPECT_EQ( visited( "message" ), ( Texts{ "0: bytes first", "1: bytes second" } ) );
 }
 
+TEST_F( ReflectionTest, EntryOfADirectoryIsVisitedBeforeItsEntityIsThere ) {
+   auto const dir = make< Quill::Dir >();
+   dir->entryIs( "early" );
+   dir->entryIs( "lamp", lamp_ );
+   Texts texts;
+   auto const & entry = *dir->entityType().attribute( "entry" );
+   entry.visit( *dir, [ & ]( std::string const & key, Value const & value ) {
+      texts.push_back( key + ": " + shown( value ) );
+   } );
+   EXPECT_EQ( texts, ( Texts{ "early: nothing", "lamp: entity " + display( lamp_ ) } ) );
+   EXPECT_EQ( entry.count( *dir ), 2 );
+}
+
 TEST_F( ReflectionTest, CountIsThatOfTheElements ) {
    EXPECT_EQ( attribute( "box" ).count( *shelf_ ), 2 );
    EXPECT_EQ( attribute( "message" ).count( *shelf_ ), 2 );
