@@ -477,6 +477,24 @@ TEST_F( AgentConfigSmTest, RemovalFromInsideItsOwnHandlerWaitsAndCleansUp ) {
                 ElementsAre( "lacp, messages", "added messageDir" ) );
 }
 
+TEST_F( AgentConfigSmTest, AChildRemovedInsideItsOwnHandlerStandsUntilThatReturns ) {
+   auto const sm = agentConfigSmFactory( "lacp", agentDir, allIntf );
+   auto const dir = Quill::make< MessageDir >();
+   agentDir->entryIs( "messages", dir );
+   bool alive = false;
+   auto const watch = onChange< AllIntf::intfMessageAttr >( allIntf, [ & ] {
+      if ( sm->messageDirSm() ) {
+         agentDir->entryDel( "messages" );
+         EXPECT_FALSE( sm->messageDirSm() );
+         alive = MessageDirSm::quillAllocation.live == 1;
+      }
+   } );
+   dir->messageIs( "Ethernet1", message( "Ethernet1" ) );
+   EXPECT_TRUE( alive );
+   EXPECT_EQ( MessageDirSm::quillAllocation.live, 0u );
+   EXPECT_EQ( allIntf->intfMessages(), 0u );
+}
+
 TEST_F( AgentConfigSmTest, DestructionTakesTheChildFirst ) {
    auto sm = agentConfigSmFactory( "lacp", agentDir, allIntf );
    agentDir->entryIs( "messages", newMessageDir( "Ethernet1" ) );
