@@ -487,6 +487,8 @@ TEST_F( AgentConfigSmTest, AChildRemovedInsideItsOwnHandlerStandsUntilThatReturn
          agentDir->entryDel( "messages" );
          EXPECT_FALSE( sm->messageDirSm() );
          alive = MessageDirSm::quillAllocation.live == 1;
+         dir->messageIs( "Ethernet2", message( "Ethernet2" ) ); // silenced: this must not reach it
+         EXPECT_FALSE( allIntf->intfMessageHas( "Ethernet2" ) );
       }
    } );
    dir->messageIs( "Ethernet1", message( "Ethernet1" ) );
