@@ -206,6 +206,12 @@ TEST( AssertTest, HookThatFailsItselfIsNotRunAgain ) {
          Quill::abortWith( "no way on" );
       },
       "^no way on\nassertion failed: false && \"in the hook\" at .*\n$" );
+   EXPECT_DEATH(
+      {
+         Quill::abortHookIs( &assertAgain );
+         VALEN_ASSERT( 1 == 2 );
+      },
+      "^assertion failed: 1 == 2 at [^\n]*\nassertion failed: false && [^\n]*\n$" );
 }
 
 TEST( AssertTest, InstallingAHookReturnsTheOneBefore ) {
