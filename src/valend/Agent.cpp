@@ -1,6 +1,6 @@
 #include "valend/Agent.h"
 
-#include "valend/ConfigReader.h"
+#include "config/ConfigReader.h"
 #include "valend/Log.h"
 #include "valend/Notify.h"
 
@@ -63,7 +63,7 @@ void Agent::configIs( Config const & config ) {
 }
 
 void Agent::reload() {
-   auto const [ config, errors ] = readConfig( configFile_ );
+   auto const [ config, errors ] = ValenConfig::readConfig( configFile_ );
    for ( auto const & error : errors ) {
       log( LogLevel::error, error.message() );
    }

@@ -14,7 +14,7 @@
 #pragma once
 
 #include "linux/EventLoop.h"
-#include "valend/Config.h"
+#include "valend/Configuration.h"
 #include "valend/Namespaces.h"
 #include "valend/Store.h"
 #include "valend/Timer.h"

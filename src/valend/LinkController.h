@@ -15,7 +15,7 @@
 #pragma once
 
 #include "platform/quill/Watch.h"
-#include "valend/Config.h"
+#include "valend/Configuration.h"
 #include "valend/LinkPort.h"
 #include "valend/Refusal.h"
 #include "valend/ShutdownRecord.h"

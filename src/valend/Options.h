@@ -1,7 +1,7 @@
 // The command line.
 #pragma once
 
-#include "valend/Config.h"
+#include "valend/Configuration.h"
 
 #include <optional>
 #include <string>

@@ -1,6 +1,6 @@
 #include "valend/StoreWalker.h"
 
-#include "valend/Hex.h"
+#include "config/Hex.h"
 
 #include <algorithm>
 #include <functional>
@@ -20,7 +20,7 @@ Json entityJson( Entity const & entity );
 Json textJson( std::string_view bytes ) {
    bool const isText =
       std::all_of( bytes.begin(), bytes.end(), []( char c ) { return c >= 0x20 && c < 0x7f; } );
-   return isText ? std::string( bytes ) : "0x" + toHex( bytes );
+   return isText ? std::string( bytes ) : "0x" + ValenConfig::toHex( bytes );
 }
 
 // "Interface::IntfConfig Ethernet1": a type and the parameters that tell the entity from others.

@@ -4,7 +4,7 @@
 
 #include "linux/EventLoop.h"
 #include "linux/TraceOutputs.h"
-#include "valend/Config.h"
+#include "valend/Configuration.h"
 
 #include <deque>
 #include <memory>

@@ -1,5 +1,5 @@
+#include "config/ConfigReader.h"
 #include "valend/Agent.h"
-#include "valend/ConfigReader.h"
 #include "valend/Log.h"
 
 #include <csignal>
@@ -11,7 +11,7 @@ using Valend::Exit;
 
 // Reads and checks the configuration. Nothing when it is refused, which is said.
 std::optional< Valend::Config > configOf( Valend::Options const & options ) {
-   auto result = Valend::readConfig( options.config );
+   auto result = ValenConfig::readConfig( options.config );
    for ( auto const & error : result.errors ) {
       std::cerr << error.message() << '\n';
    }

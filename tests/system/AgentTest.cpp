@@ -1,8 +1,8 @@
 // The agent and its command on the real kernel: valend in a namespace that stands for the machine,
 // VRF red in another, the neighbours in a third. Nothing here depends on how fast the machine is:
 // what must happen is waited for, and delays are long where something must come within one.
+#include "config/Hex.h"
 #include "tests/system/AgentProcess.h"
-#include "valend/Hex.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -65,10 +65,10 @@ class AgentTest : public NetworkTest {
              "- name: lldp\n"
              "  messages:\n"
              "    Ethernet1: [" +
-             Valend::toHex( frame( "one" ) ) + ", " + Valend::toHex( frame( "two" ) ) +
+             ValenConfig::toHex( frame( "one" ) ) + ", " + ValenConfig::toHex( frame( "two" ) ) +
              "]\n"
              "    Ethernet2: [" +
-             Valend::toHex( frame( "red" ) ) + "]\n";
+             ValenConfig::toHex( frame( "red" ) ) + "]\n";
    }
    // Every byte value occurs, so that nothing can be lost on the way.
    static std::string frame( std::string const & payload ) {
@@ -283,8 +283,8 @@ TEST_F( AgentTest, AFrameThatIsTooLongIsFlaggedCountedAndDoesNotStopTheShutdown 
           "agents:\n"
           "- name: bulk\n"
           "  messages: {Ethernet1: [" +
-          Valend::toHex( testFrame( std::string( 1600, 'x' ) ) ) + ", " +
-          Valend::toHex( frame( "fits" ) ) + "]}\n" );
+          ValenConfig::toHex( testFrame( std::string( 1600, 'x' ) ) ) + ", " +
+          ValenConfig::toHex( frame( "fits" ) ) + "]}\n" );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    EXPECT_THAT( ctl( { "status" } ).out,
                 HasSubstr( "Ethernet1: frame 1 of bulk has 1614 bytes, and et1 takes 1514: it will "
@@ -387,8 +387,9 @@ TEST_F( AgentTest, AReloadPutsWhatDiffersInForceAndDisturbsNothingElse ) {
    Capture far2( *neighbours_, "far2" );
    ASSERT_EQ( ctl( { "shutdown", "Ethernet2" } ).status, 0 );
    auto changed = config( 100 );
-   changed.replace( changed.find( Valend::toHex( frame( "one" ) ) ),
-                    Valend::toHex( frame( "one" ) ).size(), Valend::toHex( frame( "new" ) ) );
+   changed.replace( changed.find( ValenConfig::toHex( frame( "one" ) ) ),
+                    ValenConfig::toHex( frame( "one" ) ).size(),
+                    ValenConfig::toHex( frame( "new" ) ) );
    std::ofstream( *work_ / "valen.yaml" ) << changed;
    agent_->signal( SIGHUP );
    ASSERT_TRUE( eventually( [ this ] {
@@ -481,7 +482,7 @@ TEST_F( AgentTest, TheTraceAndTheStoreCanBeLookedAt ) {
    EXPECT_EQ( Json::parse( ctl( { "show", "status/intfStatus/Ethernet1" } ).out )[ "shouldDelay" ],
               true );
    EXPECT_EQ( ctl( { "show", "config/agents/lldp/messages/message/Ethernet2/message/0" } ).out,
-              "\"0x" + Valend::toHex( frame( "red" ) ) + "\"\n" );
+              "\"0x" + ValenConfig::toHex( frame( "red" ) ) + "\"\n" );
    std::string table;
    ASSERT_TRUE( eventually( [ & ] { // a link has its carrier some time after it is up
       table = ctl( { "status" } ).out;

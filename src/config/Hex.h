@@ -5,7 +5,7 @@
 #include <string>
 #include <string_view>
 
-namespace Valend {
+namespace ValenConfig {
 
 // The shortest frame that can be sent: an Ethernet header.
 inline constexpr std::size_t minFrameBytes = 14;
@@ -23,4 +23,4 @@ std::string frameFromHex( std::string_view text );
 // "0180c2" of three bytes.
 std::string toHex( std::string_view bytes );
 
-} // namespace Valend
+} // namespace ValenConfig

@@ -1,9 +1,9 @@
-#include "valend/YamlReader.h"
+#include "config/YamlReader.h"
 
 #include <algorithm>
 #include <set>
 
-namespace Valend {
+namespace ValenConfig {
 
 namespace {
 
@@ -138,4 +138,4 @@ std::optional< std::string > YamlReader::requiredName( YAML::Node const & parent
    return std::nullopt;
 }
 
-} // namespace Valend
+} // namespace ValenConfig

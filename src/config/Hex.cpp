@@ -1,6 +1,6 @@
-#include "valend/Hex.h"
+#include "config/Hex.h"
 
-namespace Valend {
+namespace ValenConfig {
 
 namespace {
 
@@ -69,4 +69,4 @@ std::string toHex( std::string_view bytes ) {
    return text;
 }
 
-} // namespace Valend
+} // namespace ValenConfig

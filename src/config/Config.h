@@ -8,7 +8,7 @@
 #include <string>
 #include <vector>
 
-namespace Valend {
+namespace ValenConfig {
 
 // The VRF that every agent has: the agent's own network namespace.
 inline constexpr char const * defaultVrf = "default";
@@ -50,4 +50,4 @@ struct Config {
    bool hasFrames( std::string const & interface ) const;
 };
 
-} // namespace Valend
+} // namespace ValenConfig

@@ -1,8 +1,8 @@
-#include "valend/Hex.h"
+#include "config/Hex.h"
 
 #include <gtest/gtest.h>
 
-namespace Valend {
+namespace ValenConfig {
 namespace {
 
 std::string const header = "0180c200000e02000000000188cc";
@@ -64,4 +64,4 @@ TEST( HexTest, AFrameHoldsAtLeastAnEthernetHeader ) {
 }
 
 } // namespace
-} // namespace Valend
+} // namespace ValenConfig

@@ -1,4 +1,4 @@
-#include "valend/ConfigReader.h"
+#include "config/ConfigReader.h"
 
 #include "platform/trace/Trace.h"
 
@@ -8,7 +8,7 @@
 #include <cstdio>
 #include <fstream>
 
-namespace Valend {
+namespace ValenConfig {
 namespace {
 
 using ::testing::ElementsAre;
@@ -287,4 +287,4 @@ TEST( ConfigReaderTest, AFileIsReadAsItsText ) {
 }
 
 } // namespace
-} // namespace Valend
+} // namespace ValenConfig

@@ -2,13 +2,13 @@
 // with it is told at once, each thing with its place.
 #pragma once
 
-#include "valend/Config.h"
+#include "config/Config.h"
 
 #include <string>
 #include <string_view>
 #include <vector>
 
-namespace Valend {
+namespace ValenConfig {
 
 struct ConfigError {
    std::string file;
@@ -35,4 +35,4 @@ ConfigResult readConfig( std::string const & file );
 // Reads `text`; `file` is what errors call it.
 ConfigResult parseConfig( std::string const & text, std::string const & file );
 
-} // namespace Valend
+} // namespace ValenConfig

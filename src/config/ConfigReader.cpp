@@ -1,17 +1,17 @@
-#include "valend/ConfigReader.h"
+#include "config/ConfigReader.h"
 
+#include "config/Hex.h"
+#include "config/YamlReader.h"
 #include "platform/corvid/NamespaceName.h"
 #include "platform/trace/Trace.h"
 #include "types/L3Types.h"
-#include "valend/Hex.h"
-#include "valend/YamlReader.h"
 
 #include <charconv>
 #include <fstream>
 #include <iostream>
 #include <iterator>
 
-namespace Valend {
+namespace ValenConfig {
 
 namespace {
 
@@ -290,4 +290,4 @@ ConfigResult parseConfig( std::string const & text, std::string const & file ) {
    return ConfigReader( file ).read( text );
 }
 
-} // namespace Valend
+} // namespace ValenConfig

@@ -2,13 +2,13 @@
 // known, lists, and scalars of one kind.
 #pragma once
 
-#include "valend/ConfigReader.h"
+#include "config/ConfigReader.h"
 
 #include <functional>
 #include <optional>
 #include <yaml-cpp/yaml.h>
 
-namespace Valend {
+namespace ValenConfig {
 
 class YamlReader {
  protected:
@@ -51,4 +51,4 @@ class YamlReader {
    std::vector< ConfigError > errors_;
 };
 
-} // namespace Valend
+} // namespace ValenConfig

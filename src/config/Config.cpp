@@ -1,8 +1,8 @@
-#include "valend/Config.h"
+#include "config/Config.h"
 
 #include <algorithm>
 
-namespace Valend {
+namespace ValenConfig {
 
 std::string const & Config::netNsOf( std::string const & vrf ) const {
    static std::string const own = defaultVrf; // the namespace bears the name of its VRF
@@ -15,4 +15,4 @@ bool Config::hasFrames( std::string const & interface ) const {
                        [ & ]( auto const & agent ) { return agent.second.contains( interface ); } );
 }
 
-} // namespace Valend
+} // namespace ValenConfig
