@@ -1,5 +1,6 @@
 #include "valend/LinkController.h"
 
+#include <algorithm>
 #include <cerrno>
 
 namespace Valend {
@@ -16,6 +17,9 @@ milliseconds inMs( Gantry::Time time ) {
 bool isMissing( Quill::ErrnoException const & e ) {
    return e.number() == ENODEV || e.number() == ENOENT;
 }
+
+constexpr char const * otherOwner =
+   "the interface is not configured any more, and its device is another's now";
 
 } // namespace
 
@@ -47,7 +51,7 @@ class LinkController::Operation {
       }
    }
 
-   LinkPlace const place; // as configured when the shutdown was asked for
+   LinkPlace place; // where the interface is, or was when it was configured last
    Phase phase = Phase::queued;
    ShutdownRecord record;
    std::vector< ShutdownObserver > observers;
@@ -217,7 +221,24 @@ void LinkController::beginNext() {
    }
 }
 
+// The configuration may have given the interface another device or VRF since the shutdown was asked
+// for. False when it has it no longer, and its device is another interface's now.
+bool LinkController::follow( Operation & operation ) const {
+   auto const & interfaces = config_.interfaces;
+   auto const own = interfaces.find( operation.record.interface );
+   if ( own != interfaces.end() ) {
+      operation.place = placeOf( own->second );
+      return true;
+   }
+   return std::none_of( interfaces.begin(), interfaces.end(), [ & ]( auto const & other ) {
+      return placeOf( other.second ) == operation.place;
+   } );
+}
+
 void LinkController::begin( Operation & operation ) {
+   if ( !follow( operation ) ) {
+      return end( operation, Ending::noDevice, otherOwner );
+   }
    try {
       if ( !port_.up( operation.place ) ) {
          return end( operation, Ending::alreadyDown, "" );
@@ -340,6 +361,9 @@ void LinkController::flush( Operation & operation ) {
 }
 
 void LinkController::linkDown( Operation & operation ) {
+   if ( !follow( operation ) ) {
+      return end( operation, Ending::noDevice, otherOwner );
+   }
    if ( operation.phase != Operation::Phase::lowering ) {
       operation.phase = Operation::Phase::lowering;
       operation.patienceEnd = scheduler_->now() + devicePatience;

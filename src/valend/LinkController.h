@@ -79,6 +79,7 @@ class LinkController final {
    InterfaceConfig const & interface( std::string const & name ) const;
    LinkPlace placeOf( InterfaceConfig const & interface ) const;
    void beginNext();
+   bool follow( Operation & operation ) const;
    void begin( Operation & operation );
    void raise( Operation & operation, Quill::Ptr< Valen::Status::IntfStatus > status );
    void statusChanged( std::string const & interface );
