@@ -15,4 +15,10 @@ bool Config::hasFrames( std::string const & interface ) const {
                        [ & ]( auto const & agent ) { return agent.second.contains( interface ); } );
 }
 
+std::string Config::summary() const {
+   return std::to_string( interfaces.size() ) + " interfaces, " +
+          std::to_string( vrfs.size() + 1 ) + " VRFs, " + std::to_string( agents.size() ) +
+          " agents";
+}
+
 } // namespace ValenConfig

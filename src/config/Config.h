@@ -48,6 +48,8 @@ struct Config {
    std::string const & netNsOf( std::string const & vrf ) const;
    // Whether any agent has frames for the interface.
    bool hasFrames( std::string const & interface ) const;
+   // "3 interfaces, 2 VRFs, 2 agents", the default VRF counted.
+   std::string summary() const;
 };
 
 } // namespace ValenConfig

@@ -1,15 +1,13 @@
 #include "config/ConfigReader.h"
 
-#include "config/Hex.h"
+#include "config/FrameText.h"
 #include "config/YamlReader.h"
 #include "platform/corvid/NamespaceName.h"
 #include "platform/trace/Trace.h"
 #include "types/L3Types.h"
 
 #include <charconv>
-#include <fstream>
-#include <iostream>
-#include <iterator>
+#include <set>
 
 namespace ValenConfig {
 
@@ -24,34 +22,92 @@ std::string quoted( std::string const & text ) {
    return "\"" + text + "\"";
 }
 
-// One reading of one file. The sections are read in the order of their references, whatever their
-// order in the file.
+std::string folderOf( std::string const & file ) {
+   auto const slash = file.rfind( '/' );
+   return slash == std::string::npos ? std::string() : file.substr( 0, slash + 1 );
+}
+
+// One reading of all files. The sections are read in the order of their references, whatever their
+// order in the files.
 class ConfigReader : private YamlReader {
  public:
-   explicit ConfigReader( std::string const & file ) : YamlReader( file ) {}
-
-   ConfigResult read( std::string const & text ) {
-      auto const root = document( text );
-      if ( root && !root.IsNull() ) {
-         readRoot( root );
+   ConfigResult read( std::vector< ConfigText > const & texts ) {
+      for ( auto const & text : texts ) {
+         fileIs( text.file );
+         auto const root = rootOf( text );
+         if ( isGiven( root ) ) {
+            readRoot( root );
+         }
       }
-      return { std::move( config_ ), sortedErrors() };
+      each( vrfs_, "vrfs", [ & ]( auto const & node ) { readVrf( node ); } );
+      each( interfaces_, "interfaces", [ & ]( auto const & node ) { readInterface( node ); } );
+      each( agents_, "agents", [ & ]( auto const & node ) { readAgent( node ); } );
+      sources_.files = files();
+      return { std::move( config_ ), sortedErrors(), std::move( sources_ ) };
    }
 
  private:
+   // A section of one of the files.
+   struct Section {
+      std::string file;
+      YAML::Node node;
+   };
+   using Sections = std::vector< Section >;
+
+   // The file's content; nothing when it does not read or parse, which is told.
+   YAML::Node rootOf( ConfigText const & text ) {
+      auto const before = errorCount();
+      if ( !text.trouble.empty() ) {
+         error( YAML::Mark::null_mark(), text.trouble );
+      }
+      auto const root = document( text.text );
+      isWhole_ = isWhole_ && errorCount() == before;
+      return root;
+   }
+
    void readRoot( YAML::Node const & root ) {
-      YAML::Node vrfs, interfaces, agents;
+      auto const later = [ this ]( Sections & sections ) {
+         return [ this, &sections ]( YAML::Node const & node ) {
+            sections.push_back( { file(), node } );
+         };
+      };
       mapping( root, "the configuration",
-               { { "shutdown-delay-ms", [ & ]( auto const & node ) { readDelay( node ); } },
-                 { "vrfs", [ & ]( auto const & node ) { vrfs.reset( node ); } },
-                 { "interfaces", [ & ]( auto const & node ) { interfaces.reset( node ); } },
-                 { "agents", [ & ]( auto const & node ) { agents.reset( node ); } },
-                 { "socket", [ & ]( auto const & node ) { readSocket( node ); } },
-                 { "netns-folder", [ & ]( auto const & node ) { readFolder( node ); } },
+               { setting( "shutdown-delay-ms", &ConfigReader::readDelay ),
+                 { "vrfs", later( vrfs_ ) },
+                 { "interfaces", later( interfaces_ ) },
+                 { "agents", later( agents_ ) },
+                 setting( "socket", &ConfigReader::readSocket ),
+                 setting( "netns-folder", &ConfigReader::readFolder ),
                  { "trace", [ & ]( auto const & node ) { readTrace( node ); } } } );
-      sequence( vrfs, "vrfs", [ & ]( auto const & node ) { readVrf( node ); } );
-      sequence( interfaces, "interfaces", [ & ]( auto const & node ) { readInterface( node ); } );
-      sequence( agents, "agents", [ & ]( auto const & node ) { readAgent( node ); } );
+   }
+
+   void each( Sections const & sections, char const * what, Handler const & handler ) {
+      for ( auto const & [ file, node ] : sections ) {
+         fileIs( file );
+         sequence( node, what, handler );
+      }
+   }
+
+   // A key whose value stands in one of the files alone; `prefix` goes before its name elsewhere.
+   Key setting( char const * name, void ( ConfigReader::*reader )( YAML::Node const & node ),
+                char const * prefix = "" ) {
+      return { name, [ this, name, reader, prefix ]( YAML::Node const & node ) {
+                 auto const fullName = std::string( prefix ) + name;
+                 auto const [ first, added ] =
+                    sources_.settings.emplace( fullName, placeOf( node ) );
+                 if ( !added ) {
+                    again( node, fullName, first->second );
+                 } else if ( node.IsScalar() || node.IsNull() ) {
+                    ( this->*reader )( node );
+                 } else {
+                    scalar( node, fullName ); // tells it
+                 }
+              } };
+   }
+
+   // `what` stands at `node`, and stood at `first` before.
+   void again( YAML::Node const & node, std::string const & what, Place const & first ) {
+      error( node, what + " again, after " + first.text() + "; expected it once" );
    }
 
    void readDelay( YAML::Node const & node ) {
@@ -85,13 +141,18 @@ class ConfigReader : private YamlReader {
    }
 
    void readTrace( YAML::Node const & node ) {
-      auto & process = config_.process;
-      mapping(
-         node, "trace",
-         { { "levels", [ & ]( auto const & levels ) { readLevels( levels ); } },
-           { "file", [ & ]( auto const & file ) { process.traceFile = scalar( file, "file" ); } },
-           { "ring",
-             [ & ]( auto const & ring ) { process.traceRing = scalar( ring, "ring" ); } } } );
+      mapping( node, "trace",
+               { setting( "levels", &ConfigReader::readLevels, "trace." ),
+                 setting( "file", &ConfigReader::readTraceFile, "trace." ),
+                 setting( "ring", &ConfigReader::readTraceRing, "trace." ) } );
+   }
+
+   void readTraceFile( YAML::Node const & node ) {
+      config_.process.traceFile = scalar( node, "file" );
+   }
+
+   void readTraceRing( YAML::Node const & node ) {
+      config_.process.traceRing = scalar( node, "ring" );
    }
 
    void readLevels( YAML::Node const & node ) {
@@ -120,9 +181,11 @@ class ConfigReader : private YamlReader {
          return error( name, "VRF \"default\" is the agent's own namespace and has no entry; "
                              "expected another name" );
       }
-      if ( !config_.vrfs.emplace( *vrf, space.value_or( "" ) ).second ) {
-         return error( name, "VRF " + quoted( *vrf ) + " again; expected each name once" );
+      auto const [ first, added ] = sources_.vrfs.emplace( *vrf, placeOf( name ) );
+      if ( !added ) {
+         return again( name, "VRF " + quoted( *vrf ), first->second );
       }
+      config_.vrfs.emplace( *vrf, space.value_or( "" ) );
       if ( space ) {
          checkNamespace( netNs, *vrf, *space );
       }
@@ -141,7 +204,8 @@ class ConfigReader : private YamlReader {
       auto const [ user, added ] = vrfOfNamespace_.emplace( space, vrf );
       if ( !added ) {
          error( node, "namespace " + quoted( space ) + " is VRF " + quoted( user->second ) +
-                         "'s already; expected one of its own for each VRF" );
+                         "'s already, at " + sources_.vrfs.at( user->second ).text() +
+                         "; expected one of its own for each VRF" );
       }
    }
 
@@ -162,16 +226,17 @@ class ConfigReader : private YamlReader {
       interface.name = *ownName;
       interface.device = isGiven( device ) ? scalar( device, "device" ) : interface.name;
       interface.vrf = isGiven( vrf ) ? scalar( vrf, "vrf" ) : defaultVrf;
-      if ( !config_.interfaces.emplace( interface.name, interface ).second ) {
-         return error( name, "interface " + quoted( interface.name ) +
-                                " again; expected each name once" );
+      auto const [ first, added ] = sources_.interfaces.emplace( interface.name, placeOf( name ) );
+      if ( !added ) {
+         return again( name, "interface " + quoted( interface.name ), first->second );
       }
+      config_.interfaces.emplace( interface.name, interface );
       checkVrf( vrf, interface );
       checkDevice( isGiven( device ) ? device : name, interface );
    }
 
    void checkVrf( YAML::Node const & node, InterfaceConfig const & interface ) {
-      if ( interface.vrf != defaultVrf && !config_.vrfs.contains( interface.vrf ) ) {
+      if ( isWhole_ && interface.vrf != defaultVrf && !config_.vrfs.contains( interface.vrf ) ) {
          error( node, "unknown VRF " + quoted( interface.vrf ) +
                          "; expected \"default\" or one of \"vrfs\"" );
       }
@@ -192,8 +257,9 @@ class ConfigReader : private YamlReader {
          interfaceOfDevice_.emplace( std::pair( interface.vrf, device ), interface.name );
       if ( !added ) {
          error( node, "device " + quoted( device ) + " in VRF " + quoted( interface.vrf ) +
-                         " is interface " + quoted( user->second ) +
-                         "'s already; expected one of its own for each interface" );
+                         " is interface " + quoted( user->second ) + "'s already, at " +
+                         sources_.interfaces.at( user->second ).text() +
+                         "; expected one of its own for each interface" );
       }
    }
 
@@ -206,88 +272,72 @@ class ConfigReader : private YamlReader {
       if ( !agent ) {
          return;
       }
-      auto const [ place, added ] = config_.agents.try_emplace( *agent );
+      auto const [ first, added ] = agentsOfFile_.emplace( std::pair( file(), *agent ), name );
       if ( !added ) {
-         return error( name, "agent " + quoted( *agent ) + " again; expected each name once" );
+         return again( name, "agent " + quoted( *agent ), placeOf( first->second ) );
       }
+      sources_.agents.emplace( *agent, placeOf( name ) );
+      config_.agents.try_emplace( *agent );
       if ( isGiven( messages ) ) {
          keyed( messages, "messages", [ & ]( auto const & interface, auto const & frames ) {
-            readMessages( interface, frames, place->second );
+            readMessages( *agent, interface, frames );
          } );
       }
    }
 
-   void readMessages( YAML::Node const & key, YAML::Node const & node,
-                      std::map< std::string, Frames > & messages ) {
+   void readMessages( std::string const & agent, YAML::Node const & key, YAML::Node const & node ) {
       auto const interface = scalar( key, "messages" );
-      if ( !config_.interfaces.contains( interface ) ) {
+      if ( isWhole_ && !config_.interfaces.contains( interface ) ) {
          error( key,
                 "unknown interface " + quoted( interface ) + "; expected one of \"interfaces\"" );
       }
-      if ( !node.IsSequence() || node.size() == 0 ) {
-         return error( node.IsNull() ? key : node,
-                       "no frames for interface " + quoted( interface ) +
-                          "; expected a list of one or more, in hexadecimal" );
+      auto const [ first, added ] = sources_.messages[ agent ].emplace( interface, placeOf( key ) );
+      if ( !added ) {
+         return again( key, "interface " + quoted( interface ) + " of agent " + quoted( agent ),
+                       first->second );
       }
-      auto & frames = messages[ interface ];
+      if ( !node.IsSequence() || node.size() == 0 ) {
+         return error( node.IsNull() ? key : node, "no frames for interface " +
+                                                      quoted( interface ) +
+                                                      "; expected a list of one or more" );
+      }
+      auto & frames = config_.agents[ agent ][ interface ];
       sequence( node, interface, [ & ]( auto const & frame ) { readFrame( frame, frames ); } );
    }
 
    void readFrame( YAML::Node const & node, Frames & frames ) {
       if ( !node.IsScalar() ) {
-         return error( node, "a frame that is no text; expected hexadecimal digits" );
+         return error( node, "a frame that is no text; expected hexadecimal digits, \"base64:\", "
+                             "\"pcap:\" or \"pcapng:\"" );
       }
       try {
-         frames.push_back( frameFromHex( node.Scalar() ) );
-      } catch ( HexError const & e ) {
+         for ( auto & frame : framesOf( node.Scalar(), folderOf( file() ) ) ) {
+            frames.push_back( std::move( frame ) );
+         }
+      } catch ( FrameError const & e ) {
          error( node, e.what() );
       }
    }
 
+   Sections vrfs_;
+   Sections interfaces_;
+   Sections agents_;
    Config config_;
    std::map< std::string, std::string > vrfOfNamespace_;
    std::map< std::pair< std::string, std::string >, std::string > interfaceOfDevice_; // in a VRF
+   std::map< std::pair< std::string, std::string >, YAML::Node > agentsOfFile_; // by file and name
+   Sources sources_;
+   bool isWhole_ = true; // every file so far was read and parsed
 };
-
-ConfigResult refused( std::string const & file, std::string text ) {
-   return { Config(), { { file, 0, 0, std::move( text ) } } };
-}
 
 } // namespace
 
-std::string ConfigError::message() const {
-   auto const place = line ? ":" + std::to_string( line ) + ":" + std::to_string( column ) : "";
-   std::string message = file + place + ": ";
-   for ( auto const character : text ) { // what is quoted from the file may hold anything
-      message += static_cast< unsigned char >( character ) < 0x20 ? ' ' : character;
-   }
-   return message;
-}
-
-ConfigResult readConfig( std::string const & file ) {
-   std::ifstream disk;
-   if ( file != "-" ) {
-      disk.open( file, std::ios::binary );
-   }
-   auto & stream = file == "-" ? std::cin : disk;
-   if ( !stream ) {
-      return refused( file, "cannot be opened; expected a readable file" );
-   }
-   std::string text( maxConfigBytes + 1, '\0' );
-   stream.read( text.data(), static_cast< std::streamsize >( text.size() ) );
-   if ( stream.bad() || ( stream.gcount() == 0 && !stream.eof() ) ) {
-      return refused( file, "cannot be read; expected a readable file" );
-   }
-   text.resize( static_cast< std::size_t >( stream.gcount() ) );
-   if ( text.size() > maxConfigBytes ) {
-      return refused( file, "larger than " + std::to_string( maxConfigBytes ) +
-                               " bytes; expected at most that" );
-   }
-   return parseConfig( text, file );
+ConfigResult parseConfig( std::vector< ConfigText > const & texts ) {
+   return ConfigReader().read( texts );
 }
 
 ConfigResult parseConfig( std::string const & text, std::string const & file ) {
-   return ConfigReader( file ).read( text );
+   return parseConfig( { { file, text } } );
 }
 
 } // namespace ValenConfig

@@ -11,9 +11,13 @@ namespace ValenConfig {
 inline constexpr std::size_t minFrameBytes = 14;
 
 // What is wrong with a frame's text, and what was expected.
-class HexError : public std::runtime_error {
+class FrameError : public std::runtime_error {
  public:
    using runtime_error::runtime_error;
+};
+class HexError final : public FrameError {
+ public:
+   using FrameError::FrameError;
 };
 
 // The bytes that `text` spells. Throws HexError for a character that is no digit, an odd number of

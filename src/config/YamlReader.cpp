@@ -2,6 +2,7 @@
 
 #include <algorithm>
 #include <set>
+#include <tuple>
 
 namespace ValenConfig {
 
@@ -18,6 +19,14 @@ std::string listed( std::vector< std::string > const & names ) {
 
 } // namespace
 
+void YamlReader::fileIs( std::string const & file ) {
+   auto const found = std::find( files_.begin(), files_.end(), file );
+   current_ = static_cast< std::size_t >( found - files_.begin() );
+   if ( found == files_.end() ) {
+      files_.push_back( file );
+   }
+}
+
 YAML::Node YamlReader::document( std::string const & text ) {
    try {
       auto const documents = YAML::LoadAll( text );
@@ -31,20 +40,30 @@ YAML::Node YamlReader::document( std::string const & text ) {
    }
 }
 
+Place YamlReader::placeOf( YAML::Mark const & mark ) const {
+   return mark.is_null() ? Place{ file(), 0, 0 } : Place{ file(), mark.line + 1, mark.column + 1 };
+}
+
 void YamlReader::error( YAML::Node const & node, std::string text ) {
    error( node.Mark(), std::move( text ) );
 }
 
 void YamlReader::error( YAML::Mark const & mark, std::string text ) {
-   errors_.push_back( { file_, mark.is_null() ? 0 : mark.line + 1,
-                        mark.is_null() ? 0 : mark.column + 1, std::move( text ) } );
+   errors_.push_back( { current_, { placeOf( mark ), std::move( text ) } } );
 }
 
 std::vector< ConfigError > YamlReader::sortedErrors() {
-   std::stable_sort( errors_.begin(), errors_.end(), []( auto const & a, auto const & b ) {
-      return std::pair( a.line, a.column ) < std::pair( b.line, b.column );
-   } );
-   return std::move( errors_ );
+   auto const order = []( Found const & found ) {
+      auto const & place = found.error.place;
+      return std::tuple( found.file, place.line, place.column );
+   };
+   std::stable_sort( errors_.begin(), errors_.end(),
+                     [ & ]( auto const & a, auto const & b ) { return order( a ) < order( b ); } );
+   std::vector< ConfigError > errors;
+   for ( auto & found : errors_ ) {
+      errors.push_back( std::move( found.error ) );
+   }
+   return errors;
 }
 
 void YamlReader::mapping( YAML::Node const & node, std::string const & what,
@@ -107,7 +126,7 @@ std::string YamlReader::scalar( YAML::Node const & node, std::string const & wha
 
 bool YamlReader::truth( YAML::Node const & node, std::string const & what ) {
    auto const text = scalar( node, what );
-   if ( text != "true" && text != "false" ) {
+   if ( node.IsScalar() && text != "true" && text != "false" ) {
       error( node, what + " is \"" + text + "\"; expected true or false" );
    }
    return text == "true";
@@ -124,6 +143,9 @@ std::optional< std::string > YamlReader::requiredName( YAML::Node const & parent
       return std::nullopt;
    }
    auto const name = scalar( node, what );
+   if ( !node.IsScalar() ) { // that was told
+      return std::nullopt;
+   }
    auto const isControl = []( char c ) {
       return static_cast< unsigned char >( c ) < 0x20 || c == 0x7f;
    };

@@ -1,4 +1,4 @@
-// What every section of a YAML file needs: errors with their place, mappings whose keys are all
+// What every section of the YAML files needs: errors with their place, mappings whose keys are all
 // known, lists, and scalars of one kind.
 #pragma once
 
@@ -19,14 +19,20 @@ class YamlReader {
       Handler handler;
    };
 
-   explicit YamlReader( std::string const & file ) : file_( file ) {}
+   // The file that the nodes come from that are read next; its errors come behind those of the
+   // files that were named before it.
+   void fileIs( std::string const & file );
+   std::string const & file() const { return files_[ current_ ]; }
+   std::vector< std::string > const & files() const { return files_; }
 
    // The file's one document; an undefined node, and an error, when it does not parse.
    YAML::Node document( std::string const & text );
 
+   Place placeOf( YAML::Node const & node ) const { return placeOf( node.Mark() ); }
    void error( YAML::Node const & node, std::string text );
    void error( YAML::Mark const & mark, std::string text );
    std::vector< ConfigError > sortedErrors();
+   std::size_t errorCount() const { return errors_.size(); }
 
    // Calls the handler of each key that `node` has. `what` is the mapping's name in errors.
    void mapping( YAML::Node const & node, std::string const & what,
@@ -47,8 +53,16 @@ class YamlReader {
    static bool isGiven( YAML::Node const & node ) { return node.IsDefined() && !node.IsNull(); }
 
  private:
-   std::string const file_;
-   std::vector< ConfigError > errors_;
+   struct Found {
+      std::size_t file; // its number in files_
+      ConfigError error;
+   };
+
+   Place placeOf( YAML::Mark const & mark ) const;
+
+   std::vector< std::string > files_;
+   std::size_t current_ = 0;
+   std::vector< Found > errors_;
 };
 
 } // namespace ValenConfig

@@ -107,7 +107,8 @@ Json ApiClient::receive() {
    }
    if ( answer.contains( "error" ) ) {
       auto const name = answer.value( "error", "" );
-      throw Refused( name, refusalText( name, answer.value( "parameters", Json::object() ) ) );
+      auto const parameters = answer.value( "parameters", Json::object() );
+      throw Refused( name, refusalText( name, parameters ), parameters );
    }
    return answer;
 }

@@ -26,13 +26,16 @@ class TimedOut : public std::runtime_error {
 // The agent refused a call.
 class Refused : public std::runtime_error {
  public:
-   // `name`: the error's qualified name.
-   Refused( std::string name, std::string const & text )
-       : runtime_error( text ), name_( std::move( name ) ) {}
+   // `name`: the error's qualified name. `parameters`: what came with it.
+   Refused( std::string name, std::string const & text, Json parameters = Json::object() )
+       : runtime_error( text ), name_( std::move( name ) ), parameters_( std::move( parameters ) ) {
+   }
    std::string const & name() const noexcept { return name_; }
+   Json const & parameters() const noexcept { return parameters_; }
 
  private:
    std::string name_;
+   Json parameters_;
 };
 
 class ApiClient {

@@ -3,6 +3,7 @@
 #include "platform/quill/Exception.h"
 #include "platform/trace/Blipline.h"
 #include "valenctl/ApiClient.h"
+#include "valenctl/ConfigCommand.h"
 #include "valenctl/StatusText.h"
 
 #include <fstream>
@@ -46,6 +47,11 @@ class Session {
          return traceLevels();
       case Command::show:
          return show();
+      case Command::configShow:
+         return showConfig( options_, client_, out_ );
+      case Command::reload:
+         return reload( options_, client_, out_, err_ );
+      case Command::configCheck:
       case Command::traceDump:
       case Command::frame:
          break; // need no agent
@@ -180,6 +186,9 @@ Exit dumpRing( std::string const & path, std::ostream & out, std::ostream & err 
 Exit runCommand( Options const & options, std::ostream & out, std::ostream & err ) {
    if ( options.command == Options::Command::frame ) {
       return runFrame( options.frame, out, err );
+   }
+   if ( options.command == Options::Command::configCheck ) {
+      return checkConfig( options, out, err );
    }
    auto exit = Exit::done;
    try {

@@ -71,6 +71,26 @@ void addTrace( CLI::App & app, Options & options ) {
       ->required();
 }
 
+void addConfig( CLI::App & app, Options & options ) {
+   auto * const config = app.add_subcommand( "config", "Check and show the configuration" );
+   config->fallthrough();
+   config->require_subcommand( 1 );
+   auto * const check =
+      command( *config, options, Command::configCheck, "check",
+               "Say what is wrong with a configuration and its drop-ins; needs no agent" );
+   check->add_option( "FILE", options.file,
+                      "The main file; without it /etc/valen/valen.yaml. - is standard input" );
+   auto * const show =
+      command( *config, options, Command::configShow, "show",
+               "Show what is in force, and from which file and line each item came" );
+   auto * const reload = command( app, options, Command::reload, "reload",
+                                  "Have the agent read its configuration again, and show what "
+                                  "changed; one that is refused changes nothing" );
+   for ( auto * const each : { check, show, reload } ) {
+      each->add_flag( "--json", options.json, "As JSON" );
+   }
+}
+
 } // namespace
 
 std::optional< Options > parseOptions( int argc, char const * const * argv, Exit & exit ) {
@@ -88,6 +108,7 @@ std::optional< Options > parseOptions( int argc, char const * const * argv, Exit
    addLinks( app, options );
    addStatus( app, options );
    addTrace( app, options );
+   addConfig( app, options );
    addFrame( app, options.frame )->callback( [ &options ] { options.command = Command::frame; } );
    try {
       app.parse( argc, argv );

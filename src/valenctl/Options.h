@@ -29,6 +29,9 @@ struct Options {
       traceFollow,
       traceDump,
       show,
+      configCheck,
+      configShow,
+      reload,
       frame,
    };
 
@@ -40,7 +43,7 @@ struct Options {
    bool json = false;
    std::string levels; // empty: only tell
    unsigned lines = 100;
-   std::string file; // of a trace ring
+   std::string file; // of a trace ring, or of the configuration; empty: the usual
    std::string path; // in the store
    FrameOptions frame;
 };

@@ -1,6 +1,5 @@
 #include "valend/Agent.h"
 
-#include "config/ConfigReader.h"
 #include "valend/Log.h"
 #include "valend/Notify.h"
 
@@ -11,9 +10,8 @@ namespace Valend {
 using Valen::Linux::NetNsFolders;
 using Valen::Linux::NetNsWatcher;
 
-Agent::Agent( Config const & config, Options const & options )
-    : configFile_( options.config ), process_( merged( config.process, options.process ) ),
-      folders_( foldersOf( process_ ) ),
+Agent::Agent( ValenConfig::ConfigResult const & read, Options const & options )
+    : process_( merged( read.config.process, options.process ) ), folders_( foldersOf( process_ ) ),
       trace_( loop_, process_, options.process.traceLevels.has_value() ), endpoints_( folders_ ),
       links_( loop_, folders_, endpoints_ ), feeder_( store_, links_, loop_.scheduler() ),
       faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
@@ -24,7 +22,9 @@ Agent::Agent( Config const & config, Options const & options )
                         links_.refresh( name.stdString() );
                         feeder_.namespaceChanged( name.stdString() );
                      } ),
-      api_( { store_, feeder_, links_, controller_, faults_, trace_ } ),
+      configurator_( options.config, options.process,
+                     [ this ]( auto const & config ) { configIs( config ); } ),
+      api_( { store_, feeder_, links_, controller_, faults_, trace_, configurator_ } ),
       server_( loop_, process_.socket.value_or( Options::defaultSocket ), api_ ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
    loop_.signalIs( SIGINT, [ this ] { stop( "SIGINT" ); } );
@@ -32,7 +32,7 @@ Agent::Agent( Config const & config, Options const & options )
    controller_.endedIs( []( auto const & record ) { log( LogLevel::info, record.summary() ); } );
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
-   configIs( config );
+   configurator_.start( read );
    library_ = Valen::runnabilitySmFactory(
       store_.configDir, store_.agentConfigDir, store_.allIntfConfigDir, store_.allIntfStatusDir,
       store_.allIntfStatusLocalDir, store_.l3IntfStatusDir, store_.allVrfStatusLocal,
@@ -63,18 +63,9 @@ void Agent::configIs( Config const & config ) {
 }
 
 void Agent::reload() {
-   auto const [ config, errors ] = ValenConfig::readConfig( configFile_ );
-   for ( auto const & error : errors ) {
-      log( LogLevel::error, error.message() );
-   }
-   if ( !errors.empty() ) {
-      return log( LogLevel::error, "the configuration is refused; the one before stays in force" );
-   }
-   bool const processDiffers = config.process != feeder_.config().process;
-   configIs( config );
-   log( LogLevel::notice, "the configuration was read again" );
-   if ( processDiffers ) {
-      log( LogLevel::notice, "socket, netns-folder and trace take effect at the next start" );
+   try {
+      configurator_.reload();
+   } catch ( ConfigRefused const & ) { // said, with all that is wrong
    }
 }
 

@@ -6,15 +6,16 @@
 #include "linux/PacketEndpoint.h"
 #include "valend/AgentApi.h"
 #include "valend/ApiServer.h"
+#include "valend/Configurator.h"
 #include "valend/Options.h"
 
 namespace Valend {
 
 class Agent {
  public:
-   // Puts `config` in force, which came from `options.config`, and starts the library. Throws
-   // Quill::ErrnoException when the process cannot have what it needs.
-   Agent( Config const & config, Options const & options );
+   // Puts what was read from `options.config` in force, which has no errors, and starts the
+   // library. Throws Quill::ErrnoException when the process cannot have what it needs.
+   Agent( ValenConfig::ConfigResult const & read, Options const & options );
    // Sends nothing and leaves all links as they are.
    ~Agent();
    Agent( Agent const & ) = delete;
@@ -31,7 +32,6 @@ class Agent {
    void reload();
    void stop( char const * signal );
 
-   std::string const configFile_;
    ProcessConfig const process_;
    Valen::Linux::EventLoop loop_;
    Valen::Linux::NetNsFolders const folders_;
@@ -43,6 +43,7 @@ class Agent {
    FaultLog faults_;
    LinkController controller_;
    Valen::Linux::NetNsWatcher netNsWatcher_;
+   Configurator configurator_;
    AgentApi api_;
    ApiServer server_;
    Quill::Ptr< Valen::RunnabilitySm > library_; // goes first

@@ -75,6 +75,8 @@ AgentApi::Method const AgentApi::methods[] = {
    { "org.valen.Agent.Trace", &AgentApi::trace, false },
    { "org.valen.Agent.TraceLevels", &AgentApi::traceLevels, false },
    { "org.valen.Agent.Show", &AgentApi::show, false },
+   { "org.valen.Agent.Reload", &AgentApi::reload, true },
+   { "org.valen.Agent.Config", &AgentApi::config, false },
 };
 
 AgentApi::AgentApi( Parts const & parts )
@@ -237,6 +239,19 @@ void AgentApi::show( Call call ) {
                                     " bytes; ask for a longer path" );
    }
    call->reply( { { "value", std::move( *value ) } } );
+}
+
+void AgentApi::reload( Call call ) {
+   try {
+      call->reply( { { "changed", parts_.configurator.reload() } } );
+   } catch ( ConfigRefused const & e ) {
+      call->error( ownName( "ConfigRefused" ),
+                   { { "message", e.what() }, { "errors", e.errors() } } );
+   }
+}
+
+void AgentApi::config( Call call ) {
+   call->reply( parts_.configurator.inForce() );
 }
 
 } // namespace Valend

@@ -2,6 +2,7 @@
 #pragma once
 
 #include "valend/ApiCall.h"
+#include "valend/Configurator.h"
 #include "valend/FaultLog.h"
 #include "valend/StatusReport.h"
 #include "valend/TraceHub.h"
@@ -18,6 +19,7 @@ class AgentApi final : public ApiService {
       LinkController & controller;
       FaultLog & faults;
       TraceHub & trace;
+      Configurator & configurator;
    };
 
    // The longest answer, in bytes.
@@ -46,6 +48,8 @@ class AgentApi final : public ApiService {
    void trace( Call call );
    void traceLevels( Call call );
    void show( Call call );
+   void reload( Call call );
+   void config( Call call );
    Json stepJson( ShutdownStep step, ShutdownRecord const & record ) const;
 
    Parts const parts_;

@@ -1,6 +1,7 @@
 // The command line.
 #pragma once
 
+#include "config/ConfigReader.h"
 #include "valend/Configuration.h"
 
 #include <optional>
@@ -17,7 +18,7 @@ enum class Exit : int {
 };
 
 struct Options {
-   static constexpr char const * defaultConfig = "/etc/valen/valen.yaml";
+   static constexpr char const * defaultConfig = ValenConfig::defaultFile;
    static constexpr char const * defaultSocket = "/run/valen/valend.sock";
 
    std::string config = defaultConfig;

@@ -9,27 +9,20 @@ namespace {
 
 using Valend::Exit;
 
-// Reads and checks the configuration. Nothing when it is refused, which is said.
-std::optional< Valend::Config > configOf( Valend::Options const & options ) {
-   auto result = ValenConfig::readConfig( options.config );
-   for ( auto const & error : result.errors ) {
+Exit run( Valend::Options const & options ) {
+   auto const read = ValenConfig::readConfig( options.config );
+   for ( auto const & error : read.errors ) {
       std::cerr << error.message() << '\n';
    }
-   return result.errors.empty() ? std::optional( std::move( result.config ) ) : std::nullopt;
-}
-
-Exit run( Valend::Options const & options ) {
-   auto const config = configOf( options );
-   if ( !config ) {
+   if ( !read.errors.empty() ) {
       return Exit::badConfig;
    }
    if ( options.check ) {
-      std::cout << options.config << ": in order; " << config->interfaces.size() << " interfaces, "
-                << config->vrfs.size() + 1 << " VRFs, " << config->agents.size() << " agents\n";
+      std::cout << options.config << ": in order; " << read.config.summary() << '\n';
       return Exit::done;
    }
    try {
-      Valend::Agent agent( *config, options );
+      Valend::Agent agent( read, options );
       agent.run();
       return Exit::done;
    } catch ( std::exception const & e ) {

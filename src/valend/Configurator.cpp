@@ -1,0 +1,186 @@
+#include "valend/Configurator.h"
+
+#include "config/Changes.h"
+#include "config/Hex.h"
+#include "valend/Log.h"
+#include "valend/Notify.h"
+#include "valend/Options.h"
+#include "valend/TraceHub.h"
+
+#include <ctime>
+
+namespace Valend {
+
+namespace {
+
+using Json = nlohmann::json;
+using ValenConfig::Place;
+
+// The monotonic clock as the service manager compares it.
+std::string monotonicMicroseconds() {
+   timespec now{};
+   ::clock_gettime( CLOCK_MONOTONIC, &now );
+   return std::to_string( static_cast< S64 >( now.tv_sec ) * 1'000'000 + now.tv_nsec / 1000 );
+}
+
+std::string counted( std::size_t count, std::string const & what ) {
+   return std::to_string( count ) + " " + what + ( count == 1 ? "" : "s" );
+}
+
+Json placeJson( Place const * place ) {
+   return place
+             ? Json{ { "file", place->file }, { "line", place->line }, { "column", place->column } }
+             : Json();
+}
+
+Place const * find( ValenConfig::Sources::Places const & places, std::string const & name ) {
+   auto const found = places.find( name );
+   return found == places.end() ? nullptr : &found->second;
+}
+
+Json vrfsJson( Config const & config, ValenConfig::Sources const & sources ) {
+   auto list = Json::array();
+   for ( auto const & [ name, netNs ] : config.vrfs ) {
+      list.push_back( { { "name", name },
+                        { "namespace", netNs },
+                        { "place", placeJson( find( sources.vrfs, name ) ) } } );
+   }
+   return list;
+}
+
+Json interfacesJson( Config const & config, ValenConfig::Sources const & sources ) {
+   auto list = Json::array();
+   for ( auto const & [ name, interface ] : config.interfaces ) {
+      list.push_back( { { "name", name },
+                        { "device", interface.device },
+                        { "vrf", interface.vrf },
+                        { "shutdownDelay", interface.shutdownDelay },
+                        { "place", placeJson( find( sources.interfaces, name ) ) } } );
+   }
+   return list;
+}
+
+Json messagesJson( Config const & config, ValenConfig::Sources const & sources ) {
+   auto list = Json::array();
+   for ( auto const & [ agent, messages ] : config.agents ) {
+      for ( auto const & [ interface, frames ] : messages ) {
+         auto texts = Json::array();
+         for ( auto const & frame : frames ) {
+            texts.push_back( ValenConfig::toHex( frame ) );
+         }
+         list.push_back(
+            { { "agent", agent },
+              { "interface", interface },
+              { "frames", std::move( texts ) },
+              { "place", placeJson( find( sources.messages.at( agent ), interface ) ) } } );
+      }
+   }
+   return list;
+}
+
+} // namespace
+
+Configurator::Configurator( std::string file, ProcessConfig commandLine, Apply apply )
+    : file_( std::move( file ) ), commandLine_( std::move( commandLine ) ),
+      apply_( std::move( apply ) ) {}
+
+void Configurator::start( ValenConfig::ConfigResult read ) {
+   started_ = merged( read.config.process, commandLine_ );
+   startSources_ = read.sources;
+   sources_ = std::move( read.sources );
+   config_ = std::move( read.config );
+   apply_( config_ );
+}
+
+std::vector< std::string > Configurator::put( ValenConfig::ConfigResult read ) {
+   auto changes = ValenConfig::changesBetween( config_, read.config );
+   for ( auto const & more : { levelsChange( read.config ),
+                               ValenConfig::processChanges(
+                                  started_, merged( read.config.process, commandLine_ ) ) } ) {
+      changes.insert( changes.end(), more.begin(), more.end() );
+   }
+   sources_ = std::move( read.sources );
+   config_ = std::move( read.config );
+   apply_( config_ );
+   return changes;
+}
+
+// Trace levels are the one setting of the process that is taken up at once. Those that were set by
+// other means stay while the file does not change its mind.
+std::vector< std::string > Configurator::levelsChange( Config const & next ) const {
+   auto const levels = next.process.traceLevels.value_or( TraceHub::defaultLevels );
+   auto const was = config_.process.traceLevels.value_or( TraceHub::defaultLevels );
+   if ( commandLine_.traceLevels || levels == was ) {
+      return {};
+   }
+   Quill::traceLevelsIs( levels );
+   return { "trace.levels " + levels + ", was " + was };
+}
+
+std::vector< std::string > Configurator::reload() {
+   notifyManager( "RELOADING=1\nMONOTONIC_USEC=" + monotonicMicroseconds() );
+   auto read = ValenConfig::readConfig( file_ );
+   if ( !read.errors.empty() ) {
+      std::vector< std::string > errors;
+      for ( auto const & error : read.errors ) {
+         errors.push_back( error.message() );
+         log( LogLevel::error, errors.back() );
+      }
+      ConfigRefused const refused( std::move( errors ) );
+      log( LogLevel::error, refused.what() );
+      notifyManager( "READY=1\nSTATUS=Configuration refused, " +
+                     counted( read.errors.size(), "error" ) + "; the one before is in force" );
+      throw refused;
+   }
+   auto const changes = put( std::move( read ) );
+   for ( auto const & change : changes ) {
+      log( LogLevel::notice, change );
+   }
+   auto const summary = "onfiguration read again, " + counted( changes.size(), "change" );
+   log( LogLevel::notice, "c" + summary );
+   notifyManager( "READY=1\nSTATUS=C" + summary );
+   return changes;
+}
+
+Json Configurator::inForce() const {
+   return { { "files", sources_.files },
+            { "settings", settings() },
+            { "vrfs", vrfsJson( config_, sources_ ) },
+            { "interfaces", interfacesJson( config_, sources_ ) },
+            { "messages", messagesJson( config_, sources_ ) } };
+}
+
+Json Configurator::settings() const {
+   auto const & delay = config_.shutdownDelayMs;
+   auto const * const delayPlace = find( sources_.settings, "shutdown-delay-ms" );
+   auto list = Json::array();
+   list.push_back( { { "name", "shutdown-delay-ms" },
+                     { "value", delay ? Json( std::to_string( *delay ) ) : Json() },
+                     { "origin", delayPlace ? "file" : "default" },
+                     { "place", placeJson( delayPlace ) } } );
+   auto const & line = commandLine_;
+   list.push_back( processSetting( "socket", started_.socket.value_or( Options::defaultSocket ),
+                                   line.socket.has_value() ) );
+   list.push_back(
+      processSetting( "netns-folder", started_.netNsFolder, line.netNsFolder.has_value() ) );
+   list.push_back(
+      processSetting( "trace.levels", Quill::traceLevels(), line.traceLevels.has_value() ) );
+   list.push_back( processSetting( "trace.file", started_.traceFile, line.traceFile.has_value() ) );
+   list.push_back( processSetting( "trace.ring", started_.traceRing, line.traceRing.has_value() ) );
+   return list;
+}
+
+Json Configurator::processSetting( char const * name, std::optional< std::string > const & value,
+                                   bool onCommandLine ) const {
+   auto const & sources =
+      std::string_view( name ) == "trace.levels" ? sources_.settings : startSources_.settings;
+   auto const * const place = onCommandLine ? nullptr : find( sources, name );
+   return { { "name", name },
+            { "value", value ? Json( *value ) : Json() },
+            { "origin", onCommandLine ? "command-line"
+                        : place       ? "file"
+                                      : "default" },
+            { "place", placeJson( place ) } };
+}
+
+} // namespace Valend

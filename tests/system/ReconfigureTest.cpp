@@ -1,0 +1,306 @@
+// Everything that the configuration can change while the agent runs, on the real kernel: each change
+// ends in the state that a new start would have come to, which frames on the far end show.
+#include "tests/system/NotifySocket.h"
+#include "tests/system/RunningAgent.h"
+
+#include <algorithm>
+#include <filesystem>
+#include <gmock/gmock.h>
+
+namespace Valen::Test {
+namespace {
+
+using std::chrono::milliseconds;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class ReconfigureTest : public RunningAgentTest {
+ protected:
+   // The parts of a configuration; what a test does not change is as at the start.
+   struct Parts {
+      std::string delay = "500";
+      std::string netNs;
+      std::string interfaces = "[{name: Ethernet1, device: et1}, "
+                               "{name: Ethernet2, device: et2, vrf: red}]";
+      std::string lldp = "{Ethernet1: [" + hex( "one" ) + "], Ethernet2: [" + hex( "red" ) + "]}";
+   };
+
+   static std::string hex( std::string const & payload ) {
+      return ValenConfig::toHex( frame( payload ) );
+   }
+   std::string text( Parts const & parts ) const {
+      return ( parts.delay.empty() ? "" : "shutdown-delay-ms: " + parts.delay + "\n" ) +
+             "vrfs: [{name: red, namespace: " +
+             ( parts.netNs.empty() ? red_->text() : parts.netNs ) +
+             "}]\ninterfaces: " + parts.interfaces +
+             "\nagents: [{name: lldp, messages: " + parts.lldp + "}]\n";
+   }
+   void startWith( Parts const & parts ) {
+      start( text( parts ) );
+      ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+      ASSERT_TRUE( becomesReady( "Ethernet2" ) );
+   }
+   // Puts `parts` in force and returns what the command says of it.
+   std::string reload( Parts const & parts ) {
+      std::ofstream( *work_ / "valen.yaml" ) << text( parts );
+      auto const result = ctl( { "reload" } );
+      EXPECT_EQ( result.status, 0 ) << result.err;
+      return result.out;
+   }
+   // Shuts the interface down and takes what comes out at the far end.
+   std::vector< std::string > goodbyes( std::string const & interface,
+                                        std::string const & far ) const {
+      Capture capture( *neighbours_, far );
+      EXPECT_EQ( ctl( { "shutdown", interface, "--wait" } ).status, 0 );
+      return capture.frames( 5, milliseconds( 300 ) );
+   }
+   void enable( std::string const & interface ) {
+      ASSERT_EQ( ctl( { "enable", interface } ).status, 0 );
+   }
+};
+
+// --- Each change, and back -----------------------------------------------------------------------
+
+TEST_F( ReconfigureTest, MessagesCanBeRemovedAndAddedAgain ) {
+   startWith( {} );
+   Parts without;
+   without.lldp = "{Ethernet2: [" + hex( "red" ) + "]}";
+   EXPECT_EQ( reload( without ), "interface Ethernet1: messages of lldp removed\n" );
+   ASSERT_TRUE( becomesUnready( "Ethernet1", "no messages" ) );
+   EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), IsEmpty() );
+   EXPECT_FALSE( linkUp( *machine_, "et1" ) ) << "it goes down all the same";
+   enable( "Ethernet1" );
+
+   EXPECT_EQ( reload( {} ), "interface Ethernet1: messages of lldp added, 1 frame\n" );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), ElementsAre( frame( "one" ) ) );
+   EXPECT_FALSE( linkUp( *machine_, "et1" ) );
+   EXPECT_TRUE( linkUp( *red_, "et2" ) );
+}
+
+TEST_F( ReconfigureTest, ADropInOfAnotherPackageAddsItsFrames ) {
+   startWith( {} );
+   std::filesystem::create_directory( *work_ / "conf.d" );
+   std::ofstream( *work_ / "conf.d/radv.yaml" )
+      << "agents: [{name: radv, messages: {Ethernet1: [" + hex( "radv" ) + "]}}]";
+   EXPECT_EQ( ctl( { "reload" } ).out, "interface Ethernet1: messages of radv added, 1 frame\n" );
+   EXPECT_THAT( goodbyes( "Ethernet1", "far1" ),
+                ::testing::UnorderedElementsAre( frame( "one" ), frame( "radv" ) ) );
+   enable( "Ethernet1" );
+   std::filesystem::remove( *work_ / "conf.d/radv.yaml" );
+   EXPECT_EQ( ctl( { "reload" } ).out, "interface Ethernet1: messages of radv removed\n" );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), ElementsAre( frame( "one" ) ) );
+}
+
+TEST_F( ReconfigureTest, AnInterfaceCanMoveToAnotherVrfWithItsDevice ) {
+   startWith( {} );
+   machine_->ip( "link set et1 netns " + red_->text() );
+   red_->ip( "link set et1 up" );
+   Parts moved;
+   moved.interfaces = "[{name: Ethernet1, device: et1, vrf: red}, "
+                      "{name: Ethernet2, device: et2, vrf: red}]";
+   EXPECT_EQ( reload( moved ), "interface Ethernet1: VRF red, was default\n" );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), ElementsAre( frame( "one" ) ) );
+   EXPECT_FALSE( linkUp( *red_, "et1" ) );
+   EXPECT_TRUE( linkUp( *red_, "et2" ) );
+
+   red_->ip( "link set et1 netns " + machine_->text() );
+   machine_->ip( "link set et1 up" );
+   EXPECT_EQ( reload( {} ), "interface Ethernet1: VRF default, was red\n" );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), ElementsAre( frame( "one" ) ) );
+   EXPECT_FALSE( linkUp( *machine_, "et1" ) );
+}
+
+TEST_F( ReconfigureTest, AVrfCanGetAnotherNamespace ) {
+   TestNetNs const blue;
+   blue.veth( "et2", *neighbours_, "far3" );
+   startWith( {} );
+   Parts other;
+   other.netNs = blue.text();
+   EXPECT_EQ( reload( other ),
+              "VRF red: namespace " + blue.text() + ", was " + red_->text() + "\n" );
+   ASSERT_TRUE( becomesReady( "Ethernet2" ) );
+   Capture old( *neighbours_, "far2" );
+   EXPECT_THAT( goodbyes( "Ethernet2", "far3" ), ElementsAre( frame( "red" ) ) );
+   EXPECT_THAT( old.frames( 1, milliseconds( 100 ) ), IsEmpty() );
+   EXPECT_FALSE( linkUp( blue, "et2" ) );
+   EXPECT_TRUE( linkUp( *red_, "et2" ) );
+
+   reload( {} );
+   ASSERT_TRUE( becomesReady( "Ethernet2" ) );
+   EXPECT_THAT( goodbyes( "Ethernet2", "far2" ), ElementsAre( frame( "red" ) ) );
+   EXPECT_FALSE( linkUp( *red_, "et2" ) );
+}
+
+TEST_F( ReconfigureTest, SupportCanBeSwitchedOffAndOn ) {
+   startWith( {} );
+   Parts off;
+   off.interfaces = "[{name: Ethernet1, device: et1, shutdown-delay: false}, "
+                    "{name: Ethernet2, device: et2, vrf: red}]";
+   EXPECT_EQ( reload( off ), "interface Ethernet1: shutdown delay no longer supported\n" );
+   ASSERT_TRUE( becomesUnready( "Ethernet1", "not supported" ) );
+   EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), IsEmpty() );
+   EXPECT_FALSE( linkUp( *machine_, "et1" ) );
+   enable( "Ethernet1" );
+
+   EXPECT_EQ( reload( {} ), "interface Ethernet1: shutdown delay supported\n" );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), ElementsAre( frame( "one" ) ) );
+}
+
+TEST_F( ReconfigureTest, TheFeatureCanBeSwitchedOffAndOn ) {
+   startWith( {} );
+   Parts off;
+   off.delay = "";
+   EXPECT_EQ( reload( off ), "shutdown delay off, was 500 ms\n" );
+   ASSERT_TRUE( becomesUnready( "Ethernet1", "feature off" ) );
+   ASSERT_TRUE( becomesUnready( "Ethernet2", "feature off" ) );
+   EXPECT_THAT( goodbyes( "Ethernet2", "far2" ), IsEmpty() );
+   EXPECT_FALSE( linkUp( *red_, "et2" ) );
+   enable( "Ethernet2" );
+
+   EXPECT_EQ( reload( {} ), "shutdown delay 500 ms, was off\n" );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   ASSERT_TRUE( becomesReady( "Ethernet2" ) );
+   EXPECT_THAT( goodbyes( "Ethernet2", "far2" ), ElementsAre( frame( "red" ) ) );
+   EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), ElementsAre( frame( "one" ) ) );
+}
+
+TEST_F( ReconfigureTest, ADeviceCanBeRenamed ) {
+   startWith( {} );
+   machine_->ip( "link set et1 down" );
+   machine_->ip( "link set et1 name et9" );
+   machine_->ip( "link set et9 up" );
+   ASSERT_TRUE( becomesUnready( "Ethernet1", "no device" ) );
+   Parts renamed;
+   renamed.interfaces =
+      "[{name: Ethernet1, device: et9}, {name: Ethernet2, device: et2, vrf: red}]";
+   EXPECT_EQ( reload( renamed ), "interface Ethernet1: device et9, was et1\n" );
+   ASSERT_TRUE( becomesReady( "Ethernet1" ) );
+   EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), ElementsAre( frame( "one" ) ) );
+   EXPECT_FALSE( linkUp( *machine_, "et9" ) );
+}
+
+TEST_F( ReconfigureTest, ARunningDelayIsNotDisturbedByChangesElsewhere ) {
+   Parts parts;
+   parts.delay = "5000";
+   startWith( parts );
+   machine_->veth( "et3", *neighbours_, "far3" );
+   Capture far2( *neighbours_, "far2" );
+   Process waiting( { VALENCTL, "--socket", socket(), "shutdown", "Ethernet2", "--wait" },
+                    *work_ / "waiting" );
+   ASSERT_TRUE(
+      eventually( [ & ] { return interface( "Ethernet2" ).value( "delayed", false ); } ) );
+
+   auto others = parts;
+   others.interfaces = "[{name: Ethernet1, device: et1, shutdown-delay: false}, {name: Ethernet2, "
+                       "device: et2, vrf: red}, {name: Ethernet3, device: et3}]";
+   others.lldp = "{Ethernet3: [" + hex( "three" ) + "], Ethernet2: [" + hex( "red" ) + "]}";
+   EXPECT_EQ( reload( others ), "interface Ethernet1: shutdown delay no longer supported\n"
+                                "interface Ethernet3: added, device et3, VRF default\n"
+                                "interface Ethernet1: messages of lldp removed\n"
+                                "interface Ethernet3: messages of lldp added, 1 frame\n" );
+   EXPECT_EQ( interface( "Ethernet2" )[ "delayed" ], true );
+   ASSERT_TRUE( becomesReady( "Ethernet3" ) );
+   reload( parts );
+   EXPECT_EQ( interface( "Ethernet2" )[ "delayed" ], true );
+
+   EXPECT_EQ( waiting.wait(), 0 ) << waiting.err();
+   EXPECT_FALSE( linkUp( *red_, "et2" ) );
+   EXPECT_GE( Json::parse( ctl( { "history", "Ethernet2" } ).out )[ "shutdowns" ][ 0 ][ "heldMs" ],
+              5000 );
+   EXPECT_THAT( far2.frames( 2, milliseconds( 200 ) ), ElementsAre( frame( "red" ) ) );
+   EXPECT_TRUE( linkUp( *machine_, "et1" ) );
+}
+
+// --- What the operator sees of it ----------------------------------------------------------------
+
+TEST_F( ReconfigureTest, AReloadThatIsRefusedListsAllErrorsAndChangesNothing ) {
+   startWith( {} );
+   auto const before = ctl( { "config", "show", "--json" } ).out;
+   std::filesystem::create_directory( *work_ / "conf.d" );
+   std::ofstream( *work_ / "valen.yaml" ) << text( {} ) << "colour: blue\nsocket: []\n";
+   std::ofstream( *work_ / "conf.d/a.yaml" )
+      << "agents: [{name: lldp, messages: {Ethernet9: [00]}}]";
+   auto const first = *work_ / "valen.yaml";
+   std::vector< std::string > const errors{
+      first + ":5:1: unknown key \"colour\" in the configuration; expected \"shutdown-delay-ms\"",
+      first + ":6:9: socket is no single value; expected one\n",
+      *work_ / "conf.d/a.yaml:1:34: unknown interface \"Ethernet9\"; expected one of "
+               "\"interfaces\"\n",
+      *work_ / "conf.d/a.yaml:1:46: frame of 1 bytes; expected at least 14, an Ethernet header\n" };
+   auto const result = ctl( { "reload" } );
+   EXPECT_EQ( result.status, 1 );
+   EXPECT_EQ( result.out, "" );
+   auto const check = ctl( { "config", "check", first } );
+   EXPECT_EQ( check.status, 1 );
+   for ( auto const & error : errors ) {
+      EXPECT_THAT( result.err, HasSubstr( error ) );
+      EXPECT_THAT( check.err, HasSubstr( error ) );
+      EXPECT_THAT( agent_->err(), HasSubstr( error ) ) << "the log has it too";
+   }
+   EXPECT_EQ( std::count( check.err.begin(), check.err.end(), '\n' ), 4 );
+   EXPECT_THAT( result.err, ::testing::EndsWith( "valenctl: the configuration is refused; the one "
+                                                 "before stays in force\n" ) );
+   EXPECT_EQ( ctl( { "config", "show", "--json" } ).out, before );
+   EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), ElementsAre( frame( "one" ) ) );
+}
+
+TEST_F( ReconfigureTest, WhatIsInForceIsShownWithFileAndLine ) {
+   startWith( {} );
+   auto const file = *work_ / "valen.yaml";
+   auto const shown = ctl( { "config", "show" } ).out;
+   auto const line = [ & ]( std::string const & item, std::string const & value,
+                            std::string const & from ) {
+      return ::testing::ContainsRegex( item + " +" + value + " +" + from + "\n" );
+   };
+   EXPECT_THAT( shown, line( "\nshutdown-delay-ms", "500", file + ":1" ) );
+   EXPECT_THAT( shown, line( "\nsocket", socket(), "the command line" ) );
+   EXPECT_THAT( shown, line( "\ntrace.levels", "\\*/0-1", "by default" ) );
+   EXPECT_THAT( shown, line( "\nVRF red", "namespace " + red_->text(), file + ":2" ) );
+   EXPECT_THAT( shown, line( "\ninterface Ethernet1", "device et1, VRF default", file + ":3" ) );
+   EXPECT_THAT( shown,
+                line( "\ninterface Ethernet2, agent lldp", "1 frame, 273 bytes", file + ":4" ) );
+   auto const json = Json::parse( ctl( { "config", "show", "--json" } ).out );
+   EXPECT_EQ( json[ "messages" ][ 0 ][ "frames" ], Json::array( { hex( "one" ) } ) );
+
+   EXPECT_EQ( ctl( { "config", "check", file } ).out,
+              file + ": in order; 2 interfaces, 2 VRFs, 1 agents\n" );
+   EXPECT_EQ( ctl( { "reload" } ).err, "read again; 0 changes\n" );
+}
+
+TEST_F( ReconfigureTest, WhatNeedsANewStartIsSaid ) {
+   startWith( {} );
+   std::ofstream( *work_ / "valen.yaml" )
+      << text( {} ) << "socket: /else\nnetns-folder: /run/other\ntrace: {levels: IntfSm/0}\n";
+   EXPECT_EQ( ctl( { "reload" } ).out, "trace.levels IntfSm/0, was */0-1\n"
+                                       "netns-folder /run/other: takes effect at the next start\n" )
+      << "the socket is the command line's";
+   EXPECT_EQ( ctl( { "trace", "levels" } ).out, "IntfSm/0\n" );
+}
+
+TEST_F( ReconfigureTest, TheServiceManagerFollowsEachReload ) {
+   NotifySocket manager( *work_ / "notify" );
+   ::setenv( "NOTIFY_SOCKET", manager.path().c_str(), 1 );
+   startWith( {} );
+   ::unsetenv( "NOTIFY_SOCKET" );
+   EXPECT_THAT( manager.received(), ::testing::StartsWith( "READY=1" ) );
+   std::ofstream( *work_ / "valen.yaml" ) << "colour: blue\n";
+   agent_->signal( SIGHUP );
+   EXPECT_THAT( manager.received(),
+                ::testing::MatchesRegex( "RELOADING=1\nMONOTONIC_USEC=[0-9]+" ) );
+   EXPECT_EQ( manager.received(), "READY=1\nSTATUS=Configuration refused, 1 error; the one before "
+                                  "is in force" );
+   Parts parts;
+   parts.delay = "100";
+   reload( parts );
+   EXPECT_THAT( manager.received(), ::testing::StartsWith( "RELOADING=1" ) );
+   EXPECT_EQ( manager.received(), "READY=1\nSTATUS=Configuration read again, 1 change" );
+}
+
+} // namespace
+} // namespace Valen::Test
