@@ -25,7 +25,8 @@ Agent::Agent( ValenConfig::ConfigResult const & read, Options const & options )
       configurator_( options.config, options.process,
                      [ this ]( auto const & config ) { configIs( config ); } ),
       api_( { store_, feeder_, links_, controller_, faults_, trace_, configurator_ } ),
-      server_( loop_, process_.socket.value_or( Options::defaultSocket ), api_ ) {
+      server_( loop_, process_.socket.value_or( Options::defaultSocket ), api_ ),
+      watchdog_( loop_.scheduler() ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
    loop_.signalIs( SIGINT, [ this ] { stop( "SIGINT" ); } );
    loop_.signalIs( SIGHUP, [ this ] { reload(); } );

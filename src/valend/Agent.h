@@ -8,6 +8,7 @@
 #include "valend/ApiServer.h"
 #include "valend/Configurator.h"
 #include "valend/Options.h"
+#include "valend/Watchdog.h"
 
 namespace Valend {
 
@@ -46,6 +47,7 @@ class Agent {
    Configurator configurator_;
    AgentApi api_;
    ApiServer server_;
+   Watchdog watchdog_;
    Quill::Ptr< Valen::RunnabilitySm > library_; // goes first
 };
 
