@@ -115,6 +115,8 @@ Lines processChanges( ProcessConfig const & started, ProcessConfig const & wante
    };
    compareSetting( "socket", started.socket, wanted.socket );
    compareSetting( "netns-folder", started.netNsFolder, wanted.netNsFolder );
+   compareSetting( "state-directory", started.stateDirectory, wanted.stateDirectory );
+   compareSetting( "metrics-file", started.metricsFile, wanted.metricsFile );
    compareSetting( "trace.file", started.traceFile, wanted.traceFile );
    compareSetting( "trace.ring", started.traceRing, wanted.traceRing );
    return lines;

@@ -31,6 +31,8 @@ struct ProcessConfig {
    std::optional< std::string > traceLevels; // "ConfigSm/0-1,Intf*/0"
    std::optional< std::string > traceFile;
    std::optional< std::string > traceRing;
+   std::optional< std::string > stateDirectory; // where shutdowns are written down
+   std::optional< std::string > metricsFile;    // where the metrics go
    bool operator==( ProcessConfig const & ) const = default;
 };
 

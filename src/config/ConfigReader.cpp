@@ -78,6 +78,8 @@ class ConfigReader : private YamlReader {
                  { "agents", later( agents_ ) },
                  setting( "socket", &ConfigReader::readSocket ),
                  setting( "netns-folder", &ConfigReader::readFolder ),
+                 setting( "state-directory", &ConfigReader::readStateDirectory ),
+                 setting( "metrics-file", &ConfigReader::readMetricsFile ),
                  { "trace", [ & ]( auto const & node ) { readTrace( node ); } } } );
    }
 
@@ -133,11 +135,23 @@ class ConfigReader : private YamlReader {
    }
 
    void readFolder( YAML::Node const & node ) {
-      auto const path = scalar( node, "netns-folder" );
+      readPath( node, "netns-folder", config_.process.netNsFolder );
+   }
+   void readStateDirectory( YAML::Node const & node ) {
+      readPath( node, "state-directory", config_.process.stateDirectory );
+   }
+   void readMetricsFile( YAML::Node const & node ) {
+      readPath( node, "metrics-file", config_.process.metricsFile );
+   }
+
+   void readPath( YAML::Node const & node, char const * key,
+                  std::optional< std::string > & setting ) {
+      auto const path = scalar( node, key );
       if ( !path.starts_with( '/' ) ) {
-         return error( node, "netns-folder is " + quoted( path ) + "; expected an absolute path" );
+         return error( node, std::string( key ) + " is " + quoted( path ) +
+                                "; expected an absolute path" );
       }
-      config_.process.netNsFolder = path;
+      setting = path;
    }
 
    void readTrace( YAML::Node const & node ) {

@@ -73,7 +73,7 @@ void PacketEndpoint::open() {
 }
 
 void PacketEndpoint::close() noexcept {
-   burstIndex_ = 0;
+   burst_ = Burst();
    endpoints_->reaper.reap( std::exchange( socket_, Fd() ) );
 }
 
@@ -86,7 +86,9 @@ Fd PacketEndpoint::openSocket() const {
 }
 
 void PacketEndpoint::burstIs( U32 ifIndex, Quill::String const & deviceName ) {
-   burstIndex_ = ifIndex;
+   burst_.ifIndex = ifIndex;
+   burst_.packets = 0;
+   burst_.refused.clear();
    burstRefused_ = 0;
    sendErrors_.erase( ifIndex );
    if ( !enabled() || ifIndex == 0 ) {
@@ -117,13 +119,14 @@ void PacketEndpoint::burstRefusedIs( U32 ifIndex, int number, std::string text )
 }
 
 bool PacketEndpoint::send( Corvid::Pkt const & pkt, U32 ifIndex ) {
+   ++burst_.packets;
    if ( ifIndex == 0 ) {
       return refuse( ifIndex, EINVAL );
    }
    if ( !enabled() ) {
       return refuse( ifIndex, ENOTCONN );
    }
-   if ( ifIndex != burstIndex_ ) {
+   if ( ifIndex != burst_.ifIndex ) {
       return refuse( ifIndex, ENODEV );
    }
    if ( burstRefused_ ) {
@@ -145,6 +148,7 @@ bool PacketEndpoint::send( Corvid::Pkt const & pkt, U32 ifIndex ) {
 bool PacketEndpoint::refuse( U32 ifIndex, int number ) {
    lastErrno_ = number;
    ++counters_.failed;
+   burst_.refused.push_back( { burst_.packets - 1, number } );
    auto & error = sendErrorOf( ifIndex );
    ++error.packets;
    if ( error.number != number ) { // else it is described already

@@ -47,6 +47,17 @@ class PacketEndpoint final : public Corvid::RawTxPam {
       std::string text; // "Network is down", "index 7 is now eth9, not et1"
    };
 
+   // What became of the packets of one burst, which are numbered from 0 in the order of sending.
+   struct Burst {
+      struct Refused {
+         U32 packet = 0;
+         int number = 0; // the errno
+      };
+      U32 ifIndex = 0;
+      U32 packets = 0; // tried
+      std::vector< Refused > refused;
+   };
+
    PacketEndpoint( Quill::String name, std::shared_ptr< PacketEndpoints > endpoints );
    ~PacketEndpoint() override; // closes
 
@@ -65,6 +76,8 @@ class PacketEndpoint final : public Corvid::RawTxPam {
    int lastErrno() const noexcept override { return lastErrno_; }
 
    Counters const & counters() const noexcept { return counters_; }
+   // The burst that was begun last. Its index is 0 when none was since the endpoint was opened.
+   Burst const & burst() const noexcept { return burst_; }
    // The trouble of the last burst to the device; null when it had none.
    SendError const * sendError( U32 ifIndex ) const noexcept;
    // Bytes of frames that have not left the machine yet: a frame that was taken by the kernel may
@@ -84,7 +97,7 @@ class PacketEndpoint final : public Corvid::RawTxPam {
    std::shared_ptr< PacketEndpoints > const endpoints_;
    Fd socket_;
    NetNsIdentity identity_;
-   U32 burstIndex_ = 0;   // 0: no burst yet
+   Burst burst_;
    int burstRefused_ = 0; // the errno of the burst's packets; 0: they may be sent
    int lastErrno_ = 0;
    Counters counters_;

@@ -2,6 +2,7 @@
 
 #include "valend/Log.h"
 #include "valend/Notify.h"
+#include "valend/ShutdownLog.h"
 
 #include <csignal>
 
@@ -15,8 +16,18 @@ Agent::Agent( ValenConfig::ConfigResult const & read, Options const & options )
       trace_( loop_, process_, options.process.traceLevels.has_value() ), endpoints_( folders_ ),
       links_( loop_, folders_, endpoints_ ), feeder_( store_, links_, loop_.scheduler() ),
       faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
-      controller_( store_, feeder_.config(), links_, loop_.scheduler(),
+      journal_( stateDirectoryOf( process_ ), Journal::Machine::real(),
+                []( bool grave, auto const & text ) {
+                   log( grave ? LogLevel::error : LogLevel::notice, text );
+                } ),
+      controller_( store_, feeder_.config(), links_, journal_, loop_.scheduler(),
                    [ this ]( auto work ) { loop_.post( std::move( work ) ); } ),
+      metricsFile_(
+         process_.metricsFile.value_or( "" ),
+         [ this ] {
+            return metricsText( { store_, feeder_, links_, controller_, faults_ } );
+         },
+         loop_.scheduler() ),
       netNsWatcher_( loop_, folders_,
                      [ this ]( auto const & name, NetNsWatcher::Change ) {
                         links_.refresh( name.stdString() );
@@ -30,7 +41,11 @@ Agent::Agent( ValenConfig::ConfigResult const & read, Options const & options )
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
    loop_.signalIs( SIGINT, [ this ] { stop( "SIGINT" ); } );
    loop_.signalIs( SIGHUP, [ this ] { reload(); } );
-   controller_.endedIs( []( auto const & record ) { log( LogLevel::info, record.summary() ); } );
+   controller_.endedIs( [ this ]( auto const & record ) {
+      logShutdown( record );
+      metricsFile_.touch();
+   } );
+   links_.seenIs( [ this ]( auto const & place, auto up ) { controller_.linkSeen( place, up ); } );
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
    configurator_.start( read );
@@ -38,9 +53,11 @@ Agent::Agent( ValenConfig::ConfigResult const & read, Options const & options )
       store_.configDir, store_.agentConfigDir, store_.allIntfConfigDir, store_.allIntfStatusDir,
       store_.allIntfStatusLocalDir, store_.l3IntfStatusDir, store_.allVrfStatusLocal,
       store_.entityManager, store_.statusDir, store_.allVrf, store_.allIntf );
+   finishWhatWasBegun();
 }
 
 Agent::~Agent() {
+   links_.seenIs( nullptr );
    library_ = nullptr;
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, nullptr );
    Corvid::rawTxPamProviderIs( nullptr );
@@ -63,6 +80,16 @@ void Agent::configIs( Config const & config ) {
    feeder_.apply( config );
 }
 
+void Agent::finishWhatWasBegun() {
+   auto content = journal_.read();
+   if ( !content.running.empty() ) {
+      log( LogLevel::notice, "finishing " + std::to_string( content.running.size() ) +
+                                ( content.running.size() == 1 ? " shutdown" : " shutdowns" ) +
+                                " that the agent before began" );
+   }
+   controller_.resume( std::move( content ) );
+}
+
 void Agent::reload() {
    try {
       configurator_.reload();
@@ -79,6 +106,11 @@ void Agent::run() {
 
 void Agent::stop( char const * signal ) {
    log( LogLevel::notice, std::string( "stopping on " ) + signal + "; links stay as they are" );
+   if ( auto const running = controller_.running() ) {
+      log( LogLevel::notice, std::to_string( running ) +
+                                ( running == 1 ? " shutdown is" : " shutdowns are" ) +
+                                " under way; the next start finishes what is begun" );
+   }
    notifyManager( "STOPPING=1" );
    loop_.stop();
 }

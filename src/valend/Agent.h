@@ -7,6 +7,8 @@
 #include "valend/AgentApi.h"
 #include "valend/ApiServer.h"
 #include "valend/Configurator.h"
+#include "valend/Metrics.h"
+#include "valend/MetricsFile.h"
 #include "valend/Options.h"
 #include "valend/Watchdog.h"
 
@@ -30,6 +32,7 @@ class Agent {
    static Valen::Linux::NetNsFolders foldersOf( ProcessConfig const & process );
 
    void configIs( Config const & config );
+   void finishWhatWasBegun();
    void reload();
    void stop( char const * signal );
 
@@ -42,7 +45,9 @@ class Agent {
    Store store_;
    Feeder feeder_;
    FaultLog faults_;
+   Journal journal_;
    LinkController controller_;
+   MetricsFile metricsFile_;
    Valen::Linux::NetNsWatcher netNsWatcher_;
    Configurator configurator_;
    AgentApi api_;

@@ -151,6 +151,8 @@ void AgentApi::status( Call call ) {
         { "active", parts_.store.statusDir->agentActive() },
         { "faults", parts_.faults.count() },
         { "lastFaults", parts_.faults.texts() },
+        { "trouble",
+          parts_.controller.trouble().empty() ? Json() : Json( parts_.controller.trouble() ) },
         { "interfaces", std::move( interfaces ) },
         { "vrfs", report_.vrfs() } } );
 }

@@ -163,6 +163,10 @@ Json Configurator::settings() const {
                                    line.socket.has_value() ) );
    list.push_back(
       processSetting( "netns-folder", started_.netNsFolder, line.netNsFolder.has_value() ) );
+   list.push_back( processSetting( "state-directory", started_.stateDirectory,
+                                   line.stateDirectory.has_value() ) );
+   list.push_back(
+      processSetting( "metrics-file", started_.metricsFile, line.metricsFile.has_value() ) );
    list.push_back(
       processSetting( "trace.levels", Quill::traceLevels(), line.traceLevels.has_value() ) );
    list.push_back( processSetting( "trace.file", started_.traceFile, line.traceFile.has_value() ) );

@@ -19,9 +19,18 @@ void KernelLinks::netNssAre( std::set< std::string > const & netNss ) {
    for ( auto const & netNs : netNss ) {
       wanted.insert( KernelNetInfoProvider::path( Corvid::NamespaceName( netNs ) ) );
    }
+   for ( auto const & netNs : netNss_ ) {
+      if ( !netNss.contains( netNs ) ) {
+         watch_.follow( netNs, nullptr );
+      }
+   }
+   netNss_ = netNss;
    auto const before = std::exchange( ours_, std::move( wanted ) );
    for ( auto const & path : ours_ ) {
       devices_.mount( path );
+   }
+   for ( auto const & netNs : netNss_ ) {
+      watch_.follow( netNs, devices_.status( Corvid::NamespaceName( netNs ) ) );
    }
    for ( auto const & path : before ) {
       if ( !ours_.contains( path ) && !theirs_.contains( path ) ) {
@@ -103,24 +112,37 @@ LinkPort::Counters KernelLinks::counters( std::string const & netNs ) const {
    return sum;
 }
 
-std::string KernelLinks::sendTrouble( LinkPlace const & place ) const {
+std::vector< RefusedPacket > KernelLinks::refused( LinkPlace const & place ) const {
+   std::vector< RefusedPacket > refused;
    auto const found = device( place );
-   std::string trouble;
    for ( auto const * endpoint : endpoints_.endpoints( Corvid::NamespaceName( place.netNs ) ) ) {
-      auto const * const error = found ? endpoint->sendError( found->ifIndex ) : nullptr;
-      if ( error ) {
-         trouble = error->text;
-      } else if ( trouble.empty() && endpoint->lastErrno() ) {
-         trouble = Valen::Linux::errorText( endpoint->lastErrno() );
+      if ( !found || !endpoint->enabled() || endpoint->burst().ifIndex != found->ifIndex ) {
+         continue;
+      }
+      auto const * const error = endpoint->sendError( found->ifIndex );
+      for ( auto const & [ packet, number ] : endpoint->burst().refused ) {
+         refused.push_back( { packet, number,
+                              error && error->number == number
+                                 ? error->text
+                                 : Valen::Linux::errorText( number ) } );
       }
    }
-   return trouble;
+   return refused;
 }
 
 U64 KernelLinks::outstandingBytes( std::string const & netNs ) const {
    U64 sum = 0;
    for ( auto const * endpoint : endpoints_.endpoints( Corvid::NamespaceName( netNs ) ) ) {
       sum += endpoint->outstandingBytes();
+   }
+   return sum;
+}
+
+U64 KernelLinks::resyncs() const {
+   U64 sum = 0;
+   for ( auto const & netNs : netNss_ ) {
+      auto const status = devices_.status( Corvid::NamespaceName( netNs ) );
+      sum += status ? status->resyncs() : 0;
    }
    return sum;
 }

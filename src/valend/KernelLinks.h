@@ -9,6 +9,7 @@
 #include "linux/LinkControl.h"
 #include "linux/PacketEndpoint.h"
 #include "valend/LinkPort.h"
+#include "valend/LinkWatch.h"
 #include "valend/Namespaces.h"
 
 #include <set>
@@ -23,6 +24,8 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
 
    // Follows the devices of these namespaces from now on, and of no others on its own account.
    void netNssAre( std::set< std::string > const & netNss );
+   // Who hears when a device of these namespaces is set up or down, or goes; see LinkWatch.
+   void seenIs( LinkWatch::Seen seen ) { watch_.seenIs( std::move( seen ) ); }
    // The namespace came, went, or is another one now.
    void refresh( std::string const & netNs );
    // Why the namespace's devices cannot be seen; empty when they can.
@@ -32,8 +35,9 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    bool up( LinkPlace const & place ) override;
    void upIs( LinkPlace const & place, bool up ) override;
    Counters counters( std::string const & netNs ) const override;
-   std::string sendTrouble( LinkPlace const & place ) const override;
+   std::vector< RefusedPacket > refused( LinkPlace const & place ) const override;
    U64 outstandingBytes( std::string const & netNs ) const override;
+   U64 resyncs() const override;
 
    NamespaceView look( std::string const & name ) const override;
 
@@ -47,7 +51,9 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    Valen::Linux::PacketEndpointProvider const & endpoints_;
    Valen::Linux::KernelNetInfoProvider devices_;
    Valen::Linux::LinkControl control_;
-   std::set< std::string, std::less<> > ours_;   // mount paths that the agent follows
+   LinkWatch watch_;
+   std::set< std::string > netNss_;              // that the agent follows
+   std::set< std::string, std::less<> > ours_;   // their mount paths
    std::set< std::string, std::less<> > theirs_; // and that the library has mounted
 };
 

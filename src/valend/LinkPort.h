@@ -6,6 +6,7 @@
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Valend {
 
@@ -13,7 +14,7 @@ namespace Valend {
 struct LinkPlace {
    std::string netNs;
    std::string device;
-   bool operator==( LinkPlace const & ) const = default;
+   auto operator<=>( LinkPlace const & ) const = default;
 };
 
 struct LinkDevice {
@@ -21,6 +22,13 @@ struct LinkDevice {
    bool up = false;      // set up by the operator (IFF_UP)
    bool carrier = false; // and able to carry frames
    U32 mtu = 0;          // bytes after the link-layer header
+};
+
+// A packet of a burst that the kernel refused.
+struct RefusedPacket {
+   U32 packet = 0;  // its number in the burst, from 0
+   int number = 0;  // the errno
+   std::string why; // "Network is down", "index 7 is now eth9, not et1"
 };
 
 class LinkPort {
@@ -44,10 +52,13 @@ class LinkPort {
    virtual void upIs( LinkPlace const & place, bool up ) = 0;
 
    virtual Counters counters( std::string const & netNs ) const = 0;
-   // Why frames of the last burst to the device were refused; empty when none were.
-   virtual std::string sendTrouble( LinkPlace const & place ) const = 0;
+   // The packets of the last burst to the device that were refused, in order.
+   virtual std::vector< RefusedPacket > refused( LinkPlace const & place ) const = 0;
    // Bytes of frames, in the namespace's endpoints, that have not left the machine yet.
    virtual U64 outstandingBytes( std::string const & netNs ) const = 0;
+
+   // How often notices of devices were lost and all devices of a namespace were asked for.
+   virtual U64 resyncs() const = 0;
 };
 
 } // namespace Valend

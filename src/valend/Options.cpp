@@ -5,6 +5,8 @@
 #include "valend/Version.h"
 
 #include <CLI/CLI.hpp>
+#include <cstdlib>
+#include <filesystem>
 #include <iostream>
 
 namespace Valend {
@@ -52,6 +54,10 @@ std::optional< Options > parseOptions( int argc, char const * const * argv, Exit
                       "]" );
    app.add_option( "--netns-folder", process.netNsFolder,
                    "A folder of named network namespaces, besides /run/netns" );
+   app.add_option( "--state-directory", process.stateDirectory,
+                   "Where shutdowns are written down [$STATE_DIRECTORY, else /var/lib/valen]" );
+   app.add_option( "--metrics-file", process.metricsFile,
+                   "Keep the metrics in this file, for a collector of such files (NAME.prom)" );
    app.add_option( "--trace", process.traceLevels,
                    "Trace to standard error, at levels such as ConfigSm/0-1,Intf*/0" )
       ->check( checkLevels );
@@ -75,7 +81,23 @@ ProcessConfig merged( ProcessConfig const & file, ProcessConfig const & commandL
             pick( commandLine.netNsFolder, file.netNsFolder ),
             pick( commandLine.traceLevels, file.traceLevels ),
             pick( commandLine.traceFile, file.traceFile ),
-            pick( commandLine.traceRing, file.traceRing ) };
+            pick( commandLine.traceRing, file.traceRing ),
+            pick( commandLine.stateDirectory, file.stateDirectory ),
+            pick( commandLine.metricsFile, file.metricsFile ) };
+}
+
+std::string stateDirectoryOf( ProcessConfig const & process ) {
+   if ( process.stateDirectory ) {
+      return *process.stateDirectory;
+   }
+   auto const * const given = std::getenv( "STATE_DIRECTORY" ); // several are apart by ":"
+   if ( given && *given ) {
+      std::string const all( given );
+      return all.substr( 0, all.find( ':' ) );
+   }
+   return std::filesystem::is_directory( Options::defaultStateDirectory )
+             ? Options::defaultStateDirectory
+             : "";
 }
 
 } // namespace Valend

@@ -20,6 +20,7 @@ enum class Exit : int {
 struct Options {
    static constexpr char const * defaultConfig = ValenConfig::defaultFile;
    static constexpr char const * defaultSocket = "/run/valen/valend.sock";
+   static constexpr char const * defaultStateDirectory = "/var/lib/valen";
 
    std::string config = defaultConfig;
    bool check = false;    // only look at the configuration
@@ -32,5 +33,9 @@ std::optional< Options > parseOptions( int argc, char const * const * argv, Exit
 
 // The file's settings, with the command line's in their place where it has them.
 ProcessConfig merged( ProcessConfig const & file, ProcessConfig const & commandLine );
+
+// Where shutdowns are written down: as configured, else as the service manager says, else the usual
+// place if it is there. Empty when there is none.
+std::string stateDirectoryOf( ProcessConfig const & process );
 
 } // namespace Valend

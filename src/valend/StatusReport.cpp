@@ -1,5 +1,7 @@
 #include "valend/StatusReport.h"
 
+#include "valend/ShutdownJson.h"
+
 namespace Valend {
 
 namespace {
@@ -42,6 +44,7 @@ Json StatusReport::interface( InterfaceConfig const & config ) const {
       { "failed", totals.failed },
       { "lastError", orNull( totals.failReason ) },
       { "aborts", totals.aborts },
+      { "withoutGoodbye", controller_.downWithoutGoodbye( { netNs, config.device } ) },
    };
 }
 
@@ -109,21 +112,7 @@ Json StatusReport::vrf( std::string const & name ) const {
 }
 
 Json StatusReport::record( ShutdownRecord const & record ) {
-   auto const when =
-      std::chrono::duration_cast< std::chrono::milliseconds >( record.when.time_since_epoch() );
-   return {
-      { "interface", record.interface },
-      { "by", record.by },
-      { "whenMs", when.count() },
-      { "withDelay", record.withDelay },
-      { "sent", record.sent },
-      { "failed", record.failed },
-      { "failReason", orNull( record.failReason ) },
-      { "heldMs", record.held.count() },
-      { "unflushedBytes", record.unflushedBytes },
-      { "ending", record.endingText() },
-      { "why", orNull( record.why ) },
-   };
+   return toJson( record );
 }
 
 } // namespace Valend

@@ -42,7 +42,9 @@ class RecordingRawTxPams final : public Corvid::RawTxPamProvider {
    std::set< U32 > failingSends;
    int sendErrno = 100; // ENETDOWN
    U32 sends = 0;       // tried so far
-   U32 live = 0;        // endpoints alive
+   // Those of the last burst that failed, counted from 0 from its beginning.
+   std::vector< U32 > failedOfBurst;
+   U32 live = 0; // endpoints alive
 
  private:
    class Endpoint final : public Corvid::RawTxPam {
@@ -62,11 +64,14 @@ class RecordingRawTxPams final : public Corvid::RawTxPamProvider {
       }
       bool enabled() const noexcept override { return enabled_; }
       void burstIs( U32 ifIndex, Quill::String const & deviceName ) override {
+         owner_.firstOfBurst_ = owner_.sends;
+         owner_.failedOfBurst.clear();
          owner_.bursts.push_back( { netNs().stdString(), ifIndex, deviceName.stdString() } );
       }
       bool send( Corvid::Pkt const & pkt, U32 ifIndex ) override {
          if ( owner_.failingSends.contains( owner_.sends++ ) ) {
             lastErrno_ = owner_.sendErrno;
+            owner_.failedOfBurst.push_back( owner_.sends - 1 - owner_.firstOfBurst_ );
             return false;
          }
          owner_.packets.push_back(
@@ -82,6 +87,7 @@ class RecordingRawTxPams final : public Corvid::RawTxPamProvider {
    };
 
    Corvid::RawTxPamProvider * const old_;
+   U32 firstOfBurst_ = 0;
 };
 
 } // namespace Valen::Test

@@ -71,7 +71,14 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
    Counters counters( std::string const & ) const override {
       return { sent_.packets.size(), sent_.sends - sent_.packets.size() };
    }
-   std::string sendTrouble( LinkPlace const & ) const override { return "Network is down"; }
+   std::vector< RefusedPacket > refused( LinkPlace const & ) const override {
+      std::vector< RefusedPacket > refused;
+      for ( auto const packet : sent_.failedOfBurst ) {
+         refused.push_back( { packet, sent_.sendErrno, "Network is down" } );
+      }
+      return refused;
+   }
+   U64 resyncs() const override { return 3; }
    U64 outstandingBytes( std::string const & ) const override { return outstanding; }
 
    NamespaceView look( std::string const & name ) const override {
@@ -87,12 +94,6 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
    void unmount( std::string_view ) override {}
 
  private:
-   struct ByText {
-      bool operator()( LinkPlace const & a, LinkPlace const & b ) const {
-         return std::pair( a.netNs, a.device ) < std::pair( b.netNs, b.device );
-      }
-   };
-
    static void failIf( int number ) {
       if ( number ) {
          throw Quill::ErrnoException( "the kernel said " + std::to_string( number ), number );
@@ -115,7 +116,7 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
 
    Valen::Test::RecordingRawTxPams const & sent_;
    std::map< std::string, std::string > identities_;
-   std::map< LinkPlace, LinkDevice, ByText > devices_;
+   std::map< LinkPlace, LinkDevice > devices_;
    std::map< std::string, Quill::Ptr< KernelNetInfo::Status > > statuses_;
 };
 
@@ -129,7 +130,8 @@ class AgentFixture : public ::testing::Test {
    AgentFixture()
        : kernel( sent ), feeder( store, kernel, clock.scheduler() ),
          faults( [ this ]( auto const & vrf, auto const & why ) { feeder.vrfFailed( vrf, why ); } ),
-         controller( store, feeder.config(), kernel, clock.scheduler(),
+         journal( stateDirectory, machine(), []( bool, auto const & ) {} ),
+         controller( store, feeder.config(), kernel, journal, clock.scheduler(),
                      [ this ]( auto work ) { posted.push_back( std::move( work ) ); } ) {
       store.entityManager->mountProviderIs( "kni/ns/", &kernel );
    }
@@ -145,6 +147,11 @@ class AgentFixture : public ::testing::Test {
          store.entityManager, store.statusDir, store.allVrf, store.allIntf );
    }
    void libraryStop() { library = nullptr; }
+
+   // The machine's uptime is the stepped clock.
+   Journal::Machine machine( std::string const & bootId = "this boot" ) const {
+      return { bootId, [ this ] { return clock.now(); } };
+   }
 
    // et1 in the default VRF and et2 in VRF red, both with frames of agent "lldp".
    static Config twoInterfaces() {
@@ -210,6 +217,8 @@ class AgentFixture : public ::testing::Test {
    Store store;
    Feeder feeder;
    FaultLog faults;
+   std::string stateDirectory; // none, unless a test says so
+   Journal journal;
    LinkController controller;
    Quill::Ptr< Valen::RunnabilitySm > library;
 };

@@ -1,0 +1,57 @@
+// Tells when the library may have let go of an interface that it holds: when `delayed` of the status
+// entry through which it is held changes, or when there is another entry, or none.
+#pragma once
+
+#include "platform/quill/Watch.h"
+#include "types/StatusTypes.h"
+
+#include <functional>
+#include <string>
+
+namespace Valend {
+
+class DelayWatch final : public Quill::Reactor {
+   QUILL_TRACKED( Valend::DelayWatch )
+ public:
+   // Called inside a notification.
+   using Changed = std::function< void( std::string const & interface ) >;
+
+   DelayWatch( Quill::Ptr< Valen::Status::StatusDir const > dir, Changed changed );
+
+   char const * reactorName() const noexcept override { return "DelayWatch"; }
+
+   // Follows the entry from now on, in place of the interface's last one; null ends that.
+   void follow( Corvid::IntfId const & intfId,
+                Quill::Ptr< Valen::Status::IntfStatus const > entry );
+
+   void handleIntfStatus( Corvid::IntfId intfId );
+
+ private:
+   // Watches one status entry.
+   class EntrySm final : public Quill::Reactor {
+      QUILL_TRACKED( Valend::DelayWatch::EntrySm )
+    public:
+      EntrySm( DelayWatch const & watch, Corvid::IntfId intfId,
+               Quill::Ptr< Valen::Status::IntfStatus const > entry );
+
+      char const * reactorName() const noexcept override { return "EntrySm"; }
+      Corvid::IntfId const & intfId() const noexcept { return intfId_; }
+      void handleDelayed();
+
+    private:
+      DelayWatch const & watch_;
+      Corvid::IntfId const intfId_;
+      Quill::Watch< EntrySm, Valen::Status::IntfStatus const,
+                    Quill::On< Valen::Status::IntfStatus::delayedAttr, &EntrySm::handleDelayed > >
+         entry_;
+   };
+
+   Changed const changed_;
+   Quill::Watch<
+      DelayWatch, Valen::Status::StatusDir const,
+      Quill::On< Valen::Status::StatusDir::intfStatusAttr, &DelayWatch::handleIntfStatus > >
+      dir_;
+   Quill::Members< EntrySm, &EntrySm::intfId > entries_;
+};
+
+} // namespace Valend
