@@ -43,6 +43,8 @@ agents:
   - name: idle
 socket: /tmp/s
 netns-folder: /tmp/ns
+state-directory: /tmp/state
+metrics-file: /tmp/valen.prom
 trace: {levels: ConfigSm/0, file: /tmp/f, ring: /tmp/r}
 )",
                                     "f" );
@@ -61,8 +63,8 @@ trace: {levels: ConfigSm/0, file: /tmp/f, ring: /tmp/r}
    EXPECT_EQ( lldp.at( "Ethernet1" )[ 1 ].size(), 15u );
    EXPECT_EQ( lldp.at( "Ethernet3/1" )[ 0 ].size(), 14u );
    EXPECT_TRUE( config.agents.at( "idle" ).empty() );
-   EXPECT_EQ( config.process,
-              ( ProcessConfig{ "/tmp/s", "/tmp/ns", "ConfigSm/0", "/tmp/f", "/tmp/r" } ) );
+   EXPECT_EQ( config.process, ( ProcessConfig{ "/tmp/s", "/tmp/ns", "ConfigSm/0", "/tmp/f",
+                                               "/tmp/r", "/tmp/state", "/tmp/valen.prom" } ) );
    EXPECT_TRUE( config.hasFrames( "Ethernet1" ) );
    EXPECT_FALSE( config.hasFrames( "Ethernet2" ) );
    EXPECT_EQ( config.netNsOf( "red" ), "ns-red" );
@@ -96,7 +98,7 @@ colour: blue
                    "f:8:20: shutdown-delay-ms is \"65536\"; expected milliseconds from 0 to 65535",
                    "f:9:1: unknown key \"colour\" in the configuration; expected "
                    "\"shutdown-delay-ms\", \"vrfs\", \"interfaces\", \"agents\", \"socket\", "
-                   "\"netns-folder\" or \"trace\"" ) );
+                   "\"netns-folder\", \"state-directory\", \"metrics-file\" or \"trace\"" ) );
 }
 
 TEST( ConfigReaderTest, TheDelayIsMillisecondsInSixteenBits ) {

@@ -36,8 +36,9 @@ class RunningAgentTest : public NetworkTest {
    // Starts the agent and waits until it answers.
    void start( std::string const & config, std::vector< std::string > const & more = {} ) {
       std::ofstream( *work_ / "valen.yaml" ) << config;
-      std::vector< std::string > arguments{ VALEND, "--config", *work_ / "valen.yaml", "--socket",
-                                            socket() };
+      std::vector< std::string > arguments{ VALEND,          "--config", *work_ / "valen.yaml",
+                                            "--socket",      socket(),   "--state-directory",
+                                            *work_ / "state" };
       arguments.insert( arguments.end(), more.begin(), more.end() );
       agent_.emplace( arguments, *work_ / "agent", &*machine_ );
       ASSERT_TRUE( eventually( [ this ] { return ctl( { "status" } ).status == 0; } ) )

@@ -127,7 +127,8 @@ inline std::string frame( char last ) {
 
 class AgentFixture : public ::testing::Test {
  protected:
-   AgentFixture()
+   // Shutdowns are written down in `stateDirectory`; nowhere when it is empty.
+   explicit AgentFixture( std::string const & stateDirectory = "" )
        : kernel( sent ), feeder( store, kernel, clock.scheduler() ),
          faults( [ this ]( auto const & vrf, auto const & why ) { feeder.vrfFailed( vrf, why ); } ),
          journal( stateDirectory, machine(), []( bool, auto const & ) {} ),
@@ -217,7 +218,6 @@ class AgentFixture : public ::testing::Test {
    Store store;
    Feeder feeder;
    FaultLog faults;
-   std::string stateDirectory; // none, unless a test says so
    Journal journal;
    LinkController controller;
    Quill::Ptr< Valen::RunnabilitySm > library;

@@ -180,6 +180,7 @@ TEST_F( LinkControllerTest, EnablingWithinTheDelayCallsTheShutdownOff ) {
    EXPECT_FALSE( flag( "Ethernet1" ) );
    EXPECT_EQ( last().why, "enabled by uid 7 120 ms into the delay" );
    EXPECT_EQ( last().held, 120ms );
+   EXPECT_EQ( last().total, 120ms );
    EXPECT_EQ( controller.totals( "Ethernet1" ).aborts, 1u );
    advance( 2000ms );
    EXPECT_THAT( kernel.actions, IsEmpty() ) << "nothing goes down later";
@@ -191,7 +192,7 @@ TEST_F( LinkControllerTest, EnablingBeforeItBeganSendsNothing ) {
    advance( 1000ms );
    EXPECT_THAT( sentFrames(), IsEmpty() );
    EXPECT_THAT( kernel.actions, IsEmpty() );
-   EXPECT_EQ( last().why, "enabled by root before it began" );
+   EXPECT_EQ( last().why, "enabled before it began" );
 }
 
 TEST_F( LinkControllerTest, EnablingWhileTheSocketEmptiesCallsItOffToo ) {
@@ -214,6 +215,15 @@ TEST_F( LinkControllerTest, AnObserverMayCallTheShutdownOff ) {
    EXPECT_FALSE( delayed( "Ethernet1" ) );
    EXPECT_THAT( kernel.actions, IsEmpty() );
    EXPECT_EQ( last().ending, Ending::aborted );
+}
+
+TEST_F( LinkControllerTest, AShutdownAskedForAgainBeforeTheFirstBeganSendsOnce ) {
+   controller.shutdown( "Ethernet1", "root", nullptr );
+   controller.enable( "Ethernet1", "root" );
+   shutdown( "Ethernet1" );
+   EXPECT_EQ( sentFrames().size(), 2u );
+   advance( 500ms );
+   EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
 }
 
 TEST_F( LinkControllerTest, AShutdownCanFollowAnAbortAtOnce ) {
@@ -273,6 +283,35 @@ TEST_F( LinkControllerTest, AFrameThatIsRefusedIsCountedWithItsReasonAndTheShutd
    EXPECT_EQ( controller.totals( "Ethernet1" ).failReason, "Network is down" );
 }
 
+TEST_F( LinkControllerTest, FramesAreCountedByAgentAndError ) {
+   auto config = twoInterfaces();
+   config.agents[ "bfd" ][ "Ethernet1" ] = { frame( 'x' ) };
+   config.agents[ "ospf" ][ "Ethernet1" ] = { frame( 'y' ), frame( 'z' ) };
+   feeder.apply( config );
+   sent.failingSends = { 1, 3, 4 };
+   shutdown( "Ethernet1" );
+   advance( 500ms );
+   EXPECT_EQ( last().sent, 2u );
+   EXPECT_EQ( last().failed, 3u );
+   std::map< std::string, AgentFrames > agents;
+   for ( auto const & frames : last().agents ) {
+      agents[ frames.agent ] = frames;
+   }
+   // Whatever the order of the agents, the second, fourth and fifth frame failed.
+   std::map< std::string, std::pair< U64, U64 > > expected; // sent, refused
+   std::map< std::string, std::string > const agentOf{
+      { "a", "lldp" }, { "b", "lldp" }, { "x", "bfd" }, { "y", "ospf" }, { "z", "ospf" } };
+   for ( auto const & each : sentFrames() ) {
+      ++expected[ agentOf.at( each.substr( each.size() - 1 ) ) ].first;
+   }
+   for ( auto const & [ agent, count ] :
+         std::map< std::string, U64 >{ { "bfd", 1 }, { "lldp", 2 }, { "ospf", 2 } } ) {
+      EXPECT_EQ( controller.statistics().agents().at( agent ), agents[ agent ] ) << agent;
+      EXPECT_EQ( agents[ agent ].sent, expected[ agent ].first ) << agent;
+      EXPECT_EQ( agents[ agent ].refused[ ENETDOWN ], count - expected[ agent ].first ) << agent;
+   }
+}
+
 TEST_F( LinkControllerTest, TheLinkWaitsUntilTheFramesHaveLeftTheMachine ) {
    kernel.outstanding = 100;
    shutdown( "Ethernet1" );
@@ -287,7 +326,7 @@ TEST_F( LinkControllerTest, TheLinkWaitsUntilTheFramesHaveLeftTheMachine ) {
 TEST_F( LinkControllerTest, FramesThatDoNotLeaveAreNotWaitedForForEver ) {
    kernel.outstanding = 100;
    shutdown( "Ethernet1" );
-   advance( 500ms + LinkController::flushPatience + 2ms );
+   advance( 500ms + Shutdown::flushPatience + 2ms );
    EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
    EXPECT_EQ( last().unflushedBytes, 100u );
    EXPECT_EQ( last().held, 500ms );
@@ -303,7 +342,7 @@ TEST_F( LinkControllerTest, ALibraryThatDoesNotLetGoIsNotWaitedForForEver ) {
    clock.advance( 1ms );
    status->delayedIs( true );
    turn();
-   advance( LinkController::margin - 1ms );
+   advance( Shutdown::margin - 1ms );
    EXPECT_THAT( kernel.actions, IsEmpty() );
    advance( 1ms );
    EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
@@ -339,7 +378,7 @@ TEST_F( LinkControllerTest, ADeviceThatIsGoneForGoodEndsTheShutdown ) {
    shutdown( "Ethernet1" );
    advance( 100ms );
    kernel.deviceDel( "default", "et1" );
-   advance( 400ms + LinkController::devicePatience + 10ms );
+   advance( 400ms + Shutdown::devicePatience + 10ms );
    EXPECT_EQ( last().ending, Ending::noDevice );
    EXPECT_EQ( last().why, "readiness was lost 100 ms into the delay; no device et1" );
    EXPECT_FALSE( controller.running( "Ethernet1" ) );
@@ -398,10 +437,30 @@ TEST_F( LinkControllerTest, ALinkThatTheKernelDoesNotSetDownIsSaidSo ) {
    EXPECT_EQ( last().why, "the kernel said 1" );
 }
 
-TEST_F( LinkControllerTest, AKernelThatDoesNotAnswerIsSaidSo ) {
+TEST_F( LinkControllerTest, AKernelThatDoesNotTellWhetherTheLinkIsUpDoesNotKeepItUp ) {
    kernel.upErrno = ETIMEDOUT;
    shutdown( "Ethernet1" );
-   EXPECT_THAT( steps, ElementsAre( "failed" ) );
+   advance( 500ms );
+   EXPECT_THAT( steps, ElementsAre( "sent", "delayed", "down" ) );
+   EXPECT_EQ( last().why, "the kernel said 110" );
+}
+
+TEST_F( LinkControllerTest, AKernelThatRefusesForAMomentIsAskedAgain ) {
+   kernel.upIsErrno = EBUSY;
+   shutdown( "Ethernet1" );
+   advance( 500ms + Shutdown::devicePatience / 2 );
+   EXPECT_TRUE( controller.running( "Ethernet1" ) );
+   kernel.upIsErrno = 0;
+   advance( 10ms );
+   EXPECT_THAT( steps, ElementsAre( "sent", "delayed", "down" ) );
+}
+
+TEST_F( LinkControllerTest, AKernelThatKeepsRefusingEndsTheShutdown ) {
+   kernel.upIsErrno = EBUSY;
+   shutdown( "Ethernet1" );
+   advance( 500ms + Shutdown::devicePatience + 10ms );
+   EXPECT_THAT( steps, ElementsAre( "sent", "delayed", "failed" ) );
+   EXPECT_EQ( last().why, "the kernel said 16" );
 }
 
 TEST_F( LinkControllerTest, EveryShutdownThatEndsIsToldInALine ) {
@@ -419,12 +478,12 @@ TEST_F( LinkControllerTest, EveryShutdownThatEndsIsToldInALine ) {
    advance( 120ms );
    controller.enable( "Ethernet2", "root" );
    EXPECT_THAT( lines,
-                ElementsAre( "Ethernet1: shutdown by root: 2 frames sent, held 500 ms, down",
-                             "Ethernet1: shutdown by uid 7: 1 frame sent, 1 not (Network is "
-                             "down), held 500 ms, 60 bytes unsent in the socket, down",
-                             "Ethernet1: shutdown by root: already-down",
-                             "Ethernet2: shutdown by root: 1 frame sent, held 120 ms, aborted "
-                             "(enabled by root 120 ms into the delay)" ) );
+                ElementsAre( "Ethernet1: shutdown by root: 2 frames in 0.0 ms, held 500 ms, link "
+                             "down, total 500 ms",
+                             "Ethernet1: shutdown by uid 7: 1 frame in 0.0 ms, 1 not sent (Network "
+                             "is down), held 500 ms, 60 bytes unflushed, link down, total 700 ms",
+                             "Ethernet1: shutdown by root: link was down already, total 0 ms",
+                             "Ethernet2: will not go down: enabled 120 ms into the delay" ) );
 }
 
 TEST_F( LinkControllerTest, HistoryIsBounded ) {
@@ -437,7 +496,7 @@ TEST_F( LinkControllerTest, HistoryIsBounded ) {
 
 TEST_F( LinkControllerTest, AControllerThatGoesChangesNoLink ) {
    {
-      LinkController other( store, feeder.config(), kernel, clock.scheduler(),
+      LinkController other( store, feeder.config(), kernel, journal, clock.scheduler(),
                             [ this ]( auto work ) { posted.push_back( std::move( work ) ); } );
       other.shutdown( "Ethernet1", "root", nullptr );
       turn();

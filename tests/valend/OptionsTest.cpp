@@ -35,20 +35,32 @@ TEST_F( OptionsTest, WithoutAnyTheUsualPlacesAreTaken ) {
 }
 
 TEST_F( OptionsTest, EachOptionIsTaken ) {
-   auto const options =
-      parse( { "--config", "c", "--check", "--socket", "s", "--netns-folder", "/n", "--trace",
-               "ConfigSm/0", "--trace-file", "f", "--trace-ring", "r" } );
+   auto const options = parse( { "--config", "c", "--check", "--socket", "s", "--netns-folder",
+                                 "/n", "--trace", "ConfigSm/0", "--trace-file", "f", "--trace-ring",
+                                 "r", "--state-directory", "/s", "--metrics-file", "/m" } );
    ASSERT_TRUE( options );
    EXPECT_EQ( options->config, "c" );
    EXPECT_TRUE( options->check );
-   EXPECT_EQ( options->process, ( ProcessConfig{ "s", "/n", "ConfigSm/0", "f", "r" } ) );
+   EXPECT_EQ( options->process,
+              ( ProcessConfig{ "s", "/n", "ConfigSm/0", "f", "r", "/s", "/m" } ) );
 }
 
 TEST_F( OptionsTest, TheCommandLineGoesBeforeTheFile ) {
-   ProcessConfig const file{ "s1", std::nullopt, "l1", std::nullopt, "r1" };
-   ProcessConfig const commandLine{ "s2", std::nullopt, std::nullopt, "f2", std::nullopt };
+   ProcessConfig const file{ "s1", std::nullopt, "l1", std::nullopt, "r1", "/s", "/m1" };
+   ProcessConfig const commandLine{ "s2",         std::nullopt, std::nullopt, "f2",
+                                    std::nullopt, std::nullopt, "/m2" };
    EXPECT_EQ( merged( file, commandLine ),
-              ( ProcessConfig{ "s2", std::nullopt, "l1", "f2", "r1" } ) );
+              ( ProcessConfig{ "s2", std::nullopt, "l1", "f2", "r1", "/s", "/m2" } ) );
+}
+
+TEST_F( OptionsTest, TheServiceManagerSaysWhereTheStateIs ) {
+   ::setenv( "STATE_DIRECTORY", "/var/lib/one:/var/lib/two", 1 );
+   EXPECT_EQ( stateDirectoryOf( {} ), "/var/lib/one" );
+   ProcessConfig configured;
+   configured.stateDirectory = "/srv";
+   EXPECT_EQ( stateDirectoryOf( configured ), "/srv" );
+   ::unsetenv( "STATE_DIRECTORY" );
+   EXPECT_EQ( stateDirectoryOf( configured ), "/srv" );
 }
 
 TEST_F( OptionsTest, HelpAndVersionEndWell ) {

@@ -306,7 +306,7 @@ class ReconfigurationsTest : public AgentFixture, public ::testing::WithParamInt
             asked_[ name ] = { placeOf( name ) };
          }
       }
-      advance( LinkController::margin + 20ms );
+      advance( Shutdown::margin + 20ms );
       requireAll();
       for ( auto const & [ name, places ] : asked_ ) {
          auto const [ netNs, device ] = placeOf( name );

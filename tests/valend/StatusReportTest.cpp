@@ -38,7 +38,8 @@ TEST_F( StatusReportTest, AReadyInterfaceIsShownWhole ) {
                       { "sent", 0 },
                       { "failed", 0 },
                       { "lastError", nullptr },
-                      { "aborts", 0 } } ) );
+                      { "aborts", 0 },
+                      { "withoutGoodbye", false } } ) );
 }
 
 TEST_F( StatusReportTest, AHeldInterfaceShowsWhatIsLeft ) {
@@ -109,19 +110,29 @@ TEST_F( StatusReportTest, AShutdownIsShownWhole ) {
    record.sent = 3;
    record.failed = 1;
    record.failReason = "Network is down";
+   record.agents = { { "lldp", 3, { { 100, 1 } } } };
+   record.sending = 200us;
    record.held = 500ms;
+   record.total = 501ms;
    record.ending = ShutdownRecord::Ending::down;
-   EXPECT_EQ( StatusReport::record( record ), ( Json{ { "interface", "Ethernet1" },
-                                                      { "by", "root" },
-                                                      { "whenMs", 1234567 },
-                                                      { "withDelay", true },
-                                                      { "sent", 3 },
-                                                      { "failed", 1 },
-                                                      { "failReason", "Network is down" },
-                                                      { "heldMs", 500 },
-                                                      { "unflushedBytes", 0 },
-                                                      { "ending", "down" },
-                                                      { "why", nullptr } } ) );
+   Json const refused{ { "errno", 100 }, { "reason", "Network is down" }, { "count", 1 } };
+   EXPECT_EQ(
+      StatusReport::record( record ),
+      ( Json{ { "interface", "Ethernet1" },
+              { "by", "root" },
+              { "whenMs", 1234567 },
+              { "withDelay", true },
+              { "resumed", false },
+              { "sent", 3 },
+              { "failed", 1 },
+              { "failReason", "Network is down" },
+              { "agents", { { { "agent", "lldp" }, { "sent", 3 }, { "refused", { refused } } } } },
+              { "sendingUs", 200 },
+              { "heldMs", 500 },
+              { "totalMs", 501 },
+              { "unflushedBytes", 0 },
+              { "ending", "down" },
+              { "why", nullptr } } ) );
 }
 
 } // namespace

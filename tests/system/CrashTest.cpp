@@ -1,0 +1,338 @@
+// The agent is killed in mid-shutdown and started again, on the real kernel: whenever it is, the
+// link ends down, every frame reaches the far end, none is sent again once its sending is recorded,
+// and the record says what happened. And what is no shutdown of the operator's sends nothing.
+#include "config/Hex.h"
+#include "tests/system/AgentProcess.h"
+#include "valend/JournalEntry.h"
+
+#include <filesystem>
+#include <gmock/gmock.h>
+#include <iostream>
+#include <nlohmann/json.hpp>
+#include <set>
+#include <thread>
+
+namespace Valen::Test {
+namespace {
+
+using Json = nlohmann::json;
+using Clock = std::chrono::steady_clock;
+using Phase = Valend::JournalEntry::Phase;
+using std::chrono::microseconds;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class CrashTest : public NetworkTest {
+ protected:
+   void SetUp() override {
+      NetworkTest::SetUp();
+      if ( IsSkipped() ) {
+         return;
+      }
+      work_.emplace();
+      machine_.emplace();
+      neighbour_.emplace();
+      machine_->veth( "et1", *neighbour_, "far1" );
+      std::ofstream( *work_ / "valen.yaml" )
+         << "shutdown-delay-ms: " + std::to_string( delay.count() ) +
+               "\ninterfaces: [{name: Ethernet1, device: et1}]\n"
+               "agents: [{name: lldp, messages: {Ethernet1: [" +
+               ValenConfig::toHex( testFrame( "one" ) ) + ", " +
+               ValenConfig::toHex( testFrame( "two" ) ) + "]}}]\n";
+   }
+
+   void start() {
+      agent_.emplace( std::vector< std::string >{ VALEND, "--config", *work_ / "valen.yaml",
+                                                  "--socket", *work_ / "sock", "--state-directory",
+                                                  *work_ / "state", "--metrics-file",
+                                                  *work_ / "valen.prom" },
+                      *work_ / "agent", &*machine_ );
+   }
+   void kill() {
+      agent_->signal( SIGKILL );
+      agent_->wait();
+   }
+   Result ctl( std::vector< std::string > arguments ) const {
+      arguments.insert( arguments.begin(), { VALENCTL, "--socket", *work_ / "sock" } );
+      Process command( arguments, *work_ / "ctl" );
+      auto const status = command.wait();
+      return { status, command.out(), command.err() };
+   }
+   Json interface() const {
+      auto const status =
+         Json::parse( ctl( { "status", "--json", "Ethernet1" } ).out, nullptr, false );
+      return status.is_object() ? status[ "interfaces" ][ 0 ] : Json::object();
+   }
+   Json lastRecord() const {
+      auto const history = Json::parse( ctl( { "history", "Ethernet1" } ).out, nullptr, false );
+      return history.is_object() && !history[ "shutdowns" ].empty() ? history[ "shutdowns" ].back()
+                                                                    : Json::object();
+   }
+   bool becomesReady() const {
+      return eventually( [ & ] { return interface().value( "ready", false ); } );
+   }
+   bool linkUp() const {
+      return std::system(
+                ( "ip -n " + machine_->text() + " -o link show et1 | grep -q '[<,]UP[,>]'" )
+                   .c_str() ) == 0;
+   }
+   // The last phase of the shutdown that was asked for last, as an agent that is started now finds
+   // it; nothing when there is none.
+   std::optional< Valend::JournalEntry > journalled() const {
+      std::optional< Valend::JournalEntry > last;
+      std::istringstream lines( contentOf( *work_ / "state/shutdowns" ) );
+      for ( std::string line; std::getline( lines, line ); ) {
+         if ( auto entry = Valend::entryIn( line ) ) {
+            last = std::move( entry );
+         }
+      }
+      return last;
+   }
+
+   template < class Condition >
+   static bool eventually( Condition const & condition, milliseconds patience = seconds( 30 ) ) {
+      auto const end = Clock::now() + patience;
+      while ( !condition() ) {
+         if ( Clock::now() > end ) {
+            return false;
+         }
+         std::this_thread::sleep_for( milliseconds( 5 ) );
+      }
+      return true;
+   }
+
+   static constexpr milliseconds delay{ 60 };
+   std::optional< WorkFolder > work_;
+   std::optional< TestNetNs > machine_;
+   std::optional< TestNetNs > neighbour_;
+   std::optional< Process > agent_;
+};
+
+// What one crash left, and what came of it.
+struct Crash {
+   std::optional< Valend::JournalEntry > found; // by the agent that was started next
+   std::vector< std::string > framesBefore;
+   std::vector< std::string > framesAfter;
+   Json record;
+};
+
+class KillTest : public CrashTest {
+ protected:
+   std::uintmax_t journalBytes() const {
+      return std::filesystem::file_size( *work_ / "state/shutdowns" );
+   }
+   // Asks for a shutdown, kills the agent `after` that, and starts another.
+   Crash crash( microseconds after ) {
+      Crash crash;
+      Capture far( *neighbour_, "far1" );
+      auto const before = journalBytes();
+      Process asking( { VALENCTL, "--socket", *work_ / "sock", "shutdown", "Ethernet1" },
+                      *work_ / "asking" );
+      // From the moment when it is written down, which is the beginning of the shutdown.
+      while ( journalBytes() == before && asking.running() ) {
+      }
+      auto const end = Clock::now() + after;
+      while ( Clock::now() < end ) {
+      }
+      kill();
+      asking.wait();
+      crash.found = journalled();
+      crash.framesBefore = far.frames( 3, milliseconds( 20 ) );
+      start();
+      EXPECT_TRUE( eventually( [ & ] {
+         auto const now = journalled();
+         return now && now->phase == Phase::ended && !linkUp();
+      } ) )
+         << agent_->err();
+      crash.framesAfter = far.frames( 3, milliseconds( 20 ) );
+      EXPECT_TRUE( eventually( [ & ] { return lastRecord().contains( "ending" ); } ) );
+      crash.record = lastRecord();
+      return crash;
+   }
+
+   // What must hold of every crash. Returns the phase that it fell into.
+   static std::string judge( Crash const & crash ) {
+      auto const whole = std::vector{ testFrame( "one" ), testFrame( "two" ) };
+      std::set< std::string > reached( crash.framesBefore.begin(), crash.framesBefore.end() );
+      reached.insert( crash.framesAfter.begin(), crash.framesAfter.end() );
+      EXPECT_EQ( reached.size(), 2u ) << "every frame reached the far end";
+      EXPECT_TRUE( crash.found ) << "it was written down";
+      auto const phase = crash.found ? crash.found->phase : Phase::asked;
+      if ( phase >= Phase::held ) {
+         EXPECT_EQ( crash.framesBefore, whole );
+         EXPECT_THAT( crash.framesAfter, IsEmpty() ) << "recorded as sent";
+      } else {
+         EXPECT_EQ( crash.framesAfter, whole );
+      }
+      EXPECT_EQ( crash.record.value( "ending", "" ), "down" ) << crash.record;
+      EXPECT_EQ( crash.record.value( "by", "" ), "root" );
+      EXPECT_EQ( crash.record.value( "sent", 0 ), 2 );
+      EXPECT_EQ( crash.record.value( "resumed", false ), phase != Phase::ended );
+      auto const why = crash.record.value( "why", Json() ).dump();
+      if ( phase == Phase::held ) {
+         EXPECT_THAT( why, HasSubstr( "the agent was started anew " ) );
+      } else if ( phase == Phase::sending ) {
+         EXPECT_THAT( why, HasSubstr( "sent again: the agent was started anew while it sent" ) );
+      }
+      return crash.found ? crash.found->toJson()[ "phase" ] : "none";
+   }
+};
+
+// A sanitizer makes an agent's start ten times as long: fewer points then, and said so.
+#if defined( __SANITIZE_ADDRESS__ )
+constexpr int killPoints = 15;
+#else
+constexpr int killPoints = 50;
+#endif
+
+TEST_F( KillTest, WheneverTheAgentIsKilledTheShutdownIsFinished ) {
+   std::map< std::string, int > phases;
+   start();
+   for ( int point = 0; point < killPoints; ++point ) {
+      ASSERT_TRUE( becomesReady() ) << agent_->err();
+      // A third lies in the first half millisecond, where most phases are; the others are spread
+      // over the delay and a little more.
+      auto const early = point % 3 == 0;
+      auto const after = early ? microseconds( 500 ) * point / killPoints
+                               : microseconds( ( delay + milliseconds( 4 ) ) ) * point / killPoints;
+      SCOPED_TRACE( "killed " + std::to_string( after.count() ) + " us into the shutdown" );
+      ++phases[ judge( crash( after ) ) ];
+      ASSERT_FALSE( HasFatalFailure() );
+      ASSERT_EQ( ctl( { "enable", "Ethernet1" } ).status, 0 );
+   }
+   std::cout << killPoints << " crashes, by the phase that was recorded:";
+   for ( auto const & [ phase, count ] : phases ) {
+      std::cout << " " << phase << " " << count;
+   }
+   std::cout << std::endl;
+   EXPECT_GE( phases[ "held" ], killPoints / 3 );
+}
+
+// The phases that are over too soon to be hit: the journal is cut back to each of them, as it is
+// when the agent is killed there.
+TEST_F( KillTest, EachPhaseIsFinished ) {
+   start();
+   for ( std::size_t lines = 1; lines <= 5; ++lines ) {
+      SCOPED_TRACE( "killed after line " + std::to_string( lines ) );
+      ASSERT_TRUE( becomesReady() );
+      Crash crash;
+      {
+         Capture far( *neighbour_, "far1" );
+         auto const size = contentOf( *work_ / "state/shutdowns" ).size();
+         ASSERT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+         kill();
+         auto const content = contentOf( *work_ / "state/shutdowns" );
+         auto end = size;
+         for ( std::size_t line = 0; line < lines; ++line ) {
+            end = content.find( '\n', end ) + 1;
+         }
+         std::ofstream( *work_ / "state/shutdowns", std::ios::binary ) << content.substr( 0, end );
+         machine_->ip( "link set et1 up" );
+         crash.found = journalled();
+         crash.framesBefore = far.frames( 3, milliseconds( 20 ) );
+         start();
+         ASSERT_TRUE( eventually( [ & ] {
+            auto const now = journalled();
+            return now && now->phase == Phase::ended && !linkUp();
+         } ) )
+            << agent_->err();
+         crash.framesAfter = far.frames( 3, milliseconds( 20 ) );
+         ASSERT_TRUE( eventually( [ & ] { return lastRecord().contains( "ending" ); } ) );
+         crash.record = lastRecord();
+      }
+      judge( crash );
+      ASSERT_EQ( ctl( { "enable", "Ethernet1" } ).status, 0 );
+   }
+}
+
+// --- What is no shutdown of the operator's -------------------------------------------------------
+
+TEST_F( CrashTest, StartReloadStopAndRestartSendNothingAndChangeNoLink ) {
+   Capture far( *neighbour_, "far1" );
+   start();
+   ASSERT_TRUE( becomesReady() );
+   agent_->signal( SIGHUP );
+   ASSERT_TRUE(
+      eventually( [ & ] { return agent_->err().find( "was read again" ) != std::string::npos; } ) );
+   agent_->signal( SIGTERM );
+   EXPECT_EQ( agent_->wait(), 0 );
+   start();
+   ASSERT_TRUE( becomesReady() );
+   kill();
+   start();
+   ASSERT_TRUE( becomesReady() );
+   agent_->signal( SIGTERM );
+   EXPECT_EQ( agent_->wait(), 0 );
+   EXPECT_THAT( far.frames( 1, milliseconds( 300 ) ), IsEmpty() );
+   EXPECT_TRUE( linkUp() );
+}
+
+TEST_F( CrashTest, ALinkThatSomebodyElseSetsDownIsShownAndRecorded ) {
+   start();
+   ASSERT_TRUE( becomesReady() );
+   Capture far( *neighbour_, "far1" );
+   machine_->ip( "link set et1 down" );
+   ASSERT_TRUE( eventually( [ & ] { return interface().value( "withoutGoodbye", false ); } ) );
+   EXPECT_EQ( lastRecord()[ "ending" ], "went-down" );
+   EXPECT_THAT( agent_->err(), HasSubstr( "Ethernet1: went down without goodbye: somebody else set "
+                                          "the link down\n" ) );
+   EXPECT_THAT( far.frames( 1, milliseconds( 100 ) ), IsEmpty() );
+   ASSERT_EQ( ctl( { "enable", "Ethernet1" } ).status, 0 );
+   EXPECT_FALSE( interface().value( "withoutGoodbye", true ) );
+   ASSERT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+   std::this_thread::sleep_for( milliseconds( 200 ) );
+   EXPECT_EQ( lastRecord()[ "ending" ], "down" ) << "its own doing is none";
+   EXPECT_FALSE( interface().value( "withoutGoodbye", true ) );
+}
+
+// --- A state directory that cannot be used -------------------------------------------------------
+
+TEST_F( CrashTest, WithoutAStateDirectoryShutdownsWorkAndTheTroubleIsShown ) {
+   std::ofstream( *work_ / "state" ) << "no directory";
+   start();
+   ASSERT_TRUE( becomesReady() );
+   auto const why = *work_ / "state: Not a directory";
+   EXPECT_THAT( agent_->err(), HasSubstr( "a shutdown that is under way would not outlive the "
+                                          "agent: " +
+                                          why ) );
+   EXPECT_EQ( Json::parse( ctl( { "status", "--json" } ).out )[ "trouble" ], why );
+   Capture far( *neighbour_, "far1" );
+   EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+   EXPECT_FALSE( linkUp() );
+   EXPECT_EQ( far.frames( 2 ).size(), 2u );
+}
+
+TEST_F( CrashTest, OnADiskThatIsFullShutdownsWorkAndTheTroubleIsShown ) {
+   run( "mkdir " + *work_ / "state" );
+   run( "mount -t tmpfs -o size=64k none " + *work_ / "state" );
+   run( "dd if=/dev/zero of=" + *work_ / "state/filler bs=4k count=16 2>/dev/null" );
+   start();
+   bool const ready = becomesReady();
+   auto const status = Json::parse( ctl( { "status", "--json" } ).out, nullptr, false );
+   EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+   EXPECT_FALSE( linkUp() );
+   kill();
+   run( "umount " + *work_ / "state" );
+   EXPECT_TRUE( ready );
+   EXPECT_EQ( status.value( "trouble", "" ), *work_ / "state/shutdowns: No space left on device" );
+}
+
+// --- Metrics -------------------------------------------------------------------------------------
+
+TEST_F( CrashTest, TheMetricsFileFollowsTheShutdowns ) {
+   start();
+   ASSERT_TRUE( becomesReady() );
+   EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+   EXPECT_TRUE( eventually( [ & ] {
+      return contentOf( *work_ / "valen.prom" )
+                .find( "valen_shutdowns_total{ending=\"down\"} 1\n" ) != std::string::npos;
+   } ) );
+   EXPECT_THAT( contentOf( *work_ / "valen.prom" ),
+                HasSubstr( "valen_frames_sent_total{agent=\"lldp\"} 2\n" ) );
+}
+
+} // namespace
+} // namespace Valen::Test
