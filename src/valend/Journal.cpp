@@ -81,11 +81,7 @@ Journal::Machine Journal::Machine::real() {
 
 Journal::Journal( std::string directory, Machine machine, Notice notice )
     : directory_( std::move( directory ) ), machine_( std::move( machine ) ),
-      notice_( std::move( notice ) ) {
-   if ( directory_.empty() ) {
-      troubleIs( "there is no state directory" );
-   }
-}
+      notice_( std::move( notice ) ) {}
 
 std::string Journal::path( char const * suffix ) const {
    return directory_ + "/shutdowns" + suffix;
@@ -150,6 +146,7 @@ bool Journal::openDirectory() {
       return true;
    }
    if ( directory_.empty() ) {
+      troubleIs( "there is no state directory" );
       return false;
    }
    std::error_code code;
