@@ -15,6 +15,7 @@ Agent::Agent( ValenConfig::ConfigResult const & read, Options const & options )
     : process_( merged( read.config.process, options.process ) ), folders_( foldersOf( process_ ) ),
       trace_( loop_, process_, options.process.traceLevels.has_value() ), endpoints_( folders_ ),
       links_( loop_, folders_, endpoints_ ), feeder_( store_, links_, loop_.scheduler() ),
+      publications_( feeder_ ),
       faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
       journal_( stateDirectoryOf( process_ ), Journal::Machine::real(),
                 []( bool grave, auto const & text ) {
@@ -35,7 +36,10 @@ Agent::Agent( ValenConfig::ConfigResult const & read, Options const & options )
                      } ),
       configurator_( options.config, options.process,
                      [ this ]( auto const & config ) { configIs( config ); } ),
-      api_( { store_, feeder_, links_, controller_, faults_, trace_, configurator_ } ),
+      access_( options.readers, options.changers ),
+      api_( { store_, feeder_, publications_, links_, controller_, faults_, trace_, configurator_,
+              access_, loop_.scheduler(),
+              [ this ]( auto work ) { loop_.post( std::move( work ) ); } } ),
       server_( loop_, process_.socket.value_or( Options::defaultSocket ), api_ ),
       watchdog_( loop_.scheduler() ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
@@ -77,7 +81,8 @@ void Agent::configIs( Config const & config ) {
       netNss.insert( netNs );
    }
    links_.netNssAre( netNss );
-   feeder_.apply( config );
+   access_.refresh(); // a group may have come
+   publications_.configIs( config );
 }
 
 void Agent::finishWhatWasBegun() {

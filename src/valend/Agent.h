@@ -44,12 +44,14 @@ class Agent {
    KernelLinks links_;
    Store store_;
    Feeder feeder_;
+   Publications publications_;
    FaultLog faults_;
    Journal journal_;
    LinkController controller_;
    MetricsFile metricsFile_;
    Valen::Linux::NetNsWatcher netNsWatcher_;
    Configurator configurator_;
+   ApiAccess access_;
    AgentApi api_;
    ApiServer server_;
    Watchdog watchdog_;

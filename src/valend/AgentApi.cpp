@@ -1,6 +1,8 @@
 #include "valend/AgentApi.h"
 
+#include "valend/ApiParameters.h"
 #include "valend/Description.h"
+#include "valend/Refusal.h"
 #include "valend/StoreWalker.h"
 #include "valend/Version.h"
 
@@ -12,44 +14,20 @@ namespace {
 
 constexpr char const * ownInterface = "org.valen.Agent";
 constexpr char const * serviceInterface = "org.varlink.service";
+constexpr U64 maxPatienceMs = 24 * 3600 * 1000;
 
 std::string ownName( std::string const & name ) {
    return std::string( ownInterface ) + "." + name;
 }
 
-// A parameter that is not what the description says.
-struct BadParameter {
-   char const * name;
+// An error that this service raises itself.
+struct NamedError {
+   char const * name; // qualified
+   std::string message;
 };
 
-std::optional< std::string > optionalText( ApiCall const & call, char const * name ) {
-   auto const found = call.parameters().find( name );
-   if ( found == call.parameters().end() || found->is_null() ) {
-      return std::nullopt;
-   }
-   if ( !found->is_string() ) {
-      throw BadParameter{ name };
-   }
-   return found->get< std::string >();
-}
-
-std::string requiredText( ApiCall const & call, char const * name ) {
-   auto const text = optionalText( call, name );
-   if ( !text ) {
-      throw BadParameter{ name };
-   }
-   return *text;
-}
-
-std::size_t countParameter( ApiCall const & call, char const * name, std::size_t otherwise ) {
-   auto const found = call.parameters().find( name );
-   if ( found == call.parameters().end() || found->is_null() ) {
-      return otherwise;
-   }
-   if ( !found->is_number_integer() || found->get< S64 >() < 0 ) {
-      throw BadParameter{ name };
-   }
-   return found->get< std::size_t >();
+ApiLinks::Wanted wantedOf( ApiCall const & call ) {
+   return { optionalTexts( call, "interfaces" ), optionalText( call, "vrf" ) };
 }
 
 Json linesJson( std::vector< TraceHub::Line > const & lines ) {
@@ -66,21 +44,34 @@ Json linesJson( std::vector< TraceHub::Line > const & lines ) {
 } // namespace
 
 AgentApi::Method const AgentApi::methods[] = {
-   { "org.varlink.service.GetInfo", &AgentApi::getInfo, false },
-   { "org.varlink.service.GetInterfaceDescription", &AgentApi::getInterfaceDescription, false },
-   { "org.valen.Agent.Status", &AgentApi::status, false },
-   { "org.valen.Agent.Shutdown", &AgentApi::shutdown, true },
-   { "org.valen.Agent.Enable", &AgentApi::enable, true },
-   { "org.valen.Agent.History", &AgentApi::history, false },
-   { "org.valen.Agent.Trace", &AgentApi::trace, false },
-   { "org.valen.Agent.TraceLevels", &AgentApi::traceLevels, false },
-   { "org.valen.Agent.Show", &AgentApi::show, false },
-   { "org.valen.Agent.Reload", &AgentApi::reload, true },
-   { "org.valen.Agent.Config", &AgentApi::config, false },
+   { "org.varlink.service.GetInfo", &AgentApi::getInfo, ApiRight::none },
+   { "org.varlink.service.GetInterfaceDescription", &AgentApi::getInterfaceDescription,
+     ApiRight::none },
+   { "org.valen.Agent.List", &AgentApi::list, ApiRight::read },
+   { "org.valen.Agent.Status", &AgentApi::status, ApiRight::read },
+   { "org.valen.Agent.WatchStatus", &AgentApi::watchStatus, ApiRight::read },
+   { "org.valen.Agent.Explain", &AgentApi::explain, ApiRight::read },
+   { "org.valen.Agent.Wait", &AgentApi::wait, ApiRight::read },
+   { "org.valen.Agent.Shutdown", &AgentApi::shutdown, ApiRight::change },
+   { "org.valen.Agent.ShutdownMany", &AgentApi::shutdownMany, ApiRight::change },
+   { "org.valen.Agent.Enable", &AgentApi::enable, ApiRight::change },
+   { "org.valen.Agent.EnableMany", &AgentApi::enableMany, ApiRight::change },
+   { "org.valen.Agent.History", &AgentApi::history, ApiRight::read },
+   { "org.valen.Agent.Publish", &AgentApi::publish, ApiRight::change },
+   { "org.valen.Agent.Withdraw", &AgentApi::withdraw, ApiRight::change },
+   { "org.valen.Agent.ListMessages", &AgentApi::listMessages, ApiRight::read },
+   { "org.valen.Agent.Trace", &AgentApi::trace, ApiRight::read },
+   { "org.valen.Agent.TraceLevels", &AgentApi::traceLevels, ApiRight::read },
+   { "org.valen.Agent.Show", &AgentApi::show, ApiRight::read },
+   { "org.valen.Agent.Watch", &AgentApi::watch, ApiRight::read },
+   { "org.valen.Agent.Reload", &AgentApi::reload, ApiRight::change },
+   { "org.valen.Agent.Config", &AgentApi::config, ApiRight::read },
 };
 
 AgentApi::AgentApi( Parts const & parts )
-    : parts_( parts ), report_( parts.store, parts.feeder, parts.port, parts.controller ) {}
+    : parts_( parts ), report_( parts.store, parts.feeder, parts.port, parts.controller ),
+      links_( parts.feeder, parts.controller, parts.post ),
+      watches_( parts.store, report_, parts.feeder, parts.scheduler, parts.post ) {}
 
 void AgentApi::call( std::shared_ptr< ApiCall > call ) {
    try {
@@ -89,21 +80,23 @@ void AgentApi::call( std::shared_ptr< ApiCall > call ) {
       call->error( ownName( e.name() ), { { "message", e.what() } } );
    } catch ( BadParameter const & bad ) {
       call->error( "org.varlink.service.InvalidParameter", { { "parameter", bad.name } } );
+   } catch ( NamedError const & e ) {
+      call->error( e.name, { { "message", e.message } } );
    }
+}
+
+void AgentApi::clientGone( U64 client ) {
+   watches_.clientGone( client );
+   parts_.publications.clientGone( client );
 }
 
 void AgentApi::dispatch( Call call ) {
    auto const & wanted = call->method();
    for ( auto const & method : methods ) {
-      if ( wanted != method.name ) {
-         continue;
+      if ( wanted == method.name ) {
+         require( call, method.right );
+         return ( this->*method.run )( call );
       }
-      if ( method.changes && !call->caller().isRoot() ) {
-         return call->error( "org.varlink.service.PermissionDenied",
-                             { { "message", call->caller().name() + " may not call " + wanted +
-                                               "; only root may" } } );
-      }
-      return ( this->*method.run )( call );
    }
    auto const interface = wanted.substr( 0, wanted.rfind( '.' ) );
    if ( interface == ownInterface || interface == serviceInterface ) {
@@ -111,6 +104,31 @@ void AgentApi::dispatch( Call call ) {
    } else {
       call->error( "org.varlink.service.InterfaceNotFound", { { "interface", interface } } );
    }
+}
+
+void AgentApi::require( Call call, ApiRight right ) const {
+   auto const & caller = call->caller();
+   if ( parts_.access.of( caller ) < right ) {
+      throw NamedError{ "org.varlink.service.PermissionDenied",
+                        parts_.access.refusal( caller, call->method(), right ) };
+   }
+}
+
+void AgentApi::requireMore( Call call ) {
+   if ( !call->more() ) {
+      throw NamedError{ "org.varlink.service.ExpectedMore",
+                        call->method() + " goes on: call it with \"more\"" };
+   }
+}
+
+// Throws Refusal "NoSuchInterface".
+InterfaceConfig const & AgentApi::interface( std::string const & name ) const {
+   auto const & interfaces = parts_.feeder.config().interfaces;
+   auto const found = interfaces.find( name );
+   if ( found == interfaces.end() ) {
+      throw Refusal( "NoSuchInterface", "no interface \"" + name + "\" is configured" );
+   }
+   return found->second;
 }
 
 void AgentApi::getInfo( Call call ) {
@@ -133,18 +151,17 @@ void AgentApi::getInterfaceDescription( Call call ) {
    }
 }
 
+// --- Interfaces ----------------------------------------------------------------------------------
+
+void AgentApi::list( Call call ) {
+   call->reply( { { "interfaces", links_.names( wantedOf( *call ) ) } } );
+}
+
 void AgentApi::status( Call call ) {
    auto const & config = parts_.feeder.config();
-   auto interfaces = Json::array();
-   if ( auto const wanted = optionalText( *call, "interface" ) ) {
-      auto const found = config.interfaces.find( *wanted );
-      if ( found == config.interfaces.end() ) {
-         throw Refusal( "NoSuchInterface", "no interface \"" + *wanted + "\" is configured" );
-      }
-      interfaces.push_back( report_.interface( found->second ) );
-   } else {
-      interfaces = report_.interfaces();
-   }
+   auto const wanted = optionalText( *call, "interface" );
+   auto interfaces =
+      wanted ? Json::array( { report_.interface( interface( *wanted ) ) } ) : report_.interfaces();
    call->reply(
       { { "version", version },
         { "shutdownDelayMs", config.shutdownDelayMs ? Json( *config.shutdownDelayMs ) : Json() },
@@ -157,33 +174,55 @@ void AgentApi::status( Call call ) {
         { "vrfs", report_.vrfs() } } );
 }
 
-Json AgentApi::stepJson( ShutdownStep step, ShutdownRecord const & record ) const {
-   bool const held = step == ShutdownStep::delayed;
-   auto const delay = parts_.feeder.config().shutdownDelayMs.value_or( 0 );
-   return { { "step", step == ShutdownStep::sent      ? "sent"
-                      : step == ShutdownStep::delayed ? "delayed"
-                                                      : "ended" },
-            { "delayMs", held ? Json( delay ) : Json() },
-            { "shutdown", StatusReport::record( record ) } };
+void AgentApi::watchStatus( Call call ) {
+   auto const wanted = optionalText( *call, "interface" );
+   if ( wanted ) {
+      interface( *wanted );
+   }
+   requireMore( call );
+   watches_.watchStatus( call, wanted );
+}
+
+void AgentApi::explain( Call call ) {
+   auto const & config = interface( requiredText( *call, "interface" ) );
+   auto const now = report_.interface( config );
+   call->reply( { { "ready", now[ "ready" ] },
+                  { "link", now[ "link" ] },
+                  { "requirements", report_.requirements( config ) } } );
+}
+
+void AgentApi::wait( Call call ) {
+   using Until = ApiWatches::Until;
+   static std::map< std::string, Until > const conditions{ { "ready", Until::ready },
+                                                           { "up", Until::up },
+                                                           { "down", Until::down },
+                                                           { "idle", Until::idle } };
+   auto const & config = interface( requiredText( *call, "interface" ) );
+   auto const until = conditions.find( requiredText( *call, "until" ) );
+   if ( until == conditions.end() ) {
+      throw BadParameter{ "until" };
+   }
+   auto const patience = optionalCount( *call, "timeoutMs" );
+   watches_.wait( call, config.name, until->second,
+                  patience ? std::optional( std::chrono::milliseconds(
+                                std::min< U64 >( *patience, maxPatienceMs ) ) )
+                           : std::nullopt );
 }
 
 void AgentApi::shutdown( Call call ) {
-   parts_.controller.shutdown( requiredText( *call, "interface" ), call->caller().name(),
-                               [ this, call ]( ShutdownStep step, ShutdownRecord const & record ) {
-                                  bool const last = step == ShutdownStep::ended;
-                                  if ( call->more() || step != ShutdownStep::sent ) {
-                                     call->reply( stepJson( step, record ), call->more() && !last );
-                                  }
-                               } );
+   links_.shutdown( call, requiredText( *call, "interface" ) );
+}
+
+void AgentApi::shutdownMany( Call call ) {
+   links_.shutdownMany( call, wantedOf( *call ) );
 }
 
 void AgentApi::enable( Call call ) {
-   using Enabled = LinkController::Enabled;
-   auto const result =
-      parts_.controller.enable( requiredText( *call, "interface" ), call->caller().name() );
-   call->reply( { { "result", result == Enabled::up          ? "up"
-                              : result == Enabled::alreadyUp ? "already-up"
-                                                             : "aborted" } } );
+   links_.enable( call, requiredText( *call, "interface" ) );
+}
+
+void AgentApi::enableMany( Call call ) {
+   links_.enableMany( call, wantedOf( *call ) );
 }
 
 void AgentApi::history( Call call ) {
@@ -197,8 +236,58 @@ void AgentApi::history( Call call ) {
    call->reply( { { "shutdowns", std::move( list ) } } );
 }
 
+// --- Frames --------------------------------------------------------------------------------------
+
+void AgentApi::publish( Call call ) {
+   using Lifetime = Publications::Lifetime;
+   Publications::Message message{ requiredText( *call, "agent" ),
+                                  requiredText( *call, "interface" ),
+                                  {},
+                                  Lifetime::kept,
+                                  call->client() };
+   for ( auto const & hex : requiredTexts( *call, "frames" ) ) {
+      message.frames.push_back( Publications::frameOf( hex, message.frames.size() + 1 ) );
+   }
+   auto const lifetime = requiredText( *call, "lifetime" );
+   if ( lifetime != "kept" && lifetime != "connection" ) {
+      throw BadParameter{ "lifetime" };
+   }
+   if ( lifetime == "connection" ) {
+      message.lifetime = Lifetime::connection;
+   }
+   auto const name = message.interface;
+   auto const agent = message.agent;
+   parts_.publications.publish( std::move( message ) );
+   call->neededIs( parts_.publications.isNeeded( call->client() ) );
+   watches_.changed();
+   call->reply( { { "tooLong", report_.tooLong( interface( name ), agent ) } } );
+}
+
+void AgentApi::withdraw( Call call ) {
+   parts_.publications.withdraw( requiredText( *call, "agent" ), requiredText( *call, "interface" ),
+                                 call->client() );
+   call->neededIs( parts_.publications.isNeeded( call->client() ) );
+   watches_.changed();
+   call->reply( Json::object() );
+}
+
+void AgentApi::listMessages( Call call ) {
+   auto const wanted = optionalText( *call, "interface" );
+   if ( wanted ) {
+      interface( *wanted );
+   }
+   auto list = report_.messages( parts_.publications );
+   if ( wanted ) {
+      std::erase_if( list.get_ref< Json::array_t & >(),
+                     [ & ]( auto const & message ) { return message[ "interface" ] != *wanted; } );
+   }
+   call->reply( { { "messages", std::move( list ) } } );
+}
+
+// --- The agent itself ----------------------------------------------------------------------------
+
 void AgentApi::trace( Call call ) {
-   auto const count = std::min< std::size_t >( countParameter( *call, "lines", 100 ), 10'000 );
+   auto const count = std::min< U64 >( optionalCount( *call, "lines" ).value_or( 100 ), 10'000 );
    call->reply(
       { { "lines", linesJson( parts_.trace.recent( count ) ) }, { "lost", parts_.trace.lost() } },
       call->more() );
@@ -215,11 +304,7 @@ void AgentApi::trace( Call call ) {
 
 void AgentApi::traceLevels( Call call ) {
    if ( auto const levels = optionalText( *call, "levels" ) ) {
-      if ( !call->caller().isRoot() ) {
-         return call->error(
-            "org.varlink.service.PermissionDenied",
-            { { "message", call->caller().name() + " may not set trace levels; only root may" } } );
-      }
+      require( call, ApiRight::change );
       try {
          Quill::traceLevelsIs( *levels );
       } catch ( Quill::RangeException const & e ) {
@@ -235,12 +320,12 @@ void AgentApi::show( Call call ) {
    if ( !value ) {
       throw Refusal( "NoSuchPath", "nothing stands at \"" + path + "\"" );
    }
-   if ( value->dump( -1, ' ', false, Json::error_handler_t::replace ).size() > maxAnswerBytes ) {
-      throw Refusal( "TooLarge", "what stands at \"" + path + "\" is more than " +
-                                    std::to_string( maxAnswerBytes ) +
-                                    " bytes; ask for a longer path" );
-   }
    call->reply( { { "value", std::move( *value ) } } );
+}
+
+void AgentApi::watch( Call call ) {
+   requireMore( call );
+   watches_.watch( call, requiredText( *call, "path" ) );
 }
 
 void AgentApi::reload( Call call ) {

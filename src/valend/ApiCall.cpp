@@ -14,6 +14,17 @@ void ApiCall::error( std::string const & name, Json parameters ) {
    send( { { "error", name }, { "parameters", std::move( parameters ) } }, true );
 }
 
+std::size_t ApiCall::waiting() const noexcept {
+   auto const replies = replies_.lock();
+   return replies ? replies->waiting() : 0;
+}
+
+void ApiCall::neededIs( bool needed ) noexcept {
+   if ( auto const replies = replies_.lock() ) {
+      replies->neededIs( needed );
+   }
+}
+
 void ApiCall::send( Json const & message, bool last ) {
    auto const replies = replies_.lock();
    if ( done_ || !replies ) {

@@ -3,9 +3,11 @@
 
 #include "platform/quill/Int.h"
 
+#include <algorithm>
 #include <memory>
 #include <nlohmann/json.hpp>
 #include <string>
+#include <vector>
 
 namespace Valend {
 
@@ -15,8 +17,12 @@ using Json = nlohmann::json;
 struct ApiCaller {
    U32 uid = ~0u;
    S64 pid = 0;
+   std::vector< U32 > groups; // the first is the one that files of its making get
 
    bool isRoot() const noexcept { return uid == 0; }
+   bool isIn( U32 group ) const noexcept {
+      return std::find( groups.begin(), groups.end(), group ) != groups.end();
+   }
    // "root", "uid 1000"
    std::string name() const { return isRoot() ? "root" : "uid " + std::to_string( uid ); }
 };
@@ -27,22 +33,32 @@ class ApiReplies {
    virtual ~ApiReplies() = default;
    // `last`: no further answer follows.
    virtual void send( Json const & message, bool last ) = 0;
+   // Bytes of answers that the client has not taken yet.
+   virtual std::size_t waiting() const noexcept = 0;
+   // Whether something hangs on the connection, so that it is none to make room with.
+   virtual void neededIs( bool needed ) noexcept = 0;
 };
 
 class ApiCall {
  public:
-   ApiCall( std::string method, Json parameters, bool more, ApiCaller caller,
+   // `client`: the number of the connection that the call came by; no two ever have the same.
+   ApiCall( std::string method, Json parameters, bool more, ApiCaller caller, U64 client,
             std::weak_ptr< ApiReplies > replies )
        : method_( std::move( method ) ), parameters_( std::move( parameters ) ), more_( more ),
-         caller_( caller ), replies_( std::move( replies ) ) {}
+         caller_( std::move( caller ) ), client_( client ), replies_( std::move( replies ) ) {}
 
    std::string const & method() const noexcept { return method_; }
    Json const & parameters() const noexcept { return parameters_; }
    // Whether the client takes more than one answer.
    bool more() const noexcept { return more_; }
    ApiCaller const & caller() const noexcept { return caller_; }
+   U64 client() const noexcept { return client_; }
    // Whether an answer can still come in useful.
    bool open() const noexcept { return !done_ && !replies_.expired(); }
+   // Bytes of answers that the client has not taken yet.
+   std::size_t waiting() const noexcept;
+   // See ApiReplies::neededIs.
+   void neededIs( bool needed ) noexcept;
 
    // Answers. `continues`: another answer follows. No effect when the call is answered or the
    // client is gone.
@@ -57,6 +73,7 @@ class ApiCall {
    Json const parameters_;
    bool const more_;
    ApiCaller const caller_;
+   U64 const client_;
    std::weak_ptr< ApiReplies > const replies_;
    bool done_ = false;
 };
@@ -66,6 +83,8 @@ class ApiService {
  public:
    virtual ~ApiService() = default;
    virtual void call( std::shared_ptr< ApiCall > call ) = 0;
+   // The client is gone. Called from the loop, never inside call() or an answer.
+   virtual void clientGone( U64 /* client */ ) {}
 };
 
 } // namespace Valend

@@ -30,8 +30,8 @@ class ApiServer::Connection final : public ApiReplies,
                                     public std::enable_shared_from_this< Connection > {
  public:
    Connection( ApiServer & server, Fd fd, ApiCaller caller )
-       : server_( server ), fd_( std::move( fd ) ), caller_( caller ),
-         in_( server.limits_.messageBytes ),
+       : server_( server ), fd_( std::move( fd ) ), caller_( std::move( caller ) ),
+         number_( ++server.clients_ ), in_( server.limits_.messageBytes ),
          impatience_( server.loop_, "api client", [ this ] { dropLater(); } ) {}
 
    ~Connection() override {
@@ -41,23 +41,26 @@ class ApiServer::Connection final : public ApiReplies,
    }
 
    ApiCaller const & caller() const noexcept { return caller_; }
-   bool idle() const noexcept { return !busy_ && out_.empty(); }
+   bool idle() const noexcept { return !busy_ && !needed_ && out_.empty(); }
    U64 lastTurn() const noexcept { return lastTurn_; }
 
    void ready( U32 events ) {
       auto const self = shared_from_this();
       lastTurn_ = ++server_.turn_;
-      if ( events & ( EPOLLHUP | EPOLLERR ) ) {
-         return drop( false );
+      bool const hungUp = events & ( EPOLLHUP | EPOLLERR );
+      if ( hungUp && ( busy_ || !out_.empty() ) ) {
+         return drop( false ); // nobody is there to be answered
       }
       if ( events & EPOLLOUT && !write() ) {
          return;
       }
-      if ( events & ( EPOLLIN | EPOLLRDHUP ) && !read() ) {
+      if ( ( hungUp || events & ( EPOLLIN | EPOLLRDHUP ) ) && !read() ) {
          return;
       }
       proceed();
    }
+   // Makes room for another client.
+   void sendAway() { drop( true ); }
 
    // Asks the loop for what the connection waits for now.
    void listen() {
@@ -73,6 +76,8 @@ class ApiServer::Connection final : public ApiReplies,
                                   } );
    }
 
+   std::size_t waiting() const noexcept override { return out_.size() - written_; }
+   void neededIs( bool needed ) noexcept override { needed_ = needed; }
    void send( Json const & message, bool last ) override {
       auto const self = shared_from_this();
       if ( last ) {
@@ -85,7 +90,7 @@ class ApiServer::Connection final : public ApiReplies,
          out_ += message.dump( -1, ' ', false, Json::error_handler_t::replace );
          out_ += '\0';
       }
-      if ( out_.size() > server_.limits_.waitingBytes ) {
+      if ( waiting() > server_.limits_.waitingBytes ) {
          return drop( true );
       }
       if ( !handling_ && write() ) { // else whoever runs the calls goes on
@@ -128,7 +133,9 @@ class ApiServer::Connection final : public ApiReplies,
          written_ += static_cast< std::size_t >( count );
          impatience_.stop();
       }
-      out_.erase( 0, std::exchange( written_, 0 ) );
+      if ( written_ > out_.size() / 2 ) { // seldom, so that a long answer is not moved all the time
+         out_.erase( 0, std::exchange( written_, 0 ) );
+      }
       if ( out_.empty() ) {
          impatience_.stop();
       } else if ( !impatience_.running() ) {
@@ -180,9 +187,9 @@ class ApiServer::Connection final : public ApiReplies,
          parameters = Json::object();
       }
       bool const fits = parameters.is_object();
-      auto const call =
-         std::make_shared< ApiCall >( message[ "method" ], std::move( parameters ),
-                                      isFlag( message, "more" ), caller_, weak_from_this() );
+      auto const call = std::make_shared< ApiCall >( message[ "method" ], std::move( parameters ),
+                                                     isFlag( message, "more" ), caller_, number_,
+                                                     weak_from_this() );
       if ( !fits ) {
          return call->error( invalidParameter, { { "parameter", "parameters" } } );
       }
@@ -204,32 +211,36 @@ class ApiServer::Connection final : public ApiReplies,
          auto const number = fd_.get();
          Fd const closing = std::move( fd_ );
          impatience_.stop();
-         server_.remove( number, forPassingALimit );
+         server_.remove( number, number_, forPassingALimit );
       }
    }
 
    ApiServer & server_;
    Fd fd_; // none once dropped
    ApiCaller const caller_;
+   U64 const number_;
    Framing in_;
    std::string out_;
-   std::size_t written_ = 0; // of out_, while write() runs
+   std::size_t written_ = 0; // of out_
    LoopTimer impatience_;
    U64 lastTurn_ = 0;
    bool busy_ = false;     // a call is being answered
    bool handling_ = false; // and its handler is on the stack
    bool oneway_ = false;   // and no answer is wanted
+   bool needed_ = false;   // something hangs on the connection
    bool ended_ = false;    // the client sends nothing more
 };
 
 ApiServer::ApiServer( Valen::Linux::EventLoop & loop, std::string path, ApiService & service,
                       ApiLimits limits )
     : loop_( loop ), path_( std::move( path ) ), service_( service ), limits_( limits ),
-      listener_( listenAt( path_ ) ), pause_( loop, "api socket", [ this ] { listen(); } ) {
+      listener_( listenAt( path_ ) ), pause_( loop, "api socket", [ this ] { listen(); } ),
+      alive_( std::make_shared< bool >( true ) ) {
    listen();
 }
 
 ApiServer::~ApiServer() {
+   *alive_ = false;
    loop_.descriptorDel( listener_.get() );
    connections_.clear();
    ::unlink( path_.c_str() );
@@ -279,15 +290,16 @@ bool ApiServer::admit( ApiCaller const & caller ) {
       }
    }
    if ( longestIdle ) {
-      longestIdle->ready( EPOLLHUP );
-      ++dropped_;
+      longestIdle->sendAway();
    }
    return longestIdle != nullptr;
 }
 
-void ApiServer::remove( int fd, bool forPassingALimit ) {
+void ApiServer::remove( int fd, U64 client, bool forPassingALimit ) {
    dropped_ += forPassingALimit;
    connections_.erase( fd );
+   loop_.post(
+      [ this, alive = alive_, client ] { *alive ? service_.clientGone( client ) : void(); } );
 }
 
 } // namespace Valend

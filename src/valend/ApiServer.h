@@ -3,7 +3,8 @@
 //
 // Everything a client can do is bounded: the size of a message, the number of connections in all
 // and of each user, the answers that wait for a slow reader and how long they do. One client's
-// calls take turns with everybody else's, a call at a time.
+// calls take turns with everybody else's, a call at a time. What a client that hangs up has asked
+// for before is still done.
 #pragma once
 
 #include "linux/EventLoop.h"
@@ -16,7 +17,7 @@
 namespace Valend {
 
 struct ApiLimits {
-   std::size_t messageBytes = 1u << 20;  // of one call
+   std::size_t messageBytes = 1u << 18;  // of one call
    std::size_t waitingBytes = 32u << 20; // of answers that a client does not take
    std::chrono::milliseconds patience = std::chrono::seconds( 10 ); // with one that takes none
    std::size_t connections = 256;
@@ -45,16 +46,18 @@ class ApiServer {
    void listen();
    void accept();
    bool admit( ApiCaller const & caller );
-   void remove( int fd, bool forPassingALimit );
+   void remove( int fd, U64 client, bool forPassingALimit );
 
    Valen::Linux::EventLoop & loop_;
    std::string const path_;
    ApiService & service_;
    ApiLimits const limits_;
    Valen::Linux::Fd listener_;
-   Valen::Linux::LoopTimer pause_; // without descriptors
+   Valen::Linux::LoopTimer pause_;       // without descriptors
+   std::shared_ptr< bool > const alive_; // put-off work looks whether the server still is
    std::map< int, std::shared_ptr< Connection > > connections_;
-   U64 turn_ = 0; // counts what clients do, to tell who was idle longest
+   U64 clients_ = 0; // ever
+   U64 turn_ = 0;    // counts what clients do, to tell who was idle longest
    U64 dropped_ = 0;
 };
 

@@ -52,6 +52,12 @@ std::optional< Options > parseOptions( int argc, char const * const * argv, Exit
    app.add_option( "--socket", process.socket,
                    std::string( "Where valenctl finds the agent [" ) + Options::defaultSocket +
                       "]" );
+   app.add_option( "--read-group", options.readers,
+                   "The group, by name or number, whose members may look" )
+      ->capture_default_str();
+   app.add_option( "--admin-group", options.changers,
+                   "The group whose members may shut down, enable and publish, as root may" )
+      ->capture_default_str();
    app.add_option( "--netns-folder", process.netNsFolder,
                    "A folder of named network namespaces, besides /run/netns" );
    app.add_option( "--state-directory", process.stateDirectory,

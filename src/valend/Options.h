@@ -2,6 +2,7 @@
 #pragma once
 
 #include "config/ConfigReader.h"
+#include "valend/ApiAccess.h"
 #include "valend/Configuration.h"
 
 #include <optional>
@@ -23,8 +24,10 @@ struct Options {
    static constexpr char const * defaultStateDirectory = "/var/lib/valen";
 
    std::string config = defaultConfig;
-   bool check = false;    // only look at the configuration
-   ProcessConfig process; // goes before the file's
+   bool check = false;                              // only look at the configuration
+   ProcessConfig process;                           // goes before the file's
+   std::string readers = ApiAccess::defaultReaders; // groups, by name or number
+   std::string changers = ApiAccess::defaultChangers;
 };
 
 // Takes the command line apart. Nothing, with `exit` set, when the process is to end: help was

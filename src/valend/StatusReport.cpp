@@ -1,5 +1,6 @@
 #include "valend/StatusReport.h"
 
+#include "config/Hex.h"
 #include "valend/ShutdownJson.h"
 
 namespace Valend {
@@ -17,7 +18,7 @@ Json orNull( std::string const & text ) {
 Json StatusReport::interface( InterfaceConfig const & config ) const {
    auto const & name = config.name;
    auto const netNs = feeder_.config().netNsOf( config.vrf );
-   auto const device = port_.device( { netNs, config.device } );
+   auto const device = this->device( config );
    auto const status = store_.statusDir->intfStatus( Corvid::IntfId( name ) );
    bool const ready = status && status->shouldDelay();
    auto const remaining = controller_.remaining( name );
@@ -64,6 +65,84 @@ std::string StatusReport::whyNotReady( InterfaceConfig const & config, bool hasD
       return feeder_.namespaceMissing( config.vrf ) ? "namespace missing" : trouble;
    }
    return hasDevice ? "not ready yet" : "no device";
+}
+
+// The same, one after the other, with what each is about.
+Json StatusReport::requirements( InterfaceConfig const & config ) const {
+   auto list = Json::array();
+   auto const add = [ & ]( char const * what, bool met, std::string const & detail ) {
+      list.push_back( { { "what", what }, { "met", met }, { "detail", detail } } );
+   };
+   auto const & all = feeder_.config();
+   bool const on = store_.configDir->globalConfig() != nullptr;
+   add( "the feature is on", on,
+        on ? "shutdowns are held for " + std::to_string( all.shutdownDelayMs.value_or( 0 ) ) + " ms"
+           : "shutdown-delay-ms is not configured" );
+   add( "the interface supports the delay", config.shutdownDelay,
+        config.shutdownDelay ? "" : "shutdown-delay is off in its configuration" );
+   std::string agents;
+   for ( auto const & [ agent, messages ] : all.agents ) {
+      auto const found = messages.find( config.name );
+      if ( found != messages.end() ) {
+         agents +=
+            ( agents.empty() ? "" : ", " ) + agent + " " + std::to_string( found->second.size() );
+      }
+   }
+   add( "frames are queued for it", !agents.empty(), agents.empty() ? "no agent has any" : agents );
+   auto const netNs = all.netNsOf( config.vrf );
+   auto const trouble = feeder_.vrfTrouble( config.vrf );
+   add( "its VRF works", trouble.empty(),
+        trouble.empty() ? "VRF " + config.vrf + ", namespace " + netNs : trouble );
+   auto const found = device( config );
+   add( "its device is there", found.has_value(),
+        found ? config.device + ", index " + std::to_string( found->ifIndex )
+              : "no device \"" + config.device + "\" in namespace \"" + netNs + "\"" );
+   auto const status = store_.statusDir->intfStatus( Corvid::IntfId( config.name ) );
+   bool const ready = status && status->shouldDelay();
+   add( "the library manages its shutdowns", ready,
+        ready ? "" : "it does once all of the above is so" );
+   return list;
+}
+
+std::optional< LinkDevice > StatusReport::device( InterfaceConfig const & config ) const {
+   return port_.device( { feeder_.config().netNsOf( config.vrf ), config.device } );
+}
+
+Json StatusReport::messages( Publications const & publications ) const {
+   auto list = Json::array();
+   auto const add = [ & ]( std::string const & agent, std::string const & interface,
+                           Frames const & frames, char const * lifetime, bool inForce ) {
+      auto texts = Json::array();
+      for ( auto const & frame : frames ) {
+         texts.push_back( ValenConfig::toHex( frame ) );
+      }
+      list.push_back( { { "agent", agent },
+                        { "interface", interface },
+                        { "frames", std::move( texts ) },
+                        { "lifetime", lifetime },
+                        { "inForce", inForce } } );
+   };
+   for ( auto const & [ agent, messages ] : publications.config().agents ) {
+      for ( auto const & [ interface, frames ] : messages ) {
+         add( agent, interface, frames, "configuration", true );
+      }
+   }
+   for ( auto const & message : publications.messages() ) {
+      add( message.agent, message.interface, message.frames,
+           message.lifetime == Publications::Lifetime::kept ? "kept" : "connection",
+           publications.inForce( message ) );
+   }
+   return list;
+}
+
+Json StatusReport::tooLong( InterfaceConfig const & config, std::string const & agent ) const {
+   auto const found = device( config );
+   for ( auto const & each : frames( config.name, found ? &*found : nullptr ) ) {
+      if ( each[ "agent" ] == agent ) {
+         return each[ "tooLong" ];
+      }
+   }
+   return Json::array();
 }
 
 Json StatusReport::frames( std::string const & interface, LinkDevice const * device ) const {

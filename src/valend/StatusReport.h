@@ -4,6 +4,7 @@
 #include "valend/Feeder.h"
 #include "valend/KernelLinks.h"
 #include "valend/LinkController.h"
+#include "valend/Publications.h"
 
 #include <nlohmann/json.hpp>
 
@@ -24,12 +25,20 @@ class StatusReport {
    Json interfaces() const;
    // The VRFs, as the API's type Vrf has them.
    Json vrfs() const;
+   // What it takes for the interface to be ready, as the API's type Requirement has it.
+   Json requirements( InterfaceConfig const & config ) const;
+   // Everybody's frames, as the API's type Message has them: the configuration's, then what is
+   // published.
+   Json messages( Publications const & publications ) const;
+   // The agent's frames that the interface's device, as it is now, cannot take.
+   Json tooLong( InterfaceConfig const & config, std::string const & agent ) const;
    // A shutdown, as the API's type Shutdown has it.
    static Json record( ShutdownRecord const & record );
 
  private:
    std::string whyNotReady( InterfaceConfig const & config, bool hasDevice ) const;
    Json frames( std::string const & interface, LinkDevice const * device ) const;
+   std::optional< LinkDevice > device( InterfaceConfig const & config ) const;
    Json vrf( std::string const & name ) const;
 
    Store const & store_;

@@ -52,6 +52,20 @@ void removeStale( std::string const & path, sockaddr_un const & address ) {
    ::unlink( path.c_str() );
 }
 
+// The groups of whoever is at the other end, `own` first.
+std::vector< U32 > groupsOf( int fd, U32 own ) {
+   std::vector< U32 > groups( 32 );
+   auto length = static_cast< socklen_t >( groups.size() * sizeof( U32 ) );
+   int result = 0;
+   while ( ( result = ::getsockopt( fd, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length ) ) < 0 &&
+           errno == ERANGE ) {
+      groups.resize( length / sizeof( U32 ) ); // as many as it takes
+   }
+   groups.resize( result == 0 ? length / sizeof( U32 ) : 0 );
+   groups.insert( groups.begin(), own );
+   return groups;
+}
+
 } // namespace
 
 Fd listenAt( std::string const & path ) {
@@ -67,13 +81,13 @@ Fd listenAt( std::string const & path ) {
    return fd;
 }
 
-ApiCaller callerOf( int fd ) noexcept {
+ApiCaller callerOf( int fd ) {
    ucred credentials{};
    socklen_t length = sizeof credentials;
    if ( ::getsockopt( fd, SOL_SOCKET, SO_PEERCRED, &credentials, &length ) != 0 ) {
       return ApiCaller();
    }
-   return { credentials.uid, credentials.pid };
+   return { credentials.uid, credentials.pid, groupsOf( fd, credentials.gid ) };
 }
 
 } // namespace Valend

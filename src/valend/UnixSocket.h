@@ -14,6 +14,6 @@ namespace Valend {
 Valen::Linux::Fd listenAt( std::string const & path );
 
 // Who is at the other end of a connection.
-ApiCaller callerOf( int fd ) noexcept;
+ApiCaller callerOf( int fd );
 
 } // namespace Valend

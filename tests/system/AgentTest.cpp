@@ -335,26 +335,29 @@ TEST_F( AgentTest, AnAgentThatDoesNotAnswerIsNotWaitedForForEver ) {
    EXPECT_EQ( result.err, "valenctl: the agent did not answer within 200 ms\n" );
 }
 
-TEST_F( AgentTest, OnlyRootMayChangeAnything ) {
-   start( config( 100 ) );
+TEST_F( AgentTest, WhoMayWhatGoesByTheCallersGroups ) {
+   start( config( 100 ), { "--read-group", "4001", "--admin-group", "4002" } );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
-   constexpr uid_t nobody = 65534;
    run( "cp " VALENCTL " " + *work_ / "valenctl" );
-   auto const asNobody = [ & ]( std::vector< std::string > arguments ) {
-      arguments.insert( arguments.begin(), { *work_ / "valenctl", "--socket", socket() } );
-      Process command( arguments, *work_ / "nobody", nullptr, nobody );
+   auto const asNobody = [ & ]( std::string const & groups, std::vector< std::string > arguments ) {
+      arguments.insert( arguments.begin(), { "/usr/bin/setpriv", "--reuid=65534", "--regid=65534",
+                                             groups, *work_ / "valenctl", "--socket", socket() } );
+      Process command( arguments, *work_ / "nobody" );
       auto const status = command.wait();
       return Result{ status, command.out(), command.err() };
    };
-   EXPECT_EQ( asNobody( { "status" } ).status, 0 );
-   auto const refused = asNobody( { "shutdown", "Ethernet1" } );
-   EXPECT_EQ( refused.status, 1 );
-   EXPECT_EQ( refused.err, "valenctl: uid 65534 may not call org.valen.Agent.Shutdown; only root "
-                           "may\n" );
-   EXPECT_EQ( asNobody( { "enable", "Ethernet1" } ).status, 1 );
-   EXPECT_EQ( asNobody( { "trace", "levels", "*/0" } ).status, 1 );
-   EXPECT_EQ( asNobody( { "trace", "levels" } ).status, 0 );
+   auto const stranger = asNobody( "--clear-groups", { "status" } );
+   EXPECT_EQ( stranger.status, 1 );
+   EXPECT_EQ( stranger.err, "valenctl: uid 65534 may not call org.valen.Agent.Status: that takes "
+                            "root or a group, \"4001\" or \"4002\"\n" );
+   EXPECT_EQ( asNobody( "--groups=4001", { "status" } ).status, 0 );
+   auto const reader = asNobody( "--groups=4001", { "shutdown", "Ethernet1" } );
+   EXPECT_EQ( reader.status, 1 );
+   EXPECT_THAT( reader.err, HasSubstr( "that takes root or the group \"4002\"\n" ) );
+   EXPECT_EQ( asNobody( "--groups=4001", { "trace", "levels", "*/0" } ).status, 1 );
    EXPECT_TRUE( linkUp( *machine_, "et1" ) );
+   EXPECT_EQ( asNobody( "--groups=4001,4002", { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+   EXPECT_FALSE( linkUp( *machine_, "et1" ) );
 }
 
 TEST_F( AgentTest, TheTraceAndTheStoreCanBeLookedAt ) {

@@ -35,8 +35,11 @@ class Service final : public ApiService {
       }
    }
 
+   void clientGone( U64 client ) override { gone.push_back( client ); }
+
    int calls = 0;
    std::vector< std::shared_ptr< ApiCall > > waiting;
+   std::vector< U64 > gone;
 };
 
 class ApiServerTest : public ::testing::Test {
@@ -250,6 +253,37 @@ TEST_F( ApiServerTest, AClientWithACallUnderWayIsNotSentAway ) {
    EXPECT_THAT( answers( first ), ElementsAre( R"({"parameters":{}})" ) );
    call( third, echo );
    EXPECT_THAT( answers( third ), ElementsAre( echoed ) );
+}
+
+TEST_F( ApiServerTest, AConnectionThatSomethingHangsOnIsNotSentAway ) {
+   open( { .connections = 2, .connectionsPerUser = 2 } );
+   auto const first = connect();
+   call( first, { { "method", "Wait" } } );
+   service.waiting[ 0 ]->neededIs( true );
+   service.waiting[ 0 ]->reply( Json::object() );
+   EXPECT_THAT( answers( first ), ElementsAre( R"({"parameters":{}})" ) );
+   auto const second = connect();
+   connect();
+   EXPECT_THAT( answers( second ), ElementsAre( "closed" ) );
+   EXPECT_THAT( answers( first ), IsEmpty() );
+   ::shutdown( first, SHUT_RDWR );
+   settle();
+   EXPECT_THAT( service.gone, ElementsAre( 2u, 1u ) ) << "each client has a number of its own";
+}
+
+TEST_F( ApiServerTest, WhatAClientAskedForBeforeItHungUpIsDone ) {
+   open();
+   auto const fd = connect();
+   std::string text;
+   for ( int i = 0; i < 3; ++i ) {
+      text += Json{ { "method", "Echo" }, { "oneway", true } }.dump() + '\0';
+   }
+   ASSERT_GT( ::send( fd, text.data(), text.size(), MSG_NOSIGNAL ), 0 );
+   ::close( fd );
+   clients.clear();
+   settle();
+   EXPECT_EQ( service.calls, 3 );
+   EXPECT_EQ( server->connections(), 0u );
 }
 
 TEST_F( ApiServerTest, ASlowReaderIsDroppedWhenTooMuchWaits ) {

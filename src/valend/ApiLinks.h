@@ -1,0 +1,46 @@
+// The calls that shut interfaces down and enable them: one, some, those of a VRF, or all.
+#pragma once
+
+#include "valend/ApiCall.h"
+#include "valend/Feeder.h"
+#include "valend/LinkController.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Valend {
+
+class ApiLinks {
+ public:
+   using Call = std::shared_ptr< ApiCall > const &;
+   // Which interfaces a call is about: those named, or those of the VRF, or all.
+   struct Wanted {
+      std::optional< std::vector< std::string > > names;
+      std::optional< std::string > vrf;
+   };
+
+   // All must outlive this; `post` runs work at the end of the loop's turn.
+   ApiLinks( Feeder const & feeder, LinkController & controller, LinkController::Post post )
+       : feeder_( feeder ), controller_( controller ), post_( std::move( post ) ) {}
+
+   // The interfaces' names, each once, in order. Throws Refusal: "NoSuchInterface", "NoSuchVrf".
+   std::vector< std::string > names( Wanted const & wanted ) const;
+
+   // Each throws Refusal, before anything is done.
+   void shutdown( Call call, std::string const & interface );
+   void shutdownMany( Call call, Wanted const & wanted );
+   void enable( Call call, std::string const & interface );
+   void enableMany( Call call, Wanted const & wanted );
+
+ private:
+   class Many;
+
+   Json stepJson( ShutdownStep step, ShutdownRecord const & record ) const;
+
+   Feeder const & feeder_;
+   LinkController & controller_;
+   LinkController::Post const post_;
+};
+
+} // namespace Valend

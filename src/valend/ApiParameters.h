@@ -1,0 +1,28 @@
+// A call's parameters, taken by name and checked against their types.
+#pragma once
+
+#include "valend/ApiCall.h"
+
+#include <optional>
+#include <string>
+#include <vector>
+
+namespace Valend {
+
+// A parameter that is missing, or not of its type.
+struct BadParameter {
+   char const * name;
+};
+
+// Each gives nothing for a parameter that is absent or null, and throws BadParameter for one that is
+// of another type.
+std::optional< std::string > optionalText( ApiCall const & call, char const * name );
+std::optional< std::vector< std::string > > optionalTexts( ApiCall const & call,
+                                                           char const * name );
+std::optional< U64 > optionalCount( ApiCall const & call, char const * name );
+
+// Throw BadParameter for one that is absent, too.
+std::string requiredText( ApiCall const & call, char const * name );
+std::vector< std::string > requiredTexts( ApiCall const & call, char const * name );
+
+} // namespace Valend
