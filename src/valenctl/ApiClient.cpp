@@ -70,6 +70,13 @@ void ApiClient::callMore( std::string const & method, Json const & parameters,
    }
 }
 
+void ApiClient::waitForEnd() {
+   patience_ = std::chrono::milliseconds( 0 );
+   for ( ;; ) {
+      receive(); // nothing was asked, so nothing comes
+   }
+}
+
 void ApiClient::send( Json const & message ) {
    auto const text = message.dump( -1, ' ', false, Json::error_handler_t::replace );
    std::string_view rest( text.c_str(), text.size() + 1 ); // with the zero byte that ends it

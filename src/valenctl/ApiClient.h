@@ -58,6 +58,9 @@ class ApiClient {
    // Calls a method that answers more than once, until it has no more or `reply` wants none.
    void callMore( std::string const & method, Json const & parameters, Reply const & reply );
 
+   // Keeps the connection until the agent hangs up, and throws NoAgent then.
+   void waitForEnd();
+
  private:
    void send( Json const & message );
    Json receive();

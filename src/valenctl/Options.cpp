@@ -12,9 +12,10 @@ Exit status: 0 done
              1 refused: the agent says why
              2 a wrong command or option
              3 no agent answers
-             4 the agent did not answer in time
+             4 the agent did not answer in time, or what was waited for did not come
 
-Data goes to standard output, everything else to standard error.)";
+Data goes to standard output, everything else to standard error. Tables are coloured
+on a terminal, unless NO_COLOR is set.)";
 
 using Command = Options::Command;
 
@@ -30,30 +31,93 @@ CLI::App * command( CLI::App & parent, Options & options, Command which, char co
    return app;
 }
 
+// An interface that must be named.
+void addInterface( CLI::App & app, Options & options ) {
+   app.add_option( "INTERFACE", options.interface, "Its configured name" )->required();
+}
+
+// One that may be.
+void addOptionalInterface( CLI::App & app, Options & options, char const * what ) {
+   app.add_option( "INTERFACE", options.interface, what );
+}
+
+// Some, or a VRF's, or all: exactly one of these.
+void addSeveral( CLI::App & app, Options & options ) {
+   auto * const which = app.add_option_group( "which" );
+   which->add_option( "INTERFACE", options.interfaces, "Their configured names" );
+   which->add_option( "--vrf", options.vrf, "All interfaces of this VRF" );
+   which->add_flag( "--all", options.all, "All interfaces" );
+   which->require_option( 1 );
+}
+
 void addLinks( CLI::App & app, Options & options ) {
    auto * const shutdown =
       command( app, options, Command::shutdown, "shutdown",
-               "Shut an interface down: its frames go out, the link is held for the configured "
-               "time, then it goes down. Returns when the shutdown is under way" );
-   shutdown->add_option( "INTERFACE", options.interface, "Its configured name" )->required();
-   shutdown->add_flag( "--wait", options.wait, "Return when the link is down, and show each step" );
+               "Shut interfaces down: their frames go out, the links are held for the configured "
+               "time, then they go down. Returns when all shutdowns are under way" );
+   addSeveral( *shutdown, options );
+   shutdown->add_flag( "--wait", options.wait,
+                       "Return when the links are down, and show each step" );
    auto * const enable = command( app, options, Command::enable, "enable",
-                                  "Set an interface's link up, or call its shutdown off" );
-   enable->add_option( "INTERFACE", options.interface, "Its configured name" )->required();
+                                  "Set interfaces' links up, or call their shutdowns off" );
+   addSeveral( *enable, options );
 }
 
 void addStatus( CLI::App & app, Options & options ) {
    auto * const status = command( app, options, Command::status, "status",
                                   "Show the interfaces: whether each is ready, or why not" );
-   status->add_option( "INTERFACE", options.interface, "Only this one" );
-   status->add_flag( "--json", options.json, "As JSON" );
+   addOptionalInterface( *status, options, "Only this one" );
+   auto * const list =
+      command( app, options, Command::list, "list", "Show the interfaces' names, one a line" );
+   list->add_option( "--vrf", options.vrf, "Only those of this VRF" );
+   auto * const watch =
+      command( app, options, Command::watch, "watch",
+               "Show the status as it changes: a table on a terminal, a line a change in a pipe" );
+   addOptionalInterface( *watch, options, "Only this one" );
    auto * const history =
-      command( app, options, Command::history, "history", "List the shutdowns so far, as JSON" );
-   history->add_option( "INTERFACE", options.interface, "Only this one's" );
+      command( app, options, Command::history, "history", "Show the shutdowns so far" );
+   addOptionalInterface( *history, options, "Only this one's" );
+   addInterface( *command( app, options, Command::explain, "explain",
+                           "Show what it takes for an interface to be ready, and what is missing" ),
+                 options );
+   auto * const wait =
+      command( app, options, Command::wait, "wait",
+               "Wait until an interface is ready, up or down, or has no shutdown under way (idle); "
+               "no longer than --timeout" );
+   addInterface( *wait, options );
+   wait->add_option( "--until", options.until, "ready, up, down or idle" )
+      ->required()
+      ->check( CLI::IsMember( { "ready", "up", "down", "idle" } ) );
    auto * const show = command( app, options, Command::show, "show",
                                 "Show what stands at a path of the state store, as JSON" );
    show->add_option( "PATH", options.path,
                      "Such as status, config/agents or interface/config; nothing is the whole" );
+   show->add_flag( "--watch", options.follow, "And again whenever it changes, a line each" );
+}
+
+void addMessages( CLI::App & app, Options & options ) {
+   auto * const messages =
+      command( app, options, Command::messagesList, "messages", "Show, add and remove frames" );
+   messages->require_subcommand( 1 );
+   auto * const list = command( *messages, options, Command::messagesList, "list",
+                                "Show who has queued frames for which interface" );
+   addOptionalInterface( *list, options, "Only this one's" );
+   auto * const add = command( *messages, options, Command::messagesAdd, "add",
+                               "Queue frames, in the place of those that the agent has queued for "
+                               "the interface by this command or over the API" );
+   add->add_option( "AGENT", options.agent, "A name that no agent of the configuration has" )
+      ->required();
+   addInterface( *add, options );
+   add->add_option( "FRAME", options.frames,
+                    "Complete frames in hexadecimal digits; - reads them from standard input, one "
+                    "a line" )
+      ->required();
+   add->add_flag( "--while-running", options.whileConnected,
+                  "Stay, and take the frames away at the end, however it comes" );
+   auto * const remove =
+      command( *messages, options, Command::messagesRemove, "remove", "Take away what was added" );
+   remove->add_option( "AGENT", options.agent, "Its name" )->required();
+   addInterface( *remove, options );
 }
 
 void addTrace( CLI::App & app, Options & options ) {
@@ -105,8 +169,12 @@ std::optional< Options > parseOptions( int argc, char const * const * argv, Exit
                    "Seconds to wait for an answer; 0 is for ever" )
       ->capture_default_str()
       ->check( CLI::Range( 0.0, 86400.0 ) );
+   app.add_flag( "--json", options.json,
+                 "Print what the agent answers, as JSON: one object, or one a line where answers "
+                 "go on" );
    addLinks( app, options );
    addStatus( app, options );
+   addMessages( app, options );
    addTrace( app, options );
    addConfig( app, options );
    addFrame( app, options.frame )->callback( [ &options ] { options.command = Command::frame; } );

@@ -6,6 +6,7 @@
 #include <cstdint>
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Valenctl {
 
@@ -15,7 +16,7 @@ enum class Exit : int {
    refused = 1,  // the agent refused, or what was asked did not happen
    usage = 2,    // a wrong command or option
    noAgent = 3,  // nobody answers at the socket
-   timedOut = 4, // the agent did not answer in time
+   timedOut = 4, // the agent did not answer in time, or what was waited for did not come
 };
 
 struct Options {
@@ -23,7 +24,14 @@ struct Options {
       shutdown,
       enable,
       status,
+      list,
+      watch,
       history,
+      explain,
+      wait,
+      messagesList,
+      messagesAdd,
+      messagesRemove,
       trace,
       traceLevels,
       traceFollow,
@@ -38,13 +46,21 @@ struct Options {
    Command command = Command::status;
    std::string socket = "/run/valen/valend.sock";
    double timeoutSeconds = 10;
-   std::string interface; // empty: all
-   bool wait = false;
    bool json = false;
-   std::string levels; // empty: only tell
+   std::string interface;                 // of commands about one; empty: all
+   std::vector< std::string > interfaces; // of those about several; empty: all, or the VRF's
+   std::string vrf;
+   bool all = false; // said in so many words, where nothing is not enough
+   bool wait = false;
+   std::string until; // what `wait` waits for
+   std::string agent;
+   std::vector< std::string > frames; // "-": those on standard input
+   bool whileConnected = false;       // keep them published only so long
+   std::string levels;                // empty: only tell
    unsigned lines = 100;
    std::string file; // of a trace ring, or of the configuration; empty: the usual
    std::string path; // in the store
+   bool follow = false;
    FrameOptions frame;
 };
 

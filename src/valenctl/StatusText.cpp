@@ -1,6 +1,8 @@
 #include "valenctl/StatusText.h"
 
+#include "valenctl/JsonFields.h"
 #include "valenctl/Table.h"
+#include "valenctl/Terminal.h"
 
 #include <cstdio>
 #include <ctime>
@@ -9,29 +11,15 @@ namespace Valenctl {
 
 namespace {
 
-std::string text( Json const & object, char const * key ) {
-   auto const found = object.find( key );
-   return found != object.end() && found->is_string() ? found->get< std::string >() : "";
-}
-
-std::uint64_t number( Json const & object, char const * key ) {
-   auto const found = object.find( key );
-   return found != object.end() && found->is_number() ? found->get< std::uint64_t >() : 0;
-}
-
 std::string counted( std::uint64_t count, char const * what ) {
    return std::to_string( count ) + " " + what + ( count == 1 ? "" : "s" );
 }
 
-Json list( Json const & object, char const * key ) {
-   return object.value( key, Json::array() );
-}
-
 std::string framesText( Json const & interface ) {
    std::string frames;
-   for ( auto const & agent : list( interface, "frames" ) ) {
-      frames += ( frames.empty() ? "" : ", " ) + text( agent, "agent" ) + " " +
-                std::to_string( number( agent, "count" ) );
+   for ( auto const & agent : listField( interface, "frames" ) ) {
+      frames += ( frames.empty() ? "" : ", " ) + textField( agent, "agent" ) + " " +
+                std::to_string( numberField( agent, "count" ) );
    }
    return frames.empty() ? "-" : frames;
 }
@@ -45,30 +33,33 @@ std::string heldText( Json const & interface ) {
 }
 
 std::string failedText( Json const & interface ) {
-   auto const failed = std::to_string( number( interface, "failed" ) );
-   auto const why = text( interface, "lastError" );
+   auto const failed = std::to_string( numberField( interface, "failed" ) );
+   auto const why = textField( interface, "lastError" );
    return why.empty() ? failed : failed + " (" + why + ")";
 }
 
 std::string linkText( Json const & interface ) {
-   auto const link = text( interface, "link" );
+   auto const link = textField( interface, "link" );
    return link == "up" && !interface.value( "carrier", true ) ? "up, no carrier" : link;
 }
 
-std::string readyText( Json const & interface ) {
-   return interface.value( "ready", false ) ? "yes" : "no: " + text( interface, "notReady" );
+std::string readyText( Json const & interface, bool colour ) {
+   return interface.value( "ready", false )
+             ? coloured( "yes", Colour::green, colour )
+             : coloured( "no: " + textField( interface, "notReady" ), Colour::red, colour );
 }
 
 // Frames that the interface's device cannot take, a line each.
 std::string tooLongText( Json const & interface ) {
    std::string lines;
-   for ( auto const & agent : list( interface, "frames" ) ) {
-      for ( auto const & frame : list( agent, "tooLong" ) ) {
-         lines += text( interface, "name" ) + ": frame " +
-                  std::to_string( number( frame, "frame" ) ) + " of " + text( agent, "agent" ) +
-                  " has " + std::to_string( number( frame, "bytes" ) ) + " bytes, and " +
-                  text( interface, "device" ) + " takes " +
-                  std::to_string( number( frame, "limit" ) ) + ": it will not be sent\n";
+   for ( auto const & agent : listField( interface, "frames" ) ) {
+      for ( auto const & frame : listField( agent, "tooLong" ) ) {
+         lines += textField( interface, "name" ) + ": frame " +
+                  std::to_string( numberField( frame, "frame" ) ) + " of " +
+                  textField( agent, "agent" ) + " has " +
+                  std::to_string( numberField( frame, "bytes" ) ) + " bytes, and " +
+                  textField( interface, "device" ) + " takes " +
+                  std::to_string( numberField( frame, "limit" ) ) + ": it will not be sent\n";
       }
    }
    return lines;
@@ -76,52 +67,62 @@ std::string tooLongText( Json const & interface ) {
 
 } // namespace
 
-std::string statusText( Json const & status ) {
+std::string interfacesText( Json const & interfaces, bool colour ) {
+   Table table( { "INTERFACE", "DEVICE", "VRF", "LINK", "READY", "HELD", "FRAMES", "SENT", "FAILED",
+                  "ABORTS" } );
+   for ( auto const & interface : interfaces ) {
+      auto const held = heldText( interface );
+      table.add(
+         { textField( interface, "name" ), textField( interface, "device" ),
+           textField( interface, "vrf" ), linkText( interface ), readyText( interface, colour ),
+           held == "-" ? held : coloured( held, Colour::yellow, colour ), framesText( interface ),
+           std::to_string( numberField( interface, "sent" ) ), failedText( interface ),
+           std::to_string( numberField( interface, "aborts" ) ) } );
+   }
+   return table.text();
+}
+
+std::string statusText( Json const & status, bool colour ) {
    auto const & delay = status.value( "shutdownDelayMs", Json() );
    auto result = delay.is_number() ? "shutdowns are held for " +
                                         std::to_string( delay.get< std::uint64_t >() ) + " ms\n"
                                    : std::string( "the feature is off: no shutdown is held\n" );
-   Table table( { "INTERFACE", "DEVICE", "VRF", "LINK", "READY", "HELD", "FRAMES", "SENT", "FAILED",
-                  "ABORTS" } );
+   result += interfacesText( listField( status, "interfaces" ), colour );
    std::string notes;
-   for ( auto const & interface : list( status, "interfaces" ) ) {
-      table.add( { text( interface, "name" ), text( interface, "device" ), text( interface, "vrf" ),
-                   linkText( interface ), readyText( interface ), heldText( interface ),
-                   framesText( interface ), std::to_string( number( interface, "sent" ) ),
-                   failedText( interface ), std::to_string( number( interface, "aborts" ) ) } );
+   for ( auto const & interface : listField( status, "interfaces" ) ) {
       notes += tooLongText( interface );
    }
-   for ( auto const & vrf : list( status, "vrfs" ) ) {
-      auto const trouble = text( vrf, "trouble" );
+   for ( auto const & vrf : listField( status, "vrfs" ) ) {
+      auto const trouble = textField( vrf, "trouble" );
       if ( !trouble.empty() ) {
-         notes += "VRF " + text( vrf, "name" ) + ": " + trouble + "\n";
+         notes += "VRF " + textField( vrf, "name" ) + ": " + trouble + "\n";
       }
    }
-   auto const faults = list( status, "lastFaults" );
+   auto const faults = listField( status, "lastFaults" );
    if ( !faults.empty() && faults.back().is_string() ) {
-      notes += counted( number( status, "faults" ), "fault" ) +
+      notes += counted( numberField( status, "faults" ), "fault" ) +
                "; the last: " + faults.back().get< std::string >() + "\n";
    }
-   return result + table.text() + notes;
+   return result + notes;
 }
 
 std::string stepText( Json const & answer ) {
    auto const shutdown = answer.value( "shutdown", Json::object() );
-   auto const name = text( shutdown, "interface" );
-   auto const step = text( answer, "step" );
-   auto const held = std::to_string( number( shutdown, "heldMs" ) ) + " ms";
+   auto const name = textField( shutdown, "interface" );
+   auto const step = textField( answer, "step" );
+   auto const held = std::to_string( numberField( shutdown, "heldMs" ) ) + " ms";
    if ( step == "sent" ) {
-      auto const failed = number( shutdown, "failed" );
-      return name + ": " + counted( number( shutdown, "sent" ), "frame" ) + " sent" +
+      auto const failed = numberField( shutdown, "failed" );
+      return name + ": " + counted( numberField( shutdown, "sent" ), "frame" ) + " sent" +
              ( failed ? ", " + std::to_string( failed ) + " not (" +
-                           text( shutdown, "failReason" ) + ")"
+                           textField( shutdown, "failReason" ) + ")"
                       : "" );
    }
    if ( step == "delayed" ) {
-      return name + ": held for " + std::to_string( number( answer, "delayMs" ) ) + " ms";
+      return name + ": held for " + std::to_string( numberField( answer, "delayMs" ) ) + " ms";
    }
-   auto const ending = text( shutdown, "ending" );
-   auto const why = text( shutdown, "why" );
+   auto const ending = textField( shutdown, "ending" );
+   auto const why = textField( shutdown, "why" );
    auto line = ending == "down"           ? shutdown.value( "withDelay", false )
                                                ? "link down, after it was held " + held
                                                : std::string( "link down, without delay" )
@@ -129,7 +130,7 @@ std::string stepText( Json const & answer ) {
                : ending == "aborted"      ? "shutdown called off, link stays up"
                : ending == "no-device"    ? "no link to set down"
                                           : "link could not be set down";
-   if ( auto const bytes = number( shutdown, "unflushedBytes" ) ) {
+   if ( auto const bytes = numberField( shutdown, "unflushedBytes" ) ) {
       line += ", with " + std::to_string( bytes ) + " bytes of frames unsent in the socket";
    }
    return name + ": " + line + ( why.empty() ? "" : " (" + why + ")" );

@@ -10,7 +10,10 @@ using Json = nlohmann::json;
 
 // The status table, and below it what needs attention: frames that a device cannot take, VRFs in
 // trouble, faults.
-std::string statusText( Json const & status );
+std::string statusText( Json const & status, bool colour = false );
+
+// The table alone, of a list of interfaces.
+std::string interfacesText( Json const & interfaces, bool colour = false );
 
 // One step of a shutdown: "Ethernet1: 3 frames sent".
 std::string stepText( Json const & answer );

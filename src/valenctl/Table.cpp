@@ -6,10 +6,16 @@ namespace Valenctl {
 
 namespace {
 
-// Characters, not bytes: what continues a UTF-8 character takes no room.
+// Characters, not bytes: what continues a UTF-8 character takes no room, nor does a colour.
 std::size_t width( std::string const & cell ) {
-   return static_cast< std::size_t >(
-      std::count_if( cell.begin(), cell.end(), []( char c ) { return ( c & 0xc0 ) != 0x80; } ) );
+   std::size_t characters = 0;
+   bool inColour = false;
+   for ( char const c : cell ) {
+      inColour = inColour || c == '\x1b';
+      characters += !inColour && ( c & 0xc0 ) != 0x80;
+      inColour = inColour && c != 'm';
+   }
+   return characters;
 }
 
 } // namespace

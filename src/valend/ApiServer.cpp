@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <string_view>
 #include <sys/epoll.h>
 #include <sys/socket.h>
 #include <unistd.h>
@@ -21,6 +22,28 @@ constexpr char const * invalidParameter = "org.varlink.service.InvalidParameter"
 bool isFlag( Json const & message, char const * name ) {
    auto const found = message.find( name );
    return found != message.end() && found->is_boolean() && found->get< bool >();
+}
+
+// Whether objects and arrays are nested deeper than any call of ours; to take such a message apart
+// would cost far more than its length.
+bool isTooDeep( std::string_view text ) {
+   constexpr int deepest = 16;
+   int depth = 0;
+   bool inString = false;
+   for ( std::size_t i = 0; i < text.size(); ++i ) {
+      auto const c = text[ i ];
+      if ( inString ) {
+         i += c == '\\';
+         inString = c != '"';
+      } else if ( c == '"' ) {
+         inString = true;
+      } else if ( ( c == '[' || c == '{' ) && ++depth > deepest ) {
+         return true;
+      } else if ( c == ']' || c == '}' ) {
+         --depth;
+      }
+   }
+   return false;
 }
 
 } // namespace
@@ -175,7 +198,7 @@ class ApiServer::Connection final : public ApiReplies,
    }
 
    void handle( std::string const & text ) {
-      auto const message = Json::parse( text, nullptr, false );
+      auto const message = isTooDeep( text ) ? Json() : Json::parse( text, nullptr, false );
       if ( !message.is_object() || !message.contains( "method" ) ||
            !message[ "method" ].is_string() ) {
          return drop( false ); // not our protocol: no answer would be understood

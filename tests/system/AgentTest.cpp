@@ -39,7 +39,8 @@ TEST_F( AgentTest, FramesLeaveByteForByteAndThenTheLinkGoesDown ) {
    EXPECT_FALSE( linkUp( *red_, "et2" ) );
    EXPECT_THAT( far2.frames( 2, seconds( 1 ) ), ElementsAre( frame( "red" ) ) );
    EXPECT_EQ( interface( "Ethernet1" )[ "sent" ], 2 );
-   EXPECT_GE( Json::parse( ctl( { "history", "Ethernet1" } ).out )[ "shutdowns" ][ 0 ][ "heldMs" ],
+   EXPECT_GE( Json::parse(
+                 ctl( { "history", "Ethernet1", "--json" } ).out )[ "shutdowns" ][ 0 ][ "heldMs" ],
               300 );
 }
 
@@ -287,7 +288,8 @@ TEST_F( AgentTest, AReloadPutsWhatDiffersInForceAndDisturbsNothingElse ) {
    EXPECT_THAT( far1.frames( 3, milliseconds( 500 ) ),
                 ElementsAre( frame( "new" ), frame( "two" ) ) );
    ASSERT_TRUE( eventually( [ this ] { return !linkUp( *red_, "et2" ); } ) );
-   EXPECT_GE( Json::parse( ctl( { "history", "Ethernet2" } ).out )[ "shutdowns" ][ 0 ][ "heldMs" ],
+   EXPECT_GE( Json::parse(
+                 ctl( { "history", "Ethernet2", "--json" } ).out )[ "shutdowns" ][ 0 ][ "heldMs" ],
               6000 );
    EXPECT_THAT( far2.frames( 2, milliseconds( 200 ) ), ElementsAre( frame( "red" ) ) );
 }

@@ -30,7 +30,7 @@ TEST_F( OptionsTest, EachCommandIsTaken ) {
    auto options = parse( { "shutdown", "Ethernet1", "--wait" } );
    ASSERT_TRUE( options );
    EXPECT_EQ( options->command, Command::shutdown );
-   EXPECT_EQ( options->interface, "Ethernet1" );
+   EXPECT_EQ( options->interfaces, ( std::vector< std::string >{ "Ethernet1" } ) );
    EXPECT_TRUE( options->wait );
    EXPECT_EQ( options->socket, "/run/valen/valend.sock" );
    EXPECT_EQ( parse( { "enable", "Ethernet1" } )->command, Command::enable );
@@ -43,6 +43,48 @@ TEST_F( OptionsTest, EachCommandIsTaken ) {
    options = parse( { "show", "status" } );
    EXPECT_EQ( options->command, Command::show );
    EXPECT_EQ( options->path, "status" );
+}
+
+TEST_F( OptionsTest, SeveralInterfacesAreNamedOrAVrfsOrAll ) {
+   using Names = std::vector< std::string >;
+   EXPECT_EQ( parse( { "shutdown", "a", "b" } )->interfaces, ( Names{ "a", "b" } ) );
+   EXPECT_EQ( parse( { "enable", "--vrf", "red" } )->vrf, "red" );
+   auto const all = parse( { "shutdown", "--all", "--wait", "--json" } );
+   ASSERT_TRUE( all );
+   EXPECT_TRUE( all->all && all->wait && all->json && all->interfaces.empty() );
+   for ( auto const & arguments :
+         std::vector< std::vector< char const * > >{ { "shutdown" },
+                                                     { "shutdown", "--all", "a" },
+                                                     { "enable", "--all", "--vrf", "red" } } ) {
+      EXPECT_FALSE( parse( arguments ) ) << "one of the three, and no two";
+      EXPECT_EQ( exit, Exit::usage );
+   }
+}
+
+TEST_F( OptionsTest, WhatLooksAtInterfacesIsTaken ) {
+   EXPECT_EQ( parse( { "watch" } )->command, Command::watch );
+   EXPECT_EQ( parse( { "list", "--vrf", "red" } )->vrf, "red" );
+   EXPECT_EQ( parse( { "explain", "a" } )->command, Command::explain );
+   EXPECT_EQ( parse( { "wait", "a", "--until", "down" } )->until, "down" );
+   EXPECT_TRUE( parse( { "show", "status", "--watch" } )->follow );
+   EXPECT_FALSE( parse( { "explain" } ) );
+   EXPECT_FALSE( parse( { "wait", "a" } ) );
+   EXPECT_FALSE( parse( { "wait", "a", "--until", "noon" } ) );
+   EXPECT_EQ( exit, Exit::usage );
+}
+
+TEST_F( OptionsTest, MessagesAreListedAddedAndRemoved ) {
+   EXPECT_EQ( parse( { "messages", "list" } )->command, Command::messagesList );
+   auto const options = parse( { "messages", "add", "radv", "a", "00", "-", "--while-running" } );
+   ASSERT_TRUE( options );
+   EXPECT_EQ( options->command, Command::messagesAdd );
+   EXPECT_EQ( options->agent, "radv" );
+   EXPECT_EQ( options->interface, "a" );
+   EXPECT_EQ( options->frames, ( std::vector< std::string >{ "00", "-" } ) );
+   EXPECT_TRUE( options->whileConnected );
+   EXPECT_EQ( parse( { "messages", "remove", "radv", "a" } )->command, Command::messagesRemove );
+   EXPECT_FALSE( parse( { "messages" } ) );
+   EXPECT_FALSE( parse( { "messages", "add", "radv", "a" } ) );
 }
 
 TEST_F( OptionsTest, TraceHasCommandsOfItsOwn ) {

@@ -200,6 +200,23 @@ TEST_F( ApiServerTest, GarbageEndsTheConnection ) {
    EXPECT_EQ( server->connections(), 0u );
 }
 
+TEST_F( ApiServerTest, WhatIsNestedTooDeepEndsTheConnection ) {
+   open();
+   auto const nested = []( int depth ) {
+      return R"({"method":"Echo","parameters":{"a":)" +
+             std::string( static_cast< std::size_t >( depth ), '[' ) +
+             R"("[[[[[[[[[[[[[[[[[[\"[[[")" +
+             std::string( static_cast< std::size_t >( depth ), ']' ) + "}}" + '\0';
+   };
+   auto const fits = connect();
+   send( fits, nested( 14 ) );
+   EXPECT_EQ( answers( fits ).at( 0 ).rfind( R"({"parameters":{"a":[[)", 0 ), 0u );
+   auto const deep = connect();
+   send( deep, nested( 15 ) );
+   EXPECT_THAT( answers( deep ), ElementsAre( "closed" ) );
+   EXPECT_EQ( service.calls, 1 );
+}
+
 TEST_F( ApiServerTest, ParametersThatAreNoObjectAreRefusedByName ) {
    open();
    auto const fd = connect();

@@ -1,0 +1,238 @@
+// The control API as a door: what clients of all kinds do to an agent that has a delay to keep.
+#include "tests/system/AgentProcess.h"
+#include "tests/system/RawClient.h"
+#include "config/Hex.h"
+
+#include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
+#include <thread>
+
+namespace Valen::Test {
+namespace {
+
+using Json = nlohmann::json;
+using std::chrono::milliseconds;
+using std::chrono::seconds;
+using ::testing::HasSubstr;
+
+constexpr int delayMs = 1500;
+// What a busy machine may add to a delay. An agent that is kept busy by a client would be later by
+// seconds.
+constexpr int slackMs = 1000;
+
+class ApiTest : public NetworkTest {
+ protected:
+   void SetUp() override {
+      NetworkTest::SetUp();
+      if ( IsSkipped() ) {
+         return;
+      }
+      work_.emplace();
+      machine_.emplace();
+      neighbours_.emplace();
+      machine_->veth( "et1", *neighbours_, "far1" );
+      machine_->veth( "et2", *neighbours_, "far2" );
+      std::ofstream( *work_ / "valen.yaml" )
+         << "shutdown-delay-ms: " << delayMs
+         << "\ninterfaces: [{name: Ethernet1, device: et1}, {name: Ethernet2, device: et2}]\n"
+            "agents: [{name: lldp, messages: {Ethernet1: ["
+         << frame() << "]}}]\n";
+      agent_.emplace( std::vector< std::string >{ VALEND, "--config", *work_ / "valen.yaml",
+                                                  "--socket", socket() },
+                      *work_ / "agent", &*machine_ );
+      ASSERT_EQ( ctl( { "wait", "Ethernet1", "--until", "ready" }, 30 ).status, 0 )
+         << agent_->err();
+   }
+
+   std::string socket() const { return *work_ / "sock"; }
+   static std::string frame() { return ValenConfig::toHex( testFrame( "goodbye" ) ); }
+
+   // Calls valenctl, again while the agent does not listen yet.
+   Result ctl( std::vector< std::string > arguments, int tries = 1 ) const {
+      arguments.insert( arguments.begin(), { VALENCTL, "--socket", socket() } );
+      for ( ;; ) {
+         Process command( arguments, *work_ / "ctl" );
+         auto const status = command.wait();
+         if ( status != 3 || --tries <= 0 ) {
+            return { status, command.out(), command.err() };
+         }
+         std::this_thread::sleep_for( milliseconds( 100 ) );
+      }
+   }
+   // Shuts Ethernet1 down, lets `client` do its worst, and looks whether the delay was kept.
+   template < class Client > void expectTheDelayIsKept( Client const & client ) {
+      RawClient operating( socket() );
+      operating.call( "Shutdown", { { "interface", "Ethernet1" } } );
+      ASSERT_EQ( operating.answer()[ "parameters" ][ "step" ], "delayed" );
+      client();
+      ASSERT_EQ( ctl( { "wait", "Ethernet1", "--until", "idle" } ).status, 0 );
+      auto const history = Json::parse( ctl( { "history", "Ethernet1", "--json" } ).out );
+      auto const last = history[ "shutdowns" ].back();
+      EXPECT_EQ( last[ "ending" ], "down" ) << last;
+      EXPECT_GE( last[ "heldMs" ], delayMs );
+      EXPECT_LE( last[ "heldMs" ], delayMs + slackMs );
+      EXPECT_EQ( ctl( { "enable", "Ethernet1" } ).status, 0 );
+      EXPECT_TRUE( agent_->running() );
+   }
+
+   std::optional< WorkFolder > work_;
+   std::optional< TestNetNs > machine_;
+   std::optional< TestNetNs > neighbours_;
+   std::optional< Process > agent_;
+};
+
+TEST_F( ApiTest, GarbageDoesNotTouchADelay ) {
+   expectTheDelayIsKept( [ this ] {
+      for ( int i = 0; i < 200; ++i ) {
+         RawClient client( socket() );
+         client.send( "GET / HTTP/1.1\r\n\r\n" + std::string( 1000, static_cast< char >( i ) ) +
+                      '\0' );
+         EXPECT_TRUE( client.ended() );
+      }
+   } );
+}
+
+TEST_F( ApiTest, HalfAMessageIsWaitedForWithoutHarm ) {
+   RawClient half( socket() );
+   half.send( R"({"method":"org.valen.Agent.Li)" );
+   expectTheDelayIsKept( [] {} );
+   half.send( std::string( R"(st"})" ) + '\0' );
+   EXPECT_EQ( half.answer()[ "parameters" ][ "interfaces" ].size(), 2u );
+}
+
+TEST_F( ApiTest, AMessageOfAGigabyteIsRefusedAfterItsBeginning ) {
+   expectTheDelayIsKept( [ this ] {
+      RawClient client( socket() );
+      std::string const piece( 1 << 20, 'x' );
+      int sent = 0;
+      for ( ; sent < 1024 && client.send( piece ); ++sent ) {
+      }
+      EXPECT_LT( sent, 10 ) << "the agent hangs up";
+   } );
+}
+
+TEST_F( ApiTest, MessagesOfDeepNestingAreNoBurden ) {
+   expectTheDelayIsKept( [ this ] {
+      for ( int i = 0; i < 20; ++i ) {
+         RawClient client( socket() );
+         client.send( R"({"method":"org.valen.Agent.List","parameters":{"interfaces":)" +
+                      std::string( 200'000, '[' ) + '\0' );
+         EXPECT_TRUE( client.ended() );
+      }
+   } );
+}
+
+TEST_F( ApiTest, AThousandIdleConnectionsKeepNobodyOut ) {
+   std::vector< std::unique_ptr< RawClient > > idle;
+   expectTheDelayIsKept( [ & ] {
+      for ( int i = 0; i < 1000; ++i ) {
+         idle.push_back( std::make_unique< RawClient >( socket() ) );
+      }
+      EXPECT_EQ( ctl( { "list" } ).out, "Ethernet1\nEthernet2\n" );
+   } );
+}
+
+TEST_F( ApiTest, ASlowReaderIsDroppedAndHoldsNobodyUp ) {
+   expectTheDelayIsKept( [ this ] {
+      RawClient client( socket() );
+      for ( int i = 0; i < 300 && client.send( RawClient::text( "Show", { { "path", "" } } ) );
+            ++i ) { // and takes no answer
+      }
+      RawClient following( socket() );
+      following.call( "Trace", { { "lines", 10000 } }, true );
+      RawClient watching( socket() );
+      watching.call( "Watch", { { "path", "" } }, true );
+      EXPECT_EQ( ctl( { "list" } ).status, 0 );
+   } );
+}
+
+TEST_F( ApiTest, AClientThatDiesAmidAWatchIsForgotten ) {
+   std::vector< std::unique_ptr< Process > > watchers;
+   expectTheDelayIsKept( [ & ] {
+      for ( int i = 0; i < 10; ++i ) {
+         std::vector< std::string > arguments{ VALENCTL, "--socket", socket() };
+         for ( auto const * argument :
+               { i % 2 ? "watch" : "show", i % 2 ? "--json" : "--watch" } ) {
+            arguments.push_back( argument );
+         }
+         watchers.push_back(
+            std::make_unique< Process >( arguments, *work_ / ( "watch" + std::to_string( i ) ) ) );
+      }
+      for ( auto const & watcher : watchers ) {
+         for ( int tries = 0; watcher->out().empty() && tries < 500; ++tries ) {
+            std::this_thread::sleep_for( milliseconds( 20 ) );
+         }
+         EXPECT_FALSE( watcher->out().empty() ) << watcher->err();
+         watcher->signal( SIGKILL );
+         watcher->wait();
+      }
+   } );
+}
+
+// --- An agent in another process -----------------------------------------------------------------
+
+TEST_F( ApiTest, FramesOfAnAgentThatIsKilledAreWithdrawn ) {
+   Process publisher( { VALENCTL, "--socket", socket(), "messages", "add", "ospf", "Ethernet2",
+                        frame(), "--while-running", "--json" },
+                      *work_ / "publisher" );
+   ASSERT_EQ( ctl( { "wait", "Ethernet2", "--until", "ready", "--timeout", "30" } ).status, 0 )
+      << publisher.err();
+   EXPECT_THAT( ctl( { "messages", "list" } ).out, HasSubstr( "ospf   Ethernet2  1       " ) );
+   auto const second = ctl( { "messages", "add", "ospf", "Ethernet2", frame() } );
+   EXPECT_EQ( second.status, 1 );
+   EXPECT_EQ( second.err,
+              "valenctl: another client publishes as agent \"ospf\"; its frames go when "
+              "it does\n" );
+   publisher.signal( SIGKILL );
+   publisher.wait();
+   std::string explained;
+   for ( int tries = 0; tries < 500; ++tries ) {
+      explained = ctl( { "explain", "Ethernet2" } ).out;
+      if ( explained.find( "NO   frames are queued for it: no agent has any" ) !=
+           std::string::npos ) {
+         break;
+      }
+      std::this_thread::sleep_for( milliseconds( 20 ) );
+   }
+   EXPECT_THAT( explained, HasSubstr( "Ethernet2: not ready, link up\n" ) );
+   EXPECT_EQ( ctl( { "messages", "add", "ospf", "Ethernet2", frame() } ).status, 0 );
+   EXPECT_EQ( ctl( { "messages", "remove", "ospf", "Ethernet2" } ).status, 0 );
+   EXPECT_EQ( ctl( { "messages", "remove", "ospf", "Ethernet2" } ).status, 1 );
+}
+
+TEST_F( ApiTest, AllGoDownTogether ) {
+   auto const result = ctl( { "shutdown", "--all", "--wait", "--json" } );
+   EXPECT_EQ( result.status, 0 );
+   std::stringstream lines( result.out );
+   int ended = 0;
+   for ( std::string line; std::getline( lines, line ); ) {
+      ended += Json::parse( line )[ "step" ] == "ended";
+   }
+   EXPECT_EQ( ended, 2 );
+   EXPECT_EQ( ctl( { "enable", "--vrf", "default" } ).err,
+              "Ethernet1: link up\nEthernet2: link up\n" );
+   auto const late = ctl( { "wait", "Ethernet1", "--until", "down", "--timeout", "0.2" } );
+   EXPECT_EQ( late.status, 4 );
+   EXPECT_EQ( late.err, "valenctl: interface \"Ethernet1\" is not so yet\n" );
+}
+
+TEST_F( ApiTest, InAPipeWatchPrintsALineForEachChange ) {
+   Process watching( { VALENCTL, "--socket", socket(), "watch", "Ethernet1" }, *work_ / "watch" );
+   auto const shows = [ & ]( char const * text ) {
+      for ( int tries = 0; tries < 500; ++tries ) {
+         if ( watching.out().find( text ) != std::string::npos ) {
+            return true;
+         }
+         std::this_thread::sleep_for( milliseconds( 20 ) );
+      }
+      return false;
+   };
+   ASSERT_TRUE( shows( " Ethernet1: up, ready, frames: lldp 1, sent 0\n" ) );
+   ASSERT_EQ( ctl( { "shutdown", "Ethernet1" } ).status, 0 );
+   EXPECT_TRUE( shows( " Ethernet1: up, ready, held, frames: lldp 1, sent 0\n" ) );
+   EXPECT_TRUE( shows( " Ethernet1: down, ready, frames: lldp 1, sent 1\n" ) ) << watching.out();
+   EXPECT_EQ( watching.out().find( '\x1b' ), std::string::npos );
+}
+
+} // namespace
+} // namespace Valen::Test
