@@ -9,14 +9,14 @@
 namespace Valenctl {
 
 Exit Session::tellStep( Json const & step ) {
-   if ( options_.json ) {
-      printLine( step );
-   } else {
-      err_ << ( terminal_.err ? "\r\x1b[K" : "" ) << stepText( step ) << std::endl;
-   }
    auto const ending = textField( step.value( "shutdown", Json::object() ), "ending" );
    bool const well =
       textField( step, "step" ) != "ended" || ending == "down" || ending == "already-down";
+   if ( options_.json ) {
+      printLine( step );
+   } else if ( !options_.quiet || !well ) {
+      err_ << ( terminal_.err ? "\r\x1b[K" : "" ) << stepText( step ) << std::endl;
+   }
    return well ? Exit::done : Exit::refused;
 }
 
@@ -32,7 +32,7 @@ Exit Session::shutdown() {
          client_.patienceIs( timeout() + std::chrono::milliseconds( longest ) );
       }
       auto const pending = numberField( answer, "pending" );
-      if ( terminal_.err && options_.wait && !options_.json && pending ) {
+      if ( terminal_.err && options_.wait && !options_.json && !options_.quiet && pending ) {
          err_ << pending << " not down yet" << std::flush; // the next step overwrites it
       }
       return true;
@@ -54,7 +54,7 @@ Exit Session::enable() {
          exit = Exit::refused;
          err_ << "valenctl: " << textField( each, "interface" ) << ": "
               << textField( each, "message" ) << '\n';
-      } else if ( !options_.json ) {
+      } else if ( !options_.json && !options_.quiet ) {
          err_ << textField( each, "interface" ) << ": "
               << ( result == "aborted"      ? "shutdown called off, link stays up"
                    : result == "already-up" ? "link was up already"

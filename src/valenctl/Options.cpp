@@ -46,8 +46,12 @@ void addSeveral( CLI::App & app, Options & options ) {
    auto * const which = app.add_option_group( "which" );
    which->add_option( "INTERFACE", options.interfaces, "Their configured names" );
    which->add_option( "--vrf", options.vrf, "All interfaces of this VRF" );
+   which->add_option( "--device", options.device,
+                      "The interfaces that this kernel device carries" );
+   which->add_flag( "--ready", options.ready, "All interfaces whose shutdown would be held" );
    which->add_flag( "--all", options.all, "All interfaces" );
    which->require_option( 1 );
+   app.add_flag( "--quiet", options.quiet, "Say nothing but what goes wrong" );
 }
 
 void addLinks( CLI::App & app, Options & options ) {

@@ -50,6 +50,9 @@ struct Options {
    std::string interface;                 // of commands about one; empty: all
    std::vector< std::string > interfaces; // of those about several; empty: all, or the VRF's
    std::string vrf;
+   std::string device;
+   bool ready = false;
+   bool quiet = false;
    bool all = false; // said in so many words, where nothing is not enough
    bool wait = false;
    std::string until; // what `wait` waits for

@@ -86,6 +86,12 @@ Json Session::wantedParameters() const {
    if ( !options_.vrf.empty() ) {
       parameters[ "vrf" ] = options_.vrf;
    }
+   if ( !options_.device.empty() ) {
+      parameters[ "device" ] = options_.device;
+   }
+   if ( options_.ready ) {
+      parameters[ "ready" ] = true;
+   }
    return parameters;
 }
 

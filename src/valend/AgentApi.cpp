@@ -27,7 +27,8 @@ struct NamedError {
 };
 
 ApiLinks::Wanted wantedOf( ApiCall const & call ) {
-   return { optionalTexts( call, "interfaces" ), optionalText( call, "vrf" ) };
+   return { optionalTexts( call, "interfaces" ), optionalText( call, "vrf" ),
+            optionalText( call, "device" ), optionalFlag( call, "ready" ) };
 }
 
 Json linesJson( std::vector< TraceHub::Line > const & lines ) {
@@ -70,7 +71,7 @@ AgentApi::Method const AgentApi::methods[] = {
 
 AgentApi::AgentApi( Parts const & parts )
     : parts_( parts ), report_( parts.store, parts.feeder, parts.port, parts.controller ),
-      links_( parts.feeder, parts.controller, parts.post ),
+      links_( parts.store, parts.feeder, parts.controller, parts.post ),
       watches_( parts.store, report_, parts.feeder, parts.scheduler, parts.post ) {}
 
 void AgentApi::call( std::shared_ptr< ApiCall > call ) {

@@ -60,19 +60,27 @@ std::vector< std::string > ApiLinks::names( Wanted const & wanted ) const {
    if ( wanted.vrf && *wanted.vrf != defaultVrf && !config.vrfs.contains( *wanted.vrf ) ) {
       throw Refusal( "NoSuchVrf", "no VRF \"" + *wanted.vrf + "\" is configured" );
    }
-   std::set< std::string > names;
-   for ( auto const & name : wanted.names.value_or( std::vector< std::string >() ) ) {
+   auto const given = wanted.names.value_or( std::vector< std::string >() );
+   std::set< std::string > const named( given.begin(), given.end() );
+   for ( auto const & name : named ) {
       if ( !config.interfaces.contains( name ) ) {
          throw Refusal( "NoSuchInterface", "no interface \"" + name + "\" is configured" );
       }
-      names.insert( name );
    }
+   std::vector< std::string > names;
    for ( auto const & [ name, interface ] : config.interfaces ) {
-      if ( !wanted.names && ( !wanted.vrf || interface.vrf == *wanted.vrf ) ) {
-         names.insert( name );
+      if ( ( !wanted.names || named.contains( name ) ) && isWanted( interface, wanted ) ) {
+         names.push_back( name );
       }
    }
-   return { names.begin(), names.end() };
+   return names;
+}
+
+bool ApiLinks::isWanted( InterfaceConfig const & interface, Wanted const & wanted ) const {
+   auto const status = store_.statusDir->intfStatus( Corvid::IntfId( interface.name ) );
+   return ( !wanted.vrf || interface.vrf == *wanted.vrf ) &&
+          ( !wanted.device || interface.device == *wanted.device ) &&
+          ( !wanted.ready || ( status && status->shouldDelay() ) );
 }
 
 Json ApiLinks::stepJson( ShutdownStep step, ShutdownRecord const & record ) const {

@@ -14,15 +14,20 @@ namespace Valend {
 class ApiLinks {
  public:
    using Call = std::shared_ptr< ApiCall > const &;
-   // Which interfaces a call is about: those named, or those of the VRF, or all.
+   // Which interfaces a call is about: those named, or all; of these the ones in the VRF, on the
+   // device, ready.
    struct Wanted {
       std::optional< std::vector< std::string > > names;
       std::optional< std::string > vrf;
+      std::optional< std::string > device;
+      bool ready = false;
    };
 
    // All must outlive this; `post` runs work at the end of the loop's turn.
-   ApiLinks( Feeder const & feeder, LinkController & controller, LinkController::Post post )
-       : feeder_( feeder ), controller_( controller ), post_( std::move( post ) ) {}
+   ApiLinks( Store const & store, Feeder const & feeder, LinkController & controller,
+             LinkController::Post post )
+       : store_( store ), feeder_( feeder ), controller_( controller ), post_( std::move( post ) ) {
+   }
 
    // The interfaces' names, each once, in order. Throws Refusal: "NoSuchInterface", "NoSuchVrf".
    std::vector< std::string > names( Wanted const & wanted ) const;
@@ -38,6 +43,9 @@ class ApiLinks {
 
    Json stepJson( ShutdownStep step, ShutdownRecord const & record ) const;
 
+   bool isWanted( InterfaceConfig const & interface, Wanted const & wanted ) const;
+
+   Store const & store_;
    Feeder const & feeder_;
    LinkController & controller_;
    LinkController::Post const post_;

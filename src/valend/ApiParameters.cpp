@@ -47,6 +47,11 @@ std::optional< U64 > optionalCount( ApiCall const & call, char const * name ) {
    return fits ? found->get< U64 >() : throw BadParameter{ name };
 }
 
+bool optionalFlag( ApiCall const & call, char const * name ) {
+   auto const * const found = find( call, name );
+   return found && ( found->is_boolean() ? found->get< bool >() : throw BadParameter{ name } );
+}
+
 std::string requiredText( ApiCall const & call, char const * name ) {
    return required( optionalText( call, name ), name );
 }

@@ -20,6 +20,8 @@ std::optional< std::string > optionalText( ApiCall const & call, char const * na
 std::optional< std::vector< std::string > > optionalTexts( ApiCall const & call,
                                                            char const * name );
 std::optional< U64 > optionalCount( ApiCall const & call, char const * name );
+// False for one that is absent.
+bool optionalFlag( ApiCall const & call, char const * name );
 
 // Throw BadParameter for one that is absent, too.
 std::string requiredText( ApiCall const & call, char const * name );

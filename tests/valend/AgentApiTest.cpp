@@ -6,10 +6,10 @@ namespace Valend {
 namespace {
 
 using namespace Test;
-using ValenConfig::toHex;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ValenConfig::toHex;
 
 class AgentApiTest : public ApiFixture {
  protected:
@@ -122,6 +122,10 @@ TEST_F( AgentApiTest, InterfacesAreListedAllOrOfAVrf ) {
    EXPECT_EQ( names( { { "vrf", "default" } } ), Json::array( { "Ethernet1" } ) );
    EXPECT_EQ( names( { { "interfaces", { "Ethernet2", "Ethernet2" } } } ),
               Json::array( { "Ethernet2" } ) );
+   EXPECT_EQ( names( { { "device", "et1" } } ), Json::array( { "Ethernet1" } ) );
+   EXPECT_EQ( names( { { "device", "et9" } } ), Json::array() );
+   kernel.deviceDel( "default", "et1" );
+   EXPECT_EQ( names( { { "ready", true } } ), Json::array( { "Ethernet2" } ) );
 }
 
 TEST_F( AgentApiTest, ExplainTellsEachRequirement ) {

@@ -14,7 +14,7 @@ _valenctl() {
       word=${COMP_WORDS[i]}
       case $word in
          --socket) socket=(--socket "${COMP_WORDS[++i]}") ;;
-         --timeout | --vrf | --until | --lines | --file) ((++i)) ;;
+         --timeout | --vrf | --device | --until | --lines | --file) ((++i)) ;;
          -*) ;;
          *) words+=("$word") ;;
       esac
@@ -23,12 +23,12 @@ _valenctl() {
    case $previous in
       --socket | --file) mapfile -t COMPREPLY < <(compgen -f -- "$current"); return ;;
       --until) choices='ready up down idle' ;;
-      --vrf | --timeout | --lines) return ;;
+      --vrf | --device | --timeout | --lines) return ;;
       *)
          case ${words[0]-} in
             '') choices="$commands $common" ;;
-            shutdown) choices="--wait --vrf --all $common $(_valenctl_interfaces)" ;;
-            enable) choices="--vrf --all $common $(_valenctl_interfaces)" ;;
+            shutdown) choices="--wait --quiet --vrf --device --ready --all $common $(_valenctl_interfaces)" ;;
+            enable) choices="--quiet --vrf --device --ready --all $common $(_valenctl_interfaces)" ;;
             list) choices="--vrf $common" ;;
             wait) choices="--until $common $(_valenctl_interfaces)" ;;
             status | watch | history | explain) choices="$common $(_valenctl_interfaces)" ;;
