@@ -7,7 +7,7 @@ _valenctl_interfaces() {
 
 _valenctl() {
    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-   local commands='shutdown enable status list watch history explain wait messages trace show frame'
+   local commands='shutdown enable status list watch history explain wait messages trace show frame config reload'
    local common='--socket --timeout --json --help'
    local socket=() words=() word i
    for ((i = 1; i < COMP_CWORD; ++i)); do
@@ -32,6 +32,7 @@ _valenctl() {
             list) choices="--vrf $common" ;;
             wait) choices="--until $common $(_valenctl_interfaces)" ;;
             status | watch | history | explain) choices="$common $(_valenctl_interfaces)" ;;
+            config) choices="check show $common" ;;
             show) choices="--watch $common config interface l3 model status vrf" ;;
             trace) choices="levels follow dump --lines --file $common" ;;
             messages)
