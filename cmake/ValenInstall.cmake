@@ -37,6 +37,9 @@ if( NOT TARGET valend )
 endif()
 install( TARGETS valend DESTINATION "${CMAKE_INSTALL_SBINDIR}" COMPONENT agent )
 install( TARGETS valenctl DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT agent )
+install( FILES docs/man/valenctl.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT agent )
+install( FILES docs/man/valen.yaml.5 DESTINATION "${CMAKE_INSTALL_MANDIR}/man5" COMPONENT agent )
+install( FILES docs/man/valend.8 DESTINATION "${CMAKE_INSTALL_MANDIR}/man8" COMPONENT agent )
 # Absolute where the rest of the system looks at one place only.
 install( FILES packaging/systemd/valend.service packaging/systemd/valend-drain.service
    DESTINATION lib/systemd/system COMPONENT agent )
