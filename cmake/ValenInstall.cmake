@@ -40,14 +40,19 @@ install( TARGETS valenctl DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT agent 
 install( FILES docs/man/valenctl.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT agent )
 install( FILES docs/man/valen.yaml.5 DESTINATION "${CMAKE_INSTALL_MANDIR}/man5" COMPONENT agent )
 install( FILES docs/man/valend.8 DESTINATION "${CMAKE_INSTALL_MANDIR}/man8" COMPONENT agent )
-# Absolute where the rest of the system looks at one place only.
+# Packages, whose prefix is /usr, have an absolute /etc, where the rest of the system looks. Else all
+# stays under the prefix, also under one that is given when it is installed.
+set( etc "${CMAKE_INSTALL_SYSCONFDIR}" )
+if( CMAKE_INSTALL_PREFIX STREQUAL "/usr" )
+   set( etc "${CMAKE_INSTALL_FULL_SYSCONFDIR}" )
+endif()
 install( FILES packaging/systemd/valend.service packaging/systemd/valend-drain.service
    DESTINATION lib/systemd/system COMPONENT agent )
 install( FILES packaging/systemd/valen.sysusers DESTINATION lib/sysusers.d RENAME valen.conf
    COMPONENT agent )
-install( FILES packaging/valen.yaml DESTINATION "${CMAKE_INSTALL_FULL_SYSCONFDIR}/valen" COMPONENT agent )
-install( DIRECTORY DESTINATION "${CMAKE_INSTALL_FULL_SYSCONFDIR}/valen/conf.d" COMPONENT agent )
+install( FILES packaging/valen.yaml DESTINATION "${etc}/valen" COMPONENT agent )
+install( DIRECTORY DESTINATION "${etc}/valen/conf.d" COMPONENT agent )
 install( PROGRAMS packaging/hooks/ifupdown RENAME valen
-   DESTINATION "${CMAKE_INSTALL_FULL_SYSCONFDIR}/network/if-pre-down.d" COMPONENT agent )
+   DESTINATION "${etc}/network/if-pre-down.d" COMPONENT agent )
 install( PROGRAMS packaging/hooks/networkmanager RENAME valen
    DESTINATION lib/NetworkManager/dispatcher.d/pre-down.d COMPONENT agent )
