@@ -42,23 +42,10 @@ Exit dumpRing( std::string const & path, std::ostream & out, std::ostream & err 
 }
 
 Exit talk( Options const & options, std::ostream & out, std::ostream & err ) {
-   auto const terminal = terminalOfProcess();
-   return Session( options, terminal, out, err ).run();
-}
-
-} // namespace
-
-Exit runCommand( Options const & options, std::ostream & out, std::ostream & err ) {
-   if ( options.command == Options::Command::frame ) {
-      return runFrame( options.frame, out, err );
-   }
-   if ( options.command == Options::Command::configCheck ) {
-      return checkConfig( options, out, err );
-   }
    auto exit = Exit::done;
    try {
-      return options.command == Options::Command::traceDump ? dumpRing( options.file, out, err )
-                                                            : talk( options, out, err );
+      auto const terminal = terminalOfProcess();
+      return Session( options, terminal, out, err ).run();
    } catch ( Refused const & e ) {
       err << "valenctl: " << e.what() << '\n';
       exit = e.name() == "org.valen.Agent.TimedOut" ? Exit::timedOut : Exit::refused;
@@ -70,6 +57,36 @@ Exit runCommand( Options const & options, std::ostream & out, std::ostream & err
       exit = Exit::noAgent;
    }
    return exit;
+}
+
+// `messages add` of the frames that are built.
+Exit queueFrames( Options const & options, std::ostream & out, std::ostream & err ) {
+   auto const add = [ & ]( auto const & frames ) {
+      auto adding = options;
+      adding.command = Options::Command::messagesAdd;
+      adding.agent = options.frame.queueAgent();
+      adding.interface = options.frame.queueInterface;
+      adding.frames = hexOf( frames );
+      return talk( adding, out, err );
+   };
+   return useFrames( options.frame, add, err );
+}
+
+} // namespace
+
+Exit runCommand( Options const & options, std::ostream & out, std::ostream & err ) {
+   using Command = Options::Command;
+   switch ( options.command ) {
+   case Command::frame:
+      return options.frame.queueInterface.empty() ? runFrame( options.frame, out, err )
+                                                  : queueFrames( options, out, err );
+   case Command::configCheck:
+      return checkConfig( options, out, err );
+   case Command::traceDump:
+      return dumpRing( options.file, out, err );
+   default:
+      return talk( options, out, err );
+   }
 }
 
 } // namespace Valenctl

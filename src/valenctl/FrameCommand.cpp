@@ -1,5 +1,6 @@
 #include "valenctl/FrameCommand.h"
 
+#include "config/Hex.h"
 #include "frames/Pcap.h"
 #include "valenctl/FrameKinds.h"
 #include "valenctl/FrameOptions.h"
@@ -14,17 +15,6 @@ namespace {
 
 using Source = FrameKind::Source;
 
-std::string hex( Frames::Frame const & frame ) {
-   static char const digits[] = "0123456789abcdef";
-   std::string text;
-   for ( auto const character : frame ) {
-      auto const byte = static_cast< U8 >( character );
-      text += digits[ byte >> 4 ];
-      text += digits[ byte & 15 ];
-   }
-   return text;
-}
-
 // A document that the agent's configuration may consist of or be extended by.
 std::string yaml( FrameOptions const & options, std::vector< Frames::Frame > const & frames ) {
    using Json = nlohmann::json; // whose strings are YAML's double-quoted ones
@@ -34,7 +24,7 @@ std::string yaml( FrameOptions const & options, std::vector< Frames::Frame > con
                "\n    messages:\n      " + interface + ":\n        # " + options.kind->goodbye +
                " (" + options.kind->clause + ")\n";
    for ( auto const & frame : frames ) {
-      text += "        - \"" + hex( frame ) + "\"\n";
+      text += "        - \"" + ValenConfig::toHex( frame ) + "\"\n";
    }
    return text;
 }
@@ -81,9 +71,19 @@ void addKind( CLI::App & frame, FrameKind const & kind, FrameOptions & options )
    auto const build = kind.build( *app );
    auto * const pcap = app->add_option( "--pcap", options.pcap, "Write a capture file instead" )
                           ->type_name( "FILE" );
-   app->add_option( "--yaml", options.yamlInterface, "Print configuration for this interface" )
-      ->type_name( "INTERFACE" )
-      ->excludes( pcap );
+   auto * const yaml =
+      app->add_option( "--yaml", options.yamlInterface, "Print configuration for this interface" )
+         ->type_name( "INTERFACE" )
+         ->excludes( pcap );
+   auto * const queue = app->add_option( "--queue", options.queueInterface,
+                                         "Have the agent send the frames before this interface "
+                                         "goes down, until it is told otherwise" )
+                           ->type_name( "INTERFACE" )
+                           ->excludes( pcap )
+                           ->excludes( yaml );
+   app->add_option( "--agent", options.agent, "Queue them under this name [the kind's]" )
+      ->type_name( "NAME" )
+      ->needs( queue );
    app->callback( [ &options, &kind, build ] {
       options.kind = &kind;
       options.build = build;
@@ -113,8 +113,8 @@ Exit write( FrameOptions const & options, std::vector< Frames::Frame > const & f
    } else if ( !options.yamlInterface.empty() ) {
       text = yaml( options, frames );
    } else {
-      for ( auto const & frame : frames ) {
-         text += hex( frame ) + "\n";
+      for ( auto const & frame : hexOf( frames ) ) {
+         text += frame + "\n";
       }
    }
    out << text << std::flush;
@@ -131,8 +131,9 @@ CLI::App * addFrame( CLI::App & parent, FrameOptions & options ) {
    auto * const frame = parent.add_subcommand(
       "frame", "Build goodbye frames, and print them in hexadecimal, one a line" );
    frame->require_subcommand( 1 );
-   frame->footer( "valenctl frame KIND --help explains a kind: its options, where it is laid "
-                  "down, and\nwhat a peer does that receives it. No agent is needed." );
+   frame->footer(
+      "valenctl frame KIND --help explains a kind: its options, where it is laid "
+      "down, and\nwhat a peer does that receives it. No agent is needed, but for --queue." );
    frame->fallthrough();
    for ( auto const & kind : frameKinds() ) {
       addKind( *frame, kind, options );
@@ -140,13 +141,21 @@ CLI::App * addFrame( CLI::App & parent, FrameOptions & options ) {
    return frame;
 }
 
-std::vector< Frames::Frame > framesOf( FrameOptions const & options ) {
-   return options.build( FrameSender( options.sender ) );
+std::vector< std::string > hexOf( std::vector< Frames::Frame > const & frames ) {
+   std::vector< std::string > texts;
+   for ( auto const & frame : frames ) {
+      texts.push_back( ValenConfig::toHex( frame ) );
+   }
+   return texts;
 }
 
-Exit runFrame( FrameOptions const & options, std::ostream & out, std::ostream & err ) {
+std::string FrameOptions::queueAgent() const {
+   return agent.empty() ? kind->name : agent;
+}
+
+Exit useFrames( FrameOptions const & options, FrameUse const & use, std::ostream & err ) {
    try {
-      return write( options, framesOf( options ), out, err );
+      return use( options.build( FrameSender( options.sender ) ) );
    } catch ( UsageError const & e ) {
       err << "valenctl: " << e.what() << '\n';
       return Exit::usage;
@@ -154,6 +163,11 @@ Exit runFrame( FrameOptions const & options, std::ostream & out, std::ostream & 
       err << "valenctl: " << e.what() << '\n';
       return Exit::refused;
    }
+}
+
+Exit runFrame( FrameOptions const & options, std::ostream & out, std::ostream & err ) {
+   return useFrames(
+      options, [ & ]( auto const & frames ) { return write( options, frames, out, err ); }, err );
 }
 
 } // namespace Valenctl

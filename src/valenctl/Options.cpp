@@ -92,6 +92,8 @@ void addStatus( CLI::App & app, Options & options ) {
    wait->add_option( "--until", options.until, "ready, up, down or idle" )
       ->required()
       ->check( CLI::IsMember( { "ready", "up", "down", "idle" } ) );
+   command( app, options, Command::metrics, "metrics",
+            "Show the agent's counters and gauges, as OpenMetrics text" );
    auto * const show = command( app, options, Command::show, "show",
                                 "Show what stands at a path of the state store, as JSON" );
    show->add_option( "PATH", options.path,

@@ -39,6 +39,7 @@ struct Options {
       show,
       configCheck,
       configShow,
+      metrics,
       reload,
       frame,
    };

@@ -57,6 +57,8 @@ Exit Session::run() {
       return traceLevels();
    case Command::show:
       return show();
+   case Command::metrics:
+      return metrics();
    case Command::configShow:
       return showConfig( options_, client_, out_ );
    case Command::reload:
@@ -214,6 +216,11 @@ Exit Session::traceLevels() {
       options_.levels.empty() ? Json::object() : Json{ { "levels", options_.levels } };
    auto const answer = client_.call( "TraceLevels", parameters );
    return print( answer, textField( answer, "levels" ) + "\n" );
+}
+
+Exit Session::metrics() {
+   auto const answer = client_.call( "Metrics", Json::object() );
+   return print( answer, textField( answer, "text" ) );
 }
 
 Exit Session::show() {

@@ -35,6 +35,7 @@ class Session {
    Exit messagesRemove();
    Exit trace( bool follow );
    Exit traceLevels();
+   Exit metrics();
    Exit show();
 
    std::chrono::milliseconds timeout() const;

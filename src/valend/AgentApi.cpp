@@ -2,6 +2,7 @@
 
 #include "valend/ApiParameters.h"
 #include "valend/Description.h"
+#include "valend/Metrics.h"
 #include "valend/Refusal.h"
 #include "valend/StoreWalker.h"
 #include "valend/Version.h"
@@ -58,6 +59,7 @@ AgentApi::Method const AgentApi::methods[] = {
    { "org.valen.Agent.Enable", &AgentApi::enable, ApiRight::change },
    { "org.valen.Agent.EnableMany", &AgentApi::enableMany, ApiRight::change },
    { "org.valen.Agent.History", &AgentApi::history, ApiRight::read },
+   { "org.valen.Agent.Metrics", &AgentApi::metrics, ApiRight::read },
    { "org.valen.Agent.Publish", &AgentApi::publish, ApiRight::change },
    { "org.valen.Agent.Withdraw", &AgentApi::withdraw, ApiRight::change },
    { "org.valen.Agent.ListMessages", &AgentApi::listMessages, ApiRight::read },
@@ -238,6 +240,11 @@ void AgentApi::history( Call call ) {
 }
 
 // --- Frames --------------------------------------------------------------------------------------
+
+void AgentApi::metrics( Call call ) {
+   call->reply( { { "text", metricsText( { parts_.store, parts_.feeder, parts_.port,
+                                           parts_.controller, parts_.faults } ) } } );
+}
 
 void AgentApi::publish( Call call ) {
    using Lifetime = Publications::Lifetime;

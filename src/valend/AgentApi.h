@@ -59,6 +59,7 @@ class AgentApi final : public ApiService {
    void enable( Call call );
    void enableMany( Call call );
    void history( Call call );
+   void metrics( Call call );
    void publish( Call call );
    void withdraw( Call call );
    void listMessages( Call call );

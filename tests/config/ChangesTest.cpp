@@ -79,12 +79,14 @@ TEST( ChangesTest, MessagesAreToldByInterfaceAndAgent ) {
 }
 
 TEST( ChangesTest, WhatNeedsANewStartIsToldAsSuch ) {
-   ProcessConfig const started{ "/s", std::nullopt, "A/0", "/f", std::nullopt };
+   ProcessConfig const started{ "/s", std::nullopt, "A/0", "/f", std::nullopt, "/v", std::nullopt };
    EXPECT_THAT( processChanges( started, started ), IsEmpty() );
-   ProcessConfig const wanted{ "/t", "/n", "B/0", std::nullopt, "/r" };
+   ProcessConfig const wanted{ "/t", "/n", "B/0", std::nullopt, "/r", "/w", "/m" };
    EXPECT_THAT( processChanges( started, wanted ),
                 ElementsAre( "socket /t: takes effect at the next start",
                              "netns-folder /n: takes effect at the next start",
+                             "state-directory /w: takes effect at the next start",
+                             "metrics-file /m: takes effect at the next start",
                              "trace.file at its default: takes effect at the next start",
                              "trace.ring /r: takes effect at the next start" ) )
       << "trace levels change at once";

@@ -1,7 +1,7 @@
 // The control API as a door: what clients of all kinds do to an agent that has a delay to keep.
+#include "config/Hex.h"
 #include "tests/system/AgentProcess.h"
 #include "tests/system/RawClient.h"
-#include "config/Hex.h"
 
 #include <gmock/gmock.h>
 #include <nlohmann/json.hpp>
@@ -80,6 +80,29 @@ class ApiTest : public NetworkTest {
    std::optional< TestNetNs > neighbours_;
    std::optional< Process > agent_;
 };
+
+TEST_F( ApiTest, BuiltFramesAreQueuedAndCounted ) {
+   std::vector< std::string > const oam{ "frame", "oam", "--mac", "02:00:00:00:00:01" };
+   auto const frame = ctl( oam ).out;
+   auto queue = oam;
+   queue.insert( queue.end(), { "--queue", "Ethernet2" } );
+   ASSERT_EQ( ctl( queue ).err, "" );
+   auto const messages = Json::parse( ctl( { "messages", "list", "Ethernet2", "--json" } ).out );
+   ASSERT_EQ( messages[ "messages" ].size(), 1u );
+   EXPECT_EQ( messages[ "messages" ][ 0 ][ "agent" ], "oam" );
+   EXPECT_EQ( messages[ "messages" ][ 0 ][ "lifetime" ], "kept" );
+   EXPECT_EQ( messages[ "messages" ][ 0 ][ "frames" ][ 0 ].get< std::string >() + "\n", frame );
+
+   queue.back() = "Ethernet9";
+   auto const refused = ctl( queue );
+   EXPECT_EQ( refused.status, 1 );
+   EXPECT_EQ( refused.err, "valenctl: no interface \"Ethernet9\" is configured\n" );
+
+   ASSERT_EQ( ctl( { "wait", "Ethernet2", "--until", "ready" } ).status, 0 );
+   ASSERT_EQ( ctl( { "shutdown", "Ethernet2", "--wait" } ).status, 0 );
+   EXPECT_THAT( ctl( { "metrics" } ).out,
+                HasSubstr( "valen_frames_sent_total{agent=\"oam\"} 1\n" ) );
+}
 
 TEST_F( ApiTest, GarbageDoesNotTouchADelay ) {
    expectTheDelayIsKept( [ this ] {

@@ -61,6 +61,14 @@ TEST( ApiAccessTest, AGroupThatIsNotThereHasNoMembers ) {
    EXPECT_EQ( byName.of( { 1000, 1, { 1 } } ), ApiRight::change );
 }
 
+TEST_F( AgentApiTest, MetricsAreOpenMetricsText ) {
+   ApiCaller const reader{ 1000, 1, { 4001 } };
+   auto const answers = callAs( reader, "org.valen.Agent.Metrics", Json::object() );
+   auto const text = answers->parameters()[ "text" ].get< std::string >();
+   EXPECT_THAT( text, HasSubstr( "\nvalen_interfaces 2\n" ) );
+   EXPECT_THAT( text, ::testing::EndsWith( "# EOF\n" ) );
+}
+
 // --- Errors --------------------------------------------------------------------------------------
 
 TEST_F( AgentApiTest, WhatIsNotThereIsRefusedByName ) {

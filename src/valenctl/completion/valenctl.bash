@@ -7,7 +7,7 @@ _valenctl_interfaces() {
 
 _valenctl() {
    local current=${COMP_WORDS[COMP_CWORD]} previous=${COMP_WORDS[COMP_CWORD - 1]}
-   local commands='shutdown enable status list watch history explain wait messages trace show frame config reload'
+   local commands='shutdown enable status list watch history explain wait messages trace metrics show frame config reload'
    local common='--socket --timeout --json --help'
    local socket=() words=() word i
    for ((i = 1; i < COMP_CWORD; ++i)); do
