@@ -2,7 +2,10 @@
 
 #include <algorithm>
 #include <set>
+#include <sstream>
 #include <tuple>
+#include <utility>
+#include <yaml-cpp/eventhandler.h>
 
 namespace ValenConfig {
 
@@ -17,6 +20,52 @@ std::string listed( std::vector< std::string > const & names ) {
    return text;
 }
 
+// Notes where each document of a stream begins: at its first node.
+class Beginnings final : public YAML::EventHandler {
+ public:
+   std::vector< YAML::Mark > marks;
+
+   void OnDocumentStart( YAML::Mark const & ) override { inside_ = false; }
+   void OnDocumentEnd() override {}
+   void OnNull( YAML::Mark const & mark, YAML::anchor_t ) override { node( mark ); }
+   void OnAlias( YAML::Mark const & mark, YAML::anchor_t ) override { node( mark ); }
+   void OnScalar( YAML::Mark const & mark, std::string const &, YAML::anchor_t,
+                  std::string const & ) override {
+      node( mark );
+   }
+   void OnSequenceStart( YAML::Mark const & mark, std::string const &, YAML::anchor_t,
+                         YAML::EmitterStyle::value ) override {
+      node( mark );
+   }
+   void OnSequenceEnd() override {}
+   void OnMapStart( YAML::Mark const & mark, std::string const &, YAML::anchor_t,
+                    YAML::EmitterStyle::value ) override {
+      node( mark );
+   }
+   void OnMapEnd() override {}
+
+ private:
+   void node( YAML::Mark const & mark ) {
+      if ( !std::exchange( inside_, true ) ) {
+         marks.push_back( mark );
+      }
+   }
+
+   bool inside_ = false;
+};
+
+// Where the first two documents begin. To take all of them would never come to an end where the
+// parser stands still, as it does at a comma that begins one.
+std::vector< YAML::Mark > beginningsIn( std::string const & text ) {
+   std::istringstream stream( text );
+   YAML::Parser parser( stream );
+   Beginnings beginnings;
+   if ( parser.HandleNextDocument( beginnings ) ) {
+      parser.HandleNextDocument( beginnings );
+   }
+   return beginnings.marks;
+}
+
 } // namespace
 
 void YamlReader::fileIs( std::string const & file ) {
@@ -29,11 +78,13 @@ void YamlReader::fileIs( std::string const & file ) {
 
 YAML::Node YamlReader::document( std::string const & text ) {
    try {
-      auto const documents = YAML::LoadAll( text );
-      if ( documents.size() > 1 ) {
-         error( documents[ 1 ], "a second document; expected one" );
+      auto const begins = beginningsIn( text );
+      if ( begins.size() > 1 ) {
+         error( begins[ 1 ], begins[ 1 ].pos == begins[ 0 ].pos
+                                ? "not YAML: nothing begins like this"
+                                : "a second document; expected one" );
       }
-      return documents.empty() ? YAML::Node() : documents.front();
+      return YAML::Load( text );
    } catch ( YAML::Exception const & e ) {
       error( e.mark, "not YAML: " + e.msg );
       return YAML::Node();

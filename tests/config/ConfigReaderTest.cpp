@@ -251,6 +251,13 @@ TEST( ConfigReaderTest, ShapesThatAreWrongAreSaidSo ) {
                 ElementsAre( "f:3:1: a second document; expected one" ) );
 }
 
+TEST( ConfigReaderTest, ATextThatTheParserStandsStillAtComesToAnEnd ) {
+   EXPECT_THAT( errorsOf( "," ), ElementsAre( "f:1:1: not YAML: nothing begins like this" ) );
+   EXPECT_THAT( errorsOf( "# no key\n  ,a\n" ),
+                ElementsAre( "f:2:3: not YAML: nothing begins like this" ) );
+   EXPECT_THAT( errorsOf( "{},\n" ), ElementsAre( "f:1:3: a second document; expected one" ) );
+}
+
 TEST( ConfigReaderTest, WhatIsNoYamlIsPlaced ) {
    EXPECT_THAT( errorsOf( "vrfs:\n  - {name: a\n" ),
                 ElementsAre( ::testing::MatchesRegex( "f:3:1: not YAML: .+" ) ) );
