@@ -257,5 +257,32 @@ TEST_F( ApiTest, InAPipeWatchPrintsALineForEachChange ) {
    EXPECT_EQ( watching.out().find( '\x1b' ), std::string::npos );
 }
 
+// --- A client of somebody else's -----------------------------------------------------------------
+
+TEST_F( ApiTest, AnIndependentClientFindsEverythingAsTheServiceDescribesIt ) {
+   std::string const program = VARLINK_CLIENT;
+   if ( program.empty() && !std::getenv( "CI" ) ) {
+      GTEST_SKIP() << "the client was not built: gccgo or golang-github-varlink-go-dev is missing";
+   }
+   Process client( { program, socket(), "Ethernet1" }, *work_ / "client" );
+   EXPECT_EQ( client.wait(), 0 ) << client.err();
+   EXPECT_EQ( client.out(),
+              "service: Valen valend [org.varlink.service org.valen.Agent]\n"
+              "described: org.varlink.service true\n"
+              "described: org.valen.agent true\n"
+              "listed: [Ethernet1 Ethernet2]\n"
+              "watched: Ethernet1 is up, ready true, held false\n"
+              "step: sent 1 sent, running\n"
+              "step: delayed 1 sent, running\n"
+              "step: ended 1 sent, down\n"
+              "watched: Ethernet1 is up, ready true, held true\n"
+              "watched: Ethernet1 is down, ready true, held false\n"
+              "enabled: up\n"
+              "refused: org.valen.Agent.NoSuchInterface 1\n"
+              "refused: *varlink.InvalidParameter org.varlink.service.InvalidParameter\n"
+              "refused: *varlink.MethodNotFound org.varlink.service.MethodNotFound\n"
+              "refused: *varlink.InterfaceNotFound org.varlink.service.InterfaceNotFound\n" );
+}
+
 } // namespace
 } // namespace Valen::Test
