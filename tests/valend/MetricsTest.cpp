@@ -1,5 +1,6 @@
 #include "valend/Metrics.h"
 
+#include "tests/support/OpenMetricsParser.h"
 #include "tests/valend/AgentFixture.h"
 #include "tests/valend/WorkFolder.h"
 #include "valend/MetricsFile.h"
@@ -13,32 +14,16 @@ using namespace Test;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-// The format's own parser has the text whole and finds no fault with it. What it prints is returned:
-// a line per sample.
 std::string parsed( std::string const & text ) {
    WorkFolder const work;
    work.write( "text", text );
-   work.write( "parse.py",
-               "import sys\n"
-               "from prometheus_client.openmetrics.parser import text_string_to_metric_families\n"
-               "for family in text_string_to_metric_families(open(sys.argv[1]).read()):\n"
-               "    for s in family.samples:\n"
-               "        print(family.type, s.name, sorted(s.labels.items()), float(s.value))\n" );
-   auto const command = "/usr/bin/python3 " + work / "parse.py" + " " + work / "text" + " >" +
-                        work / "out" + " 2>" + work / "err";
-   auto const status = std::system( command.c_str() );
-   return status == 0 ? work.content( "out" ) : "refused: " + work.content( "err" );
-}
-
-bool parserThere() {
-   return std::system(
-             "/usr/bin/python3 -c 'import prometheus_client.openmetrics.parser' 2>/dev/null" ) == 0;
+   return Valen::Test::parsedMetrics( work / "text" );
 }
 
 class MetricsTest : public AgentFixture {
  protected:
    void SetUp() override {
-      if ( !parserThere() && !std::getenv( "CI" ) ) {
+      if ( !Valen::Test::metricsParserThere() && !std::getenv( "CI" ) ) {
          GTEST_SKIP() << "the parser of the format is missing: python3-prometheus-client";
       }
       start( twoInterfaces() );
