@@ -11,6 +11,12 @@ namespace {
 constexpr unsigned interfaceCount = 6;
 constexpr unsigned reconfigurations = 1000;
 
+// VALEN_HISTORIES asks for more of them, each another one.
+unsigned histories() {
+   auto const * const wanted = std::getenv( "VALEN_HISTORIES" );
+   return wanted ? static_cast< unsigned >( std::stoul( wanted ) ) : 10;
+}
+
 std::string number( std::string const & name, unsigned i ) {
    return name + std::to_string( i );
 }
@@ -392,7 +398,8 @@ TEST_F( MovedInterfaceTest, ADeviceThatAnotherInterfaceTookOverIsLeftAlone ) {
                                                   "its device is another's now" ) );
 }
 
-INSTANTIATE_TEST_SUITE_P( Histories, ReconfigurationsTest, ::testing::Range( 1u, 11u ) );
+INSTANTIATE_TEST_SUITE_P( Histories, ReconfigurationsTest,
+                          ::testing::Range( 1u, histories() + 1 ) );
 
 } // namespace
 } // namespace Valend::Test
