@@ -65,6 +65,13 @@ std::string tooLongText( Json const & interface ) {
    return lines;
 }
 
+std::string withoutGoodbyeText( Json const & interface ) {
+   return interface.value( "withoutGoodbye", false )
+             ? textField( interface, "name" ) + ": somebody else set " +
+                  textField( interface, "device" ) + " down, without goodbye\n"
+             : "";
+}
+
 } // namespace
 
 std::string interfacesText( Json const & interfaces, bool colour ) {
@@ -90,13 +97,17 @@ std::string statusText( Json const & status, bool colour ) {
    result += interfacesText( listField( status, "interfaces" ), colour );
    std::string notes;
    for ( auto const & interface : listField( status, "interfaces" ) ) {
-      notes += tooLongText( interface );
+      notes += tooLongText( interface ) + withoutGoodbyeText( interface );
    }
    for ( auto const & vrf : listField( status, "vrfs" ) ) {
       auto const trouble = textField( vrf, "trouble" );
       if ( !trouble.empty() ) {
          notes += "VRF " + textField( vrf, "name" ) + ": " + trouble + "\n";
       }
+   }
+   auto const trouble = textField( status, "trouble" );
+   if ( !trouble.empty() ) {
+      notes += "a shutdown that is under way would not outlive the agent: " + trouble + "\n";
    }
    auto const faults = listField( status, "lastFaults" );
    if ( !faults.empty() && faults.back().is_string() ) {

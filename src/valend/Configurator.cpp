@@ -163,8 +163,10 @@ Json Configurator::settings() const {
                                    line.socket.has_value() ) );
    list.push_back(
       processSetting( "netns-folder", started_.netNsFolder, line.netNsFolder.has_value() ) );
-   list.push_back( processSetting( "state-directory", started_.stateDirectory,
-                                   line.stateDirectory.has_value() ) );
+   auto const stateDirectory = stateDirectoryOf( started_ );
+   list.push_back( processSetting(
+      "state-directory", stateDirectory.empty() ? std::nullopt : std::optional( stateDirectory ),
+      line.stateDirectory.has_value() ) );
    list.push_back(
       processSetting( "metrics-file", started_.metricsFile, line.metricsFile.has_value() ) );
    list.push_back(

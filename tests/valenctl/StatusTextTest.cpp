@@ -67,9 +67,12 @@ TEST( StatusTextTest, TheTableShowsWhatAnOperatorAsksFor ) {
 TEST( StatusTextTest, WhatNeedsAttentionStandsBelow ) {
    auto one = interface( "Ethernet1" );
    one[ "frames" ][ 0 ][ "tooLong" ] = { { { "frame", 2 }, { "bytes", 1600 }, { "limit", 1514 } } };
+   auto two = interface( "Ethernet2" );
+   two[ "withoutGoodbye" ] = true;
    auto const text =
       statusText( { { "shutdownDelayMs", nullptr },
-                    { "interfaces", { one } },
+                    { "interfaces", { one, two } },
+                    { "trouble", "/var/lib/valen: Permission denied" },
                     { "vrfs",
                       { { { "name", "default" }, { "trouble", nullptr } },
                         { { "name", "red" }, { "trouble", "no such namespace" } } } },
@@ -78,7 +81,10 @@ TEST( StatusTextTest, WhatNeedsAttentionStandsBelow ) {
    EXPECT_EQ( text.rfind( "the feature is off: no shutdown is held\n", 0 ), 0u );
    EXPECT_NE( text.find( "Ethernet1: frame 2 of lldp has 1600 bytes, and et1 takes 1514: it will "
                          "not be sent\n"
+                         "Ethernet2: somebody else set et1 down, without goodbye\n"
                          "VRF red: no such namespace\n"
+                         "a shutdown that is under way would not outlive the agent: "
+                         "/var/lib/valen: Permission denied\n"
                          "3 faults; the last: fault in B: y\n" ),
               std::string::npos );
 }

@@ -1,9 +1,11 @@
 #include "valend/Options.h"
 
 #include "platform/trace/Trace.h"
+#include "valend/Configurator.h"
 
 #include <gtest/gtest.h>
 
+#include <algorithm>
 #include <vector>
 
 namespace Valend {
@@ -61,6 +63,20 @@ TEST_F( OptionsTest, TheServiceManagerSaysWhereTheStateIs ) {
    EXPECT_EQ( stateDirectoryOf( configured ), "/srv" );
    ::unsetenv( "STATE_DIRECTORY" );
    EXPECT_EQ( stateDirectoryOf( configured ), "/srv" );
+}
+
+TEST_F( OptionsTest, TheStateDirectoryThatNoFileNamesIsShownAllTheSame ) {
+   ::setenv( "STATE_DIRECTORY", "/var/lib/one", 1 );
+   Configurator configurator( "f", {}, []( auto const & ) {} );
+   configurator.start( {} );
+   auto const settings = configurator.inForce()[ "settings" ];
+   ::unsetenv( "STATE_DIRECTORY" );
+   auto const setting = std::find_if( settings.begin(), settings.end(), []( auto const & each ) {
+      return each[ "name" ] == "state-directory";
+   } );
+   ASSERT_NE( setting, settings.end() );
+   EXPECT_EQ( ( *setting )[ "value" ], "/var/lib/one" );
+   EXPECT_EQ( ( *setting )[ "origin" ], "default" );
 }
 
 TEST_F( OptionsTest, HelpAndVersionEndWell ) {
