@@ -15,7 +15,8 @@ Agent::Agent( ValenConfig::ConfigResult const & read, Options const & options )
     : process_( merged( read.config.process, options.process ) ), folders_( foldersOf( process_ ) ),
       trace_( loop_, process_, options.process.traceLevels.has_value() ), endpoints_( folders_ ),
       links_( loop_, folders_, endpoints_ ), feeder_( store_, links_, loop_.scheduler() ),
-      publications_( feeder_ ),
+      kept_( stateDirectoryOf( process_ ) ),
+      publications_( feeder_, [ this ]( auto const & messages ) { kept_.write( messages ); } ),
       faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
       journal_( stateDirectoryOf( process_ ), Journal::Machine::real(),
                 []( bool grave, auto const & text ) {
@@ -52,6 +53,7 @@ Agent::Agent( ValenConfig::ConfigResult const & read, Options const & options )
    links_.seenIs( [ this ]( auto const & place, auto up ) { controller_.linkSeen( place, up ); } );
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
+   publications_.resume( kept_.read() );
    configurator_.start( read );
    library_ = Valen::runnabilitySmFactory(
       store_.configDir, store_.agentConfigDir, store_.allIntfConfigDir, store_.allIntfStatusDir,

@@ -7,6 +7,7 @@
 #include "valend/AgentApi.h"
 #include "valend/ApiServer.h"
 #include "valend/Configurator.h"
+#include "valend/KeptFrames.h"
 #include "valend/Metrics.h"
 #include "valend/MetricsFile.h"
 #include "valend/Options.h"
@@ -44,6 +45,7 @@ class Agent {
    KernelLinks links_;
    Store store_;
    Feeder feeder_;
+   KeptFrames kept_;
    Publications publications_;
    FaultLog faults_;
    Journal journal_;

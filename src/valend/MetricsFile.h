@@ -29,7 +29,6 @@ class MetricsFile {
 
  private:
    void write();
-   std::string tryWrite( std::string const & text ) const;
 
    std::string const path_;
    std::function< std::string() > const text_;

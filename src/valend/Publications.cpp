@@ -32,6 +32,15 @@ bool isName( std::string const & text ) {
 
 } // namespace
 
+void Publications::resume( std::vector< Message > messages ) {
+   for ( auto & message : messages ) { // as published, but for interfaces that are not there now
+      auto const same = find( message.agent, message.interface );
+      if ( isName( message.agent ) && !message.frames.empty() && same == messages_.end() ) {
+         add( std::move( message ) );
+      }
+   }
+}
+
 void Publications::configIs( Config config ) {
    config_ = std::move( config );
    apply();
@@ -94,15 +103,18 @@ void Publications::publish( Message message ) {
    if ( old != messages_.end() ) {
       *old = std::move( message );
    } else {
-      auto const key = []( Message const & each ) {
-         return std::tie( each.agent, each.interface );
-      };
-      auto const place = std::upper_bound(
-         messages_.begin(), messages_.end(), message,
-         [ & ]( auto const & a, auto const & b ) { return key( a ) < key( b ); } );
-      messages_.insert( place, std::move( message ) );
+      add( std::move( message ) );
    }
-   apply();
+   changed();
+}
+
+// In order of agents, then interfaces.
+void Publications::add( Message message ) {
+   auto const key = []( Message const & each ) { return std::tie( each.agent, each.interface ); };
+   auto const place =
+      std::upper_bound( messages_.begin(), messages_.end(), message,
+                        [ & ]( auto const & a, auto const & b ) { return key( a ) < key( b ); } );
+   messages_.insert( place, std::move( message ) );
 }
 
 void Publications::withdraw( std::string const & agent, std::string const & interface,
@@ -120,7 +132,7 @@ void Publications::withdraw( std::string const & agent, std::string const & inte
       requireName( agent, client );
    }
    messages_.erase( old );
-   apply();
+   changed();
 }
 
 void Publications::clientGone( U64 client ) {
@@ -128,7 +140,7 @@ void Publications::clientGone( U64 client ) {
       return message.lifetime == Lifetime::connection && message.client == client;
    } );
    if ( gone ) {
-      apply();
+      changed();
    }
 }
 
@@ -148,6 +160,13 @@ std::vector< Publications::Message >::iterator Publications::find( std::string c
    return std::find_if( messages_.begin(), messages_.end(), [ & ]( auto const & message ) {
       return message.agent == agent && message.interface == interface;
    } );
+}
+
+void Publications::changed() {
+   if ( changed_ ) {
+      changed_( messages_ );
+   }
+   apply();
 }
 
 void Publications::apply() {

@@ -8,7 +8,7 @@
 
 #include "valend/Feeder.h"
 
-#include <map>
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -33,8 +33,13 @@ class Publications {
    static constexpr std::size_t maxBytes = 64u << 20;
    static constexpr std::size_t maxAgentBytes = 255;
 
-   // `feeder` must outlive this.
-   explicit Publications( Feeder & feeder ) : feeder_( feeder ) {}
+   // `feeder` must outlive this. `changed` (may be empty) hears of every change of what is published.
+   using Changed = std::function< void( std::vector< Message > const & ) >;
+   explicit Publications( Feeder & feeder, Changed changed = {} )
+       : feeder_( feeder ), changed_( std::move( changed ) ) {}
+
+   // Takes up what an agent before this one kept. Before the first configuration.
+   void resume( std::vector< Message > messages );
 
    // Puts the file's configuration in force, with what is published.
    void configIs( Config config );
@@ -63,9 +68,12 @@ class Publications {
    std::vector< Message >::iterator find( std::string const & agent,
                                           std::string const & interface );
    void requireName( std::string const & agent, U64 client ) const;
+   void add( Message message );
+   void changed();
    void apply();
 
    Feeder & feeder_;
+   Changed const changed_;
    Config config_;
    std::vector< Message > messages_;
 };

@@ -68,7 +68,8 @@ class CrashTest : public NetworkTest {
       return status.is_object() ? status[ "interfaces" ][ 0 ] : Json::object();
    }
    Json lastRecord() const {
-      auto const history = Json::parse( ctl( { "history", "Ethernet1", "--json" } ).out, nullptr, false );
+      auto const history =
+         Json::parse( ctl( { "history", "Ethernet1", "--json" } ).out, nullptr, false );
       return history.is_object() && !history[ "shutdowns" ].empty() ? history[ "shutdowns" ].back()
                                                                     : Json::object();
    }
@@ -287,6 +288,28 @@ TEST_F( CrashTest, ALinkThatSomebodyElseSetsDownIsShownAndRecorded ) {
    std::this_thread::sleep_for( milliseconds( 200 ) );
    EXPECT_EQ( lastRecord()[ "ending" ], "down" ) << "its own doing is none";
    EXPECT_FALSE( interface().value( "withoutGoodbye", true ) );
+}
+
+// --- What others have published ------------------------------------------------------------------
+
+TEST_F( CrashTest, FramesThatAreKeptOutliveTheAgentAndOthersDoNot ) {
+   start();
+   ASSERT_TRUE( becomesReady() );
+   auto const three = ValenConfig::toHex( testFrame( "three" ) );
+   ASSERT_EQ( ctl( { "messages", "add", "radv", "Ethernet1", three } ).status, 0 );
+   Process bound( { VALENCTL, "--socket", *work_ / "sock", "messages", "add", "bound", "Ethernet1",
+                    three, "--while-running" },
+                  *work_ / "bound" );
+   ASSERT_TRUE( eventually( [ & ] { return interface()[ "frames" ].size() == 3; } ) );
+   kill();
+   bound.wait();
+   start();
+   ASSERT_TRUE( becomesReady() );
+   EXPECT_EQ( interface()[ "frames" ].size(), 2u );
+   Capture far( *neighbour_, "far1" );
+   EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+   EXPECT_THAT( far.frames( 3 ),
+                ElementsAre( testFrame( "one" ), testFrame( "two" ), testFrame( "three" ) ) );
 }
 
 // --- A state directory that cannot be used -------------------------------------------------------
