@@ -1,5 +1,7 @@
 #include "config/Changes.h"
 
+#include "config/Counted.h"
+
 #include <set>
 
 namespace ValenConfig {
@@ -34,10 +36,6 @@ std::string delayText( std::optional< U16 > delay ) {
    return delay ? std::to_string( *delay ) + " ms" : "off";
 }
 
-std::string counted( Frames const & frames ) {
-   return std::to_string( frames.size() ) + ( frames.size() == 1 ? " frame" : " frames" );
-}
-
 void interfaceChanges( Lines & lines, std::string const & name, InterfaceConfig const * before,
                        InterfaceConfig const * now ) {
    auto const head = "interface " + name + ": ";
@@ -62,11 +60,11 @@ void messageChanges( Lines & lines, std::string const & agent, std::string const
                      Frames const * before, Frames const * now ) {
    auto const head = "interface " + interface + ": messages of " + agent;
    if ( !before ) {
-      lines.push_back( head + " added, " + counted( *now ) );
+      lines.push_back( head + " added, " + counted( now->size(), "frame" ) );
    } else if ( !now ) {
       lines.push_back( head + " removed" );
    } else if ( *before != *now ) {
-      lines.push_back( head + " changed, " + counted( *now ) );
+      lines.push_back( head + " changed, " + counted( now->size(), "frame" ) );
    }
 }
 

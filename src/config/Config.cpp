@@ -1,5 +1,7 @@
 #include "config/Config.h"
 
+#include "config/Counted.h"
+
 #include <algorithm>
 
 namespace ValenConfig {
@@ -16,9 +18,8 @@ bool Config::hasFrames( std::string const & interface ) const {
 }
 
 std::string Config::summary() const {
-   return std::to_string( interfaces.size() ) + " interfaces, " +
-          std::to_string( vrfs.size() + 1 ) + " VRFs, " + std::to_string( agents.size() ) +
-          " agents";
+   return counted( interfaces.size(), "interface" ) + ", " + counted( vrfs.size() + 1, "VRF" ) +
+          ", " + counted( agents.size(), "agent" );
 }
 
 } // namespace ValenConfig

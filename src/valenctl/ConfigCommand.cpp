@@ -1,6 +1,7 @@
 #include "valenctl/ConfigCommand.h"
 
 #include "config/ConfigReader.h"
+#include "config/Counted.h"
 #include "valenctl/Table.h"
 
 #include <ostream>
@@ -123,7 +124,7 @@ Exit reload( Options const & options, ApiClient & client, std::ostream & out,
    for ( auto const & line : changed ) {
       out << line.get< std::string >() << '\n';
    }
-   err << "read again; " << changed.size() << ( changed.size() == 1 ? " change\n" : " changes\n" );
+   err << "read again; " << ValenConfig::counted( changed.size(), "change" ) << '\n';
    return Exit::done;
 } catch ( Refused const & e ) {
    if ( e.name() != "org.valen.Agent.ConfigRefused" ) {

@@ -1,5 +1,6 @@
 #include "valenctl/StatusText.h"
 
+#include "config/Counted.h"
 #include "valenctl/JsonFields.h"
 #include "valenctl/Table.h"
 #include "valenctl/Terminal.h"
@@ -9,11 +10,9 @@
 
 namespace Valenctl {
 
-namespace {
+using ValenConfig::counted;
 
-std::string counted( std::uint64_t count, char const * what ) {
-   return std::to_string( count ) + " " + what + ( count == 1 ? "" : "s" );
-}
+namespace {
 
 std::string framesText( Json const & interface ) {
    std::string frames;

@@ -1,5 +1,6 @@
 #include "valend/Agent.h"
 
+#include "config/Counted.h"
 #include "valend/Log.h"
 #include "valend/Notify.h"
 #include "valend/ShutdownLog.h"
@@ -106,8 +107,9 @@ void Agent::reload() {
 
 void Agent::run() {
    notifyManager( "READY=1" );
-   log( LogLevel::notice, "ready: " + std::to_string( feeder_.config().interfaces.size() ) +
-                             " interfaces, control socket " + server_.path() );
+   log( LogLevel::notice,
+        "ready: " + ValenConfig::counted( feeder_.config().interfaces.size(), "interface" ) +
+           ", control socket " + server_.path() );
    loop_.run();
 }
 

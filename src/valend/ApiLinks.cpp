@@ -85,11 +85,11 @@ bool ApiLinks::isWanted( InterfaceConfig const & interface, Wanted const & wante
 
 Json ApiLinks::stepJson( ShutdownStep step, ShutdownRecord const & record ) const {
    bool const held = step == ShutdownStep::delayed;
-   auto const delay = feeder_.config().shutdownDelayMs.value_or( 0 );
+   auto const left = controller_.remaining( record.interface );
    return { { "step", step == ShutdownStep::sent      ? "sent"
                       : step == ShutdownStep::delayed ? "delayed"
                                                       : "ended" },
-            { "delayMs", held ? Json( delay ) : Json() },
+            { "delayMs", held && left ? Json( left->count() ) : Json() },
             { "shutdown", StatusReport::record( record ) } };
 }
 

@@ -31,6 +31,20 @@ bool holds( Json const & interface, ApiWatches::Until until ) {
    return false;
 }
 
+char const * textOf( ApiWatches::Until until ) {
+   switch ( until ) {
+   case ApiWatches::Until::ready:
+      return "ready";
+   case ApiWatches::Until::up:
+      return "up";
+   case ApiWatches::Until::down:
+      return "down";
+   case ApiWatches::Until::idle:
+      break;
+   }
+   return "idle";
+}
+
 // What of `now` is not the same in `before`, and the names that are not there any more.
 Json difference( Json const & before, Json const & now ) {
    auto changed = Json::array();
@@ -143,7 +157,8 @@ void ApiWatches::wait( std::shared_ptr< ApiCall > call, std::string const & inte
          call->reply( { { "interface", std::move( now ) } } );
       } else if ( end && scheduler_->now() >= *end ) {
          call->error( "org.valen.Agent.TimedOut",
-                      { { "message", "interface \"" + interface + "\" is not so yet" } } );
+                      { { "message", "interface \"" + interface + "\" is not " + textOf( until ) +
+                                        " yet" } } );
       }
       auto next = statusPeriod;
       if ( end ) {

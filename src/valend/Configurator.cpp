@@ -1,6 +1,7 @@
 #include "valend/Configurator.h"
 
 #include "config/Changes.h"
+#include "config/Counted.h"
 #include "config/Hex.h"
 #include "valend/Log.h"
 #include "valend/Notify.h"
@@ -14,6 +15,7 @@ namespace Valend {
 namespace {
 
 using Json = nlohmann::json;
+using ValenConfig::counted;
 using ValenConfig::Place;
 
 // The monotonic clock as the service manager compares it.
@@ -21,10 +23,6 @@ std::string monotonicMicroseconds() {
    timespec now{};
    ::clock_gettime( CLOCK_MONOTONIC, &now );
    return std::to_string( static_cast< S64 >( now.tv_sec ) * 1'000'000 + now.tv_nsec / 1000 );
-}
-
-std::string counted( std::size_t count, std::string const & what ) {
-   return std::to_string( count ) + " " + what + ( count == 1 ? "" : "s" );
 }
 
 Json placeJson( Place const * place ) {

@@ -80,7 +80,7 @@ std::optional< milliseconds > Shutdown::remaining() const {
    if ( phase() != Phase::held ) {
       return std::nullopt;
    }
-   return std::max( milliseconds( 0 ), inMs( heldUntil_ - now() ) );
+   return std::max( milliseconds( 0 ), std::chrono::ceil< milliseconds >( heldUntil_ - now() ) );
 }
 
 // --- The road ------------------------------------------------------------------------------------

@@ -236,7 +236,7 @@ TEST_F( ApiTest, AllGoDownTogether ) {
               "Ethernet1: link up\nEthernet2: link up\n" );
    auto const late = ctl( { "wait", "Ethernet1", "--until", "down", "--timeout", "0.2" } );
    EXPECT_EQ( late.status, 4 );
-   EXPECT_EQ( late.err, "valenctl: interface \"Ethernet1\" is not so yet\n" );
+   EXPECT_EQ( late.err, "valenctl: interface \"Ethernet1\" is not down yet\n" );
 }
 
 TEST_F( ApiTest, InAPipeWatchPrintsALineForEachChange ) {

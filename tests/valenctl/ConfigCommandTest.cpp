@@ -25,7 +25,7 @@ class ConfigCommandTest : public ::testing::Test {
 
 TEST_F( ConfigCommandTest, AConfigurationInOrderIsSummedUp ) {
    EXPECT_EQ( check( "interfaces: [{name: et1}]" ), Exit::done );
-   EXPECT_EQ( out.str(), options.file + ": in order; 1 interfaces, 1 VRFs, 0 agents\n" );
+   EXPECT_EQ( out.str(), options.file + ": in order; 1 interface, 1 VRF, 0 agents\n" );
    EXPECT_EQ( err.str(), "" );
 }
 

@@ -304,6 +304,13 @@ TEST_F( AgentApiTest, WatchStatusTellsWhatHasChangedAlone ) {
    EXPECT_EQ( answers->messages.back()[ "parameters" ][ "gone" ], Json::array( { "Ethernet2" } ) );
 }
 
+TEST_F( AgentApiTest, WhoJoinsAShutdownHearsHowLongItIsStillHeld ) {
+   Json const first{ { "interface", "Ethernet1" } };
+   EXPECT_EQ( call( "Shutdown", first )->parameters()[ "delayMs" ], 500 );
+   advance( 200ms );
+   EXPECT_EQ( call( "Shutdown", first, false, 2 )->parameters()[ "delayMs" ], 300 );
+}
+
 TEST_F( AgentApiTest, WaitAnswersOnceItIsSo ) {
    EXPECT_EQ( call( "Wait", { { "interface", "Ethernet1" }, { "until", "ready" } } )
                  ->parameters()[ "interface" ][ "ready" ],
@@ -316,7 +323,7 @@ TEST_F( AgentApiTest, WaitAnswersOnceItIsSo ) {
    advance( 299ms );
    EXPECT_THAT( late->messages, IsEmpty() );
    advance( 2ms );
-   EXPECT_EQ( late->error(), "org.valen.Agent.TimedOut: interface \"Ethernet1\" is not so yet" );
+   EXPECT_EQ( late->error(), "org.valen.Agent.TimedOut: interface \"Ethernet1\" is not down yet" );
    EXPECT_THAT( down->messages, IsEmpty() );
    advance( 500ms );
    EXPECT_EQ( down->parameters()[ "interface" ][ "link" ], "down" );
