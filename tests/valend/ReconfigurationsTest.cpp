@@ -123,6 +123,9 @@ class ReconfigurationsTest : public AgentFixture, public ::testing::WithParamInt
       auto vrf = number( "vrf", below( 3 ) );
       next.interfaces[ name ] = { name, number( "et", below( interfaceCount ) ),
                                   next.vrfs.contains( vrf ) ? vrf : defaultVrf, below( 4 ) != 0 };
+      if ( below( 2 ) && !next.hasFrames( name ) ) {
+         next.agents[ number( "agent", below( 3 ) ) ][ name ] = anyFrames( name );
+      }
       requireUniqueDevices( next );
    }
 
@@ -159,12 +162,16 @@ class ReconfigurationsTest : public AgentFixture, public ::testing::WithParamInt
       } else if ( !next.interfaces.contains( name ) || below( 5 ) == 0 ) {
          next.agents[ agent ].erase( name );
       } else {
-         Frames frames;
-         for ( unsigned count = 1 + below( 3 ); count; --count ) {
-            frames.push_back( std::string( 13, 'h' ) + name + "/" + std::to_string( random_() ) );
-         }
-         next.agents[ agent ][ name ] = frames;
+         next.agents[ agent ][ name ] = anyFrames( name );
       }
+   }
+
+   Frames anyFrames( std::string const & name ) {
+      Frames frames;
+      for ( unsigned count = 1 + below( 3 ); count; --count ) {
+         frames.push_back( std::string( 13, 'h' ) + name + "/" + std::to_string( random_() ) );
+      }
+      return frames;
    }
 
    void changeKernel() {
@@ -194,8 +201,13 @@ class ReconfigurationsTest : public AgentFixture, public ::testing::WithParamInt
       auto const name = anyInterface();
       try {
          if ( below( 3 ) ) {
+            if ( devices_.contains( placeOf( name ) ) ) { // what is down would send nothing
+               kernel.at( placeOf( name ).first, placeOf( name ).second ).up = true;
+            }
+            bool const again = controller.running( name ); // then it may have been elsewhere
             controller.shutdown( name, "root", {} );
-            asked_[ name ] = { placeOf( name ) };
+            again ? void() : asked_[ name ].clear();
+            asked_[ name ].insert( placeOf( name ) );
          } else {
             controller.enable( name, "root" );
             asked_.erase( name );
