@@ -1,6 +1,7 @@
 #include "valenctl/ReportText.h"
 
 #include "valenctl/JsonFields.h"
+#include "valenctl/StatusText.h"
 #include "valenctl/Table.h"
 #include "valenctl/Terminal.h"
 
@@ -10,15 +11,6 @@
 namespace Valenctl {
 
 namespace {
-
-std::string framesText( Json const & interface ) {
-   std::string frames;
-   for ( auto const & agent : listField( interface, "frames" ) ) {
-      frames += ( frames.empty() ? "" : ", " ) + textField( agent, "agent" ) + " " +
-                std::to_string( numberField( agent, "count" ) );
-   }
-   return frames.empty() ? "none" : frames;
-}
 
 std::string endingText( Json const & shutdown ) {
    auto const why = textField( shutdown, "why" );
@@ -102,7 +94,7 @@ std::string interfaceText( Json const & interface ) {
    text += interface.value( "delayed", false )        ? ", held"
            : interface.value( "shuttingDown", false ) ? ", shutting down"
                                                       : "";
-   return text + ", frames: " + framesText( interface ) + ", sent " +
+   return text + ", frames: " + framesText( interface, "none" ) + ", sent " +
           std::to_string( numberField( interface, "sent" ) ) +
           ( failed ? ", failed " + std::to_string( failed ) + " (" +
                         textField( interface, "lastError" ) + ")"

@@ -14,15 +14,6 @@ using ValenConfig::counted;
 
 namespace {
 
-std::string framesText( Json const & interface ) {
-   std::string frames;
-   for ( auto const & agent : listField( interface, "frames" ) ) {
-      frames += ( frames.empty() ? "" : ", " ) + textField( agent, "agent" ) + " " +
-                std::to_string( numberField( agent, "count" ) );
-   }
-   return frames.empty() ? "-" : frames;
-}
-
 std::string heldText( Json const & interface ) {
    auto const & remaining = interface.value( "remainingMs", Json() );
    if ( remaining.is_number() ) {
@@ -73,6 +64,15 @@ std::string withoutGoodbyeText( Json const & interface ) {
 
 } // namespace
 
+std::string framesText( Json const & interface, char const * none ) {
+   std::string frames;
+   for ( auto const & agent : listField( interface, "frames" ) ) {
+      frames += ( frames.empty() ? "" : ", " ) + textField( agent, "agent" ) + " " +
+                std::to_string( numberField( agent, "count" ) );
+   }
+   return frames.empty() ? none : frames;
+}
+
 std::string interfacesText( Json const & interfaces, bool colour ) {
    Table table( { "INTERFACE", "DEVICE", "VRF", "LINK", "READY", "HELD", "FRAMES", "SENT", "FAILED",
                   "ABORTS" } );
@@ -81,9 +81,9 @@ std::string interfacesText( Json const & interfaces, bool colour ) {
       table.add(
          { textField( interface, "name" ), textField( interface, "device" ),
            textField( interface, "vrf" ), linkText( interface ), readyText( interface, colour ),
-           held == "-" ? held : coloured( held, Colour::yellow, colour ), framesText( interface ),
-           std::to_string( numberField( interface, "sent" ) ), failedText( interface ),
-           std::to_string( numberField( interface, "aborts" ) ) } );
+           held == "-" ? held : coloured( held, Colour::yellow, colour ),
+           framesText( interface, "-" ), std::to_string( numberField( interface, "sent" ) ),
+           failedText( interface ), std::to_string( numberField( interface, "aborts" ) ) } );
    }
    return table.text();
 }

@@ -15,6 +15,9 @@ std::string statusText( Json const & status, bool colour = false );
 // The table alone, of a list of interfaces.
 std::string interfacesText( Json const & interfaces, bool colour = false );
 
+// How many frames each agent has for an interface: "lldp 1, radv 2"; `none` when there are none.
+std::string framesText( Json const & interface, char const * none );
+
 // One step of a shutdown: "Ethernet1: 3 frames sent".
 std::string stepText( Json const & answer );
 
