@@ -39,6 +39,16 @@ if( VALEN_COVERAGE )
    target_link_options( valen_flags INTERFACE --coverage )
 endif()
 
+# valen_unity( TARGET KIND )
+# Compiles a few sources of TARGET at a time, when VALEN_UNITY is KIND or "all": faster from scratch,
+# slower after a change.
+set( VALEN_UNITY "" CACHE STRING "What is compiled a few sources at a time: tests, agent or all" )
+function( valen_unity target kind )
+   if( VALEN_UNITY STREQUAL "all" OR VALEN_UNITY STREQUAL kind )
+      set_target_properties( ${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 5 )
+   endif()
+endfunction()
+
 # valen_folder( NAME source... [DEPENDS folder...] )
 # The sources of one folder under src/, as the object library valen_NAME. What it depends on is
 # what it may include; the test "layers" holds it to that.

@@ -40,7 +40,7 @@ std::string readyText( Json const & interface, bool colour ) {
 }
 
 // Frames that the interface's device cannot take, a line each.
-std::string tooLongText( Json const & interface ) {
+std::string tooLongNotes( Json const & interface ) {
    std::string lines;
    for ( auto const & agent : listField( interface, "frames" ) ) {
       for ( auto const & frame : listField( agent, "tooLong" ) ) {
@@ -96,7 +96,7 @@ std::string statusText( Json const & status, bool colour ) {
    result += interfacesText( listField( status, "interfaces" ), colour );
    std::string notes;
    for ( auto const & interface : listField( status, "interfaces" ) ) {
-      notes += tooLongText( interface ) + withoutGoodbyeText( interface );
+      notes += tooLongNotes( interface ) + withoutGoodbyeText( interface );
    }
    for ( auto const & vrf : listField( status, "vrfs" ) ) {
       auto const trouble = textField( vrf, "trouble" );

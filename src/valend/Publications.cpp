@@ -10,7 +10,7 @@ namespace Valend {
 
 namespace {
 
-std::string quoted( std::string const & text ) {
+std::string inQuotes( std::string const & text ) {
    return "\"" + text + "\"";
 }
 
@@ -66,13 +66,13 @@ std::string Publications::frameOf( std::string const & hex, std::size_t number )
 // Throws when the agent's name is somebody else's.
 void Publications::requireName( std::string const & agent, U64 client ) const {
    if ( config_.agents.contains( agent ) ) {
-      throw Refusal( "AgentExists", "the configuration has an agent " + quoted( agent ) +
+      throw Refusal( "AgentExists", "the configuration has an agent " + inQuotes( agent ) +
                                        "; publish under another name" );
    }
    for ( auto const & message : messages_ ) {
       if ( message.agent == agent && message.lifetime == Lifetime::connection &&
            message.client != client ) {
-         throw Refusal( "AgentExists", "another client publishes as agent " + quoted( agent ) +
+         throw Refusal( "AgentExists", "another client publishes as agent " + inQuotes( agent ) +
                                           "; its frames go when it does" );
       }
    }
@@ -85,7 +85,7 @@ void Publications::publish( Message message ) {
    }
    if ( !config_.interfaces.contains( message.interface ) ) {
       throw Refusal( "NoSuchInterface",
-                     "no interface " + quoted( message.interface ) + " is configured" );
+                     "no interface " + inQuotes( message.interface ) + " is configured" );
    }
    if ( message.frames.empty() ) {
       throw Refusal( "NoFrames", "an empty list of frames; Withdraw takes frames away" );
@@ -123,9 +123,9 @@ void Publications::withdraw( std::string const & agent, std::string const & inte
    if ( old == messages_.end() ) {
       bool const configured =
          config_.agents.contains( agent ) && config_.agents.at( agent ).contains( interface );
-      throw Refusal( "NoSuchMessages", "agent " + quoted( agent ) +
+      throw Refusal( "NoSuchMessages", "agent " + inQuotes( agent ) +
                                           " has published no frames for interface " +
-                                          quoted( interface ) +
+                                          inQuotes( interface ) +
                                           ( configured ? "; those it has are configured" : "" ) );
    }
    if ( old->lifetime == Lifetime::connection && old->client != client ) {
