@@ -49,10 +49,10 @@ int main( int argc, char ** argv ) {
    auto const statusDir = Quill::make< Status::StatusDir >();
 
    auto const allIntf = allIntfFactory();
-   auto const library = runnabilitySmFactory(
-      configDir, agents, intfConfigs, intfStatuses,
-      Quill::make< Interface::AllIntfStatusLocalDir >(), l3Statuses,
-      Quill::make< Ip::AllVrfStatusLocal >(), store, statusDir, allVrfFactory(), allIntf );
+   auto const library = runnabilitySmFactory( configDir, agents, intfConfigs, intfStatuses,
+                                              Quill::make< Interface::AllIntfStatusLocalDir >(),
+                                              l3Statuses, Quill::make< Ip::AllVrfStatusLocal >(),
+                                              store, statusDir, allVrfFactory(), allIntf );
 
    for ( int turns = 0; !statusDir->intfStatusHas( intfId ); ++turns ) {
       if ( turns == 50 ) {

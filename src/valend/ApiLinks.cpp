@@ -83,9 +83,12 @@ bool ApiLinks::isWanted( InterfaceConfig const & interface, Wanted const & wante
           ( !wanted.ready || ( status && status->shouldDelay() ) );
 }
 
-Json ApiLinks::stepJson( ShutdownStep step, ShutdownRecord const & record ) const {
+Json ApiLinks::stepJson( ShutdownStep step, ShutdownRecord const & record, bool joined ) const {
    bool const held = step == ShutdownStep::delayed;
-   auto const left = controller_.remaining( record.interface );
+   auto left = controller_.remaining( record.interface );
+   if ( left && !joined ) { // what is left of it a moment after its beginning is for nobody to read
+      left = std::chrono::milliseconds( feeder_.config().shutdownDelayMs.value_or( 0 ) );
+   }
    return { { "step", step == ShutdownStep::sent      ? "sent"
                       : step == ShutdownStep::delayed ? "delayed"
                                                       : "ended" },
@@ -94,13 +97,15 @@ Json ApiLinks::stepJson( ShutdownStep step, ShutdownRecord const & record ) cons
 }
 
 void ApiLinks::shutdown( Call call, std::string const & interface ) {
-   controller_.shutdown( interface, call->caller().name(),
-                         [ this, call ]( ShutdownStep step, ShutdownRecord const & record ) {
-                            bool const last = step == ShutdownStep::ended;
-                            if ( call->more() || step != ShutdownStep::sent ) {
-                               call->reply( stepJson( step, record ), call->more() && !last );
-                            }
-                         } );
+   bool const joined = controller_.running( interface );
+   controller_.shutdown(
+      interface, call->caller().name(),
+      [ this, call, joined ]( ShutdownStep step, ShutdownRecord const & record ) {
+         bool const last = step == ShutdownStep::ended;
+         if ( call->more() || step != ShutdownStep::sent ) {
+            call->reply( stepJson( step, record, joined ), call->more() && !last );
+         }
+      } );
 }
 
 void ApiLinks::shutdownMany( Call call, Wanted const & wanted ) {
@@ -110,11 +115,12 @@ void ApiLinks::shutdownMany( Call call, Wanted const & wanted ) {
    }
    auto const many = std::make_shared< Many >( *this, call, all.size() );
    for ( auto const & name : all ) {
+      bool const joined = controller_.running( name );
       controller_.shutdown( name, call->caller().name(),
-                            [ this, call, many, begun = false ](
+                            [ this, call, many, joined, begun = false ](
                                ShutdownStep step, ShutdownRecord const & record ) mutable {
                                if ( call->more() || step != ShutdownStep::sent ) {
-                                  many->add( stepJson( step, record ),
+                                  many->add( stepJson( step, record, joined ),
                                              !std::exchange( begun, true ),
                                              step == ShutdownStep::ended );
                                }

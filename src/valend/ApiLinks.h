@@ -41,7 +41,8 @@ class ApiLinks {
  private:
    class Many;
 
-   Json stepJson( ShutdownStep step, ShutdownRecord const & record ) const;
+   // `joined`: the shutdown was under way when it was asked for.
+   Json stepJson( ShutdownStep step, ShutdownRecord const & record, bool joined ) const;
 
    bool isWanted( InterfaceConfig const & interface, Wanted const & wanted ) const;
 

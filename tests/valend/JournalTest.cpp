@@ -201,17 +201,18 @@ TEST_F( JournalTest, AFolderInTheFilesPlaceIsSetAside ) {
 TEST_F( JournalTest, AFullFileGivesWayAndLosesNothingThatIsUnderWay ) {
    open();
    auto const running = write( "Ethernet1", Phase::held );
-   auto const lineBytes = work.content( "state/shutdowns" ).size() / 2;
-   auto const lines = 3 * Journal::fileLimit / lineBytes;
+   std::string const longName( 3000, 'n' ); // few lines fill it
+   auto const lines = 3 * Journal::fileLimit / longName.size();
    for ( std::size_t i = 0; i < lines; ++i ) {
-      write( "n" + std::to_string( i ), Phase::ended );
+      write( longName + std::to_string( i ), Phase::ended );
    }
-   EXPECT_LE( work.content( "state/shutdowns" ).size(), Journal::fileLimit + 2000 );
-   EXPECT_LE( work.content( "state/shutdowns.1" ).size(), Journal::fileLimit + 2000 );
+   EXPECT_LE( work.content( "state/shutdowns" ).size(), Journal::fileLimit + 2 * longName.size() );
+   EXPECT_LE( work.content( "state/shutdowns.1" ).size(),
+              Journal::fileLimit + 2 * longName.size() );
    auto const content = open();
    EXPECT_THAT( content.running, ElementsAre( running ) );
    EXPECT_EQ( content.history.size(), Journal::historyLimit );
-   EXPECT_EQ( content.history.back().interface, "n" + std::to_string( lines - 1 ) );
+   EXPECT_EQ( content.history.back().interface, longName + std::to_string( lines - 1 ) );
 }
 
 // Nothing is left of a line that did not fit.
