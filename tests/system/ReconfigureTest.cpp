@@ -211,7 +211,8 @@ TEST_F( ReconfigureTest, ARunningDelayIsNotDisturbedByChangesElsewhere ) {
 
    EXPECT_EQ( waiting.wait(), 0 ) << waiting.err();
    EXPECT_FALSE( linkUp( *red_, "et2" ) );
-   EXPECT_GE( Json::parse( ctl( { "history", "Ethernet2", "--json" } ).out )[ "shutdowns" ][ 0 ][ "heldMs" ],
+   EXPECT_GE( Json::parse(
+                 ctl( { "history", "Ethernet2", "--json" } ).out )[ "shutdowns" ][ 0 ][ "heldMs" ],
               5000 );
    EXPECT_THAT( far2.frames( 2, milliseconds( 200 ) ), ElementsAre( frame( "red" ) ) );
    EXPECT_TRUE( linkUp( *machine_, "et1" ) );

@@ -34,8 +34,8 @@ class ApiFixture : public AgentFixture {
  protected:
    ApiFixture()
        : trace( loop, ProcessConfig(), false ), publications( feeder ),
-         api( { store, feeder, publications, kernel, controller, faults, trace, configurator, access,
-                clock.scheduler(),
+         api( { store, feeder, publications, kernel, controller, faults, trace, configurator,
+                access, clock.scheduler(),
                 [ this ]( auto work ) { posted.push_back( std::move( work ) ); } } ) {}
 
    void startPublishing( Config const & config ) {
@@ -61,8 +61,9 @@ class ApiFixture : public AgentFixture {
    TraceHub trace;
    ApiAccess access{ "4001", "4002" };
    Publications publications;
-   Configurator configurator{ "/dev/null", ProcessConfig(),
-                             [ this ]( auto const & config ) { publications.configIs( config ); } };
+   Configurator configurator{ "/dev/null", ProcessConfig(), [ this ]( auto const & config ) {
+                                publications.configIs( config );
+                             } };
    AgentApi api;
 };
 

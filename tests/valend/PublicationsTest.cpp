@@ -7,10 +7,10 @@ namespace Valend {
 namespace {
 
 using namespace Test;
-using ValenConfig::toHex;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ValenConfig::toHex;
 
 class PublicationsTest : public ApiFixture {
  protected:
