@@ -14,6 +14,7 @@ using std::chrono::seconds;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using ::testing::StartsWith;
 
 class AgentTest : public RunningAgentTest {};
 
@@ -350,8 +351,10 @@ TEST_F( AgentTest, WhoMayWhatGoesByTheCallersGroups ) {
    };
    auto const stranger = asNobody( "--clear-groups", { "status" } );
    EXPECT_EQ( stranger.status, 1 );
-   EXPECT_EQ( stranger.err, "valenctl: uid 65534 may not call org.valen.Agent.Status: that takes "
-                            "root or a group, \"4001\" or \"4002\"\n" );
+   // What measures coverage complains behind it that it may not write.
+   EXPECT_THAT( stranger.err,
+                StartsWith( "valenctl: uid 65534 may not call org.valen.Agent.Status: that takes "
+                            "root or a group, \"4001\" or \"4002\"\n" ) );
    EXPECT_EQ( asNobody( "--groups=4001", { "status" } ).status, 0 );
    auto const reader = asNobody( "--groups=4001", { "shutdown", "Ethernet1" } );
    EXPECT_EQ( reader.status, 1 );
