@@ -39,7 +39,7 @@ class Client {
 
    void call( std::string const & method, Json const & parameters, bool more = false ) {
       auto const text = Json{
-         { "method", "org.valen.Agent." + method },
+         { "method", "org.valen.daemon." + method },
          { "parameters", parameters },
          { "more", more } }.dump();
       if ( ::send( fd_, text.c_str(), text.size() + 1, MSG_NOSIGNAL ) !=

@@ -42,27 +42,9 @@ endif()
 # valen_unity( TARGET KIND )
 # Compiles a few sources of TARGET at a time, when VALEN_UNITY is KIND or "all": faster from scratch,
 # slower after a change.
-set( VALEN_UNITY "" CACHE STRING "What is compiled a few sources at a time: tests, agent or all" )
+set( VALEN_UNITY "" CACHE STRING "What is compiled a few sources at a time: tests, daemon or all" )
 function( valen_unity target kind )
    if( VALEN_UNITY STREQUAL "all" OR VALEN_UNITY STREQUAL kind )
       set_target_properties( ${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 5 )
    endif()
-endfunction()
-
-# valen_folder( NAME source... [DEPENDS folder...] )
-# The sources of one folder under src/, as the object library valen_NAME. What it depends on is
-# what it may include; the test "layers" holds it to that.
-function( valen_folder name )
-   cmake_parse_arguments( arg "" "" "DEPENDS" ${ARGN} )
-   add_library( valen_${name} OBJECT ${arg_UNPARSED_ARGUMENTS} )
-   target_link_libraries( valen_${name} PUBLIC valen_flags )
-   set_property( TARGET valen_${name} PROPERTY VALEN_DEPENDS "${arg_DEPENDS}" )
-endfunction()
-
-# valen_objects( TARGET folder... )
-# Links the objects of the named folders into TARGET.
-function( valen_objects target )
-   foreach( folder ${ARGN} )
-      target_link_libraries( ${target} PRIVATE valen_${folder} )
-   endforeach()
 endfunction()

@@ -1,7 +1,7 @@
 // Any text as the configuration and a drop-in: reading it comes to an end, errors are single lines
 // with a place in one of the files and in order, and what passes is valid as a whole.
-#include "config/ConfigReader.h"
-#include "config/Hex.h"
+#include "settings/ConfigReader.h"
+#include "settings/Hex.h"
 
 #include <cstdint>
 #include <cstdlib>
@@ -15,22 +15,22 @@ void require( bool condition ) {
    }
 }
 
-void requireValid( ValenConfig::Config const & config ) {
-   std::set< std::string > netNss{ ValenConfig::defaultVrf };
+void requireValid( Settings::Config const & config ) {
+   std::set< std::string > netNss{ Settings::defaultVrf };
    for ( auto const & [ vrf, netNs ] : config.vrfs ) {
-      require( vrf != ValenConfig::defaultVrf && netNss.insert( netNs ).second );
+      require( vrf != Settings::defaultVrf && netNss.insert( netNs ).second );
    }
    std::set< std::pair< std::string, std::string > > devices;
    for ( auto const & [ name, interface ] : config.interfaces ) {
       require( interface.name == name && !name.empty() && !interface.device.empty() );
-      require( interface.vrf == ValenConfig::defaultVrf || config.vrfs.contains( interface.vrf ) );
+      require( interface.vrf == Settings::defaultVrf || config.vrfs.contains( interface.vrf ) );
       require( devices.emplace( interface.vrf, interface.device ).second );
    }
    for ( auto const & [ agent, messages ] : config.agents ) {
       for ( auto const & [ interface, frames ] : messages ) {
          require( config.interfaces.contains( interface ) && !frames.empty() );
          for ( auto const & frame : frames ) {
-            require( frame.size() >= ValenConfig::minFrameBytes );
+            require( frame.size() >= Settings::minFrameBytes );
          }
       }
    }
@@ -43,7 +43,7 @@ extern "C" int LLVMFuzzerTestOneInput( std::uint8_t const * data, std::size_t si
    auto const cut = text.find( "\n===\n" ); // what is behind it is the drop-in
    auto const main = text.substr( 0, cut );
    auto const dropIn = cut == text.npos ? std::string() : text.substr( cut + 5 );
-   auto const result = ValenConfig::parseConfig( { { "main", main }, { "drop-in", dropIn } } );
+   auto const result = Settings::parseConfig( { { "main", main }, { "drop-in", dropIn } } );
    bool inDropIn = false;
    for ( auto const & error : result.errors ) {
       require( error.place.file == "drop-in" || ( error.place.file == "main" && !inDropIn ) );

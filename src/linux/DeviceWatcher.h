@@ -7,6 +7,7 @@
 #include "linux/EventLoop.h"
 #include "linux/Rtnetlink.h"
 #include "linux/RtnetlinkSocket.h"
+#include "platform/gantry/Backoff.h"
 #include "types/KernelNetInfo.h"
 
 #include <unordered_map>
@@ -55,7 +56,7 @@ class DeviceWatcher {
    U32 dumpSequence_ = 0;                           // of the dump under way, or the last one
    bool dumping_ = false;
    bool dumpAgain_ = false; // something was lost since the dump began
-   GrowingPause pause_;
+   Gantry::Backoff pause_;
    LoopTimer retryTimer_; // for a dump that the kernel refused
 };
 

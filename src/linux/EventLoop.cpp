@@ -221,10 +221,4 @@ bool LoopTimer::running() const noexcept {
    return notifiee_->notifier()->taskScheduled();
 }
 
-// --- GrowingPause --------------------------------------------------------------------------------
-
-std::chrono::milliseconds GrowingPause::take() noexcept {
-   return std::exchange( next_, std::min( next_ * 2, last_ ) );
-}
-
 } // namespace Valen::Linux

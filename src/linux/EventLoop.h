@@ -113,21 +113,4 @@ class LoopTimer {
    std::unique_ptr< Notifiee > const notifiee_;
 };
 
-// Pauses that grow, doubling, from `first` to `last`: for what is tried again.
-class GrowingPause {
- public:
-   constexpr GrowingPause( std::chrono::milliseconds first,
-                           std::chrono::milliseconds last ) noexcept
-       : first_( first ), last_( last ), next_( first ) {}
-
-   // The pause to make now.
-   std::chrono::milliseconds take() noexcept;
-   void reset() noexcept { next_ = first_; }
-
- private:
-   std::chrono::milliseconds first_;
-   std::chrono::milliseconds last_;
-   std::chrono::milliseconds next_;
-};
-
 } // namespace Valen::Linux

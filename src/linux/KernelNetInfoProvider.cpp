@@ -1,5 +1,7 @@
 #include "linux/KernelNetInfoProvider.h"
 
+#include "platform/gantry/Backoff.h"
+
 #include <cerrno>
 #include <utility>
 
@@ -23,7 +25,7 @@ struct KernelNetInfoProvider::Entry {
 
    Quill::Ptr< KernelNetInfo::Status > const status;
    std::shared_ptr< DeviceWatcher > watcher; // none while the namespace cannot be watched
-   GrowingPause pause;
+   Gantry::Backoff pause;
    LoopTimer retryTimer;
    bool mounted = true;
 };

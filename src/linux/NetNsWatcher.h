@@ -8,6 +8,7 @@
 
 #include "linux/EventLoop.h"
 #include "linux/NetNs.h"
+#include "platform/gantry/Backoff.h"
 
 #include <map>
 #include <set>
@@ -67,7 +68,7 @@ class NetNsWatcher {
    std::vector< Folder > folders_;
    std::map< Corvid::NamespaceName, NetNsIdentity > known_;
    std::set< Corvid::NamespaceName > unfinished_; // files that are no namespaces, as yet
-   GrowingPause pause_;
+   Gantry::Backoff pause_;
    LoopTimer timer_;
 };
 

@@ -46,13 +46,13 @@ Exit talk( Options const & options, std::ostream & out, std::ostream & err ) {
    try {
       auto const terminal = terminalOfProcess();
       return Session( options, terminal, out, err ).run();
-   } catch ( Refused const & e ) {
+   } catch ( Varlink::Refused const & e ) {
       err << "valenctl: " << e.what() << '\n';
-      exit = e.name() == "org.valen.Agent.TimedOut" ? Exit::timedOut : Exit::refused;
-   } catch ( TimedOut const & e ) {
+      exit = e.name() == "org.valen.daemon.TimedOut" ? Exit::timedOut : Exit::refused;
+   } catch ( Varlink::TimedOut const & e ) {
       err << "valenctl: " << e.what() << '\n';
       exit = Exit::timedOut;
-   } catch ( std::exception const & e ) { // NoAgent, and answers that make no sense
+   } catch ( std::exception const & e ) { // Varlink::NoService, and answers that make no sense
       err << "valenctl: " << e.what() << '\n';
       exit = Exit::noAgent;
    }

@@ -1,7 +1,7 @@
 #include "valenctl/ConfigCommand.h"
 
-#include "config/ConfigReader.h"
-#include "config/Counted.h"
+#include "settings/ConfigReader.h"
+#include "settings/Counted.h"
 #include "valenctl/Table.h"
 
 #include <ostream>
@@ -14,14 +14,14 @@ std::string pretty( Json const & json ) {
    return json.dump( 2, ' ', false, Json::error_handler_t::replace ) + "\n";
 }
 
-Json errorJson( ValenConfig::ConfigError const & error ) {
+Json errorJson( Settings::ConfigError const & error ) {
    return { { "file", error.place.file },
             { "line", error.place.line },
             { "column", error.place.column },
             { "text", error.text } };
 }
 
-Json checkJson( ValenConfig::ConfigResult const & result ) {
+Json checkJson( Settings::ConfigResult const & result ) {
    auto errors = Json::array();
    for ( auto const & error : result.errors ) {
       errors.push_back( errorJson( error ) );
@@ -67,8 +67,8 @@ std::string framesText( Json const & messages ) {
 } // namespace
 
 Exit checkConfig( Options const & options, std::ostream & out, std::ostream & err ) {
-   auto const & file = options.file.empty() ? ValenConfig::defaultFile : options.file;
-   auto const result = ValenConfig::readConfig( file );
+   auto const & file = options.file.empty() ? Settings::defaultFile : options.file;
+   auto const result = Settings::readConfig( file );
    if ( options.json ) {
       out << pretty( checkJson( result ) );
    } else if ( result.errors.empty() ) {
@@ -81,7 +81,7 @@ Exit checkConfig( Options const & options, std::ostream & out, std::ostream & er
    return result.errors.empty() ? Exit::done : Exit::refused;
 }
 
-Exit showConfig( Options const & options, ApiClient & client, std::ostream & out ) {
+Exit showConfig( Options const & options, Varlink::Client & client, std::ostream & out ) {
    auto const answer = client.call( "Config", Json::object() );
    out << ( options.json ? pretty( answer ) : configText( answer ) );
    return Exit::done;
@@ -113,7 +113,7 @@ std::string configText( Json const & answer ) {
    return table.text();
 }
 
-Exit reload( Options const & options, ApiClient & client, std::ostream & out,
+Exit reload( Options const & options, Varlink::Client & client, std::ostream & out,
              std::ostream & err ) try {
    auto const answer = client.call( "Reload", Json::object() );
    auto const changed = answer.value( "changed", Json::array() );
@@ -124,10 +124,10 @@ Exit reload( Options const & options, ApiClient & client, std::ostream & out,
    for ( auto const & line : changed ) {
       out << line.get< std::string >() << '\n';
    }
-   err << "read again; " << ValenConfig::counted( changed.size(), "change" ) << '\n';
+   err << "read again; " << Settings::counted( changed.size(), "change" ) << '\n';
    return Exit::done;
-} catch ( Refused const & e ) {
-   if ( e.name() != "org.valen.Agent.ConfigRefused" ) {
+} catch ( Varlink::Refused const & e ) {
+   if ( e.name() != "org.valen.daemon.ConfigRefused" ) {
       throw;
    }
    if ( options.json ) {

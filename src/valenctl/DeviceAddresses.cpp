@@ -19,8 +19,8 @@ namespace Valenctl {
 
 namespace {
 
-using Frames::Ipv4;
-using Frames::Ipv6;
+using Goodbye::Ipv4;
+using Goodbye::Ipv6;
 
 // Takes the calling thread into a namespace, for good.
 void enter( std::string const & netNs ) {
@@ -42,8 +42,8 @@ void enter( std::string const & netNs ) {
 void add( DeviceAddresses & addresses, ifaddrs const & entry ) {
    if ( entry.ifa_addr->sa_family == AF_PACKET ) {
       auto const & link = reinterpret_cast< sockaddr_ll const & >( *entry.ifa_addr );
-      if ( link.sll_hatype == ARPHRD_ETHER && link.sll_halen == Frames::Mac::address_size ) {
-         addresses.mac = Frames::Mac( link.sll_addr );
+      if ( link.sll_hatype == ARPHRD_ETHER && link.sll_halen == Goodbye::Mac::address_size ) {
+         addresses.mac = Goodbye::Mac( link.sll_addr );
       }
    } else if ( entry.ifa_addr->sa_family == AF_INET && !addresses.ipv4 ) {
       auto const of = []( sockaddr const * address ) {
@@ -54,7 +54,7 @@ void add( DeviceAddresses & addresses, ifaddrs const & entry ) {
    } else if ( entry.ifa_addr->sa_family == AF_INET6 && !addresses.linkLocal ) {
       auto const & address = reinterpret_cast< sockaddr_in6 const & >( *entry.ifa_addr );
       Ipv6 const ipv6( address.sin6_addr.s6_addr );
-      if ( Frames::isLinkLocal( ipv6 ) ) {
+      if ( Goodbye::isLinkLocal( ipv6 ) ) {
          addresses.linkLocal = ipv6;
       }
    }

@@ -1,7 +1,7 @@
 // What a kernel device is called on the network.
 #pragma once
 
-#include "frames/Addresses.h"
+#include "goodbye/Addresses.h"
 
 #include <optional>
 #include <string>
@@ -10,9 +10,9 @@ namespace Valenctl {
 
 // A device has each of these or not.
 struct DeviceAddresses {
-   std::optional< Frames::Mac > mac;
-   std::optional< Frames::Ipv4Prefix > ipv4; // the first
-   std::optional< Frames::Ipv6 > linkLocal;  // the first
+   std::optional< Goodbye::Mac > mac;
+   std::optional< Goodbye::Ipv4Prefix > ipv4; // the first
+   std::optional< Goodbye::Ipv6 > linkLocal;  // the first
 };
 
 // Asks the kernel about `device` in the network namespace `netNs`: a name as of `ip netns`, a path

@@ -1,14 +1,14 @@
 #include "valenctl/FrameBuilds.h"
 
-#include "frames/Igmp.h"
-#include "frames/Lldp.h"
-#include "frames/Mdns.h"
-#include "frames/Ospf.h"
-#include "frames/Pim.h"
-#include "frames/Rip.h"
-#include "frames/RouterAdvertisement.h"
-#include "frames/SlowProtocols.h"
-#include "frames/Vrrp.h"
+#include "goodbye/Igmp.h"
+#include "goodbye/Lldp.h"
+#include "goodbye/Mdns.h"
+#include "goodbye/Ospf.h"
+#include "goodbye/Pim.h"
+#include "goodbye/Rip.h"
+#include "goodbye/RouterAdvertisement.h"
+#include "goodbye/SlowProtocols.h"
+#include "goodbye/Vrrp.h"
 #include "valenctl/FrameOptions.h"
 
 #include <cmath>
@@ -18,7 +18,7 @@ namespace Valenctl {
 
 namespace {
 
-using List = std::vector< Frames::Frame >;
+using List = std::vector< Goodbye::Frame >;
 
 // The frames that `make` makes of `all`, at most `most` in each.
 template < class Value, class Make >
@@ -40,12 +40,12 @@ CLI::Option * addVirtualRouter( CLI::App & app, unsigned & id ) {
 }
 
 template < class Address >
-Frames::VrrpGoodbye< Address >
+Goodbye::VrrpGoodbye< Address >
 vrrpGoodbye( FrameSender const & sender, unsigned id, Address const & source,
              std::vector< Address > const & addresses, double interval ) {
-   if ( addresses.size() > Frames::maxVrrpAddresses ) {
+   if ( addresses.size() > Goodbye::maxVrrpAddresses ) {
       throw UsageError( "the virtual router has " + std::to_string( addresses.size() ) +
-                        " addresses; at most " + std::to_string( Frames::maxVrrpAddresses ) +
+                        " addresses; at most " + std::to_string( Goodbye::maxVrrpAddresses ) +
                         " fit" );
    }
    return { static_cast< U8 >( id ), source, addresses,
@@ -67,7 +67,7 @@ bool isIpv6( std::string const & text ) {
 }
 
 // Without --address, the host's addresses are the sender's.
-Frames::MdnsGoodbye withAddresses( Frames::MdnsGoodbye goodbye, FrameSender const & sender ) {
+Goodbye::MdnsGoodbye withAddresses( Goodbye::MdnsGoodbye goodbye, FrameSender const & sender ) {
    if ( goodbye.host.empty() && goodbye.pointers.empty() ) {
       throw UsageError( "the frame needs what to take back: give --name or --pointer" );
    }
@@ -89,21 +89,22 @@ Frames::MdnsGoodbye withAddresses( Frames::MdnsGoodbye goodbye, FrameSender cons
 
 FrameBuild lldpBuild( CLI::App & app ) {
    struct Given {
-      Frames::LldpShutdown shutdown;
-      std::optional< Frames::LldpId > chassis;
-      std::optional< Frames::LldpId > port;
+      Goodbye::LldpShutdown shutdown;
+      std::optional< Goodbye::LldpId > chassis;
+      std::optional< Goodbye::LldpId > port;
    };
    auto const given = std::make_shared< Given >();
-   addText( app, "--chassis-id", "ID",
-            "The chassis as its agent tells it, mac:MAC, name:TEXT or local:TEXT; else that of "
-            "--mac",
-            [ given ]( auto const & text ) { given->chassis = Frames::parseLldpChassis( text ); } );
+   addText(
+      app, "--chassis-id", "ID",
+      "The chassis as its agent tells it, mac:MAC, name:TEXT or local:TEXT; else that of "
+      "--mac",
+      [ given ]( auto const & text ) { given->chassis = Goodbye::parseLldpChassis( text ); } );
    addText( app, "--port-id", "ID",
             "The port as its agent tells it, in the same way; else the device's name",
-            [ given ]( auto const & text ) { given->port = Frames::parseLldpPort( text ); } );
+            [ given ]( auto const & text ) { given->port = Goodbye::parseLldpPort( text ); } );
    auto & destination = given->shutdown.destination;
    addText( app, "--destination", "MAC", "Else the nearest bridge, " + destination.to_string(),
-            [ &destination ]( auto const & text ) { destination = Frames::parseMac( text ); } );
+            [ &destination ]( auto const & text ) { destination = Goodbye::parseMac( text ); } );
    return [ given ]( FrameSender const & sender ) {
       if ( !given->port && sender.device().empty() ) {
          throw UsageError( "the frame needs the port's id: give --port-id, or --device to take "
@@ -113,16 +114,16 @@ FrameBuild lldpBuild( CLI::App & app ) {
       shutdown.source = sender.mac();
       shutdown.chassis = given->chassis
                             ? *given->chassis
-                            : Frames::parseLldpChassis( "mac:" + shutdown.source.to_string() );
+                            : Goodbye::parseLldpChassis( "mac:" + shutdown.source.to_string() );
       shutdown.port =
-         given->port ? *given->port : Frames::parseLldpPort( "name:" + sender.device() );
-      return List{ Frames::lldpShutdown( shutdown ) };
+         given->port ? *given->port : Goodbye::parseLldpPort( "name:" + sender.device() );
+      return List{ Goodbye::lldpShutdown( shutdown ) };
    };
 }
 
 FrameBuild raBuild( CLI::App & ) {
    return []( FrameSender const & sender ) {
-      return List{ Frames::routerAdvertisementGoodbye( sender.mac(), sender.linkLocal() ) };
+      return List{ Goodbye::routerAdvertisementGoodbye( sender.mac(), sender.linkLocal() ) };
    };
 }
 
@@ -130,21 +131,21 @@ FrameBuild vrrp2Build( CLI::App & app ) {
    struct Given {
       unsigned id = 0;
       unsigned interval = 1;
-      std::vector< Frames::Ipv4 > addresses;
+      std::vector< Goodbye::Ipv4 > addresses;
    };
    auto const given = std::make_shared< Given >();
    addVirtualRouter( app, given->id );
    addTexts(
       app, "--address", "ADDRESS", "One of its addresses; may be repeated",
-      [ given ]( auto const & text ) { given->addresses.push_back( Frames::parseIpv4( text ) ); } )
+      [ given ]( auto const & text ) { given->addresses.push_back( Goodbye::parseIpv4( text ) ); } )
       ->required();
    app.add_option( "--interval", given->interval,
                    "Seconds between advertisements; backups drop what differs from theirs" )
       ->capture_default_str()
       ->check( CLI::Range( 1, 255 ) );
    return [ given ]( FrameSender const & sender ) {
-      return List{ Frames::vrrp2Goodbye( vrrpGoodbye( sender, given->id, sender.ipv4().address,
-                                                      given->addresses, given->interval ) ) };
+      return List{ Goodbye::vrrp2Goodbye( vrrpGoodbye( sender, given->id, sender.ipv4().address,
+                                                       given->addresses, given->interval ) ) };
    };
 }
 
@@ -152,8 +153,8 @@ FrameBuild vrrp3Build( CLI::App & app ) {
    struct Given {
       unsigned id = 0;
       double interval = 1;
-      std::vector< Frames::Ipv4 > addresses;
-      std::vector< Frames::Ipv6 > addresses6;
+      std::vector< Goodbye::Ipv4 > addresses;
+      std::vector< Goodbye::Ipv6 > addresses6;
    };
    auto const given = std::make_shared< Given >();
    addVirtualRouter( app, given->id );
@@ -161,9 +162,9 @@ FrameBuild vrrp3Build( CLI::App & app ) {
              "One of its addresses; may be repeated. IPv6 ones begin with the link-local one",
              [ given ]( auto const & text ) {
                 if ( isIpv6( text ) ) {
-                   given->addresses6.push_back( Frames::parseIpv6( text ) );
+                   given->addresses6.push_back( Goodbye::parseIpv6( text ) );
                 } else {
-                   given->addresses.push_back( Frames::parseIpv4( text ) );
+                   given->addresses.push_back( Goodbye::parseIpv4( text ) );
                 }
              } )
       ->required();
@@ -177,10 +178,10 @@ FrameBuild vrrp3Build( CLI::App & app ) {
          throw UsageError( "a virtual router has IPv4 or IPv6 addresses, not both" );
       }
       return List{ given->addresses6.empty()
-                      ? Frames::vrrp3Goodbye( vrrpGoodbye( sender, given->id, sender.ipv4().address,
-                                                           given->addresses, interval ) )
-                      : Frames::vrrp3Goodbye( vrrpGoodbye( sender, given->id, sender.linkLocal(),
-                                                           given->addresses6, interval ) ) };
+                      ? Goodbye::vrrp3Goodbye( vrrpGoodbye(
+                           sender, given->id, sender.ipv4().address, given->addresses, interval ) )
+                      : Goodbye::vrrp3Goodbye( vrrpGoodbye( sender, given->id, sender.linkLocal(),
+                                                            given->addresses6, interval ) ) };
    };
 }
 
@@ -189,18 +190,18 @@ FrameBuild pimBuild( CLI::App & app ) {
    addIpv6( app, *ipv6 );
    return [ ipv6 ]( FrameSender const & sender ) {
       return List{ overIpv6( sender, *ipv6 )
-                      ? Frames::pimGoodbye( sender.mac(), sender.linkLocal() )
-                      : Frames::pimGoodbye( sender.mac(), sender.ipv4().address ) };
+                      ? Goodbye::pimGoodbye( sender.mac(), sender.linkLocal() )
+                      : Goodbye::pimGoodbye( sender.mac(), sender.ipv4().address ) };
    };
 }
 
 FrameBuild ospfBuild( CLI::App & app ) {
-   auto const given = std::make_shared< Frames::OspfGoodbye >();
+   auto const given = std::make_shared< Goodbye::OspfGoodbye >();
    addText( app, "--router-id", "ID", "The router, such as 192.0.2.1",
-            [ given ]( auto const & text ) { given->router = Frames::parseIpv4( text ); } )
+            [ given ]( auto const & text ) { given->router = Goodbye::parseIpv4( text ); } )
       ->required();
    addText( app, "--area", "ID", "Else the backbone, 0.0.0.0",
-            [ given ]( auto const & text ) { given->area = Frames::parseIpv4( text ); } );
+            [ given ]( auto const & text ) { given->area = Goodbye::parseIpv4( text ); } );
    app.add_option( "--hello-interval", given->helloInterval, "Seconds; as the neighbours have it" )
       ->capture_default_str();
    app.add_option( "--dead-interval", given->deadInterval, "Seconds; as the neighbours have it" )
@@ -210,19 +211,19 @@ FrameBuild ospfBuild( CLI::App & app ) {
       auto goodbye = *given;
       goodbye.source = sender.mac();
       goodbye.address = sender.ipv4();
-      return List{ Frames::ospfGoodbye( goodbye ) };
+      return List{ Goodbye::ospfGoodbye( goodbye ) };
    };
 }
 
 FrameBuild igmpBuild( CLI::App & app ) {
    struct Given {
       unsigned version = 3;
-      std::vector< Frames::Ipv4 > groups;
+      std::vector< Goodbye::Ipv4 > groups;
    };
    auto const given = std::make_shared< Given >();
    addTexts( app, "--group", "ADDRESS", "A group to leave; may be repeated",
              [ given ]( auto const & text ) {
-                given->groups.push_back( Frames::parseIpv4Group( text ) );
+                given->groups.push_back( Goodbye::parseIpv4Group( text ) );
              } )
       ->required();
    app.add_option( "--version", given->version, "2: a frame for each group. 3: one for all" )
@@ -233,57 +234,57 @@ FrameBuild igmpBuild( CLI::App & app ) {
       auto const address = sender.ipv4().address;
       if ( given->version == 2 ) {
          return inParts( given->groups, 1, [ & ]( auto const & groups ) {
-            return Frames::igmp2Leave( mac, address, groups.front() );
+            return Goodbye::igmp2Leave( mac, address, groups.front() );
          } );
       }
-      return inParts( given->groups, Frames::maxIgmp3Groups, [ & ]( auto const & groups ) {
-         return Frames::igmp3Leave( mac, address, groups );
+      return inParts( given->groups, Goodbye::maxIgmp3Groups, [ & ]( auto const & groups ) {
+         return Goodbye::igmp3Leave( mac, address, groups );
       } );
    };
 }
 
 FrameBuild mdnsBuild( CLI::App & app ) {
    struct Given {
-      Frames::MdnsGoodbye goodbye;
+      Goodbye::MdnsGoodbye goodbye;
       bool ipv6 = false;
    };
    auto const given = std::make_shared< Given >();
    addText(
       app, "--name", "NAME", "A host whose addresses are taken back, such as router.local",
-      [ given ]( auto const & text ) { given->goodbye.host = Frames::parseMdnsName( text ); } );
+      [ given ]( auto const & text ) { given->goodbye.host = Goodbye::parseMdnsName( text ); } );
    addTexts( app, "--address", "ADDRESS", "One of them; may be repeated. Else the sender's",
              [ given ]( auto const & text ) {
                 if ( isIpv6( text ) ) {
-                   given->goodbye.addresses6.push_back( Frames::parseIpv6( text ) );
+                   given->goodbye.addresses6.push_back( Goodbye::parseIpv6( text ) );
                 } else {
-                   given->goodbye.addresses.push_back( Frames::parseIpv4( text ) );
+                   given->goodbye.addresses.push_back( Goodbye::parseIpv4( text ) );
                 }
              } );
    addTexts( app, "--pointer", "NAME=TARGET",
              "A service's offer that is taken back; may be repeated",
              [ given ]( auto const & text ) {
-                given->goodbye.pointers.push_back( Frames::parseMdnsPointer( text ) );
+                given->goodbye.pointers.push_back( Goodbye::parseMdnsPointer( text ) );
              } );
    addIpv6( app, given->ipv6 );
    return [ given ]( FrameSender const & sender ) {
       auto const goodbye = withAddresses( given->goodbye, sender );
       return List{ overIpv6( sender, given->ipv6 )
-                      ? Frames::mdnsGoodbye( sender.mac(), sender.linkLocal(), goodbye )
-                      : Frames::mdnsGoodbye( sender.mac(), sender.ipv4().address, goodbye ) };
+                      ? Goodbye::mdnsGoodbye( sender.mac(), sender.linkLocal(), goodbye )
+                      : Goodbye::mdnsGoodbye( sender.mac(), sender.ipv4().address, goodbye ) };
    };
 }
 
 FrameBuild ripBuild( CLI::App & app ) {
-   auto const routes = std::make_shared< std::vector< Frames::Ipv4Prefix > >();
+   auto const routes = std::make_shared< std::vector< Goodbye::Ipv4Prefix > >();
    addTexts(
       app, "--route", "PREFIX", "A route to take back, such as 192.0.2.0/24; may be repeated",
-      [ routes ]( auto const & text ) { routes->push_back( Frames::parseIpv4Prefix( text ) ); } )
+      [ routes ]( auto const & text ) { routes->push_back( Goodbye::parseIpv4Prefix( text ) ); } )
       ->required();
    return [ routes ]( FrameSender const & sender ) {
       auto const mac = sender.mac();
       auto const address = sender.ipv4().address;
-      return inParts( *routes, Frames::maxRipRoutes, [ & ]( auto const & some ) {
-         return Frames::ripPoison( mac, address, some );
+      return inParts( *routes, Goodbye::maxRipRoutes, [ & ]( auto const & some ) {
+         return Goodbye::ripPoison( mac, address, some );
       } );
    };
 }
@@ -298,20 +299,20 @@ FrameBuild oamBuild( CLI::App & app ) {
    app.add_option( "--revision", given->revision, "Of the device's OAM configuration" )
       ->capture_default_str();
    return [ given ]( FrameSender const & sender ) {
-      return List{ Frames::oamDyingGasp( { sender.mac(), !given->passive, given->revision } ) };
+      return List{ Goodbye::oamDyingGasp( { sender.mac(), !given->passive, given->revision } ) };
    };
 }
 
 FrameBuild lacpBuild( CLI::App & app ) {
    struct Given {
-      Frames::LacpGoodbye goodbye;
-      std::optional< Frames::Mac > system;
+      Goodbye::LacpGoodbye goodbye;
+      std::optional< Goodbye::Mac > system;
       bool passive = false;
    };
    auto const given = std::make_shared< Given >();
    auto & goodbye = given->goodbye;
    addText( app, "--system", "MAC", "The aggregation's system; else --mac",
-            [ given ]( auto const & text ) { given->system = Frames::parseMac( text ); } );
+            [ given ]( auto const & text ) { given->system = Goodbye::parseMac( text ); } );
    app.add_option( "--system-priority", goodbye.systemPriority, "Its priority" )
       ->capture_default_str();
    app.add_option( "--key", goodbye.key, "The aggregation's key" )->capture_default_str();
@@ -324,7 +325,7 @@ FrameBuild lacpBuild( CLI::App & app ) {
       said.source = sender.mac();
       said.system = given->system.value_or( said.source );
       said.active = !given->passive;
-      return List{ Frames::lacpGoodbye( said ) };
+      return List{ Goodbye::lacpGoodbye( said ) };
    };
 }
 

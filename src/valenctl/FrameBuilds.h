@@ -1,7 +1,7 @@
 // The options of each kind of goodbye frame, and how the frames are made of them.
 #pragma once
 
-#include "frames/Layers.h"
+#include "goodbye/Layers.h"
 #include "valenctl/FrameSender.h"
 
 #include <functional>
@@ -15,7 +15,7 @@ namespace Valenctl {
 
 // Makes the frames of a command line that has been read. Throws UsageError, and what FrameSender
 // throws.
-using FrameBuild = std::function< std::vector< Frames::Frame >( FrameSender const & ) >;
+using FrameBuild = std::function< std::vector< Goodbye::Frame >( FrameSender const & ) >;
 
 // Each adds the options of its kind to `app`; the result uses what they were given.
 FrameBuild lldpBuild( CLI::App & app );

@@ -1,7 +1,7 @@
 #include "valenctl/FrameCommand.h"
 
-#include "config/Hex.h"
-#include "frames/Pcap.h"
+#include "goodbye/Pcap.h"
+#include "settings/Hex.h"
 #include "valenctl/FrameKinds.h"
 #include "valenctl/FrameOptions.h"
 #include "valenctl/Options.h"
@@ -16,7 +16,7 @@ namespace {
 using Source = FrameKind::Source;
 
 // A document that the agent's configuration may consist of or be extended by.
-std::string yaml( FrameOptions const & options, std::vector< Frames::Frame > const & frames ) {
+std::string yaml( FrameOptions const & options, std::vector< Goodbye::Frame > const & frames ) {
    using Json = nlohmann::json; // whose strings are YAML's double-quoted ones
    auto const interface =
       Json( options.yamlInterface ).dump( -1, ' ', false, Json::error_handler_t::replace );
@@ -24,7 +24,7 @@ std::string yaml( FrameOptions const & options, std::vector< Frames::Frame > con
                "\n    messages:\n      " + interface + ":\n        # " + options.kind->goodbye +
                " (" + options.kind->clause + ")\n";
    for ( auto const & frame : frames ) {
-      text += "        - \"" + ValenConfig::toHex( frame ) + "\"\n";
+      text += "        - \"" + Settings::toHex( frame ) + "\"\n";
    }
    return text;
 }
@@ -34,12 +34,12 @@ void takeIp( std::string const & text, Source source, DeviceAddresses & given ) 
    bool const ipv6 = source == Source::ipv6 ||
                      ( source == Source::either && text.find( ':' ) != std::string::npos );
    if ( !ipv6 ) {
-      given.ipv4 = Frames::parseIpv4Prefix( text );
+      given.ipv4 = Goodbye::parseIpv4Prefix( text );
       return;
    }
-   given.linkLocal = Frames::parseIpv6( text );
-   if ( !Frames::isLinkLocal( *given.linkLocal ) ) {
-      throw Frames::BadText( "\"" + text + "\" is not link-local; expected one in fe80::/10" );
+   given.linkLocal = Goodbye::parseIpv6( text );
+   if ( !Goodbye::isLinkLocal( *given.linkLocal ) ) {
+      throw Goodbye::BadText( "\"" + text + "\" is not link-local; expected one in fe80::/10" );
    }
 }
 
@@ -51,7 +51,7 @@ void addSender( CLI::App & app, FrameKind const & kind, SenderOptions & sender )
       ->type_name( "NAME" )
       ->needs( device );
    addText( app, "--mac", "MAC", "The sender's MAC address",
-            [ &sender ]( auto const & text ) { sender.given.mac = Frames::parseMac( text ); } );
+            [ &sender ]( auto const & text ) { sender.given.mac = Goodbye::parseMac( text ); } );
    if ( kind.source != Source::mac ) {
       auto const help = kind.source == Source::ipv4   ? "The sender's IPv4 address, with its "
                                                         "prefix length where that matters"
@@ -102,11 +102,11 @@ Exit writePcap( std::string const & path, std::string const & content, std::ostr
    return Exit::done;
 }
 
-Exit write( FrameOptions const & options, std::vector< Frames::Frame > const & frames,
+Exit write( FrameOptions const & options, std::vector< Goodbye::Frame > const & frames,
             std::ostream & out, std::ostream & err ) {
    std::string text;
    if ( !options.pcap.empty() ) {
-      text = Frames::pcapFile( frames, std::chrono::system_clock::now() );
+      text = Goodbye::pcapFile( frames, std::chrono::system_clock::now() );
       if ( options.pcap != "-" ) {
          return writePcap( options.pcap, text, err );
       }
@@ -141,10 +141,10 @@ CLI::App * addFrame( CLI::App & parent, FrameOptions & options ) {
    return frame;
 }
 
-std::vector< std::string > hexOf( std::vector< Frames::Frame > const & frames ) {
+std::vector< std::string > hexOf( std::vector< Goodbye::Frame > const & frames ) {
    std::vector< std::string > texts;
    for ( auto const & frame : frames ) {
-      texts.push_back( ValenConfig::toHex( frame ) );
+      texts.push_back( Settings::toHex( frame ) );
    }
    return texts;
 }

@@ -31,11 +31,11 @@ struct FrameOptions {
 CLI::App * addFrame( CLI::App & parent, FrameOptions & options );
 
 // Each frame's hexadecimal digits.
-std::vector< std::string > hexOf( std::vector< Frames::Frame > const & frames );
+std::vector< std::string > hexOf( std::vector< Goodbye::Frame > const & frames );
 
 // Builds the frames, in order of sending, and hands them to `use`. An incomplete command, or a device
 // or an address that is not there, is said in one line to `err`; then `use` is not called.
-using FrameUse = std::function< Exit( std::vector< Frames::Frame > const & ) >;
+using FrameUse = std::function< Exit( std::vector< Goodbye::Frame > const & ) >;
 Exit useFrames( FrameOptions const & options, FrameUse const & use, std::ostream & err );
 
 // Writes them as asked: in hexadecimal, one a line, or else.

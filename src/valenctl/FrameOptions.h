@@ -2,7 +2,7 @@
 // refused in the parser's own way.
 #pragma once
 
-#include "frames/Addresses.h"
+#include "goodbye/Addresses.h"
 
 #include <CLI/CLI.hpp>
 #include <functional>
@@ -21,7 +21,7 @@ inline CLI::Option * addTexts( CLI::App & app, std::string const & name, char co
          for ( auto const & text : texts ) {
             take( text );
          }
-      } catch ( Frames::BadText const & e ) {
+      } catch ( Goodbye::BadText const & e ) {
          throw CLI::ValidationError( name, e.what() );
       }
    };

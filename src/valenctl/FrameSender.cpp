@@ -11,15 +11,15 @@ FrameSender::FrameSender( SenderOptions const & options ) : options_( options ) 
    known_.linkLocal = options.given.linkLocal ? options.given.linkLocal : known_.linkLocal;
 }
 
-Frames::Mac FrameSender::mac() const {
+Goodbye::Mac FrameSender::mac() const {
    return needed( known_.mac, "--mac", "MAC address" );
 }
 
-Frames::Ipv4Prefix FrameSender::ipv4() const {
+Goodbye::Ipv4Prefix FrameSender::ipv4() const {
    return needed( known_.ipv4, "--ip", "IPv4 address" );
 }
 
-Frames::Ipv6 FrameSender::linkLocal() const {
+Goodbye::Ipv6 FrameSender::linkLocal() const {
    return needed( known_.linkLocal, "--ip", "link-local IPv6 address" );
 }
 

@@ -30,9 +30,9 @@ class FrameSender {
 
    // Each throws UsageError when neither the address nor a device is given, and std::runtime_error
    // when the device has none.
-   Frames::Mac mac() const;
-   Frames::Ipv4Prefix ipv4() const;
-   Frames::Ipv6 linkLocal() const;
+   Goodbye::Mac mac() const;
+   Goodbye::Ipv4Prefix ipv4() const;
+   Goodbye::Ipv6 linkLocal() const;
 
    // What is known, without being needed.
    DeviceAddresses const & known() const noexcept { return known_; }

@@ -20,7 +20,7 @@ std::string dumped( Json const & json, int indent ) {
 Session::Session( Options const & options, Terminal const & terminal, std::ostream & out,
                   std::ostream & err )
     : options_( options ), terminal_( terminal ), out_( out ), err_( err ),
-      client_( options.socket ) {
+      client_( options.socket, "org.valen.daemon" ) {
    client_.patienceIs( timeout() );
 }
 

@@ -1,21 +1,23 @@
 // One command's talk with the agent. Data goes to `out`, words to `err`.
 #pragma once
 
-#include "valenctl/ApiClient.h"
 #include "valenctl/Options.h"
 #include "valenctl/Terminal.h"
+#include "varlink/Client.h"
 
 #include <iosfwd>
 
 namespace Valenctl {
 
+using Varlink::Json;
+
 class Session {
  public:
-   // Connects. All must outlive the session. Throws NoAgent.
+   // Connects. All must outlive the session. Throws Varlink::NoService.
    Session( Options const & options, Terminal const & terminal, std::ostream & out,
             std::ostream & err );
 
-   // Carries the command out. Throws what ApiClient throws.
+   // Carries the command out. Throws what Varlink::Client throws.
    Exit run();
 
  private:
@@ -52,7 +54,7 @@ class Session {
    Terminal const & terminal_;
    std::ostream & out_;
    std::ostream & err_;
-   ApiClient client_;
+   Varlink::Client client_;
 };
 
 } // namespace Valenctl

@@ -1,6 +1,6 @@
 #include "valenctl/StatusText.h"
 
-#include "config/Counted.h"
+#include "settings/Counted.h"
 #include "valenctl/JsonFields.h"
 #include "valenctl/Table.h"
 #include "valenctl/Terminal.h"
@@ -10,7 +10,7 @@
 
 namespace Valenctl {
 
-using ValenConfig::counted;
+using Settings::counted;
 
 namespace {
 

@@ -2,11 +2,9 @@
 
 #include "platform/quill/Exception.h"
 #include "platform/trace/Trace.h"
-#include "valend/Version.h"
+#include "valend/base/Version.h"
 
 #include <CLI/CLI.hpp>
-#include <cstdlib>
-#include <filesystem>
 #include <iostream>
 
 namespace Valend {
@@ -50,7 +48,7 @@ std::optional< Options > parseOptions( int argc, char const * const * argv, Exit
       ->capture_default_str();
    app.add_flag( "--check", options.check, "Only check the configuration" );
    app.add_option( "--socket", process.socket,
-                   std::string( "Where valenctl finds the agent [" ) + Options::defaultSocket +
+                   std::string( "Where valenctl finds the agent [" ) + Settings::defaultSocket +
                       "]" );
    app.add_option( "--read-group", options.readers,
                    "The group, by name or number, whose members may look" )
@@ -77,33 +75,6 @@ std::optional< Options > parseOptions( int argc, char const * const * argv, Exit
       return std::nullopt;
    }
    return options;
-}
-
-ProcessConfig merged( ProcessConfig const & file, ProcessConfig const & commandLine ) {
-   auto const pick = []( auto const & first, auto const & second ) {
-      return first ? first : second;
-   };
-   return { pick( commandLine.socket, file.socket ),
-            pick( commandLine.netNsFolder, file.netNsFolder ),
-            pick( commandLine.traceLevels, file.traceLevels ),
-            pick( commandLine.traceFile, file.traceFile ),
-            pick( commandLine.traceRing, file.traceRing ),
-            pick( commandLine.stateDirectory, file.stateDirectory ),
-            pick( commandLine.metricsFile, file.metricsFile ) };
-}
-
-std::string stateDirectoryOf( ProcessConfig const & process ) {
-   if ( process.stateDirectory ) {
-      return *process.stateDirectory;
-   }
-   auto const * const given = std::getenv( "STATE_DIRECTORY" ); // several are apart by ":"
-   if ( given && *given ) {
-      std::string const all( given );
-      return all.substr( 0, all.find( ':' ) );
-   }
-   return std::filesystem::is_directory( Options::defaultStateDirectory )
-             ? Options::defaultStateDirectory
-             : "";
 }
 
 } // namespace Valend

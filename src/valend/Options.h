@@ -1,9 +1,9 @@
 // The command line.
 #pragma once
 
-#include "config/ConfigReader.h"
-#include "valend/ApiAccess.h"
-#include "valend/Configuration.h"
+#include "settings/ConfigReader.h"
+#include "settings/ProcessSettings.h"
+#include "valend/api/Access.h"
 
 #include <optional>
 #include <string>
@@ -19,26 +19,17 @@ enum class Exit : int {
 };
 
 struct Options {
-   static constexpr char const * defaultConfig = ValenConfig::defaultFile;
-   static constexpr char const * defaultSocket = "/run/valen/valend.sock";
-   static constexpr char const * defaultStateDirectory = "/var/lib/valen";
+   static constexpr char const * defaultConfig = Settings::defaultFile;
 
    std::string config = defaultConfig;
-   bool check = false;                              // only look at the configuration
-   ProcessConfig process;                           // goes before the file's
-   std::string readers = ApiAccess::defaultReaders; // groups, by name or number
-   std::string changers = ApiAccess::defaultChangers;
+   bool check = false;                           // only look at the configuration
+   Settings::ProcessConfig process;              // goes before the file's
+   std::string readers = Access::defaultReaders; // groups, by name or number
+   std::string changers = Access::defaultChangers;
 };
 
 // Takes the command line apart. Nothing, with `exit` set, when the process is to end: help was
 // asked for and printed, or an option is wrong and said so.
 std::optional< Options > parseOptions( int argc, char const * const * argv, Exit & exit );
-
-// The file's settings, with the command line's in their place where it has them.
-ProcessConfig merged( ProcessConfig const & file, ProcessConfig const & commandLine );
-
-// Where shutdowns are written down: as configured, else as the service manager says, else the usual
-// place if it is there. Empty when there is none.
-std::string stateDirectoryOf( ProcessConfig const & process );
 
 } // namespace Valend

@@ -1,6 +1,6 @@
-#include "config/ConfigReader.h"
-#include "valend/Agent.h"
-#include "valend/Log.h"
+#include "settings/ConfigReader.h"
+#include "valend/Daemon.h"
+#include "valend/base/Log.h"
 
 #include <csignal>
 #include <iostream>
@@ -10,7 +10,7 @@ namespace {
 using Valend::Exit;
 
 Exit run( Valend::Options const & options ) {
-   auto const read = ValenConfig::readConfig( options.config );
+   auto const read = Settings::readConfig( options.config );
    for ( auto const & error : read.errors ) {
       std::cerr << error.message() << '\n';
    }
@@ -22,7 +22,7 @@ Exit run( Valend::Options const & options ) {
       return Exit::done;
    }
    try {
-      Valend::Agent agent( read, options );
+      Valend::Daemon agent( read, options );
       agent.run();
       return Exit::done;
    } catch ( std::exception const & e ) {

@@ -5,9 +5,9 @@
 // directory is gone.
 #pragma once
 
+#include "devices/NetNsIntfStatusManagerRoot.h"
 #include "platform/orrery/EntityManager.h"
 #include "types/L3Types.h"
-#include "types/NetNsIntfStatusManagerRoot.h"
 
 namespace Valen {
 

@@ -355,16 +355,6 @@ TEST( EventLoopSignals, AreUnblockedWithTheLoop ) {
    EXPECT_FALSE( sigismember( &blocked, SIGUSR1 ) );
 }
 
-TEST( GrowingPauseTest, DoublesUpToTheLast ) {
-   GrowingPause pause( 10ms, 35ms );
-   EXPECT_EQ( pause.take(), 10ms );
-   EXPECT_EQ( pause.take(), 20ms );
-   EXPECT_EQ( pause.take(), 35ms );
-   EXPECT_EQ( pause.take(), 35ms );
-   pause.reset();
-   EXPECT_EQ( pause.take(), 10ms );
-}
-
 TEST( FdTest, ClosesWhatItHoldsOnce ) {
    int number;
    {

@@ -94,9 +94,9 @@ struct Result {
 };
 
 // A folder of the test's own.
-class WorkFolder {
+class WorkDirectory {
  public:
-   WorkFolder() {
+   WorkDirectory() {
       std::string path = ::testing::TempDir() + "valen-XXXXXX";
       if ( !::mkdtemp( path.data() ) ) {
          throw std::runtime_error( "mkdtemp " + path );
@@ -104,9 +104,9 @@ class WorkFolder {
       path_ = path;
       run( "chmod 755 " + path_ );
    }
-   ~WorkFolder() { (void)std::system( ( "rm -rf " + path_ ).c_str() ); }
-   WorkFolder( WorkFolder const & ) = delete;
-   WorkFolder & operator=( WorkFolder const & ) = delete;
+   ~WorkDirectory() { (void)std::system( ( "rm -rf " + path_ ).c_str() ); }
+   WorkDirectory( WorkDirectory const & ) = delete;
+   WorkDirectory & operator=( WorkDirectory const & ) = delete;
 
    std::string operator/( std::string const & name ) const { return path_ + "/" + name; }
 

@@ -182,8 +182,8 @@ TEST_F( AgentTest, AFrameThatIsTooLongIsFlaggedCountedAndDoesNotStopTheShutdown 
           "agents:\n"
           "- name: bulk\n"
           "  messages: {Ethernet1: [" +
-          ValenConfig::toHex( testFrame( std::string( 1600, 'x' ) ) ) + ", " +
-          ValenConfig::toHex( frame( "fits" ) ) + "]}\n" );
+          Settings::toHex( testFrame( std::string( 1600, 'x' ) ) ) + ", " +
+          Settings::toHex( frame( "fits" ) ) + "]}\n" );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    EXPECT_THAT( ctl( { "status" } ).out,
                 HasSubstr( "Ethernet1: frame 1 of bulk has 1614 bytes, and et1 takes 1514: it will "
@@ -276,9 +276,8 @@ TEST_F( AgentTest, AReloadPutsWhatDiffersInForceAndDisturbsNothingElse ) {
    Capture far2( *neighbours_, "far2" );
    ASSERT_EQ( ctl( { "shutdown", "Ethernet2" } ).status, 0 );
    auto changed = config( 100 );
-   changed.replace( changed.find( ValenConfig::toHex( frame( "one" ) ) ),
-                    ValenConfig::toHex( frame( "one" ) ).size(),
-                    ValenConfig::toHex( frame( "new" ) ) );
+   changed.replace( changed.find( Settings::toHex( frame( "one" ) ) ),
+                    Settings::toHex( frame( "one" ) ).size(), Settings::toHex( frame( "new" ) ) );
    std::ofstream( *work_ / "valen.yaml" ) << changed;
    agent_->signal( SIGHUP );
    ASSERT_TRUE( eventually( [ this ] {
@@ -353,7 +352,7 @@ TEST_F( AgentTest, WhoMayWhatGoesByTheCallersGroups ) {
    EXPECT_EQ( stranger.status, 1 );
    // What measures coverage complains behind it that it may not write.
    EXPECT_THAT( stranger.err,
-                StartsWith( "valenctl: uid 65534 may not call org.valen.Agent.Status: that takes "
+                StartsWith( "valenctl: uid 65534 may not call org.valen.daemon.Status: that takes "
                             "root or a group, \"4001\" or \"4002\"\n" ) );
    EXPECT_EQ( asNobody( "--groups=4001", { "status" } ).status, 0 );
    auto const reader = asNobody( "--groups=4001", { "shutdown", "Ethernet1" } );
@@ -377,7 +376,7 @@ TEST_F( AgentTest, TheTraceAndTheStoreCanBeLookedAt ) {
    EXPECT_EQ( Json::parse( ctl( { "show", "status/intfStatus/Ethernet1" } ).out )[ "shouldDelay" ],
               true );
    EXPECT_EQ( ctl( { "show", "config/agents/lldp/messages/message/Ethernet2/message/0" } ).out,
-              "\"0x" + ValenConfig::toHex( frame( "red" ) ) + "\"\n" );
+              "\"0x" + Settings::toHex( frame( "red" ) ) + "\"\n" );
    std::string table;
    ASSERT_TRUE( eventually( [ & ] { // a link has its carrier some time after it is up
       table = ctl( { "status" } ).out;

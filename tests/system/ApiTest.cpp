@@ -1,5 +1,5 @@
 // The control API as a door: what clients of all kinds do to an agent that has a delay to keep.
-#include "config/Hex.h"
+#include "settings/Hex.h"
 #include "tests/system/AgentProcess.h"
 #include "tests/system/RawClient.h"
 
@@ -45,7 +45,7 @@ class ApiTest : public NetworkTest {
    }
 
    std::string socket() const { return *work_ / "sock"; }
-   static std::string frame() { return ValenConfig::toHex( testFrame( "goodbye" ) ); }
+   static std::string frame() { return Settings::toHex( testFrame( "goodbye" ) ); }
 
    // Calls valenctl, again while the agent does not listen yet.
    Result ctl( std::vector< std::string > arguments, int tries = 1 ) const {
@@ -75,7 +75,7 @@ class ApiTest : public NetworkTest {
       EXPECT_TRUE( agent_->running() );
    }
 
-   std::optional< WorkFolder > work_;
+   std::optional< WorkDirectory > work_;
    std::optional< TestNetNs > machine_;
    std::optional< TestNetNs > neighbours_;
    std::optional< Process > agent_;
@@ -117,7 +117,7 @@ TEST_F( ApiTest, GarbageDoesNotTouchADelay ) {
 
 TEST_F( ApiTest, HalfAMessageIsWaitedForWithoutHarm ) {
    RawClient half( socket() );
-   half.send( R"({"method":"org.valen.Agent.Li)" );
+   half.send( R"({"method":"org.valen.daemon.Li)" );
    expectTheDelayIsKept( [] {} );
    half.send( std::string( R"(st"})" ) + '\0' );
    EXPECT_EQ( half.answer()[ "parameters" ][ "interfaces" ].size(), 2u );
@@ -138,7 +138,7 @@ TEST_F( ApiTest, MessagesOfDeepNestingAreNoBurden ) {
    expectTheDelayIsKept( [ this ] {
       for ( int i = 0; i < 20; ++i ) {
          RawClient client( socket() );
-         client.send( R"({"method":"org.valen.Agent.List","parameters":{"interfaces":)" +
+         client.send( R"({"method":"org.valen.daemon.List","parameters":{"interfaces":)" +
                       std::string( 200'000, '[' ) + '\0' );
          EXPECT_TRUE( client.ended() );
       }
@@ -267,9 +267,9 @@ TEST_F( ApiTest, AnIndependentClientFindsEverythingAsTheServiceDescribesIt ) {
    Process client( { program, socket(), "Ethernet1" }, *work_ / "client" );
    EXPECT_EQ( client.wait(), 0 ) << client.err();
    EXPECT_EQ( client.out(),
-              "service: Valen valend [org.varlink.service org.valen.Agent]\n"
+              "service: Valen valend [org.varlink.service org.valen.daemon]\n"
               "described: org.varlink.service true\n"
-              "described: org.valen.agent true\n"
+              "described: org.valen.daemon true\n"
               "listed: [Ethernet1 Ethernet2]\n"
               "watched: Ethernet1 is up, ready true, held false\n"
               "step: sent 1 sent, running\n"
@@ -278,7 +278,7 @@ TEST_F( ApiTest, AnIndependentClientFindsEverythingAsTheServiceDescribesIt ) {
               "watched: Ethernet1 is up, ready true, held true\n"
               "watched: Ethernet1 is down, ready true, held false\n"
               "enabled: up\n"
-              "refused: org.valen.Agent.NoSuchInterface 1\n"
+              "refused: org.valen.daemon.NoSuchInterface 1\n"
               "refused: *varlink.InvalidParameter org.varlink.service.InvalidParameter\n"
               "refused: *varlink.MethodNotFound org.varlink.service.MethodNotFound\n"
               "refused: *varlink.InterfaceNotFound org.varlink.service.InterfaceNotFound\n" );

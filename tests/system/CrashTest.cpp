@@ -1,10 +1,10 @@
 // The agent is killed in mid-shutdown and started again, on the real kernel: whenever it is, the
 // link ends down, every frame reaches the far end, none is sent again once its sending is recorded,
 // and the record says what happened. And what is no shutdown of the operator's sends nothing.
-#include "config/Hex.h"
+#include "settings/Hex.h"
 #include "tests/support/OpenMetricsParser.h"
 #include "tests/system/AgentProcess.h"
-#include "valend/JournalEntry.h"
+#include "valend/shutdown/JournalEntry.h"
 
 #include <filesystem>
 #include <gmock/gmock.h>
@@ -41,8 +41,8 @@ class CrashTest : public NetworkTest {
          << "shutdown-delay-ms: " + std::to_string( delay.count() ) +
                "\ninterfaces: [{name: Ethernet1, device: et1}]\n"
                "agents: [{name: lldp, messages: {Ethernet1: [" +
-               ValenConfig::toHex( testFrame( "one" ) ) + ", " +
-               ValenConfig::toHex( testFrame( "two" ) ) + "]}}]\n";
+               Settings::toHex( testFrame( "one" ) ) + ", " +
+               Settings::toHex( testFrame( "two" ) ) + "]}}]\n";
    }
 
    void start() {
@@ -107,7 +107,7 @@ class CrashTest : public NetworkTest {
    }
 
    static constexpr milliseconds delay{ 60 };
-   std::optional< WorkFolder > work_;
+   std::optional< WorkDirectory > work_;
    std::optional< TestNetNs > machine_;
    std::optional< TestNetNs > neighbour_;
    std::optional< Process > agent_;
@@ -295,7 +295,7 @@ TEST_F( CrashTest, ALinkThatSomebodyElseSetsDownIsShownAndRecorded ) {
 TEST_F( CrashTest, FramesThatAreKeptOutliveTheAgentAndOthersDoNot ) {
    start();
    ASSERT_TRUE( becomesReady() );
-   auto const three = ValenConfig::toHex( testFrame( "three" ) );
+   auto const three = Settings::toHex( testFrame( "three" ) );
    ASSERT_EQ( ctl( { "messages", "add", "radv", "Ethernet1", three } ).status, 0 );
    Process bound( { VALENCTL, "--socket", *work_ / "sock", "messages", "add", "bound", "Ethernet1",
                     three, "--while-running" },

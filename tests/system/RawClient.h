@@ -47,7 +47,7 @@ class RawClient {
    }
    static std::string text( std::string const & method, Json const & parameters,
                             bool more = false ) {
-      return Json{ { "method", "org.valen.Agent." + method },
+      return Json{ { "method", "org.valen.daemon." + method },
                    { "parameters", parameters },
                    { "more", more } }
                 .dump() +

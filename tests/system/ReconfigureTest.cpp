@@ -27,7 +27,7 @@ class ReconfigureTest : public RunningAgentTest {
    };
 
    static std::string hex( std::string const & payload ) {
-      return ValenConfig::toHex( frame( payload ) );
+      return Settings::toHex( frame( payload ) );
    }
    std::string text( Parts const & parts ) const {
       return ( parts.delay.empty() ? "" : "shutdown-delay-ms: " + parts.delay + "\n" ) +

@@ -2,7 +2,7 @@
 // and the neighbours in a third.
 #pragma once
 
-#include "config/Hex.h"
+#include "settings/Hex.h"
 #include "tests/system/AgentProcess.h"
 
 #include <nlohmann/json.hpp>
@@ -60,10 +60,10 @@ class RunningAgentTest : public NetworkTest {
              "- name: lldp\n"
              "  messages:\n"
              "    Ethernet1: [" +
-             ValenConfig::toHex( frame( "one" ) ) + ", " + ValenConfig::toHex( frame( "two" ) ) +
+             Settings::toHex( frame( "one" ) ) + ", " + Settings::toHex( frame( "two" ) ) +
              "]\n"
              "    Ethernet2: [" +
-             ValenConfig::toHex( frame( "red" ) ) + "]\n";
+             Settings::toHex( frame( "red" ) ) + "]\n";
    }
    // Every byte value occurs, so that nothing can be lost on the way.
    static std::string frame( std::string const & payload ) {
@@ -110,7 +110,7 @@ class RunningAgentTest : public NetworkTest {
       return true;
    }
 
-   std::optional< WorkFolder > work_;
+   std::optional< WorkDirectory > work_;
    std::optional< TestNetNs > machine_;
    std::optional< TestNetNs > red_;
    std::optional< TestNetNs > neighbours_;

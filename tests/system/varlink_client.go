@@ -18,7 +18,7 @@ import (
 
 type object = map[string]interface{}
 
-const agent = "org.valen.Agent"
+const agent = "org.valen.daemon"
 
 var (
 	always  = context.Background()
@@ -120,8 +120,7 @@ func readDescription(connection *varlink.Connection) {
 	for _, name := range interfaces {
 		text, err := connection.GetInterfaceDescription(always, name)
 		require(err)
-		// The parser is from the time when an interface's name had no capitals.
-		described, err := idl.New(strings.Replace(text, "interface "+name, "interface "+strings.ToLower(name), 1))
+		described, err := idl.New(text)
 		require(err)
 		fmt.Println("described:", described.Name, len(described.Methods) > 1)
 		if name != agent {

@@ -1,7 +1,7 @@
 #include "valend/Options.h"
 
 #include "platform/trace/Trace.h"
-#include "valend/Configurator.h"
+#include "valend/configuration/Configurator.h"
 
 #include <gtest/gtest.h>
 
@@ -33,7 +33,7 @@ TEST_F( OptionsTest, WithoutAnyTheUsualPlacesAreTaken ) {
    ASSERT_TRUE( options );
    EXPECT_EQ( options->config, "/etc/valen/valen.yaml" );
    EXPECT_FALSE( options->check );
-   EXPECT_EQ( options->process, ProcessConfig() );
+   EXPECT_EQ( options->process, Settings::ProcessConfig() );
 }
 
 TEST_F( OptionsTest, EachOptionIsTaken ) {
@@ -44,25 +44,25 @@ TEST_F( OptionsTest, EachOptionIsTaken ) {
    EXPECT_EQ( options->config, "c" );
    EXPECT_TRUE( options->check );
    EXPECT_EQ( options->process,
-              ( ProcessConfig{ "s", "/n", "ConfigSm/0", "f", "r", "/s", "/m" } ) );
+              ( Settings::ProcessConfig{ "s", "/n", "ConfigSm/0", "f", "r", "/s", "/m" } ) );
 }
 
 TEST_F( OptionsTest, TheCommandLineGoesBeforeTheFile ) {
-   ProcessConfig const file{ "s1", std::nullopt, "l1", std::nullopt, "r1", "/s", "/m1" };
-   ProcessConfig const commandLine{ "s2",         std::nullopt, std::nullopt, "f2",
+   Settings::ProcessConfig const file{ "s1", std::nullopt, "l1", std::nullopt, "r1", "/s", "/m1" };
+   Settings::ProcessConfig const commandLine{ "s2",         std::nullopt, std::nullopt, "f2",
                                     std::nullopt, std::nullopt, "/m2" };
-   EXPECT_EQ( merged( file, commandLine ),
-              ( ProcessConfig{ "s2", std::nullopt, "l1", "f2", "r1", "/s", "/m2" } ) );
+   EXPECT_EQ( Settings::merged( file, commandLine ),
+              ( Settings::ProcessConfig{ "s2", std::nullopt, "l1", "f2", "r1", "/s", "/m2" } ) );
 }
 
 TEST_F( OptionsTest, TheServiceManagerSaysWhereTheStateIs ) {
    ::setenv( "STATE_DIRECTORY", "/var/lib/one:/var/lib/two", 1 );
-   EXPECT_EQ( stateDirectoryOf( {} ), "/var/lib/one" );
-   ProcessConfig configured;
+   EXPECT_EQ( Settings::stateDirectoryOf( {} ), "/var/lib/one" );
+   Settings::ProcessConfig configured;
    configured.stateDirectory = "/srv";
-   EXPECT_EQ( stateDirectoryOf( configured ), "/srv" );
+   EXPECT_EQ( Settings::stateDirectoryOf( configured ), "/srv" );
    ::unsetenv( "STATE_DIRECTORY" );
-   EXPECT_EQ( stateDirectoryOf( configured ), "/srv" );
+   EXPECT_EQ( Settings::stateDirectoryOf( configured ), "/srv" );
 }
 
 TEST_F( OptionsTest, TheStateDirectoryThatNoFileNamesIsShownAllTheSame ) {

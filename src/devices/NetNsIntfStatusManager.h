@@ -1,0 +1,85 @@
+// Interface::NetNsIntfStatusManager: fills a device directory from the kernel's devices of one
+// network namespace. Which interface a device carries, the root says. Of several devices of one
+// name, the one seen last under that name counts.
+//   watches   the namespace's devices and their names
+//   writes    the device directory; nobody else does
+//   owned by  NetNsIntfStatusManagerRoot
+#pragma once
+
+#include "devices/DeviceNameIndex.h"
+#include "platform/quill/Watch.h"
+#include "types/InterfaceTypes.h"
+#include "types/KernelNetInfo.h"
+
+namespace Interface {
+
+class NetNsIntfStatusManagerRoot;
+
+class NetNsIntfStatusManager final : public Quill::Reactor {
+   QUILL_TRACKED( Interface::NetNsIntfStatusManager )
+ public:
+   // Made by the root, which outlives it. A null `kernelNetInfoStatus` has no devices.
+   NetNsIntfStatusManager( NetNsIntfStatusManagerRoot & root,
+                           Quill::Ptr< DeviceIntfStatusDir > deviceIntfStatusDir,
+                           Quill::Ptr< KernelNetInfo::Status const > kernelNetInfoStatus,
+                           Corvid::NamespaceName namespaceName );
+   ~NetNsIntfStatusManager() override;
+
+   char const * reactorName() const noexcept override { return "NetNsIntfStatusManager"; }
+
+   Quill::Ptr< DeviceIntfStatusDir > const & deviceIntfStatusDir() const noexcept {
+      return deviceIntfStatusDir_;
+   }
+   Quill::Ptr< KernelNetInfo::Status const > kernelNetInfoStatus() const noexcept {
+      return kernelNetInfoStatus_.handle();
+   }
+   Corvid::NamespaceName const & namespaceName() const noexcept { return namespaceName_; }
+
+   void handleInitialized();
+   void handleInterface( U32 ifIndex );
+   // Forgets all devices and empties the directory. For good: a handler that is still on the stack
+   // finds nothing left to do.
+   void handleDestruction();
+
+   // Looks up again the entries of all interfaces that could be on a device of that name.
+   void deviceNameRefresh( Quill::Name const & deviceName );
+
+ private:
+   // One device, for its name.
+   class DeviceSm final : public Quill::Reactor {
+      QUILL_TRACKED( Interface::NetNsIntfStatusManager::DeviceSm )
+    public:
+      DeviceSm( NetNsIntfStatusManager & manager,
+                Quill::Ptr< KernelNetInfo::Interface const > device );
+      char const * reactorName() const noexcept override { return "DeviceSm"; }
+      U32 ifIndex() const noexcept { return device_.get()->ifIndex(); }
+      KernelNetInfo::Interface const * device() const noexcept { return device_.get(); }
+      Quill::Name const & deviceName() const noexcept { return deviceName_; }
+      void handleDeviceName();
+
+    private:
+      NetNsIntfStatusManager & manager_;
+      Quill::Name deviceName_; // the one that the manager has it under
+      Quill::Watch<
+         DeviceSm, KernelNetInfo::Interface const,
+         Quill::On< KernelNetInfo::Interface::deviceNameAttr, &DeviceSm::handleDeviceName > >
+         device_;
+   };
+
+   void intfRefresh( Corvid::IntfId const & intfId );
+   // An empty name stands for no device.
+   void deviceMoved( U32 ifIndex, Quill::Name from, Quill::Name to );
+
+   NetNsIntfStatusManagerRoot & root_;
+   Quill::Ptr< DeviceIntfStatusDir > const deviceIntfStatusDir_;
+   Quill::Watch<
+      NetNsIntfStatusManager, KernelNetInfo::Status const,
+      Quill::On< KernelNetInfo::Status::interfaceAttr, &NetNsIntfStatusManager::handleInterface > >
+      kernelNetInfoStatus_;
+   Corvid::NamespaceName const namespaceName_;
+   Quill::Members< DeviceSm, &DeviceSm::ifIndex > deviceSm_;
+   // The indexes of the devices of each name, in the order in which they were seen under it.
+   std::unordered_map< Quill::Name, std::vector< U32 >, NameHash > ifIndexes_;
+};
+
+} // namespace Interface

@@ -1,0 +1,118 @@
+// Interface::NetNsIntfStatusManagerRoot: which interface a kernel device carries; and the managers
+// that keep the device directory of each namespace by it. No system calls here.
+//
+// A device carries the interface whose IntfStatus names it; else the interface that bears the
+// device's own name, unless that one is configured to another device. An interface whose
+// IntfStatusLocal names another namespace is never taken. Where several interfaces remain, one
+// that names this namespace goes first, then the one configured first.
+//   watches   the interfaces' IntfStatus and IntfStatusLocal
+//   owns      the managers, one per namespace
+#pragma once
+
+#include "devices/NetNsIntfStatusManager.h"
+
+namespace Interface {
+
+class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
+   QUILL_TRACKED( Interface::NetNsIntfStatusManagerRoot )
+ public:
+   using Ptr = Quill::Ptr< NetNsIntfStatusManagerRoot >;
+
+   // `filterByNetNs`: whether an IntfStatusLocal keeps its interface out of other namespaces.
+   // Either directory may be null.
+   static Ptr
+   NetNsIntfStatusManagerRootIs( Quill::Ptr< AllIntfStatusDir const > allIntfStatusDir,
+                                 Quill::Ptr< AllIntfStatusLocalDir const > allIntfStatusLocalDir,
+                                 bool filterByNetNs );
+
+   NetNsIntfStatusManagerRoot( Quill::Ptr< AllIntfStatusDir const > allIntfStatusDir,
+                               Quill::Ptr< AllIntfStatusLocalDir const > allIntfStatusLocalDir,
+                               bool filterByNetNs );
+   ~NetNsIntfStatusManagerRoot() override;
+
+   char const * reactorName() const noexcept override { return "NetNsIntfStatusManagerRoot"; }
+
+   Quill::Ptr< AllIntfStatusDir const > allIntfStatusDir() const noexcept {
+      return allIntfStatusDir_.handle();
+   }
+   Quill::Ptr< AllIntfStatusLocalDir const > allIntfStatusLocalDir() const noexcept {
+      return allIntfStatusLocalDir_.handle();
+   }
+   bool filterByNetNs() const noexcept { return filterByNetNs_; }
+
+   // Fills `deviceIntfStatusDir` from `kernelNetInfoStatus` (null: no devices) from now on. A
+   // manager of that namespace that works between two others is replaced.
+   Quill::Ptr< NetNsIntfStatusManager >
+   intfStatusManagerIs( Quill::Ptr< DeviceIntfStatusDir > deviceIntfStatusDir,
+                        Quill::Ptr< KernelNetInfo::Status const > kernelNetInfoStatus,
+                        Corvid::NamespaceName namespaceName );
+   Quill::Ptr< NetNsIntfStatusManager >
+   intfStatusManager( Corvid::NamespaceName const & namespaceName ) const noexcept {
+      return intfStatusManager_.find( namespaceName );
+   }
+   U32 intfStatusManagers() const noexcept { return intfStatusManager_.count(); }
+   // Empties the manager's directory and removes it; no effect on an unknown namespace.
+   void intfStatusManagerDel( Corvid::NamespaceName namespaceName );
+   void intfStatusManagerDelAll();
+
+   // The name of the device that the interface is on: the configured one, else its own.
+   Quill::Name deviceName( Corvid::IntfId const & intfId ) const;
+   // The interface on the device of that name in that namespace; empty when there is none.
+   Corvid::IntfId intfId( Quill::Name const & deviceName,
+                          Corvid::NamespaceName const & namespaceName ) const;
+   // The interfaces that are configured to a device of that name, in any namespace.
+   std::vector< Corvid::IntfId > intfIds( Quill::Name const & deviceName ) const {
+      return index_.intfIds( deviceName );
+   }
+   Quill::Ptr< IntfStatus const > intfStatus( Corvid::IntfId const & intfId ) const noexcept;
+
+   void handleInitialized();
+   // The status, or the local status, of the interface came, went or changed.
+   void handleIntf( Corvid::IntfId intfId );
+
+ private:
+   enum class Place : U8 { elsewhere, anywhere, here };
+
+   // One interface, for the attributes that say which device it is on.
+   class IntfSm final : public Quill::Reactor {
+      QUILL_TRACKED( Interface::NetNsIntfStatusManagerRoot::IntfSm )
+    public:
+      IntfSm( NetNsIntfStatusManagerRoot & root, Corvid::IntfId intfId );
+      char const * reactorName() const noexcept override { return "IntfSm"; }
+      Corvid::IntfId const & intfId() const noexcept { return intfId_; }
+      void watch( Quill::Ptr< IntfStatus const > status,
+                  Quill::Ptr< IntfStatusLocal const > local ) noexcept;
+      void handleChange();
+
+    private:
+      NetNsIntfStatusManagerRoot & root_;
+      Corvid::IntfId const intfId_;
+      Quill::Watch< IntfSm, IntfStatus const,
+                    Quill::On< IntfStatus::deviceNameAttr, &IntfSm::handleChange > >
+         status_;
+      Quill::Watch< IntfSm, IntfStatusLocal const,
+                    Quill::On< IntfStatusLocal::netNsNameAttr, &IntfSm::handleChange > >
+         local_;
+   };
+
+   Quill::Ptr< IntfStatusLocal const >
+   intfStatusLocal( Corvid::IntfId const & intfId ) const noexcept;
+   Place place( Corvid::IntfId const & intfId, Corvid::NamespaceName const & namespaceName ) const;
+   void intfSmUpdate( Corvid::IntfId const & intfId );
+
+   Quill::Watch<
+      NetNsIntfStatusManagerRoot, AllIntfStatusDir const,
+      Quill::On< AllIntfStatusDir::intfStatusAttr, &NetNsIntfStatusManagerRoot::handleIntf > >
+      allIntfStatusDir_;
+   Quill::Watch< NetNsIntfStatusManagerRoot, AllIntfStatusLocalDir const,
+                 Quill::On< AllIntfStatusLocalDir::intfStatusLocalAttr,
+                            &NetNsIntfStatusManagerRoot::handleIntf > >
+      allIntfStatusLocalDir_;
+   bool const filterByNetNs_;
+   DeviceNameIndex index_;
+   Quill::Members< IntfSm, &IntfSm::intfId > intfSm_;
+   Quill::Members< NetNsIntfStatusManager, &NetNsIntfStatusManager::namespaceName >
+      intfStatusManager_;
+};
+
+} // namespace Interface

@@ -1,0 +1,28 @@
+// IEEE 802.1AB, the Link Layer Discovery Protocol.
+#pragma once
+
+#include "goodbye/Layers.h"
+
+namespace Goodbye {
+
+// Who a chassis or a port is. The same number means another kind of name for each.
+struct LldpId {
+   U8 subtype = 0;
+   std::string value; // 1 to 255 bytes
+};
+
+struct LldpShutdown {
+   Mac source;
+   Mac destination = Mac( "01:80:c2:00:00:0e" ); // the nearest bridge
+   LldpId chassis;
+   LldpId port;
+};
+
+// Reads "mac:02:00:00:00:00:01", "name:eth0" (the interface's name) and "local:TEXT". Throw BadText.
+LldpId parseLldpChassis( std::string const & text );
+LldpId parseLldpPort( std::string const & text );
+
+// An LLDPDU with a time to live of 0: chassis and port, which are the neighbour's key, and no more.
+Frame lldpShutdown( LldpShutdown const & shutdown );
+
+} // namespace Goodbye

@@ -1,0 +1,15 @@
+// Frames as a capture file, for whoever looks at such files.
+#pragma once
+
+#include "goodbye/Layers.h"
+
+#include <chrono>
+#include <vector>
+
+namespace Goodbye {
+
+// The bytes of a pcap file of Ethernet frames, all captured at `time`.
+std::string pcapFile( std::vector< Frame > const & frames,
+                      std::chrono::system_clock::time_point time );
+
+} // namespace Goodbye

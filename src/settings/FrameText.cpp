@@ -1,0 +1,77 @@
+#include "settings/FrameText.h"
+
+#include "settings/FrameFile.h"
+
+namespace Settings {
+
+namespace {
+
+// The value of a digit of base64; -1 when it is none.
+int digit( char character ) {
+   static constexpr std::string_view digits =
+      "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
+   auto const found = digits.find( character );
+   return found == digits.npos ? -1 : static_cast< int >( found );
+}
+
+std::string requireHeader( std::string frame ) {
+   if ( frame.size() < minFrameBytes ) {
+      throw FrameError( "frame of " + std::to_string( frame.size() ) +
+                        " bytes; expected at least " + std::to_string( minFrameBytes ) +
+                        ", an Ethernet header" );
+   }
+   return frame;
+}
+
+// Takes `prefix` off the front of `text`, if it is there.
+bool takePrefix( std::string_view & text, std::string_view prefix ) {
+   bool const there = text.starts_with( prefix );
+   text.remove_prefix( there ? prefix.size() : 0 );
+   return there;
+}
+
+} // namespace
+
+std::string bytesFromBase64( std::string_view text ) {
+   std::string bytes;
+   unsigned bits = 0; // what the last group's digits spell so far
+   unsigned digits = 0, padding = 0;
+   for ( std::size_t i = 0; i < text.size(); ++i ) {
+      if ( std::string_view( " \t\r\n" ).find( text[ i ] ) != std::string_view::npos ) {
+         continue;
+      }
+      auto const value = digit( text[ i ] );
+      if ( ( value < 0 && text[ i ] != '=' ) || ( value >= 0 && padding ) ) {
+         throw FrameError( "character " + std::to_string( i + 1 ) +
+                           " behind \"base64:\" is none of it; expected A-Z, a-z, 0-9, \"+\", "
+                           "\"/\", and \"=\" at the end" );
+      }
+      padding += value < 0;
+      bits = bits << 6 | static_cast< unsigned >( value < 0 ? 0 : value );
+      if ( ++digits % 4 == 0 ) {
+         for ( int const shift : { 16, 8, 0 } ) {
+            bytes += static_cast< char >( bits >> shift & 0xff );
+         }
+         bits = 0;
+      }
+   }
+   if ( digits % 4 || padding > 2 ) {
+      throw FrameError( std::to_string( digits ) + " characters of base64, of them " +
+                        std::to_string( padding ) +
+                        " \"=\"; expected groups of four, the last with at most two \"=\"" );
+   }
+   bytes.resize( bytes.size() - padding );
+   return bytes;
+}
+
+Frames framesOf( std::string_view text, std::string const & folder ) {
+   if ( takePrefix( text, "base64:" ) ) {
+      return { requireHeader( bytesFromBase64( text ) ) };
+   }
+   if ( takePrefix( text, "pcap:" ) || takePrefix( text, "pcapng:" ) ) {
+      return framesFromFile( text, folder );
+   }
+   return { frameFromHex( text ) };
+}
+
+} // namespace Settings

@@ -1,0 +1,21 @@
+#include "settings/Sources.h"
+
+#include "settings/ConfigReader.h"
+
+namespace Settings {
+
+std::string Place::text() const {
+   return line ? file + ":" + std::to_string( line ) + ":" + std::to_string( column ) : file;
+}
+
+std::string ConfigError::message() const {
+   auto message = place.text() + ": " + text;
+   for ( auto & character : message ) { // what is quoted from the file may hold anything
+      if ( static_cast< unsigned char >( character ) < 0x20 ) {
+         character = ' ';
+      }
+   }
+   return message;
+}
+
+} // namespace Settings

@@ -1,0 +1,33 @@
+// Where in which file each thing that is configured stands.
+#pragma once
+
+#include <map>
+#include <string>
+#include <vector>
+
+namespace Settings {
+
+struct Place {
+   std::string file;
+   int line = 0; // from 1; 0 stands for the whole file
+   int column = 0;
+
+   // "valen.yaml:12:7", or the file alone.
+   std::string text() const;
+   bool operator==( Place const & ) const = default;
+};
+
+// The places of one reading, by the names of what stands there.
+struct Sources {
+   using Places = std::map< std::string, Place >;
+
+   std::vector< std::string > files; // in the order in which they were read
+   Places settings;                  // "shutdown-delay-ms", "socket", "trace.levels" ...
+   Places vrfs;
+   Places interfaces;
+   Places agents;                            // where each is named first
+   std::map< std::string, Places > messages; // by agent, then interface
+   bool operator==( Sources const & ) const = default;
+};
+
+} // namespace Settings

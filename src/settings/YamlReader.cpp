@@ -1,0 +1,214 @@
+#include "settings/YamlReader.h"
+
+#include <algorithm>
+#include <set>
+#include <sstream>
+#include <tuple>
+#include <utility>
+#include <yaml-cpp/eventhandler.h>
+
+namespace Settings {
+
+namespace {
+
+std::string listed( std::vector< std::string > const & names ) {
+   std::string text;
+   for ( std::size_t i = 0; i < names.size(); ++i ) {
+      text += i == 0 ? "" : i + 1 == names.size() ? " or " : ", ";
+      text += "\"" + names[ i ] + "\"";
+   }
+   return text;
+}
+
+// Notes where each document of a stream begins: at its first node.
+class Beginnings final : public YAML::EventHandler {
+ public:
+   std::vector< YAML::Mark > marks;
+
+   void OnDocumentStart( YAML::Mark const & ) override { inside_ = false; }
+   void OnDocumentEnd() override {}
+   void OnNull( YAML::Mark const & mark, YAML::anchor_t ) override { node( mark ); }
+   void OnAlias( YAML::Mark const & mark, YAML::anchor_t ) override { node( mark ); }
+   void OnScalar( YAML::Mark const & mark, std::string const &, YAML::anchor_t,
+                  std::string const & ) override {
+      node( mark );
+   }
+   void OnSequenceStart( YAML::Mark const & mark, std::string const &, YAML::anchor_t,
+                         YAML::EmitterStyle::value ) override {
+      node( mark );
+   }
+   void OnSequenceEnd() override {}
+   void OnMapStart( YAML::Mark const & mark, std::string const &, YAML::anchor_t,
+                    YAML::EmitterStyle::value ) override {
+      node( mark );
+   }
+   void OnMapEnd() override {}
+
+ private:
+   void node( YAML::Mark const & mark ) {
+      if ( !std::exchange( inside_, true ) ) {
+         marks.push_back( mark );
+      }
+   }
+
+   bool inside_ = false;
+};
+
+// Where the first two documents begin. To take all of them would never come to an end where the
+// parser stands still, as it does at a comma that begins one.
+std::vector< YAML::Mark > beginningsIn( std::string const & text ) {
+   std::istringstream stream( text );
+   YAML::Parser parser( stream );
+   Beginnings beginnings;
+   if ( parser.HandleNextDocument( beginnings ) ) {
+      parser.HandleNextDocument( beginnings );
+   }
+   return beginnings.marks;
+}
+
+} // namespace
+
+void YamlReader::fileIs( std::string const & file ) {
+   auto const found = std::find( files_.begin(), files_.end(), file );
+   current_ = static_cast< std::size_t >( found - files_.begin() );
+   if ( found == files_.end() ) {
+      files_.push_back( file );
+   }
+}
+
+YAML::Node YamlReader::document( std::string const & text ) {
+   try {
+      auto const begins = beginningsIn( text );
+      if ( begins.size() > 1 ) {
+         error( begins[ 1 ], begins[ 1 ].pos == begins[ 0 ].pos
+                                ? "not YAML: nothing begins like this"
+                                : "a second document; expected one" );
+      }
+      return YAML::Load( text );
+   } catch ( YAML::Exception const & e ) {
+      error( e.mark, "not YAML: " + e.msg );
+      return YAML::Node();
+   }
+}
+
+Place YamlReader::placeOf( YAML::Mark const & mark ) const {
+   return mark.is_null() ? Place{ file(), 0, 0 } : Place{ file(), mark.line + 1, mark.column + 1 };
+}
+
+void YamlReader::error( YAML::Node const & node, std::string text ) {
+   error( node.Mark(), std::move( text ) );
+}
+
+void YamlReader::error( YAML::Mark const & mark, std::string text ) {
+   errors_.push_back( { current_, { placeOf( mark ), std::move( text ) } } );
+}
+
+std::vector< ConfigError > YamlReader::sortedErrors() {
+   auto const order = []( Found const & found ) {
+      auto const & place = found.error.place;
+      return std::tuple( found.file, place.line, place.column );
+   };
+   std::stable_sort( errors_.begin(), errors_.end(),
+                     [ & ]( auto const & a, auto const & b ) { return order( a ) < order( b ); } );
+   std::vector< ConfigError > errors;
+   for ( auto & found : errors_ ) {
+      errors.push_back( std::move( found.error ) );
+   }
+   return errors;
+}
+
+void YamlReader::mapping( YAML::Node const & node, std::string const & what,
+                          std::vector< Key > const & keys ) {
+   keyed( node, what, [ & ]( auto const & key, auto const & value ) {
+      auto const name = scalar( key, what );
+      auto const found = std::find_if( keys.begin(), keys.end(),
+                                       [ & ]( auto const & known ) { return name == known.name; } );
+      if ( found != keys.end() ) {
+         return found->handler( value );
+      }
+      std::vector< std::string > names;
+      for ( auto const & known : keys ) {
+         names.push_back( known.name );
+      }
+      error( key, "unknown key \"" + name + "\" in " + what + "; expected " + listed( names ) );
+   } );
+}
+
+void YamlReader::keyed( YAML::Node const & node, std::string const & what,
+                        KeyedHandler const & handler ) {
+   if ( !node.IsMap() ) {
+      return error( node, what + " is no mapping; expected \"key: value\" lines" );
+   }
+   std::set< std::string > seen;
+   for ( auto const & entry : node ) {
+      if ( !entry.first.IsScalar() ) {
+         error( entry.first, "a key in " + what + " that is no text; expected a name" );
+      } else if ( !seen.insert( entry.first.Scalar() ).second ) {
+         error( entry.first, "key \"" + entry.first.Scalar() + "\" again in " + what +
+                                "; expected each key once" );
+      } else {
+         handler( entry.first, entry.second );
+      }
+   }
+}
+
+void YamlReader::sequence( YAML::Node const & node, std::string const & what,
+                           Handler const & handler ) {
+   if ( !isGiven( node ) ) {
+      return;
+   }
+   if ( !node.IsSequence() ) {
+      return error( node, what + " is no list; expected \"- \" lines" );
+   }
+   for ( auto const & element : node ) {
+      handler( element );
+   }
+}
+
+std::string YamlReader::scalar( YAML::Node const & node, std::string const & what ) {
+   if ( node.IsScalar() ) {
+      return node.Scalar();
+   }
+   if ( !node.IsNull() ) {
+      error( node, what + " is no single value; expected one" );
+   }
+   return std::string();
+}
+
+bool YamlReader::truth( YAML::Node const & node, std::string const & what ) {
+   auto const text = scalar( node, what );
+   if ( node.IsScalar() && text != "true" && text != "false" ) {
+      error( node, what + " is \"" + text + "\"; expected true or false" );
+   }
+   return text == "true";
+}
+
+std::optional< std::string > YamlReader::requiredName( YAML::Node const & parent,
+                                                       YAML::Node const & node,
+                                                       std::string const & what,
+                                                       std::size_t maxBytes ) {
+   if ( !isGiven( node ) ) {
+      if ( parent.IsMap() ) { // else that was told
+         error( parent, what + " without a name; expected one" );
+      }
+      return std::nullopt;
+   }
+   auto const name = scalar( node, what );
+   if ( !node.IsScalar() ) { // that was told
+      return std::nullopt;
+   }
+   auto const isControl = []( char c ) {
+      return static_cast< unsigned char >( c ) < 0x20 || c == 0x7f;
+   };
+   if ( name.empty() || name.size() > maxBytes ) {
+      error( node, what + " name of " + std::to_string( name.size() ) + " bytes; expected 1 to " +
+                      std::to_string( maxBytes ) );
+   } else if ( std::any_of( name.begin(), name.end(), isControl ) ) {
+      error( node, what + " name with a control character; expected printable text" );
+   } else {
+      return name;
+   }
+   return std::nullopt;
+}
+
+} // namespace Settings

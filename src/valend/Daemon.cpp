@@ -1,0 +1,128 @@
+#include "valend/Daemon.h"
+
+#include "settings/Counted.h"
+#include "valend/base/Log.h"
+#include "valend/base/Notify.h"
+#include "valend/shutdown/ShutdownLog.h"
+
+#include <csignal>
+
+namespace Valend {
+
+using Valen::Linux::NetNsFolders;
+using Valen::Linux::NetNsWatcher;
+
+Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
+    : process_( Settings::merged( read.config.process, options.process ) ),
+      folders_( foldersOf( process_ ) ),
+      trace_( loop_, process_, options.process.traceLevels.has_value() ), endpoints_( folders_ ),
+      links_( loop_, folders_, endpoints_ ), feeder_( store_, links_, loop_.scheduler() ),
+      kept_( Settings::stateDirectoryOf( process_ ) ),
+      publications_( feeder_, [ this ]( auto const & messages ) { kept_.write( messages ); } ),
+      faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
+      journal_( Settings::stateDirectoryOf( process_ ), Journal::Machine::real(),
+                []( bool grave, auto const & text ) {
+                   log( grave ? LogLevel::error : LogLevel::notice, text );
+                } ),
+      controller_( store_, feeder_.config(), links_, journal_, loop_.scheduler(),
+                   [ this ]( auto work ) { loop_.post( std::move( work ) ); } ),
+      metricsFile_(
+         process_.metricsFile.value_or( "" ),
+         [ this ] {
+            return metricsText( { store_, feeder_, links_, controller_, faults_ } );
+         },
+         loop_.scheduler() ),
+      netNsWatcher_( loop_, folders_,
+                     [ this ]( auto const & name, NetNsWatcher::Change ) {
+                        links_.refresh( name.stdString() );
+                        feeder_.namespaceChanged( name.stdString() );
+                     } ),
+      configurator_( options.config, options.process,
+                     [ this ]( auto const & config ) { configIs( config ); } ),
+      access_( options.readers, options.changers ),
+      api_( { store_, feeder_, publications_, links_, controller_, faults_, trace_, configurator_,
+              access_, loop_.scheduler(),
+              [ this ]( auto work ) { loop_.post( std::move( work ) ); } } ),
+      server_( loop_, process_.socket.value_or( Settings::defaultSocket ), api_ ),
+      watchdog_( loop_.scheduler() ) {
+   loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
+   loop_.signalIs( SIGINT, [ this ] { stop( "SIGINT" ); } );
+   loop_.signalIs( SIGHUP, [ this ] { reload(); } );
+   controller_.endedIs( [ this ]( auto const & record ) {
+      logShutdown( record );
+      metricsFile_.touch();
+   } );
+   links_.seenIs( [ this ]( auto const & place, auto up ) { controller_.linkSeen( place, up ); } );
+   Corvid::rawTxPamProviderIs( &endpoints_ );
+   store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
+   publications_.resume( kept_.read() );
+   configurator_.start( read );
+   library_ = Valen::runnabilitySmFactory(
+      store_.configDir, store_.agentConfigDir, store_.allIntfConfigDir, store_.allIntfStatusDir,
+      store_.allIntfStatusLocalDir, store_.l3IntfStatusDir, store_.allVrfStatusLocal,
+      store_.entityManager, store_.statusDir, store_.allVrf, store_.allIntf );
+   finishWhatWasBegun();
+}
+
+Daemon::~Daemon() {
+   links_.seenIs( nullptr );
+   library_ = nullptr;
+   store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, nullptr );
+   Corvid::rawTxPamProviderIs( nullptr );
+}
+
+NetNsFolders Daemon::foldersOf( Settings::ProcessConfig const & process ) {
+   std::vector< std::string > folders{ NetNsFolders::usual };
+   if ( process.netNsFolder ) {
+      folders.push_back( *process.netNsFolder );
+   }
+   return NetNsFolders( std::move( folders ) );
+}
+
+void Daemon::configIs( Settings::Config const & config ) {
+   std::set< std::string > netNss{ config.netNsOf( Settings::defaultVrf ) };
+   for ( auto const & [ vrf, netNs ] : config.vrfs ) {
+      netNss.insert( netNs );
+   }
+   links_.netNssAre( netNss );
+   access_.refresh(); // a group may have come
+   publications_.configIs( config );
+}
+
+void Daemon::finishWhatWasBegun() {
+   auto content = journal_.read();
+   if ( !content.running.empty() ) {
+      log( LogLevel::notice, "finishing " + std::to_string( content.running.size() ) +
+                                ( content.running.size() == 1 ? " shutdown" : " shutdowns" ) +
+                                " that the agent before began" );
+   }
+   controller_.resume( std::move( content ) );
+}
+
+void Daemon::reload() {
+   try {
+      configurator_.reload();
+   } catch ( ConfigRefused const & ) { // said, with all that is wrong
+   }
+}
+
+void Daemon::run() {
+   notifyManager( "READY=1" );
+   log( LogLevel::notice,
+        "ready: " + Settings::counted( feeder_.config().interfaces.size(), "interface" ) +
+           ", control socket " + server_.path() );
+   loop_.run();
+}
+
+void Daemon::stop( char const * signal ) {
+   log( LogLevel::notice, std::string( "stopping on " ) + signal + "; links stay as they are" );
+   if ( auto const running = controller_.running() ) {
+      log( LogLevel::notice, std::to_string( running ) +
+                                ( running == 1 ? " shutdown is" : " shutdowns are" ) +
+                                " under way; the next start finishes what is begun" );
+   }
+   notifyManager( "STOPPING=1" );
+   loop_.stop();
+}
+
+} // namespace Valend

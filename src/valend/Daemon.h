@@ -1,0 +1,64 @@
+// The agent process: everything it is made of, in the order in which it is made.
+#pragma once
+
+#include "agent/RunnabilitySm.h"
+#include "linux/NetNsWatcher.h"
+#include "linux/PacketEndpoint.h"
+#include "valend/Options.h"
+#include "valend/api/Api.h"
+#include "valend/base/Watchdog.h"
+#include "valend/kernel/KernelLinks.h"
+#include "valend/configuration/Configurator.h"
+#include "valend/configuration/PublishedFile.h"
+#include "valend/report/Metrics.h"
+#include "valend/report/MetricsFile.h"
+#include "varlink/Server.h"
+
+namespace Valend {
+
+class Daemon {
+ public:
+   // Puts what was read from `options.config` in force, which has no errors, and starts the
+   // library. Throws Quill::ErrnoException when the process cannot have what it needs.
+   Daemon( Settings::ConfigResult const & read, Options const & options );
+   // Sends nothing and leaves all links as they are.
+   ~Daemon();
+   Daemon( Daemon const & ) = delete;
+   Daemon & operator=( Daemon const & ) = delete;
+
+   // Runs until SIGTERM or SIGINT. On SIGHUP it reads the configuration again and puts what differs
+   // in force; one that is refused changes nothing.
+   void run();
+
+ private:
+   static Valen::Linux::NetNsFolders foldersOf( Settings::ProcessConfig const & process );
+
+   void configIs( Settings::Config const & config );
+   void finishWhatWasBegun();
+   void reload();
+   void stop( char const * signal );
+
+   Settings::ProcessConfig const process_;
+   Valen::Linux::EventLoop loop_;
+   Valen::Linux::NetNsFolders const folders_;
+   TraceHub trace_;
+   Valen::Linux::PacketEndpointProvider endpoints_;
+   KernelLinks links_;
+   Store store_;
+   Feeder feeder_;
+   PublishedFile kept_;
+   Publications publications_;
+   FaultLog faults_;
+   Journal journal_;
+   LinkController controller_;
+   MetricsFile metricsFile_;
+   Valen::Linux::NetNsWatcher netNsWatcher_;
+   Configurator configurator_;
+   Access access_;
+   Api api_;
+   Varlink::Server server_;
+   Watchdog watchdog_;
+   Quill::Ptr< Valen::RunnabilitySm > library_; // goes first
+};
+
+} // namespace Valend

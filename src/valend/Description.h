@@ -1,9 +1,0 @@
-// The API's interface descriptions, as the files beside this one have them.
-#pragma once
-
-namespace Valend {
-
-extern char const * const agentDescription;   // org.valen.Agent.varlink
-extern char const * const serviceDescription; // org.varlink.service.varlink
-
-} // namespace Valend

@@ -1,0 +1,52 @@
+#include "valend/api/Access.h"
+
+#include <charconv>
+#include <grp.h>
+#include <vector>
+
+namespace Valend {
+
+namespace {
+
+std::optional< U32 > groupId( std::string const & name ) {
+   U32 number = 0;
+   auto const end = name.data() + name.size();
+   auto const [ stop, code ] = std::from_chars( name.data(), end, number );
+   if ( code == std::errc() && stop == end ) {
+      return number;
+   }
+   std::vector< char > buffer( 1u << 16 ); // the group's members are in it, too
+   group entry{};
+   group * found = nullptr;
+   ::getgrnam_r( name.c_str(), &entry, buffer.data(), buffer.size(), &found );
+   return found ? std::optional< U32 >( found->gr_gid ) : std::nullopt;
+}
+
+} // namespace
+
+Access::Access( std::string readers, std::string changers )
+    : readers_( std::move( readers ) ), changers_( std::move( changers ) ) {
+   refresh();
+}
+
+void Access::refresh() {
+   readersId_ = groupId( readers_ );
+   changersId_ = groupId( changers_ );
+}
+
+Right Access::of( Varlink::Caller const & caller ) const noexcept {
+   if ( caller.isRoot() || ( changersId_ && caller.isIn( *changersId_ ) ) ) {
+      return Right::change;
+   }
+   return readersId_ && caller.isIn( *readersId_ ) ? Right::read : Right::none;
+}
+
+std::string Access::refusal( Varlink::Caller const & caller, std::string const & method,
+                             Right needed ) const {
+   auto const groups = needed == Right::change
+                          ? "root or the group \"" + changers_ + "\""
+                          : "root or a group, \"" + readers_ + "\" or \"" + changers_ + "\"";
+   return caller.name() + " may not call " + method + ": that takes " + groups;
+}
+
+} // namespace Valend

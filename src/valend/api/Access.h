@@ -1,0 +1,42 @@
+// Who may call what: root everything, others by the groups that they are in.
+#pragma once
+
+#include "varlink/Call.h"
+
+#include <optional>
+#include <string>
+
+namespace Valend {
+
+enum class Right : U8 {
+   none,   // what the service is, and no more
+   read,   // everything that changes nothing
+   change, // everything
+};
+
+class Access {
+ public:
+   static constexpr char const * defaultReaders = "valen";
+   static constexpr char const * defaultChangers = "valen-admin";
+
+   // The groups, by name or number, whose members may read, and change. Root may do everything; a
+   // group that the system does not know has no members.
+   explicit Access( std::string readers = defaultReaders, std::string changers = defaultChangers );
+
+   // Asks the system for the groups again: one may have come since.
+   void refresh();
+
+   Right of( Varlink::Caller const & caller ) const noexcept;
+   // The line for a caller who has not the right that `method` takes: "uid 1000 may not call
+   // org.valen.daemon.Enable: that takes root or the group "valen-admin"".
+   std::string refusal( Varlink::Caller const & caller, std::string const & method,
+                        Right needed ) const;
+
+ private:
+   std::string const readers_;
+   std::string const changers_;
+   std::optional< U32 > readersId_;
+   std::optional< U32 > changersId_;
+};
+
+} // namespace Valend

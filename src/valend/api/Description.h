@@ -1,0 +1,9 @@
+// The API's interface descriptions, as the files beside this one have them.
+#pragma once
+
+namespace Valend {
+
+extern char const * const daemonDescription;  // org.valen.daemon.varlink
+extern char const * const serviceDescription; // org.varlink.service.varlink
+
+} // namespace Valend

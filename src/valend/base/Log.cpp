@@ -1,0 +1,70 @@
+#include "valend/base/Log.h"
+
+#include "linux/TraceOutputs.h"
+
+#include <algorithm>
+#include <cstring>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+namespace Valend {
+
+namespace {
+
+// The length goes before the value in eight bytes, the lowest first.
+void appendField( std::string & message, std::string const & name, std::string const & value ) {
+   message += name;
+   if ( value.find( '\n' ) == value.npos ) {
+      message += '=';
+   } else {
+      message += '\n';
+      for ( int byte = 0; byte < 8; ++byte ) {
+         message += static_cast< char >( value.size() >> ( 8 * byte ) & 255 );
+      }
+   }
+   message += value + '\n';
+}
+
+} // namespace
+
+std::string journalMessage( LogLevel level, std::string const & text, LogFields const & fields ) {
+   std::string message;
+   appendField( message, "MESSAGE", text );
+   appendField( message, "PRIORITY", std::to_string( static_cast< int >( level ) ) );
+   appendField( message, "SYSLOG_IDENTIFIER", "valend" );
+   for ( auto const & [ name, value ] : fields ) {
+      appendField( message, name, value );
+   }
+   return message;
+}
+
+bool sendToJournal( std::string const & message, std::string const & socket ) noexcept {
+   // Not blocking: the journal may be stuck, and shutdowns must not wait for it.
+   static Valen::Linux::Fd const fd(
+      ::socket( AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ) );
+   sockaddr_un address{};
+   address.sun_family = AF_UNIX;
+   if ( !fd || socket.size() >= sizeof address.sun_path ) {
+      return false;
+   }
+   std::memcpy( address.sun_path, socket.data(), socket.size() );
+   return ::sendto( fd.get(), message.data(), message.size(), MSG_NOSIGNAL,
+                    reinterpret_cast< sockaddr const * >( &address ),
+                    sizeof address ) == static_cast< ssize_t >( message.size() );
+}
+
+void log( LogLevel level, std::string const & text, LogFields const & fields ) {
+   static bool const journal = Valen::Linux::StderrTraceSink().journal();
+   auto line = text;
+   std::replace( line.begin(), line.end(), '\n', ' ' );
+   if ( journal && sendToJournal( journalMessage( level, line, fields ) ) ) {
+      return;
+   }
+   line = ( journal ? "<" + std::to_string( static_cast< int >( level ) ) + ">" : "valend: " ) +
+          line + '\n';
+   // One call, so that lines of several processes do not mix; nobody to tell if it fails.
+   [[maybe_unused]] auto const written = ::write( STDERR_FILENO, line.data(), line.size() );
+}
+
+} // namespace Valend

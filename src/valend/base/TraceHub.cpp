@@ -1,0 +1,95 @@
+#include "valend/base/TraceHub.h"
+
+#include <algorithm>
+
+namespace Valend {
+
+namespace {
+
+U64 nowNs() {
+   return static_cast< U64 >( std::chrono::duration_cast< std::chrono::nanoseconds >(
+                                 std::chrono::system_clock::now().time_since_epoch() )
+                                 .count() );
+}
+
+} // namespace
+
+TraceHub::TraceHub( Valen::Linux::EventLoop & loop, Settings::ProcessConfig const & config,
+                    bool toStderr )
+    : loop_( loop ), alive_( std::make_shared< bool >( true ) ) {
+   Quill::traceLevelsIs( config.traceLevels.value_or( defaultLevels ) );
+   if ( config.traceFile ) {
+      output_ = std::make_unique< Valen::Linux::FileTraceSink >( *config.traceFile );
+   } else if ( toStderr ) {
+      output_ = std::make_unique< Valen::Linux::StderrTraceSink >();
+   }
+   if ( config.traceRing ) {
+      ringFile_ = std::make_unique< Valen::Linux::RingFile >( *config.traceRing, ringBytes );
+   } else {
+      ringMemory_.resize( ringBytes / sizeof( U64 ) );
+      memoryRing_ =
+         std::make_unique< Blipline::Ring >( std::as_writable_bytes( std::span( ringMemory_ ) ) );
+      Blipline::ringIs( memoryRing_.get() );
+   }
+   sinkUpdate();
+}
+
+TraceHub::~TraceHub() {
+   *alive_ = false;
+   Quill::traceSinkIs( nullptr );
+   if ( memoryRing_ ) {
+      Blipline::ringIs( nullptr );
+   }
+}
+
+Blipline::Ring const & TraceHub::ring() const noexcept {
+   return memoryRing_ ? *memoryRing_ : ringFile_->ring();
+}
+
+std::vector< TraceHub::Line > TraceHub::recent( std::size_t count ) const {
+   auto const live = memoryRing_ ? std::as_bytes( std::span( ringMemory_ ) ) : ringFile_->memory();
+   // Nobody writes meanwhile: this is the thread that traces.
+   Blipline::Reader reader( live );
+   std::deque< Line > lines;
+   Blipline::Line line;
+   while ( count && reader.next( line ) ) {
+      if ( lines.size() == count ) {
+         lines.pop_front();
+      }
+      lines.push_back( { static_cast< U64 >( reader.wallTime( line.time ).count() ),
+                         std::string( line.unit ), line.level, std::string( line.text.view() ) } );
+   }
+   return { std::make_move_iterator( lines.begin() ), std::make_move_iterator( lines.end() ) };
+}
+
+void TraceHub::follow( Follower follower ) {
+   tell( {} ); // those that have lost interest go
+   followers_.push_back( std::move( follower ) );
+   sinkUpdate();
+}
+
+void TraceHub::tell( std::vector< Line > const & lines ) {
+   std::erase_if( followers_, [ & ]( auto const & follower ) { return !follower( lines ); } );
+   sinkUpdate();
+}
+
+// With nobody to read them, the lines' texts are not made at all.
+void TraceHub::sinkUpdate() noexcept {
+   Quill::traceSinkIs( output_ || !followers_.empty() ? this : nullptr );
+}
+
+void TraceHub::line( Quill::TraceLine const & line ) noexcept {
+   if ( output_ ) {
+      output_->line( line );
+   }
+   if ( followers_.empty() || pending_.size() >= maxPending ) {
+      return;
+   }
+   if ( pending_.empty() ) {
+      loop_.post(
+         [ this, alive = alive_ ] { *alive ? tell( std::exchange( pending_, {} ) ) : void(); } );
+   }
+   pending_.push_back( { nowNs(), line.point.unit, line.point.level, std::string( line.text ) } );
+}
+
+} // namespace Valend

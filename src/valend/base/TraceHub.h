@@ -1,0 +1,65 @@
+// Where the library's trace goes: the ring, which is always on; standard error or a file, if the
+// operator wants them; and clients that follow it.
+#pragma once
+
+#include "linux/EventLoop.h"
+#include "linux/TraceOutputs.h"
+#include "settings/Config.h"
+
+#include <deque>
+#include <memory>
+
+namespace Valend {
+
+class TraceHub final : public Quill::TraceSink {
+ public:
+   static constexpr std::size_t ringBytes = 4u << 20;
+   static constexpr char const * defaultLevels = "*/0-1";
+
+   struct Line {
+      U64 timeNs; // since 1970, UTC
+      std::string unit;
+      U32 level;
+      std::string text;
+   };
+   // Takes lines, and says whether it wants more. Also called with none, to hear that.
+   using Follower = std::function< bool( std::vector< Line > const & lines ) >;
+
+   // Puts the levels in force and opens the outputs. `toStderr`: lines go to standard error when no
+   // file is configured. `loop` must outlive the hub. Throws Quill::ErrnoException and
+   // Quill::RangeException.
+   TraceHub( Valen::Linux::EventLoop & loop, Settings::ProcessConfig const & config,
+             bool toStderr );
+   ~TraceHub() override;
+   TraceHub( TraceHub const & ) = delete;
+   TraceHub & operator=( TraceHub const & ) = delete;
+
+   // The newest lines of the ring, at most `count`, oldest first.
+   std::vector< Line > recent( std::size_t count ) const;
+   // Lines that the ring could not take.
+   U64 lost() const noexcept { return ring().lost(); }
+
+   // Calls `follower`, from the loop, with the lines that come in from now on.
+   void follow( Follower follower );
+
+   void line( Quill::TraceLine const & line ) noexcept override;
+
+ private:
+   Blipline::Ring const & ring() const noexcept;
+   void sinkUpdate() noexcept;
+   void tell( std::vector< Line > const & lines );
+
+   // Lines that wait for the followers; past that, lines are left out.
+   static constexpr std::size_t maxPending = 10'000;
+
+   Valen::Linux::EventLoop & loop_;
+   std::shared_ptr< bool > const alive_;
+   std::unique_ptr< Valen::Linux::RingFile > ringFile_; // one of these two
+   std::vector< U64 > ringMemory_;
+   std::unique_ptr< Blipline::Ring > memoryRing_;
+   std::unique_ptr< Quill::TraceSink > output_; // may be null
+   std::vector< Follower > followers_;
+   std::vector< Line > pending_;
+};
+
+} // namespace Valend

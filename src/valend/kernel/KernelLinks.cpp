@@ -1,0 +1,160 @@
+#include "valend/kernel/KernelLinks.h"
+
+#include <cerrno>
+#include <net/if.h>
+
+namespace Valend {
+
+using Valen::Linux::KernelNetInfoProvider;
+
+KernelLinks::KernelLinks( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsFolders folders,
+                          Valen::Linux::PacketEndpointProvider const & endpoints )
+    : folders_( folders ), endpoints_( endpoints ), devices_( loop, folders ), control_( folders ) {
+}
+
+// --- Devices -------------------------------------------------------------------------------------
+
+void KernelLinks::netNssAre( std::set< std::string > const & netNss ) {
+   std::set< std::string, std::less<> > wanted;
+   for ( auto const & netNs : netNss ) {
+      wanted.insert( KernelNetInfoProvider::path( Corvid::NamespaceName( netNs ) ) );
+   }
+   for ( auto const & netNs : netNss_ ) {
+      if ( !netNss.contains( netNs ) ) {
+         watch_.follow( netNs, nullptr );
+      }
+   }
+   netNss_ = netNss;
+   auto const before = std::exchange( ours_, std::move( wanted ) );
+   for ( auto const & path : ours_ ) {
+      devices_.mount( path );
+   }
+   for ( auto const & netNs : netNss_ ) {
+      watch_.follow( netNs, devices_.status( Corvid::NamespaceName( netNs ) ) );
+   }
+   for ( auto const & path : before ) {
+      if ( !ours_.contains( path ) && !theirs_.contains( path ) ) {
+         devices_.unmount( path );
+      }
+   }
+}
+
+Quill::Ptr< Quill::Entity > KernelLinks::mount( std::string_view path ) {
+   theirs_.emplace( path );
+   return devices_.mount( path );
+}
+
+void KernelLinks::unmount( std::string_view path ) {
+   auto const found = theirs_.find( path );
+   if ( found == theirs_.end() ) {
+      return;
+   }
+   theirs_.erase( found );
+   if ( !ours_.contains( path ) ) {
+      devices_.unmount( path );
+   }
+}
+
+void KernelLinks::refresh( std::string const & netNs ) {
+   devices_.refresh( Corvid::NamespaceName( netNs ) );
+}
+
+std::string KernelLinks::trouble( std::string const & netNs ) const {
+   auto const status = devices_.status( Corvid::NamespaceName( netNs ) );
+   return status ? status->error().stdString() : "the namespace is not followed";
+}
+
+std::optional< LinkDevice > KernelLinks::device( LinkPlace const & place ) const {
+   auto const status = devices_.status( Corvid::NamespaceName( place.netNs ) );
+   if ( !status ) {
+      return std::nullopt;
+   }
+   Quill::Name const name( place.device );
+   for ( auto const & device : status->interface() ) {
+      if ( device->deviceName() == name ) {
+         return LinkDevice{ device->ifIndex(), ( device->flags() & IFF_UP ) != 0,
+                            ( device->flags() & IFF_RUNNING ) != 0, device->mtu() };
+      }
+   }
+   return std::nullopt;
+}
+
+LinkDevice KernelLinks::requireDevice( LinkPlace const & place ) const {
+   if ( auto const found = device( place ) ) {
+      return *found;
+   }
+   auto const why = trouble( place.netNs );
+   throw Quill::ErrnoException( "no device \"" + place.device + "\" in namespace \"" + place.netNs +
+                                   "\"" + ( why.empty() ? "" : ": " + why ),
+                                ENODEV );
+}
+
+// --- Links ---------------------------------------------------------------------------------------
+
+bool KernelLinks::up( LinkPlace const & place ) {
+   return control_.up( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
+                       Quill::Name( place.device ) );
+}
+
+void KernelLinks::upIs( LinkPlace const & place, bool up ) {
+   control_.upIs( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
+                  Quill::Name( place.device ), up );
+}
+
+// --- Frames --------------------------------------------------------------------------------------
+
+LinkPort::Counters KernelLinks::counters( std::string const & netNs ) const {
+   Counters sum;
+   for ( auto const * endpoint : endpoints_.endpoints( Corvid::NamespaceName( netNs ) ) ) {
+      sum.sent += endpoint->counters().sent;
+      sum.failed += endpoint->counters().failed;
+   }
+   return sum;
+}
+
+std::vector< RefusedPacket > KernelLinks::refused( LinkPlace const & place ) const {
+   std::vector< RefusedPacket > refused;
+   auto const found = device( place );
+   for ( auto const * endpoint : endpoints_.endpoints( Corvid::NamespaceName( place.netNs ) ) ) {
+      if ( !found || !endpoint->enabled() || endpoint->burst().ifIndex != found->ifIndex ) {
+         continue;
+      }
+      auto const * const error = endpoint->sendError( found->ifIndex );
+      for ( auto const & [ packet, number ] : endpoint->burst().refused ) {
+         refused.push_back( { packet, number,
+                              error && error->number == number
+                                 ? error->text
+                                 : Valen::Linux::errorText( number ) } );
+      }
+   }
+   return refused;
+}
+
+U64 KernelLinks::outstandingBytes( std::string const & netNs ) const {
+   U64 sum = 0;
+   for ( auto const * endpoint : endpoints_.endpoints( Corvid::NamespaceName( netNs ) ) ) {
+      sum += endpoint->outstandingBytes();
+   }
+   return sum;
+}
+
+U64 KernelLinks::resyncs() const {
+   U64 sum = 0;
+   for ( auto const & netNs : netNss_ ) {
+      auto const status = devices_.status( Corvid::NamespaceName( netNs ) );
+      sum += status ? status->resyncs() : 0;
+   }
+   return sum;
+}
+
+// --- Namespaces ----------------------------------------------------------------------------------
+
+NamespaceView KernelLinks::look( std::string const & name ) const {
+   try {
+      return { folders_.open( Corvid::NamespaceName( name ) ).identity.text(), "", false };
+   } catch ( Quill::ErrnoException const & e ) {
+      return { "", e.text(), e.number() == ENOENT };
+   }
+}
+
+} // namespace Valend

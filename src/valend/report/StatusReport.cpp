@@ -1,0 +1,199 @@
+#include "valend/report/StatusReport.h"
+
+#include "settings/Hex.h"
+#include "valend/shutdown/ShutdownJson.h"
+
+namespace Valend {
+
+namespace {
+
+constexpr std::size_t ethernetHeader = 14;
+
+Json orNull( std::string const & text ) {
+   return text.empty() ? Json() : Json( text );
+}
+
+} // namespace
+
+Json StatusReport::interface( Settings::InterfaceConfig const & config ) const {
+   auto const & name = config.name;
+   auto const netNs = feeder_.config().netNsOf( config.vrf );
+   auto const device = this->device( config );
+   auto const status = store_.statusDir->intfStatus( Corvid::IntfId( name ) );
+   bool const ready = status && status->shouldDelay();
+   auto const remaining = controller_.remaining( name );
+   auto const totals = controller_.totals( name );
+   return {
+      { "name", name },
+      { "device", config.device },
+      { "vrf", config.vrf },
+      { "namespace", netNs },
+      { "link", !device      ? "absent"
+                : device->up ? "up"
+                             : "down" },
+      { "carrier", device && device->carrier },
+      { "ifIndex", device ? Json( device->ifIndex ) : Json() },
+      { "mtu", device ? Json( device->mtu ) : Json() },
+      { "ready", ready },
+      { "notReady", ready ? Json() : Json( whyNotReady( config, device.has_value() ) ) },
+      { "delayed", status && status->delayed() },
+      { "remainingMs", remaining ? Json( remaining->count() ) : Json() },
+      { "shuttingDown", controller_.running( name ) },
+      { "frames", frames( name, device ? &*device : nullptr ) },
+      { "shutdowns", totals.shutdowns },
+      { "sent", totals.sent },
+      { "failed", totals.failed },
+      { "lastError", orNull( totals.failReason ) },
+      { "aborts", totals.aborts },
+      { "withoutGoodbye", controller_.downWithoutGoodbye( { netNs, config.device } ) },
+   };
+}
+
+// The first thing in the way, nearest to the operator's own doing first.
+std::string StatusReport::whyNotReady( Settings::InterfaceConfig const & config,
+                                       bool hasDevice ) const {
+   if ( !store_.configDir->globalConfig() ) {
+      return "feature off";
+   }
+   if ( !config.shutdownDelay ) {
+      return "not supported";
+   }
+   if ( !feeder_.config().hasFrames( config.name ) ) {
+      return "no messages";
+   }
+   auto const trouble = feeder_.vrfTrouble( config.vrf );
+   if ( !trouble.empty() ) {
+      return feeder_.namespaceMissing( config.vrf ) ? "namespace missing" : trouble;
+   }
+   return hasDevice ? "not ready yet" : "no device";
+}
+
+// The same, one after the other, with what each is about.
+Json StatusReport::requirements( Settings::InterfaceConfig const & config ) const {
+   auto list = Json::array();
+   auto const add = [ & ]( char const * what, bool met, std::string const & detail ) {
+      list.push_back( { { "what", what }, { "met", met }, { "detail", detail } } );
+   };
+   auto const & all = feeder_.config();
+   bool const on = store_.configDir->globalConfig() != nullptr;
+   add( "the feature is on", on,
+        on ? "shutdowns are held for " + std::to_string( all.shutdownDelayMs.value_or( 0 ) ) + " ms"
+           : "shutdown-delay-ms is not configured" );
+   add( "the interface supports the delay", config.shutdownDelay,
+        config.shutdownDelay ? "" : "shutdown-delay is off in its configuration" );
+   std::string agents;
+   for ( auto const & [ agent, messages ] : all.agents ) {
+      auto const found = messages.find( config.name );
+      if ( found != messages.end() ) {
+         agents +=
+            ( agents.empty() ? "" : ", " ) + agent + " " + std::to_string( found->second.size() );
+      }
+   }
+   add( "frames are queued for it", !agents.empty(), agents.empty() ? "no agent has any" : agents );
+   auto const netNs = all.netNsOf( config.vrf );
+   auto const trouble = feeder_.vrfTrouble( config.vrf );
+   add( "its VRF works", trouble.empty(),
+        trouble.empty() ? "VRF " + config.vrf + ", namespace " + netNs : trouble );
+   auto const found = device( config );
+   add( "its device is there", found.has_value(),
+        found ? config.device + ", index " + std::to_string( found->ifIndex )
+              : "no device \"" + config.device + "\" in namespace \"" + netNs + "\"" );
+   auto const status = store_.statusDir->intfStatus( Corvid::IntfId( config.name ) );
+   bool const ready = status && status->shouldDelay();
+   add( "the library manages its shutdowns", ready,
+        ready ? "" : "it does once all of the above is so" );
+   return list;
+}
+
+std::optional< LinkDevice > StatusReport::device( Settings::InterfaceConfig const & config ) const {
+   return port_.device( { feeder_.config().netNsOf( config.vrf ), config.device } );
+}
+
+Json StatusReport::messages( Publications const & publications ) const {
+   auto list = Json::array();
+   auto const add = [ & ]( std::string const & agent, std::string const & interface,
+                           Settings::Frames const & frames, char const * lifetime, bool inForce ) {
+      auto texts = Json::array();
+      for ( auto const & frame : frames ) {
+         texts.push_back( Settings::toHex( frame ) );
+      }
+      list.push_back( { { "agent", agent },
+                        { "interface", interface },
+                        { "frames", std::move( texts ) },
+                        { "lifetime", lifetime },
+                        { "inForce", inForce } } );
+   };
+   for ( auto const & [ agent, messages ] : publications.config().agents ) {
+      for ( auto const & [ interface, frames ] : messages ) {
+         add( agent, interface, frames, "configuration", true );
+      }
+   }
+   for ( auto const & message : publications.messages() ) {
+      add( message.agent, message.interface, message.frames,
+           message.lifetime == Publications::Lifetime::kept ? "kept" : "connection",
+           publications.inForce( message ) );
+   }
+   return list;
+}
+
+Json StatusReport::tooLong( Settings::InterfaceConfig const & config,
+                            std::string const & agent ) const {
+   auto const found = device( config );
+   for ( auto const & each : frames( config.name, found ? &*found : nullptr ) ) {
+      if ( each[ "agent" ] == agent ) {
+         return each[ "tooLong" ];
+      }
+   }
+   return Json::array();
+}
+
+Json StatusReport::frames( std::string const & interface, LinkDevice const * device ) const {
+   auto agents = Json::array();
+   for ( auto const & [ agent, messages ] : feeder_.config().agents ) {
+      auto const found = messages.find( interface );
+      if ( found == messages.end() ) {
+         continue;
+      }
+      auto tooLong = Json::array();
+      for ( std::size_t i = 0; i < found->second.size(); ++i ) {
+         auto const bytes = found->second[ i ].size();
+         if ( device && device->mtu && bytes > device->mtu + ethernetHeader ) {
+            tooLong.push_back( { { "frame", i + 1 },
+                                 { "bytes", bytes },
+                                 { "limit", device->mtu + ethernetHeader } } );
+         }
+      }
+      agents.push_back( { { "agent", agent },
+                          { "count", found->second.size() },
+                          { "tooLong", std::move( tooLong ) } } );
+   }
+   return agents;
+}
+
+Json StatusReport::interfaces() const {
+   auto list = Json::array();
+   for ( auto const & [ name, config ] : feeder_.config().interfaces ) {
+      list.push_back( interface( config ) );
+   }
+   return list;
+}
+
+Json StatusReport::vrfs() const {
+   auto list = Json::array( { vrf( Settings::defaultVrf ) } );
+   for ( auto const & [ name, netNs ] : feeder_.config().vrfs ) {
+      list.push_back( vrf( name ) );
+   }
+   return list;
+}
+
+Json StatusReport::vrf( std::string const & name ) const {
+   return { { "name", name },
+            { "namespace", feeder_.config().netNsOf( name ) },
+            { "trouble", orNull( feeder_.vrfTrouble( name ) ) } };
+}
+
+Json StatusReport::record( ShutdownRecord const & record ) {
+   return toJson( record );
+}
+
+} // namespace Valend

@@ -1,0 +1,30 @@
+#include "valend/shutdown/DelayWatch.h"
+
+namespace Valend {
+
+DelayWatch::DelayWatch( Quill::Ptr< Valen::Status::StatusDir const > dir, Changed changed )
+    : changed_( std::move( changed ) ), dir_( *this, std::move( dir ) ) {}
+
+void DelayWatch::follow( Corvid::IntfId const & intfId,
+                         Quill::Ptr< Valen::Status::IntfStatus const > entry ) {
+   retire( entries_.remove( intfId ) );
+   if ( entry ) {
+      entries_.insert( Quill::make< EntrySm >( *this, intfId, std::move( entry ) ) );
+   }
+}
+
+void DelayWatch::handleIntfStatus( Corvid::IntfId intfId ) {
+   if ( entries_.has( intfId ) ) {
+      changed_( intfId.stdString() );
+   }
+}
+
+DelayWatch::EntrySm::EntrySm( DelayWatch const & watch, Corvid::IntfId intfId,
+                              Quill::Ptr< Valen::Status::IntfStatus const > entry )
+    : watch_( watch ), intfId_( std::move( intfId ) ), entry_( *this, std::move( entry ) ) {}
+
+void DelayWatch::EntrySm::handleDelayed() {
+   watch_.changed_( intfId_.stdString() );
+}
+
+} // namespace Valend

@@ -1,0 +1,20 @@
+#include "varlink/Framing.h"
+
+namespace Varlink {
+
+std::optional< std::string > Framing::next() {
+   if ( tooLong() ) {
+      return std::nullopt;
+   }
+   auto const end = buffer_.find( '\0', searched_ );
+   searched_ = end == std::string::npos ? buffer_.size() : end;
+   if ( end == std::string::npos || tooLong() ) {
+      return std::nullopt;
+   }
+   auto message = buffer_.substr( 0, end );
+   buffer_.erase( 0, end + 1 );
+   searched_ = 0;
+   return message;
+}
+
+} // namespace Varlink

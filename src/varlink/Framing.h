@@ -1,0 +1,30 @@
+// Messages on a byte stream: each ends in a zero byte. Bounded.
+#pragma once
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+namespace Varlink {
+
+class Framing {
+ public:
+   // `maxBytes`: the longest message, its end not counted.
+   explicit Framing( std::size_t maxBytes ) : maxBytes_( maxBytes ) {}
+
+   // Takes bytes that came in.
+   void feed( std::string_view bytes ) { buffer_ += bytes; }
+   // The next whole message; nothing while it is incomplete, or when it is too long.
+   std::optional< std::string > next();
+   // Whether the message at the head is longer than it may be. Nothing can be read after it.
+   bool tooLong() const noexcept { return searched_ > maxBytes_; }
+   // Bytes that wait for their message's end, or for next().
+   std::size_t waiting() const noexcept { return buffer_.size(); }
+
+ private:
+   std::size_t const maxBytes_;
+   std::string buffer_;
+   std::size_t searched_ = 0; // bytes at the head that hold no end
+};
+
+} // namespace Varlink

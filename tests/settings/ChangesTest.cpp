@@ -1,0 +1,96 @@
+#include "settings/Changes.h"
+
+#include <gmock/gmock.h>
+
+namespace Settings {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+Config someConfig() {
+   Config config;
+   config.shutdownDelayMs = 500;
+   config.vrfs[ "red" ] = "ns-red";
+   config.interfaces[ "et1" ] = { "et1", "eth1", "default", true };
+   config.interfaces[ "et2" ] = { "et2", "eth2", "red", true };
+   config.agents[ "lldp" ][ "et1" ] = { "frame" };
+   config.agents[ "lldp" ][ "et2" ] = { "frame", "other" };
+   return config;
+}
+
+TEST( ChangesTest, WhatIsTheSameIsNoChange ) {
+   EXPECT_THAT( changesBetween( someConfig(), someConfig() ), IsEmpty() );
+   auto next = someConfig();
+   next.agents[ "idle" ];
+   next.process.socket = "/s";
+   EXPECT_THAT( changesBetween( someConfig(), next ), IsEmpty() );
+}
+
+TEST( ChangesTest, TheDelayIsShownWithWhatItWas ) {
+   auto const before = someConfig();
+   auto next = before;
+   next.shutdownDelayMs = 0;
+   EXPECT_THAT( changesBetween( before, next ), ElementsAre( "shutdown delay 0 ms, was 500 ms" ) );
+   next.shutdownDelayMs = std::nullopt;
+   EXPECT_THAT( changesBetween( before, next ), ElementsAre( "shutdown delay off, was 500 ms" ) );
+   EXPECT_THAT( changesBetween( next, before ), ElementsAre( "shutdown delay 500 ms, was off" ) );
+}
+
+TEST( ChangesTest, VrfsComeGoAndChangeTheirNamespace ) {
+   auto next = someConfig();
+   next.vrfs[ "red" ] = "ns-new";
+   next.vrfs[ "blue" ] = "ns-blue";
+   EXPECT_THAT( changesBetween( someConfig(), next ),
+                ElementsAre( "VRF blue: added, namespace ns-blue",
+                             "VRF red: namespace ns-new, was ns-red" ) );
+   next = someConfig();
+   next.vrfs.clear();
+   EXPECT_THAT( changesBetween( someConfig(), next ), ElementsAre( "VRF red: removed" ) );
+}
+
+TEST( ChangesTest, EachAspectOfAnInterfaceIsALine ) {
+   auto next = someConfig();
+   next.interfaces[ "et1" ] = { "et1", "eth9", "red", false };
+   next.interfaces[ "et3" ] = { "et3", "eth3", "default", true };
+   next.interfaces.erase( "et2" );
+   EXPECT_THAT(
+      changesBetween( someConfig(), next ),
+      ElementsAre( "interface et1: device eth9, was eth1", "interface et1: VRF red, was default",
+                   "interface et1: shutdown delay no longer supported", "interface et2: removed",
+                   "interface et3: added, device eth3, VRF default" ) );
+   auto const supported = changesBetween( next, someConfig() );
+   EXPECT_EQ( supported[ 2 ], "interface et1: shutdown delay supported" );
+}
+
+TEST( ChangesTest, MessagesAreToldByInterfaceAndAgent ) {
+   auto next = someConfig();
+   next.agents[ "lldp" ][ "et1" ] = { "changed" };
+   next.agents[ "lldp" ].erase( "et2" );
+   next.agents[ "radv" ][ "et2" ] = { "a", "b" };
+   EXPECT_THAT( changesBetween( someConfig(), next ),
+                ElementsAre( "interface et1: messages of lldp changed, 1 frame",
+                             "interface et2: messages of lldp removed",
+                             "interface et2: messages of radv added, 2 frames" ) );
+   next.agents.clear();
+   EXPECT_THAT( changesBetween( someConfig(), next ),
+                ElementsAre( "interface et1: messages of lldp removed",
+                             "interface et2: messages of lldp removed" ) );
+}
+
+TEST( ChangesTest, WhatNeedsANewStartIsToldAsSuch ) {
+   ProcessConfig const started{ "/s", std::nullopt, "A/0", "/f", std::nullopt, "/v", std::nullopt };
+   EXPECT_THAT( processChanges( started, started ), IsEmpty() );
+   ProcessConfig const wanted{ "/t", "/n", "B/0", std::nullopt, "/r", "/w", "/m" };
+   EXPECT_THAT( processChanges( started, wanted ),
+                ElementsAre( "socket /t: takes effect at the next start",
+                             "netns-folder /n: takes effect at the next start",
+                             "state-directory /w: takes effect at the next start",
+                             "metrics-file /m: takes effect at the next start",
+                             "trace.file at its default: takes effect at the next start",
+                             "trace.ring /r: takes effect at the next start" ) )
+      << "trace levels change at once";
+}
+
+} // namespace
+} // namespace Settings

@@ -1,0 +1,405 @@
+#include "tests/valend/DaemonFixture.h"
+
+#include <random>
+
+namespace Valend {
+namespace {
+
+using namespace Test;
+using Ip::VrfState;
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class FeederTest : public DaemonFixture {
+ protected:
+   // Raises the interface's flag and lowers it again: what would be sent.
+   std::vector< std::string > framesOf( std::string const & interface ) {
+      auto const before = sent.packets.size();
+      auto const config = store.allIntfConfigDir->intfConfig( interface );
+      config->adminShutdownDelayedIs( true );
+      config->adminShutdownDelayedIs( false );
+      auto frames = sentFrames();
+      return { frames.begin() + static_cast< std::ptrdiff_t >( before ), frames.end() };
+   }
+   VrfState stateOf( std::string const & vrf ) const {
+      return store.allVrfStatusLocal->vrf( vrf )->state();
+   }
+};
+
+TEST_F( FeederTest, WhatIsConfiguredBecomesReady ) {
+   start( twoInterfaces() );
+   EXPECT_TRUE( ready( "Ethernet1" ) );
+   EXPECT_TRUE( ready( "Ethernet2" ) );
+   EXPECT_THAT( framesOf( "Ethernet1" ), ElementsAre( "default/7:a", "default/7:b" ) );
+   EXPECT_THAT( framesOf( "Ethernet2" ), ElementsAre( "ns-red/7:c" ) );
+}
+
+TEST_F( FeederTest, AConfigurationThatComesAfterTheLibraryBecomesReadyToo ) {
+   kernel.netNsIs( "ns-red", "1:2" );
+   kernel.deviceIs( "default", "et1", 7 );
+   kernel.deviceIs( "ns-red", "et2", 8 );
+   libraryStart();
+   feeder.apply( twoInterfaces() );
+   EXPECT_TRUE( ready( "Ethernet1" ) );
+   EXPECT_TRUE( ready( "Ethernet2" ) );
+}
+
+TEST_F( FeederTest, TheFlagThatOutlivedACrashIsClearedBeforeTheLibraryStarts ) {
+   store.statusDir->agentActiveIs( true );
+   Feeder const next( store, kernel, clock.scheduler() );
+   EXPECT_FALSE( store.statusDir->agentActive() );
+}
+
+TEST_F( FeederTest, ApplyingTheSameAgainTouchesNothing ) {
+   start( twoInterfaces() );
+   auto const status = store.statusDir->intfStatus( "Ethernet1" );
+   auto const message = store.messageDir( "lldp" )->message( "Ethernet1" );
+   auto const l3 = store.l3IntfStatusDir->intfStatus( "Ethernet1" );
+   auto const vrf = store.allVrfStatusLocal->vrf( "red" );
+   feeder.apply( twoInterfaces() );
+   EXPECT_EQ( store.statusDir->intfStatus( "Ethernet1" ), status );
+   EXPECT_EQ( store.messageDir( "lldp" )->message( "Ethernet1" ), message );
+   EXPECT_EQ( store.l3IntfStatusDir->intfStatus( "Ethernet1" ), l3 );
+   EXPECT_EQ( store.allVrfStatusLocal->vrf( "red" ), vrf );
+}
+
+TEST_F( FeederTest, ARunningDelayIsNotDisturbedByChangesElsewhere ) {
+   start( twoInterfaces() );
+   store.allIntfConfigDir->intfConfig( "Ethernet1" )->adminShutdownDelayedIs( true );
+   ASSERT_TRUE( delayed( "Ethernet1" ) );
+   auto next = twoInterfaces();
+   next.interfaces.erase( "Ethernet2" );
+   next.agents[ "lldp" ].erase( "Ethernet2" );
+   next.vrfs.clear();
+   next.shutdownDelayMs = 1000;
+   feeder.apply( next );
+   EXPECT_TRUE( delayed( "Ethernet1" ) );
+   advance( 501ms );
+   EXPECT_FALSE( delayed( "Ethernet1" ) );
+}
+
+TEST_F( FeederTest, AChangedMessageIsANewEntityAndKeepsTheInterfaceReady ) {
+   start( twoInterfaces() );
+   auto const status = store.statusDir->intfStatus( "Ethernet1" );
+   auto const message = store.messageDir( "lldp" )->message( "Ethernet1" );
+   auto next = twoInterfaces();
+   next.agents[ "lldp" ][ "Ethernet1" ] = { frame( 'x' ) };
+   feeder.apply( next );
+   EXPECT_NE( store.messageDir( "lldp" )->message( "Ethernet1" ), message );
+   EXPECT_EQ( message->messages(), 2u ) << "the old one is never emptied";
+   EXPECT_EQ( store.statusDir->intfStatus( "Ethernet1" ), status );
+   EXPECT_THAT( framesOf( "Ethernet1" ), ElementsAre( "default/7:x" ) );
+}
+
+TEST_F( FeederTest, MessagesCanGoAndComeBack ) {
+   start( twoInterfaces() );
+   auto const l3 = store.l3IntfStatusDir->intfStatus( "Ethernet1" );
+   auto next = twoInterfaces();
+   next.agents[ "lldp" ].erase( "Ethernet1" );
+   feeder.apply( next );
+   EXPECT_FALSE( ready( "Ethernet1" ) );
+   EXPECT_FALSE( store.allIntf->intfHas( "Ethernet1" ) );
+   ASSERT_TRUE( store.l3IntfStatusDir->intfStatusHas( "Ethernet1" ) );
+   EXPECT_NE( store.l3IntfStatusDir->intfStatus( "Ethernet1" ), l3 );
+   feeder.apply( twoInterfaces() );
+   EXPECT_TRUE( ready( "Ethernet1" ) );
+   EXPECT_THAT( framesOf( "Ethernet1" ), ElementsAre( "default/7:a", "default/7:b" ) );
+}
+
+TEST_F( FeederTest, OneAgentsMessagesCanBeReplacedByAnothers ) {
+   start( twoInterfaces() );
+   auto next = twoInterfaces();
+   next.agents.erase( "lldp" );
+   next.agents[ "radv" ][ "Ethernet1" ] = { frame( 'r' ) };
+   feeder.apply( next );
+   EXPECT_TRUE( ready( "Ethernet1" ) );
+   EXPECT_FALSE( ready( "Ethernet2" ) );
+   EXPECT_THAT( framesOf( "Ethernet1" ), ElementsAre( "default/7:r" ) );
+   feeder.apply( twoInterfaces() );
+   EXPECT_THAT( framesOf( "Ethernet2" ), ElementsAre( "ns-red/7:c" ) );
+}
+
+TEST_F( FeederTest, TheFramesOfAllAgentsAreSent ) {
+   auto config = twoInterfaces();
+   config.agents[ "radv" ][ "Ethernet1" ] = { frame( 'r' ) };
+   start( config );
+   EXPECT_THAT( framesOf( "Ethernet1" ),
+                ElementsAre( "default/7:a", "default/7:b", "default/7:r" ) );
+   feeder.apply( twoInterfaces() );
+   EXPECT_THAT( framesOf( "Ethernet1" ), ElementsAre( "default/7:a", "default/7:b" ) );
+}
+
+TEST_F( FeederTest, SupportIsSwitchedByAnotherConfigurationEntity ) {
+   start( twoInterfaces() );
+   auto const entity = store.allIntfConfigDir->intfConfig( "Ethernet1" );
+   auto next = twoInterfaces();
+   next.interfaces.at( "Ethernet1" ).shutdownDelay = false;
+   feeder.apply( next );
+   EXPECT_FALSE( ready( "Ethernet1" ) );
+   EXPECT_NE( store.allIntfConfigDir->intfConfig( "Ethernet1" ), entity );
+   EXPECT_TRUE( entity->adminShutdownDelaySupported() ) << "never changed in place";
+   feeder.apply( twoInterfaces() );
+   EXPECT_TRUE( ready( "Ethernet1" ) );
+}
+
+TEST_F( FeederTest, AnInterfaceCanMoveToAnotherVrf ) {
+   start( twoInterfaces() );
+   kernel.deviceIs( "ns-red", "et1", 9 );
+   auto next = twoInterfaces();
+   next.interfaces.at( "Ethernet1" ).vrf = "red";
+   feeder.apply( next );
+   EXPECT_TRUE( ready( "Ethernet1" ) );
+   EXPECT_THAT( framesOf( "Ethernet1" ), ElementsAre( "ns-red/9:a", "ns-red/9:b" ) );
+   feeder.apply( twoInterfaces() );
+   EXPECT_THAT( framesOf( "Ethernet1" ), ElementsAre( "default/7:a", "default/7:b" ) );
+}
+
+TEST_F( FeederTest, AnInterfaceCanMoveToAnotherDevice ) {
+   start( twoInterfaces() );
+   kernel.deviceIs( "default", "et9", 9 );
+   auto next = twoInterfaces();
+   next.interfaces.at( "Ethernet1" ).device = "et9";
+   feeder.apply( next );
+   EXPECT_THAT( framesOf( "Ethernet1" ), ElementsAre( "default/9:a", "default/9:b" ) );
+}
+
+TEST_F( FeederTest, AVrfCanGetAnotherNamespace ) {
+   start( twoInterfaces() );
+   kernel.netNsIs( "ns-new", "1:3" );
+   kernel.deviceIs( "ns-new", "et2", 11 );
+   auto const entry = store.allVrfStatusLocal->vrf( "red" );
+   auto next = twoInterfaces();
+   next.vrfs[ "red" ] = "ns-new";
+   feeder.apply( next );
+   EXPECT_NE( store.allVrfStatusLocal->vrf( "red" ), entry );
+   EXPECT_THAT( framesOf( "Ethernet2" ), ElementsAre( "ns-new/11:c" ) );
+}
+
+TEST_F( FeederTest, TwoVrfsCanSwapTheirNamespaces ) {
+   auto config = twoInterfaces();
+   config.vrfs[ "blue" ] = "ns-blue";
+   config.interfaces.at( "Ethernet1" ).vrf = "blue";
+   kernel.netNsIs( "ns-blue", "1:3" );
+   kernel.deviceIs( "ns-blue", "et1", 5 );
+   start( config );
+   ASSERT_THAT( framesOf( "Ethernet1" ), ElementsAre( "ns-blue/5:a", "ns-blue/5:b" ) );
+   kernel.deviceIs( "ns-red", "et1", 15 );
+   kernel.deviceIs( "ns-blue", "et2", 16 );
+   std::swap( config.vrfs[ "blue" ], config.vrfs[ "red" ] );
+   feeder.apply( config );
+   EXPECT_THAT( framesOf( "Ethernet1" ), ElementsAre( "ns-red/15:a", "ns-red/15:b" ) );
+   EXPECT_THAT( framesOf( "Ethernet2" ), ElementsAre( "ns-blue/16:c" ) );
+}
+
+TEST_F( FeederTest, TheFeatureCanBeSwitchedOffAndOn ) {
+   start( twoInterfaces() );
+   auto off = twoInterfaces();
+   off.shutdownDelayMs.reset();
+   feeder.apply( off );
+   EXPECT_FALSE( store.statusDir->agentActive() );
+   EXPECT_EQ( store.statusDir->intfStatuss(), 0u );
+   feeder.apply( twoInterfaces() );
+   EXPECT_TRUE( store.statusDir->agentActive() );
+   EXPECT_TRUE( ready( "Ethernet1" ) );
+   EXPECT_TRUE( ready( "Ethernet2" ) );
+}
+
+TEST_F( FeederTest, EverythingCanGo ) {
+   start( twoInterfaces() );
+   feeder.apply( Settings::Config() );
+   EXPECT_EQ( store.allIntfConfigDir->intfConfigs(), 0u );
+   EXPECT_EQ( store.allIntfStatusDir->intfStatuss(), 0u );
+   EXPECT_EQ( store.allIntfStatusLocalDir->intfStatusLocals(), 0u );
+   EXPECT_EQ( store.l3IntfStatusDir->intfStatuss(), 0u );
+   EXPECT_EQ( store.allVrfStatusLocal->vrfs(), 0u );
+   EXPECT_EQ( store.agentConfigDir->entrys(), 0u );
+}
+
+// --- Namespaces ----------------------------------------------------------------------------------
+
+TEST_F( FeederTest, TheDefaultVrfHasNoStatusEntry ) {
+   start( twoInterfaces() );
+   EXPECT_FALSE( store.allVrfStatusLocal->vrfHas( "default" ) );
+   EXPECT_EQ( store.allVrfStatusLocal->vrfs(), 1u );
+}
+
+TEST_F( FeederTest, ANamespaceThatIsNotThereYetMendsItself ) {
+   kernel.deviceIs( "default", "et1", 7 );
+   feeder.apply( twoInterfaces() );
+   libraryStart();
+   EXPECT_EQ( stateOf( "red" ), VrfState::initializing );
+   EXPECT_FALSE( ready( "Ethernet2" ) );
+   EXPECT_TRUE( ready( "Ethernet1" ) );
+   EXPECT_EQ( feeder.vrfTrouble( "red" ), "no namespace ns-red" );
+   EXPECT_TRUE( feeder.namespaceMissing( "red" ) );
+
+   kernel.netNsIs( "ns-red", "1:2" );
+   kernel.deviceIs( "ns-red", "et2", 7 );
+   feeder.namespaceChanged( "ns-red" );
+   EXPECT_EQ( stateOf( "red" ), VrfState::active );
+   EXPECT_TRUE( ready( "Ethernet2" ) );
+   EXPECT_EQ( feeder.vrfTrouble( "red" ), "" );
+   EXPECT_FALSE( feeder.namespaceMissing( "red" ) );
+}
+
+TEST_F( FeederTest, ANamespaceThatGoesTakesTheReadinessAlong ) {
+   start( twoInterfaces() );
+   kernel.netNsDel( "ns-red" );
+   feeder.namespaceChanged( "ns-red" );
+   EXPECT_EQ( stateOf( "red" ), VrfState::initializing );
+   EXPECT_FALSE( ready( "Ethernet2" ) );
+   EXPECT_TRUE( ready( "Ethernet1" ) );
+}
+
+TEST_F( FeederTest, ANamespaceMadeAnewGetsANewEndpoint ) {
+   start( twoInterfaces() );
+   auto const endpoints = sent.live;
+   auto const status = store.statusDir->intfStatus( "Ethernet2" );
+   kernel.netNsIs( "ns-red", "1:99" );
+   feeder.namespaceChanged( "ns-red" );
+   EXPECT_TRUE( ready( "Ethernet2" ) );
+   EXPECT_NE( store.statusDir->intfStatus( "Ethernet2" ), status );
+   EXPECT_EQ( sent.live, endpoints );
+}
+
+TEST_F( FeederTest, ANamespaceOfNobodyChangesNothing ) {
+   start( twoInterfaces() );
+   auto const entry = store.allVrfStatusLocal->vrf( "red" );
+   feeder.namespaceChanged( "ns-other" );
+   EXPECT_EQ( store.allVrfStatusLocal->vrf( "red" ), entry );
+}
+
+TEST_F( FeederTest, TwoNamesOfOneNamespaceAreNeverBothUsed ) {
+   auto config = twoInterfaces();
+   config.vrfs[ "blue" ] = "ns-blue";
+   kernel.netNsIs( "ns-blue", "1:2" ); // the same as ns-red
+   start( config );
+   EXPECT_EQ( stateOf( "blue" ), VrfState::active );
+   EXPECT_EQ( stateOf( "red" ), VrfState::initializing );
+   EXPECT_EQ( feeder.vrfTrouble( "red" ), "namespace \"ns-red\" is VRF \"blue\"'s too" );
+   EXPECT_FALSE( ready( "Ethernet2" ) );
+
+   kernel.netNsIs( "ns-blue", "1:3" );
+   feeder.namespaceChanged( "ns-blue" );
+   EXPECT_EQ( stateOf( "blue" ), VrfState::active );
+   EXPECT_EQ( stateOf( "red" ), VrfState::active );
+   EXPECT_TRUE( ready( "Ethernet2" ) );
+
+   kernel.netNsIs( "ns-blue", "1:2" );
+   feeder.namespaceChanged( "ns-blue" );
+   EXPECT_EQ( stateOf( "red" ), VrfState::initializing );
+   config.vrfs.erase( "blue" );
+   feeder.apply( config );
+   EXPECT_EQ( stateOf( "red" ), VrfState::active );
+   EXPECT_TRUE( ready( "Ethernet2" ) );
+}
+
+TEST_F( FeederTest, ANamedVrfIsNeverInTheAgentsOwnNamespace ) {
+   start( twoInterfaces() );
+   kernel.netNsIs( "ns-red", "1:1" ); // the default's
+   feeder.namespaceChanged( "ns-red" );
+   EXPECT_EQ( stateOf( "red" ), VrfState::initializing );
+   EXPECT_EQ( feeder.vrfTrouble( "red" ), "namespace \"ns-red\" is VRF \"default\"'s too" );
+}
+
+// --- Faults --------------------------------------------------------------------------------------
+
+TEST_F( FeederTest, AVrfThatCannotBeSetUpIsTriedAgainWithGrowingPauses ) {
+   sent.enableErrno = EMFILE;
+   start( twoInterfaces() );
+   auto const atStart = faults.count();
+   EXPECT_EQ( atStart, 4u ) << "the library tries each VRF twice while it starts";
+   EXPECT_FALSE( ready( "Ethernet1" ) );
+   EXPECT_FALSE( ready( "Ethernet2" ) );
+   EXPECT_THAT( feeder.vrfTrouble( "red" ), ::testing::HasSubstr( "open ns-red" ) );
+   advance( 999ms );
+   EXPECT_EQ( faults.count(), atStart );
+   advance( 2ms );
+   EXPECT_EQ( faults.count(), atStart + 2 );
+   advance( 1990ms );
+   EXPECT_EQ( faults.count(), atStart + 2 ) << "the second pause is longer";
+   advance( 20ms );
+   EXPECT_EQ( faults.count(), atStart + 4 );
+
+   sent.enableErrno = 0;
+   advance( 4010ms );
+   EXPECT_EQ( faults.count(), atStart + 4 );
+   EXPECT_TRUE( ready( "Ethernet1" ) );
+   EXPECT_TRUE( ready( "Ethernet2" ) );
+   EXPECT_EQ( feeder.vrfTrouble( "red" ), "" );
+   EXPECT_THAT( framesOf( "Ethernet1" ), ElementsAre( "default/7:a", "default/7:b" ) );
+}
+
+TEST_F( FeederTest, AVrfThatIsNotConfiguredAnyMoreIsNotTriedAgain ) {
+   sent.enableErrno = EMFILE;
+   start( twoInterfaces() );
+   feeder.apply( Settings::Config() );
+   auto const count = faults.count();
+   sent.enableErrno = 0;
+   advance( 5000ms );
+   EXPECT_EQ( faults.count(), count );
+   EXPECT_EQ( store.allVrfStatusLocal->vrfs(), 0u );
+}
+
+// --- Histories -----------------------------------------------------------------------------------
+
+// Whatever the configuration was before, the one in force decides what is ready.
+TEST_F( FeederTest, RandomChangesEndWhereTheLastConfigurationSays ) {
+   std::mt19937 random( 20261121 );
+   auto const pick = [ & ]( unsigned below ) {
+      return static_cast< unsigned >( random() % below );
+   };
+   std::vector< std::string > const vrfs{ "default", "blue", "green", "red" };
+   std::vector< std::string > const spaces{ "ns-a", "ns-b", "ns-c", "ns-d" };
+   start( Settings::Config() );
+   for ( U32 i = 0; i < 4; ++i ) {
+      kernel.netNsIs( spaces[ i ], "2:" + std::to_string( i ) );
+      for ( U32 d = 0; d < 4; ++d ) {
+         kernel.deviceIs( spaces[ i ], "et" + std::to_string( d ), 100 + d );
+         kernel.deviceIs( "default", "et" + std::to_string( d ), 100 + d );
+      }
+   }
+   for ( int round = 0; round < 1000; ++round ) {
+      Settings::Config config;
+      if ( pick( 6 ) ) {
+         config.shutdownDelayMs = static_cast< U16 >( pick( 100 ) );
+      }
+      auto free = spaces;
+      std::shuffle( free.begin(), free.end(), random );
+      for ( std::size_t v = 1; v < vrfs.size(); ++v ) {
+         if ( pick( 4 ) ) {
+            config.vrfs[ vrfs[ v ] ] = free[ v ];
+         }
+      }
+      for ( unsigned d = 0; d < 4; ++d ) {
+         auto const vrf = vrfs[ pick( 4 ) ];
+         if ( pick( 5 ) && ( vrf == "default" || config.vrfs.contains( vrf ) ) ) {
+            auto const name = "Ethernet" + std::to_string( d );
+            config.interfaces[ name ] = { name, "et" + std::to_string( d ), vrf, pick( 4 ) != 0 };
+            for ( auto const * agent : { "lldp", "radv" } ) {
+               if ( pick( 3 ) ) {
+                  config.agents[ agent ][ name ] = {
+                     frame( static_cast< char >( 'a' + pick( 3 ) ) ) };
+               }
+            }
+         }
+      }
+      feeder.apply( config );
+      if ( pick( 3 ) == 0 ) {
+         feeder.namespaceChanged( spaces[ pick( 4 ) ] );
+      }
+      for ( auto const & [ name, interface ] : config.interfaces ) {
+         bool const expected =
+            config.shutdownDelayMs && interface.shutdownDelay && config.hasFrames( name );
+         ASSERT_EQ( ready( name ), expected ) << name << " in round " << round;
+         if ( pick( 3 ) == 0 ) {
+            store.allIntfConfigDir->intfConfig( name )->adminShutdownDelayedIs( pick( 2 ) );
+         }
+      }
+      advance( std::chrono::milliseconds( pick( 3 ) ) );
+   }
+   EXPECT_EQ( faults.count(), 0u );
+}
+
+} // namespace
+} // namespace Valend

@@ -1,0 +1,194 @@
+// Publishing frames over the API.
+#include "tests/valend/api/ApiFixture.h"
+
+#include "settings/Hex.h"
+
+namespace Valend {
+namespace {
+
+using namespace Test;
+using Settings::toHex;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+using ::testing::IsEmpty;
+
+class PublicationsTest : public ApiFixture {
+ protected:
+   PublicationsTest() {
+      auto config = twoInterfaces();
+      config.agents[ "lldp" ].erase( "Ethernet2" );
+      startPublishing( config );
+   }
+
+   std::shared_ptr< Answers > publish( std::string const & agent, Json const & frames,
+                                       char const * lifetime = "kept", U64 client = 1,
+                                       char const * interface = "Ethernet2" ) {
+      return call( "Publish",
+                   { { "agent", agent },
+                     { "interface", interface },
+                     { "frames", frames },
+                     { "lifetime", lifetime } },
+                   false, client );
+   }
+   std::shared_ptr< Answers > withdraw( char const * agent, U64 client = 1 ) {
+      return call( "Withdraw", { { "agent", agent }, { "interface", "Ethernet2" } }, false,
+                   client );
+   }
+   static std::string hex( char last ) { return toHex( frame( last ) ); }
+   // The last bytes of the frames that a shutdown of Ethernet2 sends.
+   std::string goodbye() {
+      sent.packets.clear();
+      controller.shutdown( "Ethernet2", "root", nullptr );
+      advance( 1100ms );
+      controller.enable( "Ethernet2", "root" );
+      turn();
+      std::string last;
+      for ( auto const & packet : sent.packets ) {
+         last += packet.bytes.back();
+      }
+      return last;
+   }
+   std::vector< std::string > messages() {
+      std::vector< std::string > lines;
+      auto const answers = call( "ListMessages", Json::object() );
+      for ( auto const & each : answers->parameters()[ "messages" ] ) {
+         lines.push_back( each[ "agent" ].get< std::string >() + " " +
+                          each[ "interface" ].get< std::string >() + " " +
+                          std::to_string( each[ "frames" ].size() ) + " " +
+                          each[ "lifetime" ].get< std::string >() +
+                          ( each[ "inForce" ] ? "" : " not in force" ) );
+      }
+      return lines;
+   }
+};
+
+TEST_F( PublicationsTest, PublishedFramesMakeAnInterfaceReadyAndAreSent ) {
+   ASSERT_FALSE( ready( "Ethernet2" ) );
+   auto const answers = publish( "radv", { hex( 'x' ), hex( 'y' ) } );
+   EXPECT_EQ( answers->messages.at( 0 ),
+              ( Json{ { "parameters", { { "tooLong", Json::array() } } } } ) );
+   EXPECT_TRUE( ready( "Ethernet2" ) );
+   EXPECT_EQ( goodbye(), "xy" );
+   EXPECT_THAT( messages(),
+                ElementsAre( "lldp Ethernet1 2 configuration", "radv Ethernet2 2 kept" ) );
+   EXPECT_EQ( call( "ListMessages", { { "interface", "Ethernet2" } } )
+                 ->parameters()[ "messages" ][ 0 ][ "frames" ],
+              Json( { hex( 'x' ), hex( 'y' ) } ) );
+}
+
+TEST_F( PublicationsTest, AListIsExchangedAsAWhole ) {
+   publish( "radv", { hex( 'x' ), hex( 'y' ) } );
+   publish( "radv", { hex( 'z' ) } );
+   EXPECT_EQ( goodbye(), "z" );
+   publish( "ospf", { hex( 'o' ) } );
+   EXPECT_EQ( goodbye(), "zo" );
+   EXPECT_TRUE( withdraw( "radv" )->last );
+   EXPECT_EQ( goodbye(), "o" );
+   withdraw( "ospf" );
+   EXPECT_FALSE( ready( "Ethernet2" ) );
+   publish( "radv", { hex( 'x' ) } );
+   EXPECT_EQ( goodbye(), "x" ) << "adding frames again must work";
+}
+
+TEST_F( PublicationsTest, ARefusedListChangesNothing ) {
+   publish( "radv", { hex( 'x' ) } );
+   EXPECT_EQ( publish( "radv", { hex( 'y' ), "00" } )->error(),
+              "org.valen.daemon.BadFrame: frame 2: frame of 1 bytes; expected at least 14, an "
+              "Ethernet header" );
+   EXPECT_THAT( publish( "radv", { "0g" } )->error(),
+                HasSubstr( "BadFrame: frame 1: \"g\" at character 2" ) );
+   EXPECT_EQ( publish( "radv", { toHex( std::string( 65536, 'f' ) ) } )->error(),
+              "org.valen.daemon.BadFrame: frame 1: frame of 65536 bytes; no device takes more than "
+              "65535" );
+   EXPECT_THAT( publish( "radv", Json::array() )->error(), HasSubstr( "NoFrames: an empty list" ) );
+   EXPECT_THAT( publish( "", { hex( 'y' ) } )->error(), HasSubstr( "BadName: " ) );
+   EXPECT_THAT( publish( "a/b", { hex( 'y' ) } )->error(), HasSubstr( "BadName: " ) );
+   EXPECT_THAT( publish( "radv", { hex( 'y' ) }, "kept", 1, "Ethernet9" )->error(),
+                HasSubstr( "NoSuchInterface: " ) );
+   EXPECT_EQ( goodbye(), "x" );
+}
+
+TEST_F( PublicationsTest, FramesThatTheDeviceCannotTakeNowAreTold ) {
+   EXPECT_EQ( publish( "radv", { hex( 'x' ), toHex( std::string( 1515, 'f' ) ) } )
+                 ->parameters()[ "tooLong" ],
+              ( Json::array( { { { "frame", 2 }, { "bytes", 1515 }, { "limit", 1514 } } } ) ) );
+}
+
+TEST_F( PublicationsTest, ASecondAgentOfTheSameNameIsRefused ) {
+   EXPECT_EQ(
+      publish( "lldp", { hex( 'x' ) } )->error(),
+      "org.valen.daemon.AgentExists: the configuration has an agent \"lldp\"; publish under "
+      "another name" );
+   publish( "radv", { hex( 'x' ) }, "connection", 7 );
+   EXPECT_EQ(
+      publish( "radv", { hex( 'y' ) }, "kept", 8 )->error(),
+      "org.valen.daemon.AgentExists: another client publishes as agent \"radv\"; its frames "
+      "go when it does" );
+   EXPECT_THAT( withdraw( "radv", 8 )->error(), HasSubstr( "AgentExists: " ) );
+   EXPECT_THAT( withdraw( "ospf", 7 )->error(),
+                HasSubstr( "NoSuchMessages: agent \"ospf\" has published no frames for interface "
+                           "\"Ethernet2\"" ) );
+   EXPECT_TRUE( publish( "radv", { hex( 'z' ) }, "connection", 7 )->last );
+   EXPECT_EQ( goodbye(), "z" );
+}
+
+TEST_F( PublicationsTest, WhatIsBoundToAConnectionGoesWithIt ) {
+   EXPECT_TRUE( publish( "radv", { hex( 'x' ) }, "connection", 7 )->needed );
+   EXPECT_FALSE( publish( "ospf", { hex( 'o' ) }, "kept", 7 )->messages.empty() );
+   api.clientGone( 8 );
+   EXPECT_EQ( goodbye(), "xo" );
+   api.clientGone( 7 );
+   EXPECT_EQ( goodbye(), "o" );
+   EXPECT_TRUE( publish( "radv", { hex( 'y' ) }, "kept", 8 )->last ) << "the name is free again";
+   EXPECT_FALSE( publish( "radv", { hex( 'y' ) }, "kept", 8 )->needed );
+}
+
+TEST_F( PublicationsTest, AReloadKeepsWhatIsPublished ) {
+   publish( "radv", { hex( 'x' ) } );
+   auto config = twoInterfaces();
+   config.shutdownDelayMs = 700;
+   config.agents[ "lldp" ].erase( "Ethernet2" );
+   publications.configIs( config );
+   EXPECT_EQ( goodbye(), "x" );
+   config.agents[ "radv" ][ "Ethernet2" ] = { frame( 'c' ) };
+   publications.configIs( config );
+   EXPECT_EQ( goodbye(), "c" ) << "the name is the configuration's";
+   EXPECT_THAT( messages(),
+                ElementsAre( "lldp Ethernet1 2 configuration", "radv Ethernet2 1 configuration",
+                             "radv Ethernet2 1 kept not in force" ) );
+   config.agents.erase( "radv" );
+   publications.configIs( config );
+   EXPECT_EQ( goodbye(), "x" );
+   config.interfaces.erase( "Ethernet2" );
+   publications.configIs( config );
+   EXPECT_THAT( messages(), ElementsAre( "lldp Ethernet1 2 configuration",
+                                         "radv Ethernet2 1 kept not in force" ) );
+}
+
+TEST_F( PublicationsTest, WithdrawnInMidDelayTheLinkIsStillHeld ) {
+   publish( "radv", { hex( 'x' ) }, "connection", 7 );
+   controller.shutdown( "Ethernet2", "root", nullptr );
+   advance( 100ms );
+   api.clientGone( 7 );
+   advance( 300ms );
+   EXPECT_TRUE( controller.running( "Ethernet2" ) );
+   advance( 300ms );
+   EXPECT_THAT( kernel.actions, ElementsAre( "down ns-red/et2" ) );
+}
+
+TEST_F( PublicationsTest, WhatIsPublishedIsBounded ) {
+   Publications::Message message{ "a", "Ethernet2", {}, Publications::Lifetime::kept, 1 };
+   message.frames.assign( Publications::maxBytes / 60'000 + 1, std::string( 60'000, 'f' ) );
+   try {
+      publications.publish( message );
+      FAIL();
+   } catch ( Refusal const & e ) {
+      EXPECT_EQ( e.name(), "TooMuch" );
+      EXPECT_STREQ( e.what(), "all published frames would have 67140000 bytes; at most 67108864 "
+                              "are kept" );
+   }
+   EXPECT_THAT( publications.messages(), IsEmpty() );
+}
+
+} // namespace
+} // namespace Valend

@@ -1,0 +1,139 @@
+#include "valend/report/StatusReport.h"
+
+#include "tests/valend/DaemonFixture.h"
+
+namespace Valend {
+namespace {
+
+using namespace Test;
+
+class StatusReportTest : public DaemonFixture {
+ protected:
+   Json of( std::string const & interface ) const {
+      StatusReport const report( store, feeder, kernel, controller );
+      return report.interface( feeder.config().interfaces.at( interface ) );
+   }
+   Json vrfs() const { return StatusReport( store, feeder, kernel, controller ).vrfs(); }
+};
+
+TEST_F( StatusReportTest, AReadyInterfaceIsShownWhole ) {
+   start( twoInterfaces() );
+   EXPECT_EQ( of( "Ethernet2" ),
+              ( Json{ { "name", "Ethernet2" },
+                      { "device", "et2" },
+                      { "vrf", "red" },
+                      { "namespace", "ns-red" },
+                      { "link", "up" },
+                      { "carrier", true },
+                      { "ifIndex", 7 },
+                      { "mtu", 1500 },
+                      { "ready", true },
+                      { "notReady", nullptr },
+                      { "delayed", false },
+                      { "remainingMs", nullptr },
+                      { "shuttingDown", false },
+                      { "frames",
+                        { { { "agent", "lldp" }, { "count", 1 }, { "tooLong", Json::array() } } } },
+                      { "shutdowns", 0 },
+                      { "sent", 0 },
+                      { "failed", 0 },
+                      { "lastError", nullptr },
+                      { "aborts", 0 },
+                      { "withoutGoodbye", false } } ) );
+}
+
+TEST_F( StatusReportTest, AHeldInterfaceShowsWhatIsLeft ) {
+   start( twoInterfaces() );
+   controller.shutdown( "Ethernet1", "root", nullptr );
+   advance( 100ms );
+   auto const status = of( "Ethernet1" );
+   EXPECT_EQ( status[ "delayed" ], true );
+   EXPECT_EQ( status[ "remainingMs" ], 400 );
+   EXPECT_EQ( status[ "shuttingDown" ], true );
+   advance( 400ms );
+   EXPECT_EQ( of( "Ethernet1" )[ "link" ], "down" );
+   EXPECT_EQ( of( "Ethernet1" )[ "shutdowns" ], 1 );
+   EXPECT_EQ( of( "Ethernet1" )[ "sent" ], 2 );
+}
+
+TEST_F( StatusReportTest, WhyAnInterfaceIsNotReadyIsSaid ) {
+   start( twoInterfaces() );
+   auto config = twoInterfaces();
+   config.shutdownDelayMs.reset();
+   feeder.apply( config );
+   EXPECT_EQ( of( "Ethernet1" )[ "notReady" ], "feature off" );
+
+   config = twoInterfaces();
+   config.interfaces.at( "Ethernet1" ).shutdownDelay = false;
+   config.agents.at( "lldp" ).erase( "Ethernet2" );
+   feeder.apply( config );
+   EXPECT_EQ( of( "Ethernet1" )[ "notReady" ], "not supported" );
+   EXPECT_EQ( of( "Ethernet2" )[ "notReady" ], "no messages" );
+
+   feeder.apply( twoInterfaces() );
+   kernel.deviceDel( "default", "et1" );
+   EXPECT_EQ( of( "Ethernet1" )[ "notReady" ], "no device" );
+   EXPECT_EQ( of( "Ethernet1" )[ "link" ], "absent" );
+   EXPECT_EQ( of( "Ethernet1" )[ "ifIndex" ], nullptr );
+
+   kernel.netNsDel( "ns-red" );
+   feeder.namespaceChanged( "ns-red" );
+   EXPECT_EQ( of( "Ethernet2" )[ "notReady" ], "namespace missing" );
+   kernel.netNsIs( "ns-red", "1:1" );
+   feeder.namespaceChanged( "ns-red" );
+   EXPECT_EQ( of( "Ethernet2" )[ "notReady" ], "namespace \"ns-red\" is VRF \"default\"'s too" );
+   EXPECT_EQ( vrfs()[ 1 ][ "trouble" ], "namespace \"ns-red\" is VRF \"default\"'s too" );
+   EXPECT_EQ(
+      vrfs()[ 0 ],
+      ( Json{ { "name", "default" }, { "namespace", "default" }, { "trouble", nullptr } } ) );
+}
+
+TEST_F( StatusReportTest, FramesThatTheDeviceCannotTakeAreFlaggedOnceItIsKnown ) {
+   auto config = twoInterfaces();
+   config.agents[ "bulk" ][ "Ethernet1" ] = { std::string( 1514, 'x' ), std::string( 1515, 'x' ) };
+   start( config );
+   EXPECT_EQ(
+      of( "Ethernet1" )[ "frames" ][ 0 ],
+      ( Json{ { "agent", "bulk" },
+              { "count", 2 },
+              { "tooLong", { { { "frame", 2 }, { "bytes", 1515 }, { "limit", 1514 } } } } } ) );
+   kernel.deviceDel( "default", "et1" );
+   EXPECT_EQ( of( "Ethernet1" )[ "frames" ][ 0 ][ "tooLong" ], Json::array() );
+}
+
+TEST_F( StatusReportTest, AShutdownIsShownWhole ) {
+   ShutdownRecord record;
+   record.interface = "Ethernet1";
+   record.by = "root";
+   record.when = std::chrono::system_clock::time_point( 1234567ms );
+   record.withDelay = true;
+   record.sent = 3;
+   record.failed = 1;
+   record.failReason = "Network is down";
+   record.agents = { { "lldp", 3, { { 100, 1 } } } };
+   record.sending = 200us;
+   record.held = 500ms;
+   record.total = 501ms;
+   record.ending = ShutdownRecord::Ending::down;
+   Json const refused{ { "errno", 100 }, { "reason", "Network is down" }, { "count", 1 } };
+   EXPECT_EQ(
+      StatusReport::record( record ),
+      ( Json{ { "interface", "Ethernet1" },
+              { "by", "root" },
+              { "whenMs", 1234567 },
+              { "withDelay", true },
+              { "resumed", false },
+              { "sent", 3 },
+              { "failed", 1 },
+              { "failReason", "Network is down" },
+              { "agents", { { { "agent", "lldp" }, { "sent", 3 }, { "refused", { refused } } } } },
+              { "sendingUs", 200 },
+              { "heldMs", 500 },
+              { "totalMs", 501 },
+              { "unflushedBytes", 0 },
+              { "ending", "down" },
+              { "why", nullptr } } ) );
+}
+
+} // namespace
+} // namespace Valend
