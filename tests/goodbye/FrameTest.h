@@ -1,7 +1,7 @@
 // `valenctl frame` as a process, and what an independent dissector makes of its frames.
 #pragma once
 
-#include "tests/system/AgentProcess.h"
+#include "tests/system/DaemonProcess.h"
 
 #include <algorithm>
 
