@@ -1,5 +1,6 @@
 #include "linux/KernelNetInfoProvider.h"
 
+#include "linux/DeviceWatcher.h"
 #include "platform/gantry/Backoff.h"
 
 #include <cerrno>

@@ -4,8 +4,10 @@
 // itself: the provider looks again after growing pauses, and at once when told to refresh.
 #pragma once
 
-#include "linux/DeviceWatcher.h"
+#include "linux/EventLoop.h"
+#include "linux/NetNs.h"
 #include "platform/orrery/EntityManager.h"
+#include "types/KernelNetInfo.h"
 
 #include <map>
 #include <memory>
