@@ -72,8 +72,8 @@ Api::Method const Api::methods[] = {
 
 Api::Api( Parts const & parts )
     : parts_( parts ), report_( parts.store, parts.feeder, parts.port, parts.controller ),
-      links_( parts.store, parts.feeder, parts.controller, parts.post ),
-      watches_( parts.store, report_, parts.feeder, parts.scheduler, parts.post ) {}
+      links_( parts.store, parts.feeder, parts.controller, parts.work ),
+      watches_( parts.store, report_, parts.feeder, parts.scheduler, parts.work ) {}
 
 void Api::call( std::shared_ptr< Varlink::Call > call ) {
    try {

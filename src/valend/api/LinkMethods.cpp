@@ -27,7 +27,7 @@ char const * resultText( LinkController::Enabled result ) {
 class LinkMethods::Many : public std::enable_shared_from_this< Many > {
  public:
    Many( LinkMethods & links, std::shared_ptr< Varlink::Call > call, std::size_t count )
-       : post_( links.post_ ), call_( std::move( call ) ), pending_( count ), unbegun_( count ) {}
+       : work_( links.work_ ), call_( std::move( call ) ), pending_( count ), unbegun_( count ) {}
 
    // `begun`: it is the first that is heard of this interface.
    void add( Json step, bool begun, bool ended ) {
@@ -36,7 +36,7 @@ class LinkMethods::Many : public std::enable_shared_from_this< Many > {
       steps_.push_back( std::move( step ) );
       if ( !posted_ && ( call_->more() || !unbegun_ ) ) {
          posted_ = true;
-         post_( [ self = shared_from_this() ] { self->answer(); } );
+         work_.post( [ self = shared_from_this() ] { self->answer(); } );
       }
    }
 
@@ -47,7 +47,7 @@ class LinkMethods::Many : public std::enable_shared_from_this< Many > {
    }
 
  private:
-   LinkController::Post const post_;
+   Gantry::WorkQueue & work_;
    std::shared_ptr< Varlink::Call > const call_;
    std::size_t pending_; // have not ended
    std::size_t unbegun_; // are not under way

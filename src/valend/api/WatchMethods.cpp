@@ -66,9 +66,10 @@ Json difference( Json const & before, Json const & now ) {
 } // namespace
 
 WatchMethods::WatchMethods( Store & store, StatusReport const & report, Feeder const & feeder,
-                            Quill::Ptr< Gantry::TaskScheduler > scheduler, StoreWatch::Post post )
+                            Quill::Ptr< Gantry::TaskScheduler > scheduler,
+                            Gantry::WorkQueue & work )
     : store_( store ), report_( report ), feeder_( feeder ), scheduler_( std::move( scheduler ) ),
-      post_( std::move( post ) ) {}
+      work_( work ) {}
 
 void WatchMethods::watch( std::shared_ptr< Varlink::Call > call, std::string const & path ) {
    if ( !showPath( *store_.entityManager, path ) ) {
@@ -183,7 +184,7 @@ void WatchMethods::clientGone( U64 client ) {
 void WatchMethods::add( std::shared_ptr< Varlink::Call > const & call, StoreWatch::Look look ) {
    std::erase_if( watches_, []( auto const & one ) { return one.watch->over(); } );
    watches_.push_back(
-      { call->client(), std::make_unique< StoreWatch >( scheduler_, post_, std::move( look ) ) } );
+      { call->client(), std::make_unique< StoreWatch >( scheduler_, work_, std::move( look ) ) } );
 }
 
 } // namespace Valend
