@@ -101,7 +101,7 @@ void Daemon::finishWhatWasBegun() {
 void Daemon::reload() {
    try {
       configurator_.reload();
-   } catch ( ConfigRefused const & ) { // said, with all that is wrong
+   } catch ( Refusal const & ) { // said, with all that is wrong
    }
 }
 

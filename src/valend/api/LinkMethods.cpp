@@ -1,5 +1,6 @@
 #include "valend/api/LinkMethods.h"
 
+#include "valend/base/Errors.h"
 #include "valend/report/StatusReport.h"
 
 #include <set>
@@ -59,13 +60,13 @@ std::vector< std::string > LinkMethods::names( Wanted const & wanted ) const {
    auto const & config = feeder_.config();
    if ( wanted.vrf && *wanted.vrf != Settings::defaultVrf &&
         !config.vrfs.contains( *wanted.vrf ) ) {
-      throw Refusal( "NoSuchVrf", "no VRF \"" + *wanted.vrf + "\" is configured" );
+      throw Errors::noSuchVrf( *wanted.vrf );
    }
    auto const given = wanted.names.value_or( std::vector< std::string >() );
    std::set< std::string > const named( given.begin(), given.end() );
    for ( auto const & name : named ) {
       if ( !config.interfaces.contains( name ) ) {
-         throw Refusal( "NoSuchInterface", "no interface \"" + name + "\" is configured" );
+         throw Errors::noSuchInterface( name );
       }
    }
    std::vector< std::string > names;

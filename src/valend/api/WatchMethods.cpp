@@ -1,6 +1,6 @@
 #include "valend/api/WatchMethods.h"
 
-#include "valend/base/Refusal.h"
+#include "valend/base/Errors.h"
 
 namespace Valend {
 
@@ -15,6 +15,10 @@ bool isSlow( Varlink::Call const & call ) {
 
 Looked lookLater() {
    return { false, true, WatchMethods::slowPeriod };
+}
+
+void answer( Varlink::Call & call, Refusal const & refusal ) {
+   call.error( "org.valen.daemon." + refusal.name(), refusal.parameters() );
 }
 
 bool holds( Json const & interface, WatchMethods::Until until ) {
@@ -73,7 +77,7 @@ WatchMethods::WatchMethods( Store & store, StatusReport const & report, Feeder c
 
 void WatchMethods::watch( std::shared_ptr< Varlink::Call > call, std::string const & path ) {
    if ( !showPath( *store_.entityManager, path ) ) {
-      throw Refusal( "NoSuchPath", "nothing stands at \"" + path + "\"" );
+      throw Errors::noSuchPath( path );
    }
    auto const last = std::make_shared< std::optional< Json > >();
    add( call, [ this, call, path, last ]( StoreVisits & visits ) -> Looked {
@@ -90,7 +94,7 @@ void WatchMethods::watch( std::shared_ptr< Varlink::Call > call, std::string con
             *last = std::move( now );
          }
       } catch ( Refusal const & e ) { // it has grown
-         call->error( std::string( "org.valen.daemon." ) + e.name(), { { "message", e.what() } } );
+         answer( *call, e );
       }
       return { .over = !call->open() };
    } );
@@ -147,9 +151,7 @@ void WatchMethods::wait( std::shared_ptr< Varlink::Call > call, std::string cons
    add( call, [ this, call, interface, until, end ]( StoreVisits & visits ) -> Looked {
       auto const config = feeder_.config().interfaces.find( interface );
       if ( config == feeder_.config().interfaces.end() ) {
-         call->error(
-            "org.valen.daemon.NoSuchInterface",
-            { { "message", "interface \"" + interface + "\" is not configured any more" } } );
+         answer( *call, Errors::noSuchInterface( interface ) );
          return { .over = true };
       }
       visitStatus( visits );
@@ -157,9 +159,7 @@ void WatchMethods::wait( std::shared_ptr< Varlink::Call > call, std::string cons
       if ( holds( now, until ) ) {
          call->reply( { { "interface", std::move( now ) } } );
       } else if ( end && scheduler_->now() >= *end ) {
-         call->error( "org.valen.daemon.TimedOut",
-                      { { "message", "interface \"" + interface + "\" is not " + textOf( until ) +
-                                        " yet" } } );
+         answer( *call, Errors::timedOut( interface, textOf( until ) ) );
       }
       auto next = statusPeriod;
       if ( end ) {

@@ -1,5 +1,7 @@
 #include "valend/shutdown/LinkController.h"
 
+#include "valend/base/Errors.h"
+
 #include <cerrno>
 
 namespace Valend {
@@ -27,7 +29,7 @@ LinkController::~LinkController() = default;
 Settings::InterfaceConfig const & LinkController::interface( std::string const & name ) const {
    auto const found = config_.interfaces.find( name );
    if ( found == config_.interfaces.end() ) {
-      throw Refusal( "NoSuchInterface", "no interface \"" + name + "\" is configured" );
+      throw Errors::noSuchInterface( name );
    }
    return found->second;
 }
@@ -84,7 +86,7 @@ LinkController::Enabled LinkController::enable( std::string const & name, std::s
       return wasUp ? Enabled::alreadyUp : Enabled::up;
    } catch ( Quill::ErrnoException const & e ) {
       bool const missing = e.number() == ENODEV || e.number() == ENOENT;
-      throw Refusal( missing ? "NoDevice" : "LinkFailed", e.what() );
+      throw missing ? Errors::noDevice( e.what() ) : Errors::linkFailed( e.what() );
    }
 }
 

@@ -148,7 +148,7 @@ TEST_F( LinkControllerTest, AnUnknownInterfaceIsRefused ) {
       FAIL();
    } catch ( Refusal const & e ) {
       EXPECT_EQ( e.name(), "NoSuchInterface" );
-      EXPECT_STREQ( e.what(), "no interface \"Ethernet9\" is configured" );
+      EXPECT_STREQ( e.what(), "interface \"Ethernet9\" is not configured" );
    }
    EXPECT_THROW( controller.enable( "Ethernet9", "root" ), Refusal );
 }
