@@ -15,9 +15,9 @@ using Valen::Linux::NetNsWatcher;
 Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
     : process_( Settings::merged( read.config.process, options.process ) ),
       folders_( foldersOf( process_ ) ),
-      trace_( loop_, process_, options.process.traceLevels.has_value() ), endpoints_( folders_ ),
-      links_( loop_, folders_, endpoints_ ), feeder_( store_, links_, loop_.scheduler() ),
-      kept_( Settings::stateDirectoryOf( process_ ) ),
+      trace_( loop_.workQueue(), process_, options.process.traceLevels.has_value() ),
+      endpoints_( folders_ ), links_( loop_, folders_, endpoints_ ),
+      feeder_( store_, links_, loop_.scheduler() ), kept_( Settings::stateDirectoryOf( process_ ) ),
       publications_( feeder_, [ this ]( auto const & messages ) { kept_.write( messages ); } ),
       faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
       journal_( Settings::stateDirectoryOf( process_ ), Journal::Machine::real(),
@@ -25,7 +25,7 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
                    log( grave ? LogLevel::error : LogLevel::notice, text );
                 } ),
       controller_( store_, feeder_.config(), links_, journal_, loop_.scheduler(),
-                   [ this ]( auto work ) { loop_.post( std::move( work ) ); } ),
+                   loop_.workQueue() ),
       metricsFile_(
          process_.metricsFile.value_or( "" ),
          [ this ] {
@@ -41,8 +41,7 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
                      [ this ]( auto const & config ) { configIs( config ); } ),
       access_( options.readers, options.changers ),
       api_( { store_, feeder_, publications_, links_, controller_, faults_, trace_, configurator_,
-              access_, loop_.scheduler(),
-              [ this ]( auto work ) { loop_.post( std::move( work ) ); } } ),
+              access_, loop_.scheduler(), loop_.workQueue() } ),
       server_( loop_, process_.socket.value_or( Settings::defaultSocket ), api_ ),
       watchdog_( loop_.scheduler() ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
@@ -102,7 +101,7 @@ void Daemon::finishWhatWasBegun() {
 void Daemon::reload() {
    try {
       configurator_.reload();
-   } catch ( ConfigRefused const & ) { // said, with all that is wrong
+   } catch ( Refusal const & ) { // said, with all that is wrong
    }
 }
 

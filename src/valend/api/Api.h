@@ -25,7 +25,7 @@ class Api final : public Varlink::Service {
       Configurator & configurator;
       Access & access;
       Quill::Ptr< Gantry::TaskScheduler > scheduler;
-      LinkController::Post post; // runs work at the end of the loop's turn
+      Gantry::WorkQueue & work;
    };
 
    explicit Api( Parts const & parts );

@@ -2,7 +2,7 @@
 // and soon after each shutdown, always whole.
 #pragma once
 
-#include "valend/base/Timer.h"
+#include "platform/gantry/Timer.h"
 
 #include <string>
 
@@ -34,7 +34,7 @@ class MetricsFile {
    std::function< std::string() > const text_;
    bool soon_ = false;
    std::string trouble_;
-   Timer timer_;
+   Gantry::Timer timer_;
 };
 
 } // namespace Valend
