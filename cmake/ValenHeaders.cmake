@@ -16,6 +16,8 @@ set( VALEN_HEADERS
    platform/corvid/Pkt.h
    platform/corvid/RawTxPam.h
    platform/gantry/TaskScheduler.h
+   platform/gantry/Timer.h
+   platform/gantry/WorkQueue.h
    platform/orrery/EntityManager.h
    platform/orrery/QuillShoal.h
    platform/quill/Allocation.h

@@ -69,8 +69,8 @@ int main( int argc, char ** argv ) {
       loop.turn();
    }
    auto const device = allIntf->intf( intfId )->device();
-   Linux::LinkControl().upIs( Corvid::NamespaceName::defaultNamespace(), device.ifIndex,
-                              device.deviceName, false );
+   Linux::LinkControl().stateIs( Corvid::NamespaceName::defaultNamespace(), device.ifIndex,
+                                 device.deviceName, Linux::LinkState::down );
    std::cout << argv[ 1 ] << " is down" << std::endl;
    configDir->globalConfigIs( nullptr ); // disable the delay: the library destroys its objects
 }

@@ -17,8 +17,8 @@ constexpr auto lastPause = std::chrono::milliseconds( 5000 );
 
 } // namespace
 
-// A mounted namespace. Held by a handle of its own wherever the status is written to: a watcher of
-// the status may unmount it.
+// A mounted namespace. Functions that write to the status keep their own handle to it, because a watcher
+// of the status may unmount it.
 struct KernelNetInfoProvider::Entry {
    Entry( EventLoop & loop, Corvid::NamespaceName name, EventLoop::Work retry )
        : status( Quill::make< KernelNetInfo::Status >( std::move( name ) ) ),
@@ -27,7 +27,7 @@ struct KernelNetInfoProvider::Entry {
                      std::move( retry ) ) {}
 
    Quill::Ptr< KernelNetInfo::Status > const status;
-   std::shared_ptr< DeviceWatcher > watcher; // none while the namespace cannot be watched
+   std::shared_ptr< DeviceWatcher > watcher; // null while the namespace cannot be watched
    Gantry::Backoff pause;
    Gantry::Timer retryTimer;
    bool mounted = true;
@@ -116,7 +116,7 @@ void KernelNetInfoProvider::watch( Entry & entry ) {
          entry.pause.reset();
       }
    } catch ( Quill::ErrnoException const & e ) {
-      // Want of descriptors says nothing of a namespace that is being watched.
+      // Running out of descriptors does not affect a namespace that is being watched already.
       if ( !entry.watcher || e.number() == ENOENT || e.number() == EINVAL ) {
          drop( entry, e.text() );
       }
@@ -129,7 +129,7 @@ void KernelNetInfoProvider::watch( Entry & entry ) {
 void KernelNetInfoProvider::drop( Entry & entry, Quill::String error ) {
    if ( auto const watcher = std::exchange( entry.watcher, nullptr ) ) {
       watcher->close();
-      loop_.post( [ watcher ] {} ); // it may be on the stack; it goes when the turn ends
+      loop_.post( [ watcher ] {} ); // it may be on the stack: destroy it at the end of the turn
    }
    entry.status->interfaceDelAll();
    entry.status->synchronizedIs( false );

@@ -44,13 +44,13 @@ std::string quoted( Corvid::NamespaceName const & name ) {
                                       "; raise the limit (LimitNOFILE= of the service)",
                                    number );
    }
-   throwErrno( "open " + path, number );
+   throwErrno( "cannot open " + path, number );
 }
 
 NetNsIdentity identityOf( int fd ) {
    struct stat status;
    if ( ::fstat( fd, &status ) < 0 ) {
-      throwErrno( "fstat of a network namespace", errno );
+      throwErrno( "cannot stat a network namespace", errno );
    }
    return { status.st_dev, status.st_ino };
 }
@@ -129,12 +129,12 @@ NetNsScope::NetNsScope( NetNs const & netNs ) {
       throw Quill::ErrnoException(
          "no privilege to enter " + quoted( netNs.name ) + "; CAP_SYS_ADMIN is needed", EPERM );
    }
-   throwErrno( "setns into " + quoted( netNs.name ), number );
+   throwErrno( "cannot enter " + quoted( netNs.name ), number );
 }
 
 NetNsScope::~NetNsScope() {
    if ( home_ && ::setns( home_.get(), CLONE_NEWNET ) < 0 ) {
-      Quill::abortWith( "cannot come back to the agent's own network namespace" );
+      Quill::abortWith( "cannot return to the process's own network namespace" );
    }
 }
 

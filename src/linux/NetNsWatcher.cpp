@@ -18,7 +18,7 @@ namespace {
 constexpr U32 folderEvents =
    IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
-// A namespace is mounted within a millisecond of its file's making, when nothing is wrong.
+// Usually, the namespace is mounted within a millisecond after the file was created.
 constexpr auto firstPause = std::chrono::milliseconds( 2 );
 constexpr auto lastPause = std::chrono::milliseconds( 2000 );
 
@@ -27,14 +27,14 @@ std::string parentOf( std::string const & path ) {
    return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr( 0, slash );
 }
 
-// The name of a namespace that a file may stand for; nothing for other files.
+// The name of the namespace that a file may be; nothing for other files.
 std::optional< Corvid::NamespaceName > nameOf( std::string_view file ) {
    if ( !NetNsFolders::validName( file ) || file.size() > Corvid::NamespaceName::maxLength ) {
       return std::nullopt;
    }
    Corvid::NamespaceName name( file );
    if ( name == Corvid::NamespaceName::defaultNamespace() ) {
-      return std::nullopt; // never looked up in a folder
+      return std::nullopt; // never looked up in a directory
    }
    return name;
 }
@@ -75,16 +75,16 @@ void NetNsWatcher::rescan() {
    }
 }
 
-// --- The folders ---------------------------------------------------------------------------------
+// --- Directories ---------------------------------------------------------------------------------
 
-// Watches the folder, or the nearest parent that exists. What is made between the attempt and the
-// watch of the parent would be missed, so the folder is tried again once the parent is watched.
+// Watches the directory, or its nearest existing parent. The directory could be created between the
+// attempt and the watch of the parent, so it is tried again once the parent is watched.
 void NetNsWatcher::watchFolder( Folder & folder ) {
    auto path = folder.path;
    for ( ;; ) {
       auto const watch = ::inotify_add_watch( inotify_.get(), path.c_str(), folderEvents );
       if ( watch < 0 && ( path == "/" || path == "." ) ) {
-         throwErrno( "inotify_add_watch on " + path, errno );
+         throwErrno( "cannot watch " + path, errno );
       }
       if ( watch < 0 ) {
          path = parentOf( path );
@@ -105,7 +105,7 @@ void NetNsWatcher::folderWatchIs( Folder & folder, std::string const & path, int
    bool const inUse = std::any_of( folders_.begin(), folders_.end(),
                                    [ old ]( Folder const & other ) { return other.watch == old; } );
    if ( old >= 0 && !inUse ) {
-      ::inotify_rm_watch( inotify_.get(), old ); // fails when its folder is gone, which is as well
+      ::inotify_rm_watch( inotify_.get(), old ); // fails if the directory is gone, which is fine
    }
 }
 
@@ -129,7 +129,7 @@ std::set< Corvid::NamespaceName > NetNsWatcher::namesInFolders() const {
    return names;
 }
 
-// --- The events ----------------------------------------------------------------------------------
+// --- Events --------------------------------------------------------------------------------------
 
 void NetNsWatcher::eventsReady() {
    alignas( inotify_event ) std::array< char, 16384 > buffer;
@@ -146,7 +146,7 @@ void NetNsWatcher::eventsReady() {
    }
 }
 
-// Returns whether a folder may have come or gone, or events were lost.
+// Returns whether a directory may have been created or deleted, or events were lost.
 bool NetNsWatcher::handleEvents( char const * bytes, std::size_t length ) {
    bool foldersMoved = false;
    for ( std::size_t at = 0; at + sizeof( inotify_event ) <= length; ) {
@@ -169,7 +169,7 @@ bool NetNsWatcher::handleEvents( char const * bytes, std::size_t length ) {
    return foldersMoved;
 }
 
-// --- The namespaces ------------------------------------------------------------------------------
+// --- Namespaces ----------------------------------------------------------------------------------
 
 void NetNsWatcher::check( Corvid::NamespaceName const & name ) {
    std::optional< NetNsIdentity > identity;
@@ -178,7 +178,7 @@ void NetNsWatcher::check( Corvid::NamespaceName const & name ) {
       identity = netNsFolders_.open( name ).identity;
    } catch ( Quill::ErrnoException const & e ) {
       if ( e.number() != ENOENT && e.number() != EINVAL ) {
-         return retryLater( name ); // want of descriptors says nothing of the namespace
+         return retryLater( name ); // out of descriptors: the namespace may exist
       }
    }
    if ( !identity && fileExists( name ) ) {
@@ -195,14 +195,14 @@ void NetNsWatcher::identityIs( Corvid::NamespaceName const & name,
    if ( known == known_.end() ) {
       if ( identity ) {
          known_[ name ] = *identity;
-         tell( name, Change::appeared );
+         report( name, Change::appeared );
       }
    } else if ( !identity ) {
       known_.erase( known );
-      tell( name, Change::gone );
+      report( name, Change::gone );
    } else if ( known->second != *identity ) {
       known->second = *identity;
-      tell( name, Change::replaced );
+      report( name, Change::replaced );
    }
 }
 
@@ -230,8 +230,8 @@ bool NetNsWatcher::fileExists( Corvid::NamespaceName const & name ) const noexce
    } );
 }
 
-void NetNsWatcher::tell( Corvid::NamespaceName const & name, Change change ) {
-   auto const copy = name; // the caller's may be the key that went
+void NetNsWatcher::report( Corvid::NamespaceName const & name, Change change ) {
+   auto const copy = name; // the caller's may be a key that was removed
    changed_( copy, change );
 }
 

@@ -17,7 +17,7 @@ using ::testing::HasSubstr;
 using Valen::Test::dropCapability;
 using Valen::Test::TestNetNs;
 
-// A folder of the test's own.
+// A directory for one test.
 class TestFolder {
  public:
    TestFolder() {
@@ -53,20 +53,20 @@ Refusal refusal( NetNsFolders const & folders, std::string const & name ) {
    return {};
 }
 
-TEST( NetNsFoldersTest, DefaultIsTheProcessesOwnAndNeedsNoEntering ) {
+TEST( NetNsFoldersTest, DefaultIsTheProcesssOwnNamespaceAndIsNotEntered ) {
    auto const own = NetNsFolders( { "/nowhere" } ).open( NamespaceName::defaultNamespace() );
    EXPECT_FALSE( own.fd );
    EXPECT_EQ( own.identity, ownIdentity() );
 }
 
-TEST( NetNsFoldersTest, MissingOneIsENOENTAndSaysWhereItWasLookedFor ) {
+TEST( NetNsFoldersTest, AMissingNamespaceIsENOENTAndNamesTheDirectories ) {
    auto const one = refusal( NetNsFolders( { "/run/netns", "/nowhere" } ), "ns-blue" );
    EXPECT_EQ( one.number, ENOENT );
    EXPECT_EQ( one.text, "network namespace \"ns-blue\" does not exist in /run/netns or /nowhere; "
                         "create it with \"ip netns add ns-blue\"" );
 }
 
-TEST( NetNsFoldersTest, NamesThatLeaveTheFolderAreRefused ) {
+TEST( NetNsFoldersTest, NamesOutsideTheDirectoryAreRejected ) {
    for ( std::string const name : { "", ".", "..", "../ns", "a/b", "/etc", "a..b" } ) {
       auto const one = refusal( NetNsFolders( { "/tmp" } ), name );
       EXPECT_EQ( one.number, EINVAL ) << name;
@@ -76,7 +76,7 @@ TEST( NetNsFoldersTest, NamesThatLeaveTheFolderAreRefused ) {
    EXPECT_TRUE( NetNsFolders::validName( "ns-blue.1" ) );
 }
 
-TEST( NetNsFoldersTest, FileThatIsNoNamespaceIsEINVAL ) {
+TEST( NetNsFoldersTest, AFileThatIsNotANamespaceIsEINVAL ) {
    TestFolder const folder;
    std::ofstream( folder.file( "plain" ) ).put( 'x' );
    std::filesystem::create_directory( folder.file( "folder" ) );
@@ -93,7 +93,7 @@ TEST( NetNsFoldersTest, FileThatIsNoNamespaceIsEINVAL ) {
    }
 }
 
-TEST( NetNsFoldersTest, FoldersAreLookedThroughInOrder ) {
+TEST( NetNsFoldersTest, DirectoriesAreSearchedInOrder ) {
    TestFolder const first;
    TestFolder const second;
    std::filesystem::create_symlink( "/proc/self/ns/net", second.file( "mine" ) );
@@ -103,7 +103,7 @@ TEST( NetNsFoldersTest, FoldersAreLookedThroughInOrder ) {
    EXPECT_EQ( refusal( folders, "mine" ).number, EINVAL );
 }
 
-TEST( NetNsFoldersTest, NoDescriptorLeftIsEMFILE ) {
+TEST( NetNsFoldersTest, RunningOutOfDescriptorsIsEMFILE ) {
    TestFolder const folder;
    std::filesystem::create_symlink( "/proc/self/ns/net", folder.file( "mine" ) );
    Refusal one;
@@ -116,7 +116,7 @@ TEST( NetNsFoldersTest, NoDescriptorLeftIsEMFILE ) {
                            ": Too many open files; raise the limit (LimitNOFILE= of the service)" );
 }
 
-TEST( NetNsIdentityTest, ReadsAsDeviceAndInode ) {
+TEST( NetNsIdentityTest, IsPrintedAsDeviceAndInode ) {
    EXPECT_EQ( ( NetNsIdentity{ 4, 17 }.text() ), "4:17" );
 }
 
@@ -124,7 +124,7 @@ TEST( NetNsIdentityTest, ReadsAsDeviceAndInode ) {
 
 class NetNsScopeTest : public Test::NetworkTest {};
 
-TEST_F( NetNsScopeTest, EntersAndComesBack ) {
+TEST_F( NetNsScopeTest, EntersAndReturns ) {
    TestNetNs const blue;
    auto const netNs = NetNsFolders().open( blue.name() );
    auto const home = ownIdentity();
@@ -136,7 +136,7 @@ TEST_F( NetNsScopeTest, EntersAndComesBack ) {
    EXPECT_EQ( ownIdentity(), home );
 }
 
-TEST_F( NetNsScopeTest, ComesBackWhenAnExceptionLeaves ) {
+TEST_F( NetNsScopeTest, ReturnsAfterAnException ) {
    TestNetNs const blue;
    auto const home = ownIdentity();
    try {
@@ -147,13 +147,13 @@ TEST_F( NetNsScopeTest, ComesBackWhenAnExceptionLeaves ) {
    EXPECT_EQ( ownIdentity(), home );
 }
 
-TEST_F( NetNsScopeTest, OwnNamespaceIsNotEntered ) {
+TEST_F( NetNsScopeTest, DoesNotEnterTheProcesssOwnNamespace ) {
    auto const home = ownIdentity();
    NetNsScope const inside( NetNsFolders().open( NamespaceName::defaultNamespace() ) );
    EXPECT_EQ( ownIdentity(), home );
 }
 
-TEST_F( NetNsScopeTest, WithoutThePrivilegeItIsEPERMAndStaysOutside ) {
+TEST_F( NetNsScopeTest, WithoutTheCapabilityItIsEPERMAndEntersNothing ) {
    TestNetNs const blue;
    auto const netNs = NetNsFolders().open( blue.name() );
    auto const attempt = [ & ] {
@@ -172,7 +172,7 @@ TEST_F( NetNsScopeTest, WithoutThePrivilegeItIsEPERMAndStaysOutside ) {
                            "\"; CAP_SYS_ADMIN is needed" ) );
 }
 
-TEST_F( NetNsScopeTest, ProcessThatCannotComeBackIsAborted ) {
+TEST_F( NetNsScopeTest, AbortsAProcessThatCannotReturn ) {
    TestNetNs const blue;
    auto const netNs = NetNsFolders().open( blue.name() );
    auto const attempt = [ & ] {
@@ -180,10 +180,10 @@ TEST_F( NetNsScopeTest, ProcessThatCannotComeBackIsAborted ) {
       dropCapability( CAP_SYS_ADMIN );
    };
    EXPECT_EXIT( attempt(), ::testing::KilledBySignal( SIGABRT ),
-                HasSubstr( "cannot come back to the agent's own network namespace" ) );
+                HasSubstr( "cannot return to the process's own network namespace" ) );
 }
 
-TEST_F( NetNsScopeTest, NamespaceMadeAnewIsAnotherOne ) {
+TEST_F( NetNsScopeTest, ARecreatedNamespaceHasAnotherIdentity ) {
    TestNetNs blue;
    auto const folders = NetNsFolders();
    auto const first = folders.open( blue.name() ); // keeps the old one alive: inodes differ

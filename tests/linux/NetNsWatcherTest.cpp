@@ -27,7 +27,7 @@ char const * text( NetNsWatcher::Change change ) {
    return "?";
 }
 
-// Watches the usual folder, or one of the test's own.
+// Watches /run/netns, or a directory of the test.
 class NetNsWatcherTest : public Valen::Test::NetworkTest {
  protected:
    NetNsWatcherTest() {
@@ -42,7 +42,7 @@ class NetNsWatcherTest : public Valen::Test::NetworkTest {
       std::filesystem::remove_all( folder_ );
    }
 
-   // Tells of the namespaces of this test alone: others come and go in the usual folder.
+   // Reports only the namespaces of this test: others are created and deleted in /run/netns as well.
    void watch( std::vector< std::string > folders ) {
       watcher_.emplace(
          loop_, NetNsFolders( std::move( folders ) ),
@@ -83,7 +83,7 @@ class NetNsWatcherTest : public Valen::Test::NetworkTest {
    bool watchesOwnFolder_ = false;
 };
 
-TEST_F( NetNsWatcherTest, ExistingNamespacesAreKnownAndNotTold ) {
+TEST_F( NetNsWatcherTest, ExistingNamespacesAreKnownAndNotReported ) {
    TestNetNs const blue;
    watchUsual();
    settle();
@@ -92,7 +92,7 @@ TEST_F( NetNsWatcherTest, ExistingNamespacesAreKnownAndNotTold ) {
    EXPECT_EQ( watcher_->known().at( blue.name() ), *NetNsFolders().identity( blue.name() ) );
 }
 
-TEST_F( NetNsWatcherTest, NamespaceThatAppearsIsTold ) {
+TEST_F( NetNsWatcherTest, ACreatedNamespaceIsReported ) {
    watchUsual();
    TestNetNs const blue;
    ASSERT_TRUE( toldCount( 1 ) );
@@ -101,7 +101,7 @@ TEST_F( NetNsWatcherTest, NamespaceThatAppearsIsTold ) {
    EXPECT_TRUE( knows( blue.text() ) );
 }
 
-TEST_F( NetNsWatcherTest, NamespaceThatGoesIsTold ) {
+TEST_F( NetNsWatcherTest, ADeletedNamespaceIsReported ) {
    TestNetNs blue;
    watchUsual();
    blue.destroy();
@@ -110,7 +110,7 @@ TEST_F( NetNsWatcherTest, NamespaceThatGoesIsTold ) {
    EXPECT_FALSE( knows( blue.text() ) );
 }
 
-TEST_F( NetNsWatcherTest, NamespaceMadeAnewBetweenTwoTurnsIsToldAsReplaced ) {
+TEST_F( NetNsWatcherTest, ANamespaceRecreatedBetweenTwoTurnsIsReportedAsReplaced ) {
    TestNetNs blue;
    watchUsual();
    auto const keepsOldAlive = NetNsFolders().open( blue.name() );
@@ -122,18 +122,18 @@ TEST_F( NetNsWatcherTest, NamespaceMadeAnewBetweenTwoTurnsIsToldAsReplaced ) {
    EXPECT_NE( watcher_->known().at( blue.name() ), keepsOldAlive.identity );
 }
 
-TEST_F( NetNsWatcherTest, FileThatBecomesANamespaceLaterIsFound ) {
+TEST_F( NetNsWatcherTest, AFileThatBecomesANamespaceIsReported ) {
    watchOwn();
    makeFile( "late" );
    settle( 30ms );
    EXPECT_THAT( told_, ElementsAre() );
    EXPECT_FALSE( knows( "late" ) );
-   mount( "/proc/self/ns/net", "late" ); // of which inotify says nothing
+   mount( "/proc/self/ns/net", "late" ); // which inotify does not report
    ASSERT_TRUE( toldCount( 1 ) );
    EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
 }
 
-TEST_F( NetNsWatcherTest, FileThatWasThereBeforeTheWatcherIsFoundToo ) {
+TEST_F( NetNsWatcherTest, AFileFromBeforeTheWatcherThatBecomesANamespaceIsReported ) {
    makeFile( "late" );
    watchOwn();
    mount( "/proc/self/ns/net", "late" );
@@ -141,7 +141,7 @@ TEST_F( NetNsWatcherTest, FileThatWasThereBeforeTheWatcherIsFoundToo ) {
    EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
 }
 
-TEST_F( NetNsWatcherTest, FileThatNeverBecomesANamespaceIsForgottenWithIt ) {
+TEST_F( NetNsWatcherTest, ADeletedFileThatWasNeverANamespaceIsForgotten ) {
    watchOwn();
    makeFile( "never" );
    settle( 20ms );
@@ -151,7 +151,7 @@ TEST_F( NetNsWatcherTest, FileThatNeverBecomesANamespaceIsForgottenWithIt ) {
    EXPECT_THAT( told_, ElementsAre() );
 }
 
-TEST_F( NetNsWatcherTest, FolderThatDoesNotExistYetIsFound ) {
+TEST_F( NetNsWatcherTest, ADirectoryThatIsCreatedLaterIsWatched ) {
    watchOwn( "/a/b" );
    std::filesystem::create_directory( file( "a" ) );
    settle( 20ms );
@@ -163,7 +163,7 @@ TEST_F( NetNsWatcherTest, FolderThatDoesNotExistYetIsFound ) {
    EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
 }
 
-TEST_F( NetNsWatcherTest, FolderMadeInOneGoIsFoundWithItsContents ) {
+TEST_F( NetNsWatcherTest, ADirectoryThatIsMovedIntoPlaceIsReportedWithItsNamespaces ) {
    watchOwn( "/a/b" );
    std::filesystem::create_directories( file( "a/b" ) );
    makeFile( "a/b/late" );
@@ -172,7 +172,7 @@ TEST_F( NetNsWatcherTest, FolderMadeInOneGoIsFoundWithItsContents ) {
    EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
 }
 
-TEST_F( NetNsWatcherTest, FolderThatGoesTakesItsNamespacesAlongAndMayComeBack ) {
+TEST_F( NetNsWatcherTest, ADirectoryMayBeDeletedAndRecreated ) {
    std::filesystem::create_directory( file( "a" ) );
    std::filesystem::create_symlink( "/proc/self/ns/net", file( "a/mine" ) );
    watchOwn( "/a" );
@@ -186,7 +186,7 @@ TEST_F( NetNsWatcherTest, FolderThatGoesTakesItsNamespacesAlongAndMayComeBack ) 
    EXPECT_THAT( told_, ElementsAre( "mine gone", "mine appeared" ) );
 }
 
-TEST_F( NetNsWatcherTest, FilesThatAreMovedAreFollowed ) {
+TEST_F( NetNsWatcherTest, MovedFilesAreFollowed ) {
    std::filesystem::create_symlink( "/proc/self/ns/net", file( "old" ) );
    watchOwn();
    std::filesystem::rename( file( "old" ), file( "new" ) );
@@ -194,7 +194,7 @@ TEST_F( NetNsWatcherTest, FilesThatAreMovedAreFollowed ) {
    EXPECT_THAT( told_, ElementsAre( "old gone", "new appeared" ) );
 }
 
-TEST_F( NetNsWatcherTest, RescanFindsWhatInotifyDoesNotTell ) {
+TEST_F( NetNsWatcherTest, RescanReportsWhatInotifyDoesNot ) {
    TestNetNs const blue;
    makeFile( "one" );
    mount( "/proc/self/ns/net", "one" );
@@ -209,7 +209,7 @@ TEST_F( NetNsWatcherTest, RescanFindsWhatInotifyDoesNotTell ) {
    EXPECT_THAT( told_, ElementsAre( "one replaced" ) );
 }
 
-TEST_F( NetNsWatcherTest, NamesThatNoNamespaceCanHaveAreLeftOut ) {
+TEST_F( NetNsWatcherTest, InvalidNamesAreIgnored ) {
    for ( auto const & name : { std::string( "default" ), std::string( 151, 'x' ) } ) {
       std::filesystem::create_symlink( "/proc/self/ns/net", file( name ) );
    }
@@ -219,7 +219,7 @@ TEST_F( NetNsWatcherTest, NamesThatNoNamespaceCanHaveAreLeftOut ) {
    EXPECT_TRUE( knows( std::string( 150, 'y' ) ) );
 }
 
-TEST_F( NetNsWatcherTest, ManyThatComeAndGoAreAllSeen ) {
+TEST_F( NetNsWatcherTest, AllOfManyChangesAreReported ) {
    watchOwn();
    for ( int i = 0; i < 500; ++i ) {
       std::filesystem::create_symlink( "/proc/self/ns/net", file( std::to_string( i ) ) );

@@ -92,13 +92,14 @@ LinkDevice KernelLinks::requireDevice( LinkPlace const & place ) const {
 // --- Links ---------------------------------------------------------------------------------------
 
 bool KernelLinks::up( LinkPlace const & place ) {
-   return control_.up( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
-                       Quill::Name( place.device ) );
+   return control_.state( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
+                          Quill::Name( place.device ) ) == Valen::Linux::LinkState::up;
 }
 
 void KernelLinks::upIs( LinkPlace const & place, bool up ) {
-   control_.upIs( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
-                  Quill::Name( place.device ), up );
+   using Valen::Linux::LinkState;
+   control_.stateIs( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
+                     Quill::Name( place.device ), up ? LinkState::up : LinkState::down );
 }
 
 // --- Frames --------------------------------------------------------------------------------------
