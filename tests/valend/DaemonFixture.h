@@ -6,6 +6,7 @@
 #include "tests/support/RecordingRawTxPam.h"
 #include "tests/support/SteppedClock.h"
 #include "types/KernelNetInfo.h"
+#include "valend/base/Conditions.h"
 #include "valend/base/FaultLog.h"
 #include "valend/configuration/Feeder.h"
 #include "valend/shutdown/LinkController.h"
@@ -209,6 +210,7 @@ class DaemonFixture : public ::testing::Test {
    Valen::Test::SteppedClock clock;
    Valen::Test::RecordingRawTxPams sent;
    Gantry::WorkQueue work;
+   Conditions conditions{ []( auto, auto const & ) {} };
    FakeKernel kernel;
    Store store;
    Feeder feeder;
