@@ -38,8 +38,8 @@ endif()
 install( TARGETS valend DESTINATION "${CMAKE_INSTALL_SBINDIR}" COMPONENT agent )
 install( TARGETS valenctl DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT agent )
 install( FILES docs/man/valenctl.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT agent )
-install( FILES docs/man/valen.yaml.5 DESTINATION "${CMAKE_INSTALL_MANDIR}/man5" COMPONENT agent )
-install( FILES docs/man/valend.8 DESTINATION "${CMAKE_INSTALL_MANDIR}/man8" COMPONENT agent )
+install( FILES "${CMAKE_BINARY_DIR}/man/valen.yaml.5" DESTINATION "${CMAKE_INSTALL_MANDIR}/man5" COMPONENT agent )
+install( FILES "${CMAKE_BINARY_DIR}/man/valend.8" DESTINATION "${CMAKE_INSTALL_MANDIR}/man8" COMPONENT agent )
 # Packages, whose prefix is /usr, have an absolute /etc, where the rest of the system looks. Else all
 # stays under the prefix, also under one that is given when it is installed.
 set( etc "${CMAKE_INSTALL_SYSCONFDIR}" )

@@ -13,21 +13,21 @@ using Valen::Linux::NetNsFolders;
 using Valen::Linux::NetNsWatcher;
 
 Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
-    : process_( Settings::merged( read.config.process, options.process ) ),
+    : process_( read.config.process.overriddenBy( options.process ) ),
       folders_( foldersOf( process_ ) ),
-      trace_( loop_, process_, options.process.traceLevels.has_value() ), endpoints_( folders_ ),
-      links_( loop_, folders_, endpoints_ ), feeder_( store_, links_, loop_.scheduler() ),
-      kept_( Settings::stateDirectoryOf( process_ ) ),
+      trace_( loop_, process_, options.process.given( "trace.levels" ).has_value() ),
+      endpoints_( folders_ ), links_( loop_, folders_, endpoints_ ),
+      feeder_( store_, links_, loop_.scheduler() ), kept_( process_.value( "state-directory" ) ),
       publications_( feeder_, [ this ]( auto const & messages ) { kept_.write( messages ); } ),
       faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
-      journal_( Settings::stateDirectoryOf( process_ ), Journal::Machine::real(),
+      journal_( process_.value( "state-directory" ), Journal::Machine::real(),
                 []( bool grave, auto const & text ) {
                    log( grave ? LogLevel::error : LogLevel::notice, text );
                 } ),
       controller_( store_, feeder_.config(), links_, journal_, loop_.scheduler(),
                    [ this ]( auto work ) { loop_.post( std::move( work ) ); } ),
       metricsFile_(
-         process_.metricsFile.value_or( "" ),
+         process_.value( "metrics-file" ),
          [ this ] {
             return metricsText( { store_, feeder_, links_, controller_, faults_ } );
          },
@@ -39,12 +39,11 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
                      } ),
       configurator_( options.config, options.process,
                      [ this ]( auto const & config ) { configIs( config ); } ),
-      access_( options.readers, options.changers ),
+      access_( process_.value( "read-group" ), process_.value( "admin-group" ) ),
       api_( { store_, feeder_, publications_, links_, controller_, faults_, trace_, configurator_,
               access_, loop_.scheduler(),
               [ this ]( auto work ) { loop_.post( std::move( work ) ); } } ),
-      server_( loop_, process_.socket.value_or( Settings::defaultSocket ), api_ ),
-      watchdog_( loop_.scheduler() ) {
+      server_( loop_, process_.value( "socket" ), api_ ), watchdog_( loop_.scheduler() ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
    loop_.signalIs( SIGINT, [ this ] { stop( "SIGINT" ); } );
    loop_.signalIs( SIGHUP, [ this ] { reload(); } );
@@ -73,8 +72,8 @@ Daemon::~Daemon() {
 
 NetNsFolders Daemon::foldersOf( Settings::ProcessConfig const & process ) {
    std::vector< std::string > folders{ NetNsFolders::usual };
-   if ( process.netNsFolder ) {
-      folders.push_back( *process.netNsFolder );
+   if ( auto const & directory = process.given( "netns-directory" ) ) {
+      folders.push_back( *directory );
    }
    return NetNsFolders( std::move( folders ) );
 }

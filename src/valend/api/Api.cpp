@@ -3,6 +3,7 @@
 #include "valend/api/Description.h"
 #include "valend/base/Refusal.h"
 #include "valend/base/Version.h"
+#include "valend/configuration/ConfigurationJson.h"
 #include "valend/report/Metrics.h"
 #include "valend/store/StoreWalker.h"
 #include "varlink/Parameters.h"
@@ -345,7 +346,7 @@ void Api::reload( Call call ) {
 }
 
 void Api::config( Call call ) {
-   call->reply( parts_.configurator.inForce() );
+   call->reply( configurationJson( parts_.configurator.active() ) );
 }
 
 } // namespace Valend
