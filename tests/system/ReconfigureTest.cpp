@@ -245,8 +245,9 @@ TEST_F( ReconfigureTest, AReloadThatIsRefusedListsAllErrorsAndChangesNothing ) {
       EXPECT_THAT( agent_->err(), HasSubstr( error ) ) << "the log has it too";
    }
    EXPECT_EQ( std::count( check.err.begin(), check.err.end(), '\n' ), 4 );
-   EXPECT_THAT( result.err, ::testing::EndsWith( "valenctl: the configuration is refused; the one "
-                                                 "before stays in force\n" ) );
+   EXPECT_THAT( result.err,
+                ::testing::EndsWith( "valenctl: configuration rejected; keeping the previous "
+                                     "one\n" ) );
    EXPECT_EQ( ctl( { "config", "show", "--json" } ).out, before );
    EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), ElementsAre( frame( "one" ) ) );
 }

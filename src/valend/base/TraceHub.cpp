@@ -14,9 +14,9 @@ U64 nowNs() {
 
 } // namespace
 
-TraceHub::TraceHub( Valen::Linux::EventLoop & loop, Settings::ProcessConfig const & config,
+TraceHub::TraceHub( Gantry::WorkQueue & work, Settings::ProcessConfig const & config,
                     bool toStderr )
-    : loop_( loop ), alive_( std::make_shared< bool >( true ) ) {
+    : posted_( work, "trace" ) {
    Quill::traceLevelsIs( config.value( "trace.levels" ) );
    if ( auto const & file = config.given( "trace.file" ) ) {
       output_ = std::make_unique< Valen::Linux::FileTraceSink >( *file );
@@ -35,7 +35,6 @@ TraceHub::TraceHub( Valen::Linux::EventLoop & loop, Settings::ProcessConfig cons
 }
 
 TraceHub::~TraceHub() {
-   *alive_ = false;
    Quill::traceSinkIs( nullptr );
    if ( memoryRing_ ) {
       Blipline::ringIs( nullptr );
@@ -86,8 +85,7 @@ void TraceHub::line( Quill::TraceLine const & line ) noexcept {
       return;
    }
    if ( pending_.empty() ) {
-      loop_.post(
-         [ this, alive = alive_ ] { *alive ? tell( std::exchange( pending_, {} ) ) : void(); } );
+      posted_.post( [ this ] { tell( std::exchange( pending_, {} ) ); } );
    }
    pending_.push_back( { nowNs(), line.point.unit, line.point.level, std::string( line.text ) } );
 }

@@ -2,8 +2,8 @@
 // operator wants them; and clients that follow it.
 #pragma once
 
-#include "linux/EventLoop.h"
 #include "linux/TraceOutputs.h"
+#include "platform/gantry/WorkQueue.h"
 #include "settings/Config.h"
 
 #include <deque>
@@ -25,10 +25,9 @@ class TraceHub final : public Quill::TraceSink {
    using Follower = std::function< bool( std::vector< Line > const & lines ) >;
 
    // Puts the levels in force and opens the outputs. `toStderr`: lines go to standard error when no
-   // file is configured. `loop` must outlive the hub. Throws Quill::ErrnoException and
+   // file is configured. `work` must outlive the hub. Throws Quill::ErrnoException and
    // Quill::RangeException.
-   TraceHub( Valen::Linux::EventLoop & loop, Settings::ProcessConfig const & config,
-             bool toStderr );
+   TraceHub( Gantry::WorkQueue & work, Settings::ProcessConfig const & config, bool toStderr );
    ~TraceHub() override;
    TraceHub( TraceHub const & ) = delete;
    TraceHub & operator=( TraceHub const & ) = delete;
@@ -51,8 +50,7 @@ class TraceHub final : public Quill::TraceSink {
    // Lines that wait for the followers; past that, lines are left out.
    static constexpr std::size_t maxPending = 10'000;
 
-   Valen::Linux::EventLoop & loop_;
-   std::shared_ptr< bool > const alive_;
+   Gantry::PostedWork posted_;
    std::unique_ptr< Valen::Linux::RingFile > ringFile_; // one of these two
    std::vector< U64 > ringMemory_;
    std::unique_ptr< Blipline::Ring > memoryRing_;

@@ -2,7 +2,7 @@
 // environment's WATCHDOG_USEC and WATCHDOG_PID). Silent when nobody listens.
 #pragma once
 
-#include "valend/base/Timer.h"
+#include "platform/gantry/Timer.h"
 
 #include <optional>
 
@@ -21,7 +21,7 @@ class Watchdog {
    void tell();
 
    std::optional< Gantry::Time > const period_;
-   Timer timer_;
+   Gantry::Timer timer_;
 };
 
 } // namespace Valend

@@ -3,6 +3,7 @@
 #include "platform/trace/Trace.h"
 #include "settings/Changes.h"
 #include "settings/Counted.h"
+#include "valend/base/Errors.h"
 #include "valend/base/Log.h"
 #include "valend/base/Notify.h"
 
@@ -64,11 +65,11 @@ void Configurator::reject( std::vector< Settings::ConfigError > const & errors )
       lines.push_back( error.message() );
       log( LogLevel::error, lines.back() );
    }
-   ConfigRefused const refused( std::move( lines ) );
-   log( LogLevel::error, refused.what() );
+   auto const rejected = Errors::configRejected( lines );
+   log( LogLevel::error, rejected.what() );
    notifyManager( "READY=1\nSTATUS=Configuration rejected (" + counted( errors.size(), "error" ) +
                   "); keeping the previous one" );
-   throw refused;
+   throw rejected;
 }
 
 Lines Configurator::applyChanges( Settings::ConfigResult read ) {

@@ -5,25 +5,10 @@
 #include "valend/configuration/ActiveConfiguration.h"
 
 #include <functional>
-#include <stdexcept>
 #include <string>
 #include <vector>
 
 namespace Valend {
-
-// A configuration that was read has errors, and changed nothing.
-class ConfigRefused : public std::runtime_error {
- public:
-   // `errors`: all errors, one line each.
-   explicit ConfigRefused( std::vector< std::string > errors )
-       : runtime_error( "configuration rejected; keeping the previous one" ),
-         errors_( std::move( errors ) ) {}
-
-   std::vector< std::string > const & errors() const noexcept { return errors_; }
-
- private:
-   std::vector< std::string > errors_;
-};
 
 class Configurator {
  public:
@@ -37,8 +22,8 @@ class Configurator {
    void start( Settings::ConfigResult read );
 
    // Reads the file and its drop-ins again and applies what differs. Errors and changes are logged
-   // and reported to the service manager. Returns a line for each change. Throws ConfigRefused when
-   // the files have errors. Never called inside a notification.
+   // and reported to the service manager. Returns a line for each change. Throws the
+   // Refusal Errors::configRejected() when the files have errors. Never called inside a notification.
    std::vector< std::string > reload();
 
    ActiveConfiguration const & active() const noexcept { return active_; }

@@ -2,7 +2,8 @@
 // many changes that turn brought, and never so often that looking would keep the loop busy.
 #pragma once
 
-#include "valend/base/Timer.h"
+#include "platform/gantry/Timer.h"
+#include "platform/gantry/WorkQueue.h"
 #include "valend/store/StoreWalker.h"
 
 #include <functional>
@@ -13,8 +14,6 @@ namespace Valend {
 
 class StoreWatch {
  public:
-   using Post = std::function< void( std::function< void() > ) >;
-
    struct Looked {
       bool over = false;    // no further look is wanted
       bool skipped = false; // this was none: what is followed stays
@@ -27,8 +26,8 @@ class StoreWatch {
    // At least this many times as long as a look took passes before the next one.
    static constexpr int restFactor = 10;
 
-   // Looks for the first time in this turn of the loop. `post` runs work at its end.
-   StoreWatch( Quill::Ptr< Gantry::TaskScheduler > scheduler, Post post, Look look );
+   // Looks for the first time when `work` runs next.
+   StoreWatch( Quill::Ptr< Gantry::TaskScheduler > scheduler, Gantry::WorkQueue & work, Look look );
    ~StoreWatch();
    StoreWatch( StoreWatch const & ) = delete;
    StoreWatch & operator=( StoreWatch const & ) = delete;
@@ -46,11 +45,10 @@ class StoreWatch {
    void follow( StoreVisits const & visits );
 
    Quill::Ptr< Gantry::TaskScheduler > const scheduler_;
-   Post const post_;
    Look const look_;
-   std::shared_ptr< bool > const alive_; // posted work looks whether the watch still is
    std::unordered_map< Quill::Entity const *, std::unique_ptr< Follower > > followers_;
-   Timer timer_;
+   Gantry::PostedWork posted_;
+   Gantry::Timer timer_;
    Gantry::Time restEnd_{};
    bool pending_ = false; // a look is posted
    bool over_ = false;

@@ -77,18 +77,18 @@ TEST_F( AgentApiTest, WhatIsNotThereIsRefusedByName ) {
    Json const nine{ { "interface", "Ethernet9" } };
    for ( auto const * method : { "Status", "Explain", "Shutdown", "Enable", "ListMessages" } ) {
       EXPECT_EQ( call( method, nine )->error(),
-                 "org.valen.daemon.NoSuchInterface: no interface \"Ethernet9\" is configured" )
+                 "org.valen.daemon.NoSuchInterface: interface \"Ethernet9\" is not configured" )
          << method;
    }
    EXPECT_EQ( call( "ShutdownMany", { { "interfaces", { "Ethernet1", "Ethernet9" } } } )->error(),
-              "org.valen.daemon.NoSuchInterface: no interface \"Ethernet9\" is configured" );
+              "org.valen.daemon.NoSuchInterface: interface \"Ethernet9\" is not configured" );
    EXPECT_FALSE( controller.running( "Ethernet1" ) ) << "nothing is done when one name is wrong";
    EXPECT_EQ( call( "List", { { "vrf", "blue" } } )->error(),
-              "org.valen.daemon.NoSuchVrf: no VRF \"blue\" is configured" );
+              "org.valen.daemon.NoSuchVrf: VRF \"blue\" is not configured" );
    EXPECT_EQ( call( "Show", { { "path", "x" } } )->error(),
-              "org.valen.daemon.NoSuchPath: nothing stands at \"x\"" );
+              "org.valen.daemon.NoSuchPath: no such path: \"x\"" );
    EXPECT_EQ( call( "Watch", { { "path", "x" } }, true )->error(),
-              "org.valen.daemon.NoSuchPath: nothing stands at \"x\"" );
+              "org.valen.daemon.NoSuchPath: no such path: \"x\"" );
    EXPECT_EQ( call( "Juggle", nine )->error(),
               "org.varlink.service.MethodNotFound: {\"method\":\"org.valen.daemon.Juggle\"}" );
    EXPECT_EQ( callAs( {}, "a.b.C", nine )->error(),
@@ -325,7 +325,8 @@ TEST_F( AgentApiTest, WaitAnswersOnceItIsSo ) {
    advance( 299ms );
    EXPECT_THAT( late->messages, IsEmpty() );
    advance( 2ms );
-   EXPECT_EQ( late->error(), "org.valen.daemon.TimedOut: interface \"Ethernet1\" is not down yet" );
+   EXPECT_EQ( late->error(),
+              "org.valen.daemon.TimedOut: timed out: interface \"Ethernet1\" is not down" );
    EXPECT_THAT( down->messages, IsEmpty() );
    advance( 500ms );
    EXPECT_EQ( down->parameters()[ "interface" ][ "link" ], "down" );
@@ -333,7 +334,7 @@ TEST_F( AgentApiTest, WaitAnswersOnceItIsSo ) {
    publications.configIs( Settings::Config() );
    advance( 300ms );
    EXPECT_EQ( gone->error(), "org.valen.daemon.NoSuchInterface: interface \"Ethernet1\" is not "
-                             "configured any more" );
+                             "configured" );
 }
 
 } // namespace
