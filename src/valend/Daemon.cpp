@@ -17,8 +17,10 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
       folders_( foldersOf( process_ ) ),
       trace_( loop_.workQueue(), process_, options.process.given( "trace.levels" ).has_value() ),
       endpoints_( folders_ ), links_( loop_, folders_, endpoints_, conditions_ ),
-      feeder_( store_, links_, loop_.scheduler() ), kept_( process_.value( "state-directory" ) ),
-      publications_( feeder_, [ this ]( auto const & messages ) { kept_.write( messages ); } ),
+      feeder_( store_, links_, loop_.scheduler(), conditions_ ),
+      publishedFile_( process_.value( "state-directory" ), conditions_ ),
+      publications_( feeder_,
+                     [ this ]( auto const & messages ) { publishedFile_.write( messages ); } ),
       faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
       journal_( process_.value( "state-directory" ), Journal::Machine::real(),
                 []( bool grave, auto const & text ) {
@@ -54,7 +56,7 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
    links_.seenIs( [ this ]( auto const & place, auto up ) { controller_.linkSeen( place, up ); } );
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
-   publications_.resume( kept_.read() );
+   publications_.resume( publishedFile_.read() );
    configurator_.start( read );
    library_ = Valen::runnabilitySmFactory(
       store_.configDir, store_.agentConfigDir, store_.allIntfConfigDir, store_.allIntfStatusDir,
