@@ -27,8 +27,8 @@ install( FILES "${CMAKE_BINARY_DIR}/valen.pc" DESTINATION "${pkgconfigDir}" COMP
 install( TARGETS valend DESTINATION "${CMAKE_INSTALL_SBINDIR}" COMPONENT daemon )
 install( TARGETS valenctl DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT daemon )
 install( FILES docs/man/valenctl.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT daemon )
-install( FILES docs/man/valen.yaml.5 DESTINATION "${CMAKE_INSTALL_MANDIR}/man5" COMPONENT daemon )
-install( FILES docs/man/valend.8 DESTINATION "${CMAKE_INSTALL_MANDIR}/man8" COMPONENT daemon )
+install( FILES "${CMAKE_BINARY_DIR}/man/valen.yaml.5" DESTINATION "${CMAKE_INSTALL_MANDIR}/man5" COMPONENT daemon )
+install( FILES "${CMAKE_BINARY_DIR}/man/valend.8" DESTINATION "${CMAKE_INSTALL_MANDIR}/man8" COMPONENT daemon )
 # The packages have the prefix /usr, and their configuration is in /etc. With any other prefix,
 # configuration is below the prefix, including one given at installation.
 set( etc "${CMAKE_INSTALL_SYSCONFDIR}" )

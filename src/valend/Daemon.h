@@ -47,7 +47,7 @@ class Daemon {
    KernelLinks links_;
    Store store_;
    Feeder feeder_;
-   PublishedFile kept_;
+   PublishedFile publishedFile_;
    Publications publications_;
    FaultLog faults_;
    Journal journal_;

@@ -278,9 +278,9 @@ TEST_F( ReconfigureTest, TheActiveConfigurationIsShownWithFileAndLine ) {
 TEST_F( ReconfigureTest, TheReloadListsSettingsThatTakeEffectAtTheNextStart ) {
    startWith( {} );
    std::ofstream( *work_ / "valen.yaml" )
-      << text( {} ) << "socket: /else\nnetns-folder: /run/other\ntrace: {levels: IntfSm/0}\n";
+      << text( {} ) << "socket: /else\nnetns-directory: /run/other\ntrace: {levels: IntfSm/0}\n";
    EXPECT_EQ( ctl( { "reload" } ).out, "trace.levels IntfSm/0, was */0-1\n"
-                                       "netns-folder /run/other: takes effect at the next start\n" )
+                                       "netns-directory /run/other: takes effect at the next start\n" )
       << "the socket comes from the command line";
    EXPECT_EQ( ctl( { "trace", "levels" } ).out, "IntfSm/0\n" );
 }
