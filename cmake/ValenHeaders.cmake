@@ -40,6 +40,7 @@ set( VALEN_HEADERS
    platform/quill/Watch.h
    platform/trace/Blipline.h
    platform/trace/Trace.h
+   platform/trace/TraceLevels.h
    platform/trace/Twinlog.h
    linux/DescriptorReaper.h
    linux/EventLoop.h
