@@ -33,8 +33,8 @@ struct KernelNetInfoProvider::Entry {
    bool mounted = true;
 };
 
-KernelNetInfoProvider::KernelNetInfoProvider( EventLoop & loop, NetNsFolders folders )
-    : loop_( loop ), folders_( std::move( folders ) ) {}
+KernelNetInfoProvider::KernelNetInfoProvider( EventLoop & loop, NetNsDirectories directories )
+    : loop_( loop ), directories_( std::move( directories ) ) {}
 
 KernelNetInfoProvider::~KernelNetInfoProvider() {
    for ( auto const & [ name, entry ] : entries_ ) {
@@ -96,7 +96,7 @@ std::optional< Corvid::NamespaceName > KernelNetInfoProvider::nameIn( std::strin
       return std::nullopt;
    }
    path = path.substr( front.size(), path.size() - front.size() - suffix.size() );
-   if ( !NetNsFolders::validName( path ) || path.size() > Corvid::NamespaceName::maxLength ) {
+   if ( !NetNsDirectories::validName( path ) || path.size() > Corvid::NamespaceName::maxLength ) {
       return std::nullopt;
    }
    return Corvid::NamespaceName( path );
@@ -105,7 +105,7 @@ std::optional< Corvid::NamespaceName > KernelNetInfoProvider::nameIn( std::strin
 void KernelNetInfoProvider::watch( Entry & entry ) {
    Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
    try {
-      auto const netNs = folders_.open( entry.status->netNsName() );
+      auto const netNs = directories_.open( entry.status->netNsName() );
       if ( entry.watcher && entry.watcher->netNsIdentity() == netNs.identity ) {
          return;
       }

@@ -19,7 +19,8 @@ class KernelNetInfoProvider final : public Orrery::MountProvider {
    static constexpr char const * prefix = "kni/ns/"; // for EntityManager::mountProviderIs
 
    // `loop` must outlive the provider.
-   explicit KernelNetInfoProvider( EventLoop & loop, NetNsFolders folders = NetNsFolders() );
+   explicit KernelNetInfoProvider( EventLoop & loop,
+                                   NetNsDirectories directories = NetNsDirectories() );
    ~KernelNetInfoProvider() override;
 
    // Returns the KernelNetInfo::Status of the namespace in the path; null for any other path. The
@@ -46,7 +47,7 @@ class KernelNetInfoProvider final : public Orrery::MountProvider {
    void drop( Entry & entry, Quill::String error );
 
    EventLoop & loop_;
-   NetNsFolders const folders_;
+   NetNsDirectories const directories_;
    std::map< Corvid::NamespaceName, std::shared_ptr< Entry > > entries_;
 };
 

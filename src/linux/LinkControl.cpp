@@ -106,13 +106,13 @@ void requireIndex( U32 ifIndex, Quill::Name const & deviceName ) {
 
 } // namespace
 
-LinkControl::LinkControl( NetNsFolders folders, std::chrono::milliseconds timeout )
-    : folders_( std::move( folders ) ), timeout_( timeout ) {}
+LinkControl::LinkControl( NetNsDirectories directories, std::chrono::milliseconds timeout )
+    : directories_( std::move( directories ) ), timeout_( timeout ) {}
 
 void LinkControl::stateIs( Corvid::NamespaceName const & netNs, U32 ifIndex,
                            Quill::Name const & deviceName, LinkState state ) {
    requireIndex( ifIndex, deviceName );
-   Conversation conversation( folders_.open( netNs ), ifIndex, deviceName, timeout_ );
+   Conversation conversation( directories_.open( netNs ), ifIndex, deviceName, timeout_ );
    if ( conversation.state() != state ) {
       conversation.stateIs( state );
    }
@@ -121,7 +121,7 @@ void LinkControl::stateIs( Corvid::NamespaceName const & netNs, U32 ifIndex,
 LinkState LinkControl::state( Corvid::NamespaceName const & netNs, U32 ifIndex,
                               Quill::Name const & deviceName ) {
    requireIndex( ifIndex, deviceName );
-   return Conversation( folders_.open( netNs ), ifIndex, deviceName, timeout_ ).state();
+   return Conversation( directories_.open( netNs ), ifIndex, deviceName, timeout_ ).state();
 }
 
 } // namespace Valen::Linux

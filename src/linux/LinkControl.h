@@ -13,13 +13,13 @@ enum class LinkState : U8 { down, up };
 class LinkControl {
  public:
    //   timeout   how long to wait for the kernel's answer
-   explicit LinkControl( NetNsFolders folders = NetNsFolders(),
+   explicit LinkControl( NetNsDirectories directories = NetNsDirectories(),
                          std::chrono::milliseconds timeout = std::chrono::seconds( 1 ) );
 
    // Sets the device with index `ifIndex` in namespace `netNs` up or down, and waits until the kernel
    // has done it. Verifies first that the index belongs to `deviceName`. No effect if the device is in
    // that state already. Throws Quill::ErrnoException: ENODEV if the index does not exist or belongs to
-   // another name, ETIMEDOUT if the kernel does not answer, the errors of NetNsFolders::open, and the
+   // another name, ETIMEDOUT if the kernel does not answer, the errors of NetNsDirectories::open, and the
    // kernel's (EPERM without CAP_NET_ADMIN).
    void stateIs( Corvid::NamespaceName const & netNs, U32 ifIndex, Quill::Name const & deviceName,
                  LinkState state );
@@ -29,7 +29,7 @@ class LinkControl {
                     Quill::Name const & deviceName );
 
  private:
-   NetNsFolders const folders_;
+   NetNsDirectories const directories_;
    std::chrono::milliseconds const timeout_;
 };
 

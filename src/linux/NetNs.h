@@ -30,13 +30,13 @@ struct NetNs {
 
 // Finds namespaces by name, as files in /run/netns or in the given directories, which are searched in
 // order. "default" is the process's own namespace.
-class NetNsFolders {
+class NetNsDirectories {
  public:
    static constexpr char const * usual = "/run/netns";
 
-   explicit NetNsFolders( std::vector< std::string > folders = { usual } );
+   explicit NetNsDirectories( std::vector< std::string > directories = { usual } );
 
-   std::vector< std::string > const & folders() const noexcept { return folders_; }
+   std::vector< std::string > const & directories() const noexcept { return directories_; }
 
    // Opens the namespace of that name. Throws Quill::ErrnoException: ENOENT if it does not exist, EINVAL
    // if the name is not a valid file name ("", ".", with a '/' or "..") or the file is not a network
@@ -49,7 +49,7 @@ class NetNsFolders {
    static bool validName( std::string_view name ) noexcept;
 
  private:
-   std::vector< std::string > folders_;
+   std::vector< std::string > directories_;
 };
 
 // Enters a namespace for the scope of a few system calls, and returns to the thread's own namespace at

@@ -27,7 +27,7 @@ class NetNsWatcher {
 
    // Starts to watch. Existing namespaces are known and not reported. `loop` must outlive the watcher,
    // and `changed` must not destroy it. Throws Quill::ErrnoException if inotify is not available.
-   NetNsWatcher( EventLoop & loop, NetNsFolders folders, Changed changed );
+   NetNsWatcher( EventLoop & loop, NetNsDirectories directories, Changed changed );
    ~NetNsWatcher();
    NetNsWatcher( NetNsWatcher const & ) = delete;
    NetNsWatcher & operator=( NetNsWatcher const & ) = delete;
@@ -41,31 +41,31 @@ class NetNsWatcher {
    void rescan();
 
  private:
-   struct Folder {
+   struct Directory {
       std::string path;
       std::string watched; // the directory itself, or its nearest existing parent
       int watch = -1;
    };
 
-   void watchFolder( Folder & folder );
-   void folderWatchIs( Folder & folder, std::string const & path, int watch );
+   void watchDirectory( Directory & directory );
+   void directoryWatchIs( Directory & directory, std::string const & path, int watch );
    void eventsReady();
    bool handleEvents( char const * bytes, std::size_t length );
-   void foldersChanged();
+   void directoriesChanged();
    void check( Corvid::NamespaceName const & name );
    void identityIs( Corvid::NamespaceName const & name,
                     std::optional< NetNsIdentity > const & identity );
    void retryLater( Corvid::NamespaceName const & name );
    void retry();
    bool fileExists( Corvid::NamespaceName const & name ) const noexcept;
-   std::set< Corvid::NamespaceName > namesInFolders() const;
+   std::set< Corvid::NamespaceName > namesInDirectories() const;
    void report( Corvid::NamespaceName const & name, Change change );
 
    EventLoop & loop_;
-   NetNsFolders const netNsFolders_;
+   NetNsDirectories const netNsDirectories_;
    Changed const changed_;
    Fd const inotify_;
-   std::vector< Folder > folders_;
+   std::vector< Directory > directories_;
    std::map< Corvid::NamespaceName, NetNsIdentity > known_;
    std::set< Corvid::NamespaceName > unfinished_; // files that are not namespaces yet
    Gantry::Backoff pause_;

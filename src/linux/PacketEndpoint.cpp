@@ -65,7 +65,7 @@ void PacketEndpoint::enabledIs( bool enabled ) {
 }
 
 void PacketEndpoint::open() {
-   auto const namespaceOpened = endpoints_->folders.open( netNs() );
+   auto const namespaceOpened = endpoints_->directories.open( netNs() );
    Fd socket;
    {
       NetNsScope const inside( namespaceOpened );
@@ -188,9 +188,9 @@ U32 PacketEndpoint::outstandingBytes() const noexcept {
 
 // --- PacketEndpointProvider ----------------------------------------------------------------------
 
-PacketEndpointProvider::PacketEndpointProvider( NetNsFolders folders )
+PacketEndpointProvider::PacketEndpointProvider( NetNsDirectories directories )
     : shared_( std::make_shared< PacketEndpoints >() ) {
-   shared_->folders = std::move( folders );
+   shared_->directories = std::move( directories );
 }
 
 Quill::Ptr< Corvid::RawTxPam > PacketEndpointProvider::newRawTxPam( Quill::String name ) {

@@ -21,7 +21,7 @@ class PacketEndpoint;
 
 // Shared by the endpoints of one provider.
 struct PacketEndpoints {
-   NetNsFolders folders;
+   NetNsDirectories directories;
    DescriptorReaper reaper;
    std::vector< PacketEndpoint * > live; // all endpoints, enabled or not
 };
@@ -107,7 +107,7 @@ class PacketEndpoint final : public Corvid::RawTxPam {
 // The process's provider (Corvid::rawTxPamProviderIs). The endpoints may outlive it.
 class PacketEndpointProvider final : public Corvid::RawTxPamProvider {
  public:
-   explicit PacketEndpointProvider( NetNsFolders folders = NetNsFolders() );
+   explicit PacketEndpointProvider( NetNsDirectories directories = NetNsDirectories() );
 
    Quill::Ptr< Corvid::RawTxPam > newRawTxPam( Quill::String name ) override;
 

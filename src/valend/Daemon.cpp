@@ -9,14 +9,14 @@
 
 namespace Valend {
 
-using Valen::Linux::NetNsFolders;
+using Valen::Linux::NetNsDirectories;
 using Valen::Linux::NetNsWatcher;
 
 Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
     : process_( read.config.process.overriddenBy( options.process ) ),
-      folders_( foldersOf( process_ ) ),
+      netNsDirectories_( netNsDirectoriesOf( process_ ) ),
       trace_( loop_.workQueue(), process_, options.process.given( "trace.levels" ).has_value() ),
-      endpoints_( folders_ ), links_( loop_, folders_, endpoints_, conditions_ ),
+      endpoints_( netNsDirectories_ ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
       publishedFile_( process_.value( "state-directory" ), conditions_ ),
       publications_( feeder_,
@@ -35,7 +35,7 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
       metricsFile_(
          process_.value( "metrics-file" ), [ this ] { return metrics_.text(); }, conditions_,
          loop_.scheduler() ),
-      netNsWatcher_( loop_, folders_,
+      netNsWatcher_( loop_, netNsDirectories_,
                      [ this ]( auto const & name, NetNsWatcher::Change ) {
                         links_.refresh( name.stdString() );
                         feeder_.namespaceChanged( name.stdString() );
@@ -72,12 +72,12 @@ Daemon::~Daemon() {
    Corvid::rawTxPamProviderIs( nullptr );
 }
 
-NetNsFolders Daemon::foldersOf( Settings::ProcessConfig const & process ) {
-   std::vector< std::string > folders{ NetNsFolders::usual };
+NetNsDirectories Daemon::netNsDirectoriesOf( Settings::ProcessConfig const & process ) {
+   std::vector< std::string > directories{ NetNsDirectories::usual };
    if ( auto const & directory = process.given( "netns-directory" ) ) {
-      folders.push_back( *directory );
+      directories.push_back( *directory );
    }
-   return NetNsFolders( std::move( folders ) );
+   return NetNsDirectories( std::move( directories ) );
 }
 
 void Daemon::configIs( Settings::Config const & config ) {

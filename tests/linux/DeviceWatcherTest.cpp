@@ -37,7 +37,7 @@ class DeviceWatcherTest : public Valen::Test::NetworkTest {
  protected:
    void watch( TestNetNs const & netNs, int receiveBuffer = DeviceWatcher::receiveBufferBytes ) {
       status_ = Quill::make< KernelNetInfo::Status >( netNs.name() );
-      watcher_.emplace( loop_, NetNsFolders().open( netNs.name() ), status_, receiveBuffer );
+      watcher_.emplace( loop_, NetNsDirectories().open( netNs.name() ), status_, receiveBuffer );
    }
    void watchAndWait( TestNetNs const & netNs ) {
       watch( netNs );
@@ -169,7 +169,7 @@ TEST_F( DeviceWatcherTest, ANameMovesToItsNewIndex ) {
       status_->interfaceAdd( old );
    }
    recorder_.notifierIs( status_ );
-   watcher_.emplace( loop_, NetNsFolders().open( blue.name() ), status_ );
+   watcher_.emplace( loop_, NetNsDirectories().open( blue.name() ), status_ );
    ASSERT_TRUE( turnUntil( [ & ] { return status_->synchronized(); } ) );
    EXPECT_THAT( devices(), UnorderedElementsAre( "lo/1", "et1/72" ) );
    auto const at = [ & ]( char const * told ) {
@@ -197,7 +197,7 @@ TEST_F( DeviceWatcherTest, ADeviceThatMovesIsRemovedFromTheOldNamespaceAndAddedT
    blue.ip( "link add et1 index 71 type veth peer name peer1 netns " + far.text() );
    watchAndWait( blue );
    auto const redStatus = Quill::make< KernelNetInfo::Status >( red.name() );
-   DeviceWatcher redWatcher( loop_, NetNsFolders().open( red.name() ), redStatus );
+   DeviceWatcher redWatcher( loop_, NetNsDirectories().open( red.name() ), redStatus );
    blue.ip( "link set et1 netns " + red.text() );
    ASSERT_TRUE( turnUntil( [ & ] { return redStatus->interfaces() == 2; } ) );
    EXPECT_THAT( devices(), ElementsAre( "lo/1" ) );
@@ -313,7 +313,7 @@ TEST_F( DeviceWatcherTest, ANotificationOfTheStatusMayCloseTheWatcher ) {
    status_ = Quill::make< KernelNetInfo::Status >( blue.name() );
    recorder_.notifierIs( status_ );
    recorder_.onChange = [ & ] { watcher_->close(); };
-   watcher_.emplace( loop_, NetNsFolders().open( blue.name() ), status_ );
+   watcher_.emplace( loop_, NetNsDirectories().open( blue.name() ), status_ );
    settle();
    EXPECT_EQ( recorder_.told.size(), 1u );
    EXPECT_FALSE( status_->synchronized() );
@@ -322,7 +322,7 @@ TEST_F( DeviceWatcherTest, ANotificationOfTheStatusMayCloseTheWatcher ) {
 TEST_F( DeviceWatcherTest, TheWatcherKnowsItsNamespace ) {
    TestNetNs const blue;
    watchAndWait( blue );
-   EXPECT_EQ( watcher_->netNsIdentity(), *NetNsFolders().identity( blue.name() ) );
+   EXPECT_EQ( watcher_->netNsIdentity(), *NetNsDirectories().identity( blue.name() ) );
 }
 
 } // namespace

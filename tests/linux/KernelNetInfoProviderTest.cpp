@@ -115,7 +115,7 @@ TEST_F( KernelNetInfoProviderTest, RefreshFindsTheNamespaceAtOnce ) {
 TEST_F( KernelNetInfoProviderTest, AFileThatIsNotANamespaceIsReported ) {
    TestNetNs const any;
    auto const name = TestNetNs::newName();
-   auto const path = std::string( NetNsFolders::usual ) + "/" + name;
+   auto const path = std::string( NetNsDirectories::usual ) + "/" + name;
    std::ofstream( path ).flush();
    auto const status = mount( name );
    ::unlink( path.c_str() );
@@ -223,7 +223,7 @@ TEST_F( KernelNetInfoProviderTest, ANotificationOfTheStatusMayUnmountIt ) {
 
 // The namespace watcher and the provider together.
 TEST_F( KernelNetInfoProviderTest, FollowsTheNamespaceWatcher ) {
-   NetNsWatcher const watcher( loop_, NetNsFolders(),
+   NetNsWatcher const watcher( loop_, NetNsDirectories(),
                                [ this ]( Corvid::NamespaceName const & name,
                                          NetNsWatcher::Change ) { provider_.refresh( name ); } );
    auto const name = TestNetNs::newName();

@@ -110,7 +110,7 @@ TEST_F( LinkControlTest, WithoutTheCapabilityItIsEPERM ) {
 // The kernel answers before the request returns, so even a timeout of zero is enough.
 TEST_F( LinkControlTest, TheKernelAnswersAtOnce ) {
    TestNetNs const blue;
-   LinkControl hasty( NetNsFolders(), std::chrono::milliseconds( 0 ) );
+   LinkControl hasty( NetNsDirectories(), std::chrono::milliseconds( 0 ) );
    EXPECT_EQ( hasty.state( blue.name(), 1, "lo" ), LinkState::down );
 }
 

@@ -32,30 +32,30 @@ class NetNsWatcherTest : public Valen::Test::NetworkTest {
  protected:
    NetNsWatcherTest() {
       char path[] = "/tmp/valen-watch-XXXXXX";
-      folder_ = ::mkdtemp( path );
+      directory_ = ::mkdtemp( path );
    }
    ~NetNsWatcherTest() override {
       watcher_.reset();
       for ( auto const & file : mounted_ ) {
          ::umount2( file.c_str(), MNT_DETACH );
       }
-      std::filesystem::remove_all( folder_ );
+      std::filesystem::remove_all( directory_ );
    }
 
    // Reports only the namespaces of this test: others are created and deleted in /run/netns as well.
-   void watch( std::vector< std::string > folders ) {
+   void watch( std::vector< std::string > directories ) {
       watcher_.emplace(
-         loop_, NetNsFolders( std::move( folders ) ),
+         loop_, NetNsDirectories( std::move( directories ) ),
          [ this ]( Corvid::NamespaceName const & name, NetNsWatcher::Change change ) {
-            if ( name.view().starts_with( own_ ) || watchesOwnFolder_ ) {
+            if ( name.view().starts_with( own_ ) || watchesOwnDirectory_ ) {
                told_.push_back( name.stdString() + " " + text( change ) );
             }
          } );
    }
-   void watchUsual() { watch( { NetNsFolders::usual } ); }
+   void watchUsual() { watch( { NetNsDirectories::usual } ); }
    void watchOwn( std::string const & below = "" ) {
-      watchesOwnFolder_ = true;
-      watch( { folder_ + below } );
+      watchesOwnDirectory_ = true;
+      watch( { directory_ + below } );
    }
 
    bool toldCount( std::size_t count ) {
@@ -65,7 +65,7 @@ class NetNsWatcherTest : public Valen::Test::NetworkTest {
       return watcher_->known().contains( Corvid::NamespaceName( name ) );
    }
 
-   std::string file( std::string const & name ) const { return folder_ + "/" + name; }
+   std::string file( std::string const & name ) const { return directory_ + "/" + name; }
    void makeFile( std::string const & name ) { std::ofstream( file( name ) ).flush(); }
    void mount( std::string const & source, std::string const & name ) {
       mounted_.push_back( file( name ) );
@@ -76,11 +76,11 @@ class NetNsWatcherTest : public Valen::Test::NetworkTest {
    }
 
    std::string const own_ = "vt-" + std::to_string( ::getpid() ) + "-";
-   std::string folder_;
+   std::string directory_;
    std::vector< std::string > mounted_;
    std::vector< std::string > told_;
    std::optional< NetNsWatcher > watcher_;
-   bool watchesOwnFolder_ = false;
+   bool watchesOwnDirectory_ = false;
 };
 
 TEST_F( NetNsWatcherTest, ExistingNamespacesAreKnownAndNotReported ) {
@@ -89,7 +89,7 @@ TEST_F( NetNsWatcherTest, ExistingNamespacesAreKnownAndNotReported ) {
    settle();
    EXPECT_THAT( told_, ElementsAre() );
    ASSERT_TRUE( knows( blue.text() ) );
-   EXPECT_EQ( watcher_->known().at( blue.name() ), *NetNsFolders().identity( blue.name() ) );
+   EXPECT_EQ( watcher_->known().at( blue.name() ), *NetNsDirectories().identity( blue.name() ) );
 }
 
 TEST_F( NetNsWatcherTest, ACreatedNamespaceIsReported ) {
@@ -113,7 +113,7 @@ TEST_F( NetNsWatcherTest, ADeletedNamespaceIsReported ) {
 TEST_F( NetNsWatcherTest, ANamespaceRecreatedBetweenTwoTurnsIsReportedAsReplaced ) {
    TestNetNs blue;
    watchUsual();
-   auto const keepsOldAlive = NetNsFolders().open( blue.name() );
+   auto const keepsOldAlive = NetNsDirectories().open( blue.name() );
    blue.destroy();
    blue.create();
    ASSERT_TRUE( toldCount( 1 ) );
@@ -200,7 +200,7 @@ TEST_F( NetNsWatcherTest, RescanReportsWhatInotifyDoesNot ) {
    mount( "/proc/self/ns/net", "one" );
    watchOwn();
    unmount( "one" );
-   mount( std::string( NetNsFolders::usual ) + "/" + blue.text(), "one" );
+   mount( std::string( NetNsDirectories::usual ) + "/" + blue.text(), "one" );
    settle( 20ms );
    EXPECT_THAT( told_, ElementsAre() );
    watcher_->rescan();
@@ -225,7 +225,7 @@ TEST_F( NetNsWatcherTest, AllOfManyChangesAreReported ) {
       std::filesystem::create_symlink( "/proc/self/ns/net", file( std::to_string( i ) ) );
    }
    ASSERT_TRUE( turnUntil( [ & ] { return watcher_->known().size() == 500; } ) );
-   std::filesystem::remove_all( folder_ );
+   std::filesystem::remove_all( directory_ );
    ASSERT_TRUE( turnUntil( [ & ] { return watcher_->known().empty(); } ) );
    EXPECT_EQ( told_.size(), 1000u );
 }

@@ -23,8 +23,8 @@ class PacketEndpointTest : public Valen::Test::NetworkTest {
  protected:
    PacketEndpointTest() { makeEndpoint(); }
 
-   void makeEndpoint( NetNsFolders folders = NetNsFolders() ) {
-      provider_.emplace( std::move( folders ) );
+   void makeEndpoint( NetNsDirectories directories = NetNsDirectories() ) {
+      provider_.emplace( std::move( directories ) );
       endpoint_ = Quill::ptrCast< PacketEndpoint >( provider_->newRawTxPam( "RawTxPam" ) );
    }
 
@@ -153,18 +153,18 @@ TEST_F( PacketEndpointTest, TheDefaultNamespaceIsTheProcesssOwn ) {
    endpoint_->netNsIs( Corvid::NamespaceName::defaultNamespace() );
    endpoint_->enabledIs( true );
    EXPECT_EQ( endpoint_->netNsIdentity(),
-              *NetNsFolders().identity( Corvid::NamespaceName::defaultNamespace() ) );
+              *NetNsDirectories().identity( Corvid::NamespaceName::defaultNamespace() ) );
 }
 
 TEST_F( PacketEndpointTest, TheProcessStaysInItsNamespace ) {
    TestNetNs const near;
    auto const own = [] {
-      return NetNsFolders().identity( Corvid::NamespaceName::defaultNamespace() );
+      return NetNsDirectories().identity( Corvid::NamespaceName::defaultNamespace() );
    };
    auto const before = own();
    open( near );
    EXPECT_EQ( own(), before );
-   EXPECT_EQ( endpoint_->netNsIdentity(), *NetNsFolders().identity( near.name() ) );
+   EXPECT_EQ( endpoint_->netNsIdentity(), *NetNsDirectories().identity( near.name() ) );
 }
 
 TEST_F( PacketEndpointTest, SendingTakesOneSystemCallPerPacketAndAllocatesNothing ) {
@@ -332,7 +332,7 @@ TEST_F( PacketEndpointTest, AMissingNamespaceIsENOENT ) {
 TEST_F( PacketEndpointTest, AFileThatIsNotANamespaceIsEINVAL ) {
    TestNetNs const any; // so that the directory exists
    auto const name = TestNetNs::newName();
-   auto const path = std::string( NetNsFolders::usual ) + "/" + name;
+   auto const path = std::string( NetNsDirectories::usual ) + "/" + name;
    std::ofstream( path ).flush();
    auto const [ text, number ] = errorOf( name );
    ::unlink( path.c_str() );
@@ -343,7 +343,7 @@ TEST_F( PacketEndpointTest, AFileThatIsNotANamespaceIsEINVAL ) {
 
 TEST_F( PacketEndpointTest, RunningOutOfDescriptorsIsEMFILEAndWorksLater ) {
    TestNetNs const near;
-   auto const home = NetNsFolders().identity( Corvid::NamespaceName::defaultNamespace() );
+   auto const home = NetNsDirectories().identity( Corvid::NamespaceName::defaultNamespace() );
    auto const next = requireFd( ::dup( 0 ), "dup" ).get(); // the lowest free one
    {
       // Enough for the namespace and the way back, but not for the socket.
@@ -355,7 +355,7 @@ TEST_F( PacketEndpointTest, RunningOutOfDescriptorsIsEMFILEAndWorksLater ) {
                           "\": Too many open files; raise the limit (LimitNOFILE= of the "
                           "service)" );
    }
-   EXPECT_EQ( NetNsFolders().identity( Corvid::NamespaceName::defaultNamespace() ), home );
+   EXPECT_EQ( NetNsDirectories().identity( Corvid::NamespaceName::defaultNamespace() ), home );
    open( near );
    EXPECT_TRUE( endpoint_->enabled() );
 }
@@ -407,7 +407,7 @@ TEST_F( PacketEndpointTest, ARecreatedNamespaceNeedsTheEndpointToBeReopened ) {
    near.veth( "et1", far, "peer2" );
    Capture capture( far, "peer2" );
    // The socket keeps the old namespace alive and still sends there.
-   EXPECT_NE( *NetNsFolders().identity( near.name() ), old );
+   EXPECT_NE( *NetNsDirectories().identity( near.name() ), old );
    endpoint_->enabledIs( false );
    endpoint_->enabledIs( true );
    EXPECT_NE( endpoint_->netNsIdentity(), old );

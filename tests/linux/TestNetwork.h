@@ -32,7 +32,7 @@ inline void run( std::string const & command ) {
 
 // Deletes the namespaces of tests that died.
 inline void sweepNamespaces() {
-   auto * const directory = ::opendir( Linux::NetNsFolders::usual );
+   auto * const directory = ::opendir( Linux::NetNsDirectories::usual );
    while ( auto const * const entry = directory ? ::readdir( directory ) : nullptr ) {
       std::string const name( entry->d_name );
       if ( name.starts_with( "vt-" ) && ::kill( std::atoi( name.c_str() + 3 ), 0 ) < 0 ) {
@@ -79,7 +79,7 @@ class TestNetNs {
 
    // The index of a device; 0 if it does not exist.
    U32 index( std::string const & device ) const {
-      auto const netNs = Linux::NetNsFolders().open( name() );
+      auto const netNs = Linux::NetNsDirectories().open( name() );
       Linux::NetNsScope const inside( netNs );
       return ::if_nametoindex( device.c_str() );
    }
@@ -92,7 +92,7 @@ class TestNetNs {
 class Capture {
  public:
    Capture( TestNetNs const & netNs, std::string const & device ) {
-      auto const opened = Linux::NetNsFolders().open( netNs.name() );
+      auto const opened = Linux::NetNsDirectories().open( netNs.name() );
       Linux::NetNsScope const inside( opened );
       fd_ = Linux::requireFd( ::socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0 ), "socket" );
       sockaddr_ll address{};

@@ -29,17 +29,17 @@ class TraceOutputsTest : public ::testing::Test {
  protected:
    TraceOutputsTest() {
       char path[] = "/tmp/valen-trace-XXXXXX";
-      folder_ = ::mkdtemp( path );
+      directory_ = ::mkdtemp( path );
       Quill::traceLevelsIs( "TraceOutputsTest/0-1" );
    }
    ~TraceOutputsTest() override {
       Quill::traceSinkIs( nullptr );
       Quill::traceLevelsIs( "" );
       ::unsetenv( "JOURNAL_STREAM" );
-      std::filesystem::remove_all( folder_ );
+      std::filesystem::remove_all( directory_ );
    }
 
-   std::string file( std::string const & name ) const { return folder_ + "/" + name; }
+   std::string file( std::string const & name ) const { return directory_ + "/" + name; }
    static std::vector< std::string > lines( std::string const & path ) {
       std::ifstream stream( path );
       std::vector< std::string > lines;
@@ -55,7 +55,7 @@ class TraceOutputsTest : public ::testing::Test {
       return ::testing::internal::GetCapturedStderr();
    }
 
-   std::string folder_;
+   std::string directory_;
 };
 
 std::string const headPattern = "void Valen::Linux::.anonymous.*.::traceTwoLines\\(\\): ";

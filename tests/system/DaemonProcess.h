@@ -34,7 +34,7 @@ class Process {
          std::optional< Linux::NetNs > opened;
          std::optional< Linux::NetNsScope > inside;
          if ( netNs ) {
-            opened.emplace( Linux::NetNsFolders().open( netNs->name() ) );
+            opened.emplace( Linux::NetNsDirectories().open( netNs->name() ) );
             inside.emplace( *opened );
          }
          redirect( out_, STDOUT_FILENO );

@@ -7,11 +7,12 @@ namespace Valend {
 
 using Valen::Linux::KernelNetInfoProvider;
 
-KernelLinks::KernelLinks( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsFolders folders,
+KernelLinks::KernelLinks( Valen::Linux::EventLoop & loop,
+                          Valen::Linux::NetNsDirectories directories,
                           Valen::Linux::PacketEndpointProvider const & endpoints,
                           Conditions & conditions )
-    : folders_( folders ), endpoints_( endpoints ), devices_( loop, folders ), control_( folders ),
-      conditions_( conditions ) {}
+    : netNsDirectories_( directories ), endpoints_( endpoints ), devices_( loop, directories ),
+      control_( directories ), conditions_( conditions ) {}
 
 // --- Devices -------------------------------------------------------------------------------------
 
@@ -168,7 +169,7 @@ U64 KernelLinks::resyncs() const {
 
 NamespaceView KernelLinks::look( std::string const & name ) const {
    try {
-      return { folders_.open( Corvid::NamespaceName( name ) ).identity.text(), "", false };
+      return { netNsDirectories_.open( Corvid::NamespaceName( name ) ).identity.text(), "", false };
    } catch ( Quill::ErrnoException const & e ) {
       return { "", e.text(), e.number() == ENOENT };
    }
