@@ -1,6 +1,6 @@
 #include "valenctl/ConfigCommand.h"
 
-#include "settings/ConfigReader.h"
+#include "settings/ConfigFiles.h"
 #include "settings/Counted.h"
 #include "valenctl/Table.h"
 

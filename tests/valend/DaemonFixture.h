@@ -130,7 +130,7 @@ class DaemonFixture : public ::testing::Test {
  protected:
    // Shutdowns are written down in `stateDirectory`; nowhere when it is empty.
    explicit DaemonFixture( std::string const & stateDirectory = "" )
-       : kernel( sent ), feeder( store, kernel, clock.scheduler() ),
+       : kernel( sent ), feeder( store, kernel, clock.scheduler(), conditions ),
          faults( [ this ]( auto const & vrf, auto const & why ) { feeder.vrfFailed( vrf, why ); } ),
          journal( stateDirectory, machine(), []( bool, auto const & ) {} ),
          controller( store, feeder.config(), kernel, journal, clock.scheduler(), work ) {

@@ -116,7 +116,7 @@ TEST_F( TraceTest, HandlesAreListedWhileTheyLive ) {
    EXPECT_TRUE( listed( "ConfigSm" ) );
 }
 
-TEST_F( TraceTest, PatternsInForceAreTold ) {
+TEST_F( TraceTest, TheActivePatternsAreReturned ) {
    Quill::traceLevelsIs( "ConfigSm/0-1,Intf*/0" );
    EXPECT_EQ( Quill::traceLevels(), "ConfigSm/0-1,Intf*/0" );
    Quill::traceLevelsIs( "" );
