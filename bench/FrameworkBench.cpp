@@ -3,6 +3,7 @@
 #include "Paired.h"
 #include "platform/corvid/IntfId.h"
 #include "platform/quill/Attributes.h"
+#include "platform/quill/EntityTables.h"
 
 #include <memory>
 #include <numeric>
@@ -29,6 +30,9 @@ class AllPort final : public Quill::Entity {
    QUILL_ENTITY( AllPort )
    QUILL_MEMBERS( Port, port, intfId )
 };
+
+QUILL_ENTITY_TABLES( Port )
+QUILL_ENTITY_TABLES( AllPort )
 
 // Counts what it is told.
 template < class T > class Counter final : public Quill::NotifieeOf< T > {

@@ -39,8 +39,3 @@ class MessageDir final : public Quill::Entity {
 
 } // namespace Agent
 } // namespace Valen::Config
-
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Config::GlobalConfig )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Config::ConfigDir )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Config::Agent::Message )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Config::Agent::MessageDir )

@@ -92,13 +92,3 @@ class VrfDeviceIntfStatusDir final : public Quill::Entity {
 };
 
 } // namespace Interface
-
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::IntfConfig )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::AllIntfConfigDir )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::IntfStatus )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::AllIntfStatusDir )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::IntfStatusLocal )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::AllIntfStatusLocalDir )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::DeviceIntfStatusDir )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::DeviceVrfIntfStatusDir )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::VrfDeviceIntfStatusDir )

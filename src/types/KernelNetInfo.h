@@ -31,6 +31,3 @@ class Status final : public Quill::Entity {
 };
 
 } // namespace KernelNetInfo
-
-QUILL_ENTITY_TABLES_ELSEWHERE( KernelNetInfo::Interface )
-QUILL_ENTITY_TABLES_ELSEWHERE( KernelNetInfo::Status )

@@ -23,6 +23,3 @@ class StatusDir final : public Quill::Entity {
 };
 
 } // namespace Valen::Status
-
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Status::IntfStatus )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Status::StatusDir )

@@ -80,10 +80,3 @@ Quill::Ptr< AllIntf > allIntfFactory();
 Quill::Ptr< AllVrf > allVrfFactory();
 
 } // namespace Valen
-
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::IntfMessage )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Intf )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::AllIntf )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::VrfL3Intf )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Vrf )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::AllVrf )

@@ -1,5 +1,7 @@
 #include "platform/gantry/TaskScheduler.h"
 
+#include "platform/quill/EntityTables.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -156,11 +158,11 @@ TimerTask::~TimerTask() {
 }
 
 void TimerTask::scheduleTaskDelay( double seconds ) {
-   scheduler_->arm( *this, scheduler_->now() + secondsToTime( seconds ) );
+   scheduler()->arm( *this, scheduler()->now() + secondsToTime( seconds ) );
 }
 
 void TimerTask::unscheduleTask() noexcept {
-   scheduler_->disarm( *this );
+   scheduler()->disarm( *this );
 }
 
 void TimerTask::run() {

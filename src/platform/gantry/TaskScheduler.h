@@ -119,5 +119,3 @@ class TimerTask final : public Quill::Entity {
 };
 
 } // namespace Gantry
-
-QUILL_ENTITY_TABLES_ELSEWHERE( Gantry::TimerTask )

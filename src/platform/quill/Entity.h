@@ -79,6 +79,7 @@ class Entity : public Member {
 
  private:
    friend class NotifieeBase;
+   friend class Field;
 
    static void tellOne( NotifieeBase & notifiee, AttrId attributeId, void const * key );
    static void tell( NotifieeBase & notifiee, AttrId attributeId, void const * key );

@@ -1,6 +1,7 @@
 // Entities: what each kind of attribute line gives, what is told to whom, what is refused; and
 // directories.
 #include "platform/quill/Dir.h"
+#include "platform/quill/EntityTables.h"
 #include "tests/platform/quill/EntityModel.h"
 #include "tests/support/LeakCheck.h"
 

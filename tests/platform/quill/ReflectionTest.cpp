@@ -4,6 +4,7 @@
 
 #include "platform/corvid/NamespaceName.h"
 #include "platform/quill/Dir.h"
+#include "platform/quill/EntityTables.h"
 #include "tests/platform/quill/EntityModel.h"
 #include "tests/support/LeakCheck.h"
 
@@ -193,6 +194,9 @@ class House final : public Entity {
  public:
    QUILL_MEMBERS( Room, room, name )
 };
+
+QUILL_ENTITY_TABLES( Room )
+QUILL_ENTITY_TABLES( House )
 
 TEST_F( ReflectionTest, KeyThatCannotBeFormedIsNotThere ) {
    Quill::Expect const expected( Quill::ExceptionId::range );

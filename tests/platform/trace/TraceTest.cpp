@@ -2,6 +2,7 @@
 #include "platform/trace/Trace.h"
 #include "platform/quill/Assert.h"
 #include "platform/quill/Attributes.h"
+#include "platform/quill/EntityTables.h"
 #include "platform/trace/Blipline.h"
 #include "tests/support/TraceCapture.h"
 
@@ -21,6 +22,8 @@ class Traced final : public Quill::Entity {
    QUILL_ENTITY( Traced )
    QUILL_SINGLE( U32, number )
 };
+
+QUILL_ENTITY_TABLES( Traced )
 
 void traceKeys( Quill::Name const & name, U32 count ) {
    TRACE0( "vrf %s, %s", name, count );
