@@ -4,6 +4,7 @@
 
 #include "messages/AgentConfigSm.h"
 #include "platform/gantry/TaskScheduler.h"
+#include "platform/quill/Children.h"
 #include "tracking/AllIntfConfigDirSm.h"
 #include "tracking/AllVrfStatusLocalSm.h"
 #include "tracking/L3IntfStatusDirSm.h"
@@ -52,10 +53,9 @@ class ConfigSm final : public Quill::Reactor {
    Quill::Ptr< AllIntf > allIntf() const { return allIntf_.handle(); }
    Quill::Ptr< Gantry::TaskSchedulerRoot > const & scheduler() const { return scheduler_; }
 
-   // Each xIs makes the reactor, or returns the one that was made from the same values; throws
-   // NameInUseException, and changes nothing, when one was made from others.
+   // Each xIs below follows the re-instantiation rule. A child that does not exist is null.
 
-   Quill::Ptr< KernelIntf > const & kernelIntf() const { return kernelIntf_; }
+   Quill::Ptr< KernelIntf > const & kernelIntf() const { return kernelIntf_.get(); }
    Quill::Ptr< KernelIntf >
    kernelIntfIs( Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
                  Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
@@ -63,7 +63,7 @@ class ConfigSm final : public Quill::Reactor {
    void kernelIntfDel();
 
    Quill::Ptr< AllVrfStatusLocalSm > const & allVrfStatusLocalSm() const {
-      return allVrfStatusLocalSm_;
+      return allVrfStatusLocalSm_.get();
    }
    Quill::Ptr< AllVrfStatusLocalSm >
    allVrfStatusLocalSmIs( Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
@@ -71,20 +71,22 @@ class ConfigSm final : public Quill::Reactor {
    void allVrfStatusLocalSmDel();
 
    Quill::Ptr< AllIntfConfigDirSm > const & allIntfConfigDirSm() const {
-      return allIntfConfigDirSm_;
+      return allIntfConfigDirSm_.get();
    }
    Quill::Ptr< AllIntfConfigDirSm >
    allIntfConfigDirSmIs( Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
                          Quill::Ptr< AllIntf > allIntf );
    void allIntfConfigDirSmDel();
 
-   Quill::Ptr< L3IntfStatusDirSm > const & l3IntfStatusDirSm() const { return l3IntfStatusDirSm_; }
+   Quill::Ptr< L3IntfStatusDirSm > const & l3IntfStatusDirSm() const {
+      return l3IntfStatusDirSm_.get();
+   }
    Quill::Ptr< L3IntfStatusDirSm >
    l3IntfStatusDirSmIs( Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
                         Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf );
    void l3IntfStatusDirSmDel();
 
-   using AgentConfigSms = Quill::Members< AgentConfigSm, &AgentConfigSm::name >;
+   using AgentConfigSms = Quill::Children< AgentConfigSm, &AgentConfigSm::name >;
    AgentConfigSms const & agentConfigSm() const { return agentConfigSm_; }
    U32 agentConfigSms() const { return agentConfigSm_.count(); }
    Quill::Ptr< AgentConfigSm > agentConfigSm( Quill::Name const & agentName ) const {
@@ -96,7 +98,7 @@ class ConfigSm final : public Quill::Reactor {
    void agentConfigSmDel( Quill::Name agentName );
    void agentConfigSmDelAll();
 
-   using VrfContainerSms = Quill::Members< VrfContainerSm, &VrfContainerSm::vrfName >;
+   using VrfContainerSms = Quill::Children< VrfContainerSm, &VrfContainerSm::vrfName >;
    VrfContainerSms const & vrfContainerSm() const { return vrfContainerSm_; }
    U32 vrfContainerSms() const { return vrfContainerSm_.count(); }
    Quill::Ptr< VrfContainerSm > vrfContainerSm( L3::VrfName const & vrfName ) const {
@@ -139,11 +141,11 @@ class ConfigSm final : public Quill::Reactor {
                  Quill::On< AllIntf::intfMessageAttr, &ConfigSm::handleIntfMessage > >
       allIntf_;
    Quill::Ptr< Gantry::TaskSchedulerRoot > const scheduler_;
-   Quill::Ptr< KernelIntf > kernelIntf_;
+   Quill::Child< KernelIntf > kernelIntf_;
    AgentConfigSms agentConfigSm_;
-   Quill::Ptr< AllVrfStatusLocalSm > allVrfStatusLocalSm_;
-   Quill::Ptr< AllIntfConfigDirSm > allIntfConfigDirSm_;
-   Quill::Ptr< L3IntfStatusDirSm > l3IntfStatusDirSm_;
+   Quill::Child< AllVrfStatusLocalSm > allVrfStatusLocalSm_;
+   Quill::Child< AllIntfConfigDirSm > allIntfConfigDirSm_;
+   Quill::Child< L3IntfStatusDirSm > l3IntfStatusDirSm_;
    VrfContainerSms vrfContainerSm_;
    bool initialized_ = false;
 };

@@ -3,6 +3,7 @@
 #pragma once
 
 #include "platform/orrery/EntityManager.h"
+#include "platform/quill/Children.h"
 #include "platform/quill/Watch.h"
 #include "types/ValenTypes.h"
 
@@ -70,7 +71,7 @@ class RunnabilitySm final : public Quill::Reactor {
    void configDirDel();
 
    // The main reactor; null while the feature is off.
-   Quill::Ptr< ConfigSm > const & configSm() const { return configSm_; }
+   Quill::Ptr< ConfigSm > const & configSm() const { return configSm_.get(); }
    void configSmIs( Quill::Ptr< ConfigSm > configSm );
    bool initialized() const { return initialized_; }
    void initializedIs( bool initialized ) { initialized_ = initialized; }
@@ -93,7 +94,7 @@ class RunnabilitySm final : public Quill::Reactor {
    Quill::Ptr< Status::StatusDir > const statusDir_;
    Quill::Ptr< AllVrf > const allVrf_;
    Quill::Ptr< AllIntf > const allIntf_;
-   Quill::Ptr< ConfigSm > configSm_;
+   Quill::Child< ConfigSm > configSm_;
    bool initialized_ = false;
 };
 

@@ -38,18 +38,16 @@ void NetNsIntfStatusManager::handleInterface( U32 ifIndex ) {
       return;
    }
    auto const from = child ? child->deviceName() : Quill::Name();
-   retire( deviceSm_.remove( ifIndex ) );
+   deviceSm_.retire( ifIndex );
    if ( device ) {
-      deviceSm_.insert( Quill::make< DeviceSm >( *this, device ) );
+      deviceSm_.findOrMake( ifIndex, *this, device );
    }
    deviceMoved( ifIndex, from, device ? device->deviceName() : Quill::Name() );
 }
 
 void NetNsIntfStatusManager::handleDestruction() {
    kernelNetInfoStatus_.notifierIs( nullptr );
-   for ( auto const & child : deviceSm_ ) {
-      retire( deviceSm_.remove( child->ifIndex() ) );
-   }
+   deviceSm_.retireAll();
    ifIndexes_.clear();
    deviceIntfStatusDir_->intfStatusAndDeviceNameDelAll();
 }

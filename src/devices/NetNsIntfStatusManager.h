@@ -7,6 +7,7 @@
 #pragma once
 
 #include "devices/DeviceNameIndex.h"
+#include "platform/quill/Children.h"
 #include "platform/quill/Watch.h"
 #include "types/InterfaceTypes.h"
 #include "types/KernelNetInfo.h"
@@ -77,7 +78,7 @@ class NetNsIntfStatusManager final : public Quill::Reactor {
       Quill::On< KernelNetInfo::Status::interfaceAttr, &NetNsIntfStatusManager::handleInterface > >
       kernelNetInfoStatus_;
    Corvid::NamespaceName const namespaceName_;
-   Quill::Members< DeviceSm, &DeviceSm::ifIndex > deviceSm_;
+   Quill::Children< DeviceSm, &DeviceSm::ifIndex > deviceSm_;
    // The indexes of the devices of each name, in the order in which they were seen under it.
    std::unordered_map< Quill::Name, std::vector< U32 >, NameHash > ifIndexes_;
 };

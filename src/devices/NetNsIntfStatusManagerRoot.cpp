@@ -34,11 +34,8 @@ Quill::Ptr< NetNsIntfStatusManager > NetNsIntfStatusManagerRoot::intfStatusManag
       }
       intfStatusManagerDel( namespaceName );
    }
-   auto const manager = Quill::make< NetNsIntfStatusManager >(
-      *this, std::move( deviceIntfStatusDir ), std::move( kernelNetInfoStatus ),
-      std::move( namespaceName ) );
-   intfStatusManager_.insert( manager );
-   return manager;
+   return intfStatusManager_.findOrMake( namespaceName, *this, std::move( deviceIntfStatusDir ),
+                                         std::move( kernelNetInfoStatus ), namespaceName );
 }
 
 void NetNsIntfStatusManagerRoot::intfStatusManagerDel( Corvid::NamespaceName namespaceName ) {
@@ -134,13 +131,10 @@ void NetNsIntfStatusManagerRoot::intfSmUpdate( Corvid::IntfId const & intfId ) {
    auto const status = intfStatus( intfId );
    auto const local = intfStatusLocal( intfId );
    if ( !status && !local ) {
-      retire( intfSm_.remove( intfId ) );
+      intfSm_.retire( intfId );
       return;
    }
-   if ( !intfSm_.has( intfId ) ) {
-      intfSm_.insert( Quill::make< IntfSm >( *this, intfId ) );
-   }
-   intfSm_.find( intfId )->watch( status, local );
+   intfSm_.findOrMake( intfId, *this, intfId )->watch( status, local );
 }
 
 NetNsIntfStatusManagerRoot::IntfSm::IntfSm( NetNsIntfStatusManagerRoot & root,

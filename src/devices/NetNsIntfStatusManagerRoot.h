@@ -110,8 +110,8 @@ class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
       allIntfStatusLocalDir_;
    bool const filterByNetNs_;
    DeviceNameIndex index_;
-   Quill::Members< IntfSm, &IntfSm::intfId > intfSm_;
-   Quill::Members< NetNsIntfStatusManager, &NetNsIntfStatusManager::namespaceName >
+   Quill::Children< IntfSm, &IntfSm::intfId > intfSm_;
+   Quill::Children< NetNsIntfStatusManager, &NetNsIntfStatusManager::namespaceName >
       intfStatusManager_;
 };
 

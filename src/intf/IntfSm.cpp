@@ -53,10 +53,7 @@ void IntfSm::intfIs( Quill::Ptr< Intf > intf ) {
 }
 
 void IntfSm::intfIoSmIs( Quill::Ptr< IntfIoSm > intfIoSm ) {
-   if ( intfIoSm != intfIoSm_ ) {
-      std::swap( intfIoSm_, intfIoSm );
-      retire( std::move( intfIoSm ) );
-   }
+   intfIoSm_.set( std::move( intfIoSm ) );
 }
 
 void IntfSm::handleInitialized() {

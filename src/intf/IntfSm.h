@@ -12,6 +12,7 @@
 
 #include "platform/corvid/RawTxPam.h"
 #include "platform/gantry/TaskScheduler.h"
+#include "platform/quill/Children.h"
 #include "platform/quill/Watch.h"
 #include "types/ValenTypes.h"
 
@@ -55,7 +56,7 @@ class IntfSm final : public Quill::Reactor {
    Quill::Ptr< Status::StatusDir > const & statusDir() const noexcept { return statusDir_; }
 
    // Null while the interface is not ready.
-   Quill::Ptr< IntfIoSm > const & intfIoSm() const noexcept { return intfIoSm_; }
+   Quill::Ptr< IntfIoSm > const & intfIoSm() const noexcept { return intfIoSm_.get(); }
    // Lets go of the old one, whose handleDestruction() runs before this returns unless one of its
    // own handlers is on the stack.
    void intfIoSmIs( Quill::Ptr< IntfIoSm > intfIoSm );
@@ -89,7 +90,7 @@ class IntfSm final : public Quill::Reactor {
    Quill::Ptr< Gantry::TaskScheduler > const taskScheduler_;
    Quill::Ptr< Config::ConfigDir const > const configDir_;
    Quill::Ptr< Status::StatusDir > const statusDir_;
-   Quill::Ptr< IntfIoSm > intfIoSm_;
+   Quill::Child< IntfIoSm > intfIoSm_;
    bool initialized_ = false;
 };
 

@@ -2,6 +2,7 @@
 // agent, which keeps the MessageDirSm of the agent's message directory.
 #pragma once
 
+#include "platform/quill/Children.h"
 #include "platform/quill/Watch.h"
 #include "types/ValenTypes.h"
 
@@ -28,6 +29,12 @@ class MessageDirSm final : public Quill::Reactor {
    Quill::Name const & name() const { return name_; }
    Quill::Ptr< Config::Agent::MessageDir const > messageDir() const { return messageDir_.handle(); }
    Quill::Ptr< AllIntf > const & allIntf() const { return allIntf_; }
+
+   static constexpr auto quillParameters() {
+      return std::tuple( Quill::Parameter( "_name", &MessageDirSm::name ),
+                         Quill::Parameter( "_messageDir", &MessageDirSm::messageDir ),
+                         Quill::Parameter( "_allIntf", &MessageDirSm::allIntf ) );
+   }
 
    void handleInitialized();
    void handleMessage( Corvid::IntfId intfId );
@@ -69,10 +76,15 @@ class AgentConfigSm final : public Quill::Reactor {
    Quill::Ptr< Quill::Dir const > agentDir() const { return agentDir_.handle(); }
    Quill::Ptr< AllIntf > const & allIntf() const { return allIntf_; }
 
-   // The child; null while there is no message directory.
-   Quill::Ptr< MessageDirSm > const & messageDirSm() const { return messageDirSm_; }
-   // Keeps a child that was made from the same values, else replaces it. A null `messageDir` leaves
-   // no child: the entry's entity is not a message directory.
+   static constexpr auto quillParameters() {
+      return std::tuple( Quill::Parameter( "_agentDir", &AgentConfigSm::agentDir ),
+                         Quill::Parameter( "_allIntf", &AgentConfigSm::allIntf ) );
+   }
+
+   // Null while there is no message directory.
+   Quill::Ptr< MessageDirSm > const & messageDirSm() const noexcept { return messageDirSm_.get(); }
+   // Keeps a child that was made from the same values and replaces any other. A null `messageDir`
+   // leaves no child: the entry's entity is not a message directory.
    void messageDirSmIs( Quill::Name name, Quill::Ptr< Config::Agent::MessageDir const > messageDir,
                         Quill::Ptr< AllIntf > allIntf );
    void messageDirSmDel();
@@ -87,7 +99,7 @@ class AgentConfigSm final : public Quill::Reactor {
                  Quill::On< Quill::Dir::entryAttr, &AgentConfigSm::handleMessageDir > >
       agentDir_;
    Quill::Ptr< AllIntf > const allIntf_;
-   Quill::Ptr< MessageDirSm > messageDirSm_;
+   Quill::Child< MessageDirSm > messageDirSm_;
 };
 
 Quill::Ptr< AgentConfigSm > agentConfigSmFactory( Quill::Name name,

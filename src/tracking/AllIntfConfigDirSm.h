@@ -1,6 +1,7 @@
 // Which interfaces support the delay.
 #pragma once
 
+#include "platform/quill/Reinstantiation.h"
 #include "platform/quill/Watch.h"
 #include "types/ValenTypes.h"
 
@@ -28,13 +29,22 @@ class AllIntfConfigDirSm final : public Quill::Reactor {
    }
    Quill::Ptr< AllIntf > allIntf() const { return allIntf_.handle(); }
 
-   // Watch another entity from now on, or none. What is already there is not replayed.
-   void allIntfConfigDirIs( Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir ) {
+   // Watch another entity from now on, or none. Run no handler.
+   void
+   allIntfConfigDirIs( Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir ) noexcept {
       allIntfConfigDir_.notifierIs( std::move( allIntfConfigDir ) );
    }
-   void allIntfConfigDirDel() { allIntfConfigDir_.notifierIs( nullptr ); }
-   void allIntfIs( Quill::Ptr< AllIntf > allIntf ) { allIntf_.notifierIs( std::move( allIntf ) ); }
-   void allIntfDel() { allIntf_.notifierIs( nullptr ); }
+   void allIntfConfigDirDel() noexcept { allIntfConfigDirIs( nullptr ); }
+   void allIntfIs( Quill::Ptr< AllIntf > allIntf ) noexcept {
+      allIntf_.notifierIs( std::move( allIntf ) );
+   }
+   void allIntfDel() noexcept { allIntfIs( nullptr ); }
+
+   static constexpr auto quillParameters() {
+      return std::tuple(
+         Quill::Parameter( "_allIntfConfigDir", &AllIntfConfigDirSm::allIntfConfigDir ),
+         Quill::Parameter( "_allIntf", &AllIntfConfigDirSm::allIntf ) );
+   }
 
    void handleInitialized();
    void handleIntfConfig( Corvid::IntfId intfId );

@@ -1,6 +1,7 @@
 // Which VRFs are up, and in which namespace.
 #pragma once
 
+#include "platform/quill/Children.h"
 #include "platform/quill/Watch.h"
 #include "types/ValenTypes.h"
 
@@ -29,6 +30,12 @@ class VrfStatusLocalSm final : public Quill::Reactor {
    }
    Quill::Ptr< VrfL3Intf > const & vrfL3Intf() const { return vrfL3Intf_; }
    Quill::Ptr< AllVrf > const & allVrf() const { return allVrf_; }
+
+   static constexpr auto quillParameters() {
+      return std::tuple( Quill::Parameter( "_vrfStatusLocal", &VrfStatusLocalSm::vrfStatusLocal ),
+                         Quill::Parameter( "_vrfL3Intf", &VrfStatusLocalSm::vrfL3Intf ),
+                         Quill::Parameter( "_allVrf", &VrfStatusLocalSm::allVrf ) );
+   }
 
    void handleState();
    void handleDestruction();
@@ -64,15 +71,20 @@ class AllVrfStatusLocalSm final : public Quill::Reactor {
    }
    Quill::Ptr< AllVrf > allVrf() const { return allVrf_.handle(); }
 
-   using Children = Quill::Members< VrfStatusLocalSm, &VrfStatusLocalSm::vrfName >;
+   static constexpr auto quillParameters() {
+      return std::tuple(
+         Quill::Parameter( "_allVrfStatusLocal", &AllVrfStatusLocalSm::allVrfStatusLocal ),
+         Quill::Parameter( "_allVrf", &AllVrfStatusLocalSm::allVrf ) );
+   }
 
-   Children const & vrfStatusLocalSm() const { return vrfStatusLocalSm_; }
-   Quill::Ptr< VrfStatusLocalSm > vrfStatusLocalSm( L3::VrfName const & vrfName ) const {
+   using VrfStatusLocalSms = Quill::Children< VrfStatusLocalSm, &VrfStatusLocalSm::vrfName >;
+   VrfStatusLocalSms const & vrfStatusLocalSm() const noexcept { return vrfStatusLocalSm_; }
+   U32 vrfStatusLocalSms() const noexcept { return vrfStatusLocalSm_.count(); }
+   // The child of that VRF; null if there is none.
+   Quill::Ptr< VrfStatusLocalSm > vrfStatusLocalSm( L3::VrfName const & vrfName ) const noexcept {
       return vrfStatusLocalSm_.find( vrfName );
    }
-   U32 vrfStatusLocalSms() const { return vrfStatusLocalSm_.count(); }
-   // The child of that VRF, made when there is none. Throws NameInUseException when there is one
-   // that was made from other values.
+   // Follows the re-instantiation rule.
    Quill::Ptr< VrfStatusLocalSm >
    vrfStatusLocalSmIs( L3::VrfName vrfName, Quill::Ptr< Ip::VrfStatusLocal const > vrfStatusLocal,
                        Quill::Ptr< VrfL3Intf > vrfL3Intf, Quill::Ptr< AllVrf > allVrf );
@@ -92,7 +104,7 @@ class AllVrfStatusLocalSm final : public Quill::Reactor {
    Quill::Watch< AllVrfStatusLocalSm, AllVrf,
                  Quill::On< AllVrf::vrfL3IntfAttr, &AllVrfStatusLocalSm::handleVrfL3Intf > >
       allVrf_;
-   Children vrfStatusLocalSm_;
+   VrfStatusLocalSms vrfStatusLocalSm_;
 };
 
 Quill::Ptr< AllVrfStatusLocalSm >

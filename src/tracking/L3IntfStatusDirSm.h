@@ -1,6 +1,7 @@
 // Which VRF each layer-3 interface is in.
 #pragma once
 
+#include "platform/quill/Children.h"
 #include "platform/quill/Watch.h"
 #include "types/ValenTypes.h"
 
@@ -30,9 +31,18 @@ class L3IntfStatusSm final : public Quill::Reactor {
    Quill::Ptr< AllVrf > const & allVrf() const { return allVrf_; }
    // The set that holds the interface; null before initialization.
    Quill::Ptr< VrfL3Intf > const & vrfL3Intf() const { return vrfL3Intf_; }
-   void vrfL3IntfIs( Quill::Ptr< VrfL3Intf > vrfL3Intf ) { vrfL3Intf_ = std::move( vrfL3Intf ); }
-   bool initialized() const { return initialized_; }
-   void initializedIs( bool initialized ) { initialized_ = initialized; }
+   void vrfL3IntfIs( Quill::Ptr< VrfL3Intf > vrfL3Intf ) noexcept {
+      vrfL3Intf_ = std::move( vrfL3Intf );
+   }
+
+   static constexpr auto quillParameters() {
+      return std::tuple( Quill::Parameter( "_intf", &L3IntfStatusSm::intf ),
+                         Quill::Parameter( "_l3IntfStatus", &L3IntfStatusSm::l3IntfStatus ),
+                         Quill::Parameter( "_allVrf", &L3IntfStatusSm::allVrf ) );
+   }
+
+   bool initialized() const noexcept { return initialized_; }
+   void initializedIs( bool initialized ) noexcept { initialized_ = initialized; }
 
    void handleInitialized();
    // Leaves the set and enters that of the status's VRF, also when it is the same one.
@@ -75,15 +85,21 @@ class L3IntfStatusDirSm final : public Quill::Reactor {
    Quill::Ptr< AllVrf > const & allVrf() const { return allVrf_; }
    Quill::Ptr< AllIntf > allIntf() const { return allIntf_.handle(); }
 
-   using Children = Quill::Members< L3IntfStatusSm, &L3IntfStatusSm::intfId >;
+   static constexpr auto quillParameters() {
+      return std::tuple(
+         Quill::Parameter( "_l3IntfStatusDir", &L3IntfStatusDirSm::l3IntfStatusDir ),
+         Quill::Parameter( "_allVrf", &L3IntfStatusDirSm::allVrf ),
+         Quill::Parameter( "_allIntf", &L3IntfStatusDirSm::allIntf ) );
+   }
 
-   Children const & l3IntfStatusSm() const { return l3IntfStatusSm_; }
-   Quill::Ptr< L3IntfStatusSm > l3IntfStatusSm( Corvid::IntfId const & intfId ) const {
+   using L3IntfStatusSms = Quill::Children< L3IntfStatusSm, &L3IntfStatusSm::intfId >;
+   L3IntfStatusSms const & l3IntfStatusSm() const noexcept { return l3IntfStatusSm_; }
+   U32 l3IntfStatusSms() const noexcept { return l3IntfStatusSm_.count(); }
+   // The child of that interface; null if there is none.
+   Quill::Ptr< L3IntfStatusSm > l3IntfStatusSm( Corvid::IntfId const & intfId ) const noexcept {
       return l3IntfStatusSm_.find( intfId );
    }
-   U32 l3IntfStatusSms() const { return l3IntfStatusSm_.count(); }
-   // The child of that interface, made when there is none. Throws NameInUseException when there is
-   // one that was made from other values.
+   // Follows the re-instantiation rule.
    Quill::Ptr< L3IntfStatusSm > l3IntfStatusSmIs( Corvid::IntfId intfId, Quill::Ptr< Intf > intf,
                                                   Quill::Ptr< L3::Intf::Status const > l3IntfStatus,
                                                   Quill::Ptr< AllVrf > allVrf );
@@ -102,7 +118,7 @@ class L3IntfStatusDirSm final : public Quill::Reactor {
    Quill::Watch< L3IntfStatusDirSm, AllIntf,
                  Quill::On< AllIntf::intfAttr, &L3IntfStatusDirSm::handleIntf > >
       allIntf_;
-   Children l3IntfStatusSm_;
+   L3IntfStatusSms l3IntfStatusSm_;
 };
 
 Quill::Ptr< L3IntfStatusDirSm >

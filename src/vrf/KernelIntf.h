@@ -7,6 +7,7 @@
 
 #include "devices/NetNsIntfStatusManagerRoot.h"
 #include "platform/orrery/EntityManager.h"
+#include "platform/quill/Children.h"
 #include "types/L3Types.h"
 
 namespace Valen {
@@ -34,7 +35,14 @@ class KernelIntf final : public Quill::PtrInterface {
    }
    Quill::Ptr< Interface::NetNsIntfStatusManagerRoot > const &
    intfStatusManagerRoot() const noexcept {
-      return intfStatusManagerRoot_;
+      return intfStatusManagerRoot_.get();
+   }
+
+   static constexpr auto quillParameters() {
+      return std::tuple(
+         Quill::Parameter( "_allIntfStatusDir", &KernelIntf::allIntfStatusDir ),
+         Quill::Parameter( "_allIntfStatusLocalDir", &KernelIntf::allIntfStatusLocalDir ),
+         Quill::Parameter( "_entityManager", &KernelIntf::entityManager ) );
    }
 
    // The namespace of each VRF that was added; empty for any other.
@@ -67,7 +75,7 @@ class KernelIntf final : public Quill::PtrInterface {
    Quill::Ptr< Orrery::EntityManager > const entityManager_;
    Quill::Map< L3::VrfName, Corvid::NamespaceName > namespaceName_;
    Quill::Ptr< Interface::VrfDeviceIntfStatusDir > vrfDeviceIntfStatusDir_;
-   Quill::Ptr< Interface::NetNsIntfStatusManagerRoot > intfStatusManagerRoot_;
+   Quill::Child< Interface::NetNsIntfStatusManagerRoot > intfStatusManagerRoot_;
 };
 
 Quill::Ptr< KernelIntf >

@@ -39,14 +39,9 @@ Quill::Ptr< IntfSm > VrfContainerSm::intfSmIs( Corvid::IntfId intfId, Quill::Ptr
                                                Quill::Ptr< Gantry::TaskScheduler > taskScheduler,
                                                Quill::Ptr< Config::ConfigDir const > configDir,
                                                Quill::Ptr< Status::StatusDir > statusDir ) {
-   if ( auto const existing = intfSm( intfId ) ) {
-      return existing;
-   }
-   auto const child = IntfSm::IntfSmIs( std::move( intfId ), std::move( intf ),
-                                        std::move( rawTxPam ), std::move( taskScheduler ),
-                                        std::move( configDir ), std::move( statusDir ) );
-   intfSm_.insert( child );
-   return child;
+   return intfSm_.findOrMake( intfId, std::move( intf ), std::move( rawTxPam ),
+                              std::move( taskScheduler ), std::move( configDir ),
+                              std::move( statusDir ) );
 }
 
 Quill::Ptr< IntfSm > VrfContainerSm::intfSmDel( Corvid::IntfId intfId ) {

@@ -10,6 +10,7 @@
 #pragma once
 
 #include "intf/IntfSm.h"
+#include "platform/quill/Children.h"
 
 namespace Valen {
 
@@ -60,7 +61,18 @@ class VrfContainerSm final : public Quill::Reactor {
       rawTxPam_ = std::move( rawTxPam );
    }
 
-   using IntfSms = Quill::Members< IntfSm, &IntfSm::intfId >;
+   static constexpr auto quillParameters() {
+      return std::tuple(
+         Quill::Parameter( "_vrf", &VrfContainerSm::vrf ),
+         Quill::Parameter( "_vrfL3Intf", &VrfContainerSm::vrfL3Intf ),
+         Quill::Parameter( "_allIntf", &VrfContainerSm::allIntf ),
+         Quill::Parameter( "_deviceIntfStatusDir", &VrfContainerSm::deviceIntfStatusDir ),
+         Quill::Parameter( "_taskScheduler", &VrfContainerSm::taskScheduler ),
+         Quill::Parameter( "_configDir", &VrfContainerSm::configDir ),
+         Quill::Parameter( "_statusDir", &VrfContainerSm::statusDir ) );
+   }
+
+   using IntfSms = Quill::Children< IntfSm, &IntfSm::intfId >;
    IntfSms const & intfSm() const noexcept { return intfSm_; }
    U32 intfSms() const noexcept { return intfSm_.count(); }
    // The child of that interface; null when there is none.
