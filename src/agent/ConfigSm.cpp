@@ -35,7 +35,7 @@ ConfigSm::ConfigSm( Quill::Ptr< Config::ConfigDir const > configDir,
 ConfigSm::~ConfigSm() {
    handleDestruction();
    quillDoZombieReactors( true );
-   // Gone already, unless a watcher of what just went has brought one back.
+   // Retired already, unless a watcher of their removal made one again.
    kernelIntfDel();
    agentConfigSmDelAll();
    allVrfStatusLocalSmDel();
@@ -154,8 +154,8 @@ void ConfigSm::handleInitialized() {
    replayModel();
 }
 
-// What the trackers brought into the model while this reactor was being made reached handlers that
-// were not ready for it. One VRF that cannot be had must not cost the others, so each goes alone.
+// Handles what the trackers put into the model before this reactor was initialized. Each entry has
+// a fault boundary of its own, so that a VRF that fails does not affect the others.
 void ConfigSm::replayModel() {
    for ( auto const & intfMessage : allIntf()->intfMessage() ) {
       auto const intfId = intfMessage->intfId();
@@ -222,8 +222,8 @@ void ConfigSm::handleVrf( L3::VrfName vrfName ) {
       vrfContainerSmIs( vrf, vrfL3Intf, allIntf(), deviceIntfStatusDir, scheduler_, configDir_,
                         statusDir_ );
    } catch ( ... ) {
-      // Nobody else would: the removal of a VRF without container leaves its mount alone, and the
-      // VRF may come back in another namespace.
+      // Removing a VRF that has no container does not unmount it, and the VRF may return in another
+      // namespace.
       kernelIntf_->vrfDel( vrfName );
       throw;
    }

@@ -4,8 +4,8 @@
 
 namespace Interface {
 
-// Whoever follows the directory may remove this manager, or the root with it, in the middle of a
-// change. So each handler pins those above it while it is on the stack.
+// A watcher of the directory may remove this manager, or the root with it, in the middle of a
+// change. So each handler pins its owners while it is on the stack.
 
 NetNsIntfStatusManager::NetNsIntfStatusManager(
    NetNsIntfStatusManagerRoot & root, Quill::Ptr< DeviceIntfStatusDir > deviceIntfStatusDir,

@@ -12,7 +12,7 @@ NetNsIntfStatusManagerRoot::NetNsIntfStatusManagerRoot(
 }
 
 NetNsIntfStatusManagerRoot::~NetNsIntfStatusManagerRoot() {
-   intfStatusManagerDelAll();
+   handleDestruction();
    quillDoZombieReactors( true );
 }
 
@@ -40,7 +40,7 @@ Quill::Ptr< NetNsIntfStatusManager > NetNsIntfStatusManagerRoot::intfStatusManag
 
 void NetNsIntfStatusManagerRoot::intfStatusManagerDel( Corvid::NamespaceName namespaceName ) {
    if ( auto manager = intfStatusManager_.remove( namespaceName ) ) {
-      manager->handleDestruction(); // now, even when its own handler is on the stack
+      manager->handleDestruction(); // now, even if its own handler is on the stack
       retire( std::move( manager ) );
    }
 }
@@ -119,12 +119,16 @@ void NetNsIntfStatusManagerRoot::handleIntf( Corvid::IntfId intfId ) {
    index_.deviceNameIs( intfId, status ? status->deviceName() : Quill::Name() );
    auto const to = deviceName( intfId );
    for ( auto const & manager : intfStatusManager_ ) {
-      // The new name first: so the interface goes from one device to the other in one step.
+      // The new name first, so that the interface moves from one device to the other in one step.
       manager->deviceNameRefresh( to );
       if ( to != from ) {
          manager->deviceNameRefresh( from );
       }
    }
+}
+
+void NetNsIntfStatusManagerRoot::handleDestruction() {
+   intfStatusManagerDelAll();
 }
 
 void NetNsIntfStatusManagerRoot::intfSmUpdate( Corvid::IntfId const & intfId ) {

@@ -6,7 +6,7 @@ namespace Valen {
 
 namespace {
 
-// Without the "t": trace filters select by this name.
+// Without the "t", because trace filters select by this name.
 QUILL_TRACE_UNIT( "L3InfStatusDirSm" )
 
 } // namespace

@@ -1,4 +1,4 @@
-// KernelNetInfo: what the kernel says of the network devices of one namespace. Published at the
+// KernelNetInfo: the kernel's network devices of one namespace. Published at the
 // mount path "kni/ns/NAME/status" by a watcher of the namespace (rtnetlink on Linux).
 #pragma once
 
@@ -23,8 +23,8 @@ class Status final : public Quill::Entity {
  public:
    explicit Status( Corvid::NamespaceName netNsName ) : netNsName_( std::move( netNsName ) ) {}
    QUILL_PARAMETER( Corvid::NamespaceName, netNsName )
-   QUILL_SINGLE( bool, synchronized )   // the first full picture of the namespace is complete
-   QUILL_SINGLE( U32, resyncs )         // how often messages were lost and the picture made anew
+   QUILL_SINGLE( bool, synchronized )   // all devices of the namespace are listed
+   QUILL_SINGLE( U32, resyncs )         // full resyncs after lost notifications
    QUILL_SINGLE( Quill::String, error ) // why the namespace cannot be watched; empty when it is
    // Keyed by index. A device is published complete: its entity is made outside and put in.
    QUILL_MEMBERS( Interface, interface, ifIndex )

@@ -66,7 +66,7 @@ void VrfContainerSm::handleInitialized() {
       Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
       rawTxPam_->enabledIs( true );
    } catch ( Quill::ErrnoException const & exception ) {
-      auto const savedErrno = errno; // what follows may change it
+      auto const savedErrno = errno; // the calls below may change it
       TRACE1( "error (%s): %s type: %s, %s", savedErrno, std::strerror( savedErrno ),
               exception.what(), exception.number() );
       if ( savedErrno == ENOENT || savedErrno == EINVAL ) {
@@ -74,7 +74,7 @@ void VrfContainerSm::handleInitialized() {
          return;
       }
       TRACE1( "valid exception" );
-      rawTxPamIs( nullptr ); // now: it must not change errno once that is restored
+      rawTxPamIs( nullptr ); // before errno is restored, which this may change
       errno = savedErrno;
       throw Quill::ErrnoException( exception );
    }

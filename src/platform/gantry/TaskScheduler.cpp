@@ -20,8 +20,8 @@ class MonotonicClock final : public Clock {
 MonotonicClock const monotonicClock;
 TaskSchedulerRoot * root = nullptr;
 
-// Rounded to the nanosecond. No number is no time; what is longer than any use becomes a time that
-// can still be added to any clock's.
+// Rounded to the nanosecond. NaN is 0; a huge number becomes a time that can still be added to that
+// of any clock.
 Time secondsToTime( double seconds ) noexcept {
    constexpr double longest = 4e9; // well over a century
    if ( !( seconds > 0 ) ) {

@@ -1,8 +1,8 @@
 // The attribute lines of an entity's class as a list of types, at compile time.
 //
 // Each line declares a tag, a type that describes the attribute, and an overload of
-// `quillAttribute` that maps the line's number to the tag (Attributes.h). So the list is found by
-// trying the numbers one after the other, and nobody has to keep it.
+// `quillAttribute` that maps the line's number to the tag (Attributes.h). Trying the numbers one
+// after the other yields the list, so none has to be maintained.
 #pragma once
 
 #include "platform/quill/Reflection.h"

@@ -9,9 +9,9 @@
 //   };
 //
 // Each line, which must be a source line of its own, declares the accessor, the setter or the key
-// operations, the tag by which a watch names the attribute (`Intf::l3IntfStatusAttr`), and the field
-// `l3IntfStatus_`, which does the work (Field.h, CollectionFields.h). A write that changes nothing
-// is silent.
+// operations, the tag by which a watch names the attribute (`Intf::l3IntfStatusAttr`), and the
+// field `l3IntfStatus_`, which does the work (Field.h, CollectionFields.h). A write that changes
+// nothing is silent.
 //
 //   QUILL_PARAMETER( Type, x )         x()
 //   QUILL_SINGLE( Type, x )            x(), xIs( value )
@@ -140,9 +140,9 @@
 
 // clang-format on
 
-// Defines the reflection of an entity type. Stands in one source, in a namespace that encloses the
-// class's own, and needs EntityTables.h: the tables are large, and no other source should compile
-// them.
+// Defines the reflection of an entity type. Used in one source, in a namespace that encloses the
+// class's own, after EntityTables.h is included: the tables are large, and no other source should
+// compile them.
 #define QUILL_ENTITY_TABLES( QualifiedName )                                                       \
    ::Quill::EntityType const & QualifiedName::staticType() {                                       \
       return ::Quill::entityTypeOf< QualifiedName >();                                             \

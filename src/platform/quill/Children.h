@@ -4,8 +4,9 @@
 //   Children< R, &R::key >    any number, each under its key
 //
 // Both make a child from parameters (its constructor's, but for the key), find it again, and retire
-// it: a child that is retired from within its own handler is silenced at once and destroyed when the
-// handler returns (Reactor::retire). What happens if there is a child already is the caller's choice:
+// it: a child that is retired from within its own handler is silenced at once and destroyed when
+// the handler returns (Reactor::retire). What happens if there is a child already is the caller's
+// choice:
 //
 //   instantiate   the re-instantiation rule: returns it if it was made from the same parameters,
 //                 throws NameInUseException and changes nothing otherwise
@@ -25,7 +26,7 @@ namespace Quill {
 
 template < class R > class Child {
  public:
-   // Null if there is none.
+   // Null if there is no child.
    Ptr< R > const & get() const noexcept { return child_; }
    R * operator->() const noexcept { return child_.get(); }
    explicit operator bool() const noexcept { return static_cast< bool >( child_ ); }
@@ -72,7 +73,7 @@ template < class R, auto keyOf > class Children : private Members< R, keyOf > {
    using Base::begin;
    using Base::count;
    using Base::end;
-   using Base::find; // null if there is none
+   using Base::find; // null if there is no such child
    using Base::has;
 
    template < class... P > Ptr< R > instantiate( Key const & key, P &&... parameters ) {
@@ -84,9 +85,9 @@ template < class R, auto keyOf > class Children : private Members< R, keyOf > {
    }
 
    template < class... P > Ptr< R > replace( Key const & key, P &&... parameters ) {
-      if ( auto const * const existing = find( key ).get() ) { // no handle, which would keep it
+      if ( auto const existing = find( key ) ) {
          if ( hasParameters( *existing, parameters... ) ) {
-            return find( key );
+            return existing;
          }
          retire( key );
       }
@@ -101,10 +102,10 @@ template < class R, auto keyOf > class Children : private Members< R, keyOf > {
    }
 
    // Removes the child and returns the handle to it, for an owner that does more than retire it.
-   // Null if there was none.
+   // Null if there was no such child.
    [[nodiscard]] Ptr< R > remove( Key const & key ) noexcept { return Base::remove( key ); }
 
-   // No effect if there is none.
+   // No effect if there is no such child.
    void retire( Key const & key ) { Reactor::retire( remove( key ) ); }
 
    void retireAll() {

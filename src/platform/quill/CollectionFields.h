@@ -23,8 +23,8 @@ template < class M, auto keyOf > class MembersField : private Field {
    bool has( Key const & key ) const noexcept { return members_.has( key ); }
    U32 count() const noexcept { return members_.count(); }
 
-   // Returns the member under `key`. Makes it from the key and `parameters` if there is none. Throws
-   // NameInUseException if it was made from other parameters.
+   // Returns the member under `key`, made from it and `parameters` if it does not exist yet. Throws
+   // NameInUseException if it exists and was made from other parameters.
    template < class... P >
    Ptr< M > instantiate( Entity const & owner, AttrId attribute, Key const & key,
                          P &&... parameters ) {
@@ -78,7 +78,7 @@ template < class K, class V > class MapField : private Field {
    static constexpr AttrKind kind = AttrKind::map;
 
    Contents const & get() const noexcept { return map_; }
-   // The value under `key`; an empty one if there is none.
+   // The value under `key`; an empty one if the key is absent.
    V find( K const & key ) const {
       auto const * const value = map_.find( key );
       return value ? *value : V();

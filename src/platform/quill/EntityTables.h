@@ -15,7 +15,7 @@
 
 namespace Quill {
 
-// --- The elements of an attribute, by what holds them -------------------------------------------
+// --- The elements of an attribute, by what holds them --------------------------------------------
 
 template < class M, auto keyOf >
 void visitElements( Members< M, keyOf > const & members, Attribute::Visitor const & visitor ) {
@@ -50,7 +50,7 @@ template < class T > void visitElements( T const & value, Attribute::Visitor con
    visitor( std::string(), toValue( value ) );
 }
 
-// The element under the key of that display form; nothing if there is none.
+// The element whose key has that display form; an empty value if there is no such element.
 template < class T > Value elementOf( T const & holder, std::string_view wanted ) {
    Value found;
    visitElements( holder, [ & ]( std::string const & key, Value const & value ) {
@@ -73,7 +73,7 @@ requires std::is_constructible_v< typename Members< M, keyOf >::Key, std::string
    }
 }
 
-// --- The tables -----------------------------------------------------------------------------------
+// --- The tables ---------------------------------------------------------------------------------
 
 // One attribute's operations on any entity of its class.
 template < class Tag > struct TagOperations {

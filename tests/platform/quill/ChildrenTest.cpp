@@ -140,18 +140,19 @@ TEST_F( ChildrenTest, ReplaceDestroysAChildOfOtherParametersBeforeItMakesTheNewO
 }
 
 TEST_F( ChildrenTest, RetireDestroysTheChild ) {
-   children_.instantiate( "a", shelf_, 1u );
-   children_.instantiate( "b", shelf_, 1u );
+   for ( char const * name : { "a", "b", "c" } ) {
+      children_.instantiate( name, shelf_, 1u );
+   }
    children_.retire( "a" );
    children_.retire( "absent" );
-   EXPECT_EQ( names(), Names{ "b" } );
-   EXPECT_EQ( lives(), 1 );
+   EXPECT_EQ( names(), ( Names{ "b", "c" } ) );
+   EXPECT_EQ( lives(), 2 );
    children_.retireAll();
    EXPECT_EQ( children_.count(), 0 );
    EXPECT_EQ( lives(), 0 );
 }
 
-TEST_F( ChildrenTest, ChildRetiredInItsOwnHandlerIsSilentAndLivesUntilTheHandlerReturns ) {
+TEST_F( ChildrenTest, ChildRetiredInItsOwnHandlerIsSilentAndStaysAliveUntilTheHandlerReturns ) {
    auto & child = *children_.instantiate( "a", shelf_, 1u );
    U64 livesInside = 0;
    U32 widthsInside = 0;
@@ -257,9 +258,10 @@ TEST( OnlyChildTest, InstantiateReturnsTheChildOfTheSameParametersAndFailsForOth
 TEST( OnlyChildTest, ReplaceKeepsTheChildOfTheSameParametersAndReplacesOthers ) {
    Quill::Child< OnlyPicker > child;
    child.replace( 1u );
-   auto const * const made = child.get().get();
+   auto made = child.get();
    child.replace( 1u );
-   EXPECT_EQ( child.get().get(), made );
+   EXPECT_EQ( child.get(), made );
+   made = nullptr;
    child.replace( 2u );
    EXPECT_EQ( child->speed(), 2 );
    EXPECT_EQ( OnlyPicker::quillAllocation.live, 1 );
