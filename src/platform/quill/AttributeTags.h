@@ -5,7 +5,7 @@
 // after the other yields the list, so none has to be maintained.
 #pragma once
 
-#include "platform/quill/Reflection.h"
+#include "platform/quill/Entity.h"
 
 #include <tuple>
 #include <type_traits>

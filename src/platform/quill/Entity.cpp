@@ -34,7 +34,8 @@ void Entity::tell( NotifieeBase & notifiee, AttrId attributeId, void const * key
    tellOne( notifiee, attributeId, key );
 }
 
-void Entity::tellAll( AttrId attributeId, void const * key ) const {
+// Aligned to a cache line: at another place the same loop takes up to a fifth longer.
+[[gnu::aligned( 64 )]] void Entity::tellAll( AttrId attributeId, void const * key ) const {
    // The last watcher to leave may destroy the entity, so nothing here touches a member once the
    // walk has begun. The walk itself notices when its list is destroyed.
    Walk walk( notifiees_ );
