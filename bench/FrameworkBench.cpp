@@ -2,6 +2,7 @@
 #include "Paired.h"
 #include "platform/corvid/IntfId.h"
 #include "platform/quill/Attributes.h"
+#include "platform/quill/EntityTables.h"
 
 #include <memory>
 #include <numeric>
@@ -28,6 +29,9 @@ class AllPort final : public Quill::Entity {
    QUILL_ENTITY( AllPort )
    QUILL_MEMBERS( Port, port, intfId )
 };
+
+QUILL_ENTITY_TABLES( Port )
+QUILL_ENTITY_TABLES( AllPort )
 
 // Counts its notifications.
 template < class T > class Counter final : public Quill::NotifieeOf< T > {

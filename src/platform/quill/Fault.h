@@ -1,8 +1,8 @@
-// The fault boundary: where an exception ends that leaves a handler called by the framework.
+// The fault boundary: it catches an exception that leaves a handler called by the framework.
 //
-// The writer whose change was being told never sees it. The process's fault sink is told who failed
-// on what; with no sink installed the process ends with that text. A handler, setter or factory
-// called directly throws to its caller as usual.
+// The writer of the change never sees it. The process's fault sink learns which reactor failed on
+// what; without a sink the process ends with that text. A handler, setter or factory that is called
+// directly throws to its caller as usual.
 #pragma once
 
 #include "platform/quill/Int.h"
@@ -14,8 +14,8 @@ namespace Quill {
 
 struct Fault {
    std::string reactor;   // the reactor's class, "ConfigSm"
-   std::string attribute; // the attribute whose change it was told of
-   std::string key;       // the display form of the key, empty when there is none
+   std::string attribute; // the attribute that changed
+   std::string key;       // the display form of the key; empty for an attribute without keys
    std::string text;      // what() of the exception
    std::exception_ptr exception;
 

@@ -41,7 +41,7 @@ class Watch final : public NotifieeOf< T >, private NestedNotifiee {
    Ptr< T > handle() const noexcept { return Ptr< T >( get() ); }
 
    void onAttribute( AttrId attributeId, void const * key ) override {
-      // Anything else is none of the reactor's business and must not cost it a scope.
+      // A change that the reactor does not handle must not cost a scope.
       if ( ( ( attributeId != Ons::id ) && ... ) ) {
          return;
       }
@@ -55,7 +55,7 @@ class Watch final : public NotifieeOf< T >, private NestedNotifiee {
    }
 
  private:
-   // The watched entity may have been exchanged by the handler; its type has not.
+   // The handler may have replaced the watched entity; the type is still the same.
    void fault( AttrId attributeId, void const * key ) {
       auto const * const attribute = T::staticType().attribute( attributeId );
       reportFault( owner().reactorName(), attribute->name,

@@ -1,5 +1,5 @@
 // Faults: an exception that leaves a handler is contained and reported, and ends the process when
-// nobody listens; the framework's exceptions, and which of them are expected.
+// there is no sink; the framework's exceptions, and which of them are expected.
 #include "platform/quill/Fault.h"
 
 #include "platform/quill/Exception.h"
@@ -125,13 +125,13 @@ TEST_F( FaultTest, InstallingASinkReturnsTheOneBefore ) {
 
 TEST_F( FaultTest, WithoutASinkTheProcessEndsWithTheText ) {
    auto & a = add( 'a' );
-   a.onNext = [] { throw std::runtime_error( "nobody listens" ); };
+   a.onNext = [] { throw std::runtime_error( "no sink" ); };
    EXPECT_DEATH(
       {
          Quill::faultSinkIs( nullptr );
          shelf_->tagIs( "red" );
       },
-      "^fault in Porter on tag red: nobody listens\n$" );
+      "^fault in Porter on tag red: no sink\n$" );
 }
 
 // --- Exceptions ----------------------------------------------------------------------------------
