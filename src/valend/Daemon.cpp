@@ -19,7 +19,11 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
       endpoints_( folders_ ), links_( loop_, folders_, endpoints_, conditions_ ),
       feeder_( store_, links_, loop_.scheduler() ), kept_( Settings::stateDirectoryOf( process_ ) ),
       publications_( feeder_, [ this ]( auto const & messages ) { kept_.write( messages ); } ),
-      faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
+      faults_( [ this ]( auto const & fault ) {
+         if ( Valen::isVrfSetupFault( fault ) ) {
+            feeder_.vrfFailed( fault.key, fault.text );
+         }
+      } ),
       journal_( Settings::stateDirectoryOf( process_ ), Journal::Machine::real(),
                 []( bool grave, auto const & text ) {
                    log( grave ? LogLevel::error : LogLevel::notice, text );

@@ -26,7 +26,7 @@ void NotifieeBase::watch( Ptr< Entity const > entity ) noexcept {
    } catch ( ... ) {
       // Reactors contain their own faults and name themselves (Watch.h); here ends a bare
       // notifiee's, which may be gone by now.
-      reportFault( "notifiee", "", "" );
+      reportFault( { typeid( NotifieeBase ), "notifiee" }, "" );
    }
 }
 
