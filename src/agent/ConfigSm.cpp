@@ -160,14 +160,14 @@ void ConfigSm::replayModel() {
    for ( auto const & intfMessage : allIntf()->intfMessage() ) {
       auto const intfId = intfMessage->intfId();
       Quill::underFaultBoundary(
-         reactorName(), "intfMessage", [ & ] { return Quill::display( intfId ); },
-         [ & ] { handleIntfMessage( intfId ); } );
+         Quill::faultSource< ConfigSm, AllIntf::intfMessageAttr >( reactorName() ),
+         [ & ] { return Quill::display( intfId ); }, [ & ] { handleIntfMessage( intfId ); } );
    }
    for ( auto const & vrf : allVrf()->vrf() ) {
       auto const vrfName = vrf->vrfName();
       Quill::underFaultBoundary(
-         reactorName(), "vrf", [ & ] { return Quill::display( vrfName ); },
-         [ & ] { handleVrf( vrfName ); } );
+         Quill::faultSource< ConfigSm, AllVrf::vrfAttr >( reactorName() ),
+         [ & ] { return Quill::display( vrfName ); }, [ & ] { handleVrf( vrfName ); } );
    }
 }
 
@@ -269,6 +269,10 @@ Quill::Ptr< ConfigSm > configSmFactory(
                                 std::move( allIntfStatusLocalDir ), std::move( l3IntfStatusDir ),
                                 std::move( allVrfStatusLocal ), std::move( entityManager ),
                                 std::move( statusDir ), std::move( allVrf ), std::move( allIntf ) );
+}
+
+bool isVrfSetupFault( Quill::Fault const & fault ) noexcept {
+   return fault.isFrom< ConfigSm, AllVrf::vrfAttr >();
 }
 
 } // namespace Valen

@@ -103,6 +103,11 @@ class RunnabilitySm final : public Quill::Reactor {
    bool initialized_ = false;
 };
 
+// Whether the fault says that the library could not set up a VRF, whose name is the fault's key: its
+// packet endpoint could not be opened, for example. The host takes the VRF's status entry out and puts
+// it in again after a pause.
+bool isVrfSetupFault( Quill::Fault const & fault ) noexcept;
+
 // Makes the reactor, and with it the whole library. The configuration and status entities belong to
 // the process; `allVrf` and `allIntf` come from allVrfFactory and allIntfFactory. No argument may
 // be null. The process's endpoint provider (Corvid::rawTxPamProviderIs) must be installed.

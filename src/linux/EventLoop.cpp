@@ -40,7 +40,7 @@ timespec toTimespec( std::chrono::nanoseconds time ) noexcept {
 // Runs `call`; its exceptions go to the fault sink and do not end the loop.
 template < class Call > void guarded( char const * kind, std::string const & name, Call call ) {
    Quill::underFaultBoundary(
-      "EventLoop", kind, [ & ] { return name; }, call );
+      { typeid( EventLoop ), "EventLoop", typeid( void ), kind }, [ & ] { return name; }, call );
 }
 
 } // namespace

@@ -21,7 +21,11 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
       publishedFile_( process_.value( "state-directory" ), conditions_ ),
       publications_( feeder_,
                      [ this ]( auto const & messages ) { publishedFile_.write( messages ); } ),
-      faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
+      faults_( [ this ]( auto const & fault ) {
+         if ( Valen::isVrfSetupFault( fault ) ) {
+            feeder_.vrfFailed( fault.key, fault.text );
+         }
+      } ),
       journal_( process_.value( "state-directory" ), Journal::Machine::real(),
                 []( bool grave, auto const & text ) {
                    log( grave ? LogLevel::error : LogLevel::notice, text );

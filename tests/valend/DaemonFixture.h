@@ -131,7 +131,11 @@ class DaemonFixture : public ::testing::Test {
    // Shutdowns are written down in `stateDirectory`; nowhere when it is empty.
    explicit DaemonFixture( std::string const & stateDirectory = "" )
        : kernel( sent ), feeder( store, kernel, clock.scheduler(), conditions ),
-         faults( [ this ]( auto const & vrf, auto const & why ) { feeder.vrfFailed( vrf, why ); } ),
+         faults( [ this ]( auto const & fault ) {
+            if ( Valen::isVrfSetupFault( fault ) ) {
+               feeder.vrfFailed( fault.key, fault.text );
+            }
+         } ),
          journal( stateDirectory, machine(), []( bool, auto const & ) {} ),
          controller( store, feeder.config(), kernel, journal, clock.scheduler(), work ) {
       store.entityManager->mountProviderIs( "kni/ns/", &kernel );

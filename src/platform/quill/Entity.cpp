@@ -26,7 +26,7 @@ void NotifieeBase::watch( Ptr< Entity const > entity ) noexcept {
    } catch ( ... ) {
       // Reactors catch their own faults and name themselves (Watch.h). This one is of a bare
       // notifiee, which may be destroyed by now.
-      reportFault( "notifiee", "", "" );
+      reportFault( { typeid( NotifieeBase ), "notifiee" }, "" );
    }
 }
 

@@ -17,6 +17,7 @@ namespace Quill {
 
 // Calls `handler` (a member function of the owner) when the attribute of tag `Attr` changes.
 template < class Attr, auto handler > struct On {
+   using Attribute = Attr;
    static constexpr AttrId id = Attr::id;
 
    template < class Owner > static void call( Owner & owner, void const * key ) {
@@ -55,11 +56,18 @@ class Watch final : public NotifieeOf< T >, private NestedNotifiee {
    }
 
  private:
-   // The handler may have replaced the watched entity; the type is still the same.
+   // Reports the exception being handled. The handler may have replaced the watched entity; the type is
+   // still the same.
    void fault( AttrId attributeId, void const * key ) {
-      auto const * const attribute = T::staticType().attribute( attributeId );
-      reportFault( owner().reactorName(), attribute->name,
-                   key ? attribute->keyText( key ) : std::string() );
+      auto const keyText =
+         key ? T::staticType().attribute( attributeId )->keyText( key ) : std::string();
+      auto const report = [ & ]< class Attr >( std::type_identity< Attr > ) {
+         reportFault( faultSource< Owner, Attr >( owner().reactorName() ), keyText );
+         return true;
+      };
+      (void)( ( attributeId == Ons::id &&
+                report( std::type_identity< typename Ons::Attribute >() ) ) ||
+              ... );
    }
 };
 
