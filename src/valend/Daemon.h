@@ -6,6 +6,7 @@
 #include "linux/PacketEndpoint.h"
 #include "valend/Options.h"
 #include "valend/api/Api.h"
+#include "valend/base/Conditions.h"
 #include "valend/base/Watchdog.h"
 #include "valend/kernel/KernelLinks.h"
 #include "valend/configuration/Configurator.h"
@@ -34,7 +35,7 @@ class Daemon {
    static Valen::Linux::NetNsFolders foldersOf( Settings::ProcessConfig const & process );
 
    void configIs( Settings::Config const & config );
-   void finishWhatWasBegun();
+   void resumeShutdowns();
    void reload();
    void stop( char const * signal );
 
@@ -49,6 +50,7 @@ class Daemon {
    PublishedFile kept_;
    Publications publications_;
    FaultLog faults_;
+   Conditions conditions_;
    Journal journal_;
    LinkController controller_;
    MetricsFile metricsFile_;

@@ -6,6 +6,7 @@
 #include "tests/support/RecordingRawTxPam.h"
 #include "tests/support/SteppedClock.h"
 #include "types/KernelNetInfo.h"
+#include "valend/base/Conditions.h"
 #include "valend/base/FaultLog.h"
 #include "valend/configuration/Feeder.h"
 #include "valend/shutdown/LinkController.h"
@@ -131,7 +132,7 @@ class DaemonFixture : public ::testing::Test {
    explicit DaemonFixture( std::string const & stateDirectory = "" )
        : kernel( sent ), feeder( store, kernel, clock.scheduler() ),
          faults( [ this ]( auto const & vrf, auto const & why ) { feeder.vrfFailed( vrf, why ); } ),
-         journal( stateDirectory, machine(), []( bool, auto const & ) {} ),
+         journal( stateDirectory, machine(), conditions, []( auto const & ) {} ),
          controller( store, feeder.config(), kernel, journal, clock.scheduler(), work ) {
       store.entityManager->mountProviderIs( "kni/ns/", &kernel );
    }
@@ -213,6 +214,7 @@ class DaemonFixture : public ::testing::Test {
    Store store;
    Feeder feeder;
    FaultLog faults;
+   Conditions conditions{ []( LogLevel, auto const & ) {} };
    Journal journal;
    LinkController controller;
    Quill::Ptr< Valen::RunnabilitySm > library;
