@@ -149,6 +149,7 @@ void DeviceWatcher::resync() {
       dumpAgain_ = true; // the kernel runs one dump of a socket at a time
    } else if ( !retryTimer_.running() ) {
       status_->resyncsIs( status_->resyncs() + 1 );
+      status_->synchronizedIs( false );
       startDump();
    }
 }

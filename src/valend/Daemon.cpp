@@ -16,18 +16,19 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
     : process_( Settings::merged( read.config.process, options.process ) ),
       folders_( foldersOf( process_ ) ),
       trace_( loop_.workQueue(), process_, options.process.traceLevels.has_value() ),
-      endpoints_( folders_ ), links_( loop_, folders_, endpoints_ ),
+      endpoints_( folders_ ), links_( loop_, folders_, endpoints_, conditions_ ),
       feeder_( store_, links_, loop_.scheduler() ), kept_( Settings::stateDirectoryOf( process_ ) ),
       publications_( feeder_, [ this ]( auto const & messages ) { kept_.write( messages ); } ),
       faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
       journal_( Settings::stateDirectoryOf( process_ ), Journal::Machine::real(), conditions_ ),
       controller_( store_, feeder_.config(), links_, journal_, loop_.scheduler(),
                    loop_.workQueue() ),
+      metrics_( { store_, feeder_, links_, controller_, faults_, conditions_,
+                  [ this ] {
+                     return Metrics::Clients{ server_.connections(), server_.dropped() };
+                  } } ),
       metricsFile_(
-         process_.metricsFile.value_or( "" ),
-         [ this ] {
-            return metricsText( { store_, feeder_, links_, controller_, faults_ } );
-         },
+         process_.metricsFile.value_or( "" ), [ this ] { return metrics_.text(); }, conditions_,
          loop_.scheduler() ),
       netNsWatcher_( loop_, folders_,
                      [ this ]( auto const & name, NetNsWatcher::Change ) {
@@ -37,8 +38,8 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
       configurator_( options.config, options.process,
                      [ this ]( auto const & config ) { configIs( config ); } ),
       access_( options.readers, options.changers ),
-      api_( { store_, feeder_, publications_, links_, controller_, faults_, trace_, configurator_,
-              access_, loop_.scheduler(), loop_.workQueue() } ),
+      api_( { store_, feeder_, publications_, links_, controller_, faults_, conditions_, metrics_,
+              trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue() } ),
       server_( loop_, process_.socket.value_or( Settings::defaultSocket ), api_ ),
       watchdog_( loop_.scheduler() ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );

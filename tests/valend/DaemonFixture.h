@@ -210,6 +210,7 @@ class DaemonFixture : public ::testing::Test {
    Valen::Test::SteppedClock clock;
    Valen::Test::RecordingRawTxPams sent;
    Gantry::WorkQueue work;
+   Conditions conditions{ []( auto, auto const & ) {} };
    FakeKernel kernel;
    Store store;
    Feeder feeder;

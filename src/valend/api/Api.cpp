@@ -3,7 +3,6 @@
 #include "valend/api/Description.h"
 #include "valend/base/Errors.h"
 #include "valend/base/Version.h"
-#include "valend/report/Metrics.h"
 #include "valend/store/StoreWalker.h"
 #include "varlink/Parameters.h"
 
@@ -241,8 +240,7 @@ void Api::history( Call call ) {
 // --- Frames --------------------------------------------------------------------------------------
 
 void Api::metrics( Call call ) {
-   call->reply( { { "text", metricsText( { parts_.store, parts_.feeder, parts_.port,
-                                           parts_.controller, parts_.faults } ) } } );
+   call->reply( { { "text", parts_.metrics.text() } } );
 }
 
 void Api::publish( Call call ) {

@@ -8,6 +8,7 @@
 #include "linux/KernelNetInfoProvider.h"
 #include "linux/LinkControl.h"
 #include "linux/PacketEndpoint.h"
+#include "valend/kernel/DeviceCondition.h"
 #include "valend/kernel/LinkPort.h"
 #include "valend/kernel/LinkWatch.h"
 #include "valend/kernel/Namespaces.h"
@@ -18,9 +19,9 @@ namespace Valend {
 
 class KernelLinks final : public LinkPort, public Namespaces, public Orrery::MountProvider {
  public:
-   // `loop` and `endpoints` must outlive this.
+   // All must outlive this. Raises the conditions "devices/NAMESPACE".
    KernelLinks( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsFolders folders,
-                Valen::Linux::PacketEndpointProvider const & endpoints );
+                Valen::Linux::PacketEndpointProvider const & endpoints, Conditions & conditions );
 
    // Follows the devices of these namespaces from now on, and of no others on its own account.
    void netNssAre( std::set< std::string > const & netNss );
@@ -28,9 +29,6 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    void seenIs( LinkWatch::Seen seen ) { watch_.seenIs( std::move( seen ) ); }
    // The namespace came, went, or is another one now.
    void refresh( std::string const & netNs );
-   // Why the namespace's devices cannot be seen; empty when they can.
-   std::string trouble( std::string const & netNs ) const;
-
    std::optional< LinkDevice > device( LinkPlace const & place ) const override;
    bool up( LinkPlace const & place ) override;
    void upIs( LinkPlace const & place, bool up ) override;
@@ -45,6 +43,9 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    void unmount( std::string_view path ) override;
 
  private:
+   void follow( std::string const & netNs );
+   void unfollow( std::string const & netNs );
+   std::string errorOf( std::string const & netNs ) const;
    LinkDevice requireDevice( LinkPlace const & place ) const;
 
    Valen::Linux::NetNsFolders const folders_;
@@ -52,6 +53,8 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    Valen::Linux::KernelNetInfoProvider devices_;
    Valen::Linux::LinkControl control_;
    LinkWatch watch_;
+   Conditions & conditions_;
+   std::map< std::string, Quill::Ptr< DeviceCondition > > deviceConditions_; // by namespace
    std::set< std::string > netNss_;              // that the agent follows
    std::set< std::string, std::less<> > ours_;   // their mount paths
    std::set< std::string, std::less<> > theirs_; // and that the library has mounted

@@ -34,8 +34,8 @@ class ApiFixture : public DaemonFixture {
  protected:
    ApiFixture()
        : trace( work, Settings::ProcessConfig(), false ), publications( feeder ),
-         api( { store, feeder, publications, kernel, controller, faults, trace, configurator,
-                access, clock.scheduler(), work } ) {}
+         api( { store, feeder, publications, kernel, controller, faults, conditions, metrics, trace,
+                configurator, access, clock.scheduler(), work } ) {}
 
    void startPublishing( Settings::Config const & config ) {
       start( Settings::Config() );
@@ -59,6 +59,8 @@ class ApiFixture : public DaemonFixture {
 
    TraceHub trace;
    Access access{ "4001", "4002" };
+   Metrics metrics{ { store, feeder, kernel, controller, faults, conditions,
+                      [] { return Metrics::Clients(); } } };
    Publications publications;
    Configurator configurator{
       "/dev/null", Settings::ProcessConfig(),
