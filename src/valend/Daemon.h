@@ -51,7 +51,6 @@ class Daemon {
    PublishedFile kept_;
    Publications publications_;
    FaultLog faults_;
-   Conditions conditions_;
    Journal journal_;
    LinkController controller_;
    Metrics metrics_;

@@ -215,7 +215,6 @@ class DaemonFixture : public ::testing::Test {
    Store store;
    Feeder feeder;
    FaultLog faults;
-   Conditions conditions{ []( LogLevel, auto const & ) {} };
    Journal journal;
    LinkController controller;
    Quill::Ptr< Valen::RunnabilitySm > library;

@@ -62,7 +62,7 @@ class Journal {
    void write( JournalEntry & entry ) noexcept;
 
    // The text of the condition; empty when the journal works.
-   std::string const & trouble() const noexcept { return condition_.text(); }
+   std::string const & conditionText() const noexcept { return condition_.text(); }
    std::chrono::nanoseconds uptime() const { return machine_.uptime(); }
    std::string const & bootId() const noexcept { return machine_.bootId; }
 

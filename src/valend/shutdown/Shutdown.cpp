@@ -127,7 +127,7 @@ void Shutdown::begin() {
 
 void Shutdown::libraryChanged() {
    guard( "delayed", [ this ] {
-      if ( isHeld( phase() ) && status_ ) {
+      if ( isHeld( phase() ) ) {
          followLibrary();
       }
    } );

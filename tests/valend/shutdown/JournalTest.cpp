@@ -98,7 +98,7 @@ TEST_F( JournalTest, AnEntryIsReadBackAsWritten ) {
    EXPECT_EQ( asked.bootId, "b1" );
    EXPECT_THAT( open().unfinished, ElementsAre( asked, held ) );
    EXPECT_THAT( damages, IsEmpty() );
-   EXPECT_EQ( journal->trouble(), "" );
+   EXPECT_EQ( journal->conditionText(), "" );
 }
 
 TEST_F( JournalTest, TheLastLineOfAShutdownCounts ) {
@@ -187,7 +187,7 @@ TEST_F( JournalTest, ADirectoryOfTheFilesNameIsSetAside ) {
    open();
    EXPECT_THAT( damages, ElementsAre( "cannot read " + file + ": File too large; moved to " + file +
                                       ".damaged" ) );
-   EXPECT_EQ( journal->trouble(), "" );
+   EXPECT_EQ( journal->conditionText(), "" );
    write( "Ethernet1", Phase::requested );
    EXPECT_EQ( open().unfinished.size(), 1u );
 }
@@ -232,7 +232,7 @@ TEST_F( JournalTest, AFileThatCannotGrowRaisesTheConditionUntilItCan ) {
    {
       FileSizeLimit const limit( size + 100 );
       write( "Ethernet2", Phase::requested );
-      EXPECT_EQ( journal->trouble(), full ) << "a part of the line fitted";
+      EXPECT_EQ( journal->conditionText(), full ) << "a part of the line fitted";
       EXPECT_EQ( work.content( "state/shutdowns" ).size(), size );
       write( "Ethernet2", Phase::sending );
    }
@@ -248,7 +248,7 @@ TEST_F( JournalTest, AStateDirectoryThatIsAFileRaisesTheConditionOnce ) {
    work.write( "state", "a file" );
    open();
    auto const text = "cannot open " + directory + ": Not a directory" + consequence;
-   EXPECT_EQ( journal->trouble(), text );
+   EXPECT_EQ( journal->conditionText(), text );
    write( "Ethernet1", Phase::requested );
    EXPECT_THAT( logged, ElementsAre( "journal: " + text ) );
 }
@@ -256,9 +256,9 @@ TEST_F( JournalTest, AStateDirectoryThatIsAFileRaisesTheConditionOnce ) {
 TEST_F( JournalTest, WithoutAStateDirectoryTheConditionStaysRaised ) {
    directory = "";
    open();
-   EXPECT_EQ( journal->trouble(), "no state directory" + consequence );
+   EXPECT_EQ( journal->conditionText(), "no state directory" + consequence );
    EXPECT_NE( write( "Ethernet1", Phase::requested ).id, 0u );
-   EXPECT_EQ( journal->trouble(), "no state directory" + consequence );
+   EXPECT_EQ( journal->conditionText(), "no state directory" + consequence );
 }
 
 TEST_F( JournalTest, TwoDaemonsDoNotShareAJournal ) {
@@ -267,7 +267,8 @@ TEST_F( JournalTest, TwoDaemonsDoNotShareAJournal ) {
    Conditions others{ []( LogLevel, auto const & ) {} };
    Journal second( directory, { "b1", [] { return 42ns; } }, others );
    EXPECT_THAT( second.read().unfinished, IsEmpty() );
-   EXPECT_EQ( second.trouble(), directory + " is used by another valend process" + consequence );
+   EXPECT_EQ( second.conditionText(),
+              directory + " is used by another valend process" + consequence );
    auto theirs = entry( "Ethernet2" );
    second.write( theirs );
    EXPECT_THAT( open().unfinished, ElementsAre( mine ) );

@@ -416,6 +416,31 @@ TEST_F( LinkControllerTest, DisablingTheDelayOfTheInterfaceEndsIt ) {
               "readiness lost 100 ms into the delay: delay disabled for this interface" );
 }
 
+TEST_F( LinkControllerTest, DisablingTheDelayEndsItEvenAfterReadinessWasLost ) {
+   shutdown( "Ethernet2" );
+   advance( 100ms );
+   feeder.namespaceChanged( "ns-red" );
+   advance( 100ms );
+   auto off = twoInterfaces();
+   off.shutdownDelayMs.reset();
+   feeder.apply( off );
+   turn();
+   EXPECT_THAT( kernel.actions, ElementsAre( "down ns-red/et2" ) );
+   EXPECT_EQ( last().why, "readiness lost 100 ms into the delay; delay disabled" );
+   EXPECT_EQ( last().held, 200ms );
+}
+
+TEST_F( LinkControllerTest, ADelayThatTheLibraryDoesNotStartIsNotWaitedFor ) {
+   controller.shutdown( "Ethernet1", "root", [ this ]( auto step, auto const & ) {
+      if ( step == ShutdownStep::sent ) {
+         store.statusDir->intfStatus( "Ethernet1" )->delayedIs( false );
+      }
+   } );
+   turn();
+   EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_EQ( last().why, "the library did not start the delay" );
+}
+
 TEST_F( LinkControllerTest, AnInterfaceRemovedFromTheConfigurationStillGoesDown ) {
    shutdown( "Ethernet1" );
    advance( 100ms );
