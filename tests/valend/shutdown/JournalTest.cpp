@@ -126,6 +126,14 @@ TEST_F( JournalTest, TheHistoryIsOrderedByEnd ) {
    EXPECT_THAT( names( open().history ), ElementsAre( "second", "first" ) );
 }
 
+// As after damage: what is kept of both files is copied into the new one.
+TEST_F( JournalTest, AShutdownInBothFilesIsInTheHistoryOnce ) {
+   open();
+   write( "Ethernet1", Phase::ended );
+   work.write( "state/shutdowns.1", work.content( "state/shutdowns" ) );
+   EXPECT_THAT( names( open().history ), ElementsAre( "Ethernet1" ) );
+}
+
 TEST_F( JournalTest, ShutdownsOfAnotherBootAreRead ) {
    open();
    write( "Ethernet1", Phase::held );
