@@ -26,10 +26,7 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
             feeder_.vrfFailed( fault.key, fault.text );
          }
       } ),
-      journal_( process_.value( "state-directory" ), Journal::Machine::real(),
-                []( bool grave, auto const & text ) {
-                   log( grave ? LogLevel::error : LogLevel::notice, text );
-                } ),
+      journal_( process_.value( "state-directory" ), Journal::Machine::real(), conditions_ ),
       controller_( store_, feeder_.config(), links_, journal_, loop_.scheduler(),
                    loop_.workQueue() ),
       metrics_( { store_, feeder_, links_, controller_, faults_, conditions_,
@@ -66,7 +63,7 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
       store_.configDir, store_.agentConfigDir, store_.allIntfConfigDir, store_.allIntfStatusDir,
       store_.allIntfStatusLocalDir, store_.l3IntfStatusDir, store_.allVrfStatusLocal,
       store_.entityManager, store_.statusDir, store_.allVrf, store_.allIntf );
-   finishWhatWasBegun();
+   resumeShutdowns();
 }
 
 Daemon::~Daemon() {
@@ -94,14 +91,13 @@ void Daemon::configIs( Settings::Config const & config ) {
    publications_.configIs( config );
 }
 
-void Daemon::finishWhatWasBegun() {
-   auto content = journal_.read();
-   if ( !content.running.empty() ) {
-      log( LogLevel::notice, "finishing " + std::to_string( content.running.size() ) +
-                                ( content.running.size() == 1 ? " shutdown" : " shutdowns" ) +
-                                " that the agent before began" );
+void Daemon::resumeShutdowns() {
+   auto recovered = recover( journal_ );
+   if ( auto const count = recovered.unfinished.size() ) {
+      log( LogLevel::notice,
+           "resuming " + Settings::counted( count, "shutdown" ) + " from the previous run" );
    }
-   controller_.resume( std::move( content ) );
+   controller_.resume( std::move( recovered ) );
 }
 
 void Daemon::reload() {

@@ -6,6 +6,7 @@
 #include "linux/PacketEndpoint.h"
 #include "valend/Options.h"
 #include "valend/api/Api.h"
+#include "valend/base/Conditions.h"
 #include "valend/base/Watchdog.h"
 #include "valend/configuration/Configurator.h"
 #include "valend/configuration/PublishedFile.h"
@@ -35,7 +36,7 @@ class Daemon {
    netNsDirectoriesOf( Settings::ProcessConfig const & process );
 
    void configIs( Settings::Config const & config );
-   void finishWhatWasBegun();
+   void resumeShutdowns();
    void reload();
    void stop( char const * signal );
 

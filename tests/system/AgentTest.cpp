@@ -170,7 +170,7 @@ TEST_F( AgentTest, ANamespaceThatGoesInTheDelayEndsTheShutdown ) {
       eventually( [ & ] { return interface( "Ethernet2" ).value( "delayed", false ); } ) );
    red_->destroy();
    EXPECT_EQ( waiting.wait(), 1 );
-   EXPECT_THAT( waiting.err(), HasSubstr( "Ethernet2: no link to set down (readiness was lost " ) );
+   EXPECT_THAT( waiting.err(), HasSubstr( "Ethernet2: no link to set down (readiness lost " ) );
    red_->create();
 }
 
@@ -229,7 +229,7 @@ TEST_F( AgentTest, AnAgentThatIsKilledLeavesTheLinksAndFinishesWhenItIsStartedAg
 
    start( config( 100 ) );
    ASSERT_TRUE( eventually( [ this ] { return !linkUp( *machine_, "et1" ); } ) );
-   EXPECT_THAT( agent_->err(), HasSubstr( "finishing 1 shutdown that the agent before began\n" ) );
+   EXPECT_THAT( agent_->err(), HasSubstr( "resuming 1 shutdown from the previous run\n" ) );
    ASSERT_EQ( ctl( { "enable", "Ethernet1" } ).status, 0 );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );

@@ -1,6 +1,6 @@
-// The agent is killed in mid-shutdown and started again, on the real kernel: whenever it is, the
-// link ends down, every frame reaches the far end, none is sent again once its sending is recorded,
-// and the record says what happened. And what is no shutdown of the operator's sends nothing.
+// valend is killed during a shutdown and restarted, on the real kernel. Whenever that is, the link goes
+// down, every frame reaches the far end, none is sent again once its sending is recorded, and the record
+// says what happened. A start, a reload and a stop send nothing.
 #include "settings/Hex.h"
 #include "tests/support/OpenMetricsParser.h"
 #include "tests/system/DaemonProcess.h"
@@ -18,13 +18,13 @@ namespace {
 
 using Json = nlohmann::json;
 using Clock = std::chrono::steady_clock;
-using Phase = Valend::JournalEntry::Phase;
 using std::chrono::microseconds;
 using std::chrono::milliseconds;
 using std::chrono::seconds;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using Valend::Phase;
 
 class CrashTest : public NetworkTest {
  protected:
@@ -46,15 +46,15 @@ class CrashTest : public NetworkTest {
    }
 
    void start() {
-      agent_.emplace( std::vector< std::string >{ VALEND, "--config", *work_ / "valen.yaml",
-                                                  "--socket", *work_ / "sock", "--state-directory",
-                                                  *work_ / "state", "--metrics-file",
-                                                  *work_ / "valen.prom" },
-                      *work_ / "agent", &*machine_ );
+      daemon_.emplace( std::vector< std::string >{ VALEND, "--config", *work_ / "valen.yaml",
+                                                   "--socket", *work_ / "sock", "--state-directory",
+                                                   *work_ / "state", "--metrics-file",
+                                                   *work_ / "valen.prom" },
+                       *work_ / "daemon", &*machine_ );
    }
    void kill() {
-      agent_->signal( SIGKILL );
-      agent_->wait();
+      daemon_->signal( SIGKILL );
+      daemon_->wait();
    }
    Result ctl( std::vector< std::string > arguments ) const {
       arguments.insert( arguments.begin(), { VALENCTL, "--socket", *work_ / "sock" } );
@@ -81,8 +81,7 @@ class CrashTest : public NetworkTest {
                 ( "ip -n " + machine_->text() + " -o link show et1 | grep -q '[<,]UP[,>]'" )
                    .c_str() ) == 0;
    }
-   // The last phase of the shutdown that was asked for last, as an agent that is started now finds
-   // it; nothing when there is none.
+   // The last entry in the journal; nothing when it is empty.
    std::optional< Valend::JournalEntry > journalled() const {
       std::optional< Valend::JournalEntry > last;
       std::istringstream lines( contentOf( *work_ / "state/shutdowns" ) );
@@ -95,8 +94,8 @@ class CrashTest : public NetworkTest {
    }
 
    template < class Condition >
-   static bool eventually( Condition const & condition, milliseconds patience = seconds( 30 ) ) {
-      auto const end = Clock::now() + patience;
+   static bool eventually( Condition const & condition, milliseconds timeout = seconds( 30 ) ) {
+      auto const end = Clock::now() + timeout;
       while ( !condition() ) {
          if ( Clock::now() > end ) {
             return false;
@@ -110,12 +109,12 @@ class CrashTest : public NetworkTest {
    std::optional< WorkDirectory > work_;
    std::optional< TestNetNs > machine_;
    std::optional< TestNetNs > neighbour_;
-   std::optional< Process > agent_;
+   std::optional< Process > daemon_;
 };
 
-// What one crash left, and what came of it.
+// What one crash left, and what the next start made of it.
 struct Crash {
-   std::optional< Valend::JournalEntry > found; // by the agent that was started next
+   std::optional< Valend::JournalEntry > found; // in the journal, at the next start
    std::vector< std::string > framesBefore;
    std::vector< std::string > framesAfter;
    Json record;
@@ -126,14 +125,14 @@ class KillTest : public CrashTest {
    std::uintmax_t journalBytes() const {
       return std::filesystem::file_size( *work_ / "state/shutdowns" );
    }
-   // Asks for a shutdown, kills the agent `after` that, and starts another.
+   // Requests a shutdown, kills valend `after` that, and starts it again.
    Crash crash( microseconds after ) {
       Crash crash;
       Capture far( *neighbour_, "far1" );
       auto const before = journalBytes();
       Process asking( { VALENCTL, "--socket", *work_ / "sock", "shutdown", "Ethernet1" },
                       *work_ / "asking" );
-      // From the moment when it is written down, which is the beginning of the shutdown.
+      // It begins when it is recorded.
       while ( journalBytes() == before && asking.running() ) {
       }
       auto const end = Clock::now() + after;
@@ -148,21 +147,21 @@ class KillTest : public CrashTest {
          auto const now = journalled();
          return now && now->phase == Phase::ended && !linkUp();
       } ) )
-         << agent_->err();
+         << daemon_->err();
       crash.framesAfter = far.frames( 3, milliseconds( 20 ) );
       EXPECT_TRUE( eventually( [ & ] { return lastRecord().contains( "ending" ); } ) );
       crash.record = lastRecord();
       return crash;
    }
 
-   // What must hold of every crash. Returns the phase that it fell into.
+   // What must hold after every crash. Returns the phase that was recorded.
    static std::string judge( Crash const & crash ) {
       auto const whole = std::vector{ testFrame( "one" ), testFrame( "two" ) };
       std::set< std::string > reached( crash.framesBefore.begin(), crash.framesBefore.end() );
       reached.insert( crash.framesAfter.begin(), crash.framesAfter.end() );
       EXPECT_EQ( reached.size(), 2u ) << "every frame reached the far end";
-      EXPECT_TRUE( crash.found ) << "it was written down";
-      auto const phase = crash.found ? crash.found->phase : Phase::asked;
+      EXPECT_TRUE( crash.found ) << "it was recorded";
+      auto const phase = crash.found ? crash.found->phase : Phase::requested;
       if ( phase >= Phase::held ) {
          EXPECT_EQ( crash.framesBefore, whole );
          EXPECT_THAT( crash.framesAfter, IsEmpty() ) << "recorded as sent";
@@ -175,28 +174,28 @@ class KillTest : public CrashTest {
       EXPECT_EQ( crash.record.value( "resumed", false ), phase != Phase::ended );
       auto const why = crash.record.value( "why", Json() ).dump();
       if ( phase == Phase::held ) {
-         EXPECT_THAT( why, HasSubstr( "the agent was started anew " ) );
+         EXPECT_THAT( why, HasSubstr( "valend restarted " ) );
       } else if ( phase == Phase::sending ) {
-         EXPECT_THAT( why, HasSubstr( "sent again: the agent was started anew while it sent" ) );
+         EXPECT_THAT( why, HasSubstr( "frames sent again: valend restarted while sending" ) );
       }
       return crash.found ? crash.found->toJson()[ "phase" ] : "none";
    }
 };
 
-// A sanitizer makes an agent's start ten times as long: fewer points then, and said so.
+// With a sanitizer a start takes ten times as long: fewer points then; the output says how many.
 #if defined( __SANITIZE_ADDRESS__ )
 constexpr int killPoints = 15;
 #else
 constexpr int killPoints = 50;
 #endif
 
-TEST_F( KillTest, WheneverTheAgentIsKilledTheShutdownIsFinished ) {
+TEST_F( KillTest, WheneverValendIsKilledTheShutdownIsFinished ) {
    std::map< std::string, int > phases;
    start();
    for ( int point = 0; point < killPoints; ++point ) {
-      ASSERT_TRUE( becomesReady() ) << agent_->err();
-      // A third lies in the first half millisecond, where most phases are; the others are spread
-      // over the delay and a little more.
+      ASSERT_TRUE( becomesReady() ) << daemon_->err();
+      // A third is in the first half millisecond, which has most phases; the others are spread over
+      // the delay and a little more.
       auto const early = point % 3 == 0;
       auto const after = early ? microseconds( 500 ) * point / killPoints
                                : microseconds( ( delay + milliseconds( 4 ) ) ) * point / killPoints;
@@ -213,8 +212,8 @@ TEST_F( KillTest, WheneverTheAgentIsKilledTheShutdownIsFinished ) {
    EXPECT_GE( phases[ "held" ], killPoints / 3 );
 }
 
-// The phases that are over too soon to be hit: the journal is cut back to each of them, as it is
-// when the agent is killed there.
+// Some phases are too short to be hit: the journal is cut back to each of them, as if valend had been
+// killed there.
 TEST_F( KillTest, EachPhaseIsFinished ) {
    start();
    for ( std::size_t lines = 1; lines <= 5; ++lines ) {
@@ -240,7 +239,7 @@ TEST_F( KillTest, EachPhaseIsFinished ) {
             auto const now = journalled();
             return now && now->phase == Phase::ended && !linkUp();
          } ) )
-            << agent_->err();
+            << daemon_->err();
          crash.framesAfter = far.frames( 3, milliseconds( 20 ) );
          ASSERT_TRUE( eventually( [ & ] { return lastRecord().contains( "ending" ); } ) );
          crash.record = lastRecord();
@@ -250,49 +249,51 @@ TEST_F( KillTest, EachPhaseIsFinished ) {
    }
 }
 
-// --- What is no shutdown of the operator's -------------------------------------------------------
+// --- Without a shutdown --------------------------------------------------------------------------
 
 TEST_F( CrashTest, StartReloadStopAndRestartSendNothingAndChangeNoLink ) {
    Capture far( *neighbour_, "far1" );
    start();
    ASSERT_TRUE( becomesReady() );
-   agent_->signal( SIGHUP );
+   daemon_->signal( SIGHUP );
    ASSERT_TRUE(
-      eventually( [ & ] { return agent_->err().find( "read again" ) != std::string::npos; } ) );
-   agent_->signal( SIGTERM );
-   EXPECT_EQ( agent_->wait(), 0 );
+      eventually( [ & ] { return daemon_->err().find( "read again" ) != std::string::npos; } ) );
+   daemon_->signal( SIGTERM );
+   EXPECT_EQ( daemon_->wait(), 0 );
    start();
    ASSERT_TRUE( becomesReady() );
    kill();
    start();
    ASSERT_TRUE( becomesReady() );
-   agent_->signal( SIGTERM );
-   EXPECT_EQ( agent_->wait(), 0 );
+   daemon_->signal( SIGTERM );
+   EXPECT_EQ( daemon_->wait(), 0 );
    EXPECT_THAT( far.frames( 1, milliseconds( 300 ) ), IsEmpty() );
    EXPECT_TRUE( linkUp() );
 }
 
-TEST_F( CrashTest, ALinkThatSomebodyElseSetsDownIsShownAndRecorded ) {
+TEST_F( CrashTest, ALinkSetDownOutsideValendIsShownAndRecorded ) {
    start();
    ASSERT_TRUE( becomesReady() );
    Capture far( *neighbour_, "far1" );
    machine_->ip( "link set et1 down" );
    ASSERT_TRUE( eventually( [ & ] { return interface().value( "withoutGoodbye", false ); } ) );
    EXPECT_EQ( lastRecord()[ "ending" ], "went-down" );
-   EXPECT_THAT( agent_->err(), HasSubstr( "Ethernet1: went down without goodbye: somebody else set "
-                                          "the link down\n" ) );
+   EXPECT_THAT( daemon_->err(),
+                HasSubstr( "Ethernet1: link set down outside valend; no goodbye frames sent\n" ) );
    EXPECT_THAT( far.frames( 1, milliseconds( 100 ) ), IsEmpty() );
    ASSERT_EQ( ctl( { "enable", "Ethernet1" } ).status, 0 );
    EXPECT_FALSE( interface().value( "withoutGoodbye", true ) );
    ASSERT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
-   std::this_thread::sleep_for( milliseconds( 200 ) );
-   EXPECT_EQ( lastRecord()[ "ending" ], "down" ) << "its own doing is none";
+   ASSERT_TRUE( eventually( [ & ] { return interface().value( "link", "" ) == "down"; } ) )
+      << "the kernel has reported it";
+   EXPECT_EQ( lastRecord()[ "ending" ], "down" )
+      << "what valend did itself is not recorded as outside";
    EXPECT_FALSE( interface().value( "withoutGoodbye", true ) );
 }
 
-// --- What others have published ------------------------------------------------------------------
+// --- Published frames ----------------------------------------------------------------------------
 
-TEST_F( CrashTest, FramesThatAreKeptOutliveTheAgentAndOthersDoNot ) {
+TEST_F( CrashTest, KeptFramesSurviveARestartAndOthersDoNot ) {
    start();
    ASSERT_TRUE( becomesReady() );
    auto const three = Settings::toHex( testFrame( "three" ) );
@@ -312,16 +313,16 @@ TEST_F( CrashTest, FramesThatAreKeptOutliveTheAgentAndOthersDoNot ) {
                 ElementsAre( testFrame( "one" ), testFrame( "two" ), testFrame( "three" ) ) );
 }
 
-// --- A state directory that cannot be used -------------------------------------------------------
+// --- An unusable state directory -----------------------------------------------------------------
 
-TEST_F( CrashTest, WithoutAStateDirectoryShutdownsWorkAndTheTroubleIsShown ) {
-   std::ofstream( *work_ / "state" ) << "no directory";
+constexpr char const * lostOnRestart = "; a shutdown in progress would be lost on restart";
+
+TEST_F( CrashTest, WithoutAStateDirectoryShutdownsWorkAndTheConditionIsShown ) {
+   std::ofstream( *work_ / "state" ) << "a file";
    start();
    ASSERT_TRUE( becomesReady() );
-   auto const why = *work_ / "state: Not a directory";
-   EXPECT_THAT( agent_->err(), HasSubstr( "a shutdown that is under way would not outlive the "
-                                          "agent: " +
-                                          why ) );
+   auto const why = "cannot open " + *work_ / "state" + ": Not a directory" + lostOnRestart;
+   EXPECT_THAT( daemon_->err(), HasSubstr( "journal: " + why ) );
    EXPECT_EQ( Json::parse( ctl( { "status", "--json" } ).out )[ "trouble" ], why );
    Capture far( *neighbour_, "far1" );
    EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
@@ -329,7 +330,7 @@ TEST_F( CrashTest, WithoutAStateDirectoryShutdownsWorkAndTheTroubleIsShown ) {
    EXPECT_EQ( far.frames( 2 ).size(), 2u );
 }
 
-TEST_F( CrashTest, OnADiskThatIsFullShutdownsWorkAndTheTroubleIsShown ) {
+TEST_F( CrashTest, OnAFullDiskShutdownsWorkAndTheConditionIsShown ) {
    run( "mkdir " + *work_ / "state" );
    run( "mount -t tmpfs -o size=64k none " + *work_ / "state" );
    run( "dd if=/dev/zero of=" + *work_ / "state/filler bs=4k count=16 2>/dev/null" );
@@ -341,12 +342,13 @@ TEST_F( CrashTest, OnADiskThatIsFullShutdownsWorkAndTheTroubleIsShown ) {
    kill();
    run( "umount " + *work_ / "state" );
    EXPECT_TRUE( ready );
-   EXPECT_EQ( status.value( "trouble", "" ), *work_ / "state/shutdowns: No space left on device" );
+   EXPECT_EQ( status.value( "trouble", "" ), "cannot write " + *work_ / "state/shutdowns" +
+                                                ": No space left on device" + lostOnRestart );
 }
 
 // --- Metrics -------------------------------------------------------------------------------------
 
-TEST_F( CrashTest, TheMetricsFileFollowsTheShutdowns ) {
+TEST_F( CrashTest, TheMetricsFileCountsTheShutdowns ) {
    if ( !metricsParserThere() && !std::getenv( "CI" ) ) {
       GTEST_SKIP() << "the parser of the format is missing: python3-prometheus-client";
    }

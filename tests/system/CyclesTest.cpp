@@ -1,4 +1,4 @@
-// The whole library on the real kernel, through a thousand shutdowns.
+// The library on the real kernel, through a thousand shutdowns.
 #include "agent/RunnabilitySm.h"
 #include "linux/KernelNetInfoProvider.h"
 #include "linux/PacketEndpoint.h"
@@ -7,7 +7,7 @@
 namespace Valen::Test {
 namespace {
 
-// One interface in VRF "red", in a namespace of the test's own, with one agent's messages.
+// One interface in VRF "red", in a namespace that the test makes, with the frames of one agent.
 class CyclesTest : public NetworkTest {
  protected:
    void SetUp() override {
@@ -34,7 +34,7 @@ class CyclesTest : public NetworkTest {
       Corvid::rawTxPamProviderIs( nullptr );
    }
 
-   // Replaces what the agent has queued.
+   // Replaces the agent's frames.
    void queue( std::vector< std::string > const & frames ) {
       auto const message = Quill::make< Config::Agent::Message >( intfId_ );
       for ( auto const & frame : frames ) {
@@ -87,8 +87,8 @@ class CyclesTest : public NetworkTest {
    Quill::Ptr< RunnabilitySm > library_;
 };
 
-// Each cycle's frames are its own, so that a lost, a doubled or a late one would show.
-TEST_F( CyclesTest, AThousandShutdownsLoseAndDoubleNoFrame ) {
+// Each cycle has other frames, so that a lost, a duplicate or a late one shows.
+TEST_F( CyclesTest, AThousandShutdownsSendEachFrameOnce ) {
    constexpr U32 cycles = 1000;
    constexpr U32 framesPerCycle = 3;
    Capture capture( *neighbours_, "far1" );
@@ -105,13 +105,12 @@ TEST_F( CyclesTest, AThousandShutdownsLoseAndDoubleNoFrame ) {
       enable();
       ASSERT_FALSE( delayed() ) << "cycle " << cycle;
    }
-   EXPECT_TRUE( capture.frames( 1, std::chrono::milliseconds( 200 ) ).empty() ) << "one too many";
+   EXPECT_TRUE( capture.frames( 1, std::chrono::milliseconds( 200 ) ).empty() ) << "a duplicate";
 }
 
-// The same with the far end read only afterwards, so that nothing but the order of sending orders
-// the frames.
+// The far end is read only afterwards: the order in which it has the frames is that of their sending.
 TEST_F( CyclesTest, FramesOfManyShutdownsArriveInOrder ) {
-   constexpr U32 cycles = 100; // what the receiving socket's buffer holds
+   constexpr U32 cycles = 100; // fits into the receiving socket's buffer
    Capture capture( *neighbours_, "far1" );
    std::vector< std::string > expected;
    for ( U32 cycle = 0; cycle < cycles; ++cycle ) {

@@ -136,7 +136,7 @@ class DaemonFixture : public ::testing::Test {
                feeder.vrfFailed( fault.key, fault.text );
             }
          } ),
-         journal( stateDirectory, machine(), []( bool, auto const & ) {} ),
+         journal( stateDirectory, machine(), conditions, []( auto const & ) {} ),
          controller( store, feeder.config(), kernel, journal, clock.scheduler(), work ) {
       store.entityManager->mountProviderIs( "kni/ns/", &kernel );
    }

@@ -7,10 +7,12 @@ DelayWatch::DelayWatch( Quill::Ptr< Valen::Status::StatusDir const > dir, Change
 
 void DelayWatch::follow( Corvid::IntfId const & intfId,
                          Quill::Ptr< Valen::Status::IntfStatus const > entry ) {
+   unfollow( intfId );
+   entries_.insert( Quill::make< EntrySm >( *this, intfId, std::move( entry ) ) );
+}
+
+void DelayWatch::unfollow( Corvid::IntfId const & intfId ) {
    retire( entries_.remove( intfId ) );
-   if ( entry ) {
-      entries_.insert( Quill::make< EntrySm >( *this, intfId, std::move( entry ) ) );
-   }
 }
 
 void DelayWatch::handleIntfStatus( Corvid::IntfId intfId ) {

@@ -1,5 +1,7 @@
-// Tells when the library may have let go of an interface that it holds: when `delayed` of the status
-// entry through which it is held changes, or when there is another entry, or none.
+// Reports when the library may have ended the delay of an interface: `delayed` of the followed status
+// entry changed, or the interface got another entry, or lost it.
+//   watches   the directory of status entries, and each followed entry
+//   writes    nothing
 #pragma once
 
 #include "platform/quill/Watch.h"
@@ -13,16 +15,18 @@ namespace Valend {
 class DelayWatch final : public Quill::Reactor {
    QUILL_TRACKED( Valend::DelayWatch )
  public:
-   // Called inside a notification.
+   // Called inside a notification: note it, and act later.
    using Changed = std::function< void( std::string const & interface ) >;
 
    DelayWatch( Quill::Ptr< Valen::Status::StatusDir const > dir, Changed changed );
 
    char const * reactorName() const noexcept override { return "DelayWatch"; }
 
-   // Follows the entry from now on, in place of the interface's last one; null ends that.
+   // Follows the entry, instead of the one followed for this interface before.
    void follow( Corvid::IntfId const & intfId,
                 Quill::Ptr< Valen::Status::IntfStatus const > entry );
+   // Follows no entry of this interface any more.
+   void unfollow( Corvid::IntfId const & intfId );
 
    void handleIntfStatus( Corvid::IntfId intfId );
 

@@ -1,5 +1,7 @@
 #include "valend/shutdown/Journal.h"
 
+#include "settings/Counted.h"
+
 #include <cerrno>
 #include <chrono>
 #include <fcntl.h>
@@ -14,14 +16,13 @@ namespace Valend {
 
 using Valen::Linux::errorText;
 using Valen::Linux::Fd;
-using Phase = JournalEntry::Phase;
 
 namespace {
 
 // The first line of every journal.
 constexpr std::string_view header = "valen journal of shutdowns, 1\n";
 
-// The whole file. Nothing, with errno set, when it cannot be read or is too large.
+// The whole file. Nothing, with errno set, when it is not readable, not a regular file or too large.
 std::optional< std::string > contentOf( std::string const & path, std::size_t limit ) {
    Fd const fd( ::open( path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK ) );
    struct stat status {};
@@ -54,18 +55,33 @@ std::optional< std::string > contentOf( std::string const & path, std::size_t li
 struct Journal::Reading {
    std::map< U64, JournalEntry > entries; // the last line of each
    std::vector< U64 > ended;              // in the order of their ends
-   std::size_t badLines = 0;              // of the file that is being read
+   bool damaged = false;                  // in any file
 
    void add( JournalEntry entry ) {
       auto const [ place, added ] = entries.try_emplace( entry.id );
-      bool const wasEnded = !added && place->second.phase == Phase::ended;
-      if ( wasEnded ) {
-         return; // carried over into the next file
+      if ( !added && place->second.phase == Phase::ended ) {
+         return; // it was copied into the next file
       }
       if ( entry.phase == Phase::ended ) {
          ended.push_back( entry.id );
       }
       place->second = std::move( entry );
+   }
+
+   // Adds the entries in `lines`. Returns how many lines are damaged, one that has no end included.
+   std::size_t addLines( std::string_view lines ) {
+      std::size_t damagedLines = 0;
+      while ( !lines.empty() ) {
+         auto const end = lines.find( '\n' );
+         auto entry = end == lines.npos ? std::nullopt : entryIn( lines.substr( 0, end ) );
+         if ( entry ) {
+            add( std::move( *entry ) );
+         } else {
+            ++damagedLines;
+         }
+         lines.remove_prefix( end == lines.npos ? lines.size() : end + 1 );
+      }
+      return damagedLines;
    }
 };
 
@@ -79,9 +95,9 @@ Journal::Machine Journal::Machine::real() {
            } };
 }
 
-Journal::Journal( std::string directory, Machine machine, Notice notice )
+Journal::Journal( std::string directory, Machine machine, Conditions & conditions, Damaged damaged )
     : directory_( std::move( directory ) ), machine_( std::move( machine ) ),
-      notice_( std::move( notice ) ) {}
+      condition_( conditions, "journal" ), damaged_( std::move( damaged ) ) {}
 
 std::string Journal::path( char const * suffix ) const {
    return directory_ + "/shutdowns" + suffix;
@@ -95,19 +111,13 @@ Journal::Content Journal::read() {
       return content;
    }
    Reading reading;
-   bool whole = readFile( path( ".1" ), reading );
-   whole = readFile( path(), reading ) && whole;
-   for ( auto & [ id, entry ] : reading.entries ) {
+   readFile( path( ".1" ), reading );
+   readFile( path(), reading );
+   for ( auto const & [ id, entry ] : reading.entries ) {
       lastId_ = std::max( lastId_, id );
-      if ( entry.phase == Phase::ended ) {
-         continue;
-      }
-      if ( entry.bootId == machine_.bootId ) {
-         content.running.push_back( entry );
+      if ( entry.phase != Phase::ended ) {
+         content.unfinished.push_back( entry );
          running_[ id ] = lineOf( entry ) + '\n';
-      } else {
-         cutShort( entry );
-         reading.ended.push_back( id );
       }
    }
    auto & ended = reading.ended;
@@ -117,22 +127,14 @@ Journal::Content Journal::read() {
       content.history.push_back( reading.entries.at( id ).record );
    }
    openFile();
-   if ( !whole ) {
-      carryOver( reading );
+   if ( reading.damaged ) {
+      copyUndamaged( reading );
    }
    return content;
 }
 
-// The links were reset with the machine: there is nothing left to do.
-void Journal::cutShort( JournalEntry & entry ) {
-   entry.phase = Phase::ended;
-   entry.record.ending = ShutdownRecord::Ending::rebooted;
-   entry.record.resumed = true;
-   write( entry );
-}
-
-// Writes what was whole of files that were set aside.
-void Journal::carryOver( Reading const & reading ) {
+// The damaged file was set aside.
+void Journal::copyUndamaged( Reading const & reading ) {
    for ( auto const id : reading.ended ) {
       append( lineOf( reading.entries.at( id ) ) + '\n' );
    }
@@ -146,73 +148,65 @@ bool Journal::openDirectory() {
       return true;
    }
    if ( directory_.empty() ) {
-      troubleIs( "there is no state directory" );
+      raise( "no state directory" );
       return false;
    }
    std::error_code code;
    std::filesystem::create_directories( directory_, code );
    Fd directory( ::open( directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC ) );
    if ( !directory ) {
-      troubleIs( directory_ + ": " + ( code ? code.message() : errorText( errno ) ) );
+      raise( "cannot open " + directory_ + ": " + ( code ? code.message() : errorText( errno ) ) );
       return false;
    }
    if ( ::flock( directory.get(), LOCK_EX | LOCK_NB ) < 0 ) {
-      troubleIs( directory_ +
-                 ( errno == EWOULDBLOCK ? " is another agent's" : ": " + errorText( errno ) ) );
+      raise( errno == EWOULDBLOCK ? directory_ + " is used by another valend process"
+                                  : "cannot lock " + directory_ + ": " + errorText( errno ) );
       return false;
    }
    lock_ = std::move( directory );
    return true;
 }
 
-// Whether the file is in order or not there. One that is not is set aside.
-bool Journal::readFile( std::string const & path, Reading & reading ) {
+// A file that does not exist is not an error.
+void Journal::readFile( std::string const & path, Reading & reading ) {
    auto const content = contentOf( path, readLimit );
-   reading.badLines = 0;
+   if ( !content && errno == ENOENT ) {
+      return;
+   }
+   std::string why;
    if ( !content ) {
-      if ( errno == ENOENT ) {
-         return true;
-      }
-      notice_( true, path + " cannot be read: " + errorText( errno ) );
-      setAside( path );
-      return false;
+      why = "cannot read " + path + ": " + errorText( errno );
+   } else if ( !content->starts_with( header ) ) {
+      why = path + " is not a journal of shutdowns";
+   } else if ( auto const lines = reading.addLines( content->substr( header.size() ) ) ) {
+      why = path + " has " + Settings::counted( lines, "damaged line" );
    }
-   std::string_view rest( *content );
-   bool const ours = rest.starts_with( header );
-   rest.remove_prefix( ours ? header.size() : 0 );
-   while ( ours && !rest.empty() ) {
-      auto const end = rest.find( '\n' );
-      auto const line = rest.substr( 0, end );
-      rest.remove_prefix( end == rest.npos ? rest.size() : end + 1 );
-      auto entry = end == rest.npos ? std::nullopt : entryIn( line );
-      if ( entry ) {
-         reading.add( std::move( *entry ) );
-      } else {
-         ++reading.badLines;
-      }
+   if ( !why.empty() ) {
+      reading.damaged = true;
+      setAside( path, why );
    }
-   if ( ours && reading.badLines == 0 ) {
-      return true;
-   }
-   notice_( true, path + ( ours ? ": " + std::to_string( reading.badLines ) +
-                                     ( reading.badLines == 1 ? " torn line" : " torn lines" )
-                                : " is no journal of shutdowns" ) );
-   setAside( path );
-   return false;
 }
 
-void Journal::setAside( std::string const & path ) {
+void Journal::setAside( std::string const & path, std::string const & why ) {
    auto const aside = path + ".damaged";
    if ( ::rename( path.c_str(), aside.c_str() ) < 0 ) {
-      notice_( true, path + " cannot be set aside: " + errorText( errno ) );
+      damaged_( why + "; cannot move it to " + aside + ": " + errorText( errno ) );
    } else {
-      notice_( true, path + " was set aside as " + aside );
+      damaged_( why + "; moved to " + aside );
    }
 }
 
 // --- Writing -------------------------------------------------------------------------------------
 
-void Journal::write( JournalEntry & entry ) {
+void Journal::write( JournalEntry & entry ) noexcept {
+   try {
+      addLine( entry );
+   } catch ( std::exception const & e ) { // out of memory
+      raise( std::string( "cannot write " ) + e.what() );
+   }
+}
+
+void Journal::addLine( JournalEntry & entry ) {
    if ( entry.id == 0 ) {
       auto const now = std::chrono::system_clock::now().time_since_epoch();
       lastId_ = std::max( lastId_ + 1, static_cast< U64 >( now.count() ) );
@@ -229,12 +223,12 @@ void Journal::write( JournalEntry & entry ) {
    } else {
       running_[ entry.id ] = std::move( line );
    }
-   if ( written && bytes_ > fileLimit + 2 * carriedBytes_ ) {
+   if ( written && bytes_ > fileLimit + 2 * copiedBytes_ ) {
       rotate();
    }
 }
 
-// Opens the file, with its header in place.
+// Opens the file, and writes the header of a new one.
 bool Journal::openFile() {
    if ( file_ ) {
       return true;
@@ -245,7 +239,7 @@ bool Journal::openFile() {
    Fd file( ::open( path().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600 ) );
    struct stat status {};
    if ( !file || ::fstat( file.get(), &status ) < 0 ) {
-      troubleIs( path() + ": " + errorText( errno ) );
+      raise( "cannot open " + path() + ": " + errorText( errno ) );
       return false;
    }
    file_ = std::move( file );
@@ -253,7 +247,7 @@ bool Journal::openFile() {
    return bytes_ > 0 || append( std::string( header ) );
 }
 
-// Whether the text is in the file whole; else none of it is.
+// Adds the whole text to the file, or none of it.
 bool Journal::append( std::string const & text ) {
    if ( !openFile() ) {
       return false;
@@ -261,23 +255,23 @@ bool Journal::append( std::string const & text ) {
    auto const written = ::write( file_.get(), text.data(), text.size() );
    if ( written == static_cast< ssize_t >( text.size() ) ) {
       bytes_ += text.size();
-      troubleIs( "" );
+      condition_.clear();
       return true;
    }
    auto const number = written < 0 ? errno : ENOSPC;
    if ( written > 0 && ::ftruncate( file_.get(), static_cast< off_t >( bytes_ ) ) < 0 ) {
-      // A torn line, which the next agent reports.
+      // A damaged line, which the next start reports.
       [[maybe_unused]] auto const ended = ::write( file_.get(), "\n", 1 );
    }
-   file_.close(); // the next line tries it all anew
-   troubleIs( path() + ": " + errorText( number ) );
+   file_.close(); // the next line opens it again
+   raise( "cannot write " + path() + ": " + errorText( number ) );
    return false;
 }
 
-// A new file, which begins with what must not be lost with the old one.
+// Begins a new file, with the shutdowns that are running.
 void Journal::rotate() {
    if ( ::rename( path().c_str(), path( ".1" ).c_str() ) < 0 ) {
-      return troubleIs( path() + " cannot be renamed: " + errorText( errno ) );
+      return raise( "cannot rename " + path() + ": " + errorText( errno ) );
    }
    file_.close();
    for ( auto const & [ id, line ] : running_ ) {
@@ -285,17 +279,11 @@ void Journal::rotate() {
          break;
       }
    }
-   carriedBytes_ = bytes_;
+   copiedBytes_ = bytes_;
 }
 
-void Journal::troubleIs( std::string text ) {
-   if ( text == trouble_ ) {
-      return;
-   }
-   trouble_ = std::move( text );
-   trouble_.empty()
-      ? notice_( false, "shutdowns are written down again" )
-      : notice_( true, "a shutdown that is under way would not outlive the agent: " + trouble_ );
+void Journal::raise( std::string const & what ) {
+   condition_.raise( what + "; a shutdown in progress would be lost on restart" );
 }
 
 } // namespace Valend

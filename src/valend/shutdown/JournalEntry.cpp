@@ -2,32 +2,29 @@
 
 #include "valend/shutdown/ShutdownJson.h"
 
-#include <algorithm>
 #include <array>
 #include <cstdio>
-#include <iterator>
 #include <stdexcept>
 
 namespace Valend {
 
 using Json = nlohmann::json;
-using Phase = JournalEntry::Phase;
 
 namespace {
 
-// By phase.
-constexpr char const * phaseTexts[] = { "asked",    "sending",  "held",
-                                        "flushing", "lowering", "ended" };
-
-Phase phaseOf( std::string const & text ) {
-   auto const * const found = std::find( std::begin( phaseTexts ), std::end( phaseTexts ), text );
-   if ( found == std::end( phaseTexts ) ) {
-      throw std::out_of_range( "no phase " + text );
+Phase phaseFrom( std::string const & text ) {
+   auto const phase = valueIn( phaseTexts, text );
+   if ( !phase ) {
+      throw std::out_of_range( "unknown phase " + text );
    }
-   return static_cast< Phase >( found - std::begin( phaseTexts ) );
+   return *phase;
 }
 
-// CRC-32 (the polynomial of Ethernet's own checksum, reflected), by bytes.
+std::chrono::nanoseconds nanosecondsFrom( Json const & json ) {
+   return std::chrono::nanoseconds( json.get< S64 >() );
+}
+
+// CRC-32 as in Ethernet (reflected polynomial), one byte at a time.
 constexpr auto crcTable = [] {
    std::array< U32, 256 > table{};
    for ( U32 byte = 0; byte < 256; ++byte ) {
@@ -58,25 +55,30 @@ constexpr std::size_t checksumDigits = 8;
 
 Json JournalEntry::toJson() const {
    return { { "id", id },
-            { "phase", phaseTexts[ static_cast< std::size_t >( phase ) ] },
+            { "phase", textOf( phase ) },
             { "namespace", place.netNs },
             { "device", place.device },
             { "boot", bootId },
-            { "askedNs", askedAt.count() },
-            { "sentNs", sentAt.count() },
-            { "untilNs", heldUntil.count() },
+            { "requestedNs", requestedAt.count() },
+            { "heldFromNs", hold ? Json( hold->from.count() ) : Json() },
+            { "heldUntilNs", hold ? Json( hold->until.count() ) : Json() },
             { "shutdown", Valend::toJson( record ) } };
 }
 
 JournalEntry JournalEntry::fromJson( Json const & json ) {
    JournalEntry entry;
    entry.id = json.at( "id" );
-   entry.phase = phaseOf( json.at( "phase" ) );
+   entry.phase = phaseFrom( json.at( "phase" ) );
    entry.place = { json.at( "namespace" ), json.at( "device" ) };
    entry.bootId = json.at( "boot" );
-   entry.askedAt = std::chrono::nanoseconds( json.at( "askedNs" ).get< S64 >() );
-   entry.sentAt = std::chrono::nanoseconds( json.at( "sentNs" ).get< S64 >() );
-   entry.heldUntil = std::chrono::nanoseconds( json.at( "untilNs" ).get< S64 >() );
+   entry.requestedAt = nanosecondsFrom( json.at( "requestedNs" ) );
+   if ( !json.at( "heldFromNs" ).is_null() ) {
+      entry.hold = Hold{ nanosecondsFrom( json.at( "heldFromNs" ) ),
+                         nanosecondsFrom( json.at( "heldUntilNs" ) ) };
+   }
+   if ( isHeld( entry.phase ) && !entry.hold ) {
+      throw std::out_of_range( "held without a deadline" );
+   }
    entry.record = recordFromJson( json.at( "shutdown" ) );
    return entry;
 }
@@ -96,7 +98,7 @@ std::optional< JournalEntry > entryIn( std::string_view line ) {
    }
    try {
       return JournalEntry::fromJson( Json::parse( text ) );
-   } catch ( std::exception const & ) { // a journal of another make
+   } catch ( std::exception const & ) { // an entry that this version does not know
       return std::nullopt;
    }
 }

@@ -1,44 +1,47 @@
-// One shutdown as it stands in the journal.
+// One shutdown as recorded in the journal.
 #pragma once
 
 #include "valend/kernel/LinkPort.h"
+#include "valend/shutdown/Phase.h"
 #include "valend/shutdown/ShutdownRecord.h"
 
+#include <chrono>
 #include <nlohmann/json.hpp>
+#include <optional>
+#include <string>
+#include <string_view>
 
 namespace Valend {
 
-// Everything that an agent needs to finish the shutdown. Times are the machine's, since its boot
-// (CLOCK_BOOTTIME); they mean nothing after another one.
-struct JournalEntry {
-   enum class Phase : U8 {
-      asked,    // nothing was done yet
-      sending,  // the frames are going out; `sentAt` and `heldUntil` are set
-      held,     // they are out
-      flushing, // the delay is over; the socket empties
-      lowering, // the link is being set down
-      ended,
-   };
+// From when until when a link is held, on the machine's or on the scheduler's clock.
+struct Hold {
+   std::chrono::nanoseconds from{ 0 }; // the sending began
+   std::chrono::nanoseconds until{ 0 };
+   bool operator==( Hold const & ) const = default;
+};
 
-   U64 id = 0; // tells it from all others; 0: it was not written yet
-   Phase phase = Phase::asked;
-   LinkPlace place; // where the interface is, or was when it was configured last
+// Everything that is needed to finish the shutdown after a restart. Times are the machine's, since
+// its boot (CLOCK_BOOTTIME); they mean nothing after another boot.
+struct JournalEntry {
+   U64 id = 0; // unique; 0 until it is written
+   Phase phase = Phase::requested;
+   LinkPlace place; // of the interface, by the configuration that had it last
    std::string bootId;
-   std::chrono::nanoseconds askedAt{ 0 };
-   std::chrono::nanoseconds sentAt{ 0 };
-   std::chrono::nanoseconds heldUntil{ 0 };
+   std::chrono::nanoseconds requestedAt{ 0 };
+   std::optional< Hold > hold; // set when the sending begins
    ShutdownRecord record;
 
    bool operator==( JournalEntry const & ) const = default;
 
    nlohmann::json toJson() const;
-   // Throws nlohmann::json::exception, or std::out_of_range for an unknown phase.
+   // Throws nlohmann::json::exception, or std::out_of_range for an unknown phase
+   // or one that is held without a hold.
    static JournalEntry fromJson( nlohmann::json const & json );
 };
 
-// A line of the journal: a checksum, a blank and the entry as JSON; no final newline.
+// A line of the journal: a checksum, a space and the entry as JSON; without the final newline.
 std::string lineOf( JournalEntry const & entry );
-// The entry that stands in a line. Nothing when the line is torn or no line of a journal.
+// The entry in a line. Nothing when the line is damaged or not from a journal.
 std::optional< JournalEntry > entryIn( std::string_view line );
 
 } // namespace Valend

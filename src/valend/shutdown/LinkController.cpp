@@ -6,25 +6,25 @@
 
 namespace Valend {
 
-using Ending = ShutdownRecord::Ending;
-
 LinkController::LinkController( Store & store, Settings::Config const & config, LinkPort & port,
                                 Journal & journal, Quill::Ptr< Gantry::TaskScheduler > scheduler,
                                 Gantry::WorkQueue & work )
     : journal_( journal ), config_( config ), port_( port ), posted_( work, "link controller" ),
-      surroundings_{ store,
-                     config,
-                     port,
-                     std::move( scheduler ),
-                     journal,
-                     Quill::make< DelayWatch >(
-                        store.statusDir, [ this ]( auto const & name ) { statusChanged( name ); } ),
-                     [ this ]( auto const & place ) { ownChange( place, false ); },
-                     [ this ]( auto & shutdown ) { ended( shutdown ); } } {}
+      links_( port, scheduler, [ this ]( auto const & place ) { setDownOutside( place ); } ),
+      surroundings_{
+         store,
+         config,
+         port,
+         std::move( scheduler ),
+         journal,
+         Quill::make< DelayWatch >( store.statusDir,
+                                    [ this ]( auto const & name ) { libraryChanged( name ); } ),
+         [ this ]( auto const & place ) { links_.setDown( place ); },
+         [ this ]( auto & shutdown ) { ended( shutdown ); } } {}
 
 LinkController::~LinkController() = default;
 
-// --- What is asked -------------------------------------------------------------------------------
+// --- Requests ------------------------------------------------------------------------------------
 
 Settings::InterfaceConfig const & LinkController::interface( std::string const & name ) const {
    auto const found = config_.interfaces.find( name );
@@ -57,9 +57,9 @@ void LinkController::shutdown( std::string const & name, std::string by,
    }
 }
 
-void LinkController::resume( Journal::Content content ) {
-   history_ = std::move( content.history );
-   for ( auto & entry : content.running ) {
+void LinkController::resume( Recovered recovered ) {
+   history_ = std::move( recovered.history );
+   for ( auto & entry : recovered.unfinished ) {
       auto const name = entry.record.interface;
       if ( !find( name ) ) {
          shutdowns_[ name ] = std::make_unique< Shutdown >( surroundings_, std::move( entry ) );
@@ -74,20 +74,18 @@ LinkController::Enabled LinkController::enable( std::string const & name, std::s
       return Enabled::aborted;
    }
    auto const place = placeOf( interface( name ) );
-   if ( auto const config = surroundings_.store.allIntfConfigDir->intfConfig( name ) ) {
-      config->adminShutdownDelayedIs( false );
-   }
+   InterfaceDelay( surroundings_.store, name ).lowerFlag();
    try {
-      bool const wasUp = port_.up( place );
-      if ( !wasUp ) {
-         port_.upIs( place, true );
-         ownChange( place, true );
+      if ( port_.up( place ) ) {
+         return Enabled::alreadyUp;
       }
-      return wasUp ? Enabled::alreadyUp : Enabled::up;
+      port_.upIs( place, true );
    } catch ( Quill::ErrnoException const & e ) {
       bool const missing = e.number() == ENODEV || e.number() == ENOENT;
       throw missing ? Errors::noDevice( e.what() ) : Errors::linkFailed( e.what() );
    }
+   links_.setUp( place );
+   return Enabled::up;
 }
 
 std::optional< std::chrono::milliseconds >
@@ -109,7 +107,7 @@ void LinkController::beginNext() {
    while ( !queue_.empty() ) {
       auto const name = queue_.front();
       queue_.pop_front();
-      if ( auto * const shutdown = find( name ) ) { // else it was called off
+      if ( auto * const shutdown = find( name ) ) { // else it was aborted
          shutdown->begin();
          break;
       }
@@ -119,20 +117,20 @@ void LinkController::beginNext() {
    }
 }
 
-void LinkController::statusChanged( std::string const & name ) {
+void LinkController::libraryChanged( std::string const & name ) {
    posted_.post( [ this, name ] {
       if ( auto * const shutdown = find( name ) ) {
-         shutdown->statusChanged();
+         shutdown->libraryChanged();
       }
    } );
 }
 
 void LinkController::ended( Shutdown & shutdown ) {
-   remember( shutdown.record() );
-   // It may be on the stack below: it is freed from the loop.
+   // One of its functions is on the stack: it is destroyed from the loop.
    auto node = shutdowns_.extract( shutdown.record().interface );
    done_.push_back( std::move( node.mapped() ) );
    posted_.post( [ this ] { done_.clear(); } );
+   remember( shutdown.record() );
 }
 
 void LinkController::remember( ShutdownRecord const & record ) {
@@ -148,68 +146,38 @@ void LinkController::remember( ShutdownRecord const & record ) {
 
 // --- Links ---------------------------------------------------------------------------------------
 
-void LinkController::ownChange( LinkPlace const & place, bool up ) {
-   links_[ place ] = { up, false, surroundings_.scheduler->now() };
-}
-
-bool LinkController::downWithoutGoodbye( LinkPlace const & place ) const {
-   auto const found = links_.find( place );
-   return found != links_.end() && found->second.withoutGoodbye;
-}
-
 void LinkController::linkSeen( LinkPlace const & place, std::optional< bool > up ) {
-   posted_.post( [ this, place, up ] { linkChanged( place, up ); } );
+   posted_.post( [ this, place, up ] { links_.reported( place, up ); } );
 }
 
-void LinkController::linkChanged( LinkPlace const & place, std::optional< bool > up ) {
-   if ( !up ) {
-      links_.erase( place );
-      return;
-   }
-   auto const [ found, added ] = links_.try_emplace( place, Link{ *up, false, std::nullopt } );
-   auto & link = found->second;
-   if ( added || link.up == *up || outdated( place, link, *up ) ) {
-      return;
-   }
-   link = { *up, false, std::nullopt };
-   if ( !*up ) {
-      wentDown( place );
-   }
-}
-
-// What is heard may be older than what the agent has done since: then the kernel is asked.
-bool LinkController::outdated( LinkPlace const & place, Link const & link, bool up ) {
-   if ( !link.ownAt || surroundings_.scheduler->now() > *link.ownAt + ownEcho ) {
-      return false;
-   }
-   try {
-      return port_.up( place ) != up;
-   } catch ( Quill::ErrnoException const & ) {
-      return true; // it is gone, which is heard of next
-   }
-}
-
-void LinkController::wentDown( LinkPlace const & place ) {
+void LinkController::setDownOutside( LinkPlace const & place ) {
    for ( auto const & [ name, interface ] : config_.interfaces ) {
       if ( placeOf( interface ) != place ) {
          continue;
       }
       if ( auto * const shutdown = find( name ) ) {
-         return shutdown->wentDown();
+         shutdown->setDownOutside();
+      } else {
+         recordSetDownOutside( name, place );
       }
-      links_[ place ].withoutGoodbye = true;
-      JournalEntry entry;
-      entry.phase = JournalEntry::Phase::ended;
-      entry.place = place;
-      entry.askedAt = journal_.uptime();
-      entry.record.interface = name;
-      entry.record.by = "somebody else";
-      entry.record.when = std::chrono::system_clock::now();
-      entry.record.ending = Ending::wentDown;
-      entry.record.why = "somebody else set the link down";
-      journal_.write( entry );
-      return remember( entry.record );
+      return;
    }
+}
+
+void LinkController::recordSetDownOutside( std::string const & interface,
+                                           LinkPlace const & place ) {
+   links_.markWithoutGoodbye( place );
+   JournalEntry entry;
+   entry.phase = Phase::ended;
+   entry.place = place;
+   entry.requestedAt = journal_.uptime();
+   entry.record.interface = interface;
+   entry.record.by = ShutdownRecord::outside;
+   entry.record.when = std::chrono::system_clock::now();
+   entry.record.ending = ShutdownRecord::Ending::wentDown;
+   entry.record.why = ShutdownRecord::setDownOutside;
+   journal_.write( entry );
+   remember( entry.record );
 }
 
 } // namespace Valend

@@ -1,27 +1,47 @@
-// One shutdown, from the asking to the end.
+// One shutdown, from the request to its end: a state machine whose states are the phases of Phase.h.
 //
-//   asked -> sending -> held -> flushing -> lowering -> ended
+// Each phase has one deadline, after which the timer runs; "look again" means that it runs more often
+// meanwhile. "-" is no effect.
 //
-// Raises the interface's adminShutdownDelayed flag, upon which the library sends the frames and
-// holds `delayed`. When the library clears that, and the frames have left the socket, sets the link
-// down. It fails open: whatever happens to the library's side, the link goes down no later than the
-// delay plus a margin, and the record says why.
+//   phase           deadline             begin          library changed  timer
+//   requested       none                 check the link -                -
+//   waiting         now + readyTimeout   look again     -                look again; at the deadline
+//                                                                        check the link
+//   sending         hold's end + margin  -              -                "sending timed out": set the
+//                                                                        link down
+//   held            hold's end + margin  -              (1)              "the delay did not end in
+//                                                                        time": flush
+//   heldToDeadline  hold's end           -              (1)              flush
+//   flushing        now + flushTimeout   -              -                look again; at the deadline
+//                                                                        set the link down
+//   settingDown     now + downTimeout    set the link   -                try again; at the deadline
+//                                        down                            end: failed, or no device
+//   ended           none                 -              -                -
 //
-// `delayed` that goes away together with its status entry (a VRF that flaps, a device that is made
-// anew) is not the end of the delay: the link is held until its own deadline. The feature or the
-// interface's support switched off is.
+//   check the link   already down or no device: end; interface not ready: set the link down; else
+//                    send the frames, then hold the link
+//   (1)              `delayed` cleared: flush; status entry gone or replaced: flush if the interface
+//                    cannot become ready again, else hold to the deadline
+//   enabled          in each phase but the last: end as aborted; the link stays up
+//   set down outside valend
+//                    held: end as down; flushing: noted; else no effect
+//   an exception     in each phase but the last: set the link down; the record says why
 //
-// The link is that of the device which the configuration gives the interface at that moment.
+// It fails open: whatever happens to the library, and whatever is thrown, the link goes down no later
+// than the delay plus a margin.
 //
-// Each phase is in the journal before it begins. A shutdown that an agent before this one began goes
-// on where it stood: what is recorded as sent is not sent again, for that the flag stays down and
-// the link is held by the deadline alone; what is not is sent as soon as the interface is ready.
+// A status entry goes with a VRF that flaps or a device that is recreated; that is not the end of the
+// delay. The delay disabled in the configuration is.
+//
+// The device is the one that the configuration gives the interface at that moment. Each phase is in
+// the journal before it begins. Acts from the loop only.
 #pragma once
 
 #include "platform/gantry/Timer.h"
 #include "settings/Config.h"
 #include "valend/kernel/LinkPort.h"
 #include "valend/shutdown/DelayWatch.h"
+#include "valend/shutdown/InterfaceDelay.h"
 #include "valend/shutdown/Journal.h"
 #include "valend/store/Store.h"
 
@@ -34,88 +54,80 @@ class Shutdown final {
    // How long after the delay's end the library may still hold the link.
    static constexpr std::chrono::milliseconds margin{ 500 };
    // How long frames may take to leave the socket.
-   static constexpr std::chrono::milliseconds flushPatience{ 200 };
-   // How long a device is waited for whose index was just changing, and a kernel that refuses.
-   static constexpr std::chrono::milliseconds devicePatience{ 300 };
-   // How long after its start the agent waits for the interface of a shutdown that was begun before.
-   static constexpr std::chrono::milliseconds startPatience{ 2000 };
+   static constexpr std::chrono::milliseconds flushTimeout{ 200 };
+   // How long to retry when the kernel refuses to set the link down, or when the device is missing: one
+   // that was just recreated may not have been reported yet.
+   static constexpr std::chrono::milliseconds downTimeout{ 300 };
+   // How long after a restart the interface may take to become ready, and its device to be there.
+   static constexpr std::chrono::milliseconds readyTimeout{ 2000 };
 
    // What a shutdown works with. All must outlive it.
    struct Surroundings {
       Store & store;
-      Settings::Config const & config; // the one in force
+      Settings::Config const & config; // the active one
       LinkPort & port;
       Quill::Ptr< Gantry::TaskScheduler > scheduler;
       Journal & journal;
       Quill::Ptr< DelayWatch > delayWatch;
       std::function< void( LinkPlace const & place ) > linkSetDown; // by this shutdown
-      std::function< void( Shutdown & ) > ended; // before the observers hear of it
+      std::function< void( Shutdown & ) > ended;                    // called before the observers
    };
 
-   // One that is asked for now, by `by`.
+   // One that is requested now, by `by`.
    Shutdown( Surroundings const & surroundings, Settings::InterfaceConfig const & interface,
              std::string by );
-   // One that was begun before.
+   // One of the previous run that was not finished.
    Shutdown( Surroundings const & surroundings, JournalEntry entry );
    Shutdown( Shutdown const & ) = delete;
    Shutdown & operator=( Shutdown const & ) = delete;
 
-   // From the loop; no effect the second time.
-   void begin();
-   // The link stays up: calls the shutdown off.
+   // The events of the table. Nothing is thrown by the first three.
+   void begin(); // harmless when repeated
+   void libraryChanged();
+   void setDownOutside();
    void enabled( std::string const & by );
-   // Somebody else set the link down.
-   void wentDown();
-   // The library may have let go.
-   void statusChanged();
 
-   // Tells the observer the last step, and the further ones as they come.
+   // Calls the observer with the last step, and with the further ones as they come. One that throws
+   // is reported as a fault and noted in the record, and does not end the shutdown.
    void join( ShutdownObserver observer );
 
    // How long the link is still held; nothing when it is not.
    std::optional< std::chrono::milliseconds > remaining() const;
-   JournalEntry::Phase phase() const noexcept { return entry_.phase; }
+   Phase phase() const noexcept { return entry_.phase; }
    LinkPlace const & place() const noexcept { return entry_.place; }
    ShutdownRecord const & record() const noexcept { return entry_.record; }
 
  private:
-   using Phase = JournalEntry::Phase;
    using Ending = ShutdownRecord::Ending;
 
-   void enter( Phase phase );
-   void resume();
-   void await();
-   void go();
-   bool follow();
-   void raise( Quill::Ptr< Valen::Status::IntfStatus > status );
-   void send();
-   void hold();
-   std::vector< std::string > agentsInOrder() const;
-   void countRefused( std::vector< std::string > const & agents );
-   std::string lostForGood() const;
-   void timerRan();
-   void flush();
-   void linkDown();
-   void notSetDown( Quill::ErrnoException const & e );
-   void lowerFlag();
+   template < class Work > void guard( char const * event, Work const & work );
+   void failOpen( std::string const & why );
+   void enter( Phase phase, Gantry::Time deadline );
+   void timedOut();
+   void waitForInterface();
+   void checkLink();
+   void sendAndHold();
+   void holdLink();
+   void followLibrary();
+   void flushSocket();
+   void setLinkDown();
+   void retrySetLinkDown( Ending ending, std::string const & why );
    void end( Ending ending, std::string const & why );
-   void note( std::string const & why );
-   void step( ShutdownStep next );
-   std::string into() const;
+   bool updatePlace();
+   void tellObservers( ShutdownStep step );
+   void tellObserver( ShutdownObserver const & observer );
+   void note( std::string const & why ) { entry_.record.note( why ); }
+   std::string intoDelay() const;
    Gantry::Time now() const noexcept { return surroundings_.scheduler->now(); }
 
    Surroundings const & surroundings_;
-   JournalEntry entry_;
-   Corvid::IntfId const intfId_;
+   InterfaceDelay const delay_;
+   JournalEntry entry_;         // its hold is on the machine's clock
+   std::optional< Hold > hold_; // the same on the scheduler's
+   Gantry::Time deadline_{};    // of the phase; meaningless in those that have none
    std::vector< ShutdownObserver > observers_;
    std::optional< ShutdownStep > lastStep_;
-   Quill::Ptr< Valen::Status::IntfStatus const > status_; // the entry through which it is held
-   Gantry::Time sentAt_{};                                // the scheduler's times
-   Gantry::Time heldUntil_{};
-   Gantry::Time patienceEnd_{};
-   bool begun_ = false;
-   bool awaiting_ = false; // the interface, after the agent's start
-   bool ownClock_ = false; // the library does not hold it, or for too long
+   Quill::Ptr< Valen::Status::IntfStatus const > status_; // the entry by which the library holds it
    Gantry::Timer timer_;
 };
 

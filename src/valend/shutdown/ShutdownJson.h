@@ -7,11 +7,11 @@
 
 namespace Valend {
 
-// org.valen.daemon.varlink describes it.
+// A ShutdownRecord as org.valen.daemon.varlink describes it. An empty text becomes null.
 nlohmann::json toJson( ShutdownRecord const & record );
 
-// The record that toJson made `json` of, to the millisecond. Throws nlohmann::json::exception when
-// it is no such thing.
+// The inverse of toJson; `when` is exact to the millisecond. Throws nlohmann::json::exception when a
+// field is missing or has the wrong type.
 ShutdownRecord recordFromJson( nlohmann::json const & json );
 
 } // namespace Valend

@@ -1,4 +1,4 @@
-// One line in the log for each shutdown that has ended.
+// The log line of a shutdown that has ended.
 #pragma once
 
 #include "valend/base/Log.h"
@@ -6,13 +6,14 @@
 
 namespace Valend {
 
-// A warning when something did not go as it should.
+// A warning when the link was not set down by valend, or frames did not leave; else information.
 LogLevel levelOf( ShutdownRecord const & record ) noexcept;
 
 // INTERFACE, VALEN_ENDING, VALEN_BY, VALEN_SENT, VALEN_FAILED, VALEN_HELD_MS, VALEN_TOTAL_MS,
-// VALEN_UNFLUSHED_BYTES, VALEN_RESUMED; VALEN_WHY and VALEN_FAIL_REASON when there is one.
+// VALEN_UNFLUSHED_BYTES, VALEN_RESUMED; VALEN_WHY and VALEN_FAIL_REASON unless empty.
 LogFields fieldsOf( ShutdownRecord const & record );
 
+// Writes the line, and the fields to the system's journal.
 inline void logShutdown( ShutdownRecord const & record ) {
    log( levelOf( record ), record.summary(), fieldsOf( record ) );
 }

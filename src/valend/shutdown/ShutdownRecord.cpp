@@ -1,38 +1,15 @@
 #include "valend/shutdown/ShutdownRecord.h"
 
+#include "settings/Counted.h"
+
 #include <cstdio>
-#include <iterator>
 
 namespace Valend {
 
 namespace {
 
 using Ending = ShutdownRecord::Ending;
-
-// By ending.
-constexpr char const * endingTexts[] = { "running",   "down",   "aborted",   "already-down",
-                                         "no-device", "failed", "went-down", "rebooted" };
-
-// "link down", and how the other shutdowns end.
-char const * outcome( Ending ending ) {
-   switch ( ending ) {
-   case Ending::down:
-      return "link down";
-   case Ending::alreadyDown:
-      return "link was down already";
-   case Ending::noDevice:
-      return "no link to set down";
-   case Ending::failed:
-      return "link could not be set down";
-   case Ending::rebooted:
-      return "the machine was started anew";
-   case Ending::running:
-   case Ending::aborted:
-   case Ending::wentDown:
-      break;
-   }
-   return "under way";
-}
+using Settings::counted;
 
 std::string inMs( std::chrono::microseconds duration ) {
    char text[ 32 ];
@@ -40,45 +17,69 @@ std::string inMs( std::chrono::microseconds duration ) {
    return text;
 }
 
+std::string inMs( std::chrono::milliseconds duration ) {
+   return std::to_string( duration.count() ) + " ms";
+}
+
 // "3 frames in 0.2 ms, 1 not sent (Network is down), held 500 ms, "
 std::string goodbye( ShutdownRecord const & record ) {
-   auto text = std::to_string( record.sent ) + ( record.sent == 1 ? " frame in " : " frames in " ) +
-               inMs( record.sending ) + ", ";
+   auto text = counted( record.sent, "frame" ) + " in " + inMs( record.sending ) + ", ";
    if ( record.failed ) {
       text += std::to_string( record.failed ) + " not sent (" + record.failReason + "), ";
    }
-   text += "held " + std::to_string( record.held.count() ) + " ms, ";
+   text += "held " + inMs( record.held ) + ", ";
    if ( record.unflushedBytes ) {
       text += std::to_string( record.unflushedBytes ) + " bytes unflushed, ";
    }
    return text;
 }
 
-} // namespace
-
-char const * ShutdownRecord::endingText() const noexcept {
-   return endingTexts[ static_cast< std::size_t >( ending ) ];
+// "link down, total 501 ms (the delay did not end in time)"
+std::string outcome( char const * what, ShutdownRecord const & record ) {
+   return std::string( what ) + ", total " + inMs( record.total ) +
+          ( record.why.empty() ? "" : " (" + record.why + ")" );
 }
 
+// "total 901 ms, device not present: no device et1"
+std::string failure( char const * what, ShutdownRecord const & record ) {
+   return "total " + inMs( record.total ) + ", " + what + ": " + record.why;
+}
+
+} // namespace
+
 ShutdownRecord::Ending endingOf( std::string const & text ) noexcept {
-   for ( std::size_t i = 0; i < std::size( endingTexts ); ++i ) {
-      if ( text == endingTexts[ i ] ) {
-         return static_cast< Ending >( i );
-      }
-   }
-   return Ending::running;
+   return valueIn( ShutdownRecord::endingTexts, text ).value_or( Ending::running );
 }
 
 std::string ShutdownRecord::summary() const {
-   if ( ending == Ending::wentDown ) {
-      return interface + ": went down without goodbye: " + why;
+   auto const shutdown = interface + ": shutdown by " + by + ": ";
+   auto const frames = withDelay ? goodbye( *this ) : std::string();
+   switch ( ending ) {
+   case Ending::running:
+      return shutdown + frames + outcome( "in progress", *this );
+   case Ending::down:
+      return shutdown + frames + outcome( "link down", *this );
+   case Ending::aborted:
+      return interface + ": shutdown aborted: " + why;
+   case Ending::alreadyDown:
+      return shutdown + "already down; no frames sent" + ( why.empty() ? "" : " (" + why + ")" );
+   case Ending::noDevice:
+      return shutdown + frames + failure( "device not present", *this );
+   case Ending::failed:
+      return shutdown + frames + failure( "cannot set the link down", *this );
+   case Ending::wentDown:
+      return interface + ": " + setDownOutside + "; no goodbye frames sent";
+   case Ending::rebooted:
+      return shutdown + frames + outcome( "machine rebooted", *this );
    }
-   if ( ending == Ending::aborted ) {
-      return interface + ": will not go down: " + why;
+   return shutdown; // not reached: the switch has every ending
+}
+
+void ShutdownRecord::note( std::string const & part ) {
+   if ( part.empty() ) {
+      return;
    }
-   return interface + ": shutdown by " + by + ": " + ( withDelay ? goodbye( *this ) : "" ) +
-          outcome( ending ) + ", total " + std::to_string( total.count() ) + " ms" +
-          ( why.empty() ? "" : " (" + why + ")" );
+   why += why.empty() ? part : "; " + part;
 }
 
 } // namespace Valend

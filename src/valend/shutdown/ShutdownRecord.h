@@ -1,5 +1,7 @@
-// What the agent remembers of one shutdown.
+// What valend remembers of one shutdown.
 #pragma once
+
+#include "valend/shutdown/EnumTexts.h"
 
 #include "platform/quill/Int.h"
 
@@ -11,11 +13,11 @@
 
 namespace Valend {
 
-// What became of the frames that one agent had queued.
+// The frames that one agent had queued, and what became of them.
 struct AgentFrames {
    std::string agent;
-   U64 sent = 0;                 // that the kernel took
-   std::map< int, U64 > refused; // that it did not, by errno
+   U64 sent = 0;                 // the kernel took them
+   std::map< int, U64 > refused; // it did not, by errno
    bool operator==( AgentFrames const & ) const = default;
 };
 
@@ -23,40 +25,54 @@ struct ShutdownRecord {
    enum class Ending : U8 {
       running,
       down,        // the link is down
-      aborted,     // enabled again in time; the link stayed up
-      alreadyDown, // it was down before; nothing was sent
+      aborted,     // enabled in time; the link stayed up
+      alreadyDown, // it was down before; no frames were sent
       noDevice,    // there is no device to set down
       failed,      // the kernel refused to set the link down
-      wentDown,    // nobody asked: somebody else set the link down, without goodbye
-      rebooted,    // the machine was started anew meanwhile
+      wentDown,    // not a shutdown: the link was set down outside valend, without goodbye frames
+      rebooted,    // the machine rebooted meanwhile, which reset its links
    };
+
+   static constexpr EnumText< Ending > endingTexts[] = {
+      { Ending::running, "running" },    { Ending::down, "down" },
+      { Ending::aborted, "aborted" },    { Ending::alreadyDown, "already-down" },
+      { Ending::noDevice, "no-device" }, { Ending::failed, "failed" },
+      { Ending::wentDown, "went-down" }, { Ending::rebooted, "rebooted" },
+   };
+   static_assert( hasEveryValue( endingTexts, Ending::rebooted ) );
+
+   // `by` and `why` of a link that was set down outside valend.
+   static constexpr char const * outside = "outside valend";
+   static constexpr char const * setDownOutside = "link set down outside valend";
 
    std::string interface;
    std::string by; // who asked: "uid 0"
    std::chrono::system_clock::time_point when;
    bool withDelay = false;                 // frames were sent and the link was held
-   bool resumed = false;                   // the agent was started anew meanwhile
+   bool resumed = false;                   // valend restarted meanwhile
    U64 sent = 0;                           // frames that the kernel took
    U64 failed = 0;                         // frames that it refused
    std::string failReason;                 // of the last of these
    std::vector< AgentFrames > agents;      // the same by agent, in the order of sending
-   std::chrono::microseconds sending{ 0 }; // how long that took
-   std::chrono::milliseconds held{ 0 };    // from the sending on
-   std::chrono::milliseconds total{ 0 };   // from the asking to the end
+   std::chrono::microseconds sending{ 0 }; // how long the sending took
+   std::chrono::milliseconds held{ 0 };    // since the sending
+   std::chrono::milliseconds total{ 0 };   // since the request
    U64 unflushedBytes = 0;                 // had not left the machine when the link went down
    Ending ending = Ending::running;
-   std::string why; // what did not go the usual way; empty when all did
+   std::string why; // what did not go as expected, parts separated by "; "; empty when all did
 
-   // "down", "aborted", "already-down", "no-device", "failed", "went-down", "rebooted", "running"
-   char const * endingText() const noexcept;
+   // "down", "already-down", ...: see endingTexts.
+   char const * endingText() const noexcept { return textIn( endingTexts, ending ); }
    // What happened, in a line: "Ethernet1: shutdown by root: 3 frames in 0.2 ms, held 500 ms, link
    // down, total 501 ms".
    std::string summary() const;
+   // Adds a part to `why`; an empty one has no effect.
+   void note( std::string const & part );
 
    bool operator==( ShutdownRecord const & ) const = default;
 };
 
-// The ending of that text; `running` for any other.
+// The ending with this text; `running` for any other.
 ShutdownRecord::Ending endingOf( std::string const & text ) noexcept;
 
 // A step of a running shutdown.
@@ -66,7 +82,7 @@ enum class ShutdownStep : U8 {
    ended,   // see the record's ending
 };
 
-// Told of each step; the record is as it stands then.
+// Called at each step with the record at that moment.
 using ShutdownObserver = std::function< void( ShutdownStep step, ShutdownRecord const & record ) >;
 
 } // namespace Valend

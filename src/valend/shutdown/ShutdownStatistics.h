@@ -1,4 +1,4 @@
-// What became of all shutdowns since the agent started: by interface, and altogether.
+// Counters of all shutdowns since valend started: by interface, by agent, and altogether.
 #pragma once
 
 #include "valend/shutdown/ShutdownRecord.h"
@@ -11,35 +11,37 @@ namespace Valend {
 
 // Of one interface.
 struct ShutdownTotals {
-   U64 shutdowns = 0; // links that went down by themselves are none
-   U64 sent = 0;
-   U64 failed = 0;
+   U64 shutdowns = 0;      // without links that were set down outside valend
+   U64 sent = 0;           // frames that the kernel took
+   U64 failed = 0;         // frames that it refused
    std::string failReason; // of the last refused frame
    U64 aborts = 0;
-   U64 wentDown = 0; // without goodbye
+   U64 wentDown = 0; // links set down outside valend
 };
 
 class ShutdownStatistics {
  public:
-   // How many shutdowns were held for how long.
+   // How many shutdowns were held for how long, as a histogram.
    struct Held {
-      // Upper bounds in seconds, each included; what is above is in none.
+      // Upper bounds in seconds, each included. A longer time counts in `count` alone.
       static constexpr std::array< double, 9 > bounds{ 0.1, 0.25, 0.5, 1, 2.5, 5, 10, 30, 65.535 };
       std::array< U64, bounds.size() > atMost{}; // in the order of the bounds; cumulative
       U64 count = 0;
       double seconds = 0;
    };
 
-   // Takes a record that has ended in.
+   // Adds a shutdown that has ended.
    void add( ShutdownRecord const & record );
 
    ShutdownTotals totals( std::string const & interface ) const;
-   // By ending, those of which there were any.
+   // By ending; an ending that never occurred is missing.
    std::map< ShutdownRecord::Ending, U64 > const & endings() const noexcept { return endings_; }
-   // Frames by agent.
+   // By agent: all its frames.
    std::map< std::string, AgentFrames > const & agents() const noexcept { return agents_; }
    Held const & held() const noexcept { return held_; }
+   // Shutdowns that were continued after a restart.
    U64 resumed() const noexcept { return resumed_; }
+   // Shutdowns whose frames had not all left the machine when the link went down.
    U64 unflushed() const noexcept { return unflushed_; }
 
  private:
@@ -49,8 +51,8 @@ class ShutdownStatistics {
    std::map< ShutdownRecord::Ending, U64 > endings_;
    std::map< std::string, AgentFrames > agents_;
    Held held_;
-   U64 resumed_ = 0;   // begun by an agent before this one
-   U64 unflushed_ = 0; // whose frames had not all left the machine
+   U64 resumed_ = 0;
+   U64 unflushed_ = 0;
 };
 
 } // namespace Valend

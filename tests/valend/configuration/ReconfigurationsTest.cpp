@@ -416,8 +416,8 @@ TEST_F( MovedInterfaceTest, ADeviceThatAnotherInterfaceTookOverIsLeftAlone ) {
    reconfigure( config );
    EXPECT_THAT( kernel.actions, ::testing::IsEmpty() );
    EXPECT_EQ( last().ending, ShutdownRecord::Ending::noDevice );
-   EXPECT_THAT( last().why, ::testing::HasSubstr( "the interface is not configured any more, and "
-                                                  "its device is another's now" ) );
+   EXPECT_THAT( last().why, ::testing::HasSubstr( "interface removed from the configuration, and "
+                                                  "its device belongs to another interface" ) );
 }
 
 INSTANTIATE_TEST_SUITE_P( Histories, ReconfigurationsTest,

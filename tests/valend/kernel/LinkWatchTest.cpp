@@ -9,12 +9,8 @@
 namespace Valend {
 namespace {
 
-using namespace Test;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
-using Ending = ShutdownRecord::Ending;
-
-// --- Hearing -------------------------------------------------------------------------------------
 
 class LinkWatchTest : public ::testing::Test {
  protected:
@@ -72,126 +68,6 @@ TEST_F( LinkWatchTest, ANamespaceThatIsNotFollowedAnyMoreIsSilent ) {
    watch.follow( "red", nullptr );
    et1->flagsIs( 0 );
    EXPECT_THAT( seen, IsEmpty() );
-}
-
-// --- What is made of it --------------------------------------------------------------------------
-
-class WentDownTest : public DaemonFixture {
- protected:
-   WentDownTest() : DaemonFixture( stateFolder() ) {
-      start( twoInterfaces() );
-      controller.resume( journal.read() );
-      seen( "et1", true );
-   }
-   static WorkDirectory const & work() {
-      static WorkDirectory const folder;
-      return folder;
-   }
-   static std::string stateFolder() {
-      work().remove( "shutdowns" );
-      return work() / "";
-   }
-   // The kernel tells of a device of the default namespace; what it said is so by now.
-   void seen( std::string const & device, std::optional< bool > up ) {
-      controller.linkSeen( { "default", device }, up );
-      turn();
-   }
-   void somebodySets( bool up ) {
-      kernel.at( "default", "et1" ).up = up;
-      seen( "et1", up );
-   }
-   void shutdown() {
-      controller.shutdown( "Ethernet1", "root", nullptr );
-      turn();
-   }
-   bool withoutGoodbye() const { return controller.downWithoutGoodbye( { "default", "et1" } ); }
-   ShutdownRecord const & last() const { return controller.history().back(); }
-};
-
-TEST_F( WentDownTest, ALinkThatSomebodyElseSetsDownIsRecordedAndShown ) {
-   std::vector< std::string > lines;
-   controller.endedIs( [ & ]( auto const & record ) { lines.push_back( record.summary() ); } );
-   somebodySets( false );
-   EXPECT_THAT( lines, ElementsAre( "Ethernet1: went down without goodbye: somebody else set the "
-                                    "link down" ) );
-   EXPECT_EQ( last().ending, Ending::wentDown );
-   EXPECT_STREQ( last().endingText(), "went-down" );
-   EXPECT_TRUE( withoutGoodbye() );
-   EXPECT_EQ( controller.totals( "Ethernet1" ).wentDown, 1u );
-   EXPECT_EQ( controller.totals( "Ethernet1" ).shutdowns, 0u );
-   EXPECT_THAT( sentFrames(), IsEmpty() );
-   somebodySets( true );
-   EXPECT_FALSE( withoutGoodbye() );
-   EXPECT_EQ( controller.history().size(), 1u );
-   somebodySets( false );
-   EXPECT_EQ( controller.history().size(), 2u );
-}
-
-TEST_F( WentDownTest, AFlapIsRecordedAlthoughTheLinkIsUpAgain ) {
-   seen( "et1", false ); // the kernel has it up by now
-   EXPECT_EQ( controller.history().size(), 1u );
-}
-
-TEST_F( WentDownTest, TheAgentsOwnShutdownIsNone ) {
-   shutdown();
-   advance( 500ms );
-   seen( "et1", false );
-   EXPECT_EQ( controller.history().size(), 1u );
-   EXPECT_EQ( last().ending, Ending::down );
-   EXPECT_FALSE( withoutGoodbye() );
-}
-
-// What is heard may be older than what was done since.
-TEST_F( WentDownTest, LateWordOfTheAgentsOwnDoingIsNone ) {
-   shutdown();
-   advance( 500ms );
-   seen( "et1", true ); // of before the shutdown
-   EXPECT_EQ( controller.enable( "Ethernet1", "root" ), LinkController::Enabled::up );
-   seen( "et1", false ); // of before the enabling
-   seen( "et1", true );
-   EXPECT_EQ( controller.history().size(), 1u );
-   EXPECT_FALSE( withoutGoodbye() );
-   somebodySets( false );
-   EXPECT_TRUE( withoutGoodbye() ) << "but a real one, however soon, is";
-}
-
-TEST_F( WentDownTest, AHeldShutdownEndsAndItsRecordSaysWhy ) {
-   shutdown();
-   advance( 120ms );
-   somebodySets( false );
-   EXPECT_FALSE( controller.running( "Ethernet1" ) );
-   EXPECT_EQ( last().ending, Ending::down );
-   EXPECT_EQ( last().why, "somebody else set the link down 120 ms into the delay" );
-   EXPECT_EQ( last().held, 120ms );
-   EXPECT_EQ( last().sent, 2u );
-   EXPECT_FALSE( withoutGoodbye() ) << "its frames were sent";
-   advance( 1000ms );
-   EXPECT_THAT( kernel.actions, IsEmpty() );
-   EXPECT_EQ( controller.history().size(), 1u );
-}
-
-TEST_F( WentDownTest, AShutdownWhoseSocketEmptiesGoesOn ) {
-   kernel.outstanding = 100;
-   shutdown();
-   advance( 510ms );
-   somebodySets( false );
-   EXPECT_TRUE( controller.running( "Ethernet1" ) );
-   advance( 300ms );
-   EXPECT_EQ( last().ending, Ending::down );
-   EXPECT_EQ( last().why, "somebody else set the link down 510 ms into the delay" );
-}
-
-TEST_F( WentDownTest, ADeviceThatGoesOrIsNoInterfacesIsNone ) {
-   seen( "et1", std::nullopt );
-   seen( "et1", false ); // another device of that name, which was never up
-   seen( "eth0", true );
-   seen( "eth0", false );
-   EXPECT_THAT( controller.history(), IsEmpty() );
-}
-
-TEST_F( WentDownTest, ItOutlivesTheAgent ) {
-   somebodySets( false );
-   EXPECT_NE( work().content( "shutdowns" ).find( "\"ending\":\"went-down\"" ), std::string::npos );
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// The journal's files: what is written is read back, whatever happens to them.
+// The journal's files: what is written is read back, and damage costs as little as possible.
 #include "valend/shutdown/Journal.h"
 
 #include "tests/support/WorkDirectory.h"
@@ -15,7 +15,6 @@ using Test::WorkDirectory;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
 using Ending = ShutdownRecord::Ending;
-using Phase = JournalEntry::Phase;
 
 // No file of this process grows past `bytes` while it lives.
 class FileSizeLimit {
@@ -39,21 +38,20 @@ class FileSizeLimit {
 
 class JournalTest : public ::testing::Test {
  protected:
-   // An agent starts: its journal, and what it reads.
+   // valend starts: returns what its journal reads.
    Journal::Content open( std::string const & boot = "b1" ) {
       journal.reset();
-      journal.emplace( directory, Journal::Machine{ boot, [] { return 42ns; } },
-                       [ this ]( bool, auto const & text ) { notices.push_back( text ); } );
+      journal.emplace( directory, Journal::Machine{ boot, [] { return 42ns; } }, conditions,
+                       [ this ]( auto const & text ) { damages.push_back( text ); } );
       return journal->read();
    }
    // A shutdown in phase `phase`.
-   static JournalEntry entry( std::string const & interface, Phase phase = Phase::asked ) {
+   static JournalEntry entry( std::string const & interface, Phase phase = Phase::requested ) {
       JournalEntry entry;
       entry.phase = phase;
       entry.place = { "ns-red", "et1" };
-      entry.askedAt = 1ns;
-      entry.sentAt = 2ns;
-      entry.heldUntil = 3ns;
+      entry.requestedAt = 1ns;
+      entry.hold = Hold{ 2ns, 3ns };
       entry.record.interface = interface;
       entry.record.by = "root";
       entry.record.when = std::chrono::system_clock::time_point( 1234567ms );
@@ -86,82 +84,88 @@ class JournalTest : public ::testing::Test {
    WorkDirectory work;
    std::string directory = work / "state";
    std::string const file = directory + "/shutdowns";
-   std::vector< std::string > notices;
+   std::vector< std::string > damages;
+   std::vector< std::string > logged;
+   Conditions conditions{ [ this ]( LogLevel, auto const & text ) { logged.push_back( text ); } };
    std::optional< Journal > journal;
 };
 
-TEST_F( JournalTest, WhatIsWrittenIsReadBackWhole ) {
-   EXPECT_THAT( open().running, IsEmpty() );
-   auto const asked = write( "Ethernet1", Phase::asked );
+TEST_F( JournalTest, AnEntryIsReadBackAsWritten ) {
+   EXPECT_THAT( open().unfinished, IsEmpty() );
+   auto const asked = write( "Ethernet1", Phase::requested );
    auto const held = write( "Ethernet2", Phase::held );
    EXPECT_NE( asked.id, held.id );
    EXPECT_EQ( asked.bootId, "b1" );
-   EXPECT_THAT( open().running, ElementsAre( asked, held ) );
-   EXPECT_THAT( notices, IsEmpty() );
-   EXPECT_EQ( journal->trouble(), "" );
+   EXPECT_THAT( open().unfinished, ElementsAre( asked, held ) );
+   EXPECT_THAT( damages, IsEmpty() );
+   EXPECT_EQ( journal->conditionText(), "" );
 }
 
 TEST_F( JournalTest, TheLastLineOfAShutdownCounts ) {
    open();
-   auto one = write( "Ethernet1", Phase::asked );
+   auto one = write( "Ethernet1", Phase::requested );
    one.phase = Phase::sending;
    journal->write( one );
    one.phase = Phase::held;
    journal->write( one );
-   EXPECT_THAT( open().running, ElementsAre( one ) );
+   EXPECT_THAT( open().unfinished, ElementsAre( one ) );
    one.phase = Phase::ended;
    one.record.ending = Ending::down;
    journal->write( one );
    auto const content = open();
-   EXPECT_THAT( content.running, IsEmpty() );
+   EXPECT_THAT( content.unfinished, IsEmpty() );
    EXPECT_THAT( content.history, ElementsAre( one.record ) );
 }
 
-TEST_F( JournalTest, TheHistoryIsInTheOrderOfTheEnds ) {
+TEST_F( JournalTest, TheHistoryIsOrderedByEnd ) {
    open();
-   auto first = write( "first", Phase::asked );
+   auto first = write( "first", Phase::requested );
    write( "second", Phase::ended );
    first.phase = Phase::ended;
    journal->write( first );
    EXPECT_THAT( names( open().history ), ElementsAre( "second", "first" ) );
 }
 
-TEST_F( JournalTest, AnotherBootEndsWhatWasUnderWay ) {
+// As after damage: what is kept of both files is copied into the new one.
+TEST_F( JournalTest, AShutdownInBothFilesIsInTheHistoryOnce ) {
    open();
-   write( "Ethernet1", Phase::held );
-   for ( int i = 0; i < 2; ++i ) { // and the second time it is as it was
-      auto const content = open( "b2" );
-      EXPECT_THAT( content.running, IsEmpty() );
-      ASSERT_EQ( content.history.size(), 1u );
-      EXPECT_EQ( content.history[ 0 ].ending, Ending::rebooted );
-      EXPECT_STREQ( content.history[ 0 ].endingText(), "rebooted" );
-   }
+   write( "Ethernet1", Phase::ended );
+   work.write( "state/shutdowns.1", work.content( "state/shutdowns" ) );
+   EXPECT_THAT( names( open().history ), ElementsAre( "Ethernet1" ) );
 }
 
-// --- Files that are not in order -----------------------------------------------------------------
+TEST_F( JournalTest, ShutdownsOfAnotherBootAreRead ) {
+   open();
+   write( "Ethernet1", Phase::held );
+   auto const content = open( "b2" );
+   ASSERT_EQ( content.unfinished.size(), 1u );
+   EXPECT_EQ( content.unfinished[ 0 ].bootId, "b1" );
+}
 
-TEST_F( JournalTest, ATornLineIsReportedAndWhatIsWholeGoesOn ) {
+// --- Damaged files -------------------------------------------------------------------------------
+
+TEST_F( JournalTest, ADamagedLineIsReportedAndTheOthersAreKept ) {
    open();
    auto const running = write( "Ethernet1", Phase::held );
    write( "Ethernet2", Phase::ended );
-   write( "Ethernet3", Phase::asked );
+   write( "Ethernet3", Phase::requested );
    auto const whole = work.content( "state/shutdowns" );
    work.write( "state/shutdowns", whole.substr( 0, whole.size() - 20 ) );
    auto content = open();
-   EXPECT_THAT( content.running, ElementsAre( running ) );
+   EXPECT_THAT( content.unfinished, ElementsAre( running ) );
    EXPECT_THAT( names( content.history ), ElementsAre( "Ethernet2" ) );
-   EXPECT_THAT( notices, ElementsAre( file + ": 1 torn line",
-                                      file + " was set aside as " + file + ".damaged" ) );
+   EXPECT_THAT( damages,
+                ElementsAre( file + " has 1 damaged line; moved to " + file + ".damaged" ) );
    EXPECT_EQ( work.content( "state/shutdowns.damaged" ).size(), whole.size() - 20 );
-   notices.clear();
+   damages.clear();
    content = open();
-   EXPECT_THAT( content.running, ElementsAre( running ) ) << "the new file is in order";
+   EXPECT_THAT( content.unfinished, ElementsAre( running ) ) << "the new file has them";
    EXPECT_THAT( names( content.history ), ElementsAre( "Ethernet2" ) );
-   EXPECT_THAT( notices, IsEmpty() );
+   EXPECT_THAT( damages, IsEmpty() );
 }
 
-// Every byte counts: a flip anywhere loses that line alone.
-TEST_F( JournalTest, AFlippedBitLosesItsLineAlone ) {
+// Wherever a bit flips, only that line is lost.
+TEST_F( JournalTest, AFlippedBitCostsOneLine ) {
    open();
    auto const first = write( "Ethernet1", Phase::held );
    auto const size = work.content( "state/shutdowns" ).size();
@@ -172,33 +176,41 @@ TEST_F( JournalTest, AFlippedBitLosesItsLineAlone ) {
       flipped[ at ] = static_cast< char >( flipped[ at ] ^ 1 );
       journal.reset();
       work.write( "state/shutdowns", flipped );
-      EXPECT_THAT( open().running, ElementsAre( first ) ) << "byte " << at;
+      EXPECT_THAT( open().unfinished, ElementsAre( first ) ) << "byte " << at;
    }
 }
 
-TEST_F( JournalTest, AForeignFileIsSetAside ) {
+TEST_F( JournalTest, AFileThatIsNotAJournalIsSetAside ) {
    work.write( "state/shutdowns", "root:x:0:0\n" );
-   EXPECT_THAT( open().running, IsEmpty() );
-   EXPECT_THAT( notices, ElementsAre( file + " is no journal of shutdowns",
-                                      file + " was set aside as " + file + ".damaged" ) );
+   EXPECT_THAT( open().unfinished, IsEmpty() );
+   EXPECT_THAT( damages, ElementsAre( file + " is not a journal of shutdowns; moved to " + file +
+                                      ".damaged" ) );
    EXPECT_EQ( work.content( "state/shutdowns.damaged" ), "root:x:0:0\n" );
-   write( "Ethernet1", Phase::asked );
-   EXPECT_EQ( open().running.size(), 1u );
+   write( "Ethernet1", Phase::requested );
+   EXPECT_EQ( open().unfinished.size(), 1u );
 }
 
-TEST_F( JournalTest, AFolderInTheFilesPlaceIsSetAside ) {
+TEST_F( JournalTest, ADirectoryOfTheFilesNameIsSetAside ) {
    work.folder( "state/shutdowns" );
    open();
-   EXPECT_THAT( notices, ElementsAre( file + " cannot be read: File too large",
-                                      file + " was set aside as " + file + ".damaged" ) );
-   EXPECT_EQ( journal->trouble(), "" );
-   write( "Ethernet1", Phase::asked );
-   EXPECT_EQ( open().running.size(), 1u );
+   EXPECT_THAT( damages, ElementsAre( "cannot read " + file + ": File too large; moved to " + file +
+                                      ".damaged" ) );
+   EXPECT_EQ( journal->conditionText(), "" );
+   write( "Ethernet1", Phase::requested );
+   EXPECT_EQ( open().unfinished.size(), 1u );
 }
 
-// --- Files that are full -------------------------------------------------------------------------
+TEST_F( JournalTest, AFileThatCannotBeSetAsideIsReported ) {
+   work.write( "state/shutdowns", "root:x:0:0\n" );
+   work.folder( "state/shutdowns.damaged/occupied" );
+   open();
+   EXPECT_THAT( damages, ElementsAre( file + " is not a journal of shutdowns; cannot move it to " +
+                                      file + ".damaged: Is a directory" ) );
+}
 
-TEST_F( JournalTest, AFullFileGivesWayAndLosesNothingThatIsUnderWay ) {
+// --- Full files ----------------------------------------------------------------------------------
+
+TEST_F( JournalTest, AFullFileIsReplacedAndRunningShutdownsAreKept ) {
    open();
    auto const running = write( "Ethernet1", Phase::held );
    std::string const longName( 3000, 'n' ); // few lines fill it
@@ -210,64 +222,67 @@ TEST_F( JournalTest, AFullFileGivesWayAndLosesNothingThatIsUnderWay ) {
    EXPECT_LE( work.content( "state/shutdowns.1" ).size(),
               Journal::fileLimit + 2 * longName.size() );
    auto const content = open();
-   EXPECT_THAT( content.running, ElementsAre( running ) );
+   EXPECT_THAT( content.unfinished, ElementsAre( running ) );
    EXPECT_EQ( content.history.size(), Journal::historyLimit );
    EXPECT_EQ( content.history.back().interface, longName + std::to_string( lines - 1 ) );
 }
 
-// Nothing is left of a line that did not fit.
-TEST_F( JournalTest, AFileThatCannotGrowIsATroubleThatPasses ) {
+// --- The condition -------------------------------------------------------------------------------
+
+std::string const consequence = "; a shutdown in progress would be lost on restart";
+
+// A line that did not fit leaves nothing in the file.
+TEST_F( JournalTest, AFileThatCannotGrowRaisesTheConditionUntilItCan ) {
    open();
    auto const first = write( "Ethernet1", Phase::held );
    auto const size = work.content( "state/shutdowns" ).size();
+   auto const full = "cannot write " + file + ": No space left on device" + consequence;
    {
       FileSizeLimit const limit( size + 100 );
-      write( "Ethernet2", Phase::asked );
-      EXPECT_EQ( journal->trouble(), file + ": No space left on device" ) << "a part of it fitted";
+      write( "Ethernet2", Phase::requested );
+      EXPECT_EQ( journal->conditionText(), full ) << "a part of the line fitted";
       EXPECT_EQ( work.content( "state/shutdowns" ).size(), size );
       write( "Ethernet2", Phase::sending );
    }
-   EXPECT_THAT( notices, ElementsAre( "a shutdown that is under way would not outlive the agent: " +
-                                      file + ": No space left on device" ) );
-   notices.clear();
-   auto const third = write( "Ethernet3", Phase::asked );
-   EXPECT_EQ( journal->trouble(), "" );
-   EXPECT_THAT( notices, ElementsAre( "shutdowns are written down again" ) );
-   notices.clear();
-   EXPECT_THAT( open().running, ElementsAre( first, third ) );
-   EXPECT_THAT( notices, IsEmpty() ) << "no torn line";
+   EXPECT_TRUE( conditions.isRaised( "journal" ) );
+   auto const third = write( "Ethernet3", Phase::requested );
+   EXPECT_FALSE( conditions.isRaised( "journal" ) );
+   EXPECT_THAT( logged, ElementsAre( "journal: " + full, "journal: recovered" ) );
+   EXPECT_THAT( open().unfinished, ElementsAre( first, third ) );
+   EXPECT_THAT( damages, IsEmpty() );
 }
 
-TEST_F( JournalTest, APlaceThatIsNoDirectoryIsATrouble ) {
+TEST_F( JournalTest, AStateDirectoryThatIsAFileRaisesTheConditionOnce ) {
    work.write( "state", "a file" );
    open();
-   EXPECT_EQ( journal->trouble(), directory + ": Not a directory" );
-   write( "Ethernet1", Phase::asked );
-   EXPECT_THAT( notices, ElementsAre( "a shutdown that is under way would not outlive the agent: " +
-                                      directory + ": Not a directory" ) )
-      << "said once";
+   auto const text = "cannot open " + directory + ": Not a directory" + consequence;
+   EXPECT_EQ( journal->conditionText(), text );
+   write( "Ethernet1", Phase::requested );
+   EXPECT_THAT( logged, ElementsAre( "journal: " + text ) );
 }
 
-TEST_F( JournalTest, WithoutAPlaceNothingIsKeptAndThatIsSaid ) {
+TEST_F( JournalTest, WithoutAStateDirectoryTheConditionStaysRaised ) {
    directory = "";
    open();
-   EXPECT_EQ( journal->trouble(), "there is no state directory" );
-   EXPECT_NE( write( "Ethernet1", Phase::asked ).id, 0u );
-   EXPECT_EQ( journal->trouble(), "there is no state directory" );
+   EXPECT_EQ( journal->conditionText(), "no state directory" + consequence );
+   EXPECT_NE( write( "Ethernet1", Phase::requested ).id, 0u );
+   EXPECT_EQ( journal->conditionText(), "no state directory" + consequence );
 }
 
-TEST_F( JournalTest, TwoAgentsDoNotShareAJournal ) {
+TEST_F( JournalTest, TwoDaemonsDoNotShareAJournal ) {
    open();
    auto const mine = write( "Ethernet1", Phase::held );
-   Journal second( directory, { "b1", [] { return 42ns; } }, []( bool, auto const & ) {} );
-   EXPECT_THAT( second.read().running, IsEmpty() );
-   EXPECT_EQ( second.trouble(), directory + " is another agent's" );
+   Conditions others{ []( LogLevel, auto const & ) {} };
+   Journal second( directory, { "b1", [] { return 42ns; } }, others );
+   EXPECT_THAT( second.read().unfinished, IsEmpty() );
+   EXPECT_EQ( second.conditionText(),
+              directory + " is used by another valend process" + consequence );
    auto theirs = entry( "Ethernet2" );
    second.write( theirs );
-   EXPECT_THAT( open().running, ElementsAre( mine ) );
+   EXPECT_THAT( open().unfinished, ElementsAre( mine ) );
 }
 
-TEST( JournalMachineTest, TheUptimeRunsAndTheBootHasAName ) {
+TEST( JournalMachineTest, TheUptimeRunsAndTheBootHasAnId ) {
    auto const machine = Journal::Machine::real();
    EXPECT_EQ( machine.bootId.size(), 36u );
    auto const before = machine.uptime();

@@ -13,7 +13,7 @@ class LinkControllerTest : public DaemonFixture {
  protected:
    LinkControllerTest() { start( twoInterfaces() ); }
 
-   // Asks for a shutdown; its steps go to `steps`.
+   // Requests a shutdown, and records its steps in `steps`.
    void shutdown( std::string const & interface, std::string const & by = "root" ) {
       controller.shutdown( interface, by, [ this ]( auto step, auto const & record ) {
          steps.push_back( step == ShutdownStep::sent      ? "sent"
@@ -30,9 +30,9 @@ class LinkControllerTest : public DaemonFixture {
    std::vector< std::string > steps;
 };
 
-// --- The usual way -------------------------------------------------------------------------------
+// --- With delay ----------------------------------------------------------------------------------
 
-TEST_F( LinkControllerTest, TheLinkGoesDownWhenTheFramesAreOutAndTheDelayIsOver ) {
+TEST_F( LinkControllerTest, TheLinkGoesDownWhenTheFramesAreSentAndTheDelayIsOver ) {
    shutdown( "Ethernet1" );
    EXPECT_THAT( steps, ElementsAre( "sent", "delayed" ) );
    EXPECT_THAT( sentFrames(), ElementsAre( "default/7:a", "default/7:b" ) );
@@ -70,7 +70,7 @@ TEST_F( LinkControllerTest, NothingHappensBeforeTheLoopTurns ) {
    EXPECT_EQ( sentFrames().size(), 2u );
 }
 
-TEST_F( LinkControllerTest, ADelayOfZeroStillGoesThroughTheTimer ) {
+TEST_F( LinkControllerTest, ADelayOfZeroStillUsesTheTimer ) {
    auto config = twoInterfaces();
    config.shutdownDelayMs = 0;
    feeder.apply( config );
@@ -80,7 +80,7 @@ TEST_F( LinkControllerTest, ADelayOfZeroStillGoesThroughTheTimer ) {
    EXPECT_THAT( steps, ElementsAre( "sent", "delayed", "down" ) );
 }
 
-TEST_F( LinkControllerTest, AShutdownAfterAnEnableSendsAgain ) {
+TEST_F( LinkControllerTest, AShutdownAfterEnablingSendsAgain ) {
    for ( int i = 0; i < 3; ++i ) {
       shutdown( "Ethernet1" );
       advance( 500ms );
@@ -127,7 +127,7 @@ TEST_F( LinkControllerTest, AnInterfaceThatIsNotReadyGoesDownAtOnce ) {
    EXPECT_FALSE( last().withDelay );
 }
 
-TEST_F( LinkControllerTest, ALinkThatIsDownAlreadyIsLeftAlone ) {
+TEST_F( LinkControllerTest, ALinkThatIsAlreadyDownIsLeftAlone ) {
    kernel.at( "default", "et1" ).up = false;
    shutdown( "Ethernet1" );
    EXPECT_THAT( steps, ElementsAre( "already-down" ) );
@@ -135,7 +135,7 @@ TEST_F( LinkControllerTest, ALinkThatIsDownAlreadyIsLeftAlone ) {
    EXPECT_THAT( sentFrames(), IsEmpty() );
 }
 
-TEST_F( LinkControllerTest, WithoutADeviceThereIsNothingToSetDown ) {
+TEST_F( LinkControllerTest, AShutdownWithoutADeviceEndsAtOnce ) {
    kernel.deviceDel( "default", "et1" );
    shutdown( "Ethernet1" );
    EXPECT_THAT( steps, ElementsAre( "no-device" ) );
@@ -153,46 +153,46 @@ TEST_F( LinkControllerTest, AnUnknownInterfaceIsRefused ) {
    EXPECT_THROW( controller.enable( "Ethernet9", "root" ), Refusal );
 }
 
-// --- Joining and calling off ---------------------------------------------------------------------
+// --- Joining and aborting ------------------------------------------------------------------------
 
 TEST_F( LinkControllerTest, ASecondShutdownJoinsTheFirst ) {
    shutdown( "Ethernet1" );
    advance( 100ms );
    steps.clear();
-   shutdown( "Ethernet1", "somebody else" );
-   EXPECT_THAT( steps, ElementsAre( "delayed" ) ) << "where it stands";
+   shutdown( "Ethernet1", "uid 7" );
+   EXPECT_THAT( steps, ElementsAre( "delayed" ) ) << "the last step";
    EXPECT_EQ( sentFrames().size(), 2u );
    advance( 400ms );
-   EXPECT_THAT( steps, ElementsAre( "delayed", "down", "down" ) ) << "both hear of the end";
+   EXPECT_THAT( steps, ElementsAre( "delayed", "down", "down" ) ) << "both observers are called";
    EXPECT_EQ( controller.history().size(), 1u );
    EXPECT_EQ( last().by, "root" );
 }
 
-TEST_F( LinkControllerTest, EnablingWithinTheDelayCallsTheShutdownOff ) {
+TEST_F( LinkControllerTest, EnablingDuringTheDelayAbortsTheShutdown ) {
    shutdown( "Ethernet1" );
    advance( 120ms );
    EXPECT_EQ( controller.enable( "Ethernet1", "uid 7" ), Enabled::aborted );
    EXPECT_THAT( steps, ElementsAre( "sent", "delayed", "aborted" ) );
    EXPECT_FALSE( delayed( "Ethernet1" ) );
    EXPECT_FALSE( flag( "Ethernet1" ) );
-   EXPECT_EQ( last().why, "enabled by uid 7 120 ms into the delay" );
+   EXPECT_EQ( last().why, "enabled by uid 7 after 120 ms" );
    EXPECT_EQ( last().held, 120ms );
    EXPECT_EQ( last().total, 120ms );
    EXPECT_EQ( controller.totals( "Ethernet1" ).aborts, 1u );
    advance( 2000ms );
-   EXPECT_THAT( kernel.actions, IsEmpty() ) << "nothing goes down later";
+   EXPECT_THAT( kernel.actions, IsEmpty() ) << "the link does not go down later";
 }
 
-TEST_F( LinkControllerTest, EnablingBeforeItBeganSendsNothing ) {
+TEST_F( LinkControllerTest, EnablingBeforeTheDelaySendsNoFrames ) {
    controller.shutdown( "Ethernet1", "root", nullptr );
    EXPECT_EQ( controller.enable( "Ethernet1", "root" ), Enabled::aborted );
    advance( 1000ms );
    EXPECT_THAT( sentFrames(), IsEmpty() );
    EXPECT_THAT( kernel.actions, IsEmpty() );
-   EXPECT_EQ( last().why, "enabled before it began" );
+   EXPECT_EQ( last().why, "enabled before the delay began" );
 }
 
-TEST_F( LinkControllerTest, EnablingWhileTheSocketEmptiesCallsItOffToo ) {
+TEST_F( LinkControllerTest, EnablingWhileFramesLeaveTheSocketAbortsTheShutdown ) {
    kernel.outstanding = 100;
    shutdown( "Ethernet1" );
    advance( 510ms );
@@ -202,7 +202,7 @@ TEST_F( LinkControllerTest, EnablingWhileTheSocketEmptiesCallsItOffToo ) {
    EXPECT_THAT( kernel.actions, IsEmpty() );
 }
 
-TEST_F( LinkControllerTest, AnObserverMayCallTheShutdownOff ) {
+TEST_F( LinkControllerTest, AnObserverMayAbortTheShutdown ) {
    controller.shutdown( "Ethernet1", "root", [ this ]( auto step, auto const & ) {
       if ( step == ShutdownStep::sent ) {
          controller.enable( "Ethernet1", "the observer" );
@@ -214,7 +214,7 @@ TEST_F( LinkControllerTest, AnObserverMayCallTheShutdownOff ) {
    EXPECT_EQ( last().ending, Ending::aborted );
 }
 
-TEST_F( LinkControllerTest, AShutdownAskedForAgainBeforeTheFirstBeganSendsOnce ) {
+TEST_F( LinkControllerTest, AShutdownRequestedAgainBeforeTheFirstBeganSendsOnce ) {
    controller.shutdown( "Ethernet1", "root", nullptr );
    controller.enable( "Ethernet1", "root" );
    shutdown( "Ethernet1" );
@@ -223,7 +223,7 @@ TEST_F( LinkControllerTest, AShutdownAskedForAgainBeforeTheFirstBeganSendsOnce )
    EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
 }
 
-TEST_F( LinkControllerTest, AShutdownCanFollowAnAbortAtOnce ) {
+TEST_F( LinkControllerTest, AShutdownMayFollowAnAbortAtOnce ) {
    shutdown( "Ethernet1" );
    controller.enable( "Ethernet1", "root" );
    shutdown( "Ethernet1" );
@@ -244,7 +244,7 @@ TEST_F( LinkControllerTest, EnablingSetsTheLinkUpAndLowersTheFlag ) {
    EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1", "up default/et1" ) );
 }
 
-TEST_F( LinkControllerTest, WithoutADeviceThereIsNothingToSetUp ) {
+TEST_F( LinkControllerTest, EnablingWithoutADeviceIsRefused ) {
    kernel.deviceDel( "default", "et1" );
    try {
       controller.enable( "Ethernet1", "root" );
@@ -255,7 +255,7 @@ TEST_F( LinkControllerTest, WithoutADeviceThereIsNothingToSetUp ) {
    }
 }
 
-TEST_F( LinkControllerTest, ALinkThatTheKernelDoesNotSetUpIsRefused ) {
+TEST_F( LinkControllerTest, EnablingIsRefusedWhenTheKernelRefuses ) {
    kernel.at( "default", "et1" ).up = false;
    kernel.upIsErrno = EPERM;
    try {
@@ -268,7 +268,7 @@ TEST_F( LinkControllerTest, ALinkThatTheKernelDoesNotSetUpIsRefused ) {
 
 // --- Frames --------------------------------------------------------------------------------------
 
-TEST_F( LinkControllerTest, AFrameThatIsRefusedIsCountedWithItsReasonAndTheShutdownGoesOn ) {
+TEST_F( LinkControllerTest, ARefusedFrameIsCountedWithItsErrorAndTheShutdownContinues ) {
    sent.failingSends = { 0 };
    shutdown( "Ethernet1" );
    advance( 500ms );
@@ -309,7 +309,7 @@ TEST_F( LinkControllerTest, FramesAreCountedByAgentAndError ) {
    }
 }
 
-TEST_F( LinkControllerTest, TheLinkWaitsUntilTheFramesHaveLeftTheMachine ) {
+TEST_F( LinkControllerTest, TheLinkGoesDownWhenTheFramesHaveLeftTheMachine ) {
    kernel.outstanding = 100;
    shutdown( "Ethernet1" );
    advance( 550ms );
@@ -320,22 +320,22 @@ TEST_F( LinkControllerTest, TheLinkWaitsUntilTheFramesHaveLeftTheMachine ) {
    EXPECT_EQ( last().unflushedBytes, 0u );
 }
 
-TEST_F( LinkControllerTest, FramesThatDoNotLeaveAreNotWaitedForForEver ) {
+TEST_F( LinkControllerTest, FramesThatDoNotLeaveDelayTheLinkForALimitedTime ) {
    kernel.outstanding = 100;
    shutdown( "Ethernet1" );
-   advance( 500ms + Shutdown::flushPatience + 2ms );
+   advance( 500ms + Shutdown::flushTimeout + 2ms );
    EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
    EXPECT_EQ( last().unflushedBytes, 100u );
    EXPECT_EQ( last().held, 500ms );
 }
 
-// --- When it does not go the usual way -----------------------------------------------------------
+// --- When something goes wrong -------------------------------------------------------------------
 
-TEST_F( LinkControllerTest, ALibraryThatDoesNotLetGoIsNotWaitedForForEver ) {
+TEST_F( LinkControllerTest, ADelayThatTheLibraryDoesNotEndTimesOut ) {
    shutdown( "Ethernet1" );
    auto const status = store.statusDir->intfStatus( "Ethernet1" );
    advance( 499ms );
-   // Whatever keeps it up: the flag is raised again as soon as the library lowers it.
+   // `delayed` is raised again as soon as the library clears it.
    clock.advance( 1ms );
    status->delayedIs( true );
    turn();
@@ -343,10 +343,10 @@ TEST_F( LinkControllerTest, ALibraryThatDoesNotLetGoIsNotWaitedForForEver ) {
    EXPECT_THAT( kernel.actions, IsEmpty() );
    advance( 1ms );
    EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
-   EXPECT_EQ( last().why, "the library did not let go in time" );
+   EXPECT_EQ( last().why, "the delay did not end in time" );
 }
 
-TEST_F( LinkControllerTest, AVrfThatFlapsIsNotTheEndOfTheDelay ) {
+TEST_F( LinkControllerTest, AVrfThatFlapsDoesNotEndTheDelay ) {
    shutdown( "Ethernet2" );
    advance( 100ms );
    feeder.namespaceChanged( "ns-red" );
@@ -355,11 +355,11 @@ TEST_F( LinkControllerTest, AVrfThatFlapsIsNotTheEndOfTheDelay ) {
    EXPECT_THAT( kernel.actions, IsEmpty() );
    advance( 1ms );
    EXPECT_THAT( kernel.actions, ElementsAre( "down ns-red/et2" ) );
-   EXPECT_EQ( last().why, "readiness was lost 100 ms into the delay" );
-   EXPECT_THAT( sentFrames(), ElementsAre( "ns-red/7:c" ) ) << "and nothing is sent twice";
+   EXPECT_EQ( last().why, "readiness lost 100 ms into the delay" );
+   EXPECT_THAT( sentFrames(), ElementsAre( "ns-red/7:c" ) ) << "no frame is sent twice";
 }
 
-TEST_F( LinkControllerTest, ADeviceThatComesBackIsHeldUntilTheDeadline ) {
+TEST_F( LinkControllerTest, ARecreatedDeviceIsHeldUntilTheDeadline ) {
    shutdown( "Ethernet1" );
    advance( 100ms );
    kernel.deviceDel( "default", "et1" );
@@ -375,13 +375,13 @@ TEST_F( LinkControllerTest, ADeviceThatIsGoneForGoodEndsTheShutdown ) {
    shutdown( "Ethernet1" );
    advance( 100ms );
    kernel.deviceDel( "default", "et1" );
-   advance( 400ms + Shutdown::devicePatience + 10ms );
+   advance( 400ms + Shutdown::downTimeout + 10ms );
    EXPECT_EQ( last().ending, Ending::noDevice );
-   EXPECT_EQ( last().why, "readiness was lost 100 ms into the delay; no device et1" );
+   EXPECT_EQ( last().why, "readiness lost 100 ms into the delay; no device et1" );
    EXPECT_FALSE( controller.running( "Ethernet1" ) );
 }
 
-TEST_F( LinkControllerTest, ADeviceMadeAnewAtTheEndIsWaitedForAMoment ) {
+TEST_F( LinkControllerTest, ADeviceRecreatedAtTheEndIsWaitedFor ) {
    shutdown( "Ethernet1" );
    advance( 490ms );
    kernel.deviceDel( "default", "et1" );
@@ -392,7 +392,7 @@ TEST_F( LinkControllerTest, ADeviceMadeAnewAtTheEndIsWaitedForAMoment ) {
    EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
 }
 
-TEST_F( LinkControllerTest, TheFeatureSwitchedOffEndsTheDelay ) {
+TEST_F( LinkControllerTest, DisablingTheDelayEndsIt ) {
    shutdown( "Ethernet1" );
    advance( 100ms );
    auto off = twoInterfaces();
@@ -400,12 +400,11 @@ TEST_F( LinkControllerTest, TheFeatureSwitchedOffEndsTheDelay ) {
    feeder.apply( off );
    turn();
    EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
-   EXPECT_EQ( last().why,
-              "readiness was lost 100 ms into the delay: the feature was switched off" );
+   EXPECT_EQ( last().why, "readiness lost 100 ms into the delay: delay disabled" );
    EXPECT_EQ( last().held, 100ms );
 }
 
-TEST_F( LinkControllerTest, SupportSwitchedOffEndsTheDelay ) {
+TEST_F( LinkControllerTest, DisablingTheDelayOfTheInterfaceEndsIt ) {
    shutdown( "Ethernet1" );
    advance( 100ms );
    auto config = twoInterfaces();
@@ -414,19 +413,44 @@ TEST_F( LinkControllerTest, SupportSwitchedOffEndsTheDelay ) {
    turn();
    EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
    EXPECT_EQ( last().why,
-              "readiness was lost 100 ms into the delay: the delay is not supported any more" );
+              "readiness lost 100 ms into the delay: delay disabled for this interface" );
 }
 
-TEST_F( LinkControllerTest, AnInterfaceTakenOutOfTheConfigurationStillGoesDown ) {
+TEST_F( LinkControllerTest, DisablingTheDelayEndsItEvenAfterReadinessWasLost ) {
+   shutdown( "Ethernet2" );
+   advance( 100ms );
+   feeder.namespaceChanged( "ns-red" );
+   advance( 100ms );
+   auto off = twoInterfaces();
+   off.shutdownDelayMs.reset();
+   feeder.apply( off );
+   turn();
+   EXPECT_THAT( kernel.actions, ElementsAre( "down ns-red/et2" ) );
+   EXPECT_EQ( last().why, "readiness lost 100 ms into the delay; delay disabled" );
+   EXPECT_EQ( last().held, 200ms );
+}
+
+TEST_F( LinkControllerTest, ADelayThatTheLibraryDoesNotStartIsNotWaitedFor ) {
+   controller.shutdown( "Ethernet1", "root", [ this ]( auto step, auto const & ) {
+      if ( step == ShutdownStep::sent ) {
+         store.statusDir->intfStatus( "Ethernet1" )->delayedIs( false );
+      }
+   } );
+   turn();
+   EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_EQ( last().why, "the library did not start the delay" );
+}
+
+TEST_F( LinkControllerTest, AnInterfaceRemovedFromTheConfigurationStillGoesDown ) {
    shutdown( "Ethernet1" );
    advance( 100ms );
    feeder.apply( Settings::Config() );
    turn();
    EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
-   EXPECT_THAT( last().why, ::testing::StartsWith( "readiness was lost 100 ms into the delay" ) );
+   EXPECT_THAT( last().why, ::testing::StartsWith( "readiness lost 100 ms into the delay" ) );
 }
 
-TEST_F( LinkControllerTest, ALinkThatTheKernelDoesNotSetDownIsSaidSo ) {
+TEST_F( LinkControllerTest, AKernelThatForbidsItFailsTheShutdown ) {
    kernel.upIsErrno = EPERM;
    shutdown( "Ethernet1" );
    advance( 500ms );
@@ -434,7 +458,7 @@ TEST_F( LinkControllerTest, ALinkThatTheKernelDoesNotSetDownIsSaidSo ) {
    EXPECT_EQ( last().why, "the kernel said 1" );
 }
 
-TEST_F( LinkControllerTest, AKernelThatDoesNotTellWhetherTheLinkIsUpDoesNotKeepItUp ) {
+TEST_F( LinkControllerTest, ALinkWhoseStateIsUnknownGoesDown ) {
    kernel.upErrno = ETIMEDOUT;
    shutdown( "Ethernet1" );
    advance( 500ms );
@@ -442,25 +466,25 @@ TEST_F( LinkControllerTest, AKernelThatDoesNotTellWhetherTheLinkIsUpDoesNotKeepI
    EXPECT_EQ( last().why, "the kernel said 110" );
 }
 
-TEST_F( LinkControllerTest, AKernelThatRefusesForAMomentIsAskedAgain ) {
+TEST_F( LinkControllerTest, SettingTheLinkDownIsRetried ) {
    kernel.upIsErrno = EBUSY;
    shutdown( "Ethernet1" );
-   advance( 500ms + Shutdown::devicePatience / 2 );
+   advance( 500ms + Shutdown::downTimeout / 2 );
    EXPECT_TRUE( controller.running( "Ethernet1" ) );
    kernel.upIsErrno = 0;
    advance( 10ms );
    EXPECT_THAT( steps, ElementsAre( "sent", "delayed", "down" ) );
 }
 
-TEST_F( LinkControllerTest, AKernelThatKeepsRefusingEndsTheShutdown ) {
+TEST_F( LinkControllerTest, SettingTheLinkDownIsRetriedForALimitedTime ) {
    kernel.upIsErrno = EBUSY;
    shutdown( "Ethernet1" );
-   advance( 500ms + Shutdown::devicePatience + 10ms );
+   advance( 500ms + Shutdown::downTimeout + 10ms );
    EXPECT_THAT( steps, ElementsAre( "sent", "delayed", "failed" ) );
    EXPECT_EQ( last().why, "the kernel said 16" );
 }
 
-TEST_F( LinkControllerTest, EveryShutdownThatEndsIsToldInALine ) {
+TEST_F( LinkControllerTest, EveryShutdownEndsWithASummary ) {
    std::vector< std::string > lines;
    controller.endedIs( [ & ]( auto const & record ) { lines.push_back( record.summary() ); } );
    shutdown( "Ethernet1" );
@@ -479,8 +503,8 @@ TEST_F( LinkControllerTest, EveryShutdownThatEndsIsToldInALine ) {
                              "down, total 500 ms",
                              "Ethernet1: shutdown by uid 7: 1 frame in 0.0 ms, 1 not sent (Network "
                              "is down), held 500 ms, 60 bytes unflushed, link down, total 700 ms",
-                             "Ethernet1: shutdown by root: link was down already, total 0 ms",
-                             "Ethernet2: will not go down: enabled 120 ms into the delay" ) );
+                             "Ethernet1: shutdown by root: already down; no frames sent",
+                             "Ethernet2: shutdown aborted: enabled after 120 ms" ) );
 }
 
 TEST_F( LinkControllerTest, HistoryIsBounded ) {
@@ -491,7 +515,7 @@ TEST_F( LinkControllerTest, HistoryIsBounded ) {
    EXPECT_EQ( controller.history().size(), LinkController::historyLimit );
 }
 
-TEST_F( LinkControllerTest, AControllerThatGoesChangesNoLink ) {
+TEST_F( LinkControllerTest, DestroyingTheControllerChangesNoLink ) {
    {
       LinkController other( store, feeder.config(), kernel, journal, clock.scheduler(), work );
       other.shutdown( "Ethernet1", "root", nullptr );

@@ -1,5 +1,5 @@
-// An agent that is started after a crash finishes what the one before began. Each life of the agent
-// has its own store, library and clock; the journal is what they have in common.
+// After a crash valend continues the shutdowns of the previous run. Each run has its own store, library
+// and clock; only the journal is common to them.
 #include "tests/support/WorkDirectory.h"
 #include "tests/valend/DaemonFixture.h"
 
@@ -13,20 +13,20 @@ using ::testing::IsEmpty;
 using Enabled = LinkController::Enabled;
 using Ending = ShutdownRecord::Ending;
 
-// One life. A crash is its end: nothing is tidied up in the journal.
-class Life final : public DaemonFixture {
+// One run of valend. Its end is a crash: the journal is left as it is.
+class DaemonRun final : public DaemonFixture {
  public:
-   // `uptime`: how long after the first life's beginning this one begins.
-   Life( std::string const & directory, std::chrono::milliseconds uptime )
+   // `uptime`: how long after the first run this one starts.
+   DaemonRun( std::string const & directory, std::chrono::milliseconds uptime )
        : DaemonFixture( directory ) {
       clock.advance( uptime );
    }
    void TestBody() override {}
 
-   // Starts on two interfaces and takes up what was begun.
+   // Starts with two interfaces and resumes what was running.
    void startAndResume( Settings::Config const & config = twoInterfaces() ) {
       start( config );
-      controller.resume( journal.read() );
+      controller.resume( recover( journal ) );
       turn();
    }
    ShutdownRecord const & last() const { return controller.history().back(); }
@@ -48,14 +48,14 @@ class Life final : public DaemonFixture {
 
 class ResumeTest : public ::testing::Test {
  protected:
-   // The first agent begins a shutdown of Ethernet1 and is killed `into` it.
+   // The first run shuts Ethernet1 down and crashes `into` that.
    void crash( std::chrono::milliseconds into ) {
-      Life life( directory, 0ms );
-      life.startAndResume();
-      life.controller.shutdown( "Ethernet1", "root", nullptr );
-      life.advance( into );
+      DaemonRun run( directory, 0ms );
+      run.startAndResume();
+      run.controller.shutdown( "Ethernet1", "root", nullptr );
+      run.advance( into );
    }
-   // Leaves the journal as it was when `count` lines were written.
+   // Cuts the journal back to its first `count` lines.
    void keepLines( std::size_t count ) {
       auto const content = work.content( "shutdowns" );
       std::size_t end = content.find( '\n' ) + 1; // the header
@@ -69,225 +69,225 @@ class ResumeTest : public ::testing::Test {
    std::string const directory = work / "";
 };
 
-// The lines of a whole shutdown: asked, sending, held, flushing, lowering, ended.
+// Those of a whole shutdown: requested, sending, held, flushing, setting-down, ended.
 constexpr std::size_t wholeLines = 6;
 
-TEST_F( ResumeTest, AfterACrashAtAnyPhaseTheLinkGoesDownAndWhatIsRecordedAsSentIsNotSentAgain ) {
+TEST_F( ResumeTest, AfterACrashInAnyPhaseTheLinkGoesDownAndRecordedFramesAreNotSentAgain ) {
    for ( std::size_t lines = 1; lines < wholeLines; ++lines ) {
       SCOPED_TRACE( "crash after line " + std::to_string( lines ) );
       work.remove( "shutdowns" );
       crash( 600ms );
       keepLines( lines );
-      Life life( directory, 700ms );
-      life.startAndResume();
-      life.advance( 600ms );
-      EXPECT_THAT( life.kernel.actions, ElementsAre( "down default/et1" ) );
-      EXPECT_EQ( life.sentFrames().size(), lines < 3 ? 2u : 0u );
-      ASSERT_EQ( life.controller.history().size(), 1u );
-      EXPECT_EQ( life.last().ending, Ending::down );
-      EXPECT_TRUE( life.last().resumed );
-      EXPECT_EQ( life.last().by, "root" );
-      EXPECT_EQ( life.last().sent, 2u );
-      EXPECT_FALSE( life.controller.running( "Ethernet1" ) );
+      DaemonRun run( directory, 700ms );
+      run.startAndResume();
+      run.advance( 600ms );
+      EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
+      EXPECT_EQ( run.sentFrames().size(), lines < 3 ? 2u : 0u );
+      ASSERT_EQ( run.controller.history().size(), 1u );
+      EXPECT_EQ( run.last().ending, Ending::down );
+      EXPECT_TRUE( run.last().resumed );
+      EXPECT_EQ( run.last().by, "root" );
+      EXPECT_EQ( run.last().sent, 2u );
+      EXPECT_FALSE( run.controller.running( "Ethernet1" ) );
    }
 }
 
-TEST_F( ResumeTest, WhatHasEndedIsHistory ) {
+TEST_F( ResumeTest, AnEndedShutdownIsHistory ) {
    crash( 600ms );
-   Life life( directory, 700ms );
-   life.startAndResume();
-   life.advance( 1000ms );
-   EXPECT_THAT( life.kernel.actions, IsEmpty() );
-   ASSERT_EQ( life.controller.history().size(), 1u );
-   EXPECT_EQ( life.last().summary(), "Ethernet1: shutdown by root: 2 frames in 0.0 ms, held 500 "
-                                     "ms, link down, total 500 ms" );
-   EXPECT_FALSE( life.last().resumed );
-   EXPECT_EQ( life.controller.totals( "Ethernet1" ).shutdowns, 0u ) << "counters begin anew";
+   DaemonRun run( directory, 700ms );
+   run.startAndResume();
+   run.advance( 1000ms );
+   EXPECT_THAT( run.kernel.actions, IsEmpty() );
+   ASSERT_EQ( run.controller.history().size(), 1u );
+   EXPECT_EQ( run.last().summary(), "Ethernet1: shutdown by root: 2 frames in 0.0 ms, held 500 "
+                                    "ms, link down, total 500 ms" );
+   EXPECT_FALSE( run.last().resumed );
+   EXPECT_EQ( run.controller.totals( "Ethernet1" ).shutdowns, 0u ) << "counters start at 0";
 }
 
-TEST_F( ResumeTest, AHeldLinkIsHeldToTheFirstDeadline ) {
+TEST_F( ResumeTest, AHeldLinkIsHeldToItsDeadline ) {
    crash( 100ms );
-   Life life( directory, 200ms );
-   life.startAndResume();
-   EXPECT_EQ( life.controller.remaining( "Ethernet1" ), 300ms );
-   life.advance( 299ms );
-   EXPECT_THAT( life.kernel.actions, IsEmpty() );
-   life.advance( 1ms );
-   EXPECT_THAT( life.kernel.actions, ElementsAre( "down default/et1" ) );
-   EXPECT_EQ( life.last().why, "the agent was started anew 200 ms into the delay" );
-   EXPECT_EQ( life.last().held, 500ms );
-   EXPECT_EQ( life.last().total, 500ms );
-   EXPECT_EQ( life.last().agents, ( std::vector< AgentFrames >{ { "lldp", 2, {} } } ) );
+   DaemonRun run( directory, 200ms );
+   run.startAndResume();
+   EXPECT_EQ( run.controller.remaining( "Ethernet1" ), 300ms );
+   run.advance( 299ms );
+   EXPECT_THAT( run.kernel.actions, IsEmpty() );
+   run.advance( 1ms );
+   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_EQ( run.last().why, "valend restarted 200 ms into the delay" );
+   EXPECT_EQ( run.last().held, 500ms );
+   EXPECT_EQ( run.last().total, 500ms );
+   EXPECT_EQ( run.last().agents, ( std::vector< AgentFrames >{ { "lldp", 2, {} } } ) );
 }
 
-TEST_F( ResumeTest, ADeadlineThatIsOverIsNotWaitedFor ) {
+TEST_F( ResumeTest, ADeadlineInThePastEndsTheDelayAtOnce ) {
    crash( 100ms );
-   Life life( directory, 10'000ms );
-   life.startAndResume();
-   life.advance( 1ms );
-   EXPECT_THAT( life.kernel.actions, ElementsAre( "down default/et1" ) );
+   DaemonRun run( directory, 10'000ms );
+   run.startAndResume();
+   run.advance( 1ms );
+   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
 }
 
-TEST_F( ResumeTest, WhatWasOnlyAskedForIsHeldInFull ) {
+TEST_F( ResumeTest, ARequestThatHadNotBegunGetsTheWholeDelay ) {
    crash( 100ms );
    keepLines( 1 );
-   Life life( directory, 10'000ms );
-   life.startAndResume();
-   EXPECT_THAT( life.sentFrames(), ElementsAre( "default/7:a", "default/7:b" ) );
-   EXPECT_TRUE( life.delayed( "Ethernet1" ) );
-   life.advance( 499ms );
-   EXPECT_THAT( life.kernel.actions, IsEmpty() );
-   life.advance( 1ms );
-   EXPECT_THAT( life.kernel.actions, ElementsAre( "down default/et1" ) );
-   EXPECT_EQ( life.last().why, "" );
+   DaemonRun run( directory, 10'000ms );
+   run.startAndResume();
+   EXPECT_THAT( run.sentFrames(), ElementsAre( "default/7:a", "default/7:b" ) );
+   EXPECT_TRUE( run.delayed( "Ethernet1" ) );
+   run.advance( 499ms );
+   EXPECT_THAT( run.kernel.actions, IsEmpty() );
+   run.advance( 1ms );
+   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_EQ( run.last().why, "" );
 }
 
-TEST_F( ResumeTest, WhatWasBeingSentIsSentAgainAndHeldToTheFirstDeadline ) {
+TEST_F( ResumeTest, FramesThatMayNotHaveLeftAreSentAgainAndTheFirstDeadlineCounts ) {
    crash( 100ms );
    keepLines( 2 );
-   Life life( directory, 200ms );
-   life.startAndResume();
-   EXPECT_EQ( life.sentFrames().size(), 2u );
-   life.advance( 299ms );
-   EXPECT_THAT( life.kernel.actions, IsEmpty() );
-   life.advance( 1ms );
-   EXPECT_THAT( life.kernel.actions, ElementsAre( "down default/et1" ) );
-   EXPECT_EQ( life.last().why, "sent again: the agent was started anew while it sent" );
+   DaemonRun run( directory, 200ms );
+   run.startAndResume();
+   EXPECT_EQ( run.sentFrames().size(), 2u );
+   run.advance( 299ms );
+   EXPECT_THAT( run.kernel.actions, IsEmpty() );
+   run.advance( 1ms );
+   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_EQ( run.last().why, "frames sent again: valend restarted while sending" );
 }
 
-// After a start the devices, and so the interfaces, take a moment.
-TEST_F( ResumeTest, AnInterfaceThatIsNotReadyYetIsWaitedFor ) {
+// After a start it takes a moment until the devices are known.
+TEST_F( ResumeTest, AnInterfaceThatIsNotReadyIsWaitedFor ) {
    crash( 100ms );
    keepLines( 1 );
-   Life life( directory, 200ms );
-   life.kernel.netNsIs( "ns-red", "1:2" );
-   life.feeder.apply( Life::twoInterfaces() );
-   life.libraryStart();
-   life.controller.resume( life.journal.read() );
-   life.advance( 1000ms );
-   EXPECT_TRUE( life.controller.running( "Ethernet1" ) );
-   life.kernel.deviceIs( "default", "et1", 9 );
-   life.advance( 10ms );
-   EXPECT_THAT( life.sentFrames(), ElementsAre( "default/9:a", "default/9:b" ) );
-   life.advance( 500ms );
-   EXPECT_THAT( life.kernel.actions, ElementsAre( "down default/et1" ) );
+   DaemonRun run( directory, 200ms );
+   run.kernel.netNsIs( "ns-red", "1:2" );
+   run.feeder.apply( DaemonRun::twoInterfaces() );
+   run.libraryStart();
+   run.controller.resume( recover( run.journal ) );
+   run.advance( 1000ms );
+   EXPECT_TRUE( run.controller.running( "Ethernet1" ) );
+   run.kernel.deviceIs( "default", "et1", 9 );
+   run.advance( 10ms );
+   EXPECT_THAT( run.sentFrames(), ElementsAre( "default/9:a", "default/9:b" ) );
+   run.advance( 500ms );
+   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
 }
 
-TEST_F( ResumeTest, ADeviceThatDoesNotComeEndsTheShutdown ) {
+TEST_F( ResumeTest, ADeviceThatStaysMissingEndsTheShutdown ) {
    for ( std::size_t const lines : { 1, 5 } ) {
       work.remove( "shutdowns" );
       crash( 600ms );
       keepLines( lines );
-      Life life( directory, 700ms );
-      life.feeder.apply( Life::twoInterfaces() );
-      life.libraryStart();
-      life.controller.resume( life.journal.read() );
-      life.advance( Shutdown::startPatience + 20ms );
-      ASSERT_EQ( life.controller.history().size(), 1u );
-      EXPECT_EQ( life.last().ending, Ending::noDevice );
-      EXPECT_EQ( life.last().why, "no device et1" );
+      DaemonRun run( directory, 700ms );
+      run.feeder.apply( DaemonRun::twoInterfaces() );
+      run.libraryStart();
+      run.controller.resume( recover( run.journal ) );
+      run.advance( Shutdown::readyTimeout + 20ms );
+      ASSERT_EQ( run.controller.history().size(), 1u );
+      EXPECT_EQ( run.last().ending, Ending::noDevice );
+      EXPECT_EQ( run.last().why, "no device et1" );
    }
 }
 
-TEST_F( ResumeTest, AnInterfaceThatDoesNotBecomeReadyGoesDownAndTheRecordSaysWhy ) {
+TEST_F( ResumeTest, AnInterfaceThatStaysUnreadyGoesDownAndTheRecordSaysWhy ) {
    crash( 0ms );
    keepLines( 1 );
-   auto config = Life::twoInterfaces();
+   auto config = DaemonRun::twoInterfaces();
    config.agents.clear();
-   Life life( directory, 200ms );
-   life.startAndResume( config );
-   life.advance( Shutdown::startPatience + 10ms );
-   EXPECT_THAT( life.kernel.actions, ElementsAre( "down default/et1" ) );
-   EXPECT_EQ( life.last().why,
-              "nothing was sent after the agent was started anew: the interface is not ready" );
+   DaemonRun run( directory, 200ms );
+   run.startAndResume( config );
+   run.advance( Shutdown::readyTimeout + 10ms );
+   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_EQ( run.last().why, "no frames sent after the restart: interface not ready" );
 }
 
 TEST_F( ResumeTest, AnInterfaceThatCannotBecomeReadyGoesDownAtOnce ) {
    crash( 0ms );
    keepLines( 1 );
-   Life life( directory, 200ms );
-   life.startAndResume( Settings::Config() );
-   life.advance( 10ms );
-   EXPECT_THAT( life.kernel.actions, ElementsAre( "down default/et1" ) );
-   EXPECT_EQ( life.last().why, "nothing was sent after the agent was started anew: the feature was "
-                               "switched off" );
+   DaemonRun run( directory, 200ms );
+   run.startAndResume( Settings::Config() );
+   run.advance( 10ms );
+   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_EQ( run.last().why, "no frames sent after the restart: delay disabled" );
 }
 
-TEST_F( ResumeTest, EnablingWinsAlsoAfterACrash ) {
+TEST_F( ResumeTest, EnablingAbortsAResumedShutdown ) {
    for ( std::size_t const lines : { 1, 2, 3 } ) {
       work.remove( "shutdowns" );
       crash( 0ms );
       keepLines( lines );
-      Life life( directory, 120ms );
-      life.startAndResume();
-      EXPECT_EQ( life.controller.enable( "Ethernet1", "root" ), Enabled::aborted );
-      life.advance( 5000ms );
-      EXPECT_THAT( life.kernel.actions, IsEmpty() );
-      EXPECT_EQ( life.last().ending, Ending::aborted );
-      EXPECT_FALSE( life.delayed( "Ethernet1" ) );
+      DaemonRun run( directory, 120ms );
+      run.startAndResume();
+      EXPECT_EQ( run.controller.enable( "Ethernet1", "root" ), Enabled::aborted );
+      run.advance( 5000ms );
+      EXPECT_THAT( run.kernel.actions, IsEmpty() );
+      EXPECT_EQ( run.last().ending, Ending::aborted );
+      EXPECT_FALSE( run.delayed( "Ethernet1" ) );
    }
 }
 
-TEST_F( ResumeTest, WhatWasCalledOffStaysCalledOff ) {
+TEST_F( ResumeTest, AnAbortedShutdownIsNotResumed ) {
    {
-      Life life( directory, 0ms );
-      life.startAndResume();
-      life.controller.shutdown( "Ethernet1", "root", nullptr );
-      life.advance( 120ms );
-      life.controller.enable( "Ethernet1", "root" );
+      DaemonRun run( directory, 0ms );
+      run.startAndResume();
+      run.controller.shutdown( "Ethernet1", "root", nullptr );
+      run.advance( 120ms );
+      run.controller.enable( "Ethernet1", "root" );
    }
-   Life life( directory, 200ms );
-   life.startAndResume();
-   life.advance( 5000ms );
-   EXPECT_THAT( life.kernel.actions, IsEmpty() );
-   EXPECT_EQ( life.last().summary(), "Ethernet1: will not go down: enabled 120 ms into the delay" );
+   DaemonRun run( directory, 200ms );
+   run.startAndResume();
+   run.advance( 5000ms );
+   EXPECT_THAT( run.kernel.actions, IsEmpty() );
+   EXPECT_EQ( run.last().summary(), "Ethernet1: shutdown aborted: enabled after 120 ms" );
 }
 
-// By its place: the operator asked for that link.
-TEST_F( ResumeTest, AnInterfaceThatIsNotConfiguredAnyMoreCanBeCalledOffToo ) {
+// The journal has its device: that link was to go down.
+TEST_F( ResumeTest, AResumedShutdownOfARemovedInterfaceCanBeAborted ) {
    crash( 100ms );
-   Life life( directory, 200ms );
-   life.startAndResume( Settings::Config() );
-   EXPECT_EQ( life.controller.enable( "Ethernet1", "root" ), Enabled::aborted );
-   life.advance( 1000ms );
-   EXPECT_THAT( life.kernel.actions, IsEmpty() );
+   DaemonRun run( directory, 200ms );
+   run.startAndResume( Settings::Config() );
+   EXPECT_EQ( run.controller.enable( "Ethernet1", "root" ), Enabled::aborted );
+   run.advance( 1000ms );
+   EXPECT_THAT( run.kernel.actions, IsEmpty() );
 }
 
-TEST_F( ResumeTest, WhoAsksAgainJoins ) {
+TEST_F( ResumeTest, ARequestJoinsAResumedShutdown ) {
    crash( 100ms );
-   Life life( directory, 200ms );
-   life.startAndResume();
+   DaemonRun run( directory, 200ms );
+   run.startAndResume();
    std::vector< ShutdownStep > steps;
-   life.controller.shutdown( "Ethernet1", "root",
-                             [ & ]( auto step, auto const & ) { steps.push_back( step ); } );
-   life.advance( 300ms );
+   run.controller.shutdown( "Ethernet1", "root",
+                            [ & ]( auto step, auto const & ) { steps.push_back( step ); } );
+   run.advance( 300ms );
    EXPECT_THAT( steps, ElementsAre( ShutdownStep::delayed, ShutdownStep::ended ) );
-   EXPECT_THAT( life.sentFrames(), IsEmpty() );
+   EXPECT_THAT( run.sentFrames(), IsEmpty() );
 }
 
 TEST_F( ResumeTest, ASecondCrashChangesNothing ) {
    crash( 100ms );
    for ( auto const uptime : { 200ms, 300ms } ) {
-      Life life( directory, uptime );
-      life.startAndResume();
-      life.advance( 50ms );
+      DaemonRun run( directory, uptime );
+      run.startAndResume();
+      run.advance( 50ms );
    }
-   Life life( directory, 400ms );
-   life.startAndResume();
-   life.advance( 100ms );
-   EXPECT_THAT( life.kernel.actions, ElementsAre( "down default/et1" ) );
-   EXPECT_THAT( life.sentFrames(), IsEmpty() );
+   DaemonRun run( directory, 400ms );
+   run.startAndResume();
+   run.advance( 100ms );
+   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_THAT( run.sentFrames(), IsEmpty() );
 }
 
 TEST_F( ResumeTest, WithoutAJournalShutdownsWork ) {
-   work.write( "state", "no directory" );
-   Life life( work / "state", 0ms );
-   life.startAndResume();
-   EXPECT_EQ( life.controller.trouble(), work / "state" + ": Not a directory" );
-   life.controller.shutdown( "Ethernet1", "root", nullptr );
-   life.advance( 500ms );
-   EXPECT_THAT( life.kernel.actions, ElementsAre( "down default/et1" ) );
-   EXPECT_EQ( life.sentFrames().size(), 2u );
+   work.write( "state", "a file" );
+   DaemonRun run( work / "state", 0ms );
+   run.startAndResume();
+   EXPECT_EQ( run.controller.trouble(), "cannot open " + work / "state" +
+                                           ": Not a directory; a shutdown in progress would be "
+                                           "lost on restart" );
+   run.controller.shutdown( "Ethernet1", "root", nullptr );
+   run.advance( 500ms );
+   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_EQ( run.sentFrames().size(), 2u );
 }
 
 } // namespace

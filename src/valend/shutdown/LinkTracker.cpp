@@ -1,0 +1,51 @@
+#include "valend/shutdown/LinkTracker.h"
+
+#include "platform/quill/Exception.h"
+
+namespace Valend {
+
+void LinkTracker::reported( LinkPlace const & place, std::optional< bool > up ) {
+   if ( !up ) {
+      links_.erase( place );
+      return;
+   }
+   auto const [ found, added ] = links_.try_emplace( place, Link{ *up, false, std::nullopt } );
+   auto & link = found->second;
+   if ( added || link.up == *up || outdated( place, link, *up ) ) {
+      return;
+   }
+   link = { *up, false, std::nullopt };
+   if ( !*up ) {
+      setDownOutside_( place );
+   }
+}
+
+bool LinkTracker::outdated( LinkPlace const & place, Link const & link, bool up ) const {
+   if ( !link.changedAt || scheduler_->now() > *link.changedAt + echoTime ) {
+      return false;
+   }
+   try {
+      return port_.up( place ) != up;
+   } catch ( Quill::ErrnoException const & ) {
+      return true; // it is gone, and the report of that is on its way
+   }
+}
+
+void LinkTracker::setUp( LinkPlace const & place ) {
+   links_[ place ] = { true, false, scheduler_->now() };
+}
+
+void LinkTracker::setDown( LinkPlace const & place ) {
+   links_[ place ] = { false, false, scheduler_->now() };
+}
+
+void LinkTracker::markWithoutGoodbye( LinkPlace const & place ) {
+   links_[ place ].withoutGoodbye = true;
+}
+
+bool LinkTracker::downWithoutGoodbye( LinkPlace const & place ) const {
+   auto const found = links_.find( place );
+   return found != links_.end() && found->second.withoutGoodbye;
+}
+
+} // namespace Valend

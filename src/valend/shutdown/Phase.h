@@ -1,0 +1,49 @@
+// The phases of a shutdown: the states of Shutdown's state machine, each recorded in the journal.
+//
+//   requested -> sending -> held -> flushing -> settingDown -> ended
+//
+// A shutdown without a delay goes from requested to settingDown. After a restart of valend it
+// continues in waiting, heldToDeadline or settingDown (Recovery.h).
+#pragma once
+
+#include "valend/shutdown/EnumTexts.h"
+
+#include "platform/quill/Int.h"
+
+namespace Valend {
+
+// In the order in which they follow one another.
+enum class Phase : U8 {
+   requested,      // nothing was done yet
+   waiting,        // after a restart: until the interface is ready
+   sending,        // the library is sending the frames
+   held,           // the frames are out; the library holds the link until it clears `delayed`
+   heldToDeadline, // the same, until the delay's own end: the library no longer holds it, or too long
+   flushing,       // the delay is over; frames leave the socket
+   settingDown,    // the link is being set down
+   ended,
+};
+
+inline constexpr EnumText< Phase > phaseTexts[] = {
+   { Phase::requested, "requested" },
+   { Phase::waiting, "waiting" },
+   { Phase::sending, "sending" },
+   { Phase::held, "held" },
+   { Phase::heldToDeadline, "held-to-deadline" },
+   { Phase::flushing, "flushing" },
+   { Phase::settingDown, "setting-down" },
+   { Phase::ended, "ended" },
+};
+static_assert( hasEveryValue( phaseTexts, Phase::ended ) );
+
+// As in the journal: "held-to-deadline".
+constexpr char const * textOf( Phase phase ) noexcept {
+   return textIn( phaseTexts, phase );
+}
+
+// Whether the link is held in this phase.
+constexpr bool isHeld( Phase phase ) noexcept {
+   return phase == Phase::held || phase == Phase::heldToDeadline;
+}
+
+} // namespace Valend

@@ -1,0 +1,52 @@
+// Takes up the shutdowns of the previous run: what the journal recorded decides where each
+// continues.
+//
+//   recorded as               it continues
+//   requested                 waiting for the interface, then as usual
+//   waiting, sending          the same, but sends to the first deadline, and the record says so:
+//                             which frames left before the restart is not known
+//   held, held-to-deadline    held to the recorded deadline; no frames are sent again
+//   flushing, setting-down    setting the link down
+//   ended                     not at all: it is history
+//   any, of another boot      not at all: it ends as rebooted, as the links were reset
+//
+// One that waits and was recorded as sending once keeps that in its `hold`.
+#pragma once
+
+#include "platform/gantry/TaskScheduler.h"
+#include "valend/kernel/LinkPort.h"
+#include "valend/shutdown/InterfaceDelay.h"
+#include "valend/shutdown/Journal.h"
+
+#include <deque>
+#include <string>
+#include <vector>
+
+namespace Valend {
+
+// What the previous run left.
+struct Recovered {
+   std::vector< JournalEntry > unfinished; // of this boot, oldest first
+   std::deque< ShutdownRecord > history;   // the newest last
+};
+
+// Reads the journal, and ends in it what another boot left unfinished.
+Recovered recover( Journal & journal );
+
+// The phase in which a shutdown continues that was recorded in `recorded`.
+Phase phaseAfterRestart( Phase recorded ) noexcept;
+
+// A recorded hold on a clock that shows `now` when the machine's shows `uptime`. Its deadline is no
+// later than the longest delay from now, whatever was recorded.
+Hold holdAfterRestart( Hold const & recorded, std::chrono::nanoseconds uptime, Gantry::Time now );
+
+// What a shutdown that waits for its interface finds.
+struct InterfaceCheck {
+   bool settled = false;    // there is nothing more to wait for
+   std::string whyNoFrames; // the link is up, but its frames cannot be sent; else empty
+};
+// Right after a start the devices are not known yet, and so no interface is ready.
+InterfaceCheck checkInterface( InterfaceDelay const & delay, LinkPort const & port,
+                               LinkPlace const & place );
+
+} // namespace Valend

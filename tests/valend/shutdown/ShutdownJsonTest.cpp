@@ -1,0 +1,68 @@
+#include "valend/shutdown/ShutdownJson.h"
+
+#include <gtest/gtest.h>
+
+namespace Valend {
+namespace {
+
+using namespace std::chrono_literals;
+using Json = nlohmann::json;
+
+// A record in which every field has a value of its own.
+ShutdownRecord record() {
+   ShutdownRecord record;
+   record.interface = "Ethernet1";
+   record.by = "uid 7";
+   record.when = std::chrono::system_clock::time_point( 1234567ms );
+   record.withDelay = true;
+   record.resumed = true;
+   record.sent = 3;
+   record.failed = 1;
+   record.failReason = "Network is down";
+   record.agents = { { "lldp", 2, {} }, { "bgp", 1, { { 100, 1 } } } };
+   record.sending = 200us;
+   record.held = 500ms;
+   record.total = 501ms;
+   record.unflushedBytes = 7;
+   record.ending = ShutdownRecord::Ending::down;
+   record.why = "so";
+   return record;
+}
+
+TEST( ShutdownJsonTest, ARecordIsReadBackAsWritten ) {
+   EXPECT_EQ( recordFromJson( toJson( record() ) ), record() );
+   ShutdownRecord const plain;
+   EXPECT_EQ( recordFromJson( toJson( plain ) ), plain );
+}
+
+TEST( ShutdownJsonTest, TimesHaveTheirUnitInTheirNames ) {
+   auto const json = toJson( record() );
+   EXPECT_EQ( json[ "whenMs" ], 1234567 );
+   EXPECT_EQ( json[ "sendingUs" ], 200 );
+   EXPECT_EQ( json[ "heldMs" ], 500 );
+   EXPECT_EQ( json[ "totalMs" ], 501 );
+}
+
+TEST( ShutdownJsonTest, AnEmptyTextIsNull ) {
+   auto const json = toJson( ShutdownRecord() );
+   EXPECT_TRUE( json[ "why" ].is_null() );
+   EXPECT_TRUE( json[ "failReason" ].is_null() );
+}
+
+TEST( ShutdownJsonTest, RefusedFramesAreListedByError ) {
+   EXPECT_EQ( toJson( record() )[ "agents" ][ 1 ],
+              Json::parse( R"({ "agent": "bgp", "sent": 1, "refused":
+                                [ { "errno": 100, "reason": "Network is down", "count": 1 } ] })" ) );
+}
+
+TEST( ShutdownJsonTest, ARecordThatLacksAFieldIsAnError ) {
+   auto const whole = toJson( record() );
+   for ( auto const & [ name, value ] : whole.items() ) {
+      auto json = whole;
+      json.erase( name );
+      EXPECT_THROW( recordFromJson( json ), Json::exception ) << name;
+   }
+}
+
+} // namespace
+} // namespace Valend

@@ -1,0 +1,82 @@
+#include "valend/shutdown/ShutdownRecord.h"
+
+#include <gtest/gtest.h>
+#include <map>
+
+namespace Valend {
+namespace {
+
+using namespace std::chrono_literals;
+using Ending = ShutdownRecord::Ending;
+
+ShutdownRecord shutdown() {
+   ShutdownRecord record;
+   record.interface = "Ethernet1";
+   record.by = "root";
+   record.withDelay = true;
+   record.sent = 3;
+   record.sending = 249us;
+   record.held = 500ms;
+   record.total = 501ms;
+   record.ending = Ending::down;
+   return record;
+}
+
+TEST( ShutdownRecordTest, TheSummaryIsOneLine ) {
+   EXPECT_EQ( shutdown().summary(), "Ethernet1: shutdown by root: 3 frames in 0.2 ms, held 500 ms, "
+                                    "link down, total 501 ms" );
+}
+
+TEST( ShutdownRecordTest, TheSummaryNamesFramesThatDidNotLeave ) {
+   auto record = shutdown();
+   record.sent = 1;
+   record.failed = 2;
+   record.failReason = "Network is down";
+   record.unflushedBytes = 60;
+   EXPECT_EQ( record.summary(), "Ethernet1: shutdown by root: 1 frame in 0.2 ms, 2 not sent "
+                                "(Network is down), held 500 ms, 60 bytes unflushed, link down, "
+                                "total 501 ms" );
+}
+
+TEST( ShutdownRecordTest, EachEndingHasASummary ) {
+   auto record = shutdown();
+   record.withDelay = false;
+   record.why = "so";
+   std::map< Ending, std::string > const lines{
+      { Ending::running, "Ethernet1: shutdown by root: in progress, total 501 ms (so)" },
+      { Ending::down, "Ethernet1: shutdown by root: link down, total 501 ms (so)" },
+      { Ending::aborted, "Ethernet1: shutdown aborted: so" },
+      { Ending::alreadyDown, "Ethernet1: shutdown by root: already down; no frames sent (so)" },
+      { Ending::noDevice, "Ethernet1: shutdown by root: total 501 ms, device not present: so" },
+      { Ending::failed, "Ethernet1: shutdown by root: total 501 ms, cannot set the link down: so" },
+      { Ending::wentDown, "Ethernet1: link set down outside valend; no goodbye frames sent" },
+      { Ending::rebooted, "Ethernet1: shutdown by root: machine rebooted, total 501 ms (so)" } };
+   for ( auto const & [ ending, line ] : lines ) {
+      record.ending = ending;
+      EXPECT_EQ( record.summary(), line );
+   }
+   EXPECT_EQ( lines.size(), std::size( ShutdownRecord::endingTexts ) );
+}
+
+TEST( ShutdownRecordTest, AnEndingIsReadBackFromItsText ) {
+   for ( auto const & row : ShutdownRecord::endingTexts ) {
+      auto record = shutdown();
+      record.ending = row.value;
+      EXPECT_STREQ( record.endingText(), row.text );
+      EXPECT_EQ( endingOf( row.text ), row.value );
+   }
+   EXPECT_EQ( endingOf( "color" ), Ending::running );
+}
+
+TEST( ShutdownRecordTest, NotesAreSeparatedBySemicolons ) {
+   ShutdownRecord record;
+   record.note( "" );
+   EXPECT_EQ( record.why, "" );
+   record.note( "one" );
+   record.note( "" );
+   record.note( "two" );
+   EXPECT_EQ( record.why, "one; two" );
+}
+
+} // namespace
+} // namespace Valend
