@@ -81,8 +81,9 @@ TEST_F( StatusReportTest, WhyAnInterfaceIsNotReadyIsSaid ) {
    EXPECT_EQ( of( "Ethernet2" )[ "notReady" ], "namespace missing" );
    kernel.netNsIs( "ns-red", "1:1" );
    feeder.namespaceChanged( "ns-red" );
-   EXPECT_EQ( of( "Ethernet2" )[ "notReady" ], "namespace \"ns-red\" is VRF \"default\"'s too" );
-   EXPECT_EQ( vrfs()[ 1 ][ "trouble" ], "namespace \"ns-red\" is VRF \"default\"'s too" );
+   EXPECT_EQ( of( "Ethernet2" )[ "notReady" ],
+              "namespace \"ns-red\" is already used by VRF \"default\"" );
+   EXPECT_EQ( vrfs()[ 1 ][ "trouble" ], "namespace \"ns-red\" is already used by VRF \"default\"" );
    EXPECT_EQ(
       vrfs()[ 0 ],
       ( Json{ { "name", "default" }, { "namespace", "default" }, { "trouble", nullptr } } ) );
