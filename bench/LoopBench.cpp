@@ -1,6 +1,7 @@
 // The event loop sets the kernel's timer at most once a turn, however many tasks come and go.
 #include "Paired.h"
 #include "linux/EventLoop.h"
+#include "platform/gantry/Timer.h"
 
 #include <random>
 
@@ -15,9 +16,9 @@ void timerSettingsPerTurn( benchmark::State & state ) {
    Linux::EventLoop loop;
    std::mt19937 random( 1 );
    auto const delay = [ & ] { return std::chrono::microseconds( random() % 2'000 ); };
-   std::vector< std::unique_ptr< Linux::LoopTimer > > timers;
+   std::vector< std::unique_ptr< Gantry::Timer > > timers;
    for ( std::size_t i = 0; i < 1'000; ++i ) {
-      timers.push_back( std::make_unique< Linux::LoopTimer >( loop, "bench", [ &, i ] {
+      timers.push_back( std::make_unique< Gantry::Timer >( loop.scheduler(), "bench", [ &, i ] {
          timers[ i ]->start( delay() );
          timers[ random() % timers.size() ]->start( delay() );
       } ) );

@@ -82,7 +82,7 @@ void allocationsPerTraceLine( benchmark::State & state ) {
 void allocationsPerTimer( benchmark::State & state ) {
    auto const scheduler = Gantry::TaskSchedulerRoot::findOrCreateScheduler();
    auto const task =
-      Quill::make< Gantry::TimerTask >( scheduler, Gantry::TaskPriority( 2 ), "bench" );
+      Quill::make< Gantry::TimerTask >( scheduler, Gantry::TaskPriority::library, "bench" );
    noAllocations( state, "allocations per armed timer", [ & ] {
       task->scheduleTaskDelay( 60 );
       task->unscheduleTask();

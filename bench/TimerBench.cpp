@@ -39,7 +39,7 @@ class Timers {
       auto const scheduler = Quill::make< Scheduler >( clock_ );
       for ( U32 i = 0; i < count + batch; ++i ) {
          tasks_.push_back(
-            Quill::make< Gantry::TimerTask >( scheduler, Gantry::TaskPriority( 1 ), "delay" ) );
+            Quill::make< Gantry::TimerTask >( scheduler, Gantry::TaskPriority::library, "delay" ) );
          if ( i < count ) {
             tasks_[ i ]->scheduleTaskDelay( delays_[ i ] );
          }

@@ -16,7 +16,6 @@ namespace {
 using namespace IntfTrace;
 
 // The same for every interface.
-constexpr Gantry::TaskPriority shutdownDelayTaskPriority{ 2 };
 
 template < auto flag, class T > char const * flagText( Quill::Ptr< T > const & entity ) {
    return !entity ? "null" : ( ( *entity ).*flag )() ? "true" : "false";
@@ -100,7 +99,7 @@ void IntfIoSm::handleInitialized() {
    VALEN_ASSERT( nullptr != intfStatus() );
    VALEN_ASSERT( intfConfig()->adminShutdownDelaySupported() );
    VALEN_ASSERT( defaultDevice() != intf()->device() );
-   shutdownDelayTaskIs( taskScheduler_, shutdownDelayTaskPriority, shutdownDelayTaskName() );
+   shutdownDelayTaskIs( taskScheduler_, Gantry::TaskPriority::library, shutdownDelayTaskName() );
    raisedStatus_ = intfStatus();
    raisedStatus_->delayedIs( false );
    raisedStatus_->shouldDelayIs( true );

@@ -17,7 +17,7 @@ DeviceWatcher::DeviceWatcher( EventLoop & loop, NetNs const & netNs,
                               Quill::Ptr< KernelNetInfo::Status > status, int receiveBuffer )
     : loop_( loop ), identity_( netNs.identity ), status_( std::move( status ) ),
       socket_( std::in_place, netNs, receiveBuffer ), pause_( firstPause, lastPause ),
-      retryTimer_( loop, "rtnetlink retry", [ this ] { startDump(); } ) {
+      retryTimer_( loop.scheduler(), "rtnetlink retry", [ this ] { startDump(); } ) {
    for ( auto const & interface : status_->interface() ) {
       indexes_[ interface->deviceName().stdString() ] = interface->ifIndex();
    }
@@ -149,6 +149,7 @@ void DeviceWatcher::resync() {
       dumpAgain_ = true; // the kernel runs one dump of a socket at a time
    } else if ( !retryTimer_.running() ) {
       status_->resyncsIs( status_->resyncs() + 1 );
+      status_->synchronizedIs( false );
       startDump();
    }
 }

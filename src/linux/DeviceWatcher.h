@@ -8,6 +8,7 @@
 #include "linux/Rtnetlink.h"
 #include "linux/RtnetlinkSocket.h"
 #include "platform/gantry/Backoff.h"
+#include "platform/gantry/Timer.h"
 #include "types/KernelNetInfo.h"
 
 #include <unordered_map>
@@ -57,7 +58,7 @@ class DeviceWatcher {
    bool dumping_ = false;
    bool dumpAgain_ = false; // something was lost since the dump began
    Gantry::Backoff pause_;
-   LoopTimer retryTimer_; // for a dump that the kernel refused
+   Gantry::Timer retryTimer_; // for a dump that the kernel refused
 };
 
 } // namespace Valen::Linux

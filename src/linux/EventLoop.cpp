@@ -100,10 +100,6 @@ void EventLoop::signalsReady() {
    }
 }
 
-void EventLoop::post( Work work ) {
-   posted_.push_back( std::move( work ) );
-}
-
 void EventLoop::run() {
    stopped_ = false;
    while ( !stopped_ ) {
@@ -123,11 +119,11 @@ void EventLoop::turn( std::optional< std::chrono::nanoseconds > timeout ) {
       dispatch( events[ i ].data.u64, events[ i ].events );
    }
    scheduler_->runDue();
-   runPosted();
+   work_.run();
 }
 
 int EventLoop::waitMs( std::optional< std::chrono::nanoseconds > timeout ) const noexcept {
-   if ( !posted_.empty() ) {
+   if ( !work_.empty() ) {
       return 0;
    }
    if ( !timeout ) {
@@ -167,58 +163,6 @@ void EventLoop::dispatch( U64 data, U32 events ) {
    }
    auto const source = found->second; // lives on when its callback removes it
    guarded( "descriptor", source->name, [ & ] { source->ready( events ); } );
-}
-
-void EventLoop::runPosted() {
-   auto const posted = std::exchange( posted_, {} );
-   for ( auto const & work : posted ) {
-      guarded( "posted work", "", work );
-   }
-}
-
-// --- LoopTimer -----------------------------------------------------------------------------------
-
-class LoopTimer::Notifiee final : public Quill::NotifieeOf< Gantry::TimerTask > {
- public:
-   Notifiee( EventLoop & loop, std::string name, EventLoop::Work work )
-       : name_( std::move( name ) ), work_( std::move( work ) ) {
-      notifierIs(
-         Quill::make< Gantry::TimerTask >( loop.scheduler(), priority, Quill::String( name_ ) ) );
-   }
-
-   void onAttribute( Quill::AttrId attributeId, void const * /* key */ ) override {
-      if ( attributeId != Gantry::TimerTask::taskRunAttr::id ) {
-         return;
-      }
-      auto const name = name_; // the work may destroy the timer
-      auto const work = work_;
-      guarded( "timer", name, work );
-   }
-
- private:
-   static constexpr auto priority = Gantry::TaskPriority( 9 ); // after the library's own tasks
-
-   std::string const name_;
-   EventLoop::Work const work_;
-};
-
-LoopTimer::LoopTimer( EventLoop & loop, std::string name, EventLoop::Work work )
-    : notifiee_( std::make_unique< Notifiee >( loop, std::move( name ), std::move( work ) ) ) {}
-
-LoopTimer::~LoopTimer() {
-   stop();
-}
-
-void LoopTimer::start( std::chrono::nanoseconds delay ) {
-   notifiee_->notifier()->scheduleTaskDelay( std::chrono::duration< double >( delay ).count() );
-}
-
-void LoopTimer::stop() noexcept {
-   notifiee_->notifier()->unscheduleTask();
-}
-
-bool LoopTimer::running() const noexcept {
-   return notifiee_->notifier()->taskScheduled();
 }
 
 } // namespace Valen::Linux

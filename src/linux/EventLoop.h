@@ -11,6 +11,7 @@
 
 #include "linux/Fd.h"
 #include "platform/gantry/TaskScheduler.h"
+#include "platform/gantry/WorkQueue.h"
 
 #include <chrono>
 #include <csignal>
@@ -53,7 +54,9 @@ class EventLoop {
    void signalIs( int number, Work work );
 
    // Runs `work` at the end of this turn, or of the next one when no turn is under way.
-   void post( Work work );
+   void post( Work work ) { work_.post( std::move( work ) ); }
+   // The queue behind post(), for owners of work that may be destroyed before it runs.
+   Gantry::WorkQueue & workQueue() noexcept { return work_; }
 
    // Turns until stop().
    void run();
@@ -77,7 +80,6 @@ class EventLoop {
    void timerIs( std::optional< Gantry::Time > deadline );
    void timerExpired();
    void dispatch( U64 data, U32 events );
-   void runPosted();
    void signalsReady();
 
    Quill::Ptr< Gantry::TaskScheduler > const scheduler_;
@@ -87,30 +89,12 @@ class EventLoop {
    sigset_t signalSet_;
    std::unordered_map< int, std::shared_ptr< Source > > sources_;
    std::map< int, Work > signalWork_;
-   std::vector< Work > posted_;
+   Gantry::WorkQueue work_;
    std::optional< Gantry::Time > armedFor_; // what the kernel's timer is set to
    U64 turns_ = 0;
    U64 timerSettings_ = 0;
    U32 serial_ = 0;
    bool stopped_ = false;
-};
-
-// A one-shot timer that calls a function: the loop's services need no reactor of their own for it.
-class LoopTimer {
- public:
-   LoopTimer( EventLoop & loop, std::string name, EventLoop::Work work );
-   ~LoopTimer();
-   LoopTimer( LoopTimer const & ) = delete;
-   LoopTimer & operator=( LoopTimer const & ) = delete;
-
-   // Runs the work once, `delay` from now; a timer that is running starts anew.
-   void start( std::chrono::nanoseconds delay );
-   void stop() noexcept;
-   bool running() const noexcept;
-
- private:
-   class Notifiee;
-   std::unique_ptr< Notifiee > const notifiee_;
 };
 
 } // namespace Valen::Linux

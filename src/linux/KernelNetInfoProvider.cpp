@@ -1,6 +1,7 @@
 #include "linux/KernelNetInfoProvider.h"
 
 #include "platform/gantry/Backoff.h"
+#include "platform/gantry/Timer.h"
 
 #include <cerrno>
 #include <utility>
@@ -21,12 +22,13 @@ struct KernelNetInfoProvider::Entry {
    Entry( EventLoop & loop, Corvid::NamespaceName name, EventLoop::Work retry )
        : status( Quill::make< KernelNetInfo::Status >( std::move( name ) ) ),
          pause( firstPause, lastPause ),
-         retryTimer( loop, "namespace " + status->netNsName().stdString(), std::move( retry ) ) {}
+         retryTimer( loop.scheduler(), "namespace " + status->netNsName().stdString(),
+                     std::move( retry ) ) {}
 
    Quill::Ptr< KernelNetInfo::Status > const status;
    std::shared_ptr< DeviceWatcher > watcher; // none while the namespace cannot be watched
    Gantry::Backoff pause;
-   LoopTimer retryTimer;
+   Gantry::Timer retryTimer;
    bool mounted = true;
 };
 

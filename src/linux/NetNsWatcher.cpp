@@ -44,7 +44,8 @@ std::optional< Corvid::NamespaceName > nameOf( std::string_view file ) {
 NetNsWatcher::NetNsWatcher( EventLoop & loop, NetNsFolders folders, Changed changed )
     : loop_( loop ), netNsFolders_( std::move( folders ) ), changed_( std::move( changed ) ),
       inotify_( requireFd( ::inotify_init1( IN_CLOEXEC | IN_NONBLOCK ), "inotify_init1" ) ),
-      pause_( firstPause, lastPause ), timer_( loop, "namespace retry", [ this ] { retry(); } ) {
+      pause_( firstPause, lastPause ),
+      timer_( loop.scheduler(), "namespace retry", [ this ] { retry(); } ) {
    for ( auto const & path : netNsFolders_.folders() ) {
       folders_.push_back( { path, "", -1 } );
    }

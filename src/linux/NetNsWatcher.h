@@ -9,6 +9,7 @@
 #include "linux/EventLoop.h"
 #include "linux/NetNs.h"
 #include "platform/gantry/Backoff.h"
+#include "platform/gantry/Timer.h"
 
 #include <map>
 #include <set>
@@ -69,7 +70,7 @@ class NetNsWatcher {
    std::map< Corvid::NamespaceName, NetNsIdentity > known_;
    std::set< Corvid::NamespaceName > unfinished_; // files that are no namespaces, as yet
    Gantry::Backoff pause_;
-   LoopTimer timer_;
+   Gantry::Timer timer_;
 };
 
 } // namespace Valen::Linux

@@ -23,8 +23,9 @@ class Status final : public Quill::Entity {
  public:
    explicit Status( Corvid::NamespaceName netNsName ) : netNsName_( std::move( netNsName ) ) {}
    QUILL_PARAMETER( Corvid::NamespaceName, netNsName )
-   QUILL_SINGLE( bool, synchronized )   // the first full picture of the namespace is complete
-   QUILL_SINGLE( U32, resyncs )         // how often messages were lost and the picture made anew
+   QUILL_SINGLE( bool,
+                 synchronized ) // all devices have been read, and no notification was lost since
+   QUILL_SINGLE( U32, resyncs ) // how often notifications were lost and all was read again
    QUILL_SINGLE( Quill::String, error ) // why the namespace cannot be watched; empty when it is
    // Keyed by index. A device is published complete: its entity is made outside and put in.
    QUILL_MEMBERS( Interface, interface, ifIndex )

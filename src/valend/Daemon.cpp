@@ -15,9 +15,9 @@ using Valen::Linux::NetNsWatcher;
 Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
     : process_( Settings::merged( read.config.process, options.process ) ),
       folders_( foldersOf( process_ ) ),
-      trace_( loop_, process_, options.process.traceLevels.has_value() ), endpoints_( folders_ ),
-      links_( loop_, folders_, endpoints_ ), feeder_( store_, links_, loop_.scheduler() ),
-      kept_( Settings::stateDirectoryOf( process_ ) ),
+      trace_( loop_.workQueue(), process_, options.process.traceLevels.has_value() ),
+      endpoints_( folders_ ), links_( loop_, folders_, endpoints_, conditions_ ),
+      feeder_( store_, links_, loop_.scheduler() ), kept_( Settings::stateDirectoryOf( process_ ) ),
       publications_( feeder_, [ this ]( auto const & messages ) { kept_.write( messages ); } ),
       faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
       journal_( Settings::stateDirectoryOf( process_ ), Journal::Machine::real(),
@@ -25,12 +25,13 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
                    log( grave ? LogLevel::error : LogLevel::notice, text );
                 } ),
       controller_( store_, feeder_.config(), links_, journal_, loop_.scheduler(),
-                   [ this ]( auto work ) { loop_.post( std::move( work ) ); } ),
+                   loop_.workQueue() ),
+      metrics_( { store_, feeder_, links_, controller_, faults_, conditions_,
+                  [ this ] {
+                     return Metrics::Clients{ server_.connections(), server_.dropped() };
+                  } } ),
       metricsFile_(
-         process_.metricsFile.value_or( "" ),
-         [ this ] {
-            return metricsText( { store_, feeder_, links_, controller_, faults_ } );
-         },
+         process_.metricsFile.value_or( "" ), [ this ] { return metrics_.text(); }, conditions_,
          loop_.scheduler() ),
       netNsWatcher_( loop_, folders_,
                      [ this ]( auto const & name, NetNsWatcher::Change ) {
@@ -40,9 +41,8 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
       configurator_( options.config, options.process,
                      [ this ]( auto const & config ) { configIs( config ); } ),
       access_( options.readers, options.changers ),
-      api_( { store_, feeder_, publications_, links_, controller_, faults_, trace_, configurator_,
-              access_, loop_.scheduler(),
-              [ this ]( auto work ) { loop_.post( std::move( work ) ); } } ),
+      api_( { store_, feeder_, publications_, links_, controller_, faults_, conditions_, metrics_,
+              trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue() } ),
       server_( loop_, process_.socket.value_or( Settings::defaultSocket ), api_ ),
       watchdog_( loop_.scheduler() ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
@@ -102,7 +102,7 @@ void Daemon::finishWhatWasBegun() {
 void Daemon::reload() {
    try {
       configurator_.reload();
-   } catch ( ConfigRefused const & ) { // said, with all that is wrong
+   } catch ( Refusal const & ) { // said, with all that is wrong
    }
 }
 

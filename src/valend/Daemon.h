@@ -7,9 +7,9 @@
 #include "valend/Options.h"
 #include "valend/api/Api.h"
 #include "valend/base/Watchdog.h"
-#include "valend/kernel/KernelLinks.h"
 #include "valend/configuration/Configurator.h"
 #include "valend/configuration/PublishedFile.h"
+#include "valend/kernel/KernelLinks.h"
 #include "valend/report/Metrics.h"
 #include "valend/report/MetricsFile.h"
 #include "varlink/Server.h"
@@ -43,6 +43,7 @@ class Daemon {
    Valen::Linux::NetNsFolders const folders_;
    TraceHub trace_;
    Valen::Linux::PacketEndpointProvider endpoints_;
+   Conditions conditions_;
    KernelLinks links_;
    Store store_;
    Feeder feeder_;
@@ -51,6 +52,7 @@ class Daemon {
    FaultLog faults_;
    Journal journal_;
    LinkController controller_;
+   Metrics metrics_;
    MetricsFile metricsFile_;
    Valen::Linux::NetNsWatcher netNsWatcher_;
    Configurator configurator_;

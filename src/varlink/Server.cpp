@@ -13,7 +13,6 @@
 namespace Varlink {
 
 using Valen::Linux::Fd;
-using Valen::Linux::LoopTimer;
 
 namespace {
 
@@ -54,7 +53,7 @@ class Server::Connection final : public Replies, public std::enable_shared_from_
    Connection( Server & server, Fd fd, Caller caller )
        : server_( server ), fd_( std::move( fd ) ), caller_( std::move( caller ) ),
          number_( ++server.clients_ ), in_( server.limits_.messageBytes ),
-         impatience_( server.loop_, "api client", [ this ] { dropLater(); } ) {}
+         impatience_( server.loop_.scheduler(), "api client", [ this ] { dropLater(); } ) {}
 
    ~Connection() override {
       if ( fd_ ) {
@@ -244,7 +243,7 @@ class Server::Connection final : public Replies, public std::enable_shared_from_
    Framing in_;
    std::string out_;
    std::size_t written_ = 0; // of out_
-   LoopTimer impatience_;
+   Gantry::Timer impatience_;
    U64 lastTurn_ = 0;
    bool busy_ = false;     // a call is being answered
    bool handling_ = false; // and its handler is on the stack
@@ -255,7 +254,8 @@ class Server::Connection final : public Replies, public std::enable_shared_from_
 
 Server::Server( Valen::Linux::EventLoop & loop, std::string path, Service & service, Limits limits )
     : loop_( loop ), path_( std::move( path ) ), service_( service ), limits_( limits ),
-      listener_( listenAt( path_ ) ), pause_( loop, "api socket", [ this ] { listen(); } ),
+      listener_( listenAt( path_ ) ),
+      pause_( loop.scheduler(), "api socket", [ this ] { listen(); } ),
       alive_( std::make_shared< bool >( true ) ) {
    listen();
 }

@@ -8,6 +8,7 @@
 #pragma once
 
 #include "linux/EventLoop.h"
+#include "platform/gantry/Timer.h"
 #include "varlink/Call.h"
 
 #include <chrono>
@@ -53,7 +54,7 @@ class Server {
    Service & service_;
    Limits const limits_;
    Valen::Linux::Fd listener_;
-   Valen::Linux::LoopTimer pause_;       // without descriptors
+   Gantry::Timer pause_;                 // without descriptors
    std::shared_ptr< bool > const alive_; // put-off work looks whether the server still is
    std::map< int, std::shared_ptr< Connection > > connections_;
    U64 clients_ = 0; // ever

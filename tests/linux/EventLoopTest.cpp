@@ -1,6 +1,7 @@
 #include "linux/EventLoop.h"
 
-#include "platform/quill/Fault.h"
+#include "platform/gantry/Timer.h"
+#include "tests/support/FaultRecorder.h"
 
 #include <fcntl.h>
 #include <gmock/gmock.h>
@@ -48,19 +49,6 @@ struct Pipe {
    }
    Fd near;
    Fd far;
-};
-
-class FaultRecorder final : public Quill::FaultSink {
- public:
-   FaultRecorder() : before_( Quill::faultSinkIs( this ) ) {}
-   ~FaultRecorder() override { Quill::faultSinkIs( before_ ); }
-   void fault( Quill::Fault const & fault ) noexcept override {
-      messages.push_back( fault.message() );
-   }
-   std::vector< std::string > messages;
-
- private:
-   Quill::FaultSink * const before_;
 };
 
 class EventLoopTest : public ::testing::Test {
@@ -183,7 +171,7 @@ TEST_F( EventLoopTest, CallbackMayAddDescriptors ) {
 }
 
 TEST_F( EventLoopTest, FaultOfACallbackIsReportedAndTheLoopGoesOn ) {
-   FaultRecorder faults;
+   Valen::Test::FaultRecorder faults;
    Pipe pipe;
    watch( pipe, "bad one", [] { throw std::runtime_error( "no luck" ); } );
    pipe.poke();
@@ -191,8 +179,8 @@ TEST_F( EventLoopTest, FaultOfACallbackIsReportedAndTheLoopGoesOn ) {
    loop_.post( [ & ] { told_.push_back( "posted" ); } );
    loop_.turn( 1s );
    EXPECT_THAT( told_, ElementsAre( "bad one", "posted" ) );
-   EXPECT_THAT( faults.messages, ElementsAre( "fault in EventLoop on descriptor bad one: no luck",
-                                              "fault in EventLoop on posted work: later" ) );
+   EXPECT_THAT( faults.messages(), ElementsAre( "fault in EventLoop on descriptor bad one: no luck",
+                                                "fault in WorkQueue: later" ) );
 }
 
 TEST_F( EventLoopTest, UnknownDescriptorIsRefused ) {
@@ -221,7 +209,7 @@ TEST_F( EventLoopTest, PostedWorkRunsAtTheEndOfTheTurn ) {
 }
 
 TEST_F( EventLoopTest, WorkPostedByPostedWorkWaitsForTheNextTurnAndTimersRunBetween ) {
-   LoopTimer timer( loop_, "timer", [ & ] { told_.push_back( "timer" ); } );
+   Gantry::Timer timer( loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } );
    loop_.post( [ & ] {
       told_.push_back( "one" );
       timer.start( 0ms );
@@ -254,7 +242,7 @@ TEST_F( EventLoopTest, RunTurnsUntilItIsStopped ) {
 // --- Timers --------------------------------------------------------------------------------------
 
 TEST_F( EventLoopTest, TimerRunsOnceWhenItIsDue ) {
-   LoopTimer timer( loop_, "timer", [ & ] { told_.push_back( "timer" ); } );
+   Gantry::Timer timer( loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } );
    auto const begin = std::chrono::steady_clock::now();
    timer.start( 20ms );
    EXPECT_TRUE( timer.running() );
@@ -268,7 +256,7 @@ TEST_F( EventLoopTest, TimerRunsOnceWhenItIsDue ) {
 }
 
 TEST_F( EventLoopTest, StoppedTimerDoesNotRun ) {
-   LoopTimer timer( loop_, "timer", [ & ] { told_.push_back( "timer" ); } );
+   Gantry::Timer timer( loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } );
    timer.start( 5ms );
    timer.stop();
    loop_.turn( 20ms );
@@ -276,8 +264,8 @@ TEST_F( EventLoopTest, StoppedTimerDoesNotRun ) {
 }
 
 TEST_F( EventLoopTest, TimerMayDestroyItself ) {
-   std::optional< LoopTimer > timer;
-   timer.emplace( loop_, "timer", [ & ] {
+   std::optional< Gantry::Timer > timer;
+   timer.emplace( loop_.scheduler(), "timer", [ & ] {
       timer.reset();
       told_.push_back( "gone" );
    } );
@@ -287,17 +275,18 @@ TEST_F( EventLoopTest, TimerMayDestroyItself ) {
 }
 
 TEST_F( EventLoopTest, FaultOfATimerIsReported ) {
-   FaultRecorder faults;
-   LoopTimer timer( loop_, "my timer", [] { throw std::runtime_error( "no luck" ); } );
+   Valen::Test::FaultRecorder faults;
+   Gantry::Timer timer( loop_.scheduler(), "my timer",
+                        [] { throw std::runtime_error( "no luck" ); } );
    timer.start( 0ms );
    loop_.turn( 1s );
-   EXPECT_THAT( faults.messages, ElementsAre( "fault in EventLoop on timer my timer: no luck" ) );
+   EXPECT_THAT( faults.messages(), ElementsAre( "fault in Timer my timer: no luck" ) );
 }
 
 TEST_F( EventLoopTest, KernelTimerIsSetOncePerTurnWhateverManyTimersDo ) {
-   std::vector< std::unique_ptr< LoopTimer > > timers;
+   std::vector< std::unique_ptr< Gantry::Timer > > timers;
    for ( int i = 0; i < 500; ++i ) {
-      timers.push_back( std::make_unique< LoopTimer >( loop_, "timer", [ &, i ] {
+      timers.push_back( std::make_unique< Gantry::Timer >( loop_.scheduler(), "timer", [ &, i ] {
          told_.push_back( "timer" );
          timers[ static_cast< std::size_t >( i ) ]->start( 1h );
       } ) );
@@ -316,8 +305,8 @@ TEST_F( EventLoopTest, KernelTimerIsSetOncePerTurnWhateverManyTimersDo ) {
 }
 
 TEST_F( EventLoopTest, KernelTimerIsLeftAloneWhileTheNextDeadlineStays ) {
-   LoopTimer first( loop_, "first", [] {} );
-   LoopTimer later( loop_, "later", [] {} );
+   Gantry::Timer first( loop_.scheduler(), "first", [] {} );
+   Gantry::Timer later( loop_.scheduler(), "later", [] {} );
    first.start( 1h );
    loop_.turn( 0ms );
    auto const calls = timerSystemCalls;

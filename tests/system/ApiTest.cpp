@@ -96,7 +96,7 @@ TEST_F( ApiTest, BuiltFramesAreQueuedAndCounted ) {
    queue.back() = "Ethernet9";
    auto const refused = ctl( queue );
    EXPECT_EQ( refused.status, 1 );
-   EXPECT_EQ( refused.err, "valenctl: no interface \"Ethernet9\" is configured\n" );
+   EXPECT_EQ( refused.err, "valenctl: interface \"Ethernet9\" is not configured\n" );
 
    ASSERT_EQ( ctl( { "wait", "Ethernet2", "--until", "ready" } ).status, 0 );
    ASSERT_EQ( ctl( { "shutdown", "Ethernet2", "--wait" } ).status, 0 );
@@ -204,14 +204,14 @@ TEST_F( ApiTest, FramesOfAnAgentThatIsKilledAreWithdrawn ) {
    auto const second = ctl( { "messages", "add", "ospf", "Ethernet2", frame() } );
    EXPECT_EQ( second.status, 1 );
    EXPECT_EQ( second.err,
-              "valenctl: another client publishes as agent \"ospf\"; its frames go when "
-              "it does\n" );
+              "valenctl: another client publishes as agent \"ospf\"; its frames are withdrawn "
+              "when it disconnects\n" );
    publisher.signal( SIGKILL );
    publisher.wait();
    std::string explained;
    for ( int tries = 0; tries < 500; ++tries ) {
       explained = ctl( { "explain", "Ethernet2" } ).out;
-      if ( explained.find( "NO   frames are queued for it: no agent has any" ) !=
+      if ( explained.find( "NO   frames queued: no agent has frames for it" ) !=
            std::string::npos ) {
          break;
       }
@@ -236,7 +236,7 @@ TEST_F( ApiTest, AllGoDownTogether ) {
               "Ethernet1: link up\nEthernet2: link up\n" );
    auto const late = ctl( { "wait", "Ethernet1", "--until", "down", "--timeout", "0.2" } );
    EXPECT_EQ( late.status, 4 );
-   EXPECT_EQ( late.err, "valenctl: interface \"Ethernet1\" is not down yet\n" );
+   EXPECT_EQ( late.err, "valenctl: timed out: interface \"Ethernet1\" is not down\n" );
 }
 
 TEST_F( ApiTest, InAPipeWatchPrintsALineForEachChange ) {

@@ -300,7 +300,7 @@ TEST_F( AgentTest, AReloadThatIsRefusedChangesNothing ) {
    std::ofstream( *work_ / "valen.yaml" ) << "colour: blue\n";
    agent_->signal( SIGHUP );
    ASSERT_TRUE( eventually( [ this ] {
-      return agent_->err().find( "the one before stays in force" ) != std::string::npos;
+      return agent_->err().find( "keeping the previous one" ) != std::string::npos;
    } ) );
    EXPECT_THAT( agent_->err(), HasSubstr( "valen.yaml:1:1: unknown key \"colour\"" ) );
    EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
@@ -313,9 +313,9 @@ TEST_F( AgentTest, EachWayThatACommandCanEndHasItsStatus ) {
    start( config( 100 ) );
    auto const unknown = ctl( { "shutdown", "Ethernet9" } );
    EXPECT_EQ( unknown.status, 1 );
-   EXPECT_EQ( unknown.err, "valenctl: no interface \"Ethernet9\" is configured\n" );
+   EXPECT_EQ( unknown.err, "valenctl: interface \"Ethernet9\" is not configured\n" );
    EXPECT_EQ( ctl( { "status", "Ethernet9" } ).status, 1 );
-   EXPECT_EQ( ctl( { "show", "nowhere" } ).err, "valenctl: nothing stands at \"nowhere\"\n" );
+   EXPECT_EQ( ctl( { "show", "nowhere" } ).err, "valenctl: no such path: \"nowhere\"\n" );
    EXPECT_EQ( ctl( { "trace", "levels", "x" } ).status, 1 );
    EXPECT_EQ( ctl( { "shutdown" } ).status, 2 );
    EXPECT_EQ( ctl( { "juggle" } ).status, 2 );

@@ -6,6 +6,7 @@
 #include "tests/support/RecordingRawTxPam.h"
 #include "tests/support/SteppedClock.h"
 #include "types/KernelNetInfo.h"
+#include "valend/base/Conditions.h"
 #include "valend/base/FaultLog.h"
 #include "valend/configuration/Feeder.h"
 #include "valend/shutdown/LinkController.h"
@@ -132,8 +133,7 @@ class DaemonFixture : public ::testing::Test {
        : kernel( sent ), feeder( store, kernel, clock.scheduler() ),
          faults( [ this ]( auto const & vrf, auto const & why ) { feeder.vrfFailed( vrf, why ); } ),
          journal( stateDirectory, machine(), []( bool, auto const & ) {} ),
-         controller( store, feeder.config(), kernel, journal, clock.scheduler(),
-                     [ this ]( auto work ) { posted.push_back( std::move( work ) ); } ) {
+         controller( store, feeder.config(), kernel, journal, clock.scheduler(), work ) {
       store.entityManager->mountProviderIs( "kni/ns/", &kernel );
    }
    ~DaemonFixture() override {
@@ -175,14 +175,10 @@ class DaemonFixture : public ::testing::Test {
       turn();
    }
 
-   // Runs what was put off, until nothing is.
+   // Runs posted work until there is none.
    void turn() {
-      while ( !posted.empty() ) {
-         auto const work = std::move( posted );
-         posted.clear();
-         for ( auto const & each : work ) {
-            each();
-         }
+      while ( !work.empty() ) {
+         work.run();
       }
    }
    void advance( std::chrono::milliseconds duration ) {
@@ -213,7 +209,8 @@ class DaemonFixture : public ::testing::Test {
    Valen::Test::LeakCheck leaks;
    Valen::Test::SteppedClock clock;
    Valen::Test::RecordingRawTxPams sent;
-   std::vector< std::function< void() > > posted;
+   Gantry::WorkQueue work;
+   Conditions conditions{ []( auto, auto const & ) {} };
    FakeKernel kernel;
    Store store;
    Feeder feeder;

@@ -23,7 +23,10 @@ class Clock {
 
 // Tasks due at the same time run in order of priority, the lowest number first; then in the order
 // in which they were armed.
-enum class TaskPriority : U8 {};
+enum class TaskPriority : U8 {
+   library = 2, // ends of shutdown delays
+   process = 5, // the process's own timers: they see what the library's have changed
+};
 
 class TimerTask;
 

@@ -54,8 +54,11 @@ class Reload final : public Command {
          printChanges( session, session.call( "Reload" ) );
          return Exit::done;
       } catch ( Varlink::Refused const & e ) {
-         printErrors( session, e.parameters() );
-         throw;
+         if ( !e.parameters().contains( "errors" ) ) {
+            throw; // the configuration is not the reason
+         }
+         printErrors( session, e );
+         return Exit::failed;
       }
    }
 
@@ -72,19 +75,15 @@ class Reload final : public Command {
       }
    }
 
-   // All that is wrong with the configuration; nothing when valend rejected the call for another
-   // reason.
-   static void printErrors( Session & session, Json const & parameters ) {
-      if ( !parameters.contains( "errors" ) ) {
-         return;
-      }
+   static void printErrors( Session & session, Varlink::Refused const & rejection ) {
       if ( session.json() ) {
-         session.out() << indented( parameters ) << '\n';
+         session.out() << indented( rejection.parameters() ) << '\n';
          return;
       }
-      for ( auto const & error : textsField( parameters, "errors" ) ) {
+      for ( auto const & error : textsField( rejection.parameters(), "errors" ) ) {
          session.err() << error << '\n';
       }
+      session.err() << "valenctl: " << rejection.what() << '\n';
    }
 };
 

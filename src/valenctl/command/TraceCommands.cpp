@@ -8,6 +8,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <span>
 
 namespace Valenctl {
 
@@ -116,18 +117,21 @@ class TraceDump final : public Command {
  private:
    std::vector< std::byte > contents() const {
       errno = 0;
-      std::ifstream file( file_, std::ios::binary | std::ios::ate );
-      auto const size = file.tellg();
+      std::ifstream file( file_, std::ios::binary );
       if ( !file ) {
          throw std::runtime_error( "cannot open " + file_ + ": " + std::strerror( errno ) );
       }
-      std::vector< std::byte > memory( static_cast< std::size_t >( size ) );
-      file.seekg( 0 );
-      file.read( reinterpret_cast< char * >( memory.data() ), size );
-      if ( !file ) {
+      std::vector< std::byte > content;
+      char chunk[ 65536 ];
+      while ( file.read( chunk, sizeof chunk ), file.gcount() > 0 ) {
+         auto const bytes =
+            std::as_bytes( std::span( chunk, static_cast< std::size_t >( file.gcount() ) ) );
+         content.insert( content.end(), bytes.begin(), bytes.end() );
+      }
+      if ( file.bad() ) {
          throw std::runtime_error( "cannot read " + file_ + ": " + std::strerror( errno ) );
       }
-      return memory;
+      return content;
    }
 
    std::string file_;

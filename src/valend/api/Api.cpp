@@ -1,9 +1,8 @@
 #include "valend/api/Api.h"
 
 #include "valend/api/Description.h"
-#include "valend/base/Refusal.h"
+#include "valend/base/Errors.h"
 #include "valend/base/Version.h"
-#include "valend/report/Metrics.h"
 #include "valend/store/StoreWalker.h"
 #include "varlink/Parameters.h"
 
@@ -72,14 +71,14 @@ Api::Method const Api::methods[] = {
 
 Api::Api( Parts const & parts )
     : parts_( parts ), report_( parts.store, parts.feeder, parts.port, parts.controller ),
-      links_( parts.store, parts.feeder, parts.controller, parts.post ),
-      watches_( parts.store, report_, parts.feeder, parts.scheduler, parts.post ) {}
+      links_( parts.store, parts.feeder, parts.controller, parts.work ),
+      watches_( parts.store, report_, parts.feeder, parts.scheduler, parts.work ) {}
 
 void Api::call( std::shared_ptr< Varlink::Call > call ) {
    try {
       dispatch( call );
    } catch ( Refusal const & e ) {
-      call->error( ownName( e.name() ), { { "message", e.what() } } );
+      call->error( ownName( e.name() ), e.parameters() );
    } catch ( Varlink::BadParameter const & bad ) {
       call->error( "org.varlink.service.InvalidParameter", { { "parameter", bad.name } } );
    } catch ( NamedError const & e ) {
@@ -128,7 +127,7 @@ Settings::InterfaceConfig const & Api::interface( std::string const & name ) con
    auto const & interfaces = parts_.feeder.config().interfaces;
    auto const found = interfaces.find( name );
    if ( found == interfaces.end() ) {
-      throw Refusal( "NoSuchInterface", "no interface \"" + name + "\" is configured" );
+      throw Errors::noSuchInterface( name );
    }
    return found->second;
 }
@@ -241,8 +240,7 @@ void Api::history( Call call ) {
 // --- Frames --------------------------------------------------------------------------------------
 
 void Api::metrics( Call call ) {
-   call->reply( { { "text", metricsText( { parts_.store, parts_.feeder, parts_.port,
-                                           parts_.controller, parts_.faults } ) } } );
+   call->reply( { { "text", parts_.metrics.text() } } );
 }
 
 void Api::publish( Call call ) {
@@ -315,7 +313,7 @@ void Api::traceLevels( Call call ) {
       try {
          Quill::traceLevelsIs( *levels );
       } catch ( Quill::RangeException const & e ) {
-         throw Refusal( "BadTraceLevels", e.what() );
+         throw Errors::badTraceLevels( e.what() );
       }
    }
    call->reply( { { "levels", Quill::traceLevels() } } );
@@ -325,7 +323,7 @@ void Api::show( Call call ) {
    auto const path = requiredText( *call, "path" );
    auto value = showPath( *parts_.store.entityManager, path );
    if ( !value ) {
-      throw Refusal( "NoSuchPath", "nothing stands at \"" + path + "\"" );
+      throw Errors::noSuchPath( path );
    }
    call->reply( { { "value", std::move( *value ) } } );
 }
@@ -336,12 +334,7 @@ void Api::watch( Call call ) {
 }
 
 void Api::reload( Call call ) {
-   try {
-      call->reply( { { "changed", parts_.configurator.reload() } } );
-   } catch ( ConfigRefused const & e ) {
-      call->error( ownName( "ConfigRefused" ),
-                   { { "message", e.what() }, { "errors", e.errors() } } );
-   }
+   call->reply( { { "changed", parts_.configurator.reload() } } );
 }
 
 void Api::config( Call call ) {

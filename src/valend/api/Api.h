@@ -8,6 +8,7 @@
 #include "valend/base/TraceHub.h"
 #include "valend/configuration/Configurator.h"
 #include "valend/configuration/Publications.h"
+#include "valend/report/Metrics.h"
 
 namespace Valend {
 
@@ -21,11 +22,13 @@ class Api final : public Varlink::Service {
       LinkPort & port;
       LinkController & controller;
       FaultLog & faults;
+      Conditions const & conditions;
+      Metrics const & metrics;
       TraceHub & trace;
       Configurator & configurator;
       Access & access;
       Quill::Ptr< Gantry::TaskScheduler > scheduler;
-      LinkController::Post post; // runs work at the end of the loop's turn
+      Gantry::WorkQueue & work;
    };
 
    explicit Api( Parts const & parts );

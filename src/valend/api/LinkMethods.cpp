@@ -1,5 +1,6 @@
 #include "valend/api/LinkMethods.h"
 
+#include "valend/base/Errors.h"
 #include "valend/report/StatusReport.h"
 
 #include <set>
@@ -27,7 +28,7 @@ char const * resultText( LinkController::Enabled result ) {
 class LinkMethods::Many : public std::enable_shared_from_this< Many > {
  public:
    Many( LinkMethods & links, std::shared_ptr< Varlink::Call > call, std::size_t count )
-       : post_( links.post_ ), call_( std::move( call ) ), pending_( count ), unbegun_( count ) {}
+       : work_( links.work_ ), call_( std::move( call ) ), pending_( count ), unbegun_( count ) {}
 
    // `begun`: it is the first that is heard of this interface.
    void add( Json step, bool begun, bool ended ) {
@@ -36,7 +37,7 @@ class LinkMethods::Many : public std::enable_shared_from_this< Many > {
       steps_.push_back( std::move( step ) );
       if ( !posted_ && ( call_->more() || !unbegun_ ) ) {
          posted_ = true;
-         post_( [ self = shared_from_this() ] { self->answer(); } );
+         work_.post( [ self = shared_from_this() ] { self->answer(); } );
       }
    }
 
@@ -47,7 +48,7 @@ class LinkMethods::Many : public std::enable_shared_from_this< Many > {
    }
 
  private:
-   LinkController::Post const post_;
+   Gantry::WorkQueue & work_;
    std::shared_ptr< Varlink::Call > const call_;
    std::size_t pending_; // have not ended
    std::size_t unbegun_; // are not under way
@@ -59,13 +60,13 @@ std::vector< std::string > LinkMethods::names( Wanted const & wanted ) const {
    auto const & config = feeder_.config();
    if ( wanted.vrf && *wanted.vrf != Settings::defaultVrf &&
         !config.vrfs.contains( *wanted.vrf ) ) {
-      throw Refusal( "NoSuchVrf", "no VRF \"" + *wanted.vrf + "\" is configured" );
+      throw Errors::noSuchVrf( *wanted.vrf );
    }
    auto const given = wanted.names.value_or( std::vector< std::string >() );
    std::set< std::string > const named( given.begin(), given.end() );
    for ( auto const & name : named ) {
       if ( !config.interfaces.contains( name ) ) {
-         throw Refusal( "NoSuchInterface", "no interface \"" + name + "\" is configured" );
+         throw Errors::noSuchInterface( name );
       }
    }
    std::vector< std::string > names;

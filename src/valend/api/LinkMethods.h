@@ -25,11 +25,10 @@ class LinkMethods {
       bool ready = false;
    };
 
-   // All must outlive this; `post` runs work at the end of the loop's turn.
+   // All must outlive this; `work` too.
    LinkMethods( Store const & store, Feeder const & feeder, LinkController & controller,
-                LinkController::Post post )
-       : store_( store ), feeder_( feeder ), controller_( controller ), post_( std::move( post ) ) {
-   }
+                Gantry::WorkQueue & work )
+       : store_( store ), feeder_( feeder ), controller_( controller ), work_( work ) {}
 
    // The interfaces' names, each once, in order. Throws Refusal: "NoSuchInterface", "NoSuchVrf".
    std::vector< std::string > names( Wanted const & wanted ) const;
@@ -51,7 +50,7 @@ class LinkMethods {
    Store const & store_;
    Feeder const & feeder_;
    LinkController & controller_;
-   LinkController::Post const post_;
+   Gantry::WorkQueue & work_;
 };
 
 } // namespace Valend

@@ -1,6 +1,6 @@
 #include "valend/api/WatchMethods.h"
 
-#include "valend/base/Refusal.h"
+#include "valend/base/Errors.h"
 
 namespace Valend {
 
@@ -15,6 +15,10 @@ bool isSlow( Varlink::Call const & call ) {
 
 Looked lookLater() {
    return { false, true, WatchMethods::slowPeriod };
+}
+
+void answer( Varlink::Call & call, Refusal const & refusal ) {
+   call.error( "org.valen.daemon." + refusal.name(), refusal.parameters() );
 }
 
 bool holds( Json const & interface, WatchMethods::Until until ) {
@@ -66,13 +70,14 @@ Json difference( Json const & before, Json const & now ) {
 } // namespace
 
 WatchMethods::WatchMethods( Store & store, StatusReport const & report, Feeder const & feeder,
-                            Quill::Ptr< Gantry::TaskScheduler > scheduler, StoreWatch::Post post )
+                            Quill::Ptr< Gantry::TaskScheduler > scheduler,
+                            Gantry::WorkQueue & work )
     : store_( store ), report_( report ), feeder_( feeder ), scheduler_( std::move( scheduler ) ),
-      post_( std::move( post ) ) {}
+      work_( work ) {}
 
 void WatchMethods::watch( std::shared_ptr< Varlink::Call > call, std::string const & path ) {
    if ( !showPath( *store_.entityManager, path ) ) {
-      throw Refusal( "NoSuchPath", "nothing stands at \"" + path + "\"" );
+      throw Errors::noSuchPath( path );
    }
    auto const last = std::make_shared< std::optional< Json > >();
    add( call, [ this, call, path, last ]( StoreVisits & visits ) -> Looked {
@@ -89,7 +94,7 @@ void WatchMethods::watch( std::shared_ptr< Varlink::Call > call, std::string con
             *last = std::move( now );
          }
       } catch ( Refusal const & e ) { // it has grown
-         call->error( std::string( "org.valen.daemon." ) + e.name(), { { "message", e.what() } } );
+         answer( *call, e );
       }
       return { .over = !call->open() };
    } );
@@ -146,9 +151,7 @@ void WatchMethods::wait( std::shared_ptr< Varlink::Call > call, std::string cons
    add( call, [ this, call, interface, until, end ]( StoreVisits & visits ) -> Looked {
       auto const config = feeder_.config().interfaces.find( interface );
       if ( config == feeder_.config().interfaces.end() ) {
-         call->error(
-            "org.valen.daemon.NoSuchInterface",
-            { { "message", "interface \"" + interface + "\" is not configured any more" } } );
+         answer( *call, Errors::noSuchInterface( interface ) );
          return { .over = true };
       }
       visitStatus( visits );
@@ -156,9 +159,7 @@ void WatchMethods::wait( std::shared_ptr< Varlink::Call > call, std::string cons
       if ( holds( now, until ) ) {
          call->reply( { { "interface", std::move( now ) } } );
       } else if ( end && scheduler_->now() >= *end ) {
-         call->error( "org.valen.daemon.TimedOut",
-                      { { "message", "interface \"" + interface + "\" is not " + textOf( until ) +
-                                        " yet" } } );
+         answer( *call, Errors::timedOut( interface, textOf( until ) ) );
       }
       auto next = statusPeriod;
       if ( end ) {
@@ -183,7 +184,7 @@ void WatchMethods::clientGone( U64 client ) {
 void WatchMethods::add( std::shared_ptr< Varlink::Call > const & call, StoreWatch::Look look ) {
    std::erase_if( watches_, []( auto const & one ) { return one.watch->over(); } );
    watches_.push_back(
-      { call->client(), std::make_unique< StoreWatch >( scheduler_, post_, std::move( look ) ) } );
+      { call->client(), std::make_unique< StoreWatch >( scheduler_, work_, std::move( look ) ) } );
 }
 
 } // namespace Valend

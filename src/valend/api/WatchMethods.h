@@ -22,7 +22,7 @@ class WatchMethods {
 
    // All must outlive the watches.
    WatchMethods( Store & store, StatusReport const & report, Feeder const & feeder,
-                 Quill::Ptr< Gantry::TaskScheduler > scheduler, StoreWatch::Post post );
+                 Quill::Ptr< Gantry::TaskScheduler > scheduler, Gantry::WorkQueue & work );
 
    // Answers with what stands at `path`, now and whenever it has changed; null when nothing does
    // any more.
@@ -56,7 +56,7 @@ class WatchMethods {
    StatusReport const & report_;
    Feeder const & feeder_;
    Quill::Ptr< Gantry::TaskScheduler > const scheduler_;
-   StoreWatch::Post const post_;
+   Gantry::WorkQueue & work_;
    std::list< One > watches_;
 };
 

@@ -1,13 +1,13 @@
-// Files that are always whole: who reads one sees what was written before, or all that is new.
+// Files that are replaced as a whole: a reader sees the old content or the new.
 #pragma once
 
 #include <string>
 
 namespace Valend {
 
-// Puts `text` in the place of the file's content: it goes to a file of that name with ".new" behind,
-// which then takes the other's place. Returns what went wrong, with the path and the system's words;
-// empty when nothing did. Then the old file still stands.
+// Replaces the content of the file `path` by `text`: writes a new file "PATH.new" with permissions
+// `mode` and renames it. Returns an empty text, or "cannot write PATH: REASON"; the old file is then
+// unchanged.
 std::string writeAtomically( std::string const & path, std::string const & text, unsigned mode );
 
 } // namespace Valend

@@ -14,9 +14,9 @@ U64 nowNs() {
 
 } // namespace
 
-TraceHub::TraceHub( Valen::Linux::EventLoop & loop, Settings::ProcessConfig const & config,
+TraceHub::TraceHub( Gantry::WorkQueue & work, Settings::ProcessConfig const & config,
                     bool toStderr )
-    : loop_( loop ), alive_( std::make_shared< bool >( true ) ) {
+    : posted_( work, "trace" ) {
    Quill::traceLevelsIs( config.traceLevels.value_or( defaultLevels ) );
    if ( config.traceFile ) {
       output_ = std::make_unique< Valen::Linux::FileTraceSink >( *config.traceFile );
@@ -35,7 +35,6 @@ TraceHub::TraceHub( Valen::Linux::EventLoop & loop, Settings::ProcessConfig cons
 }
 
 TraceHub::~TraceHub() {
-   *alive_ = false;
    Quill::traceSinkIs( nullptr );
    if ( memoryRing_ ) {
       Blipline::ringIs( nullptr );
@@ -48,7 +47,7 @@ Blipline::Ring const & TraceHub::ring() const noexcept {
 
 std::vector< TraceHub::Line > TraceHub::recent( std::size_t count ) const {
    auto const live = memoryRing_ ? std::as_bytes( std::span( ringMemory_ ) ) : ringFile_->memory();
-   // Nobody writes meanwhile: this is the thread that traces.
+   // The ring cannot change meanwhile: this is the thread that writes it.
    Blipline::Reader reader( live );
    std::deque< Line > lines;
    Blipline::Line line;
@@ -73,7 +72,7 @@ void TraceHub::tell( std::vector< Line > const & lines ) {
    sinkUpdate();
 }
 
-// With nobody to read them, the lines' texts are not made at all.
+// Without an output or a follower the texts are not formatted at all.
 void TraceHub::sinkUpdate() noexcept {
    Quill::traceSinkIs( output_ || !followers_.empty() ? this : nullptr );
 }
@@ -86,8 +85,7 @@ void TraceHub::line( Quill::TraceLine const & line ) noexcept {
       return;
    }
    if ( pending_.empty() ) {
-      loop_.post(
-         [ this, alive = alive_ ] { *alive ? tell( std::exchange( pending_, {} ) ) : void(); } );
+      posted_.post( [ this ] { tell( std::exchange( pending_, {} ) ); } );
    }
    pending_.push_back( { nowNs(), line.point.unit, line.point.level, std::string( line.text ) } );
 }

@@ -4,6 +4,7 @@
 #include "settings/Counted.h"
 #include "settings/Hex.h"
 #include "settings/ProcessSettings.h"
+#include "valend/base/Errors.h"
 #include "valend/base/Log.h"
 #include "valend/base/Notify.h"
 #include "valend/base/TraceHub.h"
@@ -125,11 +126,11 @@ std::vector< std::string > Configurator::reload() {
          errors.push_back( error.message() );
          log( LogLevel::error, errors.back() );
       }
-      ConfigRefused const refused( std::move( errors ) );
-      log( LogLevel::error, refused.what() );
+      auto const rejected = Errors::configRejected( errors );
+      log( LogLevel::error, rejected.what() );
       notifyManager( "READY=1\nSTATUS=Configuration refused, " +
                      counted( read.errors.size(), "error" ) + "; the one before is in force" );
-      throw refused;
+      throw rejected;
    }
    auto const changes = put( std::move( read ) );
    for ( auto const & change : changes ) {

@@ -7,23 +7,10 @@
 
 #include <functional>
 #include <nlohmann/json.hpp>
-#include <stdexcept>
+#include <string>
+#include <vector>
 
 namespace Valend {
-
-// What was read is not in order, and changes nothing.
-class ConfigRefused : public std::runtime_error {
- public:
-   // `errors`: all that is wrong, a line each.
-   explicit ConfigRefused( std::vector< std::string > errors )
-       : runtime_error( "the configuration is refused; the one before stays in force" ),
-         errors_( std::move( errors ) ) {}
-
-   std::vector< std::string > const & errors() const noexcept { return errors_; }
-
- private:
-   std::vector< std::string > errors_;
-};
 
 class Configurator {
  public:
@@ -38,7 +25,7 @@ class Configurator {
 
    // Reads the file and its drop-ins again and puts what differs in force. Returns a line for each
    // change. What is wrong, and what changed, is logged and told to the service manager. Throws
-   // ConfigRefused. Never called inside a notification.
+   // Refusal "ConfigRefused". Never called inside a notification.
    std::vector< std::string > reload();
 
    // What is in force, as the API's method Config answers it.

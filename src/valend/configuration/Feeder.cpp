@@ -13,7 +13,7 @@ struct Feeder::Retry {
        : timer( std::move( scheduler ), "vrfRetry", std::move( work ) ) {}
 
    Gantry::Backoff pause{ std::chrono::seconds( 1 ), std::chrono::minutes( 1 ) };
-   Timer timer;
+   Gantry::Timer timer;
    std::string why;
 };
 

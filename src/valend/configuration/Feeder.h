@@ -13,8 +13,8 @@
 // Never called inside a notification.
 #pragma once
 
+#include "platform/gantry/Timer.h"
 #include "settings/Config.h"
-#include "valend/base/Timer.h"
 #include "valend/kernel/Namespaces.h"
 #include "valend/store/Store.h"
 

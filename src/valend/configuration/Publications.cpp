@@ -1,7 +1,7 @@
 #include "valend/configuration/Publications.h"
 
 #include "settings/Hex.h"
-#include "valend/base/Refusal.h"
+#include "valend/base/Errors.h"
 
 #include <algorithm>
 #include <tuple>
@@ -9,10 +9,6 @@
 namespace Valend {
 
 namespace {
-
-std::string inQuotes( std::string const & text ) {
-   return "\"" + text + "\"";
-}
 
 std::size_t bytesOf( Settings::Frames const & frames ) {
    std::size_t bytes = 0;
@@ -47,18 +43,15 @@ void Publications::configIs( Settings::Config config ) {
 }
 
 std::string Publications::frameOf( std::string const & hex, std::size_t number ) {
-   auto const refuse = [ & ]( std::string const & text ) {
-      throw Refusal( "BadFrame", "frame " + std::to_string( number ) + ": " + text );
-   };
    std::string frame;
    try {
       frame = Settings::frameFromHex( hex );
    } catch ( Settings::HexError const & e ) {
-      refuse( e.what() );
+      throw Errors::badFrame( number, e.what() );
    }
    if ( frame.size() > maxFrameBytes ) {
-      refuse( "frame of " + std::to_string( frame.size() ) + " bytes; no device takes more than " +
-              std::to_string( maxFrameBytes ) );
+      throw Errors::badFrame( number, std::to_string( frame.size() ) + " bytes; the limit is " +
+                                         std::to_string( maxFrameBytes ) );
    }
    return frame;
 }
@@ -66,29 +59,25 @@ std::string Publications::frameOf( std::string const & hex, std::size_t number )
 // Throws when the agent's name is somebody else's.
 void Publications::requireName( std::string const & agent, U64 client ) const {
    if ( config_.agents.contains( agent ) ) {
-      throw Refusal( "AgentExists", "the configuration has an agent " + inQuotes( agent ) +
-                                       "; publish under another name" );
+      throw Errors::agentIsConfigured( agent );
    }
    for ( auto const & message : messages_ ) {
       if ( message.agent == agent && message.lifetime == Lifetime::connection &&
            message.client != client ) {
-         throw Refusal( "AgentExists", "another client publishes as agent " + inQuotes( agent ) +
-                                          "; its frames go when it does" );
+         throw Errors::agentIsOfAnotherClient( agent );
       }
    }
 }
 
 void Publications::publish( Message message ) {
    if ( !isName( message.agent ) ) {
-      throw Refusal( "BadName", "an agent's name has 1 to " + std::to_string( maxAgentBytes ) +
-                                   " bytes, without blanks and slashes" );
+      throw Errors::badAgentName( maxAgentBytes );
    }
    if ( !config_.interfaces.contains( message.interface ) ) {
-      throw Refusal( "NoSuchInterface",
-                     "no interface " + inQuotes( message.interface ) + " is configured" );
+      throw Errors::noSuchInterface( message.interface );
    }
    if ( message.frames.empty() ) {
-      throw Refusal( "NoFrames", "an empty list of frames; Withdraw takes frames away" );
+      throw Errors::noFrames();
    }
    requireName( message.agent, message.client );
    auto const old = find( message.agent, message.interface );
@@ -97,8 +86,7 @@ void Publications::publish( Message message ) {
       bytes += other == old ? 0 : bytesOf( other->frames );
    }
    if ( bytes > maxBytes ) {
-      throw Refusal( "TooMuch", "all published frames would have " + std::to_string( bytes ) +
-                                   " bytes; at most " + std::to_string( maxBytes ) + " are kept" );
+      throw Errors::tooManyBytes( bytes, maxBytes );
    }
    if ( old != messages_.end() ) {
       *old = std::move( message );
@@ -123,10 +111,8 @@ void Publications::withdraw( std::string const & agent, std::string const & inte
    if ( old == messages_.end() ) {
       bool const configured =
          config_.agents.contains( agent ) && config_.agents.at( agent ).contains( interface );
-      throw Refusal( "NoSuchMessages", "agent " + inQuotes( agent ) +
-                                          " has published no frames for interface " +
-                                          inQuotes( interface ) +
-                                          ( configured ? "; those it has are configured" : "" ) );
+      throw configured ? Errors::messagesAreConfigured( agent, interface )
+                       : Errors::noSuchMessages( agent, interface );
    }
    if ( old->lifetime == Lifetime::connection && old->client != client ) {
       requireName( agent, client );

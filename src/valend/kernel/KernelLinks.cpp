@@ -8,9 +8,10 @@ namespace Valend {
 using Valen::Linux::KernelNetInfoProvider;
 
 KernelLinks::KernelLinks( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsFolders folders,
-                          Valen::Linux::PacketEndpointProvider const & endpoints )
-    : folders_( folders ), endpoints_( endpoints ), devices_( loop, folders ), control_( folders ) {
-}
+                          Valen::Linux::PacketEndpointProvider const & endpoints,
+                          Conditions & conditions )
+    : folders_( folders ), endpoints_( endpoints ), devices_( loop, folders ), control_( folders ),
+      conditions_( conditions ) {}
 
 // --- Devices -------------------------------------------------------------------------------------
 
@@ -21,7 +22,7 @@ void KernelLinks::netNssAre( std::set< std::string > const & netNss ) {
    }
    for ( auto const & netNs : netNss_ ) {
       if ( !netNss.contains( netNs ) ) {
-         watch_.follow( netNs, nullptr );
+         unfollow( netNs );
       }
    }
    netNss_ = netNss;
@@ -30,13 +31,27 @@ void KernelLinks::netNssAre( std::set< std::string > const & netNss ) {
       devices_.mount( path );
    }
    for ( auto const & netNs : netNss_ ) {
-      watch_.follow( netNs, devices_.status( Corvid::NamespaceName( netNs ) ) );
+      follow( netNs );
    }
    for ( auto const & path : before ) {
       if ( !ours_.contains( path ) && !theirs_.contains( path ) ) {
          devices_.unmount( path );
       }
    }
+}
+
+void KernelLinks::follow( std::string const & netNs ) {
+   auto const status = devices_.status( Corvid::NamespaceName( netNs ) );
+   watch_.follow( netNs, status );
+   auto & condition = deviceConditions_[ netNs ];
+   if ( !condition && status ) {
+      condition = Quill::make< DeviceCondition >( conditions_, *this, status );
+   }
+}
+
+void KernelLinks::unfollow( std::string const & netNs ) {
+   watch_.follow( netNs, nullptr );
+   deviceConditions_.erase( netNs );
 }
 
 Quill::Ptr< Quill::Entity > KernelLinks::mount( std::string_view path ) {
@@ -59,9 +74,10 @@ void KernelLinks::refresh( std::string const & netNs ) {
    devices_.refresh( Corvid::NamespaceName( netNs ) );
 }
 
-std::string KernelLinks::trouble( std::string const & netNs ) const {
+// Why the devices of the namespace are unknown; empty when they are known.
+std::string KernelLinks::errorOf( std::string const & netNs ) const {
    auto const status = devices_.status( Corvid::NamespaceName( netNs ) );
-   return status ? status->error().stdString() : "the namespace is not followed";
+   return status ? status->error().stdString() : "the namespace is not watched";
 }
 
 std::optional< LinkDevice > KernelLinks::device( LinkPlace const & place ) const {
@@ -83,7 +99,7 @@ LinkDevice KernelLinks::requireDevice( LinkPlace const & place ) const {
    if ( auto const found = device( place ) ) {
       return *found;
    }
-   auto const why = trouble( place.netNs );
+   auto const why = errorOf( place.netNs );
    throw Quill::ErrnoException( "no device \"" + place.device + "\" in namespace \"" + place.netNs +
                                    "\"" + ( why.empty() ? "" : ": " + why ),
                                 ENODEV );

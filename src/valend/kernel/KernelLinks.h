@@ -1,13 +1,14 @@
-// The kernel as the agent sees it: the devices of every configured namespace, whether the library
-// wants them or not; links up and down; and what became of the frames.
+// The kernel as the daemon uses it: the devices of every configured namespace, whether the library
+// needs them or not; links up and down; and what happened to the frames.
 //
-// Stands between the store and the publisher of devices: both the library and the agent follow the
-// devices of a namespace, through one watcher, which goes when neither does any more.
+// The library mounts the devices of a namespace through this class, so that library and daemon share
+// one rtnetlink socket per namespace. It is closed when neither needs it any more.
 #pragma once
 
 #include "linux/KernelNetInfoProvider.h"
 #include "linux/LinkControl.h"
 #include "linux/PacketEndpoint.h"
+#include "valend/kernel/DeviceCondition.h"
 #include "valend/kernel/LinkPort.h"
 #include "valend/kernel/LinkWatch.h"
 #include "valend/kernel/Namespaces.h"
@@ -18,19 +19,16 @@ namespace Valend {
 
 class KernelLinks final : public LinkPort, public Namespaces, public Orrery::MountProvider {
  public:
-   // `loop` and `endpoints` must outlive this.
+   // All must outlive this. Raises the conditions "devices/NAMESPACE".
    KernelLinks( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsFolders folders,
-                Valen::Linux::PacketEndpointProvider const & endpoints );
+                Valen::Linux::PacketEndpointProvider const & endpoints, Conditions & conditions );
 
-   // Follows the devices of these namespaces from now on, and of no others on its own account.
+   // Watches the devices of these namespaces from now on, besides those that the library mounts.
    void netNssAre( std::set< std::string > const & netNss );
-   // Who hears when a device of these namespaces is set up or down, or goes; see LinkWatch.
+   // `seen` is called when a device of these namespaces is set up or down, or disappears; see LinkWatch.
    void seenIs( LinkWatch::Seen seen ) { watch_.seenIs( std::move( seen ) ); }
-   // The namespace came, went, or is another one now.
+   // The namespace was created, deleted, or replaced under the same name.
    void refresh( std::string const & netNs );
-   // Why the namespace's devices cannot be seen; empty when they can.
-   std::string trouble( std::string const & netNs ) const;
-
    std::optional< LinkDevice > device( LinkPlace const & place ) const override;
    bool up( LinkPlace const & place ) override;
    void upIs( LinkPlace const & place, bool up ) override;
@@ -45,6 +43,9 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    void unmount( std::string_view path ) override;
 
  private:
+   void follow( std::string const & netNs );
+   void unfollow( std::string const & netNs );
+   std::string errorOf( std::string const & netNs ) const;
    LinkDevice requireDevice( LinkPlace const & place ) const;
 
    Valen::Linux::NetNsFolders const folders_;
@@ -52,9 +53,11 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    Valen::Linux::KernelNetInfoProvider devices_;
    Valen::Linux::LinkControl control_;
    LinkWatch watch_;
-   std::set< std::string > netNss_;              // that the agent follows
+   Conditions & conditions_;
+   std::map< std::string, Quill::Ptr< DeviceCondition > > deviceConditions_; // by namespace
+   std::set< std::string > netNss_;              // that the daemon watches
    std::set< std::string, std::less<> > ours_;   // their mount paths
-   std::set< std::string, std::less<> > theirs_; // and that the library has mounted
+   std::set< std::string, std::less<> > theirs_; // those that the library has mounted
 };
 
 } // namespace Valend

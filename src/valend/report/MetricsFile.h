@@ -1,8 +1,9 @@
-// The metrics in a file, for a collector that reads folders of such files: written every 15 seconds
-// and soon after each shutdown, always whole.
+// The metrics in a file, for a collector that reads a directory of such files: written every 15 seconds
+// and soon after each shutdown, always as a whole.
 #pragma once
 
-#include "valend/base/Timer.h"
+#include "platform/gantry/Timer.h"
+#include "valend/base/Conditions.h"
 
 #include <string>
 
@@ -11,21 +12,19 @@ namespace Valend {
 class MetricsFile {
  public:
    static constexpr std::chrono::seconds period{ 15 };
-   // How long after a shutdown's end; the ends of many make one file.
+   // How long after touch(); several within that time lead to one write.
    static constexpr std::chrono::milliseconds soon{ 100 };
 
-   // Keeps `path` from now on, with what `text` gives. Without a path it does nothing.
-   MetricsFile( std::string path, std::function< std::string() > text,
+   // Writes what `text` returns to `path` from now on; an empty path means no file. The condition
+   // "metrics-file" says when it cannot be written.
+   MetricsFile( std::string path, std::function< std::string() > text, Conditions & conditions,
                 Quill::Ptr< Gantry::TaskScheduler > scheduler );
-   ~MetricsFile(); // takes the file away: who is gone has no metrics
+   ~MetricsFile(); // removes the file: a process that has ended has no metrics
    MetricsFile( MetricsFile const & ) = delete;
    MetricsFile & operator=( MetricsFile const & ) = delete;
 
-   // There is something new.
+   // The metrics have changed: writes them soon.
    void touch();
-
-   // Why the file cannot be written; empty when it can.
-   std::string const & trouble() const noexcept { return trouble_; }
 
  private:
    void write();
@@ -33,8 +32,8 @@ class MetricsFile {
    std::string const path_;
    std::function< std::string() > const text_;
    bool soon_ = false;
-   std::string trouble_;
-   Timer timer_;
+   Condition condition_;
+   Gantry::Timer timer_;
 };
 
 } // namespace Valend

@@ -1,5 +1,7 @@
 #include "valend/shutdown/LinkController.h"
 
+#include "valend/base/Errors.h"
+
 #include <cerrno>
 
 namespace Valend {
@@ -8,9 +10,8 @@ using Ending = ShutdownRecord::Ending;
 
 LinkController::LinkController( Store & store, Settings::Config const & config, LinkPort & port,
                                 Journal & journal, Quill::Ptr< Gantry::TaskScheduler > scheduler,
-                                Post post )
-    : journal_( journal ), config_( config ), port_( port ), post_( std::move( post ) ),
-      alive_( std::make_shared< bool >( true ) ),
+                                Gantry::WorkQueue & work )
+    : journal_( journal ), config_( config ), port_( port ), posted_( work, "link controller" ),
       surroundings_{ store,
                      config,
                      port,
@@ -21,20 +22,14 @@ LinkController::LinkController( Store & store, Settings::Config const & config, 
                      [ this ]( auto const & place ) { ownChange( place, false ); },
                      [ this ]( auto & shutdown ) { ended( shutdown ); } } {}
 
-LinkController::~LinkController() {
-   *alive_ = false;
-}
-
-void LinkController::postAlive( std::function< void() > work ) {
-   post_( [ alive = alive_, work = std::move( work ) ] { *alive ? work() : void(); } );
-}
+LinkController::~LinkController() = default;
 
 // --- What is asked -------------------------------------------------------------------------------
 
 Settings::InterfaceConfig const & LinkController::interface( std::string const & name ) const {
    auto const found = config_.interfaces.find( name );
    if ( found == config_.interfaces.end() ) {
-      throw Refusal( "NoSuchInterface", "no interface \"" + name + "\" is configured" );
+      throw Errors::noSuchInterface( name );
    }
    return found->second;
 }
@@ -91,7 +86,7 @@ LinkController::Enabled LinkController::enable( std::string const & name, std::s
       return wasUp ? Enabled::alreadyUp : Enabled::up;
    } catch ( Quill::ErrnoException const & e ) {
       bool const missing = e.number() == ENODEV || e.number() == ENOENT;
-      throw Refusal( missing ? "NoDevice" : "LinkFailed", e.what() );
+      throw missing ? Errors::noDevice( e.what() ) : Errors::linkFailed( e.what() );
    }
 }
 
@@ -106,7 +101,7 @@ LinkController::remaining( std::string const & name ) const {
 void LinkController::enqueue( std::string const & name ) {
    queue_.push_back( name );
    if ( queue_.size() == 1 ) {
-      postAlive( [ this ] { beginNext(); } );
+      posted_.post( [ this ] { beginNext(); } );
    }
 }
 
@@ -120,12 +115,12 @@ void LinkController::beginNext() {
       }
    }
    if ( !queue_.empty() ) {
-      postAlive( [ this ] { beginNext(); } );
+      posted_.post( [ this ] { beginNext(); } );
    }
 }
 
 void LinkController::statusChanged( std::string const & name ) {
-   postAlive( [ this, name ] {
+   posted_.post( [ this, name ] {
       if ( auto * const shutdown = find( name ) ) {
          shutdown->statusChanged();
       }
@@ -137,7 +132,7 @@ void LinkController::ended( Shutdown & shutdown ) {
    // It may be on the stack below: it is freed from the loop.
    auto node = shutdowns_.extract( shutdown.record().interface );
    done_.push_back( std::move( node.mapped() ) );
-   postAlive( [ this ] { done_.clear(); } );
+   posted_.post( [ this ] { done_.clear(); } );
 }
 
 void LinkController::remember( ShutdownRecord const & record ) {
@@ -163,7 +158,7 @@ bool LinkController::downWithoutGoodbye( LinkPlace const & place ) const {
 }
 
 void LinkController::linkSeen( LinkPlace const & place, std::optional< bool > up ) {
-   postAlive( [ this, place, up ] { linkChanged( place, up ); } );
+   posted_.post( [ this, place, up ] { linkChanged( place, up ); } );
 }
 
 void LinkController::linkChanged( LinkPlace const & place, std::optional< bool > up ) {

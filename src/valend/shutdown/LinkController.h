@@ -6,6 +6,7 @@
 // begin one per turn of the loop, so that due timers run in between.
 #pragma once
 
+#include "platform/gantry/WorkQueue.h"
 #include "valend/base/Refusal.h"
 #include "valend/shutdown/Shutdown.h"
 #include "valend/shutdown/ShutdownStatistics.h"
@@ -19,16 +20,14 @@ namespace Valend {
 
 class LinkController final {
  public:
-   using Post = std::function< void( std::function< void() > ) >;
-
    static constexpr std::size_t historyLimit = Journal::historyLimit;
    // How long after a change of a link by the agent what is heard of the link may be older.
    static constexpr std::chrono::milliseconds ownEcho{ 2000 };
 
-   // `post` runs work later, on the loop. `config` is the one in force, wherever it is kept. All
-   // must outlive the controller.
+   // `config` is the one in force, wherever it is kept. All must outlive the controller.
    LinkController( Store & store, Settings::Config const & config, LinkPort & port,
-                   Journal & journal, Quill::Ptr< Gantry::TaskScheduler > scheduler, Post post );
+                   Journal & journal, Quill::Ptr< Gantry::TaskScheduler > scheduler,
+                   Gantry::WorkQueue & work );
    ~LinkController(); // changes no link
    LinkController( LinkController const & ) = delete;
    LinkController & operator=( LinkController const & ) = delete;
@@ -92,13 +91,11 @@ class LinkController final {
    void ended( Shutdown & shutdown );
    void remember( ShutdownRecord const & record );
    Shutdown * find( std::string const & interface ) const;
-   void postAlive( std::function< void() > work );
 
    Journal & journal_;
    Settings::Config const & config_;
    LinkPort & port_;
-   Post const post_;
-   std::shared_ptr< bool > const alive_; // posted work looks whether the controller still is
+   Gantry::PostedWork posted_;
    Shutdown::Surroundings const surroundings_;
    std::map< std::string, std::unique_ptr< Shutdown > > shutdowns_; // by interface
    std::vector< std::unique_ptr< Shutdown > > done_;                // freed from the loop

@@ -18,8 +18,8 @@
 // the link is held by the deadline alone; what is not is sent as soon as the interface is ready.
 #pragma once
 
+#include "platform/gantry/Timer.h"
 #include "settings/Config.h"
-#include "valend/base/Timer.h"
 #include "valend/kernel/LinkPort.h"
 #include "valend/shutdown/DelayWatch.h"
 #include "valend/shutdown/Journal.h"
@@ -116,7 +116,7 @@ class Shutdown final {
    bool begun_ = false;
    bool awaiting_ = false; // the interface, after the agent's start
    bool ownClock_ = false; // the library does not hold it, or for too long
-   Timer timer_;
+   Gantry::Timer timer_;
 };
 
 } // namespace Valend

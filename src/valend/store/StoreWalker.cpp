@@ -1,7 +1,7 @@
 #include "valend/store/StoreWalker.h"
 
 #include "settings/Hex.h"
-#include "valend/base/Refusal.h"
+#include "valend/base/Errors.h"
 
 #include <algorithm>
 #include <functional>
@@ -131,9 +131,7 @@ class Walk {
 
    Json valueJson( Entity const & holder, Value const & value ) {
       if ( ++values_ > maxStoreValues ) {
-         throw Refusal( "TooLarge", "what stands there has more than " +
-                                       std::to_string( maxStoreValues ) +
-                                       " values; ask for a longer path" );
+         throw Errors::tooManyValues( maxStoreValues );
       }
       if ( auto const * const entity = std::get_if< Ptr< Entity const > >( &value ) ) {
          if ( ( *entity )->parent() != &holder ) {

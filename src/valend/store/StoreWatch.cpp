@@ -18,23 +18,21 @@ class StoreWatch::Follower final : public Quill::NotifieeOf< Quill::Entity const
    StoreWatch & watch_;
 };
 
-StoreWatch::StoreWatch( Quill::Ptr< Gantry::TaskScheduler > scheduler, Post post, Look look )
-    : scheduler_( scheduler ), post_( std::move( post ) ), look_( std::move( look ) ),
-      alive_( std::make_shared< bool >( true ) ),
+StoreWatch::StoreWatch( Quill::Ptr< Gantry::TaskScheduler > scheduler, Gantry::WorkQueue & work,
+                        Look look )
+    : scheduler_( scheduler ), look_( std::move( look ) ), posted_( work, "storeWatch" ),
       timer_( std::move( scheduler ), "storeWatch", [ this ] { changed(); } ) {
    changed();
 }
 
-StoreWatch::~StoreWatch() {
-   *alive_ = false;
-}
+StoreWatch::~StoreWatch() = default;
 
 void StoreWatch::changed() {
    if ( pending_ || over_ ) {
       return;
    }
    pending_ = true;
-   post_( [ this, alive = alive_ ] { *alive ? look() : void(); } );
+   posted_.post( [ this ] { look(); } );
 }
 
 void StoreWatch::look() {

@@ -1,8 +1,9 @@
-// Looks at a part of the store again whenever it has changed: once in a turn of the loop, however
-// many changes that turn brought, and never so often that looking would keep the loop busy.
+// Reads a part of the store again whenever it has changed: once per turn of the loop, however many
+// changes there were, and never so often that reading would keep the loop busy.
 #pragma once
 
-#include "valend/base/Timer.h"
+#include "platform/gantry/Timer.h"
+#include "platform/gantry/WorkQueue.h"
 #include "valend/store/StoreWalker.h"
 
 #include <functional>
@@ -13,27 +14,25 @@ namespace Valend {
 
 class StoreWatch {
  public:
-   using Post = std::function< void( std::function< void() > ) >;
-
    struct Looked {
       bool over = false;    // no further look is wanted
-      bool skipped = false; // this was none: what is followed stays
+      bool skipped = false; // nothing was read: the followed entities stay the same
       std::optional< std::chrono::milliseconds > next = std::nullopt; // look then, changed or not
    };
    // Looks, and adds to `visits` the entities whose changes call for the next look. Must not destroy
    // the watch.
    using Look = std::function< Looked( StoreVisits & visits ) >;
 
-   // At least this many times as long as a look took passes before the next one.
+   // The pause before the next look is at least this many times as long as the last one took.
    static constexpr int restFactor = 10;
 
-   // Looks for the first time in this turn of the loop. `post` runs work at its end.
-   StoreWatch( Quill::Ptr< Gantry::TaskScheduler > scheduler, Post post, Look look );
+   // Looks for the first time when `work` runs next.
+   StoreWatch( Quill::Ptr< Gantry::TaskScheduler > scheduler, Gantry::WorkQueue & work, Look look );
    ~StoreWatch();
    StoreWatch( StoreWatch const & ) = delete;
    StoreWatch & operator=( StoreWatch const & ) = delete;
 
-   // Something has changed that the store does not tell. May be called inside a notification.
+   // Something has changed that is not in the store. May be called inside a notification.
    void changed();
    bool over() const noexcept { return over_; }
    // Entities that are followed.
@@ -46,11 +45,10 @@ class StoreWatch {
    void follow( StoreVisits const & visits );
 
    Quill::Ptr< Gantry::TaskScheduler > const scheduler_;
-   Post const post_;
    Look const look_;
-   std::shared_ptr< bool > const alive_; // posted work looks whether the watch still is
    std::unordered_map< Quill::Entity const *, std::unique_ptr< Follower > > followers_;
-   Timer timer_;
+   Gantry::PostedWork posted_;
+   Gantry::Timer timer_;
    Gantry::Time restEnd_{};
    bool pending_ = false; // a look is posted
    bool over_ = false;

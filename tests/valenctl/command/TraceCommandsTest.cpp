@@ -1,4 +1,5 @@
 #include "platform/trace/Blipline.h"
+#include "platform/trace/BliplineFormat.h"
 #include "platform/trace/Trace.h"
 #include "tests/valenctl/CommandLine.h"
 
@@ -90,10 +91,15 @@ TEST_F( TraceCommandsTest, AFileThatIsNotARingIsReported ) {
 
 TEST_F( TraceCommandsTest, ADamagedRingShowsWhatIsReadable ) {
    writeRing();
-   std::fstream( file, std::ios::binary | std::ios::in | std::ios::out )
-      .seekp( Blipline::Ring::minSize / 8 + 8 )
-      .write( "\xff\xff\xff\xff\xff\xff\xff\xff", 8 );
+   Blipline::Format::Header header;
+   std::fstream ring( file, std::ios::binary | std::ios::in | std::ios::out );
+   ring.read( reinterpret_cast< char * >( &header ), sizeof header );
+   ring.seekp( static_cast< std::streamoff >( sizeof header + header.descriptorSize +
+                                              offsetof( Blipline::Format::Start, descriptor ) ) );
+   ring.write( "\x7f\0\0", 4 ); // a trace point that is not described
+   ring.close();
    EXPECT_EQ( run( { "trace", "dump", "--file", file } ), Exit::done );
+   EXPECT_EQ( out, "" );
    EXPECT_EQ( err, "valenctl: " + file + " is damaged; only readable lines are shown\n" );
 }
 

@@ -10,12 +10,12 @@ TEST( ReportTextTest, ExplainShowsWhatIsMissing ) {
       { "ready", false },
       { "link", "up" },
       { "requirements",
-        { { { "what", "the delay is enabled" }, { "met", true }, { "detail", "held for 500 ms" } },
-          { { "what", "its device exists" }, { "met", false }, { "detail", "no device" } },
+        { { { "what", "delay enabled" }, { "met", true }, { "detail", "held for 500 ms" } },
+          { { "what", "device present" }, { "met", false }, { "detail", "no device" } },
           { { "what", "the rest" }, { "met", false }, { "detail", "" } } } } };
    EXPECT_EQ( explainText( "Ethernet1", answer ), "Ethernet1: not ready, link up\n"
-                                                  "  yes  the delay is enabled: held for 500 ms\n"
-                                                  "  NO   its device exists: no device\n"
+                                                  "  yes  delay enabled: held for 500 ms\n"
+                                                  "  NO   device present: no device\n"
                                                   "  NO   the rest\n" );
    EXPECT_EQ(
       explainText( "Ethernet1", { { "ready", true }, { "link", "up" } }, Palette::colored() ),

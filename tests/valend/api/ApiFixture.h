@@ -33,10 +33,9 @@ class Answers final : public Varlink::Replies {
 class ApiFixture : public DaemonFixture {
  protected:
    ApiFixture()
-       : trace( loop, Settings::ProcessConfig(), false ), publications( feeder ),
-         api( { store, feeder, publications, kernel, controller, faults, trace, configurator,
-                access, clock.scheduler(),
-                [ this ]( auto work ) { posted.push_back( std::move( work ) ); } } ) {}
+       : trace( work, Settings::ProcessConfig(), false ), publications( feeder ),
+         api( { store, feeder, publications, kernel, controller, faults, conditions, metrics, trace,
+                configurator, access, clock.scheduler(), work } ) {}
 
    void startPublishing( Settings::Config const & config ) {
       start( Settings::Config() );
@@ -58,9 +57,10 @@ class ApiFixture : public DaemonFixture {
       return answers;
    }
 
-   Valen::Linux::EventLoop loop; // for the trace alone, and never turned
    TraceHub trace;
    Access access{ "4001", "4002" };
+   Metrics metrics{ { store, feeder, kernel, controller, faults, conditions,
+                      [] { return Metrics::Clients(); } } };
    Publications publications;
    Configurator configurator{
       "/dev/null", Settings::ProcessConfig(),

@@ -77,18 +77,18 @@ TEST_F( AgentApiTest, WhatIsNotThereIsRefusedByName ) {
    Json const nine{ { "interface", "Ethernet9" } };
    for ( auto const * method : { "Status", "Explain", "Shutdown", "Enable", "ListMessages" } ) {
       EXPECT_EQ( call( method, nine )->error(),
-                 "org.valen.daemon.NoSuchInterface: no interface \"Ethernet9\" is configured" )
+                 "org.valen.daemon.NoSuchInterface: interface \"Ethernet9\" is not configured" )
          << method;
    }
    EXPECT_EQ( call( "ShutdownMany", { { "interfaces", { "Ethernet1", "Ethernet9" } } } )->error(),
-              "org.valen.daemon.NoSuchInterface: no interface \"Ethernet9\" is configured" );
+              "org.valen.daemon.NoSuchInterface: interface \"Ethernet9\" is not configured" );
    EXPECT_FALSE( controller.running( "Ethernet1" ) ) << "nothing is done when one name is wrong";
    EXPECT_EQ( call( "List", { { "vrf", "blue" } } )->error(),
-              "org.valen.daemon.NoSuchVrf: no VRF \"blue\" is configured" );
+              "org.valen.daemon.NoSuchVrf: VRF \"blue\" is not configured" );
    EXPECT_EQ( call( "Show", { { "path", "x" } } )->error(),
-              "org.valen.daemon.NoSuchPath: nothing stands at \"x\"" );
+              "org.valen.daemon.NoSuchPath: no such path: \"x\"" );
    EXPECT_EQ( call( "Watch", { { "path", "x" } }, true )->error(),
-              "org.valen.daemon.NoSuchPath: nothing stands at \"x\"" );
+              "org.valen.daemon.NoSuchPath: no such path: \"x\"" );
    EXPECT_EQ( call( "Juggle", nine )->error(),
               "org.varlink.service.MethodNotFound: {\"method\":\"org.valen.daemon.Juggle\"}" );
    EXPECT_EQ( callAs( {}, "a.b.C", nine )->error(),
@@ -148,13 +148,11 @@ TEST_F( AgentApiTest, ExplainTellsEachRequirement ) {
       }
       return lines;
    };
-   EXPECT_THAT(
-      explain( "Ethernet2" ),
-      ElementsAre( "ready", "+ the feature is on: shutdowns are held for 500 ms",
-                   "+ the interface supports the delay: ", "+ frames are queued for it: lldp 1",
-                   "+ its VRF works: VRF red, namespace ns-red",
-                   "+ its device is there: et2, index 7",
-                   "+ the library manages its shutdowns: " ) );
+   EXPECT_THAT( explain( "Ethernet2" ),
+                ElementsAre( "ready", "+ delay enabled: shutdown-delay-ms is 500",
+                             "+ delay enabled for this interface: ", "+ frames queued: lldp 1",
+                             "+ VRF ready: VRF red, namespace ns-red",
+                             "+ device present: et2, index 7", "+ managed by libvalen: " ) );
    kernel.netNsDel( "ns-red" );
    feeder.namespaceChanged( "ns-red" );
    kernel.deviceDel( "ns-red", "et2" );
@@ -164,15 +162,13 @@ TEST_F( AgentApiTest, ExplainTellsEachRequirement ) {
    config.agents.clear();
    publications.configIs( config );
    EXPECT_THAT( explain( "Ethernet2" ),
-                ElementsAre( "not ready",
-                             "- the feature is on: shutdown-delay-ms is not configured",
-                             "- the interface supports the delay: shutdown-delay is off in its "
+                ElementsAre( "not ready", "- delay enabled: shutdown-delay-ms is not set",
+                             "- delay enabled for this interface: shutdown-delay is off in its "
                              "configuration",
-                             "- frames are queued for it: no agent has any",
-                             "- its VRF works: no namespace ns-red",
-                             "- its device is there: no device \"et2\" in namespace \"ns-red\"",
-                             "- the library manages its shutdowns: it does once all of the above "
-                             "is so" ) );
+                             "- frames queued: no agent has frames for it",
+                             "- VRF ready: no namespace ns-red",
+                             "- device present: no device \"et2\" in namespace \"ns-red\"",
+                             "- managed by libvalen: once everything above is met" ) );
 }
 
 TEST_F( AgentApiTest, SeveralAreShutDownTogetherAndTheStepsComeAsTheyHappen ) {
@@ -325,7 +321,8 @@ TEST_F( AgentApiTest, WaitAnswersOnceItIsSo ) {
    advance( 299ms );
    EXPECT_THAT( late->messages, IsEmpty() );
    advance( 2ms );
-   EXPECT_EQ( late->error(), "org.valen.daemon.TimedOut: interface \"Ethernet1\" is not down yet" );
+   EXPECT_EQ( late->error(),
+              "org.valen.daemon.TimedOut: timed out: interface \"Ethernet1\" is not down" );
    EXPECT_THAT( down->messages, IsEmpty() );
    advance( 500ms );
    EXPECT_EQ( down->parameters()[ "interface" ][ "link" ], "down" );
@@ -333,7 +330,7 @@ TEST_F( AgentApiTest, WaitAnswersOnceItIsSo ) {
    publications.configIs( Settings::Config() );
    advance( 300ms );
    EXPECT_EQ( gone->error(), "org.valen.daemon.NoSuchInterface: interface \"Ethernet1\" is not "
-                             "configured any more" );
+                             "configured" );
 }
 
 } // namespace

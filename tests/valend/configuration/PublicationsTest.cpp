@@ -98,9 +98,9 @@ TEST_F( PublicationsTest, ARefusedListChangesNothing ) {
    EXPECT_THAT( publish( "radv", { "0g" } )->error(),
                 HasSubstr( "BadFrame: frame 1: \"g\" at character 2" ) );
    EXPECT_EQ( publish( "radv", { toHex( std::string( 65536, 'f' ) ) } )->error(),
-              "org.valen.daemon.BadFrame: frame 1: frame of 65536 bytes; no device takes more than "
-              "65535" );
-   EXPECT_THAT( publish( "radv", Json::array() )->error(), HasSubstr( "NoFrames: an empty list" ) );
+              "org.valen.daemon.BadFrame: frame 1: 65536 bytes; the limit is 65535" );
+   EXPECT_THAT( publish( "radv", Json::array() )->error(),
+                HasSubstr( "NoFrames: no frames given" ) );
    EXPECT_THAT( publish( "", { hex( 'y' ) } )->error(), HasSubstr( "BadName: " ) );
    EXPECT_THAT( publish( "a/b", { hex( 'y' ) } )->error(), HasSubstr( "BadName: " ) );
    EXPECT_THAT( publish( "radv", { hex( 'y' ) }, "kept", 1, "Ethernet9" )->error(),
@@ -115,19 +115,21 @@ TEST_F( PublicationsTest, FramesThatTheDeviceCannotTakeNowAreTold ) {
 }
 
 TEST_F( PublicationsTest, ASecondAgentOfTheSameNameIsRefused ) {
-   EXPECT_EQ(
-      publish( "lldp", { hex( 'x' ) } )->error(),
-      "org.valen.daemon.AgentExists: the configuration has an agent \"lldp\"; publish under "
-      "another name" );
+   EXPECT_EQ( publish( "lldp", { hex( 'x' ) } )->error(),
+              "org.valen.daemon.AgentExists: agent \"lldp\" is in the configuration; publish under "
+              "another name" );
    publish( "radv", { hex( 'x' ) }, "connection", 7 );
    EXPECT_EQ(
       publish( "radv", { hex( 'y' ) }, "kept", 8 )->error(),
       "org.valen.daemon.AgentExists: another client publishes as agent \"radv\"; its frames "
-      "go when it does" );
+      "are withdrawn when it disconnects" );
    EXPECT_THAT( withdraw( "radv", 8 )->error(), HasSubstr( "AgentExists: " ) );
    EXPECT_THAT( withdraw( "ospf", 7 )->error(),
-                HasSubstr( "NoSuchMessages: agent \"ospf\" has published no frames for interface "
+                HasSubstr( "NoSuchMessages: agent \"ospf\" has not published frames for interface "
                            "\"Ethernet2\"" ) );
+   EXPECT_THAT( call( "Withdraw", { { "agent", "lldp" }, { "interface", "Ethernet1" } } )->error(),
+                HasSubstr( "NoSuchMessages: the frames of agent \"lldp\" for interface "
+                           "\"Ethernet1\" are not published: they are in the configuration" ) );
    EXPECT_TRUE( publish( "radv", { hex( 'z' ) }, "connection", 7 )->last );
    EXPECT_EQ( goodbye(), "z" );
 }
@@ -184,8 +186,8 @@ TEST_F( PublicationsTest, WhatIsPublishedIsBounded ) {
       FAIL();
    } catch ( Refusal const & e ) {
       EXPECT_EQ( e.name(), "TooMuch" );
-      EXPECT_STREQ( e.what(), "all published frames would have 67140000 bytes; at most 67108864 "
-                              "are kept" );
+      EXPECT_STREQ( e.what(),
+                    "published frames would total 67140000 bytes; the limit is 67108864" );
    }
    EXPECT_THAT( publications.messages(), IsEmpty() );
 }

@@ -4,8 +4,10 @@
 #include "tests/support/WorkDirectory.h"
 #include "tests/valend/DaemonFixture.h"
 #include "valend/base/Version.h"
-#include "valend/report/MetricsFile.h"
 #include "valend/report/OpenMetrics.h"
+
+#include <fstream>
+#include <sstream>
 
 namespace Valend {
 namespace {
@@ -28,13 +30,16 @@ class MetricsTest : public DaemonFixture {
       }
       start( twoInterfaces() );
    }
-   std::string text() const { return metricsText( { store, feeder, kernel, controller, faults } ); }
+   Metrics metrics{ { store, feeder, kernel, controller, faults, conditions, [] {
+                        return Metrics::Clients{ 3, 7 };
+                     } } };
+   std::string text() const { return metrics.text(); }
 };
 
-TEST_F( MetricsTest, AnAgentThatDidNothingHasItsGauges ) {
+TEST_F( MetricsTest, ADaemonThatDidNothingHasItsGauges ) {
    EXPECT_THAT( text(), HasSubstr( "# TYPE valen_interfaces_ready gauge\n"
                                    "# HELP valen_interfaces_ready Interfaces whose shutdown would "
-                                   "be held now.\n"
+                                   "be delayed now.\n"
                                    "valen_interfaces_ready 2\n" ) );
    EXPECT_TRUE( text().ends_with( "\n# EOF\n" ) );
    auto const samples = parsed( text() );
@@ -42,13 +47,13 @@ TEST_F( MetricsTest, AnAgentThatDidNothingHasItsGauges ) {
    EXPECT_THAT( samples, HasSubstr( "gauge valen_interfaces [] 2.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "gauge valen_active [] 1.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "counter valen_device_resyncs_total [] 3.0\n" ) );
-   EXPECT_THAT( samples, HasSubstr( "gauge valen_journal_in_trouble [] 0.0\n" ) )
-      << "nobody has looked yet";
+   EXPECT_THAT( samples, HasSubstr( "gauge valen_api_connections [] 3.0\n" ) );
+   EXPECT_THAT( samples, HasSubstr( "counter valen_api_connections_dropped_total [] 7.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( std::string( "info valen_build_info [('version', '" ) +
                                     version + "')] 1.0\n" ) );
 }
 
-TEST_F( MetricsTest, ShutdownsAreCountedByTheirEndsAndFramesByAgentAndError ) {
+TEST_F( MetricsTest, ShutdownsAreCountedByResultAndFramesByAgentAndError ) {
    sent.failingSends = { 1 };
    controller.shutdown( "Ethernet1", "root", nullptr );
    controller.shutdown( "Ethernet2", "root", nullptr );
@@ -59,8 +64,8 @@ TEST_F( MetricsTest, ShutdownsAreCountedByTheirEndsAndFramesByAgentAndError ) {
    advance( 400ms );
    auto const samples = parsed( text() );
    for ( std::string const line :
-         { "counter valen_shutdowns_total [('ending', 'down')] 1.0\n",
-           "counter valen_shutdowns_total [('ending', 'aborted')] 1.0\n",
+         { "counter valen_shutdowns_total [('result', 'down')] 1.0\n",
+           "counter valen_shutdowns_total [('result', 'aborted')] 1.0\n",
            "counter valen_frames_sent_total [('agent', 'lldp')] 2.0\n",
            "counter valen_frames_refused_total [('agent', 'lldp'), ('errno', 'ENETDOWN')] 1.0\n",
            "histogram valen_shutdown_held_seconds_bucket [('le', '0.1')] 1.0\n",
@@ -73,105 +78,48 @@ TEST_F( MetricsTest, ShutdownsAreCountedByTheirEndsAndFramesByAgentAndError ) {
    }
 }
 
-TEST_F( MetricsTest, ALinkThatWentDownByItselfIsNoShutdownThatWasHeld ) {
+TEST_F( MetricsTest, ALinkSetDownOutsideValendIsNotCountedAsHeld ) {
    controller.linkSeen( { "default", "et1" }, true );
    controller.linkSeen( { "default", "et1" }, false );
    turn();
    auto const samples = parsed( text() );
    EXPECT_THAT( samples,
-                HasSubstr( "counter valen_shutdowns_total [('ending', 'went-down')] 1.0\n" ) );
+                HasSubstr( "counter valen_shutdowns_total [('result', 'went-down')] 1.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "gauge valen_interfaces_without_goodbye [] 1.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "histogram valen_shutdown_held_seconds_count [] 0.0\n" ) );
 }
 
+TEST_F( MetricsTest, ARaisedConditionHasASample ) {
+   EXPECT_THAT( text(), Not( HasSubstr( "valen_condition{" ) ) );
+   Condition condition( conditions, "journal" );
+   condition.raise( "cannot write x" );
+   EXPECT_THAT( parsed( text() ),
+                HasSubstr( "gauge valen_condition [('name', 'journal')] 1.0\n" ) );
+}
+
+TEST_F( MetricsTest, EveryMetricIsInTheOperatorsTable ) {
+   std::ifstream file( OPERATING_PAGE );
+   std::string const page( std::istreambuf_iterator< char >( file ), {} );
+   ASSERT_FALSE( page.empty() );
+   std::istringstream lines( text() );
+   int families = 0;
+   for ( std::string line; std::getline( lines, line ); ) {
+      if ( line.starts_with( "# TYPE " ) ) {
+         auto const name = line.substr( 7, line.find( ' ', 7 ) - 7 );
+         EXPECT_THAT( page, HasSubstr( "`" + name ) );
+         ++families;
+      }
+   }
+   EXPECT_GT( families, 15 );
+}
+
 TEST_F( MetricsTest, AnyTextCanBeALabel ) {
-   OpenMetrics metrics;
-   metrics.family( "valen_x", "counter", "Back\\slash \"quote\"\nline." );
-   metrics.sample( "_total", { { "agent", "a\\b\"c\nd" } }, U64( 7 ) );
-   EXPECT_THAT( parsed( metrics.text() ),
+   OpenMetrics written;
+   written.family( "valen_x", "counter", "Back\\slash \"quote\"\nline." );
+   written.sample( "_total", { { "agent", "a\\b\"c\nd" } }, U64( 7 ) );
+   EXPECT_THAT( parsed( written.text() ),
                 HasSubstr( R"(counter valen_x_total [('agent', 'a\\b"c\nd')] 7.0)" ) );
    EXPECT_THAT( parsed( "valen_x 1\n" ), HasSubstr( "refused: " ) ) << "the parser is strict";
-}
-
-// --- The file ------------------------------------------------------------------------------------
-
-class MetricsFileTest : public ::testing::Test {
- protected:
-   Valen::Test::SteppedClock clock;
-   WorkDirectory work;
-   int written = 0;
-   std::function< std::string() > text = [ this ] {
-      return "text " + std::to_string( ++written ) + "\n";
-   };
-   std::string content() const { return work.content( "valen.prom" ); }
-};
-
-TEST_F( MetricsFileTest, ItIsWrittenAtTheStartAndEveryFifteenSeconds ) {
-   MetricsFile file( work / "valen.prom", text, clock.scheduler() );
-   clock.advance( MetricsFile::soon );
-   EXPECT_EQ( content(), "text 1\n" );
-   clock.advance( 15s );
-   EXPECT_EQ( content(), "text 2\n" );
-   clock.advance( 15s );
-   EXPECT_EQ( content(), "text 3\n" );
-   EXPECT_FALSE( work.has( "valen.prom.new" ) );
-}
-
-TEST_F( MetricsFileTest, ManyEndsMakeOneFileSoon ) {
-   MetricsFile file( work / "valen.prom", text, clock.scheduler() );
-   clock.advance( 1s );
-   for ( int i = 0; i < 1000; ++i ) {
-      file.touch();
-   }
-   clock.advance( MetricsFile::soon - 1ms );
-   EXPECT_EQ( content(), "text 1\n" );
-   clock.advance( 1ms );
-   EXPECT_EQ( content(), "text 2\n" );
-}
-
-TEST_F( MetricsFileTest, AReaderSeesOneOrTheOtherWhole ) {
-   MetricsFile file( work / "valen.prom", text, clock.scheduler() );
-   clock.advance( 1s );
-   std::ifstream reader( work / "valen.prom" );
-   clock.advance( 15s );
-   std::string line;
-   std::getline( reader, line );
-   EXPECT_EQ( line, "text 1" ) << "the one that it opened";
-   EXPECT_EQ( content(), "text 2\n" );
-}
-
-TEST_F( MetricsFileTest, ItGoesWithTheAgent ) {
-   {
-      MetricsFile file( work / "valen.prom", text, clock.scheduler() );
-      clock.advance( 1s );
-   }
-   EXPECT_FALSE( work.has( "valen.prom" ) );
-}
-
-TEST_F( MetricsFileTest, AFileThatCannotBeWrittenIsATroubleThatPasses ) {
-   MetricsFile file( work / "folder/valen.prom", text, clock.scheduler() );
-   clock.advance( 1s );
-   EXPECT_EQ( file.trouble(), work / "folder/valen.prom.new: No such file or directory" );
-   work.folder( "folder" );
-   clock.advance( 15s );
-   EXPECT_EQ( file.trouble(), "" );
-   EXPECT_EQ( work.content( "folder/valen.prom" ), "text 2\n" );
-}
-
-TEST_F( MetricsFileTest, ADiskThatIsFullLeavesTheFileBefore ) {
-   MetricsFile file( work / "valen.prom", text, clock.scheduler() );
-   clock.advance( 1s );
-   work.link( "/dev/full", "valen.prom.new" );
-   clock.advance( 15s );
-   EXPECT_EQ( file.trouble(), work / "valen.prom.new: No space left on device" );
-   EXPECT_EQ( content(), "text 1\n" );
-}
-
-TEST_F( MetricsFileTest, WithoutAPathThereIsNone ) {
-   MetricsFile file( "", text, clock.scheduler() );
-   file.touch();
-   clock.advance( 60s );
-   EXPECT_EQ( written, 0 );
 }
 
 } // namespace

@@ -95,10 +95,7 @@ TEST_F( LinkControllerTest, AShutdownAfterAnEnableSendsAgain ) {
 TEST_F( LinkControllerTest, SeveralShutdownsBeginOnePerTurn ) {
    controller.shutdown( "Ethernet1", "root", nullptr );
    controller.shutdown( "Ethernet2", "root", nullptr );
-   ASSERT_EQ( posted.size(), 1u );
-   auto work = std::move( posted );
-   posted.clear();
-   work.front()();
+   work.run();
    EXPECT_EQ( sentFrames().size(), 2u ) << "the loop runs due timers before the next one";
    turn();
    EXPECT_EQ( sentFrames().size(), 3u );
@@ -151,7 +148,7 @@ TEST_F( LinkControllerTest, AnUnknownInterfaceIsRefused ) {
       FAIL();
    } catch ( Refusal const & e ) {
       EXPECT_EQ( e.name(), "NoSuchInterface" );
-      EXPECT_STREQ( e.what(), "no interface \"Ethernet9\" is configured" );
+      EXPECT_STREQ( e.what(), "interface \"Ethernet9\" is not configured" );
    }
    EXPECT_THROW( controller.enable( "Ethernet9", "root" ), Refusal );
 }
@@ -496,8 +493,7 @@ TEST_F( LinkControllerTest, HistoryIsBounded ) {
 
 TEST_F( LinkControllerTest, AControllerThatGoesChangesNoLink ) {
    {
-      LinkController other( store, feeder.config(), kernel, journal, clock.scheduler(),
-                            [ this ]( auto work ) { posted.push_back( std::move( work ) ); } );
+      LinkController other( store, feeder.config(), kernel, journal, clock.scheduler(), work );
       other.shutdown( "Ethernet1", "root", nullptr );
       turn();
       EXPECT_TRUE( other.running( "Ethernet1" ) );

@@ -1,0 +1,41 @@
+// The errors that the control API answers, each said in one place. org.valen.daemon.varlink lists
+// their names; what a function takes is what its text names.
+#pragma once
+
+#include "valend/base/Refusal.h"
+
+#include "platform/quill/Int.h"
+
+#include <vector>
+
+namespace Valend::Errors {
+
+// What a call names, and valend does not have.
+Refusal noSuchInterface( std::string const & interface );
+Refusal noSuchVrf( std::string const & vrf );
+Refusal noSuchPath( std::string const & path );
+Refusal noSuchMessages( std::string const & agent, std::string const & interface );
+// The agent has frames for the interface, but they come from the configuration.
+Refusal messagesAreConfigured( std::string const & agent, std::string const & interface );
+
+// What a call brings, and valend does not take.
+Refusal badFrame( std::size_t number, std::string const & why );
+Refusal badAgentName( std::size_t maxBytes );
+Refusal badTraceLevels( std::string const & why );
+Refusal noFrames();
+Refusal tooManyBytes( std::size_t bytes, std::size_t maxBytes );
+Refusal tooManyValues( U64 maxValues );
+
+// An agent's name that is taken.
+Refusal agentIsConfigured( std::string const & agent );
+Refusal agentIsOfAnotherClient( std::string const & agent );
+
+// What was tried, and failed. `why` names the link, and has errno's text.
+Refusal noDevice( std::string const & why );
+Refusal linkFailed( std::string const & why );
+Refusal timedOut( std::string const & interface, std::string const & awaited );
+
+// `errors`: all that is wrong with the configuration, a line each.
+Refusal configRejected( std::vector< std::string > const & errors );
+
+} // namespace Valend::Errors
