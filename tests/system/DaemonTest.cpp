@@ -1,6 +1,6 @@
-// The agent and its command on the real kernel: valend in a namespace that stands for the machine,
-// VRF red in another, the neighbours in a third. Nothing here depends on how fast the machine is:
-// what must happen is waited for, and delays are long where something must come within one.
+// valend and valenctl on the real kernel: valend in a namespace that acts as the machine, VRF red in
+// another, the neighbors in a third. Nothing here depends on how fast the machine is: tests wait for
+// what must happen, and delays are long where something must happen during one.
 #include "tests/system/NotifySocket.h"
 #include "tests/system/RunningAgent.h"
 
@@ -16,11 +16,11 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-class AgentTest : public RunningAgentTest {};
+class DaemonTest : public RunningAgentTest {};
 
 // --- The main job --------------------------------------------------------------------------------
 
-TEST_F( AgentTest, FramesLeaveByteForByteAndThenTheLinkGoesDown ) {
+TEST_F( DaemonTest, FramesLeaveByteForByteAndThenTheLinkGoesDown ) {
    start( config( 300 ) );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    ASSERT_TRUE( becomesReady( "Ethernet2" ) );
@@ -31,7 +31,7 @@ TEST_F( AgentTest, FramesLeaveByteForByteAndThenTheLinkGoesDown ) {
    EXPECT_EQ( first.status, 0 );
    EXPECT_EQ( first.out, "" );
    EXPECT_THAT( first.err, HasSubstr( "Ethernet1: 2 frames sent\nEthernet1: held for 300 ms\n"
-                                      "Ethernet1: link down, after it was held " ) );
+                                      "Ethernet1: link down after " ) );
    EXPECT_FALSE( linkUp( *machine_, "et1" ) );
    EXPECT_TRUE( linkUp( *red_, "et2" ) );
    EXPECT_THAT( far1.frames( 3, seconds( 1 ) ), ElementsAre( frame( "one" ), frame( "two" ) ) );
@@ -45,7 +45,7 @@ TEST_F( AgentTest, FramesLeaveByteForByteAndThenTheLinkGoesDown ) {
               300 );
 }
 
-TEST_F( AgentTest, TheLinkStaysUpForTheWholeDelay ) {
+TEST_F( DaemonTest, TheLinkStaysUpForTheWholeDelay ) {
    start( config( 3000 ) );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    auto const asked = std::chrono::steady_clock::now();
@@ -56,7 +56,7 @@ TEST_F( AgentTest, TheLinkStaysUpForTheWholeDelay ) {
    EXPECT_GE( std::chrono::steady_clock::now() - asked, milliseconds( 3000 ) );
 }
 
-TEST_F( AgentTest, EnablingWithinTheDelayLeavesTheLinkUp ) {
+TEST_F( DaemonTest, EnablingWithinTheDelayLeavesTheLinkUp ) {
    start( config( 3000 ) );
    ASSERT_TRUE( becomesReady( "Ethernet2" ) );
    Capture far2( *neighbours_, "far2" );
@@ -64,14 +64,14 @@ TEST_F( AgentTest, EnablingWithinTheDelayLeavesTheLinkUp ) {
    EXPECT_EQ( interface( "Ethernet2" )[ "delayed" ], true );
    auto const result = ctl( { "enable", "Ethernet2" } );
    EXPECT_EQ( result.status, 0 );
-   EXPECT_EQ( result.err, "Ethernet2: shutdown called off, link stays up\n" );
+   EXPECT_EQ( result.err, "Ethernet2: shutdown aborted; link stays up\n" );
    std::this_thread::sleep_for( milliseconds( 4000 ) );
    EXPECT_TRUE( linkUp( *red_, "et2" ) ) << "nothing goes down later";
    EXPECT_EQ( interface( "Ethernet2" )[ "aborts" ], 1 );
    EXPECT_THAT( far2.frames( 2, milliseconds( 200 ) ), ElementsAre( frame( "red" ) ) );
 }
 
-TEST_F( AgentTest, WhoWaitsHearsThatTheShutdownWasCalledOff ) {
+TEST_F( DaemonTest, AClientThatWaitsIsNotifiedOfTheAbort ) {
    start( config( 20000 ) );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    Process waiting( { VALENCTL, "--socket", socket(), "shutdown", "Ethernet1", "--wait" },
@@ -81,10 +81,10 @@ TEST_F( AgentTest, WhoWaitsHearsThatTheShutdownWasCalledOff ) {
    ASSERT_EQ( ctl( { "enable", "Ethernet1" } ).status, 0 );
    EXPECT_EQ( waiting.wait(), 1 );
    EXPECT_THAT( waiting.err(),
-                HasSubstr( "Ethernet1: shutdown called off, link stays up (enabled " ) );
+                HasSubstr( "Ethernet1: shutdown aborted; link stays up (enabled " ) );
 }
 
-TEST_F( AgentTest, ShutdownAndEnableCanBeRepeated ) {
+TEST_F( DaemonTest, ShutdownAndEnableCanBeRepeated ) {
    start( config( 0 ) );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    for ( int i = 0; i < 3; ++i ) {
@@ -94,25 +94,25 @@ TEST_F( AgentTest, ShutdownAndEnableCanBeRepeated ) {
       EXPECT_EQ( far1.frames( 3, milliseconds( 300 ) ).size(), 2u );
       auto const again = ctl( { "shutdown", "Ethernet1", "--wait" } );
       EXPECT_EQ( again.status, 0 );
-      EXPECT_EQ( again.err, "Ethernet1: link was down already; nothing was sent\n" );
+      EXPECT_EQ( again.err, "Ethernet1: already down; no frames sent\n" );
       auto const up = ctl( { "enable", "Ethernet1" } );
       EXPECT_EQ( up.err, "Ethernet1: link up\n" );
       EXPECT_TRUE( linkUp( *machine_, "et1" ) );
-      EXPECT_EQ( ctl( { "enable", "Ethernet1" } ).err, "Ethernet1: link was up already\n" );
+      EXPECT_EQ( ctl( { "enable", "Ethernet1" } ).err, "Ethernet1: already up\n" );
    }
 }
 
-TEST_F( AgentTest, AnInterfaceWithoutTheDelayGoesDownAtOnce ) {
+TEST_F( DaemonTest, AnInterfaceWithoutTheDelayGoesDownAtOnce ) {
    start( "interfaces: [{name: Ethernet1, device: et1}]" );
    auto const result = ctl( { "shutdown", "Ethernet1", "--wait" } );
    EXPECT_EQ( result.status, 0 );
-   EXPECT_EQ( result.err, "Ethernet1: link down, without delay\n" );
+   EXPECT_EQ( result.err, "Ethernet1: link down without delay\n" );
    EXPECT_FALSE( linkUp( *machine_, "et1" ) );
 }
 
 // --- Devices and namespaces that come and go -----------------------------------------------------
 
-TEST_F( AgentTest, ADeviceMadeAnewIsUsedUnderItsNewIndex ) {
+TEST_F( DaemonTest, ARecreatedDeviceIsUsedUnderItsNewIndex ) {
    start( config( 100 ) );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    auto const old = machine_->index( "et1" );
@@ -133,7 +133,7 @@ TEST_F( AgentTest, ADeviceMadeAnewIsUsedUnderItsNewIndex ) {
    EXPECT_FALSE( linkUp( *machine_, "et1" ) );
 }
 
-TEST_F( AgentTest, ANamespaceThatAppearsLaterIsTakenUp ) {
+TEST_F( DaemonTest, ANamespaceThatAppearsLaterIsUsed ) {
    red_->destroy();
    start( config( 100 ) );
    ASSERT_TRUE( becomesUnready( "Ethernet2", "namespace missing" ) );
@@ -147,7 +147,7 @@ TEST_F( AgentTest, ANamespaceThatAppearsLaterIsTakenUp ) {
    EXPECT_FALSE( linkUp( *red_, "et2" ) );
 }
 
-TEST_F( AgentTest, ANamespaceMadeAnewUnderItsNameIsTakenUp ) {
+TEST_F( DaemonTest, ANamespaceRecreatedUnderItsNameIsUsed ) {
    start( config( 100 ) );
    ASSERT_TRUE( becomesReady( "Ethernet2" ) );
    red_->destroy();
@@ -161,7 +161,7 @@ TEST_F( AgentTest, ANamespaceMadeAnewUnderItsNameIsTakenUp ) {
    EXPECT_THAT( far9.frames( 2, milliseconds( 500 ) ), ElementsAre( frame( "red" ) ) );
 }
 
-TEST_F( AgentTest, ANamespaceThatGoesInTheDelayEndsTheShutdown ) {
+TEST_F( DaemonTest, ANamespaceRemovedDuringTheDelayEndsTheShutdown ) {
    start( config( 2000 ) );
    ASSERT_TRUE( becomesReady( "Ethernet2" ) );
    Process waiting( { VALENCTL, "--socket", socket(), "shutdown", "Ethernet2", "--wait" },
@@ -170,13 +170,13 @@ TEST_F( AgentTest, ANamespaceThatGoesInTheDelayEndsTheShutdown ) {
       eventually( [ & ] { return interface( "Ethernet2" ).value( "delayed", false ); } ) );
    red_->destroy();
    EXPECT_EQ( waiting.wait(), 1 );
-   EXPECT_THAT( waiting.err(), HasSubstr( "Ethernet2: no link to set down (readiness was lost " ) );
+   EXPECT_THAT( waiting.err(), HasSubstr( "Ethernet2: device not present: readiness " ) );
    red_->create();
 }
 
-// --- Frames that do not get out ------------------------------------------------------------------
+// --- Frames that cannot be sent -------------------------------------------------------------------
 
-TEST_F( AgentTest, AFrameThatIsTooLongIsFlaggedCountedAndDoesNotStopTheShutdown ) {
+TEST_F( DaemonTest, AFrameThatIsTooLongIsReportedAndDoesNotStopTheShutdown ) {
    start( "shutdown-delay-ms: 100\n"
           "interfaces: [{name: Ethernet1, device: et1}]\n"
           "agents:\n"
@@ -185,21 +185,22 @@ TEST_F( AgentTest, AFrameThatIsTooLongIsFlaggedCountedAndDoesNotStopTheShutdown 
           Settings::toHex( testFrame( std::string( 1600, 'x' ) ) ) + ", " +
           Settings::toHex( frame( "fits" ) ) + "]}\n" );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
-   EXPECT_THAT( ctl( { "status" } ).out,
-                HasSubstr( "Ethernet1: frame 1 of bulk has 1614 bytes, and et1 takes 1514: it will "
-                           "not be sent\n" ) );
+   EXPECT_THAT(
+      ctl( { "status" } ).out,
+      HasSubstr( "Ethernet1: frame 1 of bulk (1614 bytes) exceeds the limit of et1 (1514) "
+                 "and will not be sent\n" ) );
    Capture far1( *neighbours_, "far1" );
    auto const result = ctl( { "shutdown", "Ethernet1", "--wait" } );
    EXPECT_EQ( result.status, 0 );
-   EXPECT_THAT( result.err, HasSubstr( "Ethernet1: 1 frame sent, 1 not (Message too long)\n" ) );
+   EXPECT_THAT( result.err, HasSubstr( "Ethernet1: 1 frame sent, 1 failed (Message too long)\n" ) );
    EXPECT_THAT( far1.frames( 2, milliseconds( 500 ) ), ElementsAre( frame( "fits" ) ) );
    EXPECT_EQ( interface( "Ethernet1" )[ "failed" ], 1 );
    EXPECT_THAT( ctl( { "status" } ).out, HasSubstr( "1 (Message too long)" ) );
 }
 
-// --- The agent's own comings and goings ----------------------------------------------------------
+// --- Starting, stopping and reloading -------------------------------------------------------------
 
-TEST_F( AgentTest, AnAgentThatIsStoppedSendsNothingAndLeavesTheLinks ) {
+TEST_F( DaemonTest, WhenStoppedItSendsNothingAndLeavesTheLinks ) {
    start( config( 20000 ) );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    ASSERT_EQ( ctl( { "shutdown", "Ethernet1" } ).status, 0 );
@@ -210,10 +211,10 @@ TEST_F( AgentTest, AnAgentThatIsStoppedSendsNothingAndLeavesTheLinks ) {
    EXPECT_TRUE( linkUp( *machine_, "et1" ) );
    EXPECT_TRUE( linkUp( *red_, "et2" ) );
    EXPECT_THAT( far2.frames( 1, milliseconds( 200 ) ), IsEmpty() );
-   EXPECT_NE( ::access( socket().c_str(), F_OK ), 0 ) << "the socket goes with the agent";
+   EXPECT_NE( ::access( socket().c_str(), F_OK ), 0 ) << "the socket is removed";
 }
 
-TEST_F( AgentTest, AnAgentThatIsKilledLeavesTheLinksAndFinishesWhenItIsStartedAgain ) {
+TEST_F( DaemonTest, WhenKilledItLeavesTheLinksAndResumesAfterARestart ) {
    start( config( 1000 ), { "--trace-ring", *work_ / "ring" } );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    ASSERT_EQ( ctl( { "shutdown", "Ethernet1" } ).status, 0 );
@@ -225,7 +226,7 @@ TEST_F( AgentTest, AnAgentThatIsKilledLeavesTheLinksAndFinishesWhenItIsStartedAg
    auto const dump = ctl( { "trace", "dump", "--file", *work_ / "ring" } );
    EXPECT_EQ( dump.status, 0 );
    EXPECT_THAT( dump.out, HasSubstr( "2 messages -> shutdown after delay" ) )
-      << "the ring outlives the agent";
+      << "the ring outlives valend";
 
    start( config( 100 ) );
    ASSERT_TRUE( eventually( [ this ] { return !linkUp( *machine_, "et1" ); } ) );
@@ -236,7 +237,7 @@ TEST_F( AgentTest, AnAgentThatIsKilledLeavesTheLinksAndFinishesWhenItIsStartedAg
    EXPECT_FALSE( linkUp( *machine_, "et1" ) );
 }
 
-TEST_F( AgentTest, ASecondAgentAtTheSameSocketDoesNotStart ) {
+TEST_F( DaemonTest, ASecondOneAtTheSameSocketDoesNotStart ) {
    start( config( 100 ) );
    Process second( { VALEND, "--config", *work_ / "valen.yaml", "--socket", socket() },
                    *work_ / "second", &*machine_ );
@@ -246,7 +247,7 @@ TEST_F( AgentTest, ASecondAgentAtTheSameSocketDoesNotStart ) {
    EXPECT_EQ( ctl( { "status" } ).status, 0 );
 }
 
-TEST_F( AgentTest, ABadConfigurationIsRefusedWithAllItsErrors ) {
+TEST_F( DaemonTest, AnInvalidConfigurationIsRejectedWithAllItsErrors ) {
    std::ofstream( *work_ / "bad.yaml" ) << "shutdown-delay-ms: 70000\nvrfs: [{name: a}]\n";
    for ( std::string const check : { "--check", "--socket=unused" } ) {
       Process agent( { VALEND, "--config", *work_ / "bad.yaml", check }, *work_ / "bad",
@@ -259,7 +260,7 @@ TEST_F( AgentTest, ABadConfigurationIsRefusedWithAllItsErrors ) {
    }
 }
 
-TEST_F( AgentTest, TheServiceManagerIsToldWhenTheAgentIsReadyAndStopping ) {
+TEST_F( DaemonTest, TheServiceManagerIsNotifiedOfReadinessAndStopping ) {
    NotifySocket const manager( *work_ / "notify" );
    ::setenv( "NOTIFY_SOCKET", manager.path().c_str(), 1 );
    start( config( 100 ) );
@@ -270,7 +271,7 @@ TEST_F( AgentTest, TheServiceManagerIsToldWhenTheAgentIsReadyAndStopping ) {
    EXPECT_EQ( agent_->wait(), 0 );
 }
 
-TEST_F( AgentTest, AReloadPutsWhatDiffersInForceAndDisturbsNothingElse ) {
+TEST_F( DaemonTest, AReloadAppliesChangesAndDisturbsNothingElse ) {
    start( config( 6000 ) );
    ASSERT_TRUE( becomesReady( "Ethernet2" ) );
    Capture far2( *neighbours_, "far2" );
@@ -294,7 +295,7 @@ TEST_F( AgentTest, AReloadPutsWhatDiffersInForceAndDisturbsNothingElse ) {
    EXPECT_THAT( far2.frames( 2, milliseconds( 200 ) ), ElementsAre( frame( "red" ) ) );
 }
 
-TEST_F( AgentTest, AReloadThatIsRefusedChangesNothing ) {
+TEST_F( DaemonTest, AReloadThatIsRejectedChangesNothing ) {
    start( config( 100 ) );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    std::ofstream( *work_ / "valen.yaml" ) << "colour: blue\n";
@@ -309,7 +310,7 @@ TEST_F( AgentTest, AReloadThatIsRefusedChangesNothing ) {
 
 // --- What the operator sees ----------------------------------------------------------------------
 
-TEST_F( AgentTest, EachWayThatACommandCanEndHasItsStatus ) {
+TEST_F( DaemonTest, EachOutcomeOfACommandHasItsExitStatus ) {
    start( config( 100 ) );
    auto const unknown = ctl( { "shutdown", "Ethernet9" } );
    EXPECT_EQ( unknown.status, 1 );
@@ -321,50 +322,50 @@ TEST_F( AgentTest, EachWayThatACommandCanEndHasItsStatus ) {
    EXPECT_EQ( ctl( { "juggle" } ).status, 2 );
    EXPECT_EQ( ctl( {} ).status, 2 );
    EXPECT_EQ( ctl( { "--help" } ).status, 0 );
-   auto const nobody = ctl( { "status", "--socket", *work_ / "nobody" } );
-   EXPECT_EQ( nobody.status, 3 );
-   EXPECT_EQ( nobody.err, "valenctl: no agent answers at " + *work_ / "nobody" +
-                             ": No such file or directory\n" );
-   EXPECT_EQ( nobody.out, "" );
+   auto const unreachable = ctl( { "status", "--socket", *work_ / "none" } );
+   EXPECT_EQ( unreachable.status, 3 );
+   EXPECT_EQ( unreachable.err, "valenctl: cannot connect to valend at " + *work_ / "none" +
+                                  ": No such file or directory (is it running?)\n" );
+   EXPECT_EQ( unreachable.out, "" );
 }
 
-TEST_F( AgentTest, AnAgentThatDoesNotAnswerIsNotWaitedForForEver ) {
+TEST_F( DaemonTest, ADaemonThatDoesNotAnswerTimesOut ) {
    start( config( 100 ) );
    agent_->signal( SIGSTOP );
    auto const result = ctl( { "--timeout", "0.2", "status" } );
    agent_->signal( SIGCONT );
    EXPECT_EQ( result.status, 4 );
-   EXPECT_EQ( result.err, "valenctl: the agent did not answer within 200 ms\n" );
+   EXPECT_EQ( result.err, "valenctl: valend did not answer within 200 ms\n" );
 }
 
-TEST_F( AgentTest, WhoMayWhatGoesByTheCallersGroups ) {
+TEST_F( DaemonTest, PermissionsDependOnTheCallersGroups ) {
    start( config( 100 ), { "--read-group", "4001", "--admin-group", "4002" } );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    run( "cp " VALENCTL " " + *work_ / "valenctl" );
-   auto const asNobody = [ & ]( std::string const & groups, std::vector< std::string > arguments ) {
+   auto const asUser = [ & ]( std::string const & groups, std::vector< std::string > arguments ) {
       arguments.insert( arguments.begin(), { "/usr/bin/setpriv", "--reuid=65534", "--regid=65534",
                                              groups, *work_ / "valenctl", "--socket", socket() } );
-      Process command( arguments, *work_ / "nobody" );
+      Process command( arguments, *work_ / "user" );
       auto const status = command.wait();
       return Result{ status, command.out(), command.err() };
    };
-   auto const stranger = asNobody( "--clear-groups", { "status" } );
+   auto const stranger = asUser( "--clear-groups", { "status" } );
    EXPECT_EQ( stranger.status, 1 );
-   // What measures coverage complains behind it that it may not write.
+   // A coverage build adds a line about a file that it cannot write.
    EXPECT_THAT( stranger.err,
                 StartsWith( "valenctl: uid 65534 may not call org.valen.daemon.Status: that takes "
                             "root or a group, \"4001\" or \"4002\"\n" ) );
-   EXPECT_EQ( asNobody( "--groups=4001", { "status" } ).status, 0 );
-   auto const reader = asNobody( "--groups=4001", { "shutdown", "Ethernet1" } );
+   EXPECT_EQ( asUser( "--groups=4001", { "status" } ).status, 0 );
+   auto const reader = asUser( "--groups=4001", { "shutdown", "Ethernet1" } );
    EXPECT_EQ( reader.status, 1 );
    EXPECT_THAT( reader.err, HasSubstr( "that takes root or the group \"4002\"\n" ) );
-   EXPECT_EQ( asNobody( "--groups=4001", { "trace", "levels", "*/0" } ).status, 1 );
+   EXPECT_EQ( asUser( "--groups=4001", { "trace", "levels", "*/0" } ).status, 1 );
    EXPECT_TRUE( linkUp( *machine_, "et1" ) );
-   EXPECT_EQ( asNobody( "--groups=4001,4002", { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
+   EXPECT_EQ( asUser( "--groups=4001,4002", { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
    EXPECT_FALSE( linkUp( *machine_, "et1" ) );
 }
 
-TEST_F( AgentTest, TheTraceAndTheStoreCanBeLookedAt ) {
+TEST_F( DaemonTest, TheTraceAndTheStoreCanBeShown ) {
    start( config( 100 ) );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    EXPECT_EQ( ctl( { "trace", "levels" } ).out, "*/0-1\n" );
@@ -382,12 +383,12 @@ TEST_F( AgentTest, TheTraceAndTheStoreCanBeLookedAt ) {
       table = ctl( { "status" } ).out;
       return table.find( "no carrier" ) == std::string::npos;
    } ) );
-   EXPECT_THAT( table, HasSubstr( "shutdowns are held for 100 ms\n" ) );
+   EXPECT_THAT( table, HasSubstr( "shutdown delay: 100 ms\n" ) );
    EXPECT_THAT( table, HasSubstr( "Ethernet1  et1     default  up    yes    -     lldp 2  0     0 "
                                   "      0\n" ) );
 }
 
-TEST_F( AgentTest, TheTraceCanBeFollowed ) {
+TEST_F( DaemonTest, TheTraceCanBeFollowed ) {
    start( config( 0 ) );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    Process follower( { VALENCTL, "--socket", socket(), "trace", "follow", "--lines", "1" },

@@ -109,7 +109,7 @@ FrameBuild lldpBuild( CLI::App & app ) {
             [ &destination ]( auto const & text ) { destination = Goodbye::parseMac( text ); } );
    return [ given ]( FrameSender const & sender ) {
       if ( !given->port && sender.device().empty() ) {
-         throw UsageError( "the frame needs the port's ID: give --port-id, or --device to use its "
+         throw UsageError( "the frame needs the port's ID: give --port-id, or --device to take its "
                            "name" );
       }
       auto shutdown = given->shutdown;
