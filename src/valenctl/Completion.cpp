@@ -52,12 +52,12 @@ class Place {
       Completion result;
       if ( awaitsValue_ ) {
          addValues( result, awaitsValue_->get_type_name() );
+      } else if ( typed.starts_with( '-' ) ) {
+         addOptions( result );
       } else {
          addCommands( result );
          addArgument( result );
-         bool const nothingElse =
-            result.candidates.empty() && result.also == Completion::Also::nothing;
-         if ( nothingElse || ( !typed.empty() && typed.front() == '-' ) ) {
+         if ( result.candidates.empty() && result.also == Completion::Also::nothing ) {
             addOptions( result );
          }
       }

@@ -34,7 +34,7 @@ struct Completion {
 // that begin with it are offered.
 Completion completion( CLI::App const & app, std::vector< std::string > const & words );
 
-// The value of the last --socket among the words; `otherwise` when there is none.
+// The value of the last --socket among the words; `otherwise` if there is not one.
 std::string socketIn( std::vector< std::string > const & words, std::string const & otherwise );
 
 } // namespace Valenctl

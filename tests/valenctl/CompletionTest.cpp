@@ -106,6 +106,7 @@ TEST_F( CompletionTest, FilesAreExpectedWhereTheyAreNamed ) {
    EXPECT_EQ( also( { "config", "check", "/etc" } ), files );
    EXPECT_EQ( also( { "trace", "dump", "--file", "" } ), files );
    EXPECT_EQ( also( { "frame", "oam", "--pcap", "" } ), files );
+   EXPECT_EQ( also( { "config", "check", "--j" } ), nothing );
 }
 
 TEST_F( CompletionTest, TheLastSocketIsAsked ) {
