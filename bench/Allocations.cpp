@@ -18,7 +18,7 @@ void * allocate( std::size_t size ) {
 
 } // namespace
 
-// The other forms call these.
+// The other forms of operator new and delete call these.
 void * operator new( std::size_t size ) {
    return allocate( size );
 }

@@ -1,15 +1,14 @@
-// Counts what a program takes from the heap. A program that links Allocations.cpp has its operator
-// new replaced by one that counts.
+// Counts heap allocations. Linking Allocations.cpp replaces operator new by one that counts.
 #pragma once
 
 #include "platform/quill/Int.h"
 
 namespace Valen::Bench {
 
-// How often operator new was called so far, in any form.
+// Calls of operator new so far, in any form.
 U64 allocations() noexcept;
 
-// Bytes of the heap in use now, with the allocator's own overhead. Of the main thread.
+// Bytes of the main thread's heap in use, the allocator's overhead included.
 U64 heapBytes() noexcept;
 
 } // namespace Valen::Bench

@@ -14,8 +14,8 @@ namespace Valen::Bench {
 
 namespace {
 
-// Makes the kernel send nothing of its own through the devices that are made from now on, and lets
-// them come up in constant time.
+// Switches IPv6 off for devices that are created from now on, so that the kernel sends no frames of its
+// own on them and sets them up in constant time.
 void noIpv6() {
    for ( auto const * which : { "all", "default" } ) {
       std::ofstream( std::string( "/proc/sys/net/ipv6/conf/" ) + which + "/disable_ipv6" ) << 1;

@@ -1,5 +1,5 @@
-// Kernel devices to send to, and the bare way of sending. All in the namespace of the process, which
-// must be one of its own (scripts/sandbox).
+// Kernel devices to send on, and the smallest possible sender. All of it works in the network namespace
+// of the process; run the process inside scripts/sandbox.
 #pragma once
 
 #include "linux/Fd.h"
@@ -11,27 +11,27 @@
 
 namespace Valen::Bench {
 
-// Makes one end "e0" of a veth pair, both ends up, unless it is there.
+// Creates a veth pair whose one end is "e0" and sets both ends up. No effect if "e0" exists.
 void makeVethPair();
 
-// Makes `count` devices "e0", "e1" ..., all up, that drop every frame (type ifb), unless there is
-// an "e0".
+// Creates `count` devices "e0", "e1" ... that drop every frame (type ifb) and sets them up. No effect
+// if "e0" exists.
 void makeDropDevices( U32 count );
 
-// Makes `count` names "ns0", "ns1" ... in /run/netns, which all stand for the process's namespace.
+// Creates `count` names "ns0", "ns1" ... in /run/netns, all for the process's own namespace.
 void makeNamespaceNames( U32 count );
 
-// The kernel's index of the device. Throws Quill::ErrnoException when there is none.
+// The kernel's index of the device. Throws Quill::ErrnoException if the device does not exist.
 U32 deviceIndex( std::string const & deviceName );
 
-// A frame that nobody takes, of `bytes` bytes.
+// A frame of `bytes` bytes with an EtherType that no protocol uses.
 std::string frame( std::size_t bytes );
 
-// What every sender must do at least: one sendto on a packet socket.
+// The least that a sender must do: one sendto on a packet socket.
 class BareSender {
  public:
    BareSender();
-   // Throws Quill::ErrnoException when the kernel does not take the frame.
+   // Throws Quill::ErrnoException if the kernel rejects the frame.
    void send( std::string_view frame, U32 ifIndex ) const;
 
  private:

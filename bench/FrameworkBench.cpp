@@ -1,8 +1,8 @@
-// What the framework costs beside the bare means of the language: telling watchers, and keyed
-// members.
+// The cost of the framework compared to plain C++: notifying watchers, and keyed members.
 #include "Paired.h"
 #include "platform/corvid/IntfId.h"
 #include "platform/quill/Attributes.h"
+#include "platform/quill/EntityTables.h"
 
 #include <memory>
 #include <numeric>
@@ -30,7 +30,10 @@ class AllPort final : public Quill::Entity {
    QUILL_MEMBERS( Port, port, intfId )
 };
 
-// Counts what it is told.
+QUILL_ENTITY_TABLES( Port )
+QUILL_ENTITY_TABLES( AllPort )
+
+// Counts its notifications.
 template < class T > class Counter final : public Quill::NotifieeOf< T > {
  public:
    explicit Counter( Quill::Ptr< T > const & entity ) { this->notifierIs( entity ); }
@@ -53,7 +56,7 @@ Counters countersOn( Quill::Ptr< Port > const & port, U32 count ) {
    return counters;
 }
 
-// The calls themselves, without any care for watchers that come and go.
+// Only the calls, without support for watchers that are added and removed meanwhile.
 void callAll( std::vector< Quill::NotifieeBase * > const & notifiees, U32 times ) {
    for ( U32 i = 0; i < times; ++i ) {
       for ( auto * const notifiee : notifiees ) {
@@ -117,7 +120,7 @@ BENCHMARK( furtherWatcher )
 
 constexpr U32 batch = 1'000;
 
-// The usual alternative: objects on the heap in a standard map, a listener called by hand.
+// The usual alternative: heap objects in a standard map, with an explicit call of the listener.
 struct Object {
    explicit Object( std::string n ) : name( std::move( n ) ) {}
    std::string name;
@@ -158,7 +161,7 @@ class Tables {
       }
    }
 
-   // Names and keys that are not in the tables; those that are, in an order of their own.
+   // Names and keys that are not in the tables, and those that are, in random order.
    std::span< std::string const > freeNames() const { return std::span( names_ ).last( batch ); }
    std::span< Corvid::IntfId const > freeKeys() const { return std::span( keys_ ).last( batch ); }
    std::span< std::string const > heldNames() const { return std::span( names_ ).first( size() ); }

@@ -1,4 +1,4 @@
-// The event loop sets the kernel's timer at most once a turn, however many tasks come and go.
+// The event loop sets the kernel's timer at most once a turn, regardless of how many tasks change.
 #include "Paired.h"
 #include "linux/EventLoop.h"
 #include "platform/gantry/Timer.h"
@@ -11,7 +11,7 @@ namespace Valen::Bench {
 
 namespace {
 
-// Timers that, when they run, start themselves and another one anew.
+// Each timer restarts itself and another timer when it runs.
 void timerSettingsPerTurn( benchmark::State & state ) {
    Linux::EventLoop loop;
    std::mt19937 random( 1 );
@@ -31,7 +31,7 @@ void timerSettingsPerTurn( benchmark::State & state ) {
       most = std::max( most, static_cast< double >( loop.timerSettings() - before ) );
    }
    reportBound( state, most, 1 );
-   state.SetLabel( "most timerfd_settime in one of 10,000 turns with 1,000 timers on the move" );
+   state.SetLabel( "most timerfd_settime calls in one of 10,000 turns, 1,000 restarting timers" );
 }
 
 BENCHMARK( timerSettingsPerTurn )->Iterations( 10'000 );

@@ -1,5 +1,5 @@
-// All interfaces are shut down at once: what the whole library adds to the sends that this takes,
-// and whether it takes more for each interface the more there are.
+// Shuts down all interfaces at once. Measures what the library adds to the sends themselves, and whether
+// the cost of an interface grows with their number.
 #include "Devices.h"
 #include "Paired.h"
 #include "ProductionTrace.h"
@@ -15,7 +15,7 @@ namespace {
 constexpr U32 many = 10'000;
 constexpr U32 few = 100;
 
-// Shuts all interfaces down and brings them back. Returns the time of the first.
+// Shuts all interfaces down and enables them again. Returns the time of the shutdown.
 double shutdownTime( Store & store, U32 intfs ) {
    auto const time = timeOf( [ & ] { store.shutdownAll(); } );
    if ( store.delayed() != intfs ) {
@@ -58,7 +58,7 @@ void massShutdown( benchmark::State & state ) {
       "mass shutdown of 10,000, 3 packets each, real drop devices (ifb) / bare sendto" );
 }
 
-// The library's own time: the endpoints drop the packets before any system call.
+// Only the library's time: the endpoints drop the packets before any system call.
 void massShutdownGrowth( benchmark::State & state ) {
    ProductionTrace const trace;
    DroppingEndpoints const endpoints;
@@ -69,7 +69,7 @@ void massShutdownGrowth( benchmark::State & state ) {
    Paired paired( many, few );
    for ( auto _ : state ) {
       auto const largeTime = shutdownTime( large, many );
-      std::vector< double > smallTimes; // of as many interfaces, the caches warm for these
+      std::vector< double > smallTimes; // for the same number of interfaces, with warm caches
       for ( U32 i = 0; i < many / few; ++i ) {
          smallTimes.push_back( shutdownTime( small, few ) );
       }

@@ -1,4 +1,4 @@
-// What an interface takes from the heap, and that what happens often takes nothing.
+// The heap memory of an interface; frequent operations must not allocate.
 #include "Allocations.h"
 #include "OutputRig.h"
 #include "Paired.h"
@@ -14,7 +14,7 @@ QUILL_TRACE_UNIT( "MemoryBench" )
 
 constexpr U32 intfs = 10'000;
 
-// The store's entities, the library's objects, two messages by two agents and their texts.
+// The store's entities, the library's objects, and two messages of two agents with their frames.
 void heapPerInterface( benchmark::State & state ) {
    ProductionTrace const trace;
    DroppingEndpoints const endpoints;
@@ -33,7 +33,7 @@ void heapPerInterface( benchmark::State & state ) {
    state.SetLabel( "heap bytes per interface, of 10,000 with 2 messages, all objects counted" );
 }
 
-// Allocations by one call of `work`, once it has run often enough to have what it keeps.
+// Allocations in one call of `work`, after enough calls to fill its pools.
 template < class Work >
 void noAllocations( benchmark::State & state, char const * label, Work const & work ) {
    for ( int i = 0; i < 3; ++i ) {
@@ -89,8 +89,7 @@ void allocationsPerTimer( benchmark::State & state ) {
    } );
 }
 
-// Of the whole shutdown of one interface: two changes of a flag, ten packets, one armed timer, and
-// the trace of it all.
+// A whole shutdown of one interface: two changes of a flag, ten packets, one timer, and the trace.
 void allocationsPerShutdown( benchmark::State & state ) {
    ProductionTrace const trace;
    DroppingEndpoints const endpoints;

@@ -1,5 +1,5 @@
-// What the library adds to sending: one interface's packets through outputMessages, against the same
-// packets through nothing but sendto.
+// What the library adds to sending: the packets of one interface through outputMessages, compared to the
+// same packets through sendto alone.
 #include "OutputRig.h"
 #include "Paired.h"
 #include "ProductionTrace.h"

@@ -1,4 +1,4 @@
-// One interface that is ready to send: the real reactor on a real packet socket, on device "e0".
+// One interface that is ready to send: the real reactor with a real packet socket, on device "e0".
 #pragma once
 
 #include "Devices.h"
@@ -9,13 +9,13 @@ namespace Valen::Bench {
 
 class OutputRig {
  public:
-   // An interface with `texts` queued texts of `bytes` bytes each.
+   // An interface with `texts` queued frames of `bytes` bytes each.
    OutputRig( U32 texts, std::size_t bytes );
    ~OutputRig();
 
-   // Sends all texts once. Throws when one is refused.
+   // Sends all frames once. Throws if one is rejected.
    void output();
-   // Sends the same bytes with nothing but sendto.
+   // Sends the same bytes through sendto alone.
    void outputBare();
 
  private:

@@ -1,4 +1,4 @@
-// Two ways of doing the same, timed turn by turn, so that whatever disturbs the machine meets both.
+// Times two ways of doing the same work in alternation, so that any disturbance affects both.
 #pragma once
 
 #include "platform/quill/Int.h"
@@ -22,13 +22,12 @@ template < class Work > double timeOn( clockid_t clock, Work const & work ) {
    return now() - start;
 }
 
-// Nanoseconds that this thread works for `work`, the kernel included. What others do on the machine
-// meanwhile does not count.
+// CPU time of this thread in `work`, the kernel included, in nanoseconds. Other load does not count.
 template < class Work > double timeOf( Work const & work ) {
    return timeOn( CLOCK_THREAD_CPUTIME_ID, work );
 }
 
-// Nanoseconds that pass during `work`.
+// Elapsed time of `work` in nanoseconds.
 template < class Work > double wallTimeOf( Work const & work ) {
    return timeOn( CLOCK_MONOTONIC, work );
 }
@@ -47,7 +46,7 @@ inline double percentile99Of( std::vector< double > values ) {
    return *place;
 }
 
-// Tells what a benchmark found and what it may be at most; the report prints both.
+// Reports the result of a benchmark and its upper bound, for bench/report.
 inline void reportBound( benchmark::State & state, double found, double bound ) {
    state.counters[ "found" ] = found;
    state.counters[ "bound" ] = bound;
@@ -55,12 +54,12 @@ inline void reportBound( benchmark::State & state, double found, double bound ) 
 
 class Paired {
  public:
-   // One call of `subject` handles `subjectItems`, one of `bare` handles `bareItems`. Times are
-   // reported by item.
+   // One call of `subject` handles `subjectItems` items, one of `bare` handles `bareItems`. Times are
+   // reported per item.
    Paired( U32 subjectItems, U32 bareItems ) noexcept
        : subjectItems_( subjectItems ), bareItems_( bareItems ) {}
 
-   // One turn of both; who goes first alternates.
+   // Times one call of each; which runs first alternates.
    template < class Subject, class Bare >
    void turn( benchmark::State & state, Subject const & subject, Bare const & bare ) {
       bool const subjectFirst = subject_.size() % 2 == 0;
@@ -72,14 +71,14 @@ class Paired {
       turnIs( state, subjectTime, bareTime );
    }
 
-   // One turn that the caller timed, in nanoseconds.
+   // Adds one pair that the caller timed, in nanoseconds.
    void turnIs( benchmark::State & state, double subjectTime, double bareTime ) {
       subject_.push_back( subjectTime / subjectItems_ );
       bare_.push_back( bareTime / bareItems_ );
       state.SetIterationTime( subjectTime / 1e9 );
    }
 
-   // The medians by item and their ratio, which may be `bound` at most.
+   // Reports the medians per item and their ratio, whose upper bound is `bound`.
    void report( benchmark::State & state, double bound ) const {
       auto const subject = medianOf( subject_ );
       auto const bare = medianOf( bare_ );

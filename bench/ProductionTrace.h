@@ -1,4 +1,4 @@
-// The trace as an agent in production has it: the ring on, all levels, in a mapped file; no text.
+// The trace as in production: all levels go to the ring, in a mapped file; no text output.
 #pragma once
 
 #include "linux/TraceOutputs.h"

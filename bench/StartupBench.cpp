@@ -1,4 +1,4 @@
-// The feature is switched on over a full store, and off again; and VRFs go one by one.
+// Enables and disables the delay with a full store, and removes VRFs one by one.
 #include "Devices.h"
 #include "Paired.h"
 #include "ProductionTrace.h"
@@ -13,7 +13,7 @@ constexpr U32 many = 10'000;
 constexpr U32 few = 1'000;
 constexpr U32 vrfs = 10;
 
-// Both stores go up and down in turn; `timed` picks what counts.
+// Starts and stops both stores in turn; `timed` selects what is measured.
 template < class Timed > void growth( benchmark::State & state, Timed const & timed ) {
    ProductionTrace const trace;
    DroppingEndpoints const endpoints;
@@ -46,7 +46,7 @@ void teardownGrowth( benchmark::State & state ) {
 
 constexpr U32 manyVrfs = 4'000;
 
-// Every VRF has an interface, a namespace of its own by name, and a packet socket.
+// Every VRF has an interface, its own namespace name, and a packet socket.
 class ManyVrfs {
  public:
    ManyVrfs() : old_( Corvid::rawTxPamProviderIs( &endpoints_ ) ) {

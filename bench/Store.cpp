@@ -25,7 +25,7 @@ class DroppingEndpoint final : public Corvid::RawTxPam {
 
  private:
    bool enabled_ = false;
-   U64 bytes_ = 0; // what a send at least looks at
+   U64 bytes_ = 0; // the least that a send reads
 };
 
 std::string numbered( char const * prefix, U32 number ) {

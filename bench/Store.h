@@ -1,4 +1,4 @@
-// The state store of an agent, with any number of interfaces, and the library that runs on it.
+// A state store with any number of interfaces, and the library running on it.
 #pragma once
 
 #include "agent/RunnabilitySm.h"
@@ -13,9 +13,9 @@
 
 namespace Valen::Bench {
 
-// Interfaces "Ethernet0", "Ethernet1" ... on devices "e0", "e1" ..., each with `texts` queued texts
-// by each of `agents` agents. They are dealt to the VRFs "vrf0", "vrf1" ..., which stand in the
-// namespaces "ns0", "ns1" ...; without any, all are in the default VRF. No two share a text.
+// Interfaces "Ethernet0", "Ethernet1" ... on devices "e0", "e1" ..., each with `texts` queued frames
+// of each of `agents` agents. They are distributed over the VRFs "vrf0", "vrf1" ... in the namespaces
+// "ns0", "ns1" ...; with `vrfs` 0, all are in the default VRF. All frames differ.
 struct Population {
    U32 intfs = 1;
    U32 vrfs = 0;
@@ -32,16 +32,16 @@ class Store final : private Orrery::MountProvider {
    Store( Store const & ) = delete;
    Store & operator=( Store const & ) = delete;
 
-   // Switches the feature on: the library replays the whole store. Throws when not every interface
-   // is ready afterwards.
+   // Enables the delay: the library replays the whole store. Throws if an interface is not ready
+   // afterwards.
    void start();
-   // Switches the feature off: everything is torn down.
+   // Disables the delay: the library destroys everything.
    void stop();
 
-   // What the operator does to all interfaces, one after the other.
+   // The operator's requests, for one interface after the other.
    void shutdownAll();
    void enableAll();
-   // Takes the VRF's local status out: its namespace is about to go.
+   // Removes the VRF's local status, as before its namespace is deleted.
    void vrfDel( U32 number );
 
    // By the interface's number.
@@ -49,7 +49,7 @@ class Store final : private Orrery::MountProvider {
    Quill::Ptr< Config::Agent::Message > const & message( U32 number ) const {
       return messages_[ number ];
    }
-   U32 delayed() const; // how many shutdowns are held
+   U32 delayed() const; // number of interfaces that are held
 
  private:
    Quill::Ptr< Quill::Entity > mount( std::string_view path ) override;
@@ -79,7 +79,7 @@ class Store final : private Orrery::MountProvider {
    Quill::Ptr< RunnabilitySm > library_;
 };
 
-// Endpoints that take every packet and send none, while this lives.
+// While it exists, endpoints accept every packet and send none.
 class DroppingEndpoints final : public Corvid::RawTxPamProvider {
  public:
    DroppingEndpoints() : old_( Corvid::rawTxPamProviderIs( this ) ) {}

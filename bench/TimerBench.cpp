@@ -1,4 +1,4 @@
-// What arming and disarming a timer costs among many others.
+// The cost of starting and stopping a timer among many others.
 #include "Paired.h"
 #include "platform/gantry/TaskScheduler.h"
 
@@ -11,7 +11,7 @@ using namespace Valen::Bench;
 
 constexpr U32 batch = 1'000;
 
-// A clock that stands still, so that its own cost is not measured.
+// A clock that does not advance, so that reading the time costs nothing.
 class StillClock final : public Gantry::Clock {
  public:
    Gantry::Time now() const noexcept override { return Gantry::Time( 1 ); }
@@ -22,7 +22,7 @@ class Scheduler final : public Gantry::TaskScheduler {
    using TaskScheduler::TaskScheduler;
 };
 
-// Delays of up to a minute, as configured ones are.
+// Delays of up to a minute, like configured ones.
 std::vector< double > delays( std::size_t count ) {
    std::mt19937 random( 1 );
    std::vector< double > delays( count );
@@ -32,7 +32,7 @@ std::vector< double > delays( std::size_t count ) {
    return delays;
 }
 
-// `count` timers that are armed, and some more that come and go.
+// `count` timers that are running, and some that are started and stopped.
 class Timers {
  public:
    explicit Timers( U32 count ) : delays_( delays( count + batch ) ) {

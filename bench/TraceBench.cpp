@@ -1,4 +1,4 @@
-// What a trace point costs: switched off, and on with both outputs.
+// The cost of a trace point: disabled, and enabled with both outputs.
 #include "Paired.h"
 #include "platform/corvid/IntfId.h"
 #include "platform/trace/Blipline.h"
@@ -12,16 +12,16 @@ using namespace Valen::Bench;
 
 QUILL_TRACE_UNIT( "TraceBench" )
 
-constexpr U32 lines = 10'000; // by turn
+constexpr U32 lines = 10'000; // per turn
 constexpr char const * signature =
    "void Valen::VrfContainerSm::handleIntf(Quill::Ptr<Valen::Intf>)";
 
-// A handler's entry, as every handler of the library has it.
+// The entry trace that every handler of the library has.
 [[gnu::noinline]] void handleIntf( Corvid::IntfId const & intfId, U32 count ) {
    TRACE0( "%s, %s messages", intfId, count );
 }
 
-// Takes the line and drops it.
+// Discards the line.
 class NullSink final : public Quill::TraceSink {
  public:
    void line( Quill::TraceLine const & line ) noexcept override {
@@ -29,7 +29,7 @@ class NullSink final : public Quill::TraceSink {
    }
 };
 
-// Both outputs, while it lives.
+// Enables both outputs while it exists.
 class BothOutputs {
  public:
    BothOutputs() {
@@ -57,7 +57,7 @@ template < class Work > void repeat( Work const & work ) {
    }
 }
 
-// What the point adds to a loop that does nothing else.
+// What a trace point adds to a loop that does nothing else.
 void traceOff( benchmark::State & state ) {
    Corvid::IntfId const intfId( "Ethernet3/1" );
    std::vector< double > with;

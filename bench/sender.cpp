@@ -1,5 +1,5 @@
-// Sends the packets of one interface through outputMessages, over and over: what bench/syscalls
-// watches the system calls of.
+// Sends the frames of one interface through outputMessages again and again. bench/syscalls counts its
+// system calls.
 //   bench_sender BURSTS PACKETS BYTES
 #include "OutputRig.h"
 #include "ProductionTrace.h"

@@ -1,14 +1,14 @@
 cmake_policy( VERSION 3.25 )
-# Holds the sources of one room to what it may include.
+# Checks that the sources of one room include only what the room may include.
 #   cmake -DROOT=<src> -DROOM=<path> -DROOMS=<path,...> -DMAY_INCLUDE=<path,...> -P CheckRoom.cmake
-# ROOMS are all rooms: a source belongs to the innermost room that holds it.
+# ROOMS are all rooms. A source belongs to the innermost room around it.
 string( REPLACE "," ";" ROOMS "${ROOMS}" )
 string( REPLACE "," ";" MAY_INCLUDE "${MAY_INCLUDE}" )
 list( APPEND MAY_INCLUDE "${ROOM}" )
 set( kernelHeaders "^(sys|linux|net|netinet|netpacket|arpa)/|^(unistd|fcntl|sched|poll|dirent)\\.h$" )
 set( kernelRooms "^(linux|varlink|valend|valenctl)(/|$)" )
 
-# The innermost room that the path of a file is in; empty for none.
+# The innermost room around the path of a file; empty if there is none.
 function( room_of result file )
    cmake_path( GET file PARENT_PATH directory )
    while( directory AND NOT directory IN_LIST ROOMS )

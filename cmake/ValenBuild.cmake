@@ -1,4 +1,4 @@
-# How every target of the tree is built, and the functions by which a folder declares itself.
+# Compiler options for every target, and functions for unity builds.
 
 set( CMAKE_CXX_STANDARD 20 )
 set( CMAKE_CXX_STANDARD_REQUIRED ON )
@@ -8,8 +8,7 @@ set( CMAKE_EXPORT_COMPILE_COMMANDS ON )
 if( NOT CMAKE_BUILD_TYPE )
    set( CMAKE_BUILD_TYPE Release )
 endif()
-# At -O3 g++ 12 loses the destruction of handles on the way of an exception; the tests of the
-# trackers show it.
+# At -O3, g++ 12 omits the destruction of handles when an exception passes; the tests of tracking/ fail.
 set( CMAKE_CXX_FLAGS_RELEASE "-O2 -DNDEBUG" )
 
 find_program( VALEN_CCACHE ccache )
@@ -20,12 +19,12 @@ endif()
 add_library( valen_flags INTERFACE )
 target_compile_options( valen_flags INTERFACE
    -Wall -Wextra -Wpedantic -Wshadow -Wconversion -Wno-sign-conversion -Wnon-virtual-dtor -Woverloaded-virtual -Werror
-   # Assertions and traces name files as the tree does, wherever it was built.
+   # Assertions and traces name files relative to src/, wherever the build is.
    "-fmacro-prefix-map=${CMAKE_SOURCE_DIR}/src/="
-   # Nobody replaces single functions of the shared libraries, so they may be inlined.
+   # Functions of the shared libraries are not replaced one by one, so they may be inlined.
    -fno-semantic-interposition )
 if( CMAKE_CXX_COMPILER_ID STREQUAL "GNU" AND CMAKE_CXX_COMPILER_VERSION VERSION_LESS 13 )
-   # A false alarm of g++ 12 on every `"text" + std::string` that it inlines.
+   # g++ 12 warns wrongly about every inlined `"text" + std::string`.
    target_compile_options( valen_flags INTERFACE -Wno-restrict )
 endif()
 target_include_directories( valen_flags INTERFACE "${CMAKE_SOURCE_DIR}/src" )
@@ -40,9 +39,9 @@ if( VALEN_COVERAGE )
 endif()
 
 # valen_unity( TARGET KIND )
-# Compiles a few sources of TARGET at a time, when VALEN_UNITY is KIND or "all": faster from scratch,
-# slower after a change.
-set( VALEN_UNITY "" CACHE STRING "What is compiled a few sources at a time: tests, daemon or all" )
+# Compiles several sources of TARGET together if VALEN_UNITY is KIND or "all". This makes full builds
+# faster, and builds after a change slower.
+set( VALEN_UNITY "" CACHE STRING "Compile several sources together in: tests, daemon or all" )
 function( valen_unity target kind )
    if( VALEN_UNITY STREQUAL "all" OR VALEN_UNITY STREQUAL kind )
       set_target_properties( ${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 5 )

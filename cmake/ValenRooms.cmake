@@ -1,10 +1,10 @@
-# Rooms: the directories of src/, each an object library with a stated set of rooms that it may
-# include from. A room can only name rooms that were declared before it, so no include points up and
-# there is no circle; the tests "rooms.*" hold the sources to what is stated (CheckRoom.cmake).
+# Rooms: the directories of src/. Each is an object library and lists the rooms that it may include. A room
+# can list only rooms that were declared before it, so no include points up and there are no circles. The
+# tests "rooms.*" check the sources (CheckRoom.cmake).
 
 # valen_room( PATH source... [MAY_INCLUDE room...] )
 # Declares the room src/PATH, as the object library valen_PATH with "_" for "/". A name in MAY_INCLUDE
-# is a room, or a directory that stands for all rooms in it.
+# is a room, or a directory, which means all rooms in it.
 function( valen_room path )
    cmake_parse_arguments( arg "" "" "MAY_INCLUDE" ${ARGN} )
    valen_rooms_named( allowed ${arg_MAY_INCLUDE} )
@@ -20,7 +20,7 @@ function( valen_room_target result path )
    set( ${result} "valen_${name}" PARENT_SCOPE )
 endfunction()
 
-# The rooms that the names stand for; a name without a room is an error.
+# The rooms of the names. A name without a room is an error.
 function( valen_rooms_named result )
    get_property( rooms GLOBAL PROPERTY VALEN_ROOMS )
    set( named "" )
@@ -31,7 +31,7 @@ function( valen_rooms_named result )
          set( found ${name} ) # the room itself, not those inside it
       endif()
       if( NOT found )
-         message( FATAL_ERROR "no room \"${name}\" has been declared yet; a room can include only from those below it" )
+         message( FATAL_ERROR "room \"${name}\" is not declared yet; a room can include only rooms that are declared before it" )
       endif()
       list( APPEND named ${found} )
    endforeach()
@@ -40,7 +40,7 @@ function( valen_rooms_named result )
 endfunction()
 
 # valen_objects( TARGET room... )
-# Links into TARGET the objects of the named rooms and of all that they may include.
+# Links the objects of the named rooms, and of all rooms that these may include, into TARGET.
 function( valen_objects target )
    valen_rooms_named( todo ${ARGN} )
    set( done "" )
@@ -56,7 +56,7 @@ function( valen_objects target )
    endwhile()
 endfunction()
 
-# Adds a test for each room, and one that sees the check fail.
+# Adds a test for each room, and one that makes the check fail.
 function( valen_room_tests )
    get_property( rooms GLOBAL PROPERTY VALEN_ROOMS )
    string( REPLACE ";" "," declared "${rooms}" )

@@ -1,5 +1,5 @@
-// Any bytes as the memory of a trace ring: the reader reads nothing outside them, comes to an end,
-// and tells of damage at most.
+// Feeds any bytes to the reader of a trace ring. It must not read outside them, must terminate, and may
+// report nothing worse than damage.
 #include "platform/trace/Blipline.h"
 
 #include <cstdint>
@@ -18,14 +18,14 @@ void readAll( std::span< std::byte const > memory ) {
       bool const inside =
          line.unit.empty() ||
          ( unit >= memory.data() && unit + line.unit.size() <= memory.data() + memory.size() );
-      // A line takes the 16 bytes of its record at least.
+      // The record of a line has at least 16 bytes.
       if ( ++lines > memory.size() / 16 || !inside ||
            line.text.view().size() > Twinlog::Text::capacity ) {
          std::abort();
       }
       static_cast< void >( reader.wallTime( line.time ) );
    }
-   // What is no ring has no lines; and the end stays the end.
+   // Memory that is not a ring has no lines, and a reader at the end stays at the end.
    if ( ( !reader.valid() && ( lines > 0 || !reader.damaged() ) ) || reader.next( line ) ) {
       std::abort();
    }
@@ -34,11 +34,11 @@ void readAll( std::span< std::byte const > memory ) {
 } // namespace
 
 extern "C" int LLVMFuzzerTestOneInput( std::uint8_t const * data, std::size_t size ) {
-   // A copy of just this size, so that a read behind its end is seen, and aligned as a ring is.
+   // A copy of exactly this size, so that the sanitizer detects a read past its end; aligned like a ring.
    std::vector< std::byte > const memory( reinterpret_cast< std::byte const * >( data ),
                                           reinterpret_cast< std::byte const * >( data ) + size );
    readAll( memory );
-   // A snapshot may be asked for of any bytes, too.
+   // A snapshot of any bytes must be safe as well.
    readAll( Blipline::snapshot( memory ) );
    return 0;
 }

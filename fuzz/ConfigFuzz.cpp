@@ -1,5 +1,6 @@
-// Any text as the configuration and a drop-in: reading it comes to an end, errors are single lines
-// with a place in one of the files and in order, and what passes is valid as a whole.
+// Feeds any text to the configuration reader, as a configuration and a drop-in. Reading must terminate,
+// errors must be single lines, sorted, each with a place in one of the files, and a configuration
+// without errors must be valid.
 #include "settings/ConfigReader.h"
 #include "settings/Hex.h"
 
@@ -40,7 +41,7 @@ void requireValid( Settings::Config const & config ) {
 
 extern "C" int LLVMFuzzerTestOneInput( std::uint8_t const * data, std::size_t size ) {
    std::string const text( reinterpret_cast< char const * >( data ), size );
-   auto const cut = text.find( "\n===\n" ); // what is behind it is the drop-in
+   auto const cut = text.find( "\n===\n" ); // the drop-in follows it
    auto const main = text.substr( 0, cut );
    auto const dropIn = cut == text.npos ? std::string() : text.substr( cut + 5 );
    auto const result = Settings::parseConfig( { { "main", main }, { "drop-in", dropIn } } );

@@ -1,4 +1,4 @@
-// Any bytes as a datagram of rtnetlink: the parser reads nothing outside them and comes to an end.
+// Feeds any bytes to the rtnetlink parser. It must not read outside them, and must terminate.
 #include "linux/Rtnetlink.h"
 
 #include <cstdint>
@@ -10,7 +10,7 @@ extern "C" int LLVMFuzzerTestOneInput( std::uint8_t const * data, std::size_t si
    Message message;
    std::size_t messages = 0;
    while ( parser.next( message ) ) {
-      // Every message takes its header's bytes at least, and every name lies within the datagram.
+      // Every message has at least the bytes of its header, and every name is inside the datagram.
       auto const * const name =
          reinterpret_cast< std::uint8_t const * >( message.deviceName.data() );
       bool const inside = message.deviceName.empty() ||

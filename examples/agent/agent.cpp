@@ -1,13 +1,12 @@
-// An agent of one's own: holds the shutdown of one device for half a second, in which the frame that
-// is queued for it goes out.
+// Embeds libvalen: shuts down one device. Sends the frame that is queued for it, keeps its link up for
+// half a second, and sets it down.
 //   agent DEVICE
-#include "agent/RunnabilitySm.h"
-#include "linux/EventLoop.h"
-#include "linux/KernelNetInfoProvider.h"
-#include "linux/LinkControl.h"
-#include "linux/PacketEndpoint.h"
-
 #include <iostream>
+#include <valen/agent/RunnabilitySm.h>
+#include <valen/linux/EventLoop.h>
+#include <valen/linux/KernelNetInfoProvider.h>
+#include <valen/linux/LinkControl.h>
+#include <valen/linux/PacketEndpoint.h>
 
 using namespace std::chrono_literals;
 using namespace Valen;
@@ -17,7 +16,7 @@ int main( int argc, char ** argv ) {
       std::cerr << "usage: agent DEVICE\n";
       return 2;
    }
-   // The platform on Linux: a loop, packet sockets, and the kernel's devices as entities.
+   // The platform on Linux: an event loop, packet sockets, and the kernel's devices as entities.
    Linux::EventLoop loop;
    Linux::PacketEndpointProvider endpoints;
    Corvid::rawTxPamProviderIs( &endpoints );
@@ -25,7 +24,7 @@ int main( int argc, char ** argv ) {
    auto const store = Quill::make< Orrery::EntityManager >();
    store->mountProviderIs( Linux::KernelNetInfoProvider::prefix, &devices );
 
-   // The state store: one interface in the default VRF, carried by DEVICE, with one frame queued.
+   // The state store: one interface in the default VRF, on DEVICE, with one queued frame.
    Corvid::IntfId const intfId( "Ethernet1" );
    auto const configDir = Quill::make< Config::ConfigDir >();
    auto const globalConfig = Quill::make< Config::GlobalConfig >();
@@ -63,15 +62,15 @@ int main( int argc, char ** argv ) {
    }
    std::cout << intfId << " is ready on " << argv[ 1 ] << std::endl;
 
-   intfConfig->adminShutdownDelayedIs( true ); // the operator: shutdown
+   intfConfig->adminShutdownDelayedIs( true ); // the operator's request
    auto const status = statusDir->intfStatus( intfId );
-   std::cout << "frames are out, shutdown is held" << std::endl;
+   std::cout << "frames sent, shutdown delayed" << std::endl;
    while ( status->delayed() ) {
       loop.turn();
    }
    auto const device = allIntf->intf( intfId )->device();
-   Linux::LinkControl().upIs( Corvid::NamespaceName::defaultNamespace(), device.ifIndex,
-                              device.deviceName, false );
+   Linux::LinkControl().stateIs( Corvid::NamespaceName::defaultNamespace(), device.ifIndex,
+                                 device.deviceName, Linux::LinkState::down );
    std::cout << argv[ 1 ] << " is down" << std::endl;
-   configDir->globalConfigIs( nullptr ); // switch the feature off: everything is taken down
+   configDir->globalConfigIs( nullptr ); // disable the delay: the library destroys its objects
 }

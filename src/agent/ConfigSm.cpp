@@ -11,22 +11,6 @@ QUILL_TRACE_UNIT( "ConfigSm" )
 
 } // namespace
 
-Quill::Ptr< ConfigSm > configSmFactory(
-   Quill::Ptr< Config::ConfigDir const > configDir, Quill::Ptr< Quill::Dir const > agentConfigDir,
-   Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
-   Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
-   Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
-   Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
-   Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
-   Quill::Ptr< Orrery::EntityManager > entityManager, Quill::Ptr< Status::StatusDir > statusDir,
-   Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf ) {
-   return ConfigSm::ConfigSmIs( std::move( configDir ), std::move( agentConfigDir ),
-                                std::move( allIntfConfigDir ), std::move( allIntfStatusDir ),
-                                std::move( allIntfStatusLocalDir ), std::move( l3IntfStatusDir ),
-                                std::move( allVrfStatusLocal ), std::move( entityManager ),
-                                std::move( statusDir ), std::move( allVrf ), std::move( allIntf ) );
-}
-
 ConfigSm::ConfigSm( Quill::Ptr< Config::ConfigDir const > configDir,
                     Quill::Ptr< Quill::Dir const > agentConfigDir,
                     Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
@@ -51,7 +35,7 @@ ConfigSm::ConfigSm( Quill::Ptr< Config::ConfigDir const > configDir,
 ConfigSm::~ConfigSm() {
    handleDestruction();
    quillDoZombieReactors( true );
-   // Gone already, unless a watcher of what just went has brought one back.
+   // Retired already, unless a watcher of their removal made one again.
    kernelIntfDel();
    agentConfigSmDelAll();
    allVrfStatusLocalSmDel();
@@ -65,101 +49,57 @@ Quill::Ptr< KernelIntf >
 ConfigSm::kernelIntfIs( Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
                         Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
                         Quill::Ptr< Orrery::EntityManager > entityManager ) {
-   if ( kernelIntf_ ) {
-      Quill::requireSameParameter( "_allIntfStatusDir", allIntfStatusDir,
-                                   kernelIntf_->allIntfStatusDir() );
-      Quill::requireSameParameter( "_allIntfStatusLocalDir", allIntfStatusLocalDir,
-                                   kernelIntf_->allIntfStatusLocalDir() );
-      Quill::requireSameParameter( "_entityManager", entityManager, kernelIntf_->entityManager() );
-   } else {
-      kernelIntf_ =
-         kernelIntfFactory( std::move( allIntfStatusDir ), std::move( allIntfStatusLocalDir ),
-                            std::move( entityManager ) );
-   }
-   return kernelIntf_;
+   return kernelIntf_.instantiate( std::move( allIntfStatusDir ),
+                                   std::move( allIntfStatusLocalDir ), std::move( entityManager ) );
 }
 
 void ConfigSm::kernelIntfDel() {
-   kernelIntf_ = nullptr;
+   kernelIntf_.retire();
 }
 
 Quill::Ptr< AllVrfStatusLocalSm >
 ConfigSm::allVrfStatusLocalSmIs( Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
                                  Quill::Ptr< AllVrf > allVrf ) {
-   if ( allVrfStatusLocalSm_ ) {
-      Quill::requireSameParameter( "_allVrfStatusLocal", allVrfStatusLocal,
-                                   allVrfStatusLocalSm_->allVrfStatusLocal() );
-      Quill::requireSameParameter( "_allVrf", allVrf, allVrfStatusLocalSm_->allVrf() );
-   } else {
-      allVrfStatusLocalSm_ =
-         allVrfStatusLocalSmFactory( std::move( allVrfStatusLocal ), std::move( allVrf ) );
-   }
-   return allVrfStatusLocalSm_;
+   return allVrfStatusLocalSm_.instantiate( std::move( allVrfStatusLocal ), std::move( allVrf ) );
 }
 
 void ConfigSm::allVrfStatusLocalSmDel() {
-   retire( std::exchange( allVrfStatusLocalSm_, nullptr ) );
+   allVrfStatusLocalSm_.retire();
 }
 
 Quill::Ptr< AllIntfConfigDirSm >
 ConfigSm::allIntfConfigDirSmIs( Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
                                 Quill::Ptr< AllIntf > allIntf ) {
-   if ( allIntfConfigDirSm_ ) {
-      Quill::requireSameParameter( "_allIntfConfigDir", allIntfConfigDir,
-                                   allIntfConfigDirSm_->allIntfConfigDir() );
-      Quill::requireSameParameter( "_allIntf", allIntf, allIntfConfigDirSm_->allIntf() );
-   } else {
-      allIntfConfigDirSm_ =
-         allIntfConfigDirSmFactory( std::move( allIntfConfigDir ), std::move( allIntf ) );
-   }
-   return allIntfConfigDirSm_;
+   return allIntfConfigDirSm_.instantiate( std::move( allIntfConfigDir ), std::move( allIntf ) );
 }
 
 void ConfigSm::allIntfConfigDirSmDel() {
-   retire( std::exchange( allIntfConfigDirSm_, nullptr ) );
+   allIntfConfigDirSm_.retire();
 }
 
 Quill::Ptr< L3IntfStatusDirSm >
 ConfigSm::l3IntfStatusDirSmIs( Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
                                Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf ) {
-   if ( l3IntfStatusDirSm_ ) {
-      Quill::requireSameParameter( "_l3IntfStatusDir", l3IntfStatusDir,
-                                   l3IntfStatusDirSm_->l3IntfStatusDir() );
-      Quill::requireSameParameter( "_allVrf", allVrf, l3IntfStatusDirSm_->allVrf() );
-      Quill::requireSameParameter( "_allIntf", allIntf, l3IntfStatusDirSm_->allIntf() );
-   } else {
-      l3IntfStatusDirSm_ = l3IntfStatusDirSmFactory( std::move( l3IntfStatusDir ),
-                                                     std::move( allVrf ), std::move( allIntf ) );
-   }
-   return l3IntfStatusDirSm_;
+   return l3IntfStatusDirSm_.instantiate( std::move( l3IntfStatusDir ), std::move( allVrf ),
+                                          std::move( allIntf ) );
 }
 
 void ConfigSm::l3IntfStatusDirSmDel() {
-   retire( std::exchange( l3IntfStatusDirSm_, nullptr ) );
+   l3IntfStatusDirSm_.retire();
 }
 
 Quill::Ptr< AgentConfigSm > ConfigSm::agentConfigSmIs( Quill::Name agentName,
                                                        Quill::Ptr< Quill::Dir const > agentDir,
                                                        Quill::Ptr< AllIntf > allIntf ) {
-   if ( auto const child = agentConfigSm( agentName ) ) {
-      Quill::requireSameParameter( "_agentDir", agentDir, child->agentDir() );
-      Quill::requireSameParameter( "_allIntf", allIntf, child->allIntf() );
-      return child;
-   }
-   auto const child =
-      agentConfigSmFactory( std::move( agentName ), std::move( agentDir ), std::move( allIntf ) );
-   agentConfigSm_.insert( child );
-   return child;
+   return agentConfigSm_.instantiate( agentName, std::move( agentDir ), std::move( allIntf ) );
 }
 
 void ConfigSm::agentConfigSmDel( Quill::Name agentName ) {
-   retire( agentConfigSm_.remove( agentName ) );
+   agentConfigSm_.retire( agentName );
 }
 
 void ConfigSm::agentConfigSmDelAll() {
-   for ( auto const & child : agentConfigSm_ ) {
-      agentConfigSmDel( child->name() );
-   }
+   agentConfigSm_.retireAll();
 }
 
 Quill::Ptr< VrfContainerSm >
@@ -174,33 +114,19 @@ ConfigSm::vrfContainerSmIs( Quill::Ptr< Vrf const > vrf, Quill::Ptr< VrfL3Intf c
       throw Quill::NullParameterException( "null vrfContainerSm_Vrf parameter to mutator for "
                                            "Valen::ConfigSm::vrfContainerSm not allowed\"" );
    }
-   if ( auto const child = vrfContainerSm( vrf->vrfName() ) ) {
-      Quill::requireSameParameter( "_vrf", vrf, child->vrf() );
-      Quill::requireSameParameter( "_vrfL3Intf", vrfL3Intf, child->vrfL3Intf() );
-      Quill::requireSameParameter( "_allIntf", allIntf, child->allIntf() );
-      Quill::requireSameParameter( "_deviceIntfStatusDir", deviceIntfStatusDir,
-                                   child->deviceIntfStatusDir() );
-      Quill::requireSameParameter( "_taskScheduler", scheduler, child->taskScheduler() );
-      Quill::requireSameParameter( "_configDir", configDir, child->configDir() );
-      Quill::requireSameParameter( "_statusDir", statusDir, child->statusDir() );
-      return child;
-   }
-   auto const child =
-      vrfContainerSmFactory( std::move( vrf ), std::move( vrfL3Intf ), std::move( allIntf ),
-                             std::move( deviceIntfStatusDir ), std::move( scheduler ),
-                             std::move( configDir ), std::move( statusDir ) );
-   vrfContainerSm_.insert( child );
-   return child;
+   auto const vrfName = vrf->vrfName();
+   return vrfContainerSm_.instantiate( vrfName, std::move( vrf ), std::move( vrfL3Intf ),
+                                       std::move( allIntf ), std::move( deviceIntfStatusDir ),
+                                       std::move( scheduler ), std::move( configDir ),
+                                       std::move( statusDir ) );
 }
 
 void ConfigSm::vrfContainerSmDel( L3::VrfName vrfName ) {
-   retire( vrfContainerSm_.remove( vrfName ) );
+   vrfContainerSm_.retire( vrfName );
 }
 
 void ConfigSm::vrfContainerSmDelAll() {
-   for ( auto const & child : vrfContainerSm_ ) {
-      vrfContainerSmDel( child->vrfName() );
-   }
+   vrfContainerSm_.retireAll();
 }
 
 void ConfigSm::hasNotificationActiveIs( bool active ) {
@@ -208,8 +134,8 @@ void ConfigSm::hasNotificationActiveIs( bool active ) {
       return;
    }
    Reactor::hasNotificationActiveIs( active );
-   Reactor * const trackers[] = { allVrfStatusLocalSm_.get(), allIntfConfigDirSm_.get(),
-                                  l3IntfStatusDirSm_.get() };
+   Reactor * const trackers[] = { allVrfStatusLocalSm_.get().get(), allIntfConfigDirSm_.get().get(),
+                                  l3IntfStatusDirSm_.get().get() };
    for ( auto * const tracker : trackers ) {
       if ( tracker ) {
          tracker->hasNotificationActiveIs( active );
@@ -228,20 +154,20 @@ void ConfigSm::handleInitialized() {
    replayModel();
 }
 
-// What the trackers brought into the model while this reactor was being made reached handlers that
-// were not ready for it. One VRF that cannot be had must not cost the others, so each goes alone.
+// Handles what the trackers put into the model before this reactor was initialized. Each entry has
+// a fault boundary of its own, so that a VRF that fails does not affect the others.
 void ConfigSm::replayModel() {
    for ( auto const & intfMessage : allIntf()->intfMessage() ) {
       auto const intfId = intfMessage->intfId();
       Quill::underFaultBoundary(
-         reactorName(), "intfMessage", [ & ] { return Quill::display( intfId ); },
-         [ & ] { handleIntfMessage( intfId ); } );
+         Quill::faultSource< ConfigSm, AllIntf::intfMessageAttr >( reactorName() ),
+         [ & ] { return Quill::display( intfId ); }, [ & ] { handleIntfMessage( intfId ); } );
    }
    for ( auto const & vrf : allVrf()->vrf() ) {
       auto const vrfName = vrf->vrfName();
       Quill::underFaultBoundary(
-         reactorName(), "vrf", [ & ] { return Quill::display( vrfName ); },
-         [ & ] { handleVrf( vrfName ); } );
+         Quill::faultSource< ConfigSm, AllVrf::vrfAttr >( reactorName() ),
+         [ & ] { return Quill::display( vrfName ); }, [ & ] { handleVrf( vrfName ); } );
    }
 }
 
@@ -296,8 +222,8 @@ void ConfigSm::handleVrf( L3::VrfName vrfName ) {
       vrfContainerSmIs( vrf, vrfL3Intf, allIntf(), deviceIntfStatusDir, scheduler_, configDir_,
                         statusDir_ );
    } catch ( ... ) {
-      // Nobody else would: the removal of a VRF without container leaves its mount alone, and the
-      // VRF may come back in another namespace.
+      // Removing a VRF that has no container does not unmount it, and the VRF may return in another
+      // namespace.
       kernelIntf_->vrfDel( vrfName );
       throw;
    }
@@ -327,6 +253,26 @@ void ConfigSm::handleDestruction() {
    agentConfigSmDelAll();
    kernelIntfDel();
    VALEN_ASSERT( 0 == statusDir()->intfStatuss() );
+}
+
+Quill::Ptr< ConfigSm > configSmFactory(
+   Quill::Ptr< Config::ConfigDir const > configDir, Quill::Ptr< Quill::Dir const > agentConfigDir,
+   Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
+   Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
+   Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
+   Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
+   Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
+   Quill::Ptr< Orrery::EntityManager > entityManager, Quill::Ptr< Status::StatusDir > statusDir,
+   Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf ) {
+   return ConfigSm::ConfigSmIs( std::move( configDir ), std::move( agentConfigDir ),
+                                std::move( allIntfConfigDir ), std::move( allIntfStatusDir ),
+                                std::move( allIntfStatusLocalDir ), std::move( l3IntfStatusDir ),
+                                std::move( allVrfStatusLocal ), std::move( entityManager ),
+                                std::move( statusDir ), std::move( allVrf ), std::move( allIntf ) );
+}
+
+bool isVrfSetupFault( Quill::Fault const & fault ) noexcept {
+   return fault.isFrom< ConfigSm, AllVrf::vrfAttr >();
 }
 
 } // namespace Valen

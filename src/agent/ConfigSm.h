@@ -1,9 +1,9 @@
-// Valen::ConfigSm: the root of the feature while it runs. Owns every other reactor and keeps the
-// interfaces of the model in step with the messages.
+// Valen::ConfigSm: the root of the feature while it runs.
 #pragma once
 
 #include "messages/AgentConfigSm.h"
 #include "platform/gantry/TaskScheduler.h"
+#include "platform/quill/Children.h"
 #include "tracking/AllIntfConfigDirSm.h"
 #include "tracking/AllVrfStatusLocalSm.h"
 #include "tracking/L3IntfStatusDirSm.h"
@@ -12,20 +12,21 @@
 
 namespace Valen {
 
+// Owns every other reactor, and keeps an interface in the model while there are frames for it.
 //   watches   the directory of the agents' configurations; AllVrf::vrf; AllIntf::intfMessage
-//   writes    AllIntf::intf, which nobody else does
+//   writes    AllIntf::intf, as the only writer
 //   owns      the kernel mounts, the three trackers, one AgentConfigSm per agent, one
 //             VrfContainerSm per VRF
-//   owned by  RunnabilitySm, which makes it when global configuration comes
+//   owned by  RunnabilitySm, while there is global configuration
 // Between two handlers, from handleInitialized() to handleDestruction():
 //   (1) an Intf exists exactly while its interface has an IntfMessage;
 //   (2) a VRF whose record and set exist has a container made from both, unless its endpoint could
 //       not be opened.
-// Its end leaves no status entry behind.
+// After its end the status directory is empty.
 class ConfigSm final : public Quill::Reactor {
    QUILL_TRACKED( Valen::ConfigSm )
  public:
-   // Keeps all eleven and hands them on. None null. Runs the whole feature before it returns.
+   // Keeps all eleven or passes them on; none null. The whole feature runs when this returns.
    ConfigSm( Quill::Ptr< Config::ConfigDir const > configDir,
              Quill::Ptr< Quill::Dir const > agentConfigDir,
              Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
@@ -45,49 +46,52 @@ class ConfigSm final : public Quill::Reactor {
 
    char const * reactorName() const noexcept override { return "ConfigSm"; }
 
-   Quill::Ptr< Config::ConfigDir const > const & configDir() const { return configDir_; }
-   Quill::Ptr< Quill::Dir const > agentConfigDir() const { return agentConfigDir_.handle(); }
-   Quill::Ptr< Status::StatusDir > const & statusDir() const { return statusDir_; }
-   Quill::Ptr< AllVrf > allVrf() const { return allVrf_.handle(); }
-   Quill::Ptr< AllIntf > allIntf() const { return allIntf_.handle(); }
-   Quill::Ptr< Gantry::TaskSchedulerRoot > const & scheduler() const { return scheduler_; }
+   Quill::Ptr< Config::ConfigDir const > const & configDir() const noexcept { return configDir_; }
+   Quill::Ptr< Quill::Dir const > agentConfigDir() const noexcept {
+      return agentConfigDir_.handle();
+   }
+   Quill::Ptr< Status::StatusDir > const & statusDir() const noexcept { return statusDir_; }
+   Quill::Ptr< AllVrf > allVrf() const noexcept { return allVrf_.handle(); }
+   Quill::Ptr< AllIntf > allIntf() const noexcept { return allIntf_.handle(); }
+   Quill::Ptr< Gantry::TaskSchedulerRoot > const & scheduler() const noexcept { return scheduler_; }
 
-   // Each xIs makes the reactor, or returns the one that was made from the same values; throws
-   // NameInUseException, and changes nothing, when one was made from others.
+   // Each xIs below follows the re-instantiation rule. A child that does not exist is null.
 
-   Quill::Ptr< KernelIntf > const & kernelIntf() const { return kernelIntf_; }
+   Quill::Ptr< KernelIntf > const & kernelIntf() const noexcept { return kernelIntf_.get(); }
    Quill::Ptr< KernelIntf >
    kernelIntfIs( Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
                  Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
                  Quill::Ptr< Orrery::EntityManager > entityManager );
    void kernelIntfDel();
 
-   Quill::Ptr< AllVrfStatusLocalSm > const & allVrfStatusLocalSm() const {
-      return allVrfStatusLocalSm_;
+   Quill::Ptr< AllVrfStatusLocalSm > const & allVrfStatusLocalSm() const noexcept {
+      return allVrfStatusLocalSm_.get();
    }
    Quill::Ptr< AllVrfStatusLocalSm >
    allVrfStatusLocalSmIs( Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
                           Quill::Ptr< AllVrf > allVrf );
    void allVrfStatusLocalSmDel();
 
-   Quill::Ptr< AllIntfConfigDirSm > const & allIntfConfigDirSm() const {
-      return allIntfConfigDirSm_;
+   Quill::Ptr< AllIntfConfigDirSm > const & allIntfConfigDirSm() const noexcept {
+      return allIntfConfigDirSm_.get();
    }
    Quill::Ptr< AllIntfConfigDirSm >
    allIntfConfigDirSmIs( Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
                          Quill::Ptr< AllIntf > allIntf );
    void allIntfConfigDirSmDel();
 
-   Quill::Ptr< L3IntfStatusDirSm > const & l3IntfStatusDirSm() const { return l3IntfStatusDirSm_; }
+   Quill::Ptr< L3IntfStatusDirSm > const & l3IntfStatusDirSm() const noexcept {
+      return l3IntfStatusDirSm_.get();
+   }
    Quill::Ptr< L3IntfStatusDirSm >
    l3IntfStatusDirSmIs( Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
                         Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf );
    void l3IntfStatusDirSmDel();
 
-   using AgentConfigSms = Quill::Members< AgentConfigSm, &AgentConfigSm::name >;
-   AgentConfigSms const & agentConfigSm() const { return agentConfigSm_; }
-   U32 agentConfigSms() const { return agentConfigSm_.count(); }
-   Quill::Ptr< AgentConfigSm > agentConfigSm( Quill::Name const & agentName ) const {
+   using AgentConfigSms = Quill::Children< AgentConfigSm, &AgentConfigSm::name >;
+   AgentConfigSms const & agentConfigSm() const noexcept { return agentConfigSm_; }
+   U32 agentConfigSms() const noexcept { return agentConfigSm_.count(); }
+   Quill::Ptr< AgentConfigSm > agentConfigSm( Quill::Name const & agentName ) const noexcept {
       return agentConfigSm_.find( agentName );
    }
    Quill::Ptr< AgentConfigSm > agentConfigSmIs( Quill::Name agentName,
@@ -96,13 +100,13 @@ class ConfigSm final : public Quill::Reactor {
    void agentConfigSmDel( Quill::Name agentName );
    void agentConfigSmDelAll();
 
-   using VrfContainerSms = Quill::Members< VrfContainerSm, &VrfContainerSm::vrfName >;
-   VrfContainerSms const & vrfContainerSm() const { return vrfContainerSm_; }
-   U32 vrfContainerSms() const { return vrfContainerSm_.count(); }
-   Quill::Ptr< VrfContainerSm > vrfContainerSm( L3::VrfName const & vrfName ) const {
+   using VrfContainerSms = Quill::Children< VrfContainerSm, &VrfContainerSm::vrfName >;
+   VrfContainerSms const & vrfContainerSm() const noexcept { return vrfContainerSm_; }
+   U32 vrfContainerSms() const noexcept { return vrfContainerSm_.count(); }
+   Quill::Ptr< VrfContainerSm > vrfContainerSm( L3::VrfName const & vrfName ) const noexcept {
       return vrfContainerSm_.find( vrfName );
    }
-   // Throws NullParameterException when `vrf`, which has the key, is null; ErrnoException when the
+   // Throws NullParameterException if `vrf`, which has the key, is null; ErrnoException if the
    // VRF's endpoint cannot be opened (VrfContainerSm.h).
    Quill::Ptr< VrfContainerSm >
    vrfContainerSmIs( Quill::Ptr< Vrf const > vrf, Quill::Ptr< VrfL3Intf const > vrfL3Intf,
@@ -114,10 +118,10 @@ class ConfigSm final : public Quill::Reactor {
    void vrfContainerSmDel( L3::VrfName vrfName );
    void vrfContainerSmDelAll();
 
-   bool initialized() const { return initialized_; }
-   void initializedIs( bool initialized ) { initialized_ = initialized; }
+   bool initialized() const noexcept { return initialized_; }
+   void initializedIs( bool initialized ) noexcept { initialized_ = initialized; }
 
-   // Switches the three trackers along, but not the mounts, the agents or the containers.
+   // Also switches the three trackers, but not the mounts, the agents or the containers.
    void hasNotificationActiveIs( bool active ) override;
 
    void handleInitialized();
@@ -139,11 +143,11 @@ class ConfigSm final : public Quill::Reactor {
                  Quill::On< AllIntf::intfMessageAttr, &ConfigSm::handleIntfMessage > >
       allIntf_;
    Quill::Ptr< Gantry::TaskSchedulerRoot > const scheduler_;
-   Quill::Ptr< KernelIntf > kernelIntf_;
+   Quill::Child< KernelIntf > kernelIntf_;
    AgentConfigSms agentConfigSm_;
-   Quill::Ptr< AllVrfStatusLocalSm > allVrfStatusLocalSm_;
-   Quill::Ptr< AllIntfConfigDirSm > allIntfConfigDirSm_;
-   Quill::Ptr< L3IntfStatusDirSm > l3IntfStatusDirSm_;
+   Quill::Child< AllVrfStatusLocalSm > allVrfStatusLocalSm_;
+   Quill::Child< AllIntfConfigDirSm > allIntfConfigDirSm_;
+   Quill::Child< L3IntfStatusDirSm > l3IntfStatusDirSm_;
    VrfContainerSms vrfContainerSm_;
    bool initialized_ = false;
 };

@@ -11,22 +11,6 @@ QUILL_TRACE_UNIT( "RunnabilitySm" )
 
 } // namespace
 
-Quill::Ptr< RunnabilitySm > runnabilitySmFactory(
-   Quill::Ptr< Config::ConfigDir const > configDir, Quill::Ptr< Quill::Dir const > agentConfigDir,
-   Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
-   Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
-   Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
-   Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
-   Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
-   Quill::Ptr< Orrery::EntityManager > entityManager, Quill::Ptr< Status::StatusDir > statusDir,
-   Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf ) {
-   return RunnabilitySm::RunnabilitySmIs(
-      std::move( configDir ), std::move( agentConfigDir ), std::move( allIntfConfigDir ),
-      std::move( allIntfStatusDir ), std::move( allIntfStatusLocalDir ),
-      std::move( l3IntfStatusDir ), std::move( allVrfStatusLocal ), std::move( entityManager ),
-      std::move( statusDir ), std::move( allVrf ), std::move( allIntf ) );
-}
-
 RunnabilitySm::RunnabilitySm(
    Quill::Ptr< Config::ConfigDir const > configDir, Quill::Ptr< Quill::Dir const > agentConfigDir,
    Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
@@ -61,7 +45,7 @@ void RunnabilitySm::configDirDel() {
 }
 
 void RunnabilitySm::configSmIs( Quill::Ptr< ConfigSm > configSm ) {
-   retire( std::exchange( configSm_, std::move( configSm ) ) );
+   configSm_.set( std::move( configSm ) );
 }
 
 void RunnabilitySm::handleInitialized() {
@@ -92,6 +76,22 @@ void RunnabilitySm::handleGlobalConfig() {
    configSmIs( ConfigSm::ConfigSmIs(
       configDir(), agentConfigDir_, allIntfConfigDir_, allIntfStatusDir_, allIntfStatusLocalDir_,
       l3IntfStatusDir_, allVrfStatusLocal_, entityManager_, statusDir_, allVrf_, allIntf_ ) );
+}
+
+Quill::Ptr< RunnabilitySm > runnabilitySmFactory(
+   Quill::Ptr< Config::ConfigDir const > configDir, Quill::Ptr< Quill::Dir const > agentConfigDir,
+   Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
+   Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
+   Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
+   Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
+   Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
+   Quill::Ptr< Orrery::EntityManager > entityManager, Quill::Ptr< Status::StatusDir > statusDir,
+   Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf ) {
+   return RunnabilitySm::RunnabilitySmIs(
+      std::move( configDir ), std::move( agentConfigDir ), std::move( allIntfConfigDir ),
+      std::move( allIntfStatusDir ), std::move( allIntfStatusLocalDir ),
+      std::move( l3IntfStatusDir ), std::move( allVrfStatusLocal ), std::move( entityManager ),
+      std::move( statusDir ), std::move( allVrf ), std::move( allIntf ) );
 }
 
 } // namespace Valen

@@ -1,6 +1,6 @@
-// Interface::DeviceNameIndex: which interfaces are configured to be carried by a device of a name.
-// Both directions take constant time; a name has one interface, seldom more (the same name in two
-// namespaces).
+// Interface::DeviceNameIndex: which interfaces are configured to be on a device of a given name,
+// and the reverse. Both take constant time; a name has one interface, rarely more (if the same name
+// is in two namespaces).
 #pragma once
 
 #include "platform/corvid/IntfId.h"
@@ -18,14 +18,14 @@ struct NameHash {
 
 class DeviceNameIndex {
  public:
-   // The configured device name of the interface; empty when none is.
+   // The configured device name of the interface; empty if it is not configured.
    Quill::Name deviceName( Corvid::IntfId const & intfId ) const {
       auto const * const name = deviceName_.find( intfId );
       return name ? *name : Quill::Name();
    }
 
-   // The interfaces with that configured name, in the order in which they got it. By value: who
-   // walks them may change the index.
+   // The interfaces with that configured name, in the order in which they got it. By value, because
+   // the caller's loop may change the index.
    std::vector< Corvid::IntfId > intfIds( Quill::Name const & deviceName ) const {
       auto const found = intfIds_.find( deviceName );
       return found == intfIds_.end() ? std::vector< Corvid::IntfId >() : found->second;

@@ -4,8 +4,8 @@
 
 namespace Interface {
 
-// Whoever follows the directory may remove this manager, or the root with it, in the middle of a
-// change. So each handler pins those above it while it is on the stack.
+// A watcher of the directory may remove this manager, or the root with it, in the middle of a
+// change. So each handler pins its owners while it is on the stack.
 
 NetNsIntfStatusManager::NetNsIntfStatusManager(
    NetNsIntfStatusManagerRoot & root, Quill::Ptr< DeviceIntfStatusDir > deviceIntfStatusDir,
@@ -38,18 +38,16 @@ void NetNsIntfStatusManager::handleInterface( U32 ifIndex ) {
       return;
    }
    auto const from = child ? child->deviceName() : Quill::Name();
-   retire( deviceSm_.remove( ifIndex ) );
+   deviceSm_.retire( ifIndex );
    if ( device ) {
-      deviceSm_.insert( Quill::make< DeviceSm >( *this, device ) );
+      deviceSm_.findOrMake( ifIndex, *this, device );
    }
    deviceMoved( ifIndex, from, device ? device->deviceName() : Quill::Name() );
 }
 
 void NetNsIntfStatusManager::handleDestruction() {
    kernelNetInfoStatus_.notifierIs( nullptr );
-   for ( auto const & child : deviceSm_ ) {
-      retire( deviceSm_.remove( child->ifIndex() ) );
-   }
+   deviceSm_.retireAll();
    ifIndexes_.clear();
    deviceIntfStatusDir_->intfStatusAndDeviceNameDelAll();
 }

@@ -1,12 +1,8 @@
-// Interface::NetNsIntfStatusManager: fills a device directory from the kernel's devices of one
-// network namespace. Which interface a device carries, the root says. Of several devices of one
-// name, the one seen last under that name counts.
-//   watches   the namespace's devices and their names
-//   writes    the device directory; nobody else does
-//   owned by  NetNsIntfStatusManagerRoot
+// Interface::NetNsIntfStatusManager: the devices of one network namespace, by interface.
 #pragma once
 
 #include "devices/DeviceNameIndex.h"
+#include "platform/quill/Children.h"
 #include "platform/quill/Watch.h"
 #include "types/InterfaceTypes.h"
 #include "types/KernelNetInfo.h"
@@ -15,10 +11,15 @@ namespace Interface {
 
 class NetNsIntfStatusManagerRoot;
 
+// Fills a device directory from the kernel's devices of one namespace. The root decides which
+// interface a device carries. Of several devices of one name, the one seen last under it is used.
+//   watches   the namespace's devices and their names
+//   writes    the device directory, as the only writer
+//   owned by  NetNsIntfStatusManagerRoot
 class NetNsIntfStatusManager final : public Quill::Reactor {
    QUILL_TRACKED( Interface::NetNsIntfStatusManager )
  public:
-   // Made by the root, which outlives it. A null `kernelNetInfoStatus` has no devices.
+   // Keeps all. `root` outlives it. A null `kernelNetInfoStatus` means no devices.
    NetNsIntfStatusManager( NetNsIntfStatusManagerRoot & root,
                            Quill::Ptr< DeviceIntfStatusDir > deviceIntfStatusDir,
                            Quill::Ptr< KernelNetInfo::Status const > kernelNetInfoStatus,
@@ -37,15 +38,15 @@ class NetNsIntfStatusManager final : public Quill::Reactor {
 
    void handleInitialized();
    void handleInterface( U32 ifIndex );
-   // Forgets all devices and empties the directory. For good: a handler that is still on the stack
-   // finds nothing left to do.
+   // Drops all devices and empties the directory. A handler that is still on the stack finds
+   // nothing left to do.
    void handleDestruction();
 
-   // Looks up again the entries of all interfaces that could be on a device of that name.
+   // Updates the entries of all interfaces that could be on a device of that name.
    void deviceNameRefresh( Quill::Name const & deviceName );
 
  private:
-   // One device, for its name.
+   // Watches the name of one device.
    class DeviceSm final : public Quill::Reactor {
       QUILL_TRACKED( Interface::NetNsIntfStatusManager::DeviceSm )
     public:
@@ -59,7 +60,7 @@ class NetNsIntfStatusManager final : public Quill::Reactor {
 
     private:
       NetNsIntfStatusManager & manager_;
-      Quill::Name deviceName_; // the one that the manager has it under
+      Quill::Name deviceName_; // the name under which the manager has it
       Quill::Watch<
          DeviceSm, KernelNetInfo::Interface const,
          Quill::On< KernelNetInfo::Interface::deviceNameAttr, &DeviceSm::handleDeviceName > >
@@ -67,7 +68,7 @@ class NetNsIntfStatusManager final : public Quill::Reactor {
    };
 
    void intfRefresh( Corvid::IntfId const & intfId );
-   // An empty name stands for no device.
+   // An empty name means no device.
    void deviceMoved( U32 ifIndex, Quill::Name from, Quill::Name to );
 
    NetNsIntfStatusManagerRoot & root_;
@@ -77,7 +78,7 @@ class NetNsIntfStatusManager final : public Quill::Reactor {
       Quill::On< KernelNetInfo::Status::interfaceAttr, &NetNsIntfStatusManager::handleInterface > >
       kernelNetInfoStatus_;
    Corvid::NamespaceName const namespaceName_;
-   Quill::Members< DeviceSm, &DeviceSm::ifIndex > deviceSm_;
+   Quill::Children< DeviceSm, &DeviceSm::ifIndex > deviceSm_;
    // The indexes of the devices of each name, in the order in which they were seen under it.
    std::unordered_map< Quill::Name, std::vector< U32 >, NameHash > ifIndexes_;
 };

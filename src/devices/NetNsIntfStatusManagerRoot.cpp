@@ -12,7 +12,7 @@ NetNsIntfStatusManagerRoot::NetNsIntfStatusManagerRoot(
 }
 
 NetNsIntfStatusManagerRoot::~NetNsIntfStatusManagerRoot() {
-   intfStatusManagerDelAll();
+   handleDestruction();
    quillDoZombieReactors( true );
 }
 
@@ -34,16 +34,13 @@ Quill::Ptr< NetNsIntfStatusManager > NetNsIntfStatusManagerRoot::intfStatusManag
       }
       intfStatusManagerDel( namespaceName );
    }
-   auto const manager = Quill::make< NetNsIntfStatusManager >(
-      *this, std::move( deviceIntfStatusDir ), std::move( kernelNetInfoStatus ),
-      std::move( namespaceName ) );
-   intfStatusManager_.insert( manager );
-   return manager;
+   return intfStatusManager_.findOrMake( namespaceName, *this, std::move( deviceIntfStatusDir ),
+                                         std::move( kernelNetInfoStatus ), namespaceName );
 }
 
 void NetNsIntfStatusManagerRoot::intfStatusManagerDel( Corvid::NamespaceName namespaceName ) {
    if ( auto manager = intfStatusManager_.remove( namespaceName ) ) {
-      manager->handleDestruction(); // now, even when its own handler is on the stack
+      manager->handleDestruction(); // now, even if its own handler is on the stack
       retire( std::move( manager ) );
    }
 }
@@ -122,7 +119,7 @@ void NetNsIntfStatusManagerRoot::handleIntf( Corvid::IntfId intfId ) {
    index_.deviceNameIs( intfId, status ? status->deviceName() : Quill::Name() );
    auto const to = deviceName( intfId );
    for ( auto const & manager : intfStatusManager_ ) {
-      // The new name first: so the interface goes from one device to the other in one step.
+      // The new name first, so that the interface moves from one device to the other in one step.
       manager->deviceNameRefresh( to );
       if ( to != from ) {
          manager->deviceNameRefresh( from );
@@ -130,17 +127,18 @@ void NetNsIntfStatusManagerRoot::handleIntf( Corvid::IntfId intfId ) {
    }
 }
 
+void NetNsIntfStatusManagerRoot::handleDestruction() {
+   intfStatusManagerDelAll();
+}
+
 void NetNsIntfStatusManagerRoot::intfSmUpdate( Corvid::IntfId const & intfId ) {
    auto const status = intfStatus( intfId );
    auto const local = intfStatusLocal( intfId );
    if ( !status && !local ) {
-      retire( intfSm_.remove( intfId ) );
+      intfSm_.retire( intfId );
       return;
    }
-   if ( !intfSm_.has( intfId ) ) {
-      intfSm_.insert( Quill::make< IntfSm >( *this, intfId ) );
-   }
-   intfSm_.find( intfId )->watch( status, local );
+   intfSm_.findOrMake( intfId, *this, intfId )->watch( status, local );
 }
 
 NetNsIntfStatusManagerRoot::IntfSm::IntfSm( NetNsIntfStatusManagerRoot & root,

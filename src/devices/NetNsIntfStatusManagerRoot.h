@@ -1,34 +1,34 @@
-// Interface::NetNsIntfStatusManagerRoot: which interface a kernel device carries; and the managers
-// that keep the device directory of each namespace by it. No system calls here.
-//
-// A device carries the interface whose IntfStatus names it; else the interface that bears the
-// device's own name, unless that one is configured to another device. An interface whose
-// IntfStatusLocal names another namespace is never taken. Where several interfaces remain, one
-// that names this namespace goes first, then the one configured first.
-//   watches   the interfaces' IntfStatus and IntfStatusLocal
-//   owns      the managers, one per namespace
+// Interface::NetNsIntfStatusManagerRoot: which interface a kernel device carries.
 #pragma once
 
 #include "devices/NetNsIntfStatusManager.h"
 
 namespace Interface {
 
+// A device carries the interface whose IntfStatus names it; otherwise the interface that has the
+// device's own name, unless that one is configured to another device. An interface whose
+// IntfStatusLocal names another namespace is never chosen. If several interfaces remain, one that
+// names this namespace takes precedence, then the one configured first.
+//   watches   the interfaces' IntfStatus and IntfStatusLocal
+//   writes    nothing itself
+//   owns      one NetNsIntfStatusManager per namespace
+//   owned by  KernelIntf
 class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
    QUILL_TRACKED( Interface::NetNsIntfStatusManagerRoot )
  public:
    using Ptr = Quill::Ptr< NetNsIntfStatusManagerRoot >;
 
-   // `filterByNetNs`: whether an IntfStatusLocal keeps its interface out of other namespaces.
-   // Either directory may be null.
-   static Ptr
-   NetNsIntfStatusManagerRootIs( Quill::Ptr< AllIntfStatusDir const > allIntfStatusDir,
-                                 Quill::Ptr< AllIntfStatusLocalDir const > allIntfStatusLocalDir,
-                                 bool filterByNetNs );
-
+   // Keeps both directories; either may be null.
+   //   filterByNetNs   whether an IntfStatusLocal keeps its interface out of other namespaces
    NetNsIntfStatusManagerRoot( Quill::Ptr< AllIntfStatusDir const > allIntfStatusDir,
                                Quill::Ptr< AllIntfStatusLocalDir const > allIntfStatusLocalDir,
                                bool filterByNetNs );
    ~NetNsIntfStatusManagerRoot() override;
+
+   static Ptr
+   NetNsIntfStatusManagerRootIs( Quill::Ptr< AllIntfStatusDir const > allIntfStatusDir,
+                                 Quill::Ptr< AllIntfStatusLocalDir const > allIntfStatusLocalDir,
+                                 bool filterByNetNs );
 
    char const * reactorName() const noexcept override { return "NetNsIntfStatusManagerRoot"; }
 
@@ -40,8 +40,8 @@ class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
    }
    bool filterByNetNs() const noexcept { return filterByNetNs_; }
 
-   // Fills `deviceIntfStatusDir` from `kernelNetInfoStatus` (null: no devices) from now on. A
-   // manager of that namespace that works between two others is replaced.
+   // Fills `deviceIntfStatusDir` from `kernelNetInfoStatus` (null: no devices) from now on.
+   // Replaces a manager of that namespace that was made from other values.
    Quill::Ptr< NetNsIntfStatusManager >
    intfStatusManagerIs( Quill::Ptr< DeviceIntfStatusDir > deviceIntfStatusDir,
                         Quill::Ptr< KernelNetInfo::Status const > kernelNetInfoStatus,
@@ -55,9 +55,9 @@ class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
    void intfStatusManagerDel( Corvid::NamespaceName namespaceName );
    void intfStatusManagerDelAll();
 
-   // The name of the device that the interface is on: the configured one, else its own.
+   // The name of the device that the interface is on: the configured one, otherwise its own.
    Quill::Name deviceName( Corvid::IntfId const & intfId ) const;
-   // The interface on the device of that name in that namespace; empty when there is none.
+   // The interface on the device of that name in that namespace; empty if it carries no interface.
    Corvid::IntfId intfId( Quill::Name const & deviceName,
                           Corvid::NamespaceName const & namespaceName ) const;
    // The interfaces that are configured to a device of that name, in any namespace.
@@ -67,13 +67,14 @@ class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
    Quill::Ptr< IntfStatus const > intfStatus( Corvid::IntfId const & intfId ) const noexcept;
 
    void handleInitialized();
-   // The status, or the local status, of the interface came, went or changed.
+   // The status or the local status of the interface was added, removed or changed.
    void handleIntf( Corvid::IntfId intfId );
+   void handleDestruction();
 
  private:
    enum class Place : U8 { elsewhere, anywhere, here };
 
-   // One interface, for the attributes that say which device it is on.
+   // Watches the attributes of one interface that determine its device.
    class IntfSm final : public Quill::Reactor {
       QUILL_TRACKED( Interface::NetNsIntfStatusManagerRoot::IntfSm )
     public:
@@ -110,8 +111,8 @@ class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
       allIntfStatusLocalDir_;
    bool const filterByNetNs_;
    DeviceNameIndex index_;
-   Quill::Members< IntfSm, &IntfSm::intfId > intfSm_;
-   Quill::Members< NetNsIntfStatusManager, &NetNsIntfStatusManager::namespaceName >
+   Quill::Children< IntfSm, &IntfSm::intfId > intfSm_;
+   Quill::Children< NetNsIntfStatusManager, &NetNsIntfStatusManager::namespaceName >
       intfStatusManager_;
 };
 

@@ -14,7 +14,7 @@ namespace {
 
 } // namespace
 
-// The library's own from_prefix_length() takes a length of 0 for 32.
+// The packet library's from_prefix_length() treats a length of 0 like 32.
 Ipv4 Ipv4Prefix::mask() const {
    U8 bytes[ 4 ]{};
    for ( unsigned bit = 0; bit < length; ++bit ) {

@@ -1,4 +1,4 @@
-// Addresses, and how a person writes them.
+// Addresses, and parsing them from text.
 #pragma once
 
 #include "platform/quill/Int.h"
@@ -15,27 +15,27 @@ using Mac = Tins::HWAddress< 6 >;
 using Ipv4 = Tins::IPv4Address;
 using Ipv6 = Tins::IPv6Address;
 
-// An address or a network with the length of its prefix in bits.
+// An address or a network, with its prefix length in bits.
 struct Ipv4Prefix {
    Ipv4 address;
    U8 length = 32;
 
-   // 255.255.255.0 of a length of 24.
+   // The mask: 255.255.255.0 for a length of 24.
    Ipv4 mask() const;
 };
 
-// What is wrong with a text, and what was expected.
+// Says what is wrong with a text, and what was expected.
 class BadText : public std::invalid_argument {
  public:
    using invalid_argument::invalid_argument;
 };
 
-// Each throws BadText for a text that is no such address.
+// Each throws BadText if the text is not such an address.
 Mac parseMac( std::string const & text );        // six bytes: 02:00:00:00:00:01
 Ipv4 parseIpv4( std::string const & text );      // 192.0.2.1
 Ipv4 parseIpv4Group( std::string const & text ); // a multicast address: 233.252.0.1
 Ipv6 parseIpv6( std::string const & text );      // 2001:db8::1
-// 192.0.2.0/24; without a length, it is 32.
+// 192.0.2.0/24; the default length is 32.
 Ipv4Prefix parseIpv4Prefix( std::string const & text );
 
 bool isLinkLocal( Ipv6 const & address ); // in fe80::/10

@@ -1,4 +1,4 @@
-// Builds what the packet library has no layer for: fields in network order, and their checksum.
+// Builds messages that the packet library has no layer for: fields in network byte order, and checksums.
 #pragma once
 
 #include "goodbye/Addresses.h"
@@ -18,7 +18,7 @@ class Bytes {
    Bytes & ip( Ipv4 const & address );
    Bytes & ip( Ipv6 const & address ) { return bytes( address.begin(), Ipv6::address_size ); }
 
-   // Puts `value` over the two bytes at `position`.
+   // Overwrites the two bytes at `position` with `value`.
    Bytes & u16At( std::size_t position, unsigned value );
 
    std::size_t size() const { return bytes_.size(); }
@@ -31,11 +31,11 @@ class Bytes {
    std::string bytes_;
 };
 
-// The one's complement of the sum of all 16-bit words, RFC 1071; an odd last byte is padded. Over
-// bytes whose checksum field is zero, it is that field's value.
+// The Internet checksum, RFC 1071: the one's complement of the sum of all 16-bit words; an odd last byte
+// is padded. The result for bytes whose checksum field is zero is the value for that field.
 U16 internetChecksum( std::string const & bytes );
 
-// What IPv4 (RFC 793, 3.1) and IPv6 (RFC 8200, 8.1) have checksums cover in front of `length` bytes
+// The pseudo header for checksums over IPv4 (RFC 793, 3.1) and IPv6 (RFC 8200, 8.1), for `length` bytes
 // of the protocol.
 std::string pseudoHeader( Ipv4 const & from, Ipv4 const & to, U8 protocol, std::size_t length );
 std::string pseudoHeader( Ipv6 const & from, Ipv6 const & to, U8 protocol, std::size_t length );

@@ -10,10 +10,10 @@ namespace Goodbye {
 // A Leave Group message to all routers.
 Frame igmp2Leave( Mac const & source, Ipv4 const & address, Ipv4 const & group );
 
-// The most groups that a report holds in a frame of 1500 bytes.
+// The maximum number of groups in a report of 1500 bytes.
 inline constexpr std::size_t maxIgmp3Groups = 183;
 
-// A report with a record for each group: change to including no source.
+// A report with a record for each group: change to include mode without sources.
 Frame igmp3Leave( Mac const & source, Ipv4 const & address, std::vector< Ipv4 > const & groups );
 
 } // namespace Goodbye

@@ -65,7 +65,7 @@ Frame ipv4Frame( Route< Ipv4 > const & route, U8 protocol, std::string const & p
    return bytesOf( ethernet( route ) / ip / Tins::RawPDU( payload ) );
 }
 
-// The library writes one byte of padding too many behind an option, over the payload.
+// The packet library writes one byte of padding too many after an option, into the payload.
 Frame routerAlertFrame( Route< Ipv4 > const & route, U8 protocol, std::string const & payload ) {
    constexpr U16 etherType = 0x0800;
    constexpr std::size_t headerBytes = 24, checksumAt = 10;

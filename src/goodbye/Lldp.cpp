@@ -10,7 +10,7 @@ constexpr U16 etherType = 0x88cc;
 constexpr std::size_t maxIdBytes = 255;
 enum Tlv : U8 { chassisId = 1, portId = 2, timeToLive = 3 };
 
-// The numbers of the ways to name something.
+// The numbers of the types of ids.
 struct Subtypes {
    U8 mac;
    U8 interfaceName;

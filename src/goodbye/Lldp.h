@@ -5,7 +5,7 @@
 
 namespace Goodbye {
 
-// Who a chassis or a port is. The same number means another kind of name for each.
+// The id of a chassis or a port. Their numbers for the types of ids differ.
 struct LldpId {
    U8 subtype = 0;
    std::string value; // 1 to 255 bytes
@@ -18,11 +18,11 @@ struct LldpShutdown {
    LldpId port;
 };
 
-// Reads "mac:02:00:00:00:00:01", "name:eth0" (the interface's name) and "local:TEXT". Throw BadText.
+// Parse "mac:02:00:00:00:00:01", "name:eth0" (the interface's name) and "local:TEXT". Throw BadText.
 LldpId parseLldpChassis( std::string const & text );
 LldpId parseLldpPort( std::string const & text );
 
-// An LLDPDU with a time to live of 0: chassis and port, which are the neighbour's key, and no more.
+// An LLDPDU with a time to live of 0. Has only chassis and port, which identify the sender.
 Frame lldpShutdown( LldpShutdown const & shutdown );
 
 } // namespace Goodbye

@@ -9,10 +9,10 @@ namespace {
 constexpr U16 port = 5353;
 constexpr U8 hopLimit = 255;
 constexpr U16 internet = 1;
-// Of records that only one host has: receivers forget all that they knew of that name and type.
+// The cache-flush bit for unique records: receivers drop all other records of that name and type.
 constexpr U16 cacheFlush = 0x8000;
 constexpr std::size_t maxLabelBytes = 63;
-constexpr std::size_t maxNameBytes = 253; // as text; 255 with its lengths
+constexpr std::size_t maxNameBytes = 253; // as text; 255 on the wire
 
 Tins::DNS response( MdnsGoodbye const & goodbye ) {
    using Record = Tins::DNS::resource;

@@ -7,7 +7,7 @@
 
 namespace Goodbye {
 
-// A pointer record: a service and one that offers it.
+// A pointer record: a service and an instance of it.
 struct MdnsPointer {
    std::string name;   // "_http._tcp.local"
    std::string target; // "web._http._tcp.local"
@@ -20,12 +20,12 @@ struct MdnsGoodbye {
    std::vector< MdnsPointer > pointers;
 };
 
-// A name of labels of 1 to 63 bytes, 255 in all. Throws BadText.
+// Checks a name: labels of 1 to 63 bytes, at most 255 bytes in total. Throws BadText.
 std::string parseMdnsName( std::string const & text );
-// "NAME=TARGET". Throws BadText.
+// Parses "NAME=TARGET". Throws BadText.
 MdnsPointer parseMdnsPointer( std::string const & text );
 
-// Responses with records whose time to live is 0.
+// Responses whose records have a time to live of 0.
 Frame mdnsGoodbye( Mac const & source, Ipv4 const & address, MdnsGoodbye const & goodbye );
 Frame mdnsGoodbye( Mac const & source, Ipv6 const & linkLocal, MdnsGoodbye const & goodbye );
 

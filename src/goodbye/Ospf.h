@@ -7,16 +7,16 @@ namespace Goodbye {
 
 struct OspfGoodbye {
    Mac source;
-   Ipv4Prefix address; // the interface's, whose mask neighbours compare with theirs
+   Ipv4Prefix address; // of the interface; neighbors compare the mask with theirs
    Ipv4 router;        // its id
    Ipv4 area;
-   // Neighbours drop a Hello whose intervals, in seconds, or area type are not theirs.
+   // Neighbors drop a Hello whose intervals (in seconds) or area type differ from theirs.
    U16 helloInterval = 10;
    U32 deadInterval = 40;
    bool stub = false;
 };
 
-// A Hello that lists no neighbours and no designated router, without authentication.
+// A Hello without neighbors, designated router or authentication.
 Frame ospfGoodbye( OspfGoodbye const & goodbye );
 
 } // namespace Goodbye

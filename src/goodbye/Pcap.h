@@ -1,4 +1,4 @@
-// Frames as a capture file, for whoever looks at such files.
+// Writes frames as a capture file.
 #pragma once
 
 #include "goodbye/Layers.h"

@@ -7,10 +7,10 @@
 
 namespace Goodbye {
 
-// The most routes that one message holds.
+// The maximum number of routes in one message.
 inline constexpr std::size_t maxRipRoutes = 25;
 
-// A response that gives each route the metric 16: unreachable.
+// A response with the metric 16 (unreachable) for each route.
 Frame ripPoison( Mac const & source, Ipv4 const & address,
                  std::vector< Ipv4Prefix > const & routes );
 

@@ -5,7 +5,7 @@
 namespace Goodbye {
 
 Frame routerAdvertisementGoodbye( Mac const & source, Ipv6 const & linkLocal ) {
-   constexpr U8 hopLimit = 255; // receivers take no other: the frame has not been forwarded
+   constexpr U8 hopLimit = 255; // receivers drop others, which may have been forwarded
    Tins::ICMPv6 advertisement( Tins::ICMPv6::ROUTER_ADVERT );
    advertisement.router_lifetime( 0 );
    advertisement.source_link_layer_addr( source );

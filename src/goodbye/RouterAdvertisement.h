@@ -1,4 +1,4 @@
-// IPv6 Neighbour Discovery, RFC 4861.
+// IPv6 Neighbor Discovery, RFC 4861.
 #pragma once
 
 #include "goodbye/Layers.h"

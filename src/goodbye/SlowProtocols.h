@@ -7,11 +7,11 @@ namespace Goodbye {
 
 struct OamDyingGasp {
    Mac source;
-   bool active = true; // or passive: who may start the discovery
+   bool active = true; // active mode; a passive end does not start the discovery
    U16 revision = 0;   // of the local information
 };
 
-// An Information OAMPDU whose flags say "dying gasp", and that discovery was complete.
+// An Information OAMPDU whose flags are dying gasp and discovery complete.
 Frame oamDyingGasp( OamDyingGasp const & gasp );
 
 struct LacpGoodbye {
@@ -25,8 +25,7 @@ struct LacpGoodbye {
    bool shortTimeout = false;
 };
 
-// An LACPDU whose actor can be aggregated, but is not in synchronisation, does not collect and does
-// not distribute.
+// An LACPDU whose actor is aggregatable, but not in sync, not collecting and not distributing.
 Frame lacpGoodbye( LacpGoodbye const & goodbye );
 
 } // namespace Goodbye

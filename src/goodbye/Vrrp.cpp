@@ -7,7 +7,7 @@ namespace Goodbye {
 namespace {
 
 constexpr U8 protocol = 112;
-constexpr U8 hopLimit = 255; // receivers take no other
+constexpr U8 hopLimit = 255; // receivers drop others
 constexpr U8 advertisement = 1;
 constexpr U8 resigns = 0; // the priority
 constexpr std::size_t checksumAt = 6;
@@ -29,7 +29,7 @@ Route< Ipv6 > routeOf( VrrpGoodbye< Ipv6 > const & goodbye ) {
             allRouters6 };
 }
 
-// The message up to its addresses, with no checksum yet.
+// The message up to its addresses, with an empty checksum.
 template < class Address >
 Bytes message( unsigned version, VrrpGoodbye< Address > const & goodbye ) {
    Bytes message;
@@ -54,7 +54,7 @@ template < class Address > std::string version3( VrrpGoodbye< Address > const & 
 } // namespace
 
 Frame vrrp2Goodbye( VrrpGoodbye< Ipv4 > const & goodbye ) {
-   // The interval's high byte is the authentication type, which is none.
+   // The high byte of the interval is the authentication type: no authentication.
    auto unit = message( 2, goodbye );
    unit.zeros( 8 ); // authentication data
    unit.u16At( checksumAt, internetChecksum( unit.view() ) );

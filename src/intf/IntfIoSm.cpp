@@ -2,7 +2,7 @@
 
 #include "intf/IntfTrace.h"
 
-// The entry trace of a handler. A macro, for the line bears the signature of where it stands.
+// The entry trace of a handler. A macro, because the line names the function that it is in.
 #define TRACE_STATE()                                                                              \
    TRACE0( "%s, adminShutdownDelayable %s, adminShutdownDelayed %s, delayed %s", intfId(),         \
            flagText< &Interface::IntfConfig::adminShutdownDelayable >( intfConfig() ),             \

@@ -1,11 +1,4 @@
-// Valen::IntfIoSm: carries out the shutdown delay of one interface. Sends its messages, holds
-// `delayed` for the configured time, lets go.
-//   watches   the interface's IntfConfig; its own timer task
-//   writes    delayed and shouldDelay of the interface's IntfStatus, nothing else
-//   owned by  IntfSm, which creates it only for a ready interface
-// Between two handlers, from handleInitialized() to handleDestruction():
-//   (1) shouldDelay is true;
-//   (2) delayed is true exactly while the timer is armed.
+// Valen::IntfIoSm: the shutdown delay of one interface.
 #pragma once
 
 #include "platform/corvid/RawTxPam.h"
@@ -15,11 +8,20 @@
 
 namespace Valen {
 
+// Carries out the shutdown delay: sends the interface's frames, holds `delayed` for the configured
+// time, and clears it.
+//   watches   the interface's IntfConfig; its own timer task
+//   writes    delayed and shouldDelay of the interface's IntfStatus, nothing else
+//   owned by  IntfSm, which makes it only for a ready interface
+// Between two handlers, from handleInitialized() to handleDestruction():
+//   (1) shouldDelay is true;
+//   (2) delayed is true exactly while the timer is armed.
 class IntfIoSm final : public Quill::Reactor {
    QUILL_TRACKED( Valen::IntfIoSm )
  public:
    using Ptr = Quill::Ptr< IntfIoSm >;
 
+   // Keeps all; none null.
    IntfIoSm( Quill::Ptr< Intf > intf, Quill::Ptr< Corvid::RawTxPam > rawTxPam,
              Quill::Ptr< Gantry::TaskScheduler > taskScheduler,
              Quill::Ptr< Interface::IntfConfig const > intfConfig,
@@ -43,8 +45,7 @@ class IntfIoSm final : public Quill::Reactor {
    Quill::Ptr< Interface::IntfConfig const > intfConfig() const noexcept {
       return intfConfig_.handle();
    }
-   // Watches `intfConfig` from now on, and acts on its flag once when it is another one than before
-   // and not null.
+   // Watches `intfConfig` from now on. If it is another one and not null, runs its handler once.
    void intfConfigIs( Quill::Ptr< Interface::IntfConfig const > intfConfig );
    void intfConfigDel() { intfConfigIs( nullptr ); }
 
@@ -63,17 +64,19 @@ class IntfIoSm final : public Quill::Reactor {
    U32 sendPktFailedCount() const noexcept { return sendPktFailedCount_; } // packets lost
    void sendPktFailedCountIs( U32 count ) noexcept { sendPktFailedCount_ = count; }
    void sendPktFailedCountInc( U32 by ) noexcept { sendPktFailedCount_ += by; }
-   U32 abortCount() const noexcept { return abortCount_; } // delays cut short by a re-enable
+   U32 abortCount() const noexcept { return abortCount_; } // delays aborted by enabling
    void abortCountIs( U32 count ) noexcept { abortCount_ = count; }
    void abortCountInc( U32 by ) noexcept { abortCount_ += by; }
-   U32 immediateEnableCount() const noexcept { return immediateEnableCount_; } // outside a delay
+   U32 immediateEnableCount() const noexcept {
+      return immediateEnableCount_;
+   } // enabled outside a delay
    void immediateEnableCountIs( U32 count ) noexcept { immediateEnableCount_ = count; }
    void immediateEnableCountInc( U32 by ) noexcept { immediateEnableCount_ += by; }
 
    bool initialized() const noexcept { return initialized_; }
    void initializedIs( bool initialized ) noexcept { initialized_ = initialized; }
 
-   // Read from the interface's record at each call; empty, null or 0 where it has no such thing.
+   // Read from the interface's record at each call; empty, null or 0 if absent.
    Corvid::IntfId intfId() const;
    U32 ifIndex() const noexcept; // the kernel's index of the device
    Quill::Ptr< IntfMessage const > intfMessage() const noexcept;
@@ -86,8 +89,8 @@ class IntfIoSm final : public Quill::Reactor {
    void handleShutdownDelayTaskRun();
    void handleDestruction();
 
-   // Sends every queued text of every agent as one packet each, without pacing. Returns how many
-   // packets the endpoint took; one that it refuses is counted and not retried.
+   // Sends every queued frame of every agent, without pacing. Returns how many the endpoint
+   // accepted; one that it rejects is counted and not retried.
    U32 outputMessages();
 
  private:
@@ -105,8 +108,8 @@ class IntfIoSm final : public Quill::Reactor {
       IntfIoSm, Gantry::TimerTask,
       Quill::On< Gantry::TimerTask::taskRunAttr, &IntfIoSm::handleShutdownDelayTaskRun > >
       shutdownDelayTask_;
-   // The entry whose flags this reactor raised. When its removal is deferred, the record may have
-   // a successor's entry by the time of handleDestruction().
+   // The entry whose flags this reactor set. If its own removal is deferred, the record may have
+   // the entry of a successor by the time of handleDestruction().
    Quill::Ptr< Status::IntfStatus > raisedStatus_;
    U32 messagesOutputCount_ = 0;
    U32 sendPktFailedCount_ = 0;

@@ -3,7 +3,7 @@
 #include "intf/IntfIoSm.h"
 #include "intf/IntfTrace.h"
 
-// The entry trace of a handler. A macro, for the line bears the signature of where it stands.
+// The entry trace of a handler. A macro, because the line names the function that it is in.
 #define TRACE_STATE() TRACE0( "%s, intfConfig %s, device %s", intfId(), intfConfig(), device() )
 
 namespace Valen {
@@ -53,10 +53,7 @@ void IntfSm::intfIs( Quill::Ptr< Intf > intf ) {
 }
 
 void IntfSm::intfIoSmIs( Quill::Ptr< IntfIoSm > intfIoSm ) {
-   if ( intfIoSm != intfIoSm_ ) {
-      std::swap( intfIoSm_, intfIoSm );
-      retire( std::move( intfIoSm ) );
-   }
+   intfIoSm_.set( std::move( intfIoSm ) );
 }
 
 void IntfSm::handleInitialized() {
@@ -155,7 +152,7 @@ bool IntfSm::isReady() const noexcept {
    return config && config->adminShutdownDelaySupported() && device() != defaultDevice();
 }
 
-// The IntfIoSm requires the entry, linked from the record.
+// In this order: the IntfIoSm requires the entry, linked from the record.
 void IntfSm::createIntfStatus() {
    VALEN_ASSERT( nullptr == intf()->intfStatus() );
    VALEN_ASSERT( !statusDir()->intfStatusHas( intfId() ) );

@@ -1,4 +1,4 @@
-// The trace handle that the two reactors of this unit share.
+// The trace handle that the two reactors of this directory share.
 #pragma once
 
 #include "platform/trace/Trace.h"

@@ -8,7 +8,7 @@ namespace Valen::Linux {
 
 namespace {
 
-// Threads made meanwhile take no signals: those are the loop's.
+// Threads started in its scope block all signals: the event loop handles them.
 class SignalsBlocked {
  public:
    SignalsBlocked() noexcept {
@@ -69,7 +69,7 @@ std::size_t DescriptorReaper::pending() const noexcept {
    return queue_.size() + closing_;
 }
 
-// One thread more when those that there are have their hands full.
+// Starts another thread if all existing ones are busy.
 void DescriptorReaper::startThread() {
    if ( threads_.size() < maxThreads && queue_.size() + closing_ > threads_.size() ) {
       SignalsBlocked const blocked;

@@ -1,8 +1,8 @@
 // Closes descriptors in the background.
 //
-// The kernel makes whoever closes a packet socket wait for some 12 ms. The event loop hands its
-// packet sockets over instead. Waiting in several threads at once is no dearer than in one, so the
-// reaper starts more of them, up to a limit, while descriptors queue up.
+// Closing a packet socket blocks in the kernel for about 12 ms, so the event loop passes its packet
+// sockets to the reaper. Several threads can wait at the same time without extra cost, so the reaper
+// starts more threads, up to a limit, while descriptors are queued.
 #pragma once
 
 #include "linux/Fd.h"
@@ -19,15 +19,15 @@ class DescriptorReaper {
    static constexpr std::size_t maxThreads = 32;
 
    DescriptorReaper() = default;
-   ~DescriptorReaper(); // waits until all is closed, and joins the threads
+   ~DescriptorReaper(); // waits until all descriptors are closed, and joins the threads
    DescriptorReaper( DescriptorReaper const & ) = delete;
    DescriptorReaper & operator=( DescriptorReaper const & ) = delete;
 
-   // Takes `fd` over and returns at once. A process that can have no thread closes it here.
+   // Takes ownership of `fd` and returns at once. If no thread can be started, closes it here.
    void reap( Fd fd ) noexcept;
-   // Waits until everything handed over so far is closed.
+   // Waits until all descriptors passed so far are closed.
    void drain() noexcept;
-   // Descriptors handed over and not yet closed.
+   // Number of descriptors that are not closed yet.
    std::size_t pending() const noexcept;
 
  private:
@@ -35,10 +35,10 @@ class DescriptorReaper {
    void work() noexcept;
 
    mutable std::mutex mutex_;
-   std::condition_variable queued_;  // something to close, or the end
-   std::condition_variable drained_; // nothing left to close
+   std::condition_variable queued_;  // signals a queued descriptor, or the end
+   std::condition_variable drained_; // signals that all descriptors are closed
    std::vector< Fd > queue_;
-   std::size_t closing_ = 0; // taken from the queue, not yet closed
+   std::size_t closing_ = 0; // taken from the queue, not closed yet
    bool ending_ = false;
    std::vector< std::thread > threads_;
 };

@@ -7,7 +7,7 @@ namespace Valen::Linux {
 
 namespace {
 
-constexpr int datagramsPerTurn = 64; // the loop has others to serve
+constexpr int datagramsPerTurn = 64; // so that other descriptors get their turn
 constexpr auto firstPause = std::chrono::milliseconds( 10 );
 constexpr auto lastPause = std::chrono::milliseconds( 2000 );
 
@@ -38,7 +38,7 @@ void DeviceWatcher::close() noexcept {
    }
 }
 
-// --- What comes in -------------------------------------------------------------------------------
+// --- Messages ------------------------------------------------------------------------------------
 
 void DeviceWatcher::readable() {
    std::array< std::byte, RtnetlinkSocket::datagramBytes > buffer;
@@ -60,7 +60,7 @@ void DeviceWatcher::readable() {
 void DeviceWatcher::datagram( std::span< std::byte const > bytes ) {
    Rtnetlink::Parser parser( bytes );
    Rtnetlink::Message message;
-   while ( socket_ && parser.next( message ) ) { // a watcher of the status may close us
+   while ( socket_ && parser.next( message ) ) { // a watcher of the status may call close()
       this->message( message );
    }
    if ( socket_ && parser.damaged() ) {
@@ -81,8 +81,10 @@ void DeviceWatcher::message( Rtnetlink::Message const & message ) {
       return resync();
    case Kind::done:
    case Kind::error:
-      if ( ofDump ) {
-         message.error ? dumpRefused() : dumpDone();
+      if ( ofDump && message.error ) {
+         dumpRejected();
+      } else if ( ofDump ) {
+         dumpDone();
       }
       return;
    case Kind::other:
@@ -104,11 +106,11 @@ void DeviceWatcher::link( Rtnetlink::Message const & message ) {
       known->flagsIs( message.flags );
       return;
    }
-   // A device is published complete, so one that was renamed is taken out and put in again. And a
-   // name is borne once: another index that has it here is of a device that is gone or renamed.
+   // A device is published complete, so a renamed one is removed and added again. Names are unique: if
+   // another index has this name, its device has been deleted or renamed.
    linkDel( ifIndex );
-   if ( auto const bearer = indexes_.find( name.stdString() ); bearer != indexes_.end() ) {
-      linkDel( bearer->second );
+   if ( auto const former = indexes_.find( name.stdString() ); former != indexes_.end() ) {
+      linkDel( former->second );
    }
    if ( !socket_ || status_->interfaceHas( ifIndex ) ) {
       return;
@@ -140,13 +142,13 @@ void DeviceWatcher::startDump() {
       Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
       socket_->send( Rtnetlink::dumpRequest( ++dumpSequence_ ) );
    } catch ( Quill::ErrnoException const & ) {
-      dumpRefused();
+      dumpRejected();
    }
 }
 
 void DeviceWatcher::resync() {
    if ( dumping_ ) {
-      dumpAgain_ = true; // the kernel runs one dump of a socket at a time
+      dumpAgain_ = true; // the kernel runs one dump per socket at a time
    } else if ( !retryTimer_.running() ) {
       status_->resyncsIs( status_->resyncs() + 1 );
       status_->synchronizedIs( false );
@@ -164,8 +166,8 @@ void DeviceWatcher::dumpDone() {
    status_->synchronizedIs( true );
 }
 
-// Short of memory, or with another dump still running: the picture is made later.
-void DeviceWatcher::dumpRefused() {
+// The kernel is short of memory, or another dump is still running: try again later.
+void DeviceWatcher::dumpRejected() {
    dumping_ = false;
    retryTimer_.start( pause_.take() );
 }

@@ -1,7 +1,7 @@
-// Keeps a KernelNetInfo::Status in step with the network devices of one namespace.
+// Keeps a KernelNetInfo::Status up to date with the network devices of one namespace.
 //
-// It subscribes first, then asks for all devices, then follows the changes. When messages are lost
-// it asks for all devices again, marks those that it hears of and sweeps the others.
+// It subscribes to changes first, then requests a dump of all devices, then follows the changes. If
+// messages are lost, it requests another dump, marks the devices in it, and removes the others.
 #pragma once
 
 #include "linux/EventLoop.h"
@@ -18,12 +18,12 @@ namespace Valen::Linux {
 
 class DeviceWatcher {
  public:
-   // The kernel's own choice holds 92 link messages.
+   // The kernel's default has room for only 92 link messages.
    static constexpr int receiveBufferBytes = 4 << 20;
 
-   // Watches the devices of `netNs`, which needs to be open for the call only. Devices that stand in
-   // `status` and are not there are removed by the first picture. `loop` must outlive the watcher.
-   // Throws Quill::ErrnoException.
+   // Watches the devices of `netNs`, which may be closed after the call. The first dump removes devices
+   // from `status` that do not exist. `loop` must outlive the watcher. Throws Quill::ErrnoException.
+   //   receiveBuffer   size of the socket's receive buffer in bytes
    DeviceWatcher( EventLoop & loop, NetNs const & netNs, Quill::Ptr< KernelNetInfo::Status > status,
                   int receiveBuffer = receiveBufferBytes );
    ~DeviceWatcher();
@@ -32,8 +32,8 @@ class DeviceWatcher {
 
    NetNsIdentity const & netNsIdentity() const noexcept { return identity_; }
 
-   // Stops watching; the status stays as it is. A watcher that a notification of its own status
-   // stops must live on until the loop's turn ends.
+   // Stops watching and leaves the status unchanged. If a notification of the status calls this, the
+   // watcher must not be destroyed before the end of the loop's turn.
    void close() noexcept;
 
  private:
@@ -45,20 +45,20 @@ class DeviceWatcher {
    void startDump();
    void resync();
    void dumpDone();
-   void dumpRefused();
+   void dumpRejected();
    void sweep();
 
    EventLoop & loop_;
    NetNsIdentity const identity_;
    Quill::Ptr< KernelNetInfo::Status > const status_;
-   std::optional< RtnetlinkSocket > socket_;        // none once closed
+   std::optional< RtnetlinkSocket > socket_;        // empty once closed
    std::unordered_map< std::string, U32 > indexes_; // of the devices in the status, by name
-   std::unordered_set< U32 > marked_;               // heard of since the dump began
-   U32 dumpSequence_ = 0;                           // of the dump under way, or the last one
+   std::unordered_set< U32 > marked_;               // seen since the dump began
+   U32 dumpSequence_ = 0;                           // of the current dump, or the last one
    bool dumping_ = false;
-   bool dumpAgain_ = false; // something was lost since the dump began
+   bool dumpAgain_ = false; // messages were lost since the dump began
    Gantry::Backoff pause_;
-   Gantry::Timer retryTimer_; // for a dump that the kernel refused
+   Gantry::Timer retryTimer_; // after the kernel rejected a dump
 };
 
 } // namespace Valen::Linux

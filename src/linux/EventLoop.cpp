@@ -18,7 +18,7 @@ namespace {
 
 constexpr int eventsPerTurn = 64;
 
-// What an event carries: the descriptor's number, and its serial number in the upper half.
+// The data of an event: the descriptor, and its serial number in the upper half.
 U64 eventData( int fd, U32 serial ) noexcept {
    return static_cast< U64 >( serial ) << 32 | static_cast< U32 >( fd );
 }
@@ -37,10 +37,10 @@ timespec toTimespec( std::chrono::nanoseconds time ) noexcept {
    return { seconds.count(), ( time - seconds ).count() };
 }
 
-// Runs `work`, whose faults must not end the loop.
+// Runs `call`; its exceptions go to the fault sink and do not end the loop.
 template < class Call > void guarded( char const * kind, std::string const & name, Call call ) {
    Quill::underFaultBoundary(
-      "EventLoop", kind, [ & ] { return name; }, call );
+      { typeid( EventLoop ), "EventLoop", typeid( void ), kind }, [ & ] { return name; }, call );
 }
 
 } // namespace
@@ -95,7 +95,7 @@ void EventLoop::signalsReady() {
    signalfd_siginfo info;
    while ( ::read( signals_.get(), &info, sizeof info ) == sizeof info ) {
       auto const number = static_cast< int >( info.ssi_signo );
-      auto const work = signalWork_[ number ]; // a copy: the work may set another
+      auto const work = signalWork_[ number ]; // a copy: the work may replace itself
       guarded( "signal", std::to_string( number ), work );
    }
 }
@@ -139,7 +139,7 @@ void EventLoop::timerIs( std::optional< Gantry::Time > deadline ) {
    }
    itimerspec setting{};
    if ( deadline ) {
-      // A zero would switch the timer off; any other time in the past makes it ready at once.
+      // Zero would disarm the timer. Any other time in the past makes it expire at once.
       setting.it_value = toTimespec( std::max( *deadline, Gantry::Time( 1 ) ) );
    }
    ++timerSettings_;
@@ -152,16 +152,16 @@ void EventLoop::timerIs( std::optional< Gantry::Time > deadline ) {
 void EventLoop::timerExpired() {
    U64 expirations;
    if ( ::read( timer_.get(), &expirations, sizeof expirations ) == sizeof expirations ) {
-      armedFor_.reset(); // the tasks themselves run when all descriptors have had their turn
+      armedFor_.reset(); // turn() runs the tasks after the descriptors
    }
 }
 
 void EventLoop::dispatch( U64 data, U32 events ) {
    auto const found = sources_.find( static_cast< int >( data & ~0u ) );
    if ( found == sources_.end() || found->second->serial != data >> 32 ) {
-      return; // removed earlier in this turn; the number may be another descriptor's by now
+      return; // removed earlier in this turn; the number may have been reused
    }
-   auto const source = found->second; // lives on when its callback removes it
+   auto const source = found->second; // keeps it alive if its callback removes it
    guarded( "descriptor", source->name, [ & ] { source->ready( events ); } );
 }
 

@@ -1,12 +1,12 @@
-// The event loop of the process: descriptors, signals, timers and put-off work on one thread.
+// The event loop of the process: descriptors, signals, timers and deferred work on one thread.
 //
-// A turn waits for the kernel, then runs, in this order: the callbacks of ready descriptors, the
-// timer tasks that are due, and the work that was put off. Work that is put off by put-off work
-// waits for the next turn, so that due timers run in between. A callback may add, change and remove
-// any descriptor, its own included; one removed before its turn is not called.
+// A turn waits for the kernel, then runs, in this order: the callbacks of ready descriptors, due timer
+// tasks, and deferred work. Work that deferred work defers runs in the next turn, so that due timers run
+// in between. A callback may add, change and remove any descriptor, including its own; a descriptor that
+// is removed before its turn is not called.
 //
 // An exception that leaves a callback goes to the fault sink (platform/quill/Fault.h), and the loop
-// goes on.
+// continues.
 #pragma once
 
 #include "linux/Fd.h"
@@ -28,44 +28,44 @@ namespace Valen::Linux {
 class EventLoop {
  public:
    using Work = std::function< void() >;
-   // `events` as epoll(7) has them: EPOLLIN and the rest.
+   // `events` as in epoll(7): EPOLLIN and others.
    using Ready = std::function< void( U32 events ) >;
 
-   // `scheduler` must stand on the monotonic clock, as the process's own does from birth. Throws
-   // Quill::ErrnoException when the kernel refuses a descriptor.
+   // `scheduler` must use the monotonic clock, as the process's own does by default. Throws
+   // Quill::ErrnoException if the kernel does not provide a descriptor.
    explicit EventLoop( Quill::Ptr< Gantry::TaskScheduler > scheduler =
                           Gantry::TaskSchedulerRoot::findOrCreateScheduler() );
-   ~EventLoop(); // unblocks the signals that it took
+   ~EventLoop(); // unblocks the signals that it handled
    EventLoop( EventLoop const & ) = delete;
    EventLoop & operator=( EventLoop const & ) = delete;
 
    Quill::Ptr< Gantry::TaskScheduler > const & scheduler() const noexcept { return scheduler_; }
 
-   // Calls `ready` whenever one of `events` (EPOLLIN, EPOLLOUT ...) holds for `fd`, which stays the
-   // caller's; or changes both for a descriptor that is there already.
+   // Calls `ready` whenever one of `events` (EPOLLIN, EPOLLOUT ...) is true for `fd`. For a descriptor
+   // that was added before, replaces both. The caller keeps owning `fd`.
    //   name   for faults: "rtnetlink of ns-blue"
    void descriptorIs( int fd, U32 events, std::string name, Ready ready );
-   // Must come before the descriptor is closed. No effect on one that is not there.
+   // Call this before closing the descriptor. No effect on a descriptor that was not added.
    void descriptorDel( int fd ) noexcept;
    std::size_t descriptors() const noexcept { return sources_.size(); }
 
-   // Calls `work` whenever the process gets signal `number`, which is blocked from now on. Threads
-   // made before still take it the old way, so set signals first.
+   // Calls `work` whenever the process receives signal `number`, and blocks its default action. Threads
+   // that exist already do not block it, so set signals before starting threads.
    void signalIs( int number, Work work );
 
-   // Runs `work` at the end of this turn, or of the next one when no turn is under way.
+   // Runs `work` at the end of this turn, or of the next one if called outside a turn.
    void post( Work work ) { work_.post( std::move( work ) ); }
    // The queue behind post(), for owners of work that may be destroyed before it runs.
    Gantry::WorkQueue & workQueue() noexcept { return work_; }
 
-   // Turns until stop().
+   // Turns the loop until stop().
    void run();
-   // Ends run() after the turn under way; a run() that comes later turns again.
+   // Ends run() after the current turn. run() may be called again.
    void stop() noexcept { stopped_ = true; }
-   // One turn. Waits at most `timeout` for something to happen; for as long as it takes without.
+   // Runs one turn. Waits for an event, at most for `timeout` if it is given.
    void turn( std::optional< std::chrono::nanoseconds > timeout = std::nullopt );
 
-   // How often turns began, and how often the kernel's timer was set; never more often than that.
+   // Number of turns, and of settings of the kernel's timer, of which a turn makes at most one.
    U64 turns() const noexcept { return turns_; }
    U64 timerSettings() const noexcept { return timerSettings_; }
 
@@ -73,7 +73,7 @@ class EventLoop {
    struct Source {
       std::string name;
       Ready ready;
-      U32 serial; // tells it from a later one of the same number
+      U32 serial; // distinguishes it from a later one with the same number
    };
 
    int waitMs( std::optional< std::chrono::nanoseconds > timeout ) const noexcept;
@@ -85,12 +85,12 @@ class EventLoop {
    Quill::Ptr< Gantry::TaskScheduler > const scheduler_;
    Fd const epoll_;
    Fd const timer_;
-   Fd signals_; // none until a signal is wanted
+   Fd signals_; // empty until signalIs() is called
    sigset_t signalSet_;
    std::unordered_map< int, std::shared_ptr< Source > > sources_;
    std::map< int, Work > signalWork_;
    Gantry::WorkQueue work_;
-   std::optional< Gantry::Time > armedFor_; // what the kernel's timer is set to
+   std::optional< Gantry::Time > armedFor_; // the setting of the kernel's timer
    U64 turns_ = 0;
    U64 timerSettings_ = 0;
    U32 serial_ = 0;

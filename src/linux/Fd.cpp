@@ -9,7 +9,7 @@ namespace Valen::Linux {
 void Fd::close() noexcept {
    if ( auto const descriptor = release(); descriptor >= 0 ) {
       auto const number = errno;
-      ::close( descriptor ); // never again, also when a signal cut it short: it is closed then
+      ::close( descriptor ); // not repeated on EINTR: the descriptor is closed in any case
       errno = number;
    }
 }

@@ -1,4 +1,4 @@
-// An owned file descriptor. Every descriptor of this folder is CLOEXEC and NONBLOCK from birth.
+// An owned file descriptor. Every descriptor in this room is opened with CLOEXEC and NONBLOCK.
 #pragma once
 
 #include "platform/quill/Exception.h"
@@ -8,7 +8,7 @@
 
 namespace Valen::Linux {
 
-// Closes the descriptor that it holds. A descriptor below 0 is none.
+// Closes its descriptor when destroyed. A value below 0 means no descriptor.
 class Fd {
  public:
    Fd() noexcept = default;
@@ -22,22 +22,22 @@ class Fd {
 
    int get() const noexcept { return descriptor_; }
    explicit operator bool() const noexcept { return descriptor_ >= 0; }
-   // Gives the descriptor to the caller.
+   // Returns the descriptor, which the caller owns from now on.
    int release() noexcept { return std::exchange( descriptor_, -1 ); }
-   // Leaves errno as it was.
+   // Does not change errno.
    void close() noexcept;
 
  private:
    int descriptor_ = -1;
 };
 
-// The system's text for an errno: "Network is down".
+// The system's text for an errno, such as "Network is down".
 std::string errorText( int number );
 
 // Throws Quill::ErrnoException with `what`, ": " and the system's text for `number`.
 [[noreturn]] void throwErrno( std::string const & what, int number );
 
-// Owns `descriptor`, or throws as throwErrno does when it is below 0, with errno as the number.
+// Returns an owner of `descriptor`. If it is below 0, throws as throwErrno does, with errno.
 Fd requireFd( int descriptor, char const * what );
 
 } // namespace Valen::Linux

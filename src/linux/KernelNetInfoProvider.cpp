@@ -1,5 +1,6 @@
 #include "linux/KernelNetInfoProvider.h"
 
+#include "linux/DeviceWatcher.h"
 #include "platform/gantry/Backoff.h"
 #include "platform/gantry/Timer.h"
 
@@ -16,8 +17,8 @@ constexpr auto lastPause = std::chrono::milliseconds( 5000 );
 
 } // namespace
 
-// A mounted namespace. Held by a handle of its own wherever the status is written to: a watcher of
-// the status may unmount it.
+// A mounted namespace. Functions that write to the status keep their own handle to it, because a watcher
+// of the status may unmount it.
 struct KernelNetInfoProvider::Entry {
    Entry( EventLoop & loop, Corvid::NamespaceName name, EventLoop::Work retry )
        : status( Quill::make< KernelNetInfo::Status >( std::move( name ) ) ),
@@ -26,14 +27,14 @@ struct KernelNetInfoProvider::Entry {
                      std::move( retry ) ) {}
 
    Quill::Ptr< KernelNetInfo::Status > const status;
-   std::shared_ptr< DeviceWatcher > watcher; // none while the namespace cannot be watched
+   std::shared_ptr< DeviceWatcher > watcher; // null while the namespace cannot be watched
    Gantry::Backoff pause;
    Gantry::Timer retryTimer;
    bool mounted = true;
 };
 
-KernelNetInfoProvider::KernelNetInfoProvider( EventLoop & loop, NetNsFolders folders )
-    : loop_( loop ), folders_( std::move( folders ) ) {}
+KernelNetInfoProvider::KernelNetInfoProvider( EventLoop & loop, NetNsDirectories directories )
+    : loop_( loop ), directories_( std::move( directories ) ) {}
 
 KernelNetInfoProvider::~KernelNetInfoProvider() {
    for ( auto const & [ name, entry ] : entries_ ) {
@@ -95,7 +96,7 @@ std::optional< Corvid::NamespaceName > KernelNetInfoProvider::nameIn( std::strin
       return std::nullopt;
    }
    path = path.substr( front.size(), path.size() - front.size() - suffix.size() );
-   if ( !NetNsFolders::validName( path ) || path.size() > Corvid::NamespaceName::maxLength ) {
+   if ( !NetNsDirectories::validName( path ) || path.size() > Corvid::NamespaceName::maxLength ) {
       return std::nullopt;
    }
    return Corvid::NamespaceName( path );
@@ -104,7 +105,7 @@ std::optional< Corvid::NamespaceName > KernelNetInfoProvider::nameIn( std::strin
 void KernelNetInfoProvider::watch( Entry & entry ) {
    Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
    try {
-      auto const netNs = folders_.open( entry.status->netNsName() );
+      auto const netNs = directories_.open( entry.status->netNsName() );
       if ( entry.watcher && entry.watcher->netNsIdentity() == netNs.identity ) {
          return;
       }
@@ -115,7 +116,7 @@ void KernelNetInfoProvider::watch( Entry & entry ) {
          entry.pause.reset();
       }
    } catch ( Quill::ErrnoException const & e ) {
-      // Want of descriptors says nothing of a namespace that is being watched.
+      // Running out of descriptors does not affect a namespace that is being watched already.
       if ( !entry.watcher || e.number() == ENOENT || e.number() == EINVAL ) {
          drop( entry, e.text() );
       }
@@ -128,7 +129,7 @@ void KernelNetInfoProvider::watch( Entry & entry ) {
 void KernelNetInfoProvider::drop( Entry & entry, Quill::String error ) {
    if ( auto const watcher = std::exchange( entry.watcher, nullptr ) ) {
       watcher->close();
-      loop_.post( [ watcher ] {} ); // it may be on the stack; it goes when the turn ends
+      loop_.post( [ watcher ] {} ); // it may be on the stack: destroy it at the end of the turn
    }
    entry.status->interfaceDelAll();
    entry.status->synchronizedIs( false );

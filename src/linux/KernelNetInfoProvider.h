@@ -1,11 +1,13 @@
 // Publishes the devices of namespaces at the mount paths "kni/ns/NAME/status".
 //
-// A namespace that cannot be watched has a status without devices whose `error` says why. It mends
-// itself: the provider looks again after growing pauses, and at once when told to refresh.
+// The status of a namespace that cannot be watched has no devices, and its `error` says why. The
+// provider tries again after increasing pauses, and at once when refresh() is called.
 #pragma once
 
-#include "linux/DeviceWatcher.h"
+#include "linux/EventLoop.h"
+#include "linux/NetNs.h"
 #include "platform/orrery/EntityManager.h"
+#include "types/KernelNetInfo.h"
 
 #include <map>
 #include <memory>
@@ -17,20 +19,21 @@ class KernelNetInfoProvider final : public Orrery::MountProvider {
    static constexpr char const * prefix = "kni/ns/"; // for EntityManager::mountProviderIs
 
    // `loop` must outlive the provider.
-   explicit KernelNetInfoProvider( EventLoop & loop, NetNsFolders folders = NetNsFolders() );
+   explicit KernelNetInfoProvider( EventLoop & loop,
+                                   NetNsDirectories directories = NetNsDirectories() );
    ~KernelNetInfoProvider() override;
 
-   // The KernelNetInfo::Status of the namespace that the path names; null for any other path. The
-   // devices come in from the loop. Never throws for a namespace that cannot be watched.
+   // Returns the KernelNetInfo::Status of the namespace in the path; null for any other path. The
+   // event loop adds the devices. Does not throw if the namespace cannot be watched.
    Quill::Ptr< Quill::Entity > mount( std::string_view path ) override;
-   // Stops watching. The status that was handed out empties and stays.
+   // Stops watching. The returned status remains valid and becomes empty.
    void unmount( std::string_view path ) override;
 
-   // The namespace appeared, went, or was made anew under the same name: looks at it again. No
-   // effect when it is not mounted.
+   // Call this when the namespace was created, deleted or recreated under the same name. No effect if
+   // it is not mounted.
    void refresh( Corvid::NamespaceName const & name );
 
-   // The published status; null when the namespace is not mounted.
+   // The published status; null if the namespace is not mounted.
    Quill::Ptr< KernelNetInfo::Status > status( Corvid::NamespaceName const & name ) const noexcept;
 
    // "kni/ns/ns-blue/status"
@@ -44,7 +47,7 @@ class KernelNetInfoProvider final : public Orrery::MountProvider {
    void drop( Entry & entry, Quill::String error );
 
    EventLoop & loop_;
-   NetNsFolders const folders_;
+   NetNsDirectories const directories_;
    std::map< Corvid::NamespaceName, std::shared_ptr< Entry > > entries_;
 };
 

@@ -14,39 +14,42 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-// What the kernel said to one request.
+// The kernel's answer to one request.
 struct Answer {
    int error = 0;
    std::string deviceName;
    U32 flags = 0;
 };
 
-// One conversation with the kernel about one device.
+// An exchange of requests and answers with the kernel about one device.
 class Conversation {
  public:
    Conversation( NetNs const & netNs, U32 ifIndex, Quill::Name const & deviceName,
-                 std::chrono::milliseconds patience )
+                 std::chrono::milliseconds timeout )
        : object_( deviceName.stdString() + " (index " + std::to_string( ifIndex ) +
                   ") in network namespace \"" + netNs.name.stdString() + "\"" ),
-         ifIndex_( ifIndex ), deviceName_( deviceName ), deadline_( Clock::now() + patience ),
+         ifIndex_( ifIndex ), deviceName_( deviceName ), deadline_( Clock::now() + timeout ),
          socket_( netNs, std::nullopt ), buffer_( RtnetlinkSocket::datagramBytes ) {}
 
-   // The device's flags, once it is known that the index bears the name.
-   U32 flags() {
+   // The state of the device, after verifying that the index belongs to the name.
+   LinkState state() {
       auto const answer = ask( Rtnetlink::linkRequest( ++sequence_, ifIndex_ ) );
       if ( answer.error ) {
-         throwErrno( "query of " + object_, answer.error );
+         throwErrno( "cannot query " + object_, answer.error );
       }
       if ( answer.deviceName != deviceName_.view() ) {
          throw Quill::ErrnoException( object_ + " is now " + answer.deviceName, ENODEV );
       }
-      return answer.flags;
+      return answer.flags & IFF_UP ? LinkState::up : LinkState::down;
    }
 
-   void upIs( bool up ) {
-      auto const answer = ask( Rtnetlink::upRequest( ++sequence_, ifIndex_, up ) );
+   void stateIs( LinkState state ) {
+      bool const up = state == LinkState::up;
+      ++sequence_;
+      auto const answer = ask( up ? Rtnetlink::upRequest( sequence_, ifIndex_ )
+                                  : Rtnetlink::downRequest( sequence_, ifIndex_ ) );
       if ( answer.error ) {
-         throwErrno( ( up ? "setting up " : "setting down " ) + object_, answer.error );
+         throwErrno( ( up ? "cannot set up " : "cannot set down " ) + object_, answer.error );
       }
    }
 
@@ -96,30 +99,29 @@ class Conversation {
 };
 
 void requireIndex( U32 ifIndex, Quill::Name const & deviceName ) {
-   if ( ifIndex == 0 ) { // the kernel takes it for "by name"
+   if ( ifIndex == 0 ) { // the kernel would look the device up by its name
       throw Quill::ErrnoException( "device " + deviceName.stdString() + " has no index", ENODEV );
    }
 }
 
 } // namespace
 
-LinkControl::LinkControl( NetNsFolders folders, std::chrono::milliseconds patience )
-    : folders_( std::move( folders ) ), patience_( patience ) {}
+LinkControl::LinkControl( NetNsDirectories directories, std::chrono::milliseconds timeout )
+    : directories_( std::move( directories ) ), timeout_( timeout ) {}
 
-void LinkControl::upIs( Corvid::NamespaceName const & netNs, U32 ifIndex,
-                        Quill::Name const & deviceName, bool up ) {
+void LinkControl::stateIs( Corvid::NamespaceName const & netNs, U32 ifIndex,
+                           Quill::Name const & deviceName, LinkState state ) {
    requireIndex( ifIndex, deviceName );
-   Conversation conversation( folders_.open( netNs ), ifIndex, deviceName, patience_ );
-   bool const isUp = conversation.flags() & IFF_UP;
-   if ( isUp != up ) {
-      conversation.upIs( up );
+   Conversation conversation( directories_.open( netNs ), ifIndex, deviceName, timeout_ );
+   if ( conversation.state() != state ) {
+      conversation.stateIs( state );
    }
 }
 
-bool LinkControl::up( Corvid::NamespaceName const & netNs, U32 ifIndex,
-                      Quill::Name const & deviceName ) {
+LinkState LinkControl::state( Corvid::NamespaceName const & netNs, U32 ifIndex,
+                              Quill::Name const & deviceName ) {
    requireIndex( ifIndex, deviceName );
-   return Conversation( folders_.open( netNs ), ifIndex, deviceName, patience_ ).flags() & IFF_UP;
+   return Conversation( directories_.open( netNs ), ifIndex, deviceName, timeout_ ).state();
 }
 
 } // namespace Valen::Linux

@@ -1,4 +1,4 @@
-// Sets devices up and down.
+// Sets kernel devices up and down.
 #pragma once
 
 #include "linux/NetNs.h"
@@ -7,26 +7,30 @@
 
 namespace Valen::Linux {
 
+// The administrative state of a device (IFF_UP).
+enum class LinkState : U8 { down, up };
+
 class LinkControl {
  public:
-   // `patience`: how long the kernel's answer is waited for.
-   explicit LinkControl( NetNsFolders folders = NetNsFolders(),
-                         std::chrono::milliseconds patience = std::chrono::seconds( 1 ) );
+   //   timeout   how long to wait for the kernel's answer
+   explicit LinkControl( NetNsDirectories directories = NetNsDirectories(),
+                         std::chrono::milliseconds timeout = std::chrono::seconds( 1 ) );
 
-   // Sets the device of that index up or down in namespace `netNs`, once it is known that the index
-   // bears that name, and waits for the kernel to have done it. A device that is there already
-   // stays so. Throws Quill::ErrnoException: ENODEV when the index is not there or bears another
-   // name, ETIMEDOUT when the kernel does not answer, what NetNsFolders::open throws, and what the
-   // kernel answers (EPERM without CAP_NET_ADMIN).
-   void upIs( Corvid::NamespaceName const & netNs, U32 ifIndex, Quill::Name const & deviceName,
-              bool up );
+   // Sets the device with index `ifIndex` in namespace `netNs` up or down, and waits until the kernel
+   // has done it. Verifies first that the index belongs to `deviceName`. No effect if the device is in
+   // that state already. Throws Quill::ErrnoException: ENODEV if the index does not exist or belongs to
+   // another name, ETIMEDOUT if the kernel does not answer, the errors of NetNsDirectories::open, and the
+   // kernel's (EPERM without CAP_NET_ADMIN).
+   void stateIs( Corvid::NamespaceName const & netNs, U32 ifIndex, Quill::Name const & deviceName,
+                 LinkState state );
 
-   // Whether that device is set up. Throws as upIs does.
-   bool up( Corvid::NamespaceName const & netNs, U32 ifIndex, Quill::Name const & deviceName );
+   // The state of that device. Throws as stateIs does.
+   LinkState state( Corvid::NamespaceName const & netNs, U32 ifIndex,
+                    Quill::Name const & deviceName );
 
  private:
-   NetNsFolders const folders_;
-   std::chrono::milliseconds const patience_;
+   NetNsDirectories const directories_;
+   std::chrono::milliseconds const timeout_;
 };
 
 } // namespace Valen::Linux

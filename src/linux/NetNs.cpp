@@ -21,10 +21,10 @@ std::string quoted( Corvid::NamespaceName const & name ) {
 }
 
 [[noreturn]] void notThere( Corvid::NamespaceName const & name,
-                            std::vector< std::string > const & folders ) {
+                            std::vector< std::string > const & directories ) {
    std::string where;
-   for ( auto const & folder : folders ) {
-      where += ( where.empty() ? "" : " or " ) + folder;
+   for ( auto const & directory : directories ) {
+      where += ( where.empty() ? "" : " or " ) + directory;
    }
    throw Quill::ErrnoException( quoted( name ) + " does not exist in " + where +
                                    "; create it with \"ip netns add " + name.stdString() + "\"",
@@ -44,13 +44,13 @@ std::string quoted( Corvid::NamespaceName const & name ) {
                                       "; raise the limit (LimitNOFILE= of the service)",
                                    number );
    }
-   throwErrno( "open " + path, number );
+   throwErrno( "cannot open " + path, number );
 }
 
 NetNsIdentity identityOf( int fd ) {
    struct stat status;
    if ( ::fstat( fd, &status ) < 0 ) {
-      throwErrno( "fstat of a network namespace", errno );
+      throwErrno( "cannot stat a network namespace", errno );
    }
    return { status.st_dev, status.st_ino };
 }
@@ -65,10 +65,10 @@ std::string NetNsIdentity::text() const {
    return std::to_string( device ) + ":" + std::to_string( inode );
 }
 
-NetNsFolders::NetNsFolders( std::vector< std::string > folders )
-    : folders_( std::move( folders ) ) {}
+NetNsDirectories::NetNsDirectories( std::vector< std::string > directories )
+    : directories_( std::move( directories ) ) {}
 
-NetNs NetNsFolders::open( Corvid::NamespaceName const & name ) const {
+NetNs NetNsDirectories::open( Corvid::NamespaceName const & name ) const {
    if ( name == Corvid::NamespaceName::defaultNamespace() ) {
       auto const fd = openFile( ownNamespace );
       if ( !fd ) {
@@ -80,8 +80,8 @@ NetNs NetNsFolders::open( Corvid::NamespaceName const & name ) const {
       throw Quill::ErrnoException(
          "\"" + name.stdString() + "\" cannot be the name of a network namespace", EINVAL );
    }
-   for ( auto const & folder : folders_ ) {
-      auto const path = folder + "/" + name.stdString();
+   for ( auto const & directory : directories_ ) {
+      auto const path = directory + "/" + name.stdString();
       auto fd = openFile( path );
       if ( fd ) {
          if ( ::ioctl( fd.get(), NS_GET_NSTYPE ) != CLONE_NEWNET ) {
@@ -94,11 +94,11 @@ NetNs NetNsFolders::open( Corvid::NamespaceName const & name ) const {
          cannotOpen( path, errno );
       }
    }
-   notThere( name, folders_ );
+   notThere( name, directories_ );
 }
 
 std::optional< NetNsIdentity >
-NetNsFolders::identity( Corvid::NamespaceName const & name ) const noexcept {
+NetNsDirectories::identity( Corvid::NamespaceName const & name ) const noexcept {
    Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
    try {
       return open( name ).identity;
@@ -107,7 +107,7 @@ NetNsFolders::identity( Corvid::NamespaceName const & name ) const noexcept {
    }
 }
 
-bool NetNsFolders::validName( std::string_view name ) noexcept {
+bool NetNsDirectories::validName( std::string_view name ) noexcept {
    return !name.empty() && name != "." && name.find( ".." ) == name.npos &&
           name.find( '/' ) == name.npos && name.find( '\0' ) == name.npos;
 }
@@ -129,12 +129,12 @@ NetNsScope::NetNsScope( NetNs const & netNs ) {
       throw Quill::ErrnoException(
          "no privilege to enter " + quoted( netNs.name ) + "; CAP_SYS_ADMIN is needed", EPERM );
    }
-   throwErrno( "setns into " + quoted( netNs.name ), number );
+   throwErrno( "cannot enter " + quoted( netNs.name ), number );
 }
 
 NetNsScope::~NetNsScope() {
    if ( home_ && ::setns( home_.get(), CLONE_NEWNET ) < 0 ) {
-      Quill::abortWith( "cannot come back to the agent's own network namespace" );
+      Quill::abortWith( "cannot return to the process's own network namespace" );
    }
 }
 

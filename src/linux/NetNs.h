@@ -1,4 +1,4 @@
-// Network namespaces: opened by name, told apart by identity, entered and always left again.
+// Network namespaces: opened by name, compared by identity, and entered for a scope.
 #pragma once
 
 #include "linux/Fd.h"
@@ -10,8 +10,8 @@
 
 namespace Valen::Linux {
 
-// What tells a namespace from all others that live at the same time: one that is made anew under
-// the same name has another inode.
+// Identifies a namespace among all that exist at the same time. A namespace that is recreated under the
+// same name has another inode.
 struct NetNsIdentity {
    U64 device = 0;
    U64 inode = 0;
@@ -21,50 +21,49 @@ struct NetNsIdentity {
    std::string text() const;
 };
 
-// An open namespace. The descriptor keeps a deleted one alive, so do not hold it for long.
+// An open namespace. The descriptor keeps the namespace alive after its deletion, so close it soon.
 struct NetNs {
    Corvid::NamespaceName name;
    NetNsIdentity identity;
-   Fd fd; // none for the process's own namespace, which needs no entering
+   Fd fd; // empty for the process's own namespace, which need not be entered
 };
 
-// Where namespaces are found by name: as files in the usual folder, and in folders of the process's
-// choosing, which are looked through in order. "default" is the process's own namespace.
-class NetNsFolders {
+// Finds namespaces by name, as files in /run/netns or in the given directories, which are searched in
+// order. "default" is the process's own namespace.
+class NetNsDirectories {
  public:
    static constexpr char const * usual = "/run/netns";
 
-   explicit NetNsFolders( std::vector< std::string > folders = { usual } );
+   explicit NetNsDirectories( std::vector< std::string > directories = { usual } );
 
-   std::vector< std::string > const & folders() const noexcept { return folders_; }
+   std::vector< std::string > const & directories() const noexcept { return directories_; }
 
-   // Opens the namespace of that name. Throws Quill::ErrnoException: ENOENT when there is none,
-   // EINVAL when the name is not one of a file ("", ".", with a '/' or "..") or the file is
-   // something else than a network namespace, EMFILE or ENFILE without a descriptor left.
+   // Opens the namespace of that name. Throws Quill::ErrnoException: ENOENT if it does not exist, EINVAL
+   // if the name is not a valid file name ("", ".", with a '/' or "..") or the file is not a network
+   // namespace, EMFILE or ENFILE if no descriptor is left.
    NetNs open( Corvid::NamespaceName const & name ) const;
-   // The identity of the namespace of that name; nothing when it cannot be opened.
+   // The identity of the namespace of that name; nothing if it cannot be opened.
    std::optional< NetNsIdentity > identity( Corvid::NamespaceName const & name ) const noexcept;
 
-   // Whether `name` can be that of a file in a folder.
+   // Whether `name` is a valid name of a file in a directory.
    static bool validName( std::string_view name ) noexcept;
 
  private:
-   std::vector< std::string > folders_;
+   std::vector< std::string > directories_;
 };
 
-// On the stack around the system calls that are to be made in a namespace. Comes back to the
-// namespace that the thread was in, whatever happens; a process that cannot come back is aborted,
-// since all that it did from then on would happen in a foreign network.
+// Enters a namespace for the scope of a few system calls, and returns to the thread's own namespace at
+// its end. If it cannot return, it aborts the process, which would go on in the wrong network.
 class NetNsScope {
  public:
-   // Throws Quill::ErrnoException (EPERM without CAP_SYS_ADMIN, EMFILE) and stays outside.
+   // If it throws Quill::ErrnoException (EPERM without CAP_SYS_ADMIN, EMFILE), nothing was entered.
    explicit NetNsScope( NetNs const & netNs );
    ~NetNsScope();
    NetNsScope( NetNsScope const & ) = delete;
    NetNsScope & operator=( NetNsScope const & ) = delete;
 
  private:
-   Fd home_; // none when nothing was entered
+   Fd home_; // empty if nothing was entered
 };
 
 } // namespace Valen::Linux

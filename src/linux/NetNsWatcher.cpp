@@ -15,10 +15,10 @@ namespace Valen::Linux {
 
 namespace {
 
-constexpr U32 folderEvents =
+constexpr U32 directoryEvents =
    IN_CREATE | IN_DELETE | IN_MOVED_FROM | IN_MOVED_TO | IN_DELETE_SELF | IN_MOVE_SELF | IN_ONLYDIR;
 
-// A namespace is mounted within a millisecond of its file's making, when nothing is wrong.
+// Usually, the namespace is mounted within a millisecond after the file was created.
 constexpr auto firstPause = std::chrono::milliseconds( 2 );
 constexpr auto lastPause = std::chrono::milliseconds( 2000 );
 
@@ -27,31 +27,32 @@ std::string parentOf( std::string const & path ) {
    return slash == std::string::npos ? "." : slash == 0 ? "/" : path.substr( 0, slash );
 }
 
-// The name of a namespace that a file may stand for; nothing for other files.
+// The name of the namespace that a file may be; nothing for other files.
 std::optional< Corvid::NamespaceName > nameOf( std::string_view file ) {
-   if ( !NetNsFolders::validName( file ) || file.size() > Corvid::NamespaceName::maxLength ) {
+   if ( !NetNsDirectories::validName( file ) || file.size() > Corvid::NamespaceName::maxLength ) {
       return std::nullopt;
    }
    Corvid::NamespaceName name( file );
    if ( name == Corvid::NamespaceName::defaultNamespace() ) {
-      return std::nullopt; // never looked up in a folder
+      return std::nullopt; // never looked up in a directory
    }
    return name;
 }
 
 } // namespace
 
-NetNsWatcher::NetNsWatcher( EventLoop & loop, NetNsFolders folders, Changed changed )
-    : loop_( loop ), netNsFolders_( std::move( folders ) ), changed_( std::move( changed ) ),
+NetNsWatcher::NetNsWatcher( EventLoop & loop, NetNsDirectories directories, Changed changed )
+    : loop_( loop ), netNsDirectories_( std::move( directories ) ),
+      changed_( std::move( changed ) ),
       inotify_( requireFd( ::inotify_init1( IN_CLOEXEC | IN_NONBLOCK ), "inotify_init1" ) ),
       pause_( firstPause, lastPause ),
       timer_( loop.scheduler(), "namespace retry", [ this ] { retry(); } ) {
-   for ( auto const & path : netNsFolders_.folders() ) {
-      folders_.push_back( { path, "", -1 } );
+   for ( auto const & path : netNsDirectories_.directories() ) {
+      directories_.push_back( { path, "", -1 } );
    }
-   foldersChanged();
-   for ( auto const & name : namesInFolders() ) {
-      if ( auto const identity = netNsFolders_.identity( name ) ) {
+   directoriesChanged();
+   for ( auto const & name : namesInDirectories() ) {
+      if ( auto const identity = netNsDirectories_.identity( name ) ) {
          known_[ name ] = *identity;
       } else {
          retryLater( name );
@@ -65,8 +66,8 @@ NetNsWatcher::~NetNsWatcher() {
 }
 
 void NetNsWatcher::rescan() {
-   foldersChanged();
-   auto names = namesInFolders();
+   directoriesChanged();
+   auto names = namesInDirectories();
    for ( auto const & [ name, identity ] : known_ ) {
       names.insert( name );
    }
@@ -75,52 +76,53 @@ void NetNsWatcher::rescan() {
    }
 }
 
-// --- The folders ---------------------------------------------------------------------------------
+// --- Directories ---------------------------------------------------------------------------------
 
-// Watches the folder, or the nearest parent that exists. What is made between the attempt and the
-// watch of the parent would be missed, so the folder is tried again once the parent is watched.
-void NetNsWatcher::watchFolder( Folder & folder ) {
-   auto path = folder.path;
+// Watches the directory, or its nearest existing parent. The directory could be created between the
+// attempt and the watch of the parent, so it is tried again once the parent is watched.
+void NetNsWatcher::watchDirectory( Directory & directory ) {
+   auto path = directory.path;
    for ( ;; ) {
-      auto const watch = ::inotify_add_watch( inotify_.get(), path.c_str(), folderEvents );
+      auto const watch = ::inotify_add_watch( inotify_.get(), path.c_str(), directoryEvents );
       if ( watch < 0 && ( path == "/" || path == "." ) ) {
-         throwErrno( "inotify_add_watch on " + path, errno );
+         throwErrno( "cannot watch " + path, errno );
       }
       if ( watch < 0 ) {
          path = parentOf( path );
          continue;
       }
-      bool const knownParent = watch == folder.watch;
-      folderWatchIs( folder, path, watch );
-      if ( knownParent || path == folder.path ) {
+      bool const knownParent = watch == directory.watch;
+      directoryWatchIs( directory, path, watch );
+      if ( knownParent || path == directory.path ) {
          return;
       }
-      path = folder.path;
+      path = directory.path;
    }
 }
 
-void NetNsWatcher::folderWatchIs( Folder & folder, std::string const & path, int watch ) {
-   auto const old = std::exchange( folder.watch, watch );
-   folder.watched = path;
-   bool const inUse = std::any_of( folders_.begin(), folders_.end(),
-                                   [ old ]( Folder const & other ) { return other.watch == old; } );
+void NetNsWatcher::directoryWatchIs( Directory & directory, std::string const & path, int watch ) {
+   auto const old = std::exchange( directory.watch, watch );
+   directory.watched = path;
+   bool const inUse =
+      std::any_of( directories_.begin(), directories_.end(),
+                   [ old ]( Directory const & other ) { return other.watch == old; } );
    if ( old >= 0 && !inUse ) {
-      ::inotify_rm_watch( inotify_.get(), old ); // fails when its folder is gone, which is as well
+      ::inotify_rm_watch( inotify_.get(), old ); // fails if the directory is gone, which is fine
    }
 }
 
-void NetNsWatcher::foldersChanged() {
-   for ( auto & folder : folders_ ) {
-      watchFolder( folder );
+void NetNsWatcher::directoriesChanged() {
+   for ( auto & directory : directories_ ) {
+      watchDirectory( directory );
    }
 }
 
-std::set< Corvid::NamespaceName > NetNsWatcher::namesInFolders() const {
+std::set< Corvid::NamespaceName > NetNsWatcher::namesInDirectories() const {
    std::set< Corvid::NamespaceName > names;
-   for ( auto const & folder : folders_ ) {
-      std::unique_ptr< DIR, int ( * )( DIR * ) > const directory( ::opendir( folder.path.c_str() ),
-                                                                  &::closedir );
-      while ( auto const * const entry = directory ? ::readdir( directory.get() ) : nullptr ) {
+   for ( auto const & directory : directories_ ) {
+      std::unique_ptr< DIR, int ( * )( DIR * ) > const stream( ::opendir( directory.path.c_str() ),
+                                                               &::closedir );
+      while ( auto const * const entry = stream ? ::readdir( stream.get() ) : nullptr ) {
          if ( auto const name = nameOf( entry->d_name ) ) {
             names.insert( *name );
          }
@@ -129,56 +131,57 @@ std::set< Corvid::NamespaceName > NetNsWatcher::namesInFolders() const {
    return names;
 }
 
-// --- The events ----------------------------------------------------------------------------------
+// --- Events --------------------------------------------------------------------------------------
 
 void NetNsWatcher::eventsReady() {
    alignas( inotify_event ) std::array< char, 16384 > buffer;
-   bool foldersMoved = false;
+   bool directoriesMoved = false;
    for ( ;; ) {
       auto const length = ::read( inotify_.get(), buffer.data(), buffer.size() );
       if ( length <= 0 ) {
          break;
       }
-      foldersMoved |= handleEvents( buffer.data(), static_cast< std::size_t >( length ) );
+      directoriesMoved |= handleEvents( buffer.data(), static_cast< std::size_t >( length ) );
    }
-   if ( foldersMoved ) {
+   if ( directoriesMoved ) {
       rescan();
    }
 }
 
-// Returns whether a folder may have come or gone, or events were lost.
+// Returns whether a directory may have been created or deleted, or events were lost.
 bool NetNsWatcher::handleEvents( char const * bytes, std::size_t length ) {
-   bool foldersMoved = false;
+   bool directoriesMoved = false;
    for ( std::size_t at = 0; at + sizeof( inotify_event ) <= length; ) {
       inotify_event event;
       std::memcpy( &event, bytes + at, sizeof event );
       auto const * const file = bytes + at + sizeof event; // padded with zeros
       at += sizeof event + event.len;
-      auto const inFolder =
-         std::any_of( folders_.begin(), folders_.end(), [ wd = event.wd ]( Folder const & folder ) {
-            return folder.watch == wd && folder.watched == folder.path;
-         } );
+      auto const inDirectory =
+         std::any_of( directories_.begin(), directories_.end(),
+                      [ wd = event.wd ]( Directory const & directory ) {
+                         return directory.watch == wd && directory.watched == directory.path;
+                      } );
       bool const ofItself =
          event.mask & ( IN_DELETE_SELF | IN_MOVE_SELF | IN_IGNORED | IN_UNMOUNT | IN_Q_OVERFLOW );
-      if ( !inFolder || ofItself ) {
-         foldersMoved = true;
+      if ( !inDirectory || ofItself ) {
+         directoriesMoved = true;
       } else if ( auto const name = event.len ? nameOf( file ) : std::nullopt ) {
          check( *name );
       }
    }
-   return foldersMoved;
+   return directoriesMoved;
 }
 
-// --- The namespaces ------------------------------------------------------------------------------
+// --- Namespaces ----------------------------------------------------------------------------------
 
 void NetNsWatcher::check( Corvid::NamespaceName const & name ) {
    std::optional< NetNsIdentity > identity;
    try {
       Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
-      identity = netNsFolders_.open( name ).identity;
+      identity = netNsDirectories_.open( name ).identity;
    } catch ( Quill::ErrnoException const & e ) {
       if ( e.number() != ENOENT && e.number() != EINVAL ) {
-         return retryLater( name ); // want of descriptors says nothing of the namespace
+         return retryLater( name ); // out of descriptors: the namespace may exist
       }
    }
    if ( !identity && fileExists( name ) ) {
@@ -195,14 +198,14 @@ void NetNsWatcher::identityIs( Corvid::NamespaceName const & name,
    if ( known == known_.end() ) {
       if ( identity ) {
          known_[ name ] = *identity;
-         tell( name, Change::appeared );
+         report( name, Change::appeared );
       }
    } else if ( !identity ) {
       known_.erase( known );
-      tell( name, Change::gone );
+      report( name, Change::gone );
    } else if ( known->second != *identity ) {
       known->second = *identity;
-      tell( name, Change::replaced );
+      report( name, Change::replaced );
    }
 }
 
@@ -224,14 +227,15 @@ void NetNsWatcher::retry() {
 }
 
 bool NetNsWatcher::fileExists( Corvid::NamespaceName const & name ) const noexcept {
-   return std::any_of( folders_.begin(), folders_.end(), [ & ]( Folder const & folder ) {
-      struct stat status;
-      return ::stat( ( folder.path + "/" + name.stdString() ).c_str(), &status ) == 0;
-   } );
+   return std::any_of(
+      directories_.begin(), directories_.end(), [ & ]( Directory const & directory ) {
+         struct stat status;
+         return ::stat( ( directory.path + "/" + name.stdString() ).c_str(), &status ) == 0;
+      } );
 }
 
-void NetNsWatcher::tell( Corvid::NamespaceName const & name, Change change ) {
-   auto const copy = name; // the caller's may be the key that went
+void NetNsWatcher::report( Corvid::NamespaceName const & name, Change change ) {
+   auto const copy = name; // the caller's may be a key that was removed
    changed_( copy, change );
 }
 

@@ -1,9 +1,9 @@
-// Tells when a named namespace appears, goes, or is made anew under the same name.
+// Reports when a named namespace is created, deleted, or recreated under the same name.
 //
-// The folders are watched by inotify; one that does not exist yet by its nearest parent that does.
-// `ip netns add` makes an empty file first and mounts the namespace on it later, which inotify does
-// not tell, so a file that is no namespace is looked at again, after growing pauses, for as long as
-// it is there.
+// Watches the directories with inotify; for a directory that does not exist yet, its nearest existing
+// parent. `ip netns add` creates an empty file and mounts the namespace on it later, which inotify does
+// not report. So a file that is not a namespace is checked again, with increasing pauses, as long as it
+// exists.
 #pragma once
 
 #include "linux/EventLoop.h"
@@ -21,54 +21,53 @@ class NetNsWatcher {
    enum class Change : U8 {
       appeared,
       gone,
-      replaced, // another namespace bears the name now
+      replaced, // another namespace has the name now
    };
    using Changed = std::function< void( Corvid::NamespaceName const & name, Change change ) >;
 
-   // Watches from now on; namespaces that exist already are known and not told. `loop` must outlive
-   // the watcher, which must not be destroyed by its own callback. Throws Quill::ErrnoException
-   // when there is no inotify to be had.
-   NetNsWatcher( EventLoop & loop, NetNsFolders folders, Changed changed );
+   // Starts to watch. Existing namespaces are known and not reported. `loop` must outlive the watcher,
+   // and `changed` must not destroy it. Throws Quill::ErrnoException if inotify is not available.
+   NetNsWatcher( EventLoop & loop, NetNsDirectories directories, Changed changed );
    ~NetNsWatcher();
    NetNsWatcher( NetNsWatcher const & ) = delete;
    NetNsWatcher & operator=( NetNsWatcher const & ) = delete;
 
-   // The namespaces there are, by name; the process's own is not among them.
+   // The existing namespaces by name, without the process's own.
    std::map< Corvid::NamespaceName, NetNsIdentity > const & known() const noexcept {
       return known_;
    }
-   // Looks at everything again, and tells what differs. For what inotify does not tell: a namespace
-   // mounted over another one in place.
+   // Checks everything again and reports the differences. Needed where inotify reports nothing: after a
+   // namespace was mounted over another one.
    void rescan();
 
  private:
-   struct Folder {
+   struct Directory {
       std::string path;
-      std::string watched; // the folder itself, or its nearest parent that exists
+      std::string watched; // the directory itself, or its nearest existing parent
       int watch = -1;
    };
 
-   void watchFolder( Folder & folder );
-   void folderWatchIs( Folder & folder, std::string const & path, int watch );
+   void watchDirectory( Directory & directory );
+   void directoryWatchIs( Directory & directory, std::string const & path, int watch );
    void eventsReady();
    bool handleEvents( char const * bytes, std::size_t length );
-   void foldersChanged();
+   void directoriesChanged();
    void check( Corvid::NamespaceName const & name );
    void identityIs( Corvid::NamespaceName const & name,
                     std::optional< NetNsIdentity > const & identity );
    void retryLater( Corvid::NamespaceName const & name );
    void retry();
    bool fileExists( Corvid::NamespaceName const & name ) const noexcept;
-   std::set< Corvid::NamespaceName > namesInFolders() const;
-   void tell( Corvid::NamespaceName const & name, Change change );
+   std::set< Corvid::NamespaceName > namesInDirectories() const;
+   void report( Corvid::NamespaceName const & name, Change change );
 
    EventLoop & loop_;
-   NetNsFolders const netNsFolders_;
+   NetNsDirectories const netNsDirectories_;
    Changed const changed_;
    Fd const inotify_;
-   std::vector< Folder > folders_;
+   std::vector< Directory > directories_;
    std::map< Corvid::NamespaceName, NetNsIdentity > known_;
-   std::set< Corvid::NamespaceName > unfinished_; // files that are no namespaces, as yet
+   std::set< Corvid::NamespaceName > unfinished_; // files that are not namespaces yet
    Gantry::Backoff pause_;
    Gantry::Timer timer_;
 };

@@ -14,7 +14,7 @@ namespace Valen::Linux {
 
 namespace {
 
-// Indexes of devices whose trouble is remembered. Old devices have the low ones.
+// Number of devices whose errors are kept. The lowest index, of the oldest device, is dropped first.
 constexpr std::size_t maxSendErrors = 1024;
 
 [[noreturn]] void cannotOpenSocket( Corvid::NamespaceName const & netNs, int number ) {
@@ -29,10 +29,10 @@ constexpr std::size_t maxSendErrors = 1024;
                                       "; raise the limit (LimitNOFILE= of the service)",
                                    number );
    }
-   throwErrno( "socket, to open " + object, number );
+   throwErrno( "cannot open " + object, number );
 }
 
-// The force needs CAP_NET_ADMIN; without it the socket gets what the system allows everybody.
+// SO_SNDBUFFORCE needs CAP_NET_ADMIN. Without it, the system's limit applies.
 void sendBufferIs( int fd, int bytes ) noexcept {
    if ( ::setsockopt( fd, SOL_SOCKET, SO_SNDBUFFORCE, &bytes, sizeof bytes ) < 0 ) {
       ::setsockopt( fd, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes );
@@ -57,11 +57,15 @@ void PacketEndpoint::enabledIs( bool enabled ) {
    if ( enabled == this->enabled() ) {
       return;
    }
-   enabled ? open() : close();
+   if ( enabled ) {
+      open();
+   } else {
+      close();
+   }
 }
 
 void PacketEndpoint::open() {
-   auto const namespaceOpened = endpoints_->folders.open( netNs() );
+   auto const namespaceOpened = endpoints_->directories.open( netNs() );
    Fd socket;
    {
       NetNsScope const inside( namespaceOpened );
@@ -92,7 +96,7 @@ void PacketEndpoint::burstIs( U32 ifIndex, Quill::String const & deviceName ) {
    burstRefused_ = 0;
    sendErrors_.erase( ifIndex );
    if ( !enabled() || ifIndex == 0 ) {
-      return; // every packet is refused as it is
+      return; // send() rejects every packet
    }
    ifreq request{};
    request.ifr_ifindex = static_cast< int >( ifIndex );
@@ -103,11 +107,11 @@ void PacketEndpoint::burstIs( U32 ifIndex, Quill::String const & deviceName ) {
                                                    " is gone, was " + deviceName.stdString()
                                               : "SIOCGIFNAME: " + errorText( number ) );
    }
-   std::string_view const bearer( request.ifr_name,
-                                  ::strnlen( request.ifr_name, sizeof request.ifr_name ) );
-   if ( bearer != deviceName.view() ) {
+   std::string_view const current( request.ifr_name,
+                                   ::strnlen( request.ifr_name, sizeof request.ifr_name ) );
+   if ( current != deviceName.view() ) {
       burstRefusedIs( ifIndex, ENODEV,
-                      "index " + std::to_string( ifIndex ) + " is now " + std::string( bearer ) +
+                      "index " + std::to_string( ifIndex ) + " is now " + std::string( current ) +
                          ", not " + deviceName.stdString() );
    }
 }
@@ -151,7 +155,7 @@ bool PacketEndpoint::refuse( U32 ifIndex, int number ) {
    burst_.refused.push_back( { burst_.packets - 1, number } );
    auto & error = sendErrorOf( ifIndex );
    ++error.packets;
-   if ( error.number != number ) { // else it is described already
+   if ( error.number != number ) { // otherwise the text is there already
       error.number = number;
       error.text = errorText( number );
    }
@@ -184,9 +188,9 @@ U32 PacketEndpoint::outstandingBytes() const noexcept {
 
 // --- PacketEndpointProvider ----------------------------------------------------------------------
 
-PacketEndpointProvider::PacketEndpointProvider( NetNsFolders folders )
+PacketEndpointProvider::PacketEndpointProvider( NetNsDirectories directories )
     : shared_( std::make_shared< PacketEndpoints >() ) {
-   shared_->folders = std::move( folders );
+   shared_->directories = std::move( directories );
 }
 
 Quill::Ptr< Corvid::RawTxPam > PacketEndpointProvider::newRawTxPam( Quill::String name ) {

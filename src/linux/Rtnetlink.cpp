@@ -17,7 +17,7 @@ constexpr std::size_t aligned( std::size_t size ) noexcept {
    return ( size + 3 ) & ~std::size_t( 3 );
 }
 
-// Takes a T off the front, with what aligns the next; nothing when there are too few bytes.
+// Takes a T off the front, with the padding behind it; nothing if there are too few bytes.
 template < class T > std::optional< T > take( Bytes & bytes ) noexcept {
    if ( bytes.size() < sizeof( T ) ) {
       return std::nullopt;
@@ -28,8 +28,8 @@ template < class T > std::optional< T > take( Bytes & bytes ) noexcept {
    return value;
 }
 
-// Takes what a header announces `length` bytes for, the header of size `headerSize` included and
-// taken already. Nothing when that cannot be.
+// Takes the payload of a message of `length` bytes, whose header of `headerSize` bytes is counted in
+// `length` and has been taken already. Nothing if the length is invalid.
 std::optional< Bytes > takePayload( Bytes & bytes, std::size_t length,
                                     std::size_t headerSize ) noexcept {
    if ( length < headerSize || length - headerSize > bytes.size() ) {
@@ -53,14 +53,14 @@ void attribute( Message & message, unsigned type, Bytes payload ) noexcept {
    }
 }
 
-// Returns whether the message makes sense.
+// Returns whether the message is valid.
 bool link( Message & message, Bytes payload, Message::Kind kind ) noexcept {
    auto const info = take< ifinfomsg >( payload );
    if ( !info ) {
       return false;
    }
-   // A bridge tells its ports' affairs in messages of its own family: a port that leaves it is not
-   // a device that goes.
+   // A bridge reports its ports in messages of its own family. A port that leaves the bridge is not a
+   // device that was deleted.
    if ( info->ifi_family != AF_UNSPEC || info->ifi_index <= 0 ) {
       return true;
    }
@@ -120,6 +120,15 @@ std::vector< std::byte > request( U16 type, U16 flags, U32 sequence, ifinfomsg c
    return bytes;
 }
 
+// Sets the flag IFF_UP of a device to that of `flags`.
+std::vector< std::byte > flagRequest( U32 sequence, U32 ifIndex, unsigned flags ) {
+   ifinfomsg info{};
+   info.ifi_index = static_cast< int >( ifIndex );
+   info.ifi_flags = flags;
+   info.ifi_change = IFF_UP;
+   return request( RTM_NEWLINK, NLM_F_ACK, sequence, info );
+}
+
 } // namespace
 
 bool Parser::next( Message & message ) noexcept {
@@ -150,12 +159,12 @@ std::vector< std::byte > linkRequest( U32 sequence, U32 ifIndex ) {
    return request( RTM_GETLINK, 0, sequence, info );
 }
 
-std::vector< std::byte > upRequest( U32 sequence, U32 ifIndex, bool up ) {
-   ifinfomsg info{};
-   info.ifi_index = static_cast< int >( ifIndex );
-   info.ifi_flags = up ? IFF_UP : 0;
-   info.ifi_change = IFF_UP;
-   return request( RTM_NEWLINK, NLM_F_ACK, sequence, info );
+std::vector< std::byte > upRequest( U32 sequence, U32 ifIndex ) {
+   return flagRequest( sequence, ifIndex, IFF_UP );
+}
+
+std::vector< std::byte > downRequest( U32 sequence, U32 ifIndex ) {
+   return flagRequest( sequence, ifIndex, 0 );
 }
 
 } // namespace Valen::Linux::Rtnetlink

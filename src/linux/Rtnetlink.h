@@ -1,4 +1,4 @@
-// The kernel's link messages: made and taken apart. Knows no socket.
+// Builds and parses the kernel's link messages. Uses no socket.
 #pragma once
 
 #include "platform/quill/Int.h"
@@ -13,33 +13,33 @@ namespace Valen::Linux::Rtnetlink {
 // One message of a datagram. The views are into the datagram.
 struct Message {
    enum class Kind : U8 {
-      link,    // a device is there, or changed
-      linkDel, // a device went: deleted, or moved to another namespace
-      done,    // the end of a dump; `error` when it ended early
+      link,    // a device exists, or has changed
+      linkDel, // a device was deleted, or moved to another namespace
+      done,    // the end of a dump; `error` is set if it ended early
       error,   // the answer to a request; `error` 0 is an acknowledgement
       overrun, // the kernel lost data
-      other,   // nothing of ours
+      other,   // any other message
    };
 
    Kind kind = Kind::other;
-   U32 sequence = 0;         // of the request that it answers; 0 in notifications
-   bool interrupted = false; // the dump that it belongs to met a change and may be inconsistent
+   U32 sequence = 0;         // of the request; 0 in notifications
+   bool interrupted = false; // a change during the dump; it may be inconsistent
    int error = 0;            // errno, of done and error
 
-   U32 ifIndex = 0;             // from here on: of link and linkDel
-   std::string_view deviceName; // empty when the message has none
-   U32 flags = 0;               // IFF_UP and the rest
-   U32 mtu = 0;                 // 0 when the message has none
+   U32 ifIndex = 0;             // this and the rest: of link and linkDel
+   std::string_view deviceName; // empty if the message has none
+   U32 flags = 0;               // IFF_UP and others
+   U32 mtu = 0;                 // 0 if the message has none
 };
 
-// Takes datagrams apart, whatever their bytes: nothing outside them is read.
+// Parses any bytes as a datagram, and never reads outside them.
 class Parser {
  public:
    explicit Parser( std::span< std::byte const > datagram ) noexcept : rest_( datagram ) {}
 
-   // The next message. Returns false at the end, and at a message that makes no sense.
+   // Reads the next message. Returns false at the end, and at an invalid message.
    bool next( Message & message ) noexcept;
-   // Whether the datagram ended in something that makes no sense.
+   // Whether an invalid message was found.
    bool damaged() const noexcept { return damaged_; }
 
  private:
@@ -51,7 +51,8 @@ class Parser {
 std::vector< std::byte > dumpRequest( U32 sequence );
 // A request for one device.
 std::vector< std::byte > linkRequest( U32 sequence, U32 ifIndex );
-// A request to set a device up or down, acknowledged.
-std::vector< std::byte > upRequest( U32 sequence, U32 ifIndex, bool up );
+// Requests to set a device up, and down, with an acknowledgment.
+std::vector< std::byte > upRequest( U32 sequence, U32 ifIndex );
+std::vector< std::byte > downRequest( U32 sequence, U32 ifIndex );
 
 } // namespace Valen::Linux::Rtnetlink

@@ -12,13 +12,14 @@ Fd openInside( NetNs const & netNs ) {
    NetNsScope const inside( netNs );
    Fd fd( ::socket( AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE ) );
    if ( !fd ) {
-      throwErrno( "rtnetlink socket in network namespace \"" + netNs.name.stdString() + "\"",
+      throwErrno( "cannot open an rtnetlink socket in network namespace \"" +
+                     netNs.name.stdString() + "\"",
                   errno );
    }
    return fd;
 }
 
-// The force needs CAP_NET_ADMIN; without it the socket gets what the system allows everybody.
+// SO_RCVBUFFORCE needs CAP_NET_ADMIN. Without it, the system's limit applies.
 void receiveBufferIs( int fd, int bytes ) noexcept {
    if ( ::setsockopt( fd, SOL_SOCKET, SO_RCVBUFFORCE, &bytes, sizeof bytes ) < 0 ) {
       ::setsockopt( fd, SOL_SOCKET, SO_RCVBUF, &bytes, sizeof bytes );
@@ -37,7 +38,7 @@ RtnetlinkSocket::RtnetlinkSocket( NetNs const & netNs, std::optional< int > rece
    }
    if ( ::bind( fd_.get(), reinterpret_cast< sockaddr const * >( &address ), sizeof address ) <
         0 ) {
-      throwErrno( "bind of an rtnetlink socket", errno );
+      throwErrno( "cannot bind an rtnetlink socket", errno );
    }
 }
 
@@ -46,7 +47,7 @@ void RtnetlinkSocket::send( std::span< std::byte const > request ) {
    kernel.nl_family = AF_NETLINK;
    if ( ::sendto( fd_.get(), request.data(), request.size(), MSG_DONTWAIT,
                   reinterpret_cast< sockaddr const * >( &kernel ), sizeof kernel ) < 0 ) {
-      throwErrno( "request to rtnetlink", errno );
+      throwErrno( "cannot send to rtnetlink", errno );
    }
 }
 
@@ -68,10 +69,10 @@ RtnetlinkSocket::Received RtnetlinkSocket::receive( std::span< std::byte > buffe
          return Received::lost;
       }
       if ( received < 0 ) {
-         throwErrno( "answer of rtnetlink", errno );
+         throwErrno( "cannot receive from rtnetlink", errno );
       }
       if ( sender.nl_pid != 0 ) {
-         continue; // another process's: only the kernel is believed
+         continue; // from another process: ignore it
       }
       auto const length = static_cast< std::size_t >( received );
       if ( length > buffer.size() ) {

@@ -16,20 +16,21 @@ class RtnetlinkSocket {
 
    enum class Received : U8 {
       datagram,
-      nothing, // none is waiting
-      lost,    // the receive buffer overran, or a datagram did not fit: anything may have changed
+      nothing, // no datagram is waiting
+      lost, // the receive buffer overflowed, or a datagram was too long: anything may have changed
    };
 
-   // Opens the socket inside `netNs`, and subscribes it to the changes of devices when
-   // `receiveBuffer` (bytes) is given. Throws Quill::ErrnoException.
+   // Opens the socket inside `netNs`. Throws Quill::ErrnoException.
+   //   receiveBuffer   subscribes to changes of devices, with a buffer of so many bytes for them; without
+   //                   it, the socket is for requests only
    RtnetlinkSocket( NetNs const & netNs, std::optional< int > receiveBuffer );
 
    int fd() const noexcept { return fd_.get(); }
 
    // Throws Quill::ErrnoException.
    void send( std::span< std::byte const > request );
-   // Takes the next datagram of the kernel into `buffer`, which should have datagramBytes; what was
-   // taken is then `datagram`. Throws Quill::ErrnoException.
+   // Receives the next datagram of the kernel into `buffer`, which should have datagramBytes, and sets
+   // `datagram` to the received bytes. Throws Quill::ErrnoException.
    Received receive( std::span< std::byte > buffer, std::span< std::byte const > & datagram );
 
  private:

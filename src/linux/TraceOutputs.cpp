@@ -19,7 +19,7 @@ namespace Valen::Linux {
 
 namespace {
 
-// "2026-01-31T12:00:00.123456Z ConfigSm/0 ", cut when a unit's name is longer than any is.
+// "2026-01-31T12:00:00.123456Z ConfigSm/0 "; an overlong name of a unit is truncated.
 class Stamp {
  public:
    explicit Stamp( Quill::TraceLine const & line ) noexcept {
@@ -46,16 +46,16 @@ iovec part( std::string_view text ) noexcept {
    return { const_cast< char * >( text.data() ), text.size() };
 }
 
-// Writes one whole line with one call, so that lines of two processes do not mix.
+// Writes a line with one system call, so that the lines of two processes do not mix.
 bool writeLine( int fd, std::string_view head, std::string_view text ) noexcept {
    std::array< iovec, 3 > const parts{ part( head ), part( text ), part( "\n" ) };
    auto const number = errno;
    auto const written = ::writev( fd, parts.data(), static_cast< int >( parts.size() ) );
-   errno = number; // tracing must not disturb what it traces
+   errno = number; // tracing must not change the traced code's errno
    return written == static_cast< ssize_t >( head.size() + text.size() + 1 );
 }
 
-// Whether standard error is the journal's: the variable holds its file as "DEVICE:INODE".
+// Whether standard error is the journal's file, which JOURNAL_STREAM gives as "DEVICE:INODE".
 bool isJournal() noexcept {
    auto const * const stream = std::getenv( "JOURNAL_STREAM" );
    struct stat status;
@@ -68,7 +68,7 @@ bool isJournal() noexcept {
 Fd openForAppending( std::string const & path ) {
    Fd file( ::open( path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0640 ) );
    if ( !file ) {
-      throwErrno( "open trace file " + path, errno );
+      throwErrno( "cannot open trace file " + path, errno );
    }
    return file;
 }
@@ -85,16 +85,16 @@ std::span< std::byte > mapNewFile( std::string const & path, std::size_t bytes )
    Fd const file(
       ::open( path.c_str(), O_RDWR | O_CREAT | O_EXCL | O_CLOEXEC | O_NONBLOCK, 0640 ) );
    if ( !file ) {
-      throwErrno( "create trace ring " + path, errno );
+      throwErrno( "cannot create trace ring " + path, errno );
    }
-   // Room on the disk now, since a write into a mapping of a full disk ends the process.
+   // Allocate the disk space now: a write to a mapping fails with SIGBUS when the disk is full.
    if ( auto const error = ::posix_fallocate( file.get(), 0, static_cast< off_t >( bytes ) ) ) {
-      throwErrno( "make room for trace ring " + path, error );
+      throwErrno( "cannot allocate disk space for trace ring " + path, error );
    }
    auto * const memory =
       ::mmap( nullptr, bytes, PROT_READ | PROT_WRITE, MAP_SHARED, file.get(), 0 );
    if ( memory == MAP_FAILED ) {
-      throwErrno( "map trace ring " + path, errno );
+      throwErrno( "cannot map trace ring " + path, errno );
    }
    return { static_cast< std::byte * >( memory ), bytes };
 }
@@ -103,10 +103,11 @@ std::span< std::byte > mapNewFile( std::string const & path, std::size_t bytes )
 
 // --- StderrTraceSink -----------------------------------------------------------------------------
 
-StderrTraceSink::StderrTraceSink() : StderrTraceSink( isJournal() ) {}
+StderrTraceSink::StderrTraceSink()
+    : StderrTraceSink( isJournal() ? Reader::journal : Reader::other ) {}
 
 void StderrTraceSink::line( Quill::TraceLine const & line ) noexcept {
-   if ( journal_ ) {
+   if ( journal() ) {
       writeLine( STDERR_FILENO, line.point.level == 0 ? "<6>" : "<7>", line.text );
    } else {
       writeLine( STDERR_FILENO, Stamp( line ).view(), line.text );
@@ -136,7 +137,7 @@ RingFile::RingFile( std::string const & path, std::size_t bytes ) {
                                    std::to_string( Blipline::Ring::minSize ) + " bytes" );
    }
    if ( std::rename( path.c_str(), ( path + ".previous" ).c_str() ) < 0 && errno != ENOENT ) {
-      throwErrno( "put aside trace ring " + path, errno );
+      throwErrno( "cannot rename trace ring " + path, errno );
    }
    memory_ = mapNewFile( path, bytes );
    ring_.emplace( memory_ );
@@ -157,14 +158,14 @@ std::vector< std::byte > RingFile::read( std::string const & path ) {
    Fd const file( ::open( path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK ) );
    struct stat status;
    if ( !file || ::fstat( file.get(), &status ) < 0 ) {
-      throwErrno( "open trace ring " + path, errno );
+      throwErrno( "cannot open trace ring " + path, errno );
    }
    std::vector< std::byte > bytes( static_cast< std::size_t >( status.st_size ) );
    std::size_t length = 0;
    while ( length < bytes.size() ) {
       auto const got = ::read( file.get(), bytes.data() + length, bytes.size() - length );
       if ( got < 0 ) {
-         throwErrno( "read trace ring " + path, errno );
+         throwErrno( "cannot read trace ring " + path, errno );
       }
       if ( got == 0 ) {
          break;

@@ -1,4 +1,4 @@
-// Where an agent's trace goes: standard error, a file, and the ring in a mapped file.
+// Outputs of the trace: standard error, a file, and the ring in a mapped file.
 #pragma once
 
 #include "linux/Fd.h"
@@ -12,33 +12,35 @@
 
 namespace Valen::Linux {
 
-// Lines on standard error. The journal gets them with its priorities: "<6>" for level 0, "<7>" for
-// the others; anybody else with the time of day, as in a file.
+// Writes lines to standard error: to the journal with its priorities, "<6>" for level 0 and "<7>" for the
+// others; else with the time of day, as in a file.
 class StderrTraceSink final : public Quill::TraceSink {
  public:
-   // Looks for the journal: JOURNAL_STREAM names the file that standard error is.
-   StderrTraceSink();
-   explicit StderrTraceSink( bool journal ) noexcept : journal_( journal ) {}
+   enum class Reader : U8 { journal, other };
 
-   bool journal() const noexcept { return journal_; }
+   // The journal reads standard error if that is the file in JOURNAL_STREAM.
+   StderrTraceSink();
+   explicit StderrTraceSink( Reader reader ) noexcept : reader_( reader ) {}
+
+   bool journal() const noexcept { return reader_ == Reader::journal; }
    void line( Quill::TraceLine const & line ) noexcept override;
 
  private:
-   bool const journal_;
+   Reader const reader_;
 };
 
-// Lines at the end of a file, each with its time in UTC, its unit and its level:
+// Appends lines to a file, each with its time in UTC, its unit and its level:
 // "2026-01-31T12:00:00.123456Z ConfigSm/0 void Valen::ConfigSm::handleVrf(L3::VrfName): vrf red".
 class FileTraceSink final : public Quill::TraceSink {
  public:
-   // Throws Quill::ErrnoException when the file cannot be opened.
+   // Throws Quill::ErrnoException if the file cannot be opened.
    explicit FileTraceSink( std::string path );
 
    void line( Quill::TraceLine const & line ) noexcept override;
-   // Opens the path anew, after the file was moved aside. Throws Quill::ErrnoException, and goes on
-   // with the old file, when that fails.
+   // Opens the path again, after log rotation has moved the file. If that fails, throws
+   // Quill::ErrnoException and keeps the old file.
    void reopen();
-   // Lines that could not be written whole.
+   // Number of lines that could not be written completely.
    U64 lost() const noexcept { return lost_; }
 
  private:
@@ -47,13 +49,13 @@ class FileTraceSink final : public Quill::TraceSink {
    U64 lost_ = 0;
 };
 
-// The process's trace ring in a file, which outlives a crash of the process. Installs the ring and
-// the abort hook; takes both back at its end. What a file of that path held before is kept beside
-// it, as PATH.previous, so that a restart does not wipe out the trace of a crash.
+// The process's trace ring in a file, which survives a crash. Installs the ring and the abort hook, and
+// uninstalls both at its end. An existing file is renamed to PATH.previous, so that a restart keeps the
+// trace of a crash.
 class RingFile {
  public:
-   // `bytes`: the size of the file, rounded up to whole pages. Throws Quill::ErrnoException, or
-   // Quill::RangeException when it is too small for a ring.
+   //   bytes   size of the file, rounded up to whole pages
+   // Throws Quill::ErrnoException, or Quill::RangeException if the size is too small for a ring.
    RingFile( std::string const & path, std::size_t bytes );
    ~RingFile();
    RingFile( RingFile const & ) = delete;
@@ -62,7 +64,7 @@ class RingFile {
    Blipline::Ring & ring() noexcept { return *ring_; }
    std::span< std::byte const > memory() const noexcept { return memory_; }
 
-   // The bytes of a ring's file, for a Blipline::Reader. Throws Quill::ErrnoException.
+   // Reads the file of a ring, for a Blipline::Reader. Throws Quill::ErrnoException.
    static std::vector< std::byte > read( std::string const & path );
 
  private:

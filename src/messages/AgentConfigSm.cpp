@@ -10,81 +10,7 @@ QUILL_TRACE_UNIT( "AgentConfigSm" )
 
 } // namespace
 
-// --- AgentConfigSm -------------------------------------------------------------------------------
-
-Quill::Ptr< AgentConfigSm > agentConfigSmFactory( Quill::Name name,
-                                                  Quill::Ptr< Quill::Dir const > agentDir,
-                                                  Quill::Ptr< AllIntf > allIntf ) {
-   return Quill::make< AgentConfigSm >( std::move( name ), std::move( agentDir ),
-                                        std::move( allIntf ) );
-}
-
-AgentConfigSm::AgentConfigSm( Quill::Name name, Quill::Ptr< Quill::Dir const > agentDir,
-                              Quill::Ptr< AllIntf > allIntf )
-    : name_( std::move( name ) ), agentDir_( *this, std::move( agentDir ) ),
-      allIntf_( std::move( allIntf ) ) {
-   handleInitialized();
-}
-
-AgentConfigSm::~AgentConfigSm() {
-   handleDestruction();
-   quillDoZombieReactors( true );
-}
-
-void AgentConfigSm::handleInitialized() {
-   TRACE0( "" );
-   for ( auto const & entry : agentDir()->entry() ) {
-      handleMessageDir( entry.key );
-   }
-}
-
-void AgentConfigSm::handleMessageDir( Quill::Name name ) {
-   TRACE0( "%s, %s", name_, name );
-   if ( !agentDir()->entryHas( name ) ) {
-      TRACE1( "removed messageDir" );
-      messageDirSmDel();
-      return;
-   }
-   auto const entity = agentDir()->entry( name );
-   if ( !entity ) {
-      TRACE1( "messageDir added but not yet instantiated" );
-      return;
-   }
-   TRACE1( "added messageDir" );
-   messageDirSmIs( name_, Quill::ptrCast< Config::Agent::MessageDir const >( entity ), allIntf_ );
-}
-
-void AgentConfigSm::messageDirSmIs( Quill::Name name,
-                                    Quill::Ptr< Config::Agent::MessageDir const > messageDir,
-                                    Quill::Ptr< AllIntf > allIntf ) {
-   if ( messageDirSm_ && messageDirSm_->name() == name &&
-        messageDirSm_->messageDir() == messageDir && messageDirSm_->allIntf() == allIntf ) {
-      return;
-   }
-   messageDirSmDel();
-   if ( messageDir ) {
-      messageDirSm_ =
-         messageDirSmFactory( std::move( name ), std::move( messageDir ), std::move( allIntf ) );
-   }
-}
-
-void AgentConfigSm::messageDirSmDel() {
-   retire( std::exchange( messageDirSm_, nullptr ) );
-}
-
-void AgentConfigSm::handleDestruction() {
-   TRACE0( "" );
-   messageDirSmDel();
-}
-
 // --- MessageDirSm --------------------------------------------------------------------------------
-
-Quill::Ptr< MessageDirSm >
-messageDirSmFactory( Quill::Name name, Quill::Ptr< Config::Agent::MessageDir const > messageDir,
-                     Quill::Ptr< AllIntf > allIntf ) {
-   return Quill::make< MessageDirSm >( std::move( name ), std::move( messageDir ),
-                                       std::move( allIntf ) );
-}
 
 MessageDirSm::MessageDirSm( Quill::Name name,
                             Quill::Ptr< Config::Agent::MessageDir const > messageDir,
@@ -139,6 +65,76 @@ void MessageDirSm::handleDestruction() {
    for ( auto const & entry : messageDir()->message() ) {
       handleMessageRemoval( entry.key );
    }
+}
+
+Quill::Ptr< MessageDirSm >
+messageDirSmFactory( Quill::Name name, Quill::Ptr< Config::Agent::MessageDir const > messageDir,
+                     Quill::Ptr< AllIntf > allIntf ) {
+   return Quill::make< MessageDirSm >( std::move( name ), std::move( messageDir ),
+                                       std::move( allIntf ) );
+}
+
+// --- AgentConfigSm -------------------------------------------------------------------------------
+
+AgentConfigSm::AgentConfigSm( Quill::Name name, Quill::Ptr< Quill::Dir const > agentDir,
+                              Quill::Ptr< AllIntf > allIntf )
+    : name_( std::move( name ) ), agentDir_( *this, std::move( agentDir ) ),
+      allIntf_( std::move( allIntf ) ) {
+   handleInitialized();
+}
+
+AgentConfigSm::~AgentConfigSm() {
+   handleDestruction();
+   quillDoZombieReactors( true );
+}
+
+void AgentConfigSm::messageDirSmIs( Quill::Name name,
+                                    Quill::Ptr< Config::Agent::MessageDir const > messageDir,
+                                    Quill::Ptr< AllIntf > allIntf ) {
+   if ( !messageDir ) {
+      messageDirSmDel();
+      return;
+   }
+   messageDirSm_.replace( std::move( name ), std::move( messageDir ), std::move( allIntf ) );
+}
+
+void AgentConfigSm::messageDirSmDel() {
+   messageDirSm_.retire();
+}
+
+void AgentConfigSm::handleInitialized() {
+   TRACE0( "" );
+   for ( auto const & entry : agentDir()->entry() ) {
+      handleMessageDir( entry.key );
+   }
+}
+
+void AgentConfigSm::handleMessageDir( Quill::Name name ) {
+   TRACE0( "%s, %s", name_, name );
+   if ( !agentDir()->entryHas( name ) ) {
+      TRACE1( "removed messageDir" );
+      messageDirSmDel();
+      return;
+   }
+   auto const entity = agentDir()->entry( name );
+   if ( !entity ) {
+      TRACE1( "messageDir added but not yet instantiated" );
+      return;
+   }
+   TRACE1( "added messageDir" );
+   messageDirSmIs( name_, Quill::ptrCast< Config::Agent::MessageDir const >( entity ), allIntf_ );
+}
+
+void AgentConfigSm::handleDestruction() {
+   TRACE0( "" );
+   messageDirSmDel();
+}
+
+Quill::Ptr< AgentConfigSm > agentConfigSmFactory( Quill::Name name,
+                                                  Quill::Ptr< Quill::Dir const > agentDir,
+                                                  Quill::Ptr< AllIntf > allIntf ) {
+   return Quill::make< AgentConfigSm >( std::move( name ), std::move( agentDir ),
+                                        std::move( allIntf ) );
 }
 
 } // namespace Valen

@@ -1,19 +1,20 @@
-// Brings the messages that agents have configured into the library's model: one AgentConfigSm per
-// agent, which keeps the MessageDirSm of the agent's message directory.
+// Valen::AgentConfigSm and MessageDirSm: put the frames of agents into the library's model. There
+// is one AgentConfigSm per agent, which owns the MessageDirSm of the agent's message directory.
 #pragma once
 
+#include "platform/quill/Children.h"
 #include "platform/quill/Watch.h"
 #include "types/ValenTypes.h"
 
 namespace Valen {
 
-// Merges one agent's messages into the model. The messages of several agents for one interface meet
-// in its IntfMessage, one entry per agent; nobody's entry overrides another's.
+// Puts one agent's frames into the model. The IntfMessage of an interface has one entry per agent,
+// so that agents do not override one another.
 //   watches   the agent's message directory
 //   writes    AllIntf::intfMessage; in each IntfMessage the entry of this agent, nothing else
 //   owned by  AgentConfigSm
 // Between two handlers, from handleInitialized() to handleDestruction():
-//   (1) each message of messageDir stands under name() in the IntfMessage of its interface;
+//   (1) each message of messageDir is under name() in the IntfMessage of its interface;
 //   (2) no IntfMessage is empty.
 class MessageDirSm final : public Quill::Reactor {
    QUILL_TRACKED( Valen::MessageDirSm )
@@ -25,13 +26,22 @@ class MessageDirSm final : public Quill::Reactor {
 
    char const * reactorName() const noexcept override { return "MessageDirSm"; }
 
-   Quill::Name const & name() const { return name_; }
-   Quill::Ptr< Config::Agent::MessageDir const > messageDir() const { return messageDir_.handle(); }
-   Quill::Ptr< AllIntf > const & allIntf() const { return allIntf_; }
+   Quill::Name const & name() const noexcept { return name_; }
+   Quill::Ptr< Config::Agent::MessageDir const > messageDir() const noexcept {
+      return messageDir_.handle();
+   }
+   Quill::Ptr< AllIntf > const & allIntf() const noexcept { return allIntf_; }
+
+   static constexpr auto quillParameters() {
+      return std::tuple( Quill::Parameter( "_name", &MessageDirSm::name ),
+                         Quill::Parameter( "_messageDir", &MessageDirSm::messageDir ),
+                         Quill::Parameter( "_allIntf", &MessageDirSm::allIntf ) );
+   }
 
    void handleInitialized();
    void handleMessage( Corvid::IntfId intfId );
-   // The agent has no message for the interface any more; the last agent takes the record along.
+   // The agent no longer has a message for the interface. Deletes the IntfMessage if it was the
+   // last.
    void handleMessageRemoval( Corvid::IntfId intfId );
    void handleDestruction();
 
@@ -49,12 +59,13 @@ Quill::Ptr< MessageDirSm >
 messageDirSmFactory( Quill::Name name, Quill::Ptr< Config::Agent::MessageDir const > messageDir,
                      Quill::Ptr< AllIntf > allIntf );
 
-// Follows the directory of one agent and keeps one MessageDirSm while a message directory is there.
+// Follows the directory of one agent and keeps a MessageDirSm while it has a message directory.
 //   watches   the agent's directory
 //   writes    nothing itself
+//   owns      the MessageDirSm
 //   owned by  ConfigSm
-// There is one child at most: the entry handled last decides it, whatever its name. That serves
-// because an agent's directory holds exactly one message directory.
+// There is at most one child, that of the entry handled last. This is enough because an agent's
+// directory has exactly one message directory.
 class AgentConfigSm final : public Quill::Reactor {
    QUILL_TRACKED( Valen::AgentConfigSm )
  public:
@@ -65,14 +76,19 @@ class AgentConfigSm final : public Quill::Reactor {
 
    char const * reactorName() const noexcept override { return "AgentConfigSm"; }
 
-   Quill::Name const & name() const { return name_; }
-   Quill::Ptr< Quill::Dir const > agentDir() const { return agentDir_.handle(); }
-   Quill::Ptr< AllIntf > const & allIntf() const { return allIntf_; }
+   Quill::Name const & name() const noexcept { return name_; }
+   Quill::Ptr< Quill::Dir const > agentDir() const noexcept { return agentDir_.handle(); }
+   Quill::Ptr< AllIntf > const & allIntf() const noexcept { return allIntf_; }
 
-   // The child; null while there is no message directory.
-   Quill::Ptr< MessageDirSm > const & messageDirSm() const { return messageDirSm_; }
-   // Keeps a child that was made from the same values, else replaces it. A null `messageDir` leaves
-   // no child: the entry's entity is not a message directory.
+   static constexpr auto quillParameters() {
+      return std::tuple( Quill::Parameter( "_agentDir", &AgentConfigSm::agentDir ),
+                         Quill::Parameter( "_allIntf", &AgentConfigSm::allIntf ) );
+   }
+
+   // Null while there is no message directory.
+   Quill::Ptr< MessageDirSm > const & messageDirSm() const noexcept { return messageDirSm_.get(); }
+   // Keeps a child that was made from the same values and replaces any other. A null `messageDir`
+   // leaves no child: the entry's entity is not a message directory.
    void messageDirSmIs( Quill::Name name, Quill::Ptr< Config::Agent::MessageDir const > messageDir,
                         Quill::Ptr< AllIntf > allIntf );
    void messageDirSmDel();
@@ -87,7 +103,7 @@ class AgentConfigSm final : public Quill::Reactor {
                  Quill::On< Quill::Dir::entryAttr, &AgentConfigSm::handleMessageDir > >
       agentDir_;
    Quill::Ptr< AllIntf > const allIntf_;
-   Quill::Ptr< MessageDirSm > messageDirSm_;
+   Quill::Child< MessageDirSm > messageDirSm_;
 };
 
 Quill::Ptr< AgentConfigSm > agentConfigSmFactory( Quill::Name name,

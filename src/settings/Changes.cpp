@@ -10,7 +10,7 @@ namespace {
 
 using Lines = std::vector< std::string >;
 
-// Calls `each` with every key of either map, and what each map holds there; null for nothing.
+// Calls `each` with every key of either map and its values in both; null where a map has none.
 template < class Map, class Each >
 void compare( Map const & before, Map const & next, Each const & each ) {
    std::set< typename Map::key_type > keys;
@@ -103,20 +103,25 @@ Lines changesBetween( Config const & before, Config const & next ) {
    return lines;
 }
 
-Lines processChanges( ProcessConfig const & started, ProcessConfig const & wanted ) {
+Lines processChanges( ProcessConfig const & before, ProcessConfig const & next,
+                      TakesEffect takesEffect ) {
    Lines lines;
-   auto const compareSetting = [ & ]( char const * name, auto const & was, auto const & is ) {
-      if ( was != is ) {
-         lines.push_back( std::string( name ) + " " + ( is ? *is : "at its default" ) +
+   for ( auto const & setting : processSettings ) {
+      auto const name = std::string( setting.name );
+      if ( setting.takesEffect != takesEffect ||
+           before.given( setting ) == next.given( setting ) ) {
+         continue;
+      }
+      if ( takesEffect == TakesEffect::onReload ) {
+         if ( before.value( setting ) != next.value( setting ) ) {
+            lines.push_back( changed( name, before.value( setting ), next.value( setting ) ) );
+         }
+      } else {
+         auto const & value = next.given( setting );
+         lines.push_back( name + ( value ? " " + *value : " back to its default" ) +
                           ": takes effect at the next start" );
       }
-   };
-   compareSetting( "socket", started.socket, wanted.socket );
-   compareSetting( "netns-folder", started.netNsFolder, wanted.netNsFolder );
-   compareSetting( "state-directory", started.stateDirectory, wanted.stateDirectory );
-   compareSetting( "metrics-file", started.metricsFile, wanted.metricsFile );
-   compareSetting( "trace.file", started.traceFile, wanted.traceFile );
-   compareSetting( "trace.ring", started.traceRing, wanted.traceRing );
+   }
    return lines;
 }
 

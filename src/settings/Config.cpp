@@ -7,7 +7,7 @@
 namespace Settings {
 
 std::string const & Config::netNsOf( std::string const & vrf ) const {
-   static std::string const own = defaultVrf; // the namespace bears the name of its VRF
+   static std::string const own = defaultVrf; // the namespace has the name of its VRF
    auto const found = vrfs.find( vrf );
    return found == vrfs.end() ? own : found->second;
 }

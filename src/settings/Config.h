@@ -1,7 +1,8 @@
-// What the operator configures, as plain values. Made by ConfigReader, put in force by Feeder.
+// What the operator configures, as plain values. ConfigReader reads it, Feeder applies it.
 #pragma once
 
 #include "platform/quill/Int.h"
+#include "settings/ProcessSettings.h"
 
 #include <map>
 #include <optional>
@@ -10,7 +11,7 @@
 
 namespace Settings {
 
-// The VRF that every agent has: the agent's own network namespace.
+// The VRF that always exists: the network namespace of valend itself.
 inline constexpr char const * defaultVrf = "default";
 
 struct InterfaceConfig {
@@ -24,26 +25,14 @@ struct InterfaceConfig {
 // The frames that one agent has queued, in order of sending. Each is the complete bytes of one.
 using Frames = std::vector< std::string >;
 
-// How the process runs; what the command line says goes before.
-struct ProcessConfig {
-   std::optional< std::string > socket;      // of the control API
-   std::optional< std::string > netNsFolder; // a further folder of named namespaces
-   std::optional< std::string > traceLevels; // "ConfigSm/0-1,Intf*/0"
-   std::optional< std::string > traceFile;
-   std::optional< std::string > traceRing;
-   std::optional< std::string > stateDirectory; // where shutdowns are written down
-   std::optional< std::string > metricsFile;    // where the metrics go
-   bool operator==( ProcessConfig const & ) const = default;
-};
-
-// Valid as a whole: every name is bounded, every reference leads somewhere, no VRF shares its
-// namespace, no device of a namespace carries two interfaces.
+// Valid as a whole: every name is bounded, every reference names something that exists, no two VRFs
+// share a namespace, no device of a VRF carries two interfaces.
 struct Config {
-   std::optional< U16 > shutdownDelayMs;                            // nothing: the feature is off
-   std::map< std::string, std::string > vrfs;                       // name to namespace
-   std::map< std::string, InterfaceConfig > interfaces;             // by name
+   std::optional< U16 > shutdownDelayMs;                // nothing: the delay is disabled
+   std::map< std::string, std::string > vrfs;           // name to namespace
+   std::map< std::string, InterfaceConfig > interfaces; // by name
    std::map< std::string, std::map< std::string, Frames > > agents; // by agent, then interface
-   ProcessConfig process;
+   ProcessConfig process;                                           // from the files alone
    bool operator==( Config const & ) const = default;
 
    // The namespace of a configured VRF, or of "default".

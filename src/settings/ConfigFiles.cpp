@@ -1,11 +1,11 @@
-// The files that make up the configuration: which they are, and what they hold.
-#include "settings/ConfigReader.h"
+#include "settings/ConfigFiles.h"
 
 #include <algorithm>
+#include <cerrno>
 #include <filesystem>
 #include <fstream>
 #include <iostream>
-#include <iterator>
+#include <system_error>
 
 namespace Settings {
 
@@ -13,28 +13,29 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Why a file was not read.
-struct Unread {
+// Why a file or directory was not read.
+struct Unreadable {
    std::string text;
 };
 
-// All that the stream holds. Throws Unread.
+std::string errnoText( int number ) {
+   return std::generic_category().message( number );
+}
+
+// All of the stream. Throws Unreadable.
 std::string contentOf( std::istream & stream ) {
-   if ( !stream ) {
-      throw Unread{ "cannot be opened; expected a readable file" };
-   }
    std::string text;
    std::vector< char > chunk( 1u << 16 );
+   errno = 0;
    while ( stream && text.size() <= maxConfigBytes ) {
       stream.read( chunk.data(), static_cast< std::streamsize >( chunk.size() ) );
       text.append( chunk.data(), static_cast< std::size_t >( stream.gcount() ) );
    }
-   if ( stream.bad() || !( stream.eof() || text.size() > maxConfigBytes ) ) {
-      throw Unread{ "cannot be read; expected a readable file" };
-   }
    if ( text.size() > maxConfigBytes ) {
-      throw Unread{ "larger than " + std::to_string( maxConfigBytes ) +
-                    " bytes; expected at most that" };
+      throw Unreadable{ "exceeds the limit of " + std::to_string( maxConfigBytes ) + " bytes" };
+   }
+   if ( stream.bad() || !stream.eof() ) {
+      throw Unreadable{ "cannot read: " + errnoText( errno ? errno : EIO ) };
    }
    return text;
 }
@@ -44,10 +45,17 @@ std::string contentOf( std::string const & file ) {
       return contentOf( std::cin );
    }
    std::error_code code;
-   if ( fs::is_directory( file, code ) || fs::is_fifo( file, code ) ) { // one would wait for ever
-      throw Unread{ "cannot be read; expected a readable file" };
+   auto const status = fs::status( file, code );
+   if ( fs::is_directory( status ) ) {
+      throw Unreadable{ "cannot read: " + errnoText( EISDIR ) };
+   }
+   if ( fs::is_fifo( status ) ) { // opening it would wait indefinitely
+      throw Unreadable{ "cannot read: not a regular file" };
    }
    std::ifstream stream( file, std::ios::binary );
+   if ( !stream ) {
+      throw Unreadable{ "cannot open: " + errnoText( errno ) };
+   }
    return contentOf( stream );
 }
 
@@ -55,59 +63,51 @@ bool isDropIn( fs::path const & path ) {
    return path.extension() == ".yaml" && !path.filename().string().starts_with( '.' );
 }
 
-// The drop-ins of `file`, by name; none when there is no such folder. Throws Unread.
-std::vector< std::string > dropInsOf( fs::path const & folder ) {
+// The drop-ins in `directory`, sorted by name; none when it does not exist. Throws Unreadable.
+std::vector< std::string > dropInsIn( fs::path const & directory ) {
    std::error_code code;
    std::vector< std::string > files;
-   fs::directory_iterator entry( folder, code );
+   fs::directory_iterator entry( directory, code );
    for ( ; !code && entry != fs::directory_iterator(); entry.increment( code ) ) {
       if ( isDropIn( entry->path() ) ) {
          files.push_back( entry->path().string() );
       }
    }
    if ( code && code != std::errc::no_such_file_or_directory ) {
-      throw Unread{ "cannot be read: " + code.message() + "; expected a folder of drop-ins" };
+      throw Unreadable{ "cannot read: " + code.message() + "; expected a directory of drop-ins" };
    }
    std::sort( files.begin(), files.end() );
    return files;
 }
 
-// The texts of a file and its drop-ins.
-class Gatherer {
- public:
-   explicit Gatherer( std::string const & file ) {
-      read( file );
-      if ( file == "-" ) {
-         return;
-      }
-      auto const folder = fs::path( file ).parent_path() / dropInFolder;
-      try {
-         for ( auto const & dropIn : dropInsOf( folder ) ) {
-            read( dropIn );
-         }
-      } catch ( Unread const & e ) {
-         texts_.push_back( { folder.string(), "", e.text } );
-      }
+ConfigText textOf( std::string const & file ) {
+   try {
+      return { file, contentOf( file ) };
+   } catch ( Unreadable const & e ) {
+      return { file, "", e.text };
    }
+}
 
-   std::vector< ConfigText > const & texts() const { return texts_; }
-
- private:
-   void read( std::string const & file ) {
-      try {
-         texts_.push_back( { file, contentOf( file ) } );
-      } catch ( Unread const & e ) {
-         texts_.push_back( { file, "", e.text } );
-      }
+std::vector< ConfigText > textsOf( std::string const & file ) {
+   std::vector< ConfigText > texts{ textOf( file ) };
+   if ( file == "-" ) {
+      return texts;
    }
-
-   std::vector< ConfigText > texts_;
-};
+   auto const directory = fs::path( file ).parent_path() / dropInDirectory;
+   try {
+      for ( auto const & dropIn : dropInsIn( directory ) ) {
+         texts.push_back( textOf( dropIn ) );
+      }
+   } catch ( Unreadable const & e ) {
+      texts.push_back( { directory.string(), "", e.text } );
+   }
+   return texts;
+}
 
 } // namespace
 
 ConfigResult readConfig( std::string const & file ) {
-   return parseConfig( Gatherer( file ).texts() );
+   return parseConfig( textsOf( file ) );
 }
 
 } // namespace Settings

@@ -1,7 +1,6 @@
 #include "settings/ConfigReader.h"
 
 #include "platform/corvid/NamespaceName.h"
-#include "platform/trace/Trace.h"
 #include "settings/FrameText.h"
 #include "settings/YamlReader.h"
 #include "types/L3Types.h"
@@ -13,22 +12,21 @@ namespace Settings {
 
 namespace {
 
-constexpr std::size_t maxDeviceBytes = 15; // the kernel's IFNAMSIZ, less its final zero
+constexpr std::size_t maxDeviceBytes = 15; // the kernel's IFNAMSIZ without the final zero
 constexpr std::size_t maxInterfaceBytes = 255;
 constexpr std::size_t maxAgentBytes = 255;
-constexpr std::size_t maxSocketBytes = 107; // what a socket address holds, less its final zero
 
 std::string quoted( std::string const & text ) {
    return "\"" + text + "\"";
 }
 
-std::string folderOf( std::string const & file ) {
+std::string directoryOf( std::string const & file ) {
    auto const slash = file.rfind( '/' );
    return slash == std::string::npos ? std::string() : file.substr( 0, slash + 1 );
 }
 
-// One reading of all files. The sections are read in the order of their references, whatever their
-// order in the files.
+// Reads all files once. A section is read after those that it refers to, whatever their order in the
+// files.
 class ConfigReader : private YamlReader {
  public:
    ConfigResult read( std::vector< ConfigText > const & texts ) {
@@ -54,11 +52,11 @@ class ConfigReader : private YamlReader {
    };
    using Sections = std::vector< Section >;
 
-   // The file's content; nothing when it does not read or parse, which is told.
+   // The file's content; an undefined node, and an error, when it could not be read or parsed.
    YAML::Node rootOf( ConfigText const & text ) {
       auto const before = errorCount();
-      if ( !text.trouble.empty() ) {
-         error( YAML::Mark::null_mark(), text.trouble );
+      if ( !text.error.empty() ) {
+         error( YAML::Mark::null_mark(), text.error );
       }
       auto const root = document( text.text );
       isWhole_ = isWhole_ && errorCount() == before;
@@ -71,16 +69,47 @@ class ConfigReader : private YamlReader {
             sections.push_back( { file(), node } );
          };
       };
-      mapping( root, "the configuration",
-               { setting( "shutdown-delay-ms", &ConfigReader::readDelay ),
-                 { "vrfs", later( vrfs_ ) },
-                 { "interfaces", later( interfaces_ ) },
-                 { "agents", later( agents_ ) },
-                 setting( "socket", &ConfigReader::readSocket ),
-                 setting( "netns-folder", &ConfigReader::readFolder ),
-                 setting( "state-directory", &ConfigReader::readStateDirectory ),
-                 setting( "metrics-file", &ConfigReader::readMetricsFile ),
-                 { "trace", [ & ]( auto const & node ) { readTrace( node ); } } } );
+      std::vector< Key > keys{
+         once( "shutdown-delay-ms", "shutdown-delay-ms",
+               [ this ]( auto const & node, auto const & value ) { readDelay( node, value ); } ),
+         { "vrfs", later( vrfs_ ) },
+         { "interfaces", later( interfaces_ ) },
+         { "agents", later( agents_ ) } };
+      auto const process = processKeys();
+      keys.insert( keys.end(), process.begin(), process.end() );
+      mapping( root, "the configuration", keys );
+   }
+
+   // The keys of all settings of the process: "socket", and "trace" for "trace.file" and its like.
+   std::vector< Key > processKeys() {
+      std::vector< Key > keys;
+      std::map< std::string, std::vector< Key > > groups;
+      for ( auto const & setting : processSettings ) {
+         if ( setting.source == SettingSource::commandLine ) {
+            continue;
+         }
+         std::string const name( setting.name );
+         auto const read = [ this, &setting ]( auto const & node, auto const & value ) {
+            readProcessSetting( setting, node, value );
+         };
+         auto const dot = name.find( '.' );
+         if ( dot == name.npos ) {
+            keys.push_back( once( name, name, read ) );
+            continue;
+         }
+         auto const group = name.substr( 0, dot );
+         groups[ group ].push_back( once( name.substr( dot + 1 ), name, read ) );
+         if ( groups[ group ].size() == 1 ) {
+            keys.push_back( { group, {} } );
+         }
+      }
+      for ( auto & key : keys ) {
+         if ( !key.handler ) {
+            key.handler = [ this, name = key.name, inside = groups[ key.name ] ](
+                             auto const & node ) { mapping( node, name, inside ); };
+         }
+      }
+      return keys;
    }
 
    void each( Sections const & sections, char const * what, Handler const & handler ) {
@@ -90,30 +119,27 @@ class ConfigReader : private YamlReader {
       }
    }
 
-   // A key whose value stands in one of the files alone; `prefix` goes before its name elsewhere.
-   Key setting( char const * name, void ( ConfigReader::*reader )( YAML::Node const & node ),
-                char const * prefix = "" ) {
-      return { name, [ this, name, reader, prefix ]( YAML::Node const & node ) {
-                 auto const fullName = std::string( prefix ) + name;
-                 auto const [ first, added ] =
-                    sources_.settings.emplace( fullName, placeOf( node ) );
+   // A setting, which has one value in all files together; `name` is its full name.
+   Key once( std::string key, std::string name,
+             std::function< void( YAML::Node const & node, std::string const & value ) > reader ) {
+      return { std::move( key ), [ this, name = std::move( name ),
+                                   reader = std::move( reader ) ]( auto const & node ) {
+                 auto const [ first, added ] = sources_.settings.emplace( name, placeOf( node ) );
                  if ( !added ) {
-                    again( node, fullName, first->second );
+                    duplicate( node, name, first->second );
                  } else if ( node.IsScalar() || node.IsNull() ) {
-                    ( this->*reader )( node );
+                    reader( node, scalar( node, name ) );
                  } else {
-                    scalar( node, fullName ); // tells it
+                    scalar( node, name ); // reports the error
                  }
               } };
    }
 
-   // `what` stands at `node`, and stood at `first` before.
-   void again( YAML::Node const & node, std::string const & what, Place const & first ) {
-      error( node, what + " again, after " + first.text() + "; expected it once" );
+   void duplicate( YAML::Node const & node, std::string const & what, Place const & first ) {
+      error( node, "duplicate " + what + firstDefinedAt( first ) );
    }
 
-   void readDelay( YAML::Node const & node ) {
-      auto const text = scalar( node, "shutdown-delay-ms" );
+   void readDelay( YAML::Node const & node, std::string const & text ) {
       U32 value = 0;
       auto const [ end, code ] = std::from_chars( text.data(), text.data() + text.size(), value );
       if ( text.empty() || code != std::errc() || end != text.data() + text.size() ||
@@ -124,61 +150,13 @@ class ConfigReader : private YamlReader {
       config_.shutdownDelayMs = static_cast< U16 >( value );
    }
 
-   void readSocket( YAML::Node const & node ) {
-      auto const path = scalar( node, "socket" );
-      if ( path.empty() || path.size() > maxSocketBytes ) {
-         return error( node, "socket of " + std::to_string( path.size() ) +
-                                " bytes; expected a path of 1 to " +
-                                std::to_string( maxSocketBytes ) + " bytes" );
+   void readProcessSetting( ProcessSetting const & setting, YAML::Node const & node,
+                            std::string const & value ) {
+      auto const problem = problemWith( setting, value );
+      if ( !problem.empty() ) {
+         return error( node, problem );
       }
-      config_.process.socket = path;
-   }
-
-   void readFolder( YAML::Node const & node ) {
-      readPath( node, "netns-folder", config_.process.netNsFolder );
-   }
-   void readStateDirectory( YAML::Node const & node ) {
-      readPath( node, "state-directory", config_.process.stateDirectory );
-   }
-   void readMetricsFile( YAML::Node const & node ) {
-      readPath( node, "metrics-file", config_.process.metricsFile );
-   }
-
-   void readPath( YAML::Node const & node, char const * key,
-                  std::optional< std::string > & setting ) {
-      auto const path = scalar( node, key );
-      if ( !path.starts_with( '/' ) ) {
-         return error( node, std::string( key ) + " is " + quoted( path ) +
-                                "; expected an absolute path" );
-      }
-      setting = path;
-   }
-
-   void readTrace( YAML::Node const & node ) {
-      mapping( node, "trace",
-               { setting( "levels", &ConfigReader::readLevels, "trace." ),
-                 setting( "file", &ConfigReader::readTraceFile, "trace." ),
-                 setting( "ring", &ConfigReader::readTraceRing, "trace." ) } );
-   }
-
-   void readTraceFile( YAML::Node const & node ) {
-      config_.process.traceFile = scalar( node, "file" );
-   }
-
-   void readTraceRing( YAML::Node const & node ) {
-      config_.process.traceRing = scalar( node, "ring" );
-   }
-
-   void readLevels( YAML::Node const & node ) {
-      auto const levels = scalar( node, "levels" );
-      auto const inForce = Quill::traceLevels();
-      try { // setting them is how they are checked
-         Quill::traceLevelsIs( levels );
-         Quill::traceLevelsIs( inForce );
-         config_.process.traceLevels = levels;
-      } catch ( Quill::RangeException const & e ) {
-         error( node, e.text() );
-      }
+      config_.process.valueIs( setting, value );
    }
 
    void readVrf( YAML::Node const & node ) {
@@ -186,18 +164,19 @@ class ConfigReader : private YamlReader {
       mapping( node, "a VRF",
                { { "name", [ & ]( auto const & value ) { name.reset( value ); } },
                  { "namespace", [ & ]( auto const & value ) { netNs.reset( value ); } } } );
-      auto const vrf = requiredName( node, name, "VRF", L3::VrfName::maxLength );
-      auto const space = requiredName( node, netNs, "namespace", Corvid::NamespaceName::maxLength );
+      auto const vrf = requiredName( node, name, { "VRF", "name", L3::VrfName::maxLength } );
+      auto const space =
+         requiredName( node, netNs, { "VRF", "namespace", Corvid::NamespaceName::maxLength } );
       if ( !vrf ) {
          return;
       }
       if ( *vrf == defaultVrf ) {
-         return error( name, "VRF \"default\" is the agent's own namespace and has no entry; "
-                             "expected another name" );
+         return error( name, "VRF \"default\" always exists, as the network namespace of valend; "
+                             "use another name" );
       }
       auto const [ first, added ] = sources_.vrfs.emplace( *vrf, placeOf( name ) );
       if ( !added ) {
-         return again( name, "VRF " + quoted( *vrf ), first->second );
+         return duplicate( name, "VRF " + quoted( *vrf ), first->second );
       }
       config_.vrfs.emplace( *vrf, space.value_or( "" ) );
       if ( space ) {
@@ -208,18 +187,19 @@ class ConfigReader : private YamlReader {
    void checkNamespace( YAML::Node const & node, std::string const & vrf,
                         std::string const & space ) {
       if ( space == Corvid::NamespaceName::defaultNamespace().view() ) {
-         return error( node, "namespace \"default\" stands for the agent's own, which is VRF "
-                             "\"default\"; expected another" );
+         return error( node, "namespace \"default\" is reserved for VRF \"default\", the network "
+                             "namespace of valend; use another name" );
       }
       if ( space.find( '/' ) != std::string::npos || space == "." || space == ".." ) {
-         return error( node, "namespace " + quoted( space ) +
-                                "; expected a name as in \"ip netns add NAME\"" );
+         return error( node,
+                       "namespace " + quoted( space ) +
+                          " is not a valid name; expected a name as in \"ip netns add NAME\"" );
       }
       auto const [ user, added ] = vrfOfNamespace_.emplace( space, vrf );
       if ( !added ) {
-         error( node, "namespace " + quoted( space ) + " is VRF " + quoted( user->second ) +
-                         "'s already, at " + sources_.vrfs.at( user->second ).text() +
-                         "; expected one of its own for each VRF" );
+         error( node, "namespace " + quoted( space ) + " is already used by VRF " +
+                         quoted( user->second ) + " (" + sources_.vrfs.at( user->second ).text() +
+                         "); each VRF needs its own" );
       }
    }
 
@@ -233,7 +213,7 @@ class ConfigReader : private YamlReader {
                  { "shutdown-delay", [ & ]( auto const & value ) {
                      interface.shutdownDelay = truth( value, "shutdown-delay" );
                   } } } );
-      auto const ownName = requiredName( node, name, "interface", maxInterfaceBytes );
+      auto const ownName = requiredName( node, name, { "interface", "name", maxInterfaceBytes } );
       if ( !ownName ) {
          return;
       }
@@ -242,7 +222,7 @@ class ConfigReader : private YamlReader {
       interface.vrf = isGiven( vrf ) ? scalar( vrf, "vrf" ) : defaultVrf;
       auto const [ first, added ] = sources_.interfaces.emplace( interface.name, placeOf( name ) );
       if ( !added ) {
-         return again( name, "interface " + quoted( interface.name ), first->second );
+         return duplicate( name, "interface " + quoted( interface.name ), first->second );
       }
       config_.interfaces.emplace( interface.name, interface );
       checkVrf( vrf, interface );
@@ -263,17 +243,17 @@ class ConfigReader : private YamlReader {
                         device.find_first_of( "/: \t\n\v\f\r" ) == std::string::npos;
       if ( !fits ) {
          return error( node, "device " + quoted( device ) + " of interface " +
-                                quoted( interface.name ) + "; expected a device name of 1 to " +
+                                quoted( interface.name ) + " is not a valid name; expected 1 to " +
                                 std::to_string( maxDeviceBytes ) +
-                                " bytes without blanks, \"/\" and \":\"" );
+                                " bytes without whitespace, \"/\" or \":\"" );
       }
       auto const [ user, added ] =
          interfaceOfDevice_.emplace( std::pair( interface.vrf, device ), interface.name );
       if ( !added ) {
          error( node, "device " + quoted( device ) + " in VRF " + quoted( interface.vrf ) +
-                         " is interface " + quoted( user->second ) + "'s already, at " +
+                         " is already used by interface " + quoted( user->second ) + " (" +
                          sources_.interfaces.at( user->second ).text() +
-                         "; expected one of its own for each interface" );
+                         "); each interface needs its own" );
       }
    }
 
@@ -282,13 +262,13 @@ class ConfigReader : private YamlReader {
       mapping( node, "an agent",
                { { "name", [ & ]( auto const & value ) { name.reset( value ); } },
                  { "messages", [ & ]( auto const & value ) { messages.reset( value ); } } } );
-      auto const agent = requiredName( node, name, "agent", maxAgentBytes );
+      auto const agent = requiredName( node, name, { "agent", "name", maxAgentBytes } );
       if ( !agent ) {
          return;
       }
       auto const [ first, added ] = agentsOfFile_.emplace( std::pair( file(), *agent ), name );
       if ( !added ) {
-         return again( name, "agent " + quoted( *agent ), placeOf( first->second ) );
+         return duplicate( name, "agent " + quoted( *agent ), placeOf( first->second ) );
       }
       sources_.agents.emplace( *agent, placeOf( name ) );
       config_.agents.try_emplace( *agent );
@@ -307,8 +287,8 @@ class ConfigReader : private YamlReader {
       }
       auto const [ first, added ] = sources_.messages[ agent ].emplace( interface, placeOf( key ) );
       if ( !added ) {
-         return again( key, "interface " + quoted( interface ) + " of agent " + quoted( agent ),
-                       first->second );
+         return duplicate( key, "interface " + quoted( interface ) + " of agent " + quoted( agent ),
+                           first->second );
       }
       if ( !node.IsSequence() || node.size() == 0 ) {
          return error( node.IsNull() ? key : node, "no frames for interface " +
@@ -321,11 +301,11 @@ class ConfigReader : private YamlReader {
 
    void readFrame( YAML::Node const & node, Frames & frames ) {
       if ( !node.IsScalar() ) {
-         return error( node, "a frame that is no text; expected hexadecimal digits, \"base64:\", "
-                             "\"pcap:\" or \"pcapng:\"" );
+         return error( node, "a frame must be text: hexadecimal digits, \"base64:...\", "
+                             "\"pcap:...\" or \"pcapng:...\"" );
       }
       try {
-         for ( auto & frame : framesOf( node.Scalar(), folderOf( file() ) ) ) {
+         for ( auto & frame : framesOf( node.Scalar(), directoryOf( file() ) ) ) {
             frames.push_back( std::move( frame ) );
          }
       } catch ( FrameError const & e ) {
@@ -341,7 +321,7 @@ class ConfigReader : private YamlReader {
    std::map< std::pair< std::string, std::string >, std::string > interfaceOfDevice_; // in a VRF
    std::map< std::pair< std::string, std::string >, YAML::Node > agentsOfFile_; // by file and name
    Sources sources_;
-   bool isWhole_ = true; // every file so far was read and parsed
+   bool isWhole_ = true; // all files so far were read and parsed
 };
 
 } // namespace

@@ -1,6 +1,6 @@
-// Reads the configuration: one file and the drop-ins in the folder "conf.d" beside it. One with
-// anything wrong is refused whole, and all that is wrong in all files is told at once, each thing
-// with its place.
+// Parses the configuration: one file and the drop-ins in the directory "conf.d" beside it. If anything
+// is wrong, the whole configuration is rejected, and all errors of all files are listed, each with its
+// place.
 #pragma once
 
 #include "settings/Config.h"
@@ -12,15 +12,9 @@
 
 namespace Settings {
 
-// Where the configuration is when nobody says otherwise.
-inline constexpr char const * defaultFile = "/etc/valen/valen.yaml";
-// The folder of drop-ins, beside the file. Its files end in ".yaml" and are read by name, as if the
-// lists of all files were one. A setting stands in one of them; an agent's messages may be spread.
-inline constexpr char const * dropInFolder = "conf.d";
-
 struct ConfigError {
    Place place;
-   std::string text; // what is wrong, and what was expected
+   std::string text; // what is wrong, and what is expected
 
    // "valen.yaml:12:7: unknown VRF "blue"; expected one of ...", on one line.
    std::string message() const;
@@ -33,22 +27,15 @@ struct ConfigResult {
    Sources sources;
 };
 
-// The largest file that is read, in bytes.
-inline constexpr std::size_t maxConfigBytes = 64u << 20;
-
-// Reads `file` and its drop-ins; "-" is standard input, which has none.
-ConfigResult readConfig( std::string const & file );
-
-// What a file holds, and what it is called in errors. Frames in files of their own are looked for
-// beside it.
+// The content of a file, and its name in errors. Capture files are looked up relative to it.
 struct ConfigText {
    std::string file;
    std::string text;
-   std::string trouble = {}; // why the file could not be read; empty when it could
+   std::string error = {}; // why the file could not be read; empty when it could
 };
 
-// Reads `texts` as one configuration. While one of them does not read or parse, names that the
-// others refer to are not looked for.
+// Parses `texts` as one configuration. If one of them could not be read or parsed, unknown names in
+// the others are not reported, because it may define them.
 ConfigResult parseConfig( std::vector< ConfigText > const & texts );
 ConfigResult parseConfig( std::string const & text, std::string const & file );
 

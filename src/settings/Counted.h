@@ -1,4 +1,4 @@
-// Numbers of things in sentences.
+// Counts in sentences.
 #pragma once
 
 #include <cstdint>

@@ -1,5 +1,6 @@
 #include "settings/FrameFile.h"
 
+#include "settings/Counted.h"
 #include "settings/Hex.h"
 
 #include <algorithm>
@@ -12,14 +13,14 @@ namespace Settings {
 
 namespace {
 
-[[noreturn]] void refuse( std::string const & file, std::string const & text ) {
+[[noreturn]] void reject( std::string const & file, std::string const & text ) {
    throw FrameError( file + ": " + text );
 }
 
 // Frame numbers, from 1.
 using Numbers = std::vector< std::size_t >;
 
-// The number that stands at the front of `text`, taken off; 0 when there is none.
+// Removes the number at the front of `text` and returns it; 0 when `text` does not begin with one.
 std::size_t takeNumber( std::string_view & text ) {
    std::size_t number = 0;
    auto const [ end, code ] = std::from_chars( text.data(), text.data() + text.size(), number );
@@ -33,7 +34,7 @@ bool take( std::string_view & text, char character ) {
    return there;
 }
 
-// The numbers that "1,3-5" names.
+// The numbers in a text such as "1,3-5".
 Numbers numbersOf( std::string const & file, std::string_view text ) {
    auto const whole = std::string( text );
    Numbers numbers;
@@ -41,12 +42,12 @@ Numbers numbersOf( std::string const & file, std::string_view text ) {
       auto const first = takeNumber( text );
       auto const last = take( text, '-' ) ? takeNumber( text ) : first;
       if ( first == 0 || last < first || !( text.empty() || text.starts_with( ',' ) ) ) {
-         refuse( file, "frame numbers \"" + whole +
+         reject( file, "frame numbers \"" + whole +
                           "\"; expected numbers from 1 and ranges, such as \"1,3-5\"" );
       }
       if ( last - first >= maxFramesOfText || numbers.size() + last - first >= maxFramesOfText ) {
-         refuse( file, "more than " + std::to_string( maxFramesOfText ) +
-                          " frames; expected at most that" );
+         reject( file,
+                 "more than " + std::to_string( maxFramesOfText ) + " frames, which is the limit" );
       }
       for ( auto number = first; number <= last; ++number ) {
          numbers.push_back( number );
@@ -61,21 +62,20 @@ Capture openCapture( std::string const & file ) {
    std::error_code code;
    auto const status = std::filesystem::status( file, code );
    if ( !std::filesystem::exists( status ) ) {
-      refuse( file, "no such file; expected a pcap or pcapng file" );
+      reject( file, "no such file; expected a pcap or pcapng file" );
    }
-   if ( !std::filesystem::is_regular_file( status ) ) { // a pipe would be waited for
-      refuse( file, "no regular file; expected a pcap or pcapng file" );
+   if ( !std::filesystem::is_regular_file( status ) ) { // opening a pipe would block
+      reject( file, "not a regular file; expected a pcap or pcapng file" );
    }
    char text[ PCAP_ERRBUF_SIZE ] = "";
    Capture capture( pcap_open_offline( file.c_str(), text ), pcap_close );
    if ( !capture ) {
-      refuse( file, std::string( text ) + "; expected a pcap or pcapng file" );
+      reject( file, std::string( text ) + "; expected a pcap or pcapng file" );
    }
    auto const type = pcap_datalink( capture.get() );
    if ( type != DLT_EN10MB ) {
       auto const * const name = pcap_datalink_val_to_name( type );
-      refuse( file, "frames of link type " +
-                       ( name ? std::string( name ) : std::to_string( type ) ) +
+      reject( file, "link type " + ( name ? std::string( name ) : std::to_string( type ) ) +
                        "; expected EN10MB, Ethernet" );
    }
    return capture;
@@ -85,11 +85,11 @@ std::string frameOf( std::string const & file, std::size_t number, pcap_pkthdr c
                      unsigned char const * bytes ) {
    auto const name = "frame " + std::to_string( number ) + " has ";
    if ( header.caplen < header.len ) {
-      refuse( file, name + std::to_string( header.caplen ) + " of its " +
-                       std::to_string( header.len ) + " bytes; expected a whole one" );
+      reject( file, name + "only " + std::to_string( header.caplen ) + " of its " +
+                       std::to_string( header.len ) + " bytes; expected a complete capture" );
    }
    if ( header.caplen < minFrameBytes ) {
-      refuse( file, name + std::to_string( header.caplen ) + " bytes; expected at least " +
+      reject( file, name + std::to_string( header.caplen ) + " bytes; expected at least " +
                        std::to_string( minFrameBytes ) + ", an Ethernet header" );
    }
    return std::string( reinterpret_cast< char const * >( bytes ), header.caplen );
@@ -107,11 +107,11 @@ std::map< std::size_t, std::string > readFrames( std::string const & file,
          unsigned char const * bytes = nullptr;
          auto const result = pcap_next_ex( capture.get(), &header, &bytes );
          if ( result == PCAP_ERROR_BREAK ) {
-            refuse( file, "no frame " + std::to_string( number ) + "; the file has " +
-                             std::to_string( count ) );
+            reject( file, "no frame " + std::to_string( number ) + "; the file has " +
+                             counted( count, "frame" ) );
          }
          if ( result != 1 ) {
-            refuse( file, std::string( pcap_geterr( capture.get() ) ) +
+            reject( file, std::string( pcap_geterr( capture.get() ) ) +
                              "; expected a pcap or pcapng file" );
          }
          if ( ++count == number ) {
@@ -124,13 +124,13 @@ std::map< std::size_t, std::string > readFrames( std::string const & file,
 
 } // namespace
 
-Frames framesFromFile( std::string_view text, std::string const & folder ) {
+Frames framesFromFile( std::string_view text, std::string const & directory ) {
    auto const hash = text.rfind( '#' );
    if ( hash == 0 || hash == text.npos ) {
-      throw FrameError( "no file and frame numbers; expected such as \"pcap:FILE#1,3-5\"" );
+      throw FrameError( "expected a file and frame numbers, such as \"pcap:FILE#1,3-5\"" );
    }
    auto const name = std::string( text.substr( 0, hash ) );
-   auto const file = name.starts_with( '/' ) ? name : folder + name;
+   auto const file = name.starts_with( '/' ) ? name : directory + name;
    auto const numbers = numbersOf( file, text.substr( hash + 1 ) );
    auto sorted = numbers;
    std::sort( sorted.begin(), sorted.end() );

@@ -1,4 +1,4 @@
-// Frames out of capture files.
+// Frames of capture files.
 #pragma once
 
 #include "settings/Config.h"
@@ -8,11 +8,11 @@
 
 namespace Settings {
 
-// The most frames that one text can ask for.
+// The most frames that one text can name.
 inline constexpr std::size_t maxFramesOfText = 10'000;
 
-// The frames that `text`, "FILE#1,3-5", names, in its order. FILE is a pcap or pcapng file of whole
-// Ethernet frames, relative to `folder`, which ends in "/" or is empty. Throws FrameError.
-Frames framesFromFile( std::string_view text, std::string const & folder );
+// The frames that `text`, "FILE#1,3-5", names, in its order. FILE is a pcap or pcapng file of complete
+// Ethernet frames, relative to `directory`, which ends in "/" or is empty. Throws FrameError.
+Frames framesFromFile( std::string_view text, std::string const & directory );
 
 } // namespace Settings

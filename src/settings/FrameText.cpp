@@ -6,7 +6,7 @@ namespace Settings {
 
 namespace {
 
-// The value of a digit of base64; -1 when it is none.
+// The value of a base64 digit; -1 for any other character.
 int digit( char character ) {
    static constexpr std::string_view digits =
       "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789+/";
@@ -23,7 +23,7 @@ std::string requireHeader( std::string frame ) {
    return frame;
 }
 
-// Takes `prefix` off the front of `text`, if it is there.
+// Removes `prefix` from the front of `text`. Returns whether it was there.
 bool takePrefix( std::string_view & text, std::string_view prefix ) {
    bool const there = text.starts_with( prefix );
    text.remove_prefix( there ? prefix.size() : 0 );
@@ -34,7 +34,7 @@ bool takePrefix( std::string_view & text, std::string_view prefix ) {
 
 std::string bytesFromBase64( std::string_view text ) {
    std::string bytes;
-   unsigned bits = 0; // what the last group's digits spell so far
+   unsigned bits = 0; // of the current group of four digits
    unsigned digits = 0, padding = 0;
    for ( std::size_t i = 0; i < text.size(); ++i ) {
       if ( std::string_view( " \t\r\n" ).find( text[ i ] ) != std::string_view::npos ) {
@@ -43,8 +43,7 @@ std::string bytesFromBase64( std::string_view text ) {
       auto const value = digit( text[ i ] );
       if ( ( value < 0 && text[ i ] != '=' ) || ( value >= 0 && padding ) ) {
          throw FrameError( "character " + std::to_string( i + 1 ) +
-                           " behind \"base64:\" is none of it; expected A-Z, a-z, 0-9, \"+\", "
-                           "\"/\", and \"=\" at the end" );
+                           " after \"base64:\" is not base64" );
       }
       padding += value < 0;
       bits = bits << 6 | static_cast< unsigned >( value < 0 ? 0 : value );
@@ -56,20 +55,21 @@ std::string bytesFromBase64( std::string_view text ) {
       }
    }
    if ( digits % 4 || padding > 2 ) {
-      throw FrameError( std::to_string( digits ) + " characters of base64, of them " +
-                        std::to_string( padding ) +
-                        " \"=\"; expected groups of four, the last with at most two \"=\"" );
+      throw FrameError(
+         "base64 text of " + std::to_string( digits ) + " characters, " +
+         std::to_string( padding ) +
+         " of them \"=\"; expected groups of four, the last with at most two \"=\"" );
    }
    bytes.resize( bytes.size() - padding );
    return bytes;
 }
 
-Frames framesOf( std::string_view text, std::string const & folder ) {
+Frames framesOf( std::string_view text, std::string const & directory ) {
    if ( takePrefix( text, "base64:" ) ) {
       return { requireHeader( bytesFromBase64( text ) ) };
    }
    if ( takePrefix( text, "pcap:" ) || takePrefix( text, "pcapng:" ) ) {
-      return framesFromFile( text, folder );
+      return framesFromFile( text, directory );
    }
    return { frameFromHex( text ) };
 }

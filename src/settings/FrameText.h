@@ -1,5 +1,4 @@
-// Frames as the configuration writes them: hexadecimal digits, base64, or numbers of a capture
-// file.
+// Frames as the configuration writes them: hexadecimal digits, base64, or frames of a capture file.
 #pragma once
 
 #include "settings/Config.h"
@@ -10,15 +9,15 @@
 
 namespace Settings {
 
-// The frames that `text` stands for, in order:
+// The frames that `text` describes, in order:
 //   0180c200000e 0200...      one, in hexadecimal (see Hex.h)
-//   base64:AYDCAAAO...        one, in base64; blanks and line ends do not matter
-//   pcap:FILE#1,3-5           those of a capture file, counted from 1. "pcapng:" is the same: the
-//                             file says which of the two it is. FILE is relative to `folder`.
-// Throws FrameError; what it says of a file begins with the file's path.
-Frames framesOf( std::string_view text, std::string const & folder );
+//   base64:AYDCAAAO...        one, in base64; whitespace does not matter
+//   pcap:FILE#1,3-5           frames of a capture file, counted from 1. "pcapng:" means the same: the
+//                             file's content decides which it is. FILE is relative to `directory`.
+// Throws FrameError; an error of a file begins with the file's path.
+Frames framesOf( std::string_view text, std::string const & directory );
 
-// The bytes that `text` spells in base64. Throws FrameError.
+// The bytes of base64 text. Throws FrameError.
 std::string bytesFromBase64( std::string_view text );
 
 } // namespace Settings

@@ -1,4 +1,4 @@
-// Frames as text: hexadecimal digits, which blanks, line ends and colons may separate.
+// Frames as hexadecimal digits, which whitespace and colons may separate.
 #pragma once
 
 #include <stdexcept>
@@ -10,7 +10,7 @@ namespace Settings {
 // The shortest frame that can be sent: an Ethernet header.
 inline constexpr std::size_t minFrameBytes = 14;
 
-// What is wrong with a frame's text, and what was expected.
+// What is wrong with the text of a frame, and what is expected.
 class FrameError : public std::runtime_error {
  public:
    using runtime_error::runtime_error;
@@ -20,11 +20,11 @@ class HexError final : public FrameError {
    using FrameError::FrameError;
 };
 
-// The bytes that `text` spells. Throws HexError for a character that is no digit, an odd number of
-// digits or fewer than minFrameBytes bytes.
+// The bytes of a frame. Throws HexError for a character that is not a digit, an odd number of digits,
+// or fewer than minFrameBytes bytes.
 std::string frameFromHex( std::string_view text );
 
-// "0180c2" of three bytes.
+// Three bytes as "0180c2".
 std::string toHex( std::string_view bytes );
 
 } // namespace Settings

@@ -1,35 +1,79 @@
 #include "settings/ProcessSettings.h"
 
+#include "platform/quill/Exception.h"
+#include "platform/trace/TraceLevels.h"
+
 #include <cstdlib>
 #include <filesystem>
 
 namespace Settings {
 
-ProcessConfig merged( ProcessConfig const & file, ProcessConfig const & commandLine ) {
-   auto const pick = []( auto const & first, auto const & second ) {
-      return first ? first : second;
-   };
-   return { pick( commandLine.socket, file.socket ),
-            pick( commandLine.netNsFolder, file.netNsFolder ),
-            pick( commandLine.traceLevels, file.traceLevels ),
-            pick( commandLine.traceFile, file.traceFile ),
-            pick( commandLine.traceRing, file.traceRing ),
-            pick( commandLine.stateDirectory, file.stateDirectory ),
-            pick( commandLine.metricsFile, file.metricsFile ) };
+namespace {
+
+// `setting` is an element of processSettings.
+std::size_t rowOf( ProcessSetting const & setting ) {
+   return static_cast< std::size_t >( &setting - processSettings.data() );
 }
 
-std::string stateDirectoryOf( ProcessConfig const & process ) {
-   if ( process.stateDirectory ) {
-      return *process.stateDirectory;
+std::string levelsProblem( std::string const & levels ) {
+   try {
+      Quill::TraceLevels const parsed( levels );
+      return std::string();
+   } catch ( Quill::RangeException const & e ) {
+      return e.text();
    }
-   auto const * const given = std::getenv( "STATE_DIRECTORY" ); // several are apart by ":"
+}
+
+} // namespace
+
+std::string stateDirectoryOfSystem() {
+   auto const * const given = std::getenv( "STATE_DIRECTORY" ); // a list, separated by ":"
    if ( given && *given ) {
       std::string const all( given );
       return all.substr( 0, all.find( ':' ) );
    }
-   return std::filesystem::is_directory( defaultStateDirectory )
-             ? defaultStateDirectory
-             : "";
+   return std::filesystem::is_directory( defaultStateDirectory ) ? defaultStateDirectory : "";
+}
+
+std::string problemWith( ProcessSetting const & setting, std::string const & value ) {
+   auto const name = std::string( setting.name );
+   if ( setting.type == SettingType::traceLevels ) {
+      return levelsProblem( value );
+   }
+   if ( setting.type == SettingType::absolutePath && !value.starts_with( '/' ) ) {
+      return name + " is \"" + value + "\"; expected an absolute path";
+   }
+   if ( value.empty() || value.size() > setting.maxBytes ) {
+      return name + " has " + std::to_string( value.size() ) + " bytes; expected a " +
+             ( setting.type == SettingType::group ? "group" : "path" ) + " of 1 to " +
+             std::to_string( setting.maxBytes ) + " bytes";
+   }
+   return std::string();
+}
+
+std::optional< std::string > const & ProcessConfig::given( ProcessSetting const & setting ) const {
+   return given_[ rowOf( setting ) ];
+}
+
+std::string ProcessConfig::value( ProcessSetting const & setting ) const {
+   if ( auto const & found = given( setting ) ) {
+      return *found;
+   }
+   return setting.systemDefault ? setting.systemDefault() : std::string( setting.defaultValue );
+}
+
+void ProcessConfig::valueIs( ProcessSetting const & setting, std::string value ) {
+   given_[ rowOf( setting ) ] = std::move( value );
+}
+
+ProcessConfig ProcessConfig::overriddenBy( ProcessConfig const & other ) const {
+   auto result = *this;
+   for ( auto const & setting : processSettings ) {
+      if ( auto const & value = other.given( setting ) ) {
+         result.valueIs( setting, *value );
+      }
+   }
+   return result;
 }
 
 } // namespace Settings

@@ -10,7 +10,7 @@ std::string Place::text() const {
 
 std::string ConfigError::message() const {
    auto message = place.text() + ": " + text;
-   for ( auto & character : message ) { // what is quoted from the file may hold anything
+   for ( auto & character : message ) { // text quoted from the file may contain anything
       if ( static_cast< unsigned char >( character ) < 0x20 ) {
          character = ' ';
       }

@@ -1,4 +1,4 @@
-// Where in which file each thing that is configured stands.
+// The file, line and column of everything that is configured.
 #pragma once
 
 #include <map>
@@ -9,15 +9,15 @@ namespace Settings {
 
 struct Place {
    std::string file;
-   int line = 0; // from 1; 0 stands for the whole file
+   int line = 0; // from 1; 0: the whole file
    int column = 0;
 
-   // "valen.yaml:12:7", or the file alone.
+   // "valen.yaml:12:7", or only the file.
    std::string text() const;
    bool operator==( Place const & ) const = default;
 };
 
-// The places of one reading, by the names of what stands there.
+// The places of one configuration, by name.
 struct Sources {
    using Places = std::map< std::string, Place >;
 

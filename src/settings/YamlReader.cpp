@@ -1,7 +1,6 @@
 #include "settings/YamlReader.h"
 
 #include <algorithm>
-#include <set>
 #include <sstream>
 #include <tuple>
 #include <utility>
@@ -20,7 +19,7 @@ std::string listed( std::vector< std::string > const & names ) {
    return text;
 }
 
-// Notes where each document of a stream begins: at its first node.
+// Collects the place where each document of a stream begins: its first node.
 class Beginnings final : public YAML::EventHandler {
  public:
    std::vector< YAML::Mark > marks;
@@ -54,8 +53,8 @@ class Beginnings final : public YAML::EventHandler {
    bool inside_ = false;
 };
 
-// Where the first two documents begin. To take all of them would never come to an end where the
-// parser stands still, as it does at a comma that begins one.
+// Where the first two documents begin. Asking for all of them would loop forever, because the parser
+// does not advance past a comma at the beginning of a document.
 std::vector< YAML::Mark > beginningsIn( std::string const & text ) {
    std::istringstream stream( text );
    YAML::Parser parser( stream );
@@ -81,12 +80,12 @@ YAML::Node YamlReader::document( std::string const & text ) {
       auto const begins = beginningsIn( text );
       if ( begins.size() > 1 ) {
          error( begins[ 1 ], begins[ 1 ].pos == begins[ 0 ].pos
-                                ? "not YAML: nothing begins like this"
-                                : "a second document; expected one" );
+                                ? "not valid YAML here"
+                                : "second YAML document; expected only one" );
       }
       return YAML::Load( text );
    } catch ( YAML::Exception const & e ) {
-      error( e.mark, "not YAML: " + e.msg );
+      error( e.mark, "not valid YAML: " + e.msg );
       return YAML::Node();
    }
 }
@@ -137,17 +136,21 @@ void YamlReader::mapping( YAML::Node const & node, std::string const & what,
 void YamlReader::keyed( YAML::Node const & node, std::string const & what,
                         KeyedHandler const & handler ) {
    if ( !node.IsMap() ) {
-      return error( node, what + " is no mapping; expected \"key: value\" lines" );
+      return error( node, what + " must be a mapping (\"key: value\" lines)" );
    }
-   std::set< std::string > seen;
+   std::map< std::string, Place > seen;
    for ( auto const & entry : node ) {
       if ( !entry.first.IsScalar() ) {
-         error( entry.first, "a key in " + what + " that is no text; expected a name" );
-      } else if ( !seen.insert( entry.first.Scalar() ).second ) {
-         error( entry.first, "key \"" + entry.first.Scalar() + "\" again in " + what +
-                                "; expected each key once" );
-      } else {
+         error( entry.first, "a key in " + what + " is not text; expected a name" );
+         continue;
+      }
+      auto const & key = entry.first.Scalar();
+      auto const [ first, added ] = seen.emplace( key, placeOf( entry.first ) );
+      if ( added ) {
          handler( entry.first, entry.second );
+      } else {
+         error( entry.first,
+                "duplicate key \"" + key + "\" in " + what + firstDefinedAt( first->second ) );
       }
    }
 }
@@ -158,7 +161,7 @@ void YamlReader::sequence( YAML::Node const & node, std::string const & what,
       return;
    }
    if ( !node.IsSequence() ) {
-      return error( node, what + " is no list; expected \"- \" lines" );
+      return error( node, what + " must be a list" );
    }
    for ( auto const & element : node ) {
       handler( element );
@@ -170,7 +173,7 @@ std::string YamlReader::scalar( YAML::Node const & node, std::string const & wha
       return node.Scalar();
    }
    if ( !node.IsNull() ) {
-      error( node, what + " is no single value; expected one" );
+      error( node, what + " must be a single value" );
    }
    return std::string();
 }
@@ -185,30 +188,34 @@ bool YamlReader::truth( YAML::Node const & node, std::string const & what ) {
 
 std::optional< std::string > YamlReader::requiredName( YAML::Node const & parent,
                                                        YAML::Node const & node,
-                                                       std::string const & what,
-                                                       std::size_t maxBytes ) {
+                                                       NameKey const & nameKey ) {
+   auto const what = std::string( nameKey.owner ) + " " + nameKey.key;
    if ( !isGiven( node ) ) {
-      if ( parent.IsMap() ) { // else that was told
-         error( parent, what + " without a name; expected one" );
+      if ( parent.IsMap() ) { // otherwise that error was reported
+         error( parent, std::string( nameKey.owner ) + " has no \"" + nameKey.key + "\"" );
       }
       return std::nullopt;
    }
    auto const name = scalar( node, what );
-   if ( !node.IsScalar() ) { // that was told
+   if ( !node.IsScalar() ) { // that error was reported
       return std::nullopt;
    }
    auto const isControl = []( char c ) {
       return static_cast< unsigned char >( c ) < 0x20 || c == 0x7f;
    };
-   if ( name.empty() || name.size() > maxBytes ) {
-      error( node, what + " name of " + std::to_string( name.size() ) + " bytes; expected 1 to " +
-                      std::to_string( maxBytes ) );
+   if ( name.empty() || name.size() > nameKey.maxBytes ) {
+      error( node, what + " has " + std::to_string( name.size() ) + " bytes; expected 1 to " +
+                      std::to_string( nameKey.maxBytes ) );
    } else if ( std::any_of( name.begin(), name.end(), isControl ) ) {
-      error( node, what + " name with a control character; expected printable text" );
+      error( node, what + " contains a control character; expected printable text" );
    } else {
       return name;
    }
    return std::nullopt;
+}
+
+std::string YamlReader::firstDefinedAt( Place const & place ) {
+   return " (first defined at " + place.text() + ")";
 }
 
 } // namespace Settings

@@ -1,5 +1,5 @@
-// What every section of the YAML files needs: errors with their place, mappings whose keys are all
-// known, lists, and scalars of one kind.
+// What every section of the YAML files needs: errors with their place, mappings of known keys, lists
+// and single values.
 #pragma once
 
 #include "settings/ConfigReader.h"
@@ -15,12 +15,12 @@ class YamlReader {
    using Handler = std::function< void( YAML::Node const & value ) >;
    using KeyedHandler = std::function< void( YAML::Node const & key, YAML::Node const & value ) >;
    struct Key {
-      char const * name;
+      std::string name;
       Handler handler;
    };
 
-   // The file that the nodes come from that are read next; its errors come behind those of the
-   // files that were named before it.
+   // What is read next comes from this file. Its errors are listed after those of the files that
+   // were named before it.
    void fileIs( std::string const & file );
    std::string const & file() const { return files_[ current_ ]; }
    std::vector< std::string > const & files() const { return files_; }
@@ -37,19 +37,30 @@ class YamlReader {
    // Calls the handler of each key that `node` has. `what` is the mapping's name in errors.
    void mapping( YAML::Node const & node, std::string const & what,
                  std::vector< Key > const & keys );
-   // Calls `handler` for each key, which may be any but none twice.
+   // Calls `handler` for each key. Any key is allowed, but none twice.
    void keyed( YAML::Node const & node, std::string const & what, KeyedHandler const & handler );
    // Calls `handler` for each element; a node that is absent or empty has none.
    void sequence( YAML::Node const & node, std::string const & what, Handler const & handler );
 
-   // The text of a scalar; empty, and an error, when the node is something else.
+   // The text of a single value; empty when the node is null; empty, and an error, when it is a list
+   // or a mapping.
    std::string scalar( YAML::Node const & node, std::string const & what );
    bool truth( YAML::Node const & node, std::string const & what );
-   // The name under a key of `parent` that must be there and fit; nothing, and an error, if not.
+   // A key with a name, which must be given: "name" of a "VRF".
+   struct NameKey {
+      char const * owner;
+      char const * key;
+      std::size_t maxBytes;
+   };
+   // The name at `node`, a value of the mapping `parent`; nothing, and an error, when it is missing or
+   // not valid.
    std::optional< std::string > requiredName( YAML::Node const & parent, YAML::Node const & node,
-                                              std::string const & what, std::size_t maxBytes );
+                                              NameKey const & nameKey );
 
-   // Whether a node that was declared empty has been given a value since.
+   // " (first defined at valen.yaml:3:1)"
+   static std::string firstDefinedAt( Place const & place );
+
+   // Whether the node has a value.
    static bool isGiven( YAML::Node const & node ) { return node.IsDefined() && !node.IsNull(); }
 
  private:

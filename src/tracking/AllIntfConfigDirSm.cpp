@@ -10,12 +10,6 @@ QUILL_TRACE_UNIT( "AllIntfConfigDirSm" )
 
 } // namespace
 
-Quill::Ptr< AllIntfConfigDirSm >
-allIntfConfigDirSmFactory( Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
-                           Quill::Ptr< AllIntf > allIntf ) {
-   return Quill::make< AllIntfConfigDirSm >( std::move( allIntfConfigDir ), std::move( allIntf ) );
-}
-
 AllIntfConfigDirSm::AllIntfConfigDirSm(
    Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir, Quill::Ptr< AllIntf > allIntf )
     : allIntfConfigDir_( *this, std::move( allIntfConfigDir ) ),
@@ -76,6 +70,12 @@ void AllIntfConfigDirSm::handleDestruction() {
 Quill::Ptr< Intf > AllIntfConfigDirSm::intf( Corvid::IntfId const & intfId ) const {
    auto const model = allIntf();
    return model ? model->intf( intfId ) : nullptr;
+}
+
+Quill::Ptr< AllIntfConfigDirSm >
+allIntfConfigDirSmFactory( Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
+                           Quill::Ptr< AllIntf > allIntf ) {
+   return Quill::make< AllIntfConfigDirSm >( std::move( allIntfConfigDir ), std::move( allIntf ) );
 }
 
 } // namespace Valen

@@ -12,123 +12,6 @@ constexpr char const * defaultVrfName = "default";
 
 } // namespace
 
-// --- AllVrfStatusLocalSm -------------------------------------------------------------------------
-
-Quill::Ptr< AllVrfStatusLocalSm >
-allVrfStatusLocalSmFactory( Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
-                            Quill::Ptr< AllVrf > allVrf ) {
-   return Quill::make< AllVrfStatusLocalSm >( std::move( allVrfStatusLocal ), std::move( allVrf ) );
-}
-
-AllVrfStatusLocalSm::AllVrfStatusLocalSm(
-   Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal, Quill::Ptr< AllVrf > allVrf )
-    : allVrfStatusLocal_( *this, std::move( allVrfStatusLocal ) ),
-      allVrf_( *this, std::move( allVrf ) ) {
-   handleInitialized();
-}
-
-AllVrfStatusLocalSm::~AllVrfStatusLocalSm() {
-   handleDestruction();
-   quillDoZombieReactors( true );
-}
-
-void AllVrfStatusLocalSm::handleInitialized() {
-   TRACE0( "" );
-   for ( auto const & status : allVrfStatusLocal()->vrf() ) {
-      handleVrf( status->vrfName() );
-   }
-}
-
-void AllVrfStatusLocalSm::handleVrfL3Intf( L3::VrfName vrfName ) {
-   TRACE0( "vrf %s", vrfName );
-   if ( vrfName.view() == defaultVrfName ) {
-      handleDefaultVrf();
-   } else {
-      handleVrf( vrfName );
-   }
-}
-
-void AllVrfStatusLocalSm::handleVrf( L3::VrfName vrfName ) {
-   TRACE0( "vrf %s", vrfName );
-   auto const status = allVrfStatusLocal()->vrf( vrfName );
-   auto const * const child =
-      vrfStatusLocalSm( vrfName ).get(); // a handle would outlive its removal
-   if ( !status ) {
-      if ( child ) {
-         TRACE1( "removing VrfStatusLocalSm" );
-         vrfStatusLocalSmDel( vrfName );
-      }
-      return;
-   }
-   auto const vrfL3Intf = allVrf()->vrfL3Intf( vrfName );
-   if ( !vrfL3Intf ) {
-      TRACE1( "vrfL3Intf not present" );
-      return;
-   }
-   TRACE1( "adding VrfStatusLocalSm" );
-   if ( child ) {
-      if ( child->vrfStatusLocal() == status && child->vrfL3Intf() == vrfL3Intf ) {
-         TRACE1( "vrfStatusLocalSm already exists" );
-         return;
-      }
-      TRACE1( "removing stale vrfStatusLocalSm" );
-      vrfStatusLocalSmDel( vrfName );
-   }
-   vrfStatusLocalSmIs( vrfName, status, vrfL3Intf, allVrf() );
-}
-
-void AllVrfStatusLocalSm::handleDefaultVrf() {
-   TRACE0( "" );
-   L3::VrfName const defaultVrf( defaultVrfName );
-   auto const model = allVrf();
-   auto const vrfL3Intf = model->vrfL3Intf( defaultVrf );
-   if ( !vrfL3Intf ) {
-      model->vrfDel( defaultVrf );
-      return;
-   }
-   if ( auto const vrf = model->vrf( defaultVrf ) ) {
-      if ( vrf->vrfL3Intf() == vrfL3Intf ) {
-         TRACE1( "vrf already exists" );
-         return;
-      }
-      TRACE1( "removing stale vrf" );
-      model->vrfDel( defaultVrf );
-   }
-   model->vrfIs( defaultVrf, Corvid::NamespaceName::defaultNamespace(),
-                 Quill::Ptr< VrfL3Intf const >( vrfL3Intf ) );
-}
-
-Quill::Ptr< VrfStatusLocalSm > AllVrfStatusLocalSm::vrfStatusLocalSmIs(
-   L3::VrfName vrfName, Quill::Ptr< Ip::VrfStatusLocal const > vrfStatusLocal,
-   Quill::Ptr< VrfL3Intf > vrfL3Intf, Quill::Ptr< AllVrf > allVrf ) {
-   if ( auto const child = vrfStatusLocalSm( vrfName ) ) {
-      Quill::requireSameParameter( "_vrfStatusLocal", vrfStatusLocal, child->vrfStatusLocal() );
-      Quill::requireSameParameter( "_vrfL3Intf", vrfL3Intf, child->vrfL3Intf() );
-      Quill::requireSameParameter( "_allVrf", allVrf, child->allVrf() );
-      return child;
-   }
-   auto const child =
-      Quill::make< VrfStatusLocalSm >( std::move( vrfName ), std::move( vrfStatusLocal ),
-                                       std::move( vrfL3Intf ), std::move( allVrf ) );
-   vrfStatusLocalSm_.insert( child );
-   return child;
-}
-
-void AllVrfStatusLocalSm::vrfStatusLocalSmDel( L3::VrfName vrfName ) {
-   retire( vrfStatusLocalSm_.remove( vrfName ) );
-}
-
-void AllVrfStatusLocalSm::vrfStatusLocalSmDelAll() {
-   for ( auto const & child : vrfStatusLocalSm_ ) {
-      vrfStatusLocalSmDel( child->vrfName() );
-   }
-}
-
-void AllVrfStatusLocalSm::handleDestruction() {
-   TRACE0( "" );
-   vrfStatusLocalSmDelAll();
-}
-
 // --- VrfStatusLocalSm ----------------------------------------------------------------------------
 
 VrfStatusLocalSm::VrfStatusLocalSm( L3::VrfName vrfName,
@@ -160,6 +43,112 @@ void VrfStatusLocalSm::handleDestruction() {
    if ( allVrf_->vrfHas( vrfName_ ) ) {
       allVrf_->vrfDel( vrfName_ );
    }
+}
+
+// --- AllVrfStatusLocalSm -------------------------------------------------------------------------
+
+AllVrfStatusLocalSm::AllVrfStatusLocalSm(
+   Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal, Quill::Ptr< AllVrf > allVrf )
+    : allVrfStatusLocal_( *this, std::move( allVrfStatusLocal ) ),
+      allVrf_( *this, std::move( allVrf ) ) {
+   handleInitialized();
+}
+
+AllVrfStatusLocalSm::~AllVrfStatusLocalSm() {
+   handleDestruction();
+   quillDoZombieReactors( true );
+}
+
+Quill::Ptr< VrfStatusLocalSm > AllVrfStatusLocalSm::vrfStatusLocalSmIs(
+   L3::VrfName vrfName, Quill::Ptr< Ip::VrfStatusLocal const > vrfStatusLocal,
+   Quill::Ptr< VrfL3Intf > vrfL3Intf, Quill::Ptr< AllVrf > allVrf ) {
+   return vrfStatusLocalSm_.instantiate( vrfName, std::move( vrfStatusLocal ),
+                                         std::move( vrfL3Intf ), std::move( allVrf ) );
+}
+
+void AllVrfStatusLocalSm::vrfStatusLocalSmDel( L3::VrfName vrfName ) {
+   vrfStatusLocalSm_.retire( vrfName );
+}
+
+void AllVrfStatusLocalSm::vrfStatusLocalSmDelAll() {
+   vrfStatusLocalSm_.retireAll();
+}
+
+void AllVrfStatusLocalSm::handleInitialized() {
+   TRACE0( "" );
+   for ( auto const & status : allVrfStatusLocal()->vrf() ) {
+      handleVrf( status->vrfName() );
+   }
+}
+
+void AllVrfStatusLocalSm::handleVrf( L3::VrfName vrfName ) {
+   TRACE0( "vrf %s", vrfName );
+   auto const status = allVrfStatusLocal()->vrf( vrfName );
+   // No handle, which would outlive the child's removal.
+   auto const * const child = vrfStatusLocalSm( vrfName ).get();
+   if ( !status ) {
+      if ( child ) {
+         TRACE1( "removing VrfStatusLocalSm" );
+         vrfStatusLocalSmDel( vrfName );
+      }
+      return;
+   }
+   auto const vrfL3Intf = allVrf()->vrfL3Intf( vrfName );
+   if ( !vrfL3Intf ) {
+      TRACE1( "vrfL3Intf not present" );
+      return;
+   }
+   TRACE1( "adding VrfStatusLocalSm" );
+   if ( child ) {
+      if ( child->vrfStatusLocal() == status && child->vrfL3Intf() == vrfL3Intf ) {
+         TRACE1( "vrfStatusLocalSm already exists" );
+         return;
+      }
+      TRACE1( "removing stale vrfStatusLocalSm" );
+      vrfStatusLocalSmDel( vrfName );
+   }
+   vrfStatusLocalSmIs( vrfName, status, vrfL3Intf, allVrf() );
+}
+
+void AllVrfStatusLocalSm::handleVrfL3Intf( L3::VrfName vrfName ) {
+   TRACE0( "vrf %s", vrfName );
+   if ( vrfName.view() == defaultVrfName ) {
+      handleDefaultVrf();
+   } else {
+      handleVrf( vrfName );
+   }
+}
+
+void AllVrfStatusLocalSm::handleDefaultVrf() {
+   TRACE0( "" );
+   L3::VrfName const defaultVrf( defaultVrfName );
+   auto const model = allVrf();
+   auto const vrfL3Intf = model->vrfL3Intf( defaultVrf );
+   if ( !vrfL3Intf ) {
+      model->vrfDel( defaultVrf );
+      return;
+   }
+   if ( auto const vrf = model->vrf( defaultVrf ) ) {
+      if ( vrf->vrfL3Intf() == vrfL3Intf ) {
+         TRACE1( "vrf already exists" );
+         return;
+      }
+      TRACE1( "removing stale vrf" );
+      model->vrfDel( defaultVrf );
+   }
+   model->vrfIs( defaultVrf, Corvid::NamespaceName::defaultNamespace(),
+                 Quill::Ptr< VrfL3Intf const >( vrfL3Intf ) );
+}
+
+void AllVrfStatusLocalSm::handleDestruction() {
+   TRACE0( "" );
+   vrfStatusLocalSmDelAll();
+}
+
+Quill::Ptr< AllVrfStatusLocalSm >
+allVrfStatusLocalSmFactory( Quill::Ptr< Ip::AllVrfStatusLocal const > allVrfStatusLocal,
+                            Quill::Ptr< AllVrf > allVrf ) {
+   return Quill::make< AllVrfStatusLocalSm >( std::move( allVrfStatusLocal ), std::move( allVrf ) );
 }
 
 } // namespace Valen

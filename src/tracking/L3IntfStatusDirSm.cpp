@@ -6,95 +6,10 @@ namespace Valen {
 
 namespace {
 
-// Without the "t": trace filters select by this name.
+// Without the "t", because trace filters select by this name.
 QUILL_TRACE_UNIT( "L3InfStatusDirSm" )
 
 } // namespace
-
-// --- L3IntfStatusDirSm ---------------------------------------------------------------------------
-
-Quill::Ptr< L3IntfStatusDirSm >
-l3IntfStatusDirSmFactory( Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
-                          Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf ) {
-   return Quill::make< L3IntfStatusDirSm >( std::move( l3IntfStatusDir ), std::move( allVrf ),
-                                            std::move( allIntf ) );
-}
-
-L3IntfStatusDirSm::L3IntfStatusDirSm( Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
-                                      Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf )
-    : l3IntfStatusDir_( *this, std::move( l3IntfStatusDir ) ), allVrf_( std::move( allVrf ) ),
-      allIntf_( *this, std::move( allIntf ) ) {
-   handleInitialized();
-}
-
-L3IntfStatusDirSm::~L3IntfStatusDirSm() {
-   handleDestruction();
-   quillDoZombieReactors( true );
-}
-
-void L3IntfStatusDirSm::handleInitialized() {
-   TRACE0( "" );
-   for ( auto const & status : l3IntfStatusDir()->intfStatus() ) {
-      handleIntf( status->intfId() );
-   }
-}
-
-void L3IntfStatusDirSm::handleIntf( Corvid::IntfId intfId ) {
-   TRACE0( "%s", intfId );
-   auto const status = l3IntfStatusDir()->intfStatus( intfId );
-   if ( !status ) {
-      TRACE1( "removing l3IntfStatusSm" );
-      l3IntfStatusSmDel( intfId );
-      return;
-   }
-   auto const intf = allIntf()->intf( intfId );
-   if ( !intf ) {
-      TRACE1( "intf not present" );
-      return;
-   }
-   TRACE1( "adding l3IntfStatusSm" );
-   // No handle, which would outlive the child's removal.
-   if ( auto const * const child = l3IntfStatusSm( intfId ).get() ) {
-      if ( child->l3IntfStatus() == status ) {
-         TRACE1( "l3IntfStatusSm already exists" );
-         return;
-      }
-      TRACE1( "removing stale l3IntfStatusSm" );
-      l3IntfStatusSmDel( intfId );
-   }
-   l3IntfStatusSmIs( intfId, intf, status, allVrf_ );
-}
-
-Quill::Ptr< L3IntfStatusSm >
-L3IntfStatusDirSm::l3IntfStatusSmIs( Corvid::IntfId intfId, Quill::Ptr< Intf > intf,
-                                     Quill::Ptr< L3::Intf::Status const > l3IntfStatus,
-                                     Quill::Ptr< AllVrf > allVrf ) {
-   if ( auto const child = l3IntfStatusSm( intfId ) ) {
-      Quill::requireSameParameter( "_intf", intf, child->intf() );
-      Quill::requireSameParameter( "_l3IntfStatus", l3IntfStatus, child->l3IntfStatus() );
-      Quill::requireSameParameter( "_allVrf", allVrf, child->allVrf() );
-      return child;
-   }
-   auto const child = Quill::make< L3IntfStatusSm >(
-      std::move( intfId ), std::move( intf ), std::move( l3IntfStatus ), std::move( allVrf ) );
-   l3IntfStatusSm_.insert( child );
-   return child;
-}
-
-void L3IntfStatusDirSm::l3IntfStatusSmDel( Corvid::IntfId intfId ) {
-   retire( l3IntfStatusSm_.remove( intfId ) );
-}
-
-void L3IntfStatusDirSm::l3IntfStatusSmDelAll() {
-   for ( auto const & child : l3IntfStatusSm_ ) {
-      l3IntfStatusSmDel( child->intfId() );
-   }
-}
-
-void L3IntfStatusDirSm::handleDestruction() {
-   TRACE0( "" );
-   l3IntfStatusSmDelAll();
-}
 
 // --- L3IntfStatusSm ------------------------------------------------------------------------------
 
@@ -148,6 +63,81 @@ Quill::Ptr< VrfL3Intf > L3IntfStatusSm::leaveVrfL3Intf() {
    }
    left->intfDel( intf_ );
    return left->intfs() == 0 ? left : nullptr;
+}
+
+// --- L3IntfStatusDirSm ---------------------------------------------------------------------------
+
+L3IntfStatusDirSm::L3IntfStatusDirSm( Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
+                                      Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf )
+    : l3IntfStatusDir_( *this, std::move( l3IntfStatusDir ) ), allVrf_( std::move( allVrf ) ),
+      allIntf_( *this, std::move( allIntf ) ) {
+   handleInitialized();
+}
+
+L3IntfStatusDirSm::~L3IntfStatusDirSm() {
+   handleDestruction();
+   quillDoZombieReactors( true );
+}
+
+Quill::Ptr< L3IntfStatusSm >
+L3IntfStatusDirSm::l3IntfStatusSmIs( Corvid::IntfId intfId, Quill::Ptr< Intf > intf,
+                                     Quill::Ptr< L3::Intf::Status const > l3IntfStatus,
+                                     Quill::Ptr< AllVrf > allVrf ) {
+   return l3IntfStatusSm_.instantiate( intfId, std::move( intf ), std::move( l3IntfStatus ),
+                                       std::move( allVrf ) );
+}
+
+void L3IntfStatusDirSm::l3IntfStatusSmDel( Corvid::IntfId intfId ) {
+   l3IntfStatusSm_.retire( intfId );
+}
+
+void L3IntfStatusDirSm::l3IntfStatusSmDelAll() {
+   l3IntfStatusSm_.retireAll();
+}
+
+void L3IntfStatusDirSm::handleInitialized() {
+   TRACE0( "" );
+   for ( auto const & status : l3IntfStatusDir()->intfStatus() ) {
+      handleIntf( status->intfId() );
+   }
+}
+
+void L3IntfStatusDirSm::handleIntf( Corvid::IntfId intfId ) {
+   TRACE0( "%s", intfId );
+   auto const status = l3IntfStatusDir()->intfStatus( intfId );
+   if ( !status ) {
+      TRACE1( "removing l3IntfStatusSm" );
+      l3IntfStatusSmDel( intfId );
+      return;
+   }
+   auto const intf = allIntf()->intf( intfId );
+   if ( !intf ) {
+      TRACE1( "intf not present" );
+      return;
+   }
+   TRACE1( "adding l3IntfStatusSm" );
+   // No handle, which would outlive the child's removal.
+   if ( auto const * const child = l3IntfStatusSm( intfId ).get() ) {
+      if ( child->l3IntfStatus() == status ) {
+         TRACE1( "l3IntfStatusSm already exists" );
+         return;
+      }
+      TRACE1( "removing stale l3IntfStatusSm" );
+      l3IntfStatusSmDel( intfId );
+   }
+   l3IntfStatusSmIs( intfId, intf, status, allVrf_ );
+}
+
+void L3IntfStatusDirSm::handleDestruction() {
+   TRACE0( "" );
+   l3IntfStatusSmDelAll();
+}
+
+Quill::Ptr< L3IntfStatusDirSm >
+l3IntfStatusDirSmFactory( Quill::Ptr< L3::Intf::StatusDir const > l3IntfStatusDir,
+                          Quill::Ptr< AllVrf > allVrf, Quill::Ptr< AllIntf > allIntf ) {
+   return Quill::make< L3IntfStatusDirSm >( std::move( l3IntfStatusDir ), std::move( allVrf ),
+                                            std::move( allIntf ) );
 }
 
 } // namespace Valen

@@ -12,7 +12,7 @@ namespace Valen::Config {
 // Exists while the feature is configured.
 class GlobalConfig final : public Quill::Entity {
    QUILL_ENTITY( Valen::Config::GlobalConfig )
-   QUILL_SINGLE( U16, shutdownDelayMs ) // how long a shutdown is held once its messages are sent
+   QUILL_SINGLE( U16, shutdownDelayMs ) // how long a shutdown is held after its frames are sent
 };
 
 class ConfigDir final : public Quill::Entity {
@@ -22,16 +22,16 @@ class ConfigDir final : public Quill::Entity {
 
 namespace Agent {
 
-// The packets that one agent has queued for one interface, in the order of sending.
+// The frames that one agent has queued for one interface, in the order of sending.
 class Message final : public Quill::Entity {
    QUILL_ENTITY( Valen::Config::Agent::Message )
  public:
    explicit Message( Corvid::IntfId intfId ) : intfId_( std::move( intfId ) ) {}
    QUILL_PARAMETER( Corvid::IntfId, intfId )
-   QUILL_QUEUE( Quill::String, message ) // each string is the complete contents of one packet
+   QUILL_QUEUE( Quill::String, message ) // each string is one complete frame
 };
 
-// The messages of one agent, by interface. A message is filled before it is put in.
+// The frames of one agent, by interface. A Message is filled before it is put in.
 class MessageDir final : public Quill::Entity {
    QUILL_ENTITY( Valen::Config::Agent::MessageDir )
    QUILL_MAP( Corvid::IntfId, Quill::Ptr< Message const >, message )
@@ -39,8 +39,3 @@ class MessageDir final : public Quill::Entity {
 
 } // namespace Agent
 } // namespace Valen::Config
-
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Config::GlobalConfig )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Config::ConfigDir )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Config::Agent::Message )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Config::Agent::MessageDir )

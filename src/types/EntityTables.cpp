@@ -1,4 +1,5 @@
-// The tables of all entity types.
+// All entity types of this directory.
+#include "platform/quill/EntityTables.h"
 #include "types/ConfigTypes.h"
 #include "types/InterfaceTypes.h"
 #include "types/IpTypes.h"

@@ -15,7 +15,7 @@ class IntfConfig final : public Quill::Entity {
    QUILL_PARAMETER( Corvid::IntfId, intfId )
    QUILL_SINGLE( bool, adminShutdownDelaySupported ) // fixed for the entity's life in the directory
    QUILL_SINGLE( bool, adminShutdownDelayable )      // the delay would apply to a shutdown now
-   QUILL_SINGLE( bool, adminShutdownDelayed ) // shut down by the operator, with the delay in force
+   QUILL_SINGLE( bool, adminShutdownDelayed ) // shut down by the operator, with the delay active
 };
 
 class AllIntfConfigDir final : public Quill::Entity {
@@ -23,13 +23,13 @@ class AllIntfConfigDir final : public Quill::Entity {
    QUILL_MEMBERS( IntfConfig, intfConfig, intfId )
 };
 
-// The status of one interface that holds wherever it is: which kernel device carries it.
+// The status of one interface that is the same on any machine: which kernel device carries it.
 class IntfStatus final : public Quill::Entity {
    QUILL_ENTITY( Interface::IntfStatus )
  public:
    explicit IntfStatus( Corvid::IntfId intfId ) : intfId_( std::move( intfId ) ) {}
    QUILL_PARAMETER( Corvid::IntfId, intfId )
-   QUILL_SINGLE( Quill::Name, deviceName ) // empty: the device bears the interface's own name
+   QUILL_SINGLE( Quill::Name, deviceName ) // empty: the device has the interface's own name
 };
 
 class AllIntfStatusDir final : public Quill::Entity {
@@ -57,9 +57,9 @@ class DeviceIntfStatusDir final : public Quill::Entity {
  public:
    using Ptr = Quill::Ptr< DeviceIntfStatusDir >;
 
-   // An interface's kernel device. Empty (a default one) means no device.
+   // The kernel device of an interface. A default value means no device.
    struct IntfStatusAndDeviceName {
-      Quill::Ptr< IntfStatus const > intfStatus; // null when the interface has no status entity
+      Quill::Ptr< IntfStatus const > intfStatus; // null if the interface has no status entity
       Quill::Name deviceName;
       U32 ifIndex = 0; // the kernel's interface index, in the namespace
 
@@ -92,13 +92,3 @@ class VrfDeviceIntfStatusDir final : public Quill::Entity {
 };
 
 } // namespace Interface
-
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::IntfConfig )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::AllIntfConfigDir )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::IntfStatus )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::AllIntfStatusDir )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::IntfStatusLocal )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::AllIntfStatusLocalDir )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::DeviceIntfStatusDir )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::DeviceVrfIntfStatusDir )
-QUILL_ENTITY_TABLES_ELSEWHERE( Interface::VrfDeviceIntfStatusDir )

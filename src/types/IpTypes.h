@@ -29,6 +29,3 @@ class AllVrfStatusLocal final : public Quill::Entity {
 };
 
 } // namespace Ip
-
-QUILL_ENTITY_TABLES_ELSEWHERE( Ip::VrfStatusLocal )
-QUILL_ENTITY_TABLES_ELSEWHERE( Ip::AllVrfStatusLocal )

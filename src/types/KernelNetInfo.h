@@ -1,4 +1,4 @@
-// KernelNetInfo: what the kernel says of the network devices of one namespace. Published at the
+// KernelNetInfo: the kernel's network devices of one namespace. Published at the
 // mount path "kni/ns/NAME/status" by a watcher of the namespace (rtnetlink on Linux).
 #pragma once
 
@@ -32,6 +32,3 @@ class Status final : public Quill::Entity {
 };
 
 } // namespace KernelNetInfo
-
-QUILL_ENTITY_TABLES_ELSEWHERE( KernelNetInfo::Interface )
-QUILL_ENTITY_TABLES_ELSEWHERE( KernelNetInfo::Status )

@@ -38,6 +38,3 @@ class StatusDir final : public Quill::Entity {
 
 } // namespace Intf
 } // namespace L3
-
-QUILL_ENTITY_TABLES_ELSEWHERE( L3::Intf::Status )
-QUILL_ENTITY_TABLES_ELSEWHERE( L3::Intf::StatusDir )

@@ -12,8 +12,8 @@ class IntfStatus final : public Quill::Entity {
  public:
    explicit IntfStatus( Corvid::IntfId intfId ) : intfId_( std::move( intfId ) ) {}
    QUILL_PARAMETER( Corvid::IntfId, intfId )
-   QUILL_SINGLE( bool, delayed )     // a shutdown is being held: messages sent, timer running
-   QUILL_SINGLE( bool, shouldDelay ) // a shutdown would have to wait for `delayed`
+   QUILL_SINGLE( bool, delayed )     // a shutdown is being held: frames sent, timer running
+   QUILL_SINGLE( bool, shouldDelay ) // a shutdown would be delayed
 };
 
 class StatusDir final : public Quill::Entity {
@@ -23,6 +23,3 @@ class StatusDir final : public Quill::Entity {
 };
 
 } // namespace Valen::Status
-
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Status::IntfStatus )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Status::StatusDir )

@@ -1,10 +1,10 @@
-// The library's own model: the interfaces and VRFs that it cares about. Never published.
+// The library's own model of interfaces and VRFs. Never published.
 //
-// Kept by the writers, not by the types:
+// The writers, not the types, keep these rules:
 //   - an Intf exists only while an IntfMessage of the same id does;
 //   - a Vrf is made only together with the VrfL3Intf that it holds;
 //   - the set of a VrfL3Intf holds only Intf members of the same AllIntf.
-// A member that has left its collection lives on while somebody else holds it.
+// A member that has left its collection exists as long as it has a handle.
 #pragma once
 
 #include "types/ConfigTypes.h"
@@ -18,7 +18,7 @@ namespace Valen {
 // The value of Intf::device that means no device.
 Interface::DeviceIntfStatusDir::IntfStatusAndDeviceName const & defaultDevice();
 
-// The messages configured for one interface, of all agents, by the agent's name.
+// The frames of all agents for one interface, by the agent's name.
 class IntfMessage final : public Quill::Entity {
    QUILL_ENTITY( Valen::IntfMessage )
  public:
@@ -27,7 +27,7 @@ class IntfMessage final : public Quill::Entity {
    QUILL_MAP( Quill::String, Quill::Ptr< Config::Agent::Message const >, message )
 };
 
-// An interface that has messages.
+// An interface that has frames.
 class Intf final : public Quill::Entity {
    QUILL_ENTITY( Valen::Intf )
  public:
@@ -75,15 +75,8 @@ class AllVrf final : public Quill::Entity {
    QUILL_MEMBERS( VrfL3Intf, vrfL3Intf, vrfName )
 };
 
-// The roots of the model, made by the agent and handed to runnabilitySmFactory.
+// The roots of the model, which the process makes and passes to runnabilitySmFactory.
 Quill::Ptr< AllIntf > allIntfFactory();
 Quill::Ptr< AllVrf > allVrfFactory();
 
 } // namespace Valen
-
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::IntfMessage )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Intf )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::AllIntf )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::VrfL3Intf )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Vrf )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::AllVrf )

@@ -9,18 +9,24 @@
 
 namespace Valend {
 
-using Valen::Linux::NetNsFolders;
+using Valen::Linux::NetNsDirectories;
 using Valen::Linux::NetNsWatcher;
 
 Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
-    : process_( Settings::merged( read.config.process, options.process ) ),
-      folders_( foldersOf( process_ ) ),
-      trace_( loop_.workQueue(), process_, options.process.traceLevels.has_value() ),
-      endpoints_( folders_ ), links_( loop_, folders_, endpoints_, conditions_ ),
-      feeder_( store_, links_, loop_.scheduler() ), kept_( Settings::stateDirectoryOf( process_ ) ),
-      publications_( feeder_, [ this ]( auto const & messages ) { kept_.write( messages ); } ),
-      faults_( [ this ]( auto const & vrf, auto const & why ) { feeder_.vrfFailed( vrf, why ); } ),
-      journal_( Settings::stateDirectoryOf( process_ ), Journal::Machine::real(),
+    : process_( read.config.process.overriddenBy( options.process ) ),
+      netNsDirectories_( netNsDirectoriesOf( process_ ) ),
+      trace_( loop_.workQueue(), process_, options.process.given( "trace.levels" ).has_value() ),
+      endpoints_( netNsDirectories_ ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
+      feeder_( store_, links_, loop_.scheduler(), conditions_ ),
+      publishedFile_( process_.value( "state-directory" ), conditions_ ),
+      publications_( feeder_,
+                     [ this ]( auto const & messages ) { publishedFile_.write( messages ); } ),
+      faults_( [ this ]( auto const & fault ) {
+         if ( Valen::isVrfSetupFault( fault ) ) {
+            feeder_.vrfFailed( fault.key, fault.text );
+         }
+      } ),
+      journal_( process_.value( "state-directory" ), Journal::Machine::real(),
                 []( bool grave, auto const & text ) {
                    log( grave ? LogLevel::error : LogLevel::notice, text );
                 } ),
@@ -31,20 +37,19 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
                      return Metrics::Clients{ server_.connections(), server_.dropped() };
                   } } ),
       metricsFile_(
-         process_.metricsFile.value_or( "" ), [ this ] { return metrics_.text(); }, conditions_,
+         process_.value( "metrics-file" ), [ this ] { return metrics_.text(); }, conditions_,
          loop_.scheduler() ),
-      netNsWatcher_( loop_, folders_,
+      netNsWatcher_( loop_, netNsDirectories_,
                      [ this ]( auto const & name, NetNsWatcher::Change ) {
                         links_.refresh( name.stdString() );
                         feeder_.namespaceChanged( name.stdString() );
                      } ),
       configurator_( options.config, options.process,
                      [ this ]( auto const & config ) { configIs( config ); } ),
-      access_( options.readers, options.changers ),
+      access_( process_.value( "read-group" ), process_.value( "admin-group" ) ),
       api_( { store_, feeder_, publications_, links_, controller_, faults_, conditions_, metrics_,
               trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue() } ),
-      server_( loop_, process_.socket.value_or( Settings::defaultSocket ), api_ ),
-      watchdog_( loop_.scheduler() ) {
+      server_( loop_, process_.value( "socket" ), api_ ), watchdog_( loop_.scheduler() ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
    loop_.signalIs( SIGINT, [ this ] { stop( "SIGINT" ); } );
    loop_.signalIs( SIGHUP, [ this ] { reload(); } );
@@ -55,7 +60,7 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
    links_.seenIs( [ this ]( auto const & place, auto up ) { controller_.linkSeen( place, up ); } );
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
-   publications_.resume( kept_.read() );
+   publications_.resume( publishedFile_.read() );
    configurator_.start( read );
    library_ = Valen::runnabilitySmFactory(
       store_.configDir, store_.agentConfigDir, store_.allIntfConfigDir, store_.allIntfStatusDir,
@@ -71,12 +76,12 @@ Daemon::~Daemon() {
    Corvid::rawTxPamProviderIs( nullptr );
 }
 
-NetNsFolders Daemon::foldersOf( Settings::ProcessConfig const & process ) {
-   std::vector< std::string > folders{ NetNsFolders::usual };
-   if ( process.netNsFolder ) {
-      folders.push_back( *process.netNsFolder );
+NetNsDirectories Daemon::netNsDirectoriesOf( Settings::ProcessConfig const & process ) {
+   std::vector< std::string > directories{ NetNsDirectories::usual };
+   if ( auto const & directory = process.given( "netns-directory" ) ) {
+      directories.push_back( *directory );
    }
-   return NetNsFolders( std::move( folders ) );
+   return NetNsDirectories( std::move( directories ) );
 }
 
 void Daemon::configIs( Settings::Config const & config ) {

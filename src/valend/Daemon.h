@@ -31,7 +31,8 @@ class Daemon {
    void run();
 
  private:
-   static Valen::Linux::NetNsFolders foldersOf( Settings::ProcessConfig const & process );
+   static Valen::Linux::NetNsDirectories
+   netNsDirectoriesOf( Settings::ProcessConfig const & process );
 
    void configIs( Settings::Config const & config );
    void finishWhatWasBegun();
@@ -40,14 +41,14 @@ class Daemon {
 
    Settings::ProcessConfig const process_;
    Valen::Linux::EventLoop loop_;
-   Valen::Linux::NetNsFolders const folders_;
+   Valen::Linux::NetNsDirectories const netNsDirectories_;
    TraceHub trace_;
    Valen::Linux::PacketEndpointProvider endpoints_;
    Conditions conditions_;
    KernelLinks links_;
    Store store_;
    Feeder feeder_;
-   PublishedFile kept_;
+   PublishedFile publishedFile_;
    Publications publications_;
    FaultLog faults_;
    Journal journal_;

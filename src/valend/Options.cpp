@@ -1,73 +1,69 @@
 #include "valend/Options.h"
 
-#include "platform/quill/Exception.h"
-#include "platform/trace/Trace.h"
 #include "valend/base/Version.h"
 
 #include <CLI/CLI.hpp>
+#include <filesystem>
 #include <iostream>
 
 namespace Valend {
 
 namespace {
 
+using Settings::ProcessSetting;
+using Settings::SettingType;
+
 constexpr char const * footer = R"(
-Holds the administrative shutdown of network interfaces back until the goodbye
-frames that are queued for them are out. The configuration's format is explained
-in examples/valen.yaml; valenctl is the operator's command.
+valend holds the administrative shutdown of a network interface until the
+goodbye frames that are queued for it have been sent. The configuration is
+described in valen.yaml(5); operators use valenctl(1).
 
-The agent stops on SIGTERM and SIGINT; it then sends nothing and leaves all links
-as they are. On SIGHUP it reads the configuration again and puts what differs in
-force; a configuration that is refused changes nothing.
+On SIGTERM and SIGINT, valend exits. It sends no frames then and leaves all
+links unchanged. On SIGHUP, it reloads the configuration and applies what has
+changed; a configuration with errors changes nothing.
 
-Exit status: 0 stopped as asked, or the configuration is in order
+Exit status: 0 stopped by a signal, or the configuration is valid
              1 could not start
-             2 a wrong option
-             78 the configuration is refused)";
+             2 invalid option
+             78 configuration rejected)";
 
-std::string checkLevels( std::string const & levels ) {
-   auto const inForce = Quill::traceLevels();
-   try { // setting them is how they are checked
-      Quill::traceLevelsIs( levels );
-      Quill::traceLevelsIs( inForce );
-      return std::string();
-   } catch ( Quill::RangeException const & e ) {
-      return e.text();
-   }
+std::string helpOf( ProcessSetting const & setting ) {
+   auto const shown = setting.shownDefault();
+   return std::string( setting.help ) + ( shown.empty() ? "" : " [" + std::string( shown ) + "]" );
+}
+
+// The value as the configuration files would have it.
+std::string fileValue( ProcessSetting const & setting, std::string const & value ) {
+   bool const isPath = setting.type == SettingType::absolutePath && !value.empty();
+   return isPath ? std::filesystem::absolute( value ).string() : value;
+}
+
+void addOption( CLI::App & app, ProcessSetting const & setting,
+                Settings::ProcessConfig & process ) {
+   app.add_option_function< std::string >(
+         "--" + std::string( setting.option ),
+         [ &setting, &process ]( std::string const & value ) {
+            process.valueIs( setting, fileValue( setting, value ) );
+         },
+         helpOf( setting ) )
+      ->check( [ &setting ]( std::string const & value ) {
+         return problemWith( setting, fileValue( setting, value ) );
+      } );
 }
 
 } // namespace
 
 std::optional< Options > parseOptions( int argc, char const * const * argv, Exit & exit ) {
    Options options;
-   auto & process = options.process;
-   CLI::App app( "valend: the agent of Valen", "valend" );
+   CLI::App app( "valend: graceful interface shutdown daemon", "valend" );
    app.footer( footer );
    app.set_version_flag( "--version", std::string( "valend " ) + version );
-   app.add_option( "--config", options.config, "The configuration file; - is standard input" )
+   app.add_option( "--config", options.config, "Configuration file; - is standard input" )
       ->capture_default_str();
-   app.add_flag( "--check", options.check, "Only check the configuration" );
-   app.add_option( "--socket", process.socket,
-                   std::string( "Where valenctl finds the agent [" ) + Settings::defaultSocket +
-                      "]" );
-   app.add_option( "--read-group", options.readers,
-                   "The group, by name or number, whose members may look" )
-      ->capture_default_str();
-   app.add_option( "--admin-group", options.changers,
-                   "The group whose members may shut down, enable and publish, as root may" )
-      ->capture_default_str();
-   app.add_option( "--netns-folder", process.netNsFolder,
-                   "A folder of named network namespaces, besides /run/netns" );
-   app.add_option( "--state-directory", process.stateDirectory,
-                   "Where shutdowns are written down [$STATE_DIRECTORY, else /var/lib/valen]" );
-   app.add_option( "--metrics-file", process.metricsFile,
-                   "Keep the metrics in this file, for a collector of such files (NAME.prom)" );
-   app.add_option( "--trace", process.traceLevels,
-                   "Trace to standard error, at levels such as ConfigSm/0-1,Intf*/0" )
-      ->check( checkLevels );
-   app.add_option( "--trace-file", process.traceFile, "Trace to this file instead" );
-   app.add_option( "--trace-ring", process.traceRing,
-                   "Keep the trace ring in this file, to be read after a crash" );
+   app.add_flag( "--check", options.check, "Check the configuration and exit" );
+   for ( auto const & setting : Settings::processSettings ) {
+      addOption( app, setting, options.process );
+   }
    try {
       app.parse( argc, argv );
    } catch ( CLI::ParseError const & e ) {

@@ -1,35 +1,30 @@
-// The command line.
+// The command line of valend.
 #pragma once
 
-#include "settings/ConfigReader.h"
+#include "settings/ConfigFiles.h"
 #include "settings/ProcessSettings.h"
-#include "valend/api/Access.h"
 
 #include <optional>
 #include <string>
 
 namespace Valend {
 
-// What the process ends with.
+// The exit status of the process.
 enum class Exit : int {
    done = 0,
-   failed = 1,     // it could not start
-   usage = 2,      // a wrong option
-   badConfig = 78, // the configuration is refused; starting again will not help
+   failed = 1,     // could not start
+   usage = 2,      // invalid option
+   badConfig = 78, // configuration rejected; restarting does not help
 };
 
 struct Options {
-   static constexpr char const * defaultConfig = Settings::defaultFile;
-
-   std::string config = defaultConfig;
-   bool check = false;                           // only look at the configuration
-   Settings::ProcessConfig process;              // goes before the file's
-   std::string readers = Access::defaultReaders; // groups, by name or number
-   std::string changers = Access::defaultChangers;
+   std::string config = Settings::defaultFile;
+   bool check = false;              // only check the configuration
+   Settings::ProcessConfig process; // overrides the settings of the files
 };
 
-// Takes the command line apart. Nothing, with `exit` set, when the process is to end: help was
-// asked for and printed, or an option is wrong and said so.
+// Parses the command line. Returns nothing, with `exit` set, when the process is to end: help or the
+// version was printed, or an option is invalid and was reported.
 std::optional< Options > parseOptions( int argc, char const * const * argv, Exit & exit );
 
 } // namespace Valend

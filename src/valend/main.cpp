@@ -1,4 +1,4 @@
-#include "settings/ConfigReader.h"
+#include "settings/ConfigFiles.h"
 #include "valend/Daemon.h"
 #include "valend/base/Log.h"
 
@@ -18,12 +18,12 @@ Exit run( Valend::Options const & options ) {
       return Exit::badConfig;
    }
    if ( options.check ) {
-      std::cout << options.config << ": in order; " << read.config.summary() << '\n';
+      std::cout << options.config << ": OK, " << read.config.summary() << '\n';
       return Exit::done;
    }
    try {
-      Valend::Daemon agent( read, options );
-      agent.run();
+      Valend::Daemon daemon( read, options );
+      daemon.run();
       return Exit::done;
    } catch ( std::exception const & e ) {
       Valend::log( Valend::LogLevel::error, std::string( "cannot start: " ) + e.what() );
@@ -34,7 +34,7 @@ Exit run( Valend::Options const & options ) {
 } // namespace
 
 int main( int argc, char ** argv ) {
-   std::signal( SIGPIPE, SIG_IGN ); // whoever reads our words may go
+   std::signal( SIGPIPE, SIG_IGN ); // a reader of our output may exit before us
    Exit exit = Exit::done;
    auto const options = Valend::parseOptions( argc, argv, exit );
    return static_cast< int >( options ? run( *options ) : exit );

@@ -28,7 +28,7 @@ KernelIntf::KernelIntf( Quill::Ptr< Interface::AllIntfStatusDir const > allIntfS
 KernelIntf::~KernelIntf() {
    handleDestruction();
    vrfDeviceIntfStatusDir_ = nullptr;
-   Quill::Reactor::retire( std::move( intfStatusManagerRoot_ ) );
+   intfStatusManagerRoot_.retire();
 }
 
 Corvid::NamespaceName KernelIntf::namespaceName( L3::VrfName const & vrfName ) const {
@@ -83,8 +83,8 @@ void KernelIntf::intfStatusManagerRootIs(
    Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
    Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
    bool filterByNetNs ) {
-   intfStatusManagerRoot_ = Interface::NetNsIntfStatusManagerRoot::NetNsIntfStatusManagerRootIs(
-      std::move( allIntfStatusDir ), std::move( allIntfStatusLocalDir ), filterByNetNs );
+   intfStatusManagerRoot_.set( Interface::NetNsIntfStatusManagerRoot::NetNsIntfStatusManagerRootIs(
+      std::move( allIntfStatusDir ), std::move( allIntfStatusLocalDir ), filterByNetNs ) );
    intfStatusManagerRoot_->hasNotificationActiveIs( true );
 }
 

@@ -1,16 +1,17 @@
-// Valen::KernelIntf: per VRF, the kernel devices of its network namespace. Mounts the namespace's
-// kernel information and has a status manager list its devices in a directory of the VRF's own.
-//
-// A plain object of the main reactor, which removes a VRF only after everybody who watches its
-// directory is gone.
+// Valen::KernelIntf: per VRF, the kernel devices of its network namespace.
 #pragma once
 
 #include "devices/NetNsIntfStatusManagerRoot.h"
 #include "platform/orrery/EntityManager.h"
+#include "platform/quill/Children.h"
 #include "types/L3Types.h"
 
 namespace Valen {
 
+// Mounts the kernel information of a VRF's namespace and lists its devices in a directory of the
+// VRF. Not a reactor.
+//   owns      the NetNsIntfStatusManagerRoot; the device directories
+//   owned by  ConfigSm, which removes a VRF only after all watchers of its directory
 class KernelIntf final : public Quill::PtrInterface {
    QUILL_TRACKED( Valen::KernelIntf )
  public:
@@ -34,10 +35,17 @@ class KernelIntf final : public Quill::PtrInterface {
    }
    Quill::Ptr< Interface::NetNsIntfStatusManagerRoot > const &
    intfStatusManagerRoot() const noexcept {
-      return intfStatusManagerRoot_;
+      return intfStatusManagerRoot_.get();
    }
 
-   // The namespace of each VRF that was added; empty for any other.
+   static constexpr auto quillParameters() {
+      return std::tuple(
+         Quill::Parameter( "_allIntfStatusDir", &KernelIntf::allIntfStatusDir ),
+         Quill::Parameter( "_allIntfStatusLocalDir", &KernelIntf::allIntfStatusLocalDir ),
+         Quill::Parameter( "_entityManager", &KernelIntf::entityManager ) );
+   }
+
+   // The namespace of a VRF that was added; empty for any other.
    Corvid::NamespaceName namespaceName( L3::VrfName const & vrfName ) const;
    U32 namespaceNames() const noexcept { return namespaceName_.count(); }
    void namespaceNameIs( L3::VrfName vrfName, Corvid::NamespaceName namespaceName );
@@ -48,7 +56,7 @@ class KernelIntf final : public Quill::PtrInterface {
    static Quill::String mountPath( Corvid::NamespaceName const & namespaceName );
 
    // Adds the VRF and returns the directory that lists the devices of its namespace. The directory
-   // stays empty when nothing, or something else, is published at the mount path.
+   // stays empty if nothing, or an entity of another type, is published at the mount path.
    Interface::DeviceIntfStatusDir::Ptr vrfIs( L3::VrfName vrfName,
                                               Corvid::NamespaceName namespaceName );
    // Undoes vrfIs, in reverse order. Changes nothing for a VRF that was never added.
@@ -67,7 +75,7 @@ class KernelIntf final : public Quill::PtrInterface {
    Quill::Ptr< Orrery::EntityManager > const entityManager_;
    Quill::Map< L3::VrfName, Corvid::NamespaceName > namespaceName_;
    Quill::Ptr< Interface::VrfDeviceIntfStatusDir > vrfDeviceIntfStatusDir_;
-   Quill::Ptr< Interface::NetNsIntfStatusManagerRoot > intfStatusManagerRoot_;
+   Quill::Child< Interface::NetNsIntfStatusManagerRoot > intfStatusManagerRoot_;
 };
 
 Quill::Ptr< KernelIntf >

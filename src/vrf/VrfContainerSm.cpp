@@ -39,14 +39,9 @@ Quill::Ptr< IntfSm > VrfContainerSm::intfSmIs( Corvid::IntfId intfId, Quill::Ptr
                                                Quill::Ptr< Gantry::TaskScheduler > taskScheduler,
                                                Quill::Ptr< Config::ConfigDir const > configDir,
                                                Quill::Ptr< Status::StatusDir > statusDir ) {
-   if ( auto const existing = intfSm( intfId ) ) {
-      return existing;
-   }
-   auto const child = IntfSm::IntfSmIs( std::move( intfId ), std::move( intf ),
-                                        std::move( rawTxPam ), std::move( taskScheduler ),
-                                        std::move( configDir ), std::move( statusDir ) );
-   intfSm_.insert( child );
-   return child;
+   return intfSm_.findOrMake( intfId, std::move( intf ), std::move( rawTxPam ),
+                              std::move( taskScheduler ), std::move( configDir ),
+                              std::move( statusDir ) );
 }
 
 Quill::Ptr< IntfSm > VrfContainerSm::intfSmDel( Corvid::IntfId intfId ) {
@@ -71,7 +66,7 @@ void VrfContainerSm::handleInitialized() {
       Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
       rawTxPam_->enabledIs( true );
    } catch ( Quill::ErrnoException const & exception ) {
-      auto const savedErrno = errno; // what follows may change it
+      auto const savedErrno = errno; // the calls below may change it
       TRACE1( "error (%s): %s type: %s, %s", savedErrno, std::strerror( savedErrno ),
               exception.what(), exception.number() );
       if ( savedErrno == ENOENT || savedErrno == EINVAL ) {
@@ -79,7 +74,7 @@ void VrfContainerSm::handleInitialized() {
          return;
       }
       TRACE1( "valid exception" );
-      rawTxPamIs( nullptr ); // now: it must not change errno once that is restored
+      rawTxPamIs( nullptr ); // before errno is restored, which this may change
       errno = savedErrno;
       throw Quill::ErrnoException( exception );
    }

@@ -1,25 +1,26 @@
-// Valen::VrfContainerSm: one VRF. Owns its raw transmit endpoint, which stands in the VRF's
-// namespace, and one interface reactor per interface of the VRF; binds kernel devices to the
-// interfaces.
-//   watches   the VRF's set of interfaces; the device directory of its namespace
-//   writes    device of each Intf in the VRF
-//   owns      the RawTxPam; the IntfSm children
-//   owned by  ConfigSm, one per Vrf
-// An endpoint whose namespace cannot be opened leaves the container alive but not initialized: it
-// ignores devices, and only interfaces that join later get a reactor.
+// Valen::VrfContainerSm: one VRF, with its endpoint and its interfaces.
 #pragma once
 
 #include "intf/IntfSm.h"
+#include "platform/quill/Children.h"
 
 namespace Valen {
 
+// Keeps one IntfSm per interface of the VRF, and assigns kernel devices to the interfaces.
+//   watches   the VRF's set of interfaces; the device directory of its namespace
+//   writes    Intf::device of each interface in the VRF
+//   owns      the raw transmit endpoint, in the VRF's namespace; the IntfSms
+//   owned by  ConfigSm, one per Vrf
+// If the namespace of the endpoint cannot be opened, the container stays uninitialized: it ignores
+// devices, and only interfaces that join later get a reactor.
 class VrfContainerSm final : public Quill::Reactor {
    QUILL_TRACKED( Valen::VrfContainerSm )
  public:
    using Ptr = Quill::Ptr< VrfContainerSm >;
 
-   // Throws Quill::ErrnoException, with errno as the failed call left it, when the endpoint cannot
-   // be opened for another reason than a missing or wrong namespace (ENOENT, EINVAL).
+   // Keeps all; none null. Throws Quill::ErrnoException, with errno as the failed call left it, if
+   // the endpoint cannot be opened for a reason other than a missing or wrong namespace (ENOENT,
+   // EINVAL).
    VrfContainerSm( Quill::Ptr< Vrf const > vrf, Quill::Ptr< VrfL3Intf const > vrfL3Intf,
                    Quill::Ptr< AllIntf > allIntf,
                    Quill::Ptr< Interface::DeviceIntfStatusDir const > deviceIntfStatusDir,
@@ -35,7 +36,7 @@ class VrfContainerSm final : public Quill::Reactor {
 
    Quill::Ptr< Vrf const > const & vrf() const noexcept { return vrf_; }
    Quill::Ptr< VrfL3Intf const > vrfL3Intf() const noexcept { return vrfL3Intf_.handle(); }
-   // Watches another set from now on. Runs no handler.
+   // Watches another set from now on, or none. Runs no handler.
    void vrfL3IntfIs( Quill::Ptr< VrfL3Intf const > vrfL3Intf ) noexcept {
       vrfL3Intf_.notifierIs( std::move( vrfL3Intf ) );
    }
@@ -44,7 +45,7 @@ class VrfContainerSm final : public Quill::Reactor {
    Quill::Ptr< Interface::DeviceIntfStatusDir const > deviceIntfStatusDir() const noexcept {
       return deviceIntfStatusDir_.handle();
    }
-   // Watches another directory from now on. Runs no handler.
+   // Watches another directory from now on, or none. Runs no handler.
    void deviceIntfStatusDirIs(
       Quill::Ptr< Interface::DeviceIntfStatusDir const > deviceIntfStatusDir ) noexcept {
       deviceIntfStatusDir_.notifierIs( std::move( deviceIntfStatusDir ) );
@@ -60,20 +61,31 @@ class VrfContainerSm final : public Quill::Reactor {
       rawTxPam_ = std::move( rawTxPam );
    }
 
-   using IntfSms = Quill::Members< IntfSm, &IntfSm::intfId >;
+   static constexpr auto quillParameters() {
+      return std::tuple(
+         Quill::Parameter( "_vrf", &VrfContainerSm::vrf ),
+         Quill::Parameter( "_vrfL3Intf", &VrfContainerSm::vrfL3Intf ),
+         Quill::Parameter( "_allIntf", &VrfContainerSm::allIntf ),
+         Quill::Parameter( "_deviceIntfStatusDir", &VrfContainerSm::deviceIntfStatusDir ),
+         Quill::Parameter( "_taskScheduler", &VrfContainerSm::taskScheduler ),
+         Quill::Parameter( "_configDir", &VrfContainerSm::configDir ),
+         Quill::Parameter( "_statusDir", &VrfContainerSm::statusDir ) );
+   }
+
+   using IntfSms = Quill::Children< IntfSm, &IntfSm::intfId >;
    IntfSms const & intfSm() const noexcept { return intfSm_; }
    U32 intfSms() const noexcept { return intfSm_.count(); }
-   // The child of that interface; null when there is none.
+   // The child of that interface; null if it does not exist.
    Quill::Ptr< IntfSm > intfSm( Corvid::IntfId const & intfId ) const noexcept {
       return intfSm_.find( intfId );
    }
-   // Returns the child of that interface, whatever it was made from, or makes it.
+   // Returns the child of that interface, even if it was made from other values, or makes it.
    Quill::Ptr< IntfSm > intfSmIs( Corvid::IntfId intfId, Quill::Ptr< Intf > intf,
                                   Quill::Ptr< Corvid::RawTxPam > rawTxPam,
                                   Quill::Ptr< Gantry::TaskScheduler > taskScheduler,
                                   Quill::Ptr< Config::ConfigDir const > configDir,
                                   Quill::Ptr< Status::StatusDir > statusDir );
-   // Takes the child out, silences it and returns it to be released; null when there was none.
+   // Removes the child, silences it and returns it; null if it does not exist.
    Quill::Ptr< IntfSm > intfSmDel( Corvid::IntfId intfId );
    void intfSmDelAll();
 
@@ -86,7 +98,7 @@ class VrfContainerSm final : public Quill::Reactor {
    void handleDestruction();
 
  private:
-   // What the directory has for the interface; the default device when it has nothing.
+   // The interface's entry in the directory; the default device if it has no entry.
    Interface::DeviceIntfStatusDir::IntfStatusAndDeviceName
    deviceEntry( Corvid::IntfId const & intfId ) const;
 

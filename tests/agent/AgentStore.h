@@ -1,5 +1,5 @@
-// The state store of an agent and the kernel under it, fed by hand: what the library is given, the
-// devices of each namespace behind the mounts, and the writes of a feeder.
+// The state store of a process and the kernel below it, filled by hand: what the library is given,
+// the devices of each namespace behind the mounts, and the writes of a feeder.
 #pragma once
 
 #include "agent/ConfigSm.h"
@@ -14,7 +14,7 @@
 
 namespace Valen::Test {
 
-// Stands in for the watchers of namespaces: publishes the devices that the test has made at
+// Replaces the watchers of namespaces: publishes the devices that the test has made at
 // "kni/ns/NAME/status".
 class KernelDevices final : public Orrery::MountProvider {
  public:
@@ -53,7 +53,7 @@ class KernelDevices final : public Orrery::MountProvider {
    std::map< std::string, Quill::Ptr< KernelNetInfo::Status > > statuses_;
 };
 
-// The entities that an agent hands to the library.
+// The entities that a process passes to the library.
 struct AgentStore {
    AgentStore() { entityManager->mountProviderIs( KernelDevices::prefix, &kernel ); }
 
@@ -75,13 +75,13 @@ struct AgentStore {
    }
    void globalConfigDel() { configDir->globalConfigIs( nullptr ); }
 
-   // The message directory of an agent; null when the agent has none.
+   // The message directory of an agent; null if the agent does not have one.
    Quill::Ptr< Config::Agent::MessageDir > messageDir( std::string const & agent ) const {
       auto const agentDir = Quill::ptrCast< Quill::Dir >( agentConfigDir->entry( agent ) );
       return agentDir ? Quill::ptrCast< Config::Agent::MessageDir >( agentDir->entry( "messages" ) )
                       : nullptr;
    }
-   // Makes the agent, with an empty message directory, when it is not there.
+   // Makes the agent, with an empty message directory, if it does not exist.
    Quill::Ptr< Config::Agent::MessageDir > agentIs( std::string const & agent ) {
       if ( !messageDir( agent ) ) {
          auto const agentDir = Quill::make< Quill::Dir >();
@@ -142,7 +142,7 @@ struct AgentStore {
    Quill::Ptr< AllIntf > allIntf = allIntfFactory();
 };
 
-// Remembers the faults that reach the framework while it lives.
+// Records the faults that reach the framework while it exists.
 class FaultRecorder final : public Quill::FaultSink {
  public:
    FaultRecorder() : old_( Quill::faultSinkIs( this ) ) {}

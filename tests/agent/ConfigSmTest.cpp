@@ -41,7 +41,7 @@ class ConfigSmTest : public ::testing::Test {
       sm = store.newConfigSm();
       trace.clear();
    }
-   // Everything that one interface of a VRF needs to be ready.
+   // Everything that an interface of a VRF needs to be ready.
    void readyIntf( char const * intfId, char const * vrf, char const * netNs, U32 ifIndex ) {
       store.kernel.deviceIs( netNs, intfId, ifIndex );
       store.intfConfigIs( intfId );
@@ -328,7 +328,7 @@ TEST_F( ConfigSmTest, ARemovedVrfLosesContainerThenMountWithoutALine ) {
                              "void Valen::KernelIntf::vrfDel(L3::VrfName): vrf red" ) );
 }
 
-TEST_F( ConfigSmTest, AVrfMadeAnewInAnotherNamespaceReplacesItsContainer ) {
+TEST_F( ConfigSmTest, AVrfRecreatedInAnotherNamespaceReplacesItsContainer ) {
    start();
    vrfRecord( "red", "ns-red" );
    store.allVrf->vrfDel( "red" );
@@ -338,10 +338,10 @@ TEST_F( ConfigSmTest, AVrfMadeAnewInAnotherNamespaceReplacesItsContainer ) {
    EXPECT_THAT( store.kernel.mounted, ElementsAre( "ns-other" ) );
 }
 
-TEST_F( ConfigSmTest, AStaleContainerGoesBeforeTheNewOneComes ) {
+TEST_F( ConfigSmTest, AStaleContainerIsRemovedBeforeTheNewOneIsMade ) {
    start();
    vrfRecord( "red", "ns-red" );
-   // The exchange is seen as one change when nobody was told of the removal.
+   // A replacement is one change if the removal was not notified.
    sm->hasNotificationActiveIs( false );
    store.allVrf->vrfDel( "red" );
    auto const vrf = vrfRecord( "red", "ns-red" );
@@ -433,7 +433,7 @@ TEST_F( ConfigSmTest, AStatusPutInAgainHealsAVrfThatCouldNotBeOpened ) {
    store.vrfStatusIs( "red", "ns-red" );
    sm = store.newConfigSm();
    EXPECT_EQ( store.statusDir->intfStatuss(), 0u );
-   ASSERT_EQ( faults.messages.size(), 2u ); // when the messages came, and in the replay
+   ASSERT_EQ( faults.messages.size(), 2u ); // when the messages were added, and in the replay
    pams.enableErrno = 0;
    store.allVrfStatusLocal->vrfDel( "red" );
    store.vrfStatusIs( "red", "ns-red" );
@@ -442,7 +442,7 @@ TEST_F( ConfigSmTest, AStatusPutInAgainHealsAVrfThatCouldNotBeOpened ) {
 
 // --- The children's mutators ---------------------------------------------------------------------
 
-// The text with which a mutator refuses other values.
+// The error with which a mutator rejects other values.
 template < class Work > std::string refusal( Work const & work ) {
    try {
       work();
@@ -479,7 +479,7 @@ TEST_F( ConfigSmTest, TheSameValuesReturnTheSameChildren ) {
               container );
 }
 
-TEST_F( ConfigSmTest, OtherValuesAreRefusedBySingleChildren ) {
+TEST_F( ConfigSmTest, OtherValuesAreRejectedBySingleChildren ) {
    start();
    auto const display = []( auto const & handle ) { return Quill::display( handle ); };
    EXPECT_EQ( refusal( [ & ] {
@@ -513,7 +513,7 @@ TEST_F( ConfigSmTest, OtherValuesAreRefusedBySingleChildren ) {
       differs( "_allIntf", display( store.allIntf ) ) );
 }
 
-TEST_F( ConfigSmTest, OtherValuesAreRefusedByCollections ) {
+TEST_F( ConfigSmTest, OtherValuesAreRejectedByCollections ) {
    start();
    store.agentIs( "lacp" );
    auto const agentDir = sm->agentConfigSm( "lacp" )->agentDir();
@@ -528,7 +528,7 @@ TEST_F( ConfigSmTest, OtherValuesAreRefusedByCollections ) {
    auto const set = container->vrfL3Intf();
    auto const devices = container->deviceIntfStatusDir();
    auto const other = Quill::make< Vrf >( "red", "ns-red", set );
-   // Everything as it is but for the values that are given.
+   // The current values, except for those that are given.
    auto const refused =
       [ & ]( Quill::Ptr< Vrf const > v, Quill::Ptr< VrfL3Intf const > s, Quill::Ptr< AllIntf > a,
              Quill::Ptr< Interface::DeviceIntfStatusDir const > d,
@@ -559,7 +559,7 @@ TEST_F( ConfigSmTest, OtherValuesAreRefusedByCollections ) {
    EXPECT_EQ( sm->vrfContainerSm( "red" ), container );
 }
 
-TEST_F( ConfigSmTest, ANullVrfIsRefusedToTheLastQuotationMark ) {
+TEST_F( ConfigSmTest, ANullVrfIsRejectedWithTheExactText ) {
    start();
    try {
       sm->vrfContainerSmIs( nullptr, nullptr, store.allIntf, nullptr, clock.scheduler(),
@@ -636,7 +636,7 @@ TEST_F( ConfigSmTest, AsAZombieItIsSilentButItsTrackersAreNot ) {
 
 // --- The end -------------------------------------------------------------------------------------
 
-TEST_F( ConfigSmTest, TeardownGoesFromTheConsumersToTheMounts ) {
+TEST_F( ConfigSmTest, TeardownRunsFromTheConsumersToTheMounts ) {
    readyIntf( "Ethernet1", "red", "ns-red", 7 );
    store.vrfStatusIs( "red", "ns-red" );
    start();

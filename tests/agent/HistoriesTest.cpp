@@ -69,7 +69,7 @@ class RandomHistory {
          step();
       }
       note( "end" );
-      EXPECT_GT( history_.delaysStarted(), 10u ) << "it went nowhere";
+      EXPECT_GT( history_.delaysStarted(), 10u ) << "too few delays were started";
       history_.stop();
       if ( testing::Test::HasFailure() ) {
          ADD_FAILURE() << diary_.text();
@@ -85,7 +85,7 @@ class RandomHistory {
    }
    void note( std::string text ) { diary_.note( std::move( text ) ); }
 
-   // The library starts in the middle of things.
+   // The library starts on a populated store.
    void settleIn() {
       for ( auto & vrf : history_.vrfs ) {
          if ( vrf.name != "default" ) {
@@ -130,7 +130,7 @@ class RandomHistory {
       }
    }
 
-   // Whatever one interface lacks comes, so that histories stay where delays happen.
+   // Adds what one interface lacks, so that histories stay where delays happen.
    void stepRepair() {
       auto & intf = any( history_.intfs );
       auto & vrf = any( history_.vrfs );

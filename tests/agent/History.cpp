@@ -252,7 +252,7 @@ void History::republish( std::vector< Intf * > const & lost ) {
    }
 }
 
-// --- The picture ---------------------------------------------------------------------------------
+// --- The model -----------------------------------------------------------------------------------
 
 std::optional< std::string > History::netNsOf( std::string const & name ) const {
    for ( auto const & each : vrfs ) {
@@ -295,7 +295,7 @@ bool History::promised( Intf const & intf ) const {
    return true;
 }
 
-// --- What must hold ------------------------------------------------------------------------------
+// --- Invariants ----------------------------------------------------------------------------------
 
 void History::expectFrames( Intf const & intf ) {
    std::multiset< std::string > wanted;

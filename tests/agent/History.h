@@ -1,5 +1,5 @@
-// A rule-abiding agent over the whole library, with a plain picture of what it has published, from
-// which follows what the library must show after every single write:
+// A well-behaved process around the whole library, with a plain model of what it has published,
+// from which follows what the library must show after every single write:
 //
 //   an interface has a status entry exactly while the feature is on, the interface has messages, a
 //   configuration that supports the delay, a layer-3 status in a VRF that is up, and a device in
@@ -46,7 +46,7 @@ class History {
    History();
    ~History();
 
-   // --- The writes of the agent. Each leaves the library in the state that the picture demands.
+   // --- The writes. Each leaves the library in the state that the model demands.
 
    void start(); // the library; clears what a crash left
    void stop();
@@ -66,22 +66,22 @@ class History {
    void vrfIs( VrfPicture & vrf, std::string const & netNs, Ip::VrfState state );
    void vrfStateIs( VrfPicture & vrf, Ip::VrfState state );
    void vrfDel( VrfPicture & vrf );
-   // The endpoint of the VRF fails to open with `error` while its status comes.
+   // The endpoint of the VRF fails to open with `error` while its status is added.
    void vrfBreaks( VrfPicture & vrf, std::string const & netNs, int error );
    void deviceIs( std::string const & netNs, std::string const & name );
    void deviceRename( std::string const & netNs, U32 ifIndex, std::string const & name );
    void deviceDel( std::string const & netNs, U32 ifIndex );
    void advance( Gantry::Time duration );
 
-   // The device that the interface is on in the namespace of its VRF; null when there is none.
+   // The device that the interface is on in the namespace of its VRF; null if it is on no device.
    Device const * deviceOf( Intf const & intf ) const;
-   // Tells a history that got somewhere from an idle one.
+   // Distinguishes an active history from an idle one.
    U32 delaysStarted() const { return delaysStarted_; }
 
    std::vector< Intf > intfs;
    std::vector< VrfPicture > vrfs;
    std::map< std::string, std::vector< Device > > devices; // by namespace, in the order of naming
-   std::set< std::string > agents;                         // those that are there
+   std::set< std::string > agents;                         // those that exist
 
  private:
    bool on() const { return sm_ && store_.configDir->globalConfig(); }
@@ -89,12 +89,12 @@ class History {
    std::optional< std::string > netNsOf( std::string const & vrf ) const;
    bool ready( Intf const & intf ) const;
    bool promised( Intf const & intf ) const; // not in a broken VRF
-   // Takes out the layer-3 status of interfaces that have just lost their last message, then puts
-   // it in again: nothing may stay bound to the old record.
+   // Removes the layer-3 status of interfaces that have just lost their last message, then adds
+   // it again: nothing may stay bound to the old record.
    void republish( std::vector< Intf * > const & lost );
    void expectFrames( Intf const & intf );
 
-   // What must hold after a write.
+   // The invariants after a write.
    void settle();
    void checkIntf( Intf const & intf );
    void checkCounts();

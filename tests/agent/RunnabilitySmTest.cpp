@@ -100,7 +100,7 @@ TEST_F( RunnabilitySmTest, ConfiguredAtTheStartItRuns ) {
 }
 
 TEST_F( RunnabilitySmTest, NotConfiguredAtTheStartItIsIdleAndSaysSo ) {
-   store.statusDir->agentActiveIs( true ); // left by a crash
+   store.statusDir->agentActiveIs( true ); // left behind by a crash
    start();
    EXPECT_FALSE( sm->configSm() );
    EXPECT_FALSE( store.statusDir->agentActive() );
@@ -185,7 +185,7 @@ TEST_F( RunnabilitySmTest, BeforeInitializationItOnlyTraces ) {
                                        "1 " + handleGlobalConfig + ": not initialized" ) );
 }
 
-TEST_F( RunnabilitySmTest, SwitchedOffItIsNotTold ) {
+TEST_F( RunnabilitySmTest, SwitchedOffItIsNotNotified ) {
    start();
    sm->hasNotificationActiveIs( false );
    trace.clear();
@@ -217,10 +217,10 @@ TEST_F( RunnabilitySmTest, RemovedWhileTheFeatureStartsItIsTornDownAfterwards ) 
       alive = RunnabilitySm::quillAllocation.live == 1;
    } );
    store.globalConfigIs( 1000 );
-   EXPECT_TRUE( alive ) << "it stands until its handler returns";
+   EXPECT_TRUE( alive ) << "it stays alive until its handler returns";
    EXPECT_EQ( RunnabilitySm::quillAllocation.live, 0u );
    EXPECT_EQ( ConfigSm::quillAllocation.live, 0u );
-   EXPECT_TRUE( store.statusDir->agentActive() ) << "its end writes nothing";
+   EXPECT_TRUE( store.statusDir->agentActive() ) << "its destructor writes nothing";
 }
 
 TEST_F( RunnabilitySmTest, WatchesTheDirectoryThatItIsPointedTo ) {

@@ -1,4 +1,4 @@
-// Device directories: which device is whose, and how they follow every change.
+// Device directories: which device carries which interface, and how they follow every change.
 #include "devices/NetNsIntfStatusManagerRoot.h"
 
 #include "tests/support/LeakCheck.h"
@@ -73,7 +73,7 @@ class NetNsIntfStatusManagerTest : public ::testing::Test {
    Quill::Ptr< NetNsIntfStatusManagerRoot > root;
 };
 
-// --- Which device is whose -----------------------------------------------------------------------
+// --- Devices and interfaces ---------------------------------------------------------------------
 
 TEST_F( NetNsIntfStatusManagerTest, ADeviceIsTheInterfacesOfItsOwnName ) {
    create();
@@ -82,7 +82,7 @@ TEST_F( NetNsIntfStatusManagerTest, ADeviceIsTheInterfacesOfItsOwnName ) {
    EXPECT_EQ( red.entry( "Ethernet1" ).intfStatus, nullptr );
 }
 
-TEST_F( NetNsIntfStatusManagerTest, AConfiguredDeviceNameGoesFirst ) {
+TEST_F( NetNsIntfStatusManagerTest, AConfiguredDeviceNameTakesPrecedence ) {
    configureDevice( "Ethernet1", "et1" );
    create();
    red.addDevice( 7, "et1" );
@@ -185,9 +185,9 @@ TEST_F( NetNsIntfStatusManagerTest, WithoutDirectoriesEveryDeviceIsItsNamesakes 
    EXPECT_STREQ( root->reactorName(), "NetNsIntfStatusManagerRoot" );
 }
 
-// --- Devices come, go and change -----------------------------------------------------------------
+// --- Changes of devices --------------------------------------------------------------------------
 
-TEST_F( NetNsIntfStatusManagerTest, ADeviceThatGoesLeavesTheDirectory ) {
+TEST_F( NetNsIntfStatusManagerTest, ARemovedDeviceLeavesTheDirectory ) {
    create();
    red.addDevice( 7, "Ethernet1" );
    red.removeDevice( 7 );
@@ -195,7 +195,7 @@ TEST_F( NetNsIntfStatusManagerTest, ADeviceThatGoesLeavesTheDirectory ) {
    red.removeDevice( 7 );
 }
 
-TEST_F( NetNsIntfStatusManagerTest, ADeviceMadeAnewUnderItsNameHasItsNewIndex ) {
+TEST_F( NetNsIntfStatusManagerTest, ADeviceRecreatedUnderItsNameHasItsNewIndex ) {
    create();
    red.addDevice( 7, "Ethernet1" );
    red.removeDevice( 7 );
@@ -203,7 +203,7 @@ TEST_F( NetNsIntfStatusManagerTest, ADeviceMadeAnewUnderItsNameHasItsNewIndex ) 
    EXPECT_THAT( red.entries(), UnorderedElementsAre( "Ethernet1=Ethernet1 (index 12)" ) );
 }
 
-TEST_F( NetNsIntfStatusManagerTest, OfTwoIndexesTheLastSeenWinsAndTheOldOneGoesUnnoticed ) {
+TEST_F( NetNsIntfStatusManagerTest, OfTwoIndexesTheLastSeenIsUsedAndTheOldOneIsIgnored ) {
    create();
    red.addDevice( 12, "Ethernet1" );
    red.addDevice( 7, "Ethernet1" );
@@ -218,7 +218,7 @@ TEST_F( NetNsIntfStatusManagerTest, OfTwoIndexesTheLastSeenWinsAndTheOldOneGoesU
    EXPECT_THAT( red.entries(), IsEmpty() );
 }
 
-TEST_F( NetNsIntfStatusManagerTest, TheOlderIndexComesBackWhenTheNewerGoes ) {
+TEST_F( NetNsIntfStatusManagerTest, TheOlderIndexReturnsWhenTheNewerOneIsRemoved ) {
    create();
    red.addDevice( 7, "Ethernet1" );
    red.addDevice( 8, "other" );
@@ -228,7 +228,7 @@ TEST_F( NetNsIntfStatusManagerTest, TheOlderIndexComesBackWhenTheNewerGoes ) {
    EXPECT_THAT( red.entries(), UnorderedElementsAre( "Ethernet1=Ethernet1 (index 7)" ) );
 }
 
-TEST_F( NetNsIntfStatusManagerTest, BeingToldOfADeviceAgainDoesNotMakeItTheLastSeen ) {
+TEST_F( NetNsIntfStatusManagerTest, ARepeatedNotificationOfADeviceDoesNotMakeItTheLastSeen ) {
    create();
    red.addDevice( 7, "Ethernet1" );
    red.addDevice( 8, "Ethernet1" );
@@ -258,7 +258,7 @@ TEST_F( NetNsIntfStatusManagerTest, TwoDevicesMaySwapTheirNames ) {
    EXPECT_THAT( red.entries(), UnorderedElementsAre( "et1=et1 (index 8)", "et2=et2 (index 7)" ) );
 }
 
-TEST_F( NetNsIntfStatusManagerTest, ADeviceThatGoesIsNotWatchedAnyMore ) {
+TEST_F( NetNsIntfStatusManagerTest, ARemovedDeviceIsNoLongerWatched ) {
    create();
    red.addDevice( 7, "Ethernet1" );
    auto const device = red.status->interface( 7 );
@@ -268,7 +268,7 @@ TEST_F( NetNsIntfStatusManagerTest, ADeviceThatGoesIsNotWatchedAnyMore ) {
    EXPECT_THAT( red.entries(), IsEmpty() );
 }
 
-// A publisher that exchanges the entity of an index tells of it once, when it is done.
+// A publisher that replaces the entity of an index notifies once, afterwards.
 TEST_F( NetNsIntfStatusManagerTest, AnExchangedDeviceIsReplacedInOneStep ) {
    create();
    red.addDevice( 7, "et1" );
@@ -288,9 +288,9 @@ TEST_F( NetNsIntfStatusManagerTest, AnExchangedDeviceIsReplacedInOneStep ) {
    EXPECT_EQ( changes, 0u );
 }
 
-// --- Interfaces come, go and change --------------------------------------------------------------
+// --- Changes of interfaces -----------------------------------------------------------------------
 
-TEST_F( NetNsIntfStatusManagerTest, AStatusThatComesLaterIsEntered ) {
+TEST_F( NetNsIntfStatusManagerTest, AStatusAddedLaterIsEntered ) {
    create();
    red.addDevice( 7, "Ethernet1" );
    auto const status = allIntfStatusDir->intfStatusIs( "Ethernet1" );
@@ -312,7 +312,7 @@ TEST_F( NetNsIntfStatusManagerTest, ADeviceNameConfiguredLaterMovesTheDevice ) {
                 UnorderedElementsAre( "et1=et1 (index 7)", "Ethernet1=Ethernet1 (index 8)" ) );
 }
 
-TEST_F( NetNsIntfStatusManagerTest, AnInterfaceGoesFromOneDeviceToTheOtherInOneStep ) {
+TEST_F( NetNsIntfStatusManagerTest, AnInterfaceMovesFromOneDeviceToTheOtherInOneStep ) {
    configureDevice( "Ethernet1", "et1" );
    create();
    red.addDevice( 7, "et1" );
@@ -427,7 +427,7 @@ TEST_F( NetNsIntfStatusManagerTest, TheRootTakesItsManagersAlong ) {
    EXPECT_FALSE( allIntfStatusDir->intfStatus( "Ethernet1" )->hasNotifiees() );
 }
 
-// --- Removal in the middle of things -------------------------------------------------------------
+// --- Removal in the middle of a change ----------------------------------------------------------
 
 // Runs `act` once, inside the next change of the red directory.
 class Disrupter {
@@ -446,7 +446,7 @@ class Disrupter {
    Valen::Test::OnChange< DeviceIntfStatusDir > watch_;
 };
 
-TEST_F( NetNsIntfStatusManagerTest, AManagerMayBeDeletedByWhomItTells ) {
+TEST_F( NetNsIntfStatusManagerTest, AManagerMayBeDeletedByItsWatcher ) {
    create();
    Disrupter const disrupter( red, [ & ] {
       root->intfStatusManagerDel( "ns-red" );
@@ -457,7 +457,7 @@ TEST_F( NetNsIntfStatusManagerTest, AManagerMayBeDeletedByWhomItTells ) {
    EXPECT_EQ( NetNsIntfStatusManager::quillAllocation.live, 0u );
 }
 
-TEST_F( NetNsIntfStatusManagerTest, ADeviceThatComesWhileTheDirectoryIsEmptiedIsNotEntered ) {
+TEST_F( NetNsIntfStatusManagerTest, ADeviceAddedWhileTheDirectoryIsEmptiedIsNotEntered ) {
    create();
    red.addDevice( 7, "et1" );
    Disrupter const disrupter( red, [ & ] { red.addDevice( 8, "et2" ); } );
@@ -483,7 +483,7 @@ TEST_F( NetNsIntfStatusManagerTest, TheRootMayGoInTheMiddleOfARename ) {
    EXPECT_EQ( NetNsIntfStatusManagerRoot::quillAllocation.live, 0u );
 }
 
-TEST_F( NetNsIntfStatusManagerTest, TheRootMayGoWhenADeviceComes ) {
+TEST_F( NetNsIntfStatusManagerTest, TheRootMayBeDestroyedWhenADeviceIsAdded ) {
    create();
    Disrupter const disrupter( red, [ & ] { Quill::Reactor::retire( std::move( root ) ); } );
    red.addDevice( 7, "et1" );

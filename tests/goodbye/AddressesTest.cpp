@@ -8,7 +8,7 @@
 namespace Goodbye {
 namespace {
 
-// What `parse` says against a text; nothing when it takes it.
+// The error of `parse` for a text; empty if it accepts the text.
 template < class Parse > std::string complaint( Parse const & parse, std::string const & text ) {
    try {
       (void)parse( text );
@@ -18,7 +18,7 @@ template < class Parse > std::string complaint( Parse const & parse, std::string
    return "";
 }
 
-TEST( AddressesTest, AddressesAreReadAsPeopleWriteThem ) {
+TEST( AddressesTest, AddressesAreParsed ) {
    EXPECT_EQ( parseMac( "02:0a:Ff:00:00:01" ).to_string(), "02:0a:ff:00:00:01" );
    EXPECT_EQ( parseIpv4( "192.0.2.1" ).to_string(), "192.0.2.1" );
    EXPECT_EQ( parseIpv6( "2001:db8::1" ).to_string(), "2001:db8::1" );
@@ -29,7 +29,7 @@ TEST( AddressesTest, AddressesAreReadAsPeopleWriteThem ) {
    EXPECT_EQ( parseIpv4Prefix( "0.0.0.0/0" ).mask().to_string(), "0.0.0.0" );
 }
 
-TEST( AddressesTest, WhatIsNoAddressIsRefused ) {
+TEST( AddressesTest, InvalidAddressesAreRejected ) {
    for ( std::string const text :
          { "", "02", "02:00:00:00:00", "02:00:00:00:00:0g", "02-00-00-00-00-01",
            "02:00:00:00:00:01:02", "2:0:0:0:0:1", "+2:00:00:00:00:01", "02:00:00:00:00:1 " } ) {
@@ -51,14 +51,14 @@ TEST( AddressesTest, WhatIsNoAddressIsRefused ) {
               "\"192.0.2.1\" is not a multicast address" );
 }
 
-TEST( AddressesTest, LinkLocalAddressesAreToldFromOthers ) {
+TEST( AddressesTest, LinkLocalAddressesAreRecognized ) {
    EXPECT_TRUE( isLinkLocal( Ipv6( "fe80::1" ) ) );
    EXPECT_TRUE( isLinkLocal( Ipv6( "febf::1" ) ) );
    EXPECT_FALSE( isLinkLocal( Ipv6( "fec0::1" ) ) );
    EXPECT_FALSE( isLinkLocal( Ipv6( "2001:db8::1" ) ) );
 }
 
-TEST( AddressesTest, LldpIdsSayHowTheyName ) {
+TEST( AddressesTest, LldpIdsHaveATypeAndAValue ) {
    EXPECT_EQ( parseLldpChassis( "mac:02:00:00:00:00:01" ).subtype, 4 );
    EXPECT_EQ( parseLldpChassis( "name:eth0" ).subtype, 6 );
    EXPECT_EQ( parseLldpChassis( "local:a:b" ).subtype, 7 );
@@ -91,7 +91,7 @@ TEST( AddressesTest, MdnsNamesHaveLabelsOfLimitedLength ) {
 }
 
 // The example of RFC 1071, 3.
-TEST( BytesTest, TheChecksumIsTheInternets ) {
+TEST( BytesTest, TheChecksumIsTheInternetChecksum ) {
    EXPECT_EQ( internetChecksum( Bytes().u32( 0x0001f203 ).u32( 0xf4f5f6f7 ).view() ), 0x220d );
    EXPECT_EQ( internetChecksum( Bytes().u8( 0x12 ).view() ), 0xedff );
    EXPECT_EQ( internetChecksum( "" ), 0xffff );

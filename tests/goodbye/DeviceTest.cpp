@@ -1,5 +1,4 @@
-// Frames from a device's own addresses, in a namespace that the test makes, and all that can be
-// wrong with that.
+// Frames with the addresses of a device, in a namespace of the test, and the errors in doing so.
 #include "tests/goodbye/FrameTest.h"
 
 #include <gmock/gmock.h>
@@ -13,7 +12,7 @@ class DeviceTest : public FrameTest {
  protected:
    void SetUp() override {
       if ( ::geteuid() != 0 && !std::getenv( "CI" ) ) {
-         GTEST_SKIP() << "making network namespaces needs root";
+         GTEST_SKIP() << "creating network namespaces needs root";
       }
       sweepNamespaces();
       router_.emplace();
@@ -32,14 +31,14 @@ class DeviceTest : public FrameTest {
    }
    std::string const & name() const { return router_->text(); }
 
-   // How a command fails, and what it says.
+   // Expects a command to fail, with this text.
    void expectError( Texts const & arguments, int status, std::string const & text ) const {
       auto const result = frame( arguments );
       EXPECT_EQ( result.status, status ) << text;
       EXPECT_EQ( result.out, "" );
       EXPECT_EQ( result.err, text );
    }
-   // What the parser of the command line says, with its hint at the help.
+   // The text of an error in the command line, with its reference to --help.
    void expectUsage( Texts const & arguments, std::string const & text ) const {
       expectError( arguments, 2, text + "\nRun with --help for more information.\n" );
    }
@@ -74,14 +73,14 @@ TEST_F( DeviceTest, TheDeviceGivesItsLinkLocalAddress ) {
                              "78 33:33:00:00:00:12 00:00:5e:00:02:09 fe80::11" ) );
 }
 
-TEST_F( DeviceTest, AHostsAddressesAreTheDevices ) {
+TEST_F( DeviceTest, AddressesOfAHostAreThoseOfTheDevice ) {
    EXPECT_THAT( dissect( { from( "mdns", { "--name", "router.local" } ) },
                          { "ip.src", "dns.a", "dns.aaaa" } ),
                 ElementsAre( "122 01:00:5e:00:00:fb 02:00:00:00:00:11 192.0.2.11 192.0.2.11 "
                              "fe80::11" ) );
 }
 
-TEST_F( DeviceTest, WhatIsGivenGoesBeforeTheDevices ) {
+TEST_F( DeviceTest, OptionsTakePrecedenceOverTheDevice ) {
    EXPECT_THAT(
       dissect( { from( "pim", { "--mac", "02:00:00:00:00:77" } ),
                  from( "pim", { "--ip", "192.0.2.77" } ), from( "pim", { "--ip", "fe80::77" } ) },
@@ -96,7 +95,7 @@ TEST_F( DeviceTest, ANamespaceMayBeAPath ) {
               frame( { "oam", "--mac", "02:00:00:00:00:11" } ).out );
 }
 
-TEST_F( DeviceTest, WhatIsNotThereIsSaid ) {
+TEST_F( DeviceTest, AMissingDeviceNamespaceOrAddressIsReported ) {
    expectError( { "oam", "--device", "et9", "--netns", name() }, 1,
                 "valenctl: there is no device et9 in network namespace " + name() + "\n" );
    expectError( { "oam", "--device", "et9" }, 1, "valenctl: there is no device et9\n" );
@@ -116,7 +115,7 @@ TEST_F( DeviceTest, WhatIsNotThereIsSaid ) {
    expectError( in( { "oam", "--device", "lo" } ), 1, "valenctl: device lo has no MAC address\n" );
 }
 
-TEST_F( DeviceTest, WhatIsMissingIsNamed ) {
+TEST_F( DeviceTest, AMissingOptionIsNamed ) {
    expectError( { "oam" }, 2,
                 "valenctl: the frame needs the sender's MAC address: give --mac, or --device to "
                 "take it from\n" );
@@ -144,7 +143,7 @@ TEST_F( DeviceTest, WhatIsMissingIsNamed ) {
                 "valenctl: the virtual router has 91 addresses; at most 90 fit\n" );
 }
 
-TEST_F( DeviceTest, BadOptionsAreRefusedByName ) {
+TEST_F( DeviceTest, AnInvalidOptionIsNamed ) {
    expectUsage( { "oam", "--mac", "02:00" },
                 "--mac: \"02:00\" is not a MAC address such as 02:00:00:00:00:01" );
    expectUsage( { "pim", "--ip", "192.0.2" }, "--ip: \"192.0.2\" is not an IPv4 address" );

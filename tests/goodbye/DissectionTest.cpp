@@ -1,4 +1,4 @@
-// Every kind of frame, built from options and read by a dissector that is not ours.
+// Every kind of frame, built from options and checked by an independent dissector.
 #include "tests/goodbye/FrameTest.h"
 
 #include <gmock/gmock.h>
@@ -13,7 +13,7 @@ using ::testing::Not;
 
 class DissectionTest : public FrameTest {
  protected:
-   // `kind` from the usual addresses, with further arguments.
+   // A command for `kind` with the usual addresses and further arguments.
    static Texts ipv4( std::string const & kind, Texts arguments ) {
       arguments.insert( arguments.begin(), { kind, "--mac", mac, "--ip", "192.0.2.1/24" } );
       return arguments;
@@ -26,7 +26,7 @@ class DissectionTest : public FrameTest {
    static inline std::string const mac = "02:00:00:00:00:01";
 };
 
-TEST_F( DissectionTest, LldpSaysATimeToLiveOf0ForItsChassisAndPort ) {
+TEST_F( DissectionTest, LldpHasATimeToLiveOf0ForItsChassisAndPort ) {
    Texts const fields{ "lldp.time_to_live", "lldp.chassis.subtype", "lldp.chassis.id.mac",
                        "lldp.chassis.id",   "lldp.port.subtype",    "lldp.port.id.mac",
                        "lldp.port.id",      "lldp.tlv.type" };
@@ -101,7 +101,7 @@ TEST_F( DissectionTest, ThePimHelloHasAHoldTimeOf0 ) {
                              "1" ) );
 }
 
-TEST_F( DissectionTest, TheOspfHelloListsNoNeighbour ) {
+TEST_F( DissectionTest, TheOspfHelloListsNoNeighbor ) {
    Texts const fields{ "ip.dst",
                        "ip.ttl",
                        "ospf.msg",
@@ -123,11 +123,11 @@ TEST_F( DissectionTest, TheOspfHelloListsNoNeighbour ) {
                              "0.0.0.0 255.255.255.0 10 40 0.0.0.0 0x02",
                              "78 01:00:5e:00:00:05 02:00:00:00:00:01 224.0.0.5 1 1 44 10.0.0.1 "
                              "0.0.0.3 255.255.255.0 1 100000 0.0.0.0 0x00" ) );
-   // The dissector has no field that tells whether this checksum is good.
+   // The dissector does not report the state of this checksum in a field.
    EXPECT_THAT( details( capture( { hellos[ 0 ] } ) ), HasSubstr( "Checksum: 0xf29e [correct]" ) );
 }
 
-TEST_F( DissectionTest, IgmpLeavesEachGroupWithAnAlertForRouters ) {
+TEST_F( DissectionTest, IgmpLeavesEachGroupWithARouterAlert ) {
    Texts const fields{ "ip.dst",
                        "ip.ttl",
                        "ip.opt.ra",
@@ -178,7 +178,7 @@ TEST_F( DissectionTest, RipPoisonsEachNetwork ) {
                    "198.51.100.0,0.0.0.0 255.255.255.0,0.0.0.0 16,16" ) );
 }
 
-TEST_F( DissectionTest, WhatDoesNotFitIntoOneFrameFillsMore ) {
+TEST_F( DissectionTest, LongListsTakeSeveralFrames ) {
    Texts routes, groups;
    for ( int i = 0; i < 51; ++i ) {
       routes.insert( routes.end(), { "--route", "10.0." + std::to_string( i ) + ".0/24" } );
@@ -195,18 +195,18 @@ TEST_F( DissectionTest, WhatDoesNotFitIntoOneFrameFillsMore ) {
                              "60 01:00:5e:00:00:16 02:00:00:00:00:01  1" ) );
 }
 
-TEST_F( DissectionTest, TheOamFlagsSayDyingGasp ) {
+TEST_F( DissectionTest, TheOamFlagsHaveDyingGasp ) {
    EXPECT_THAT(
       dissect( { { "oam", "--mac", mac }, { "oam", "--mac", mac, "--passive", "--revision", "9" } },
                { "slow.subtype", "oampdu.flags", "oampdu.code", "oampdu.info.type",
                  "oampdu.info.revision", "oampdu.info.oamConfig.mode" } ),
-      // 0x0002 is the dying gasp; the rest says that discovery was complete.
+      // 0x0002 is the dying gasp; the other bits mean that discovery is complete.
       ElementsAre( "60 01:80:c2:00:00:02 02:00:00:00:00:01 0x03 0x0052 0x00 0x01 0 1",
                    "60 01:80:c2:00:00:02 02:00:00:00:00:01 0x03 0x0052 0x00 0x01 9 "
                    "0" ) );
 }
 
-TEST_F( DissectionTest, TheLacpActorIsOutOfStep ) {
+TEST_F( DissectionTest, TheLacpActorIsOutOfSync ) {
    Texts const fields{ "slow.subtype",
                        "lacp.version",
                        "lacp.actor.sysid",
@@ -229,8 +229,8 @@ TEST_F( DissectionTest, TheLacpActorIsOutOfStep ) {
                              "7 15 2 8 0 0 0 0x06" ) );
 }
 
-// Who checks must be able to fail: each frame with a checksum, with one byte of it changed.
-TEST_F( DissectionTest, TheDissectorSeesDamagedFrames ) {
+// A check must be able to fail: changes one byte of each checksum.
+TEST_F( DissectionTest, TheDissectorDetectsDamagedFrames ) {
    struct Case {
       Texts arguments;
       std::size_t byte; // in the frame's checksum

@@ -1,7 +1,7 @@
-// `valenctl frame` as a process, and what an independent dissector makes of its frames.
+// Runs `valenctl frame` as a process, and an independent dissector on its frames.
 #pragma once
 
-#include "tests/system/AgentProcess.h"
+#include "tests/system/DaemonProcess.h"
 
 #include <algorithm>
 
@@ -11,7 +11,7 @@ using Texts = std::vector< std::string >;
 
 class FrameTest : public ::testing::Test {
  protected:
-   // Runs valenctl with `arguments` behind "frame".
+   // Runs "valenctl frame" with `arguments`.
    Result frame( Texts arguments ) const {
       arguments.insert( arguments.begin(), { VALENCTL, "frame" } );
       Process command( arguments, work_ / "valenctl" );
@@ -19,7 +19,7 @@ class FrameTest : public ::testing::Test {
       return { status, command.out(), command.err() };
    }
 
-   // The frames that `commands` make, as one capture file.
+   // The frames of `commands`, as one capture file.
    std::string capture( std::vector< Texts > const & commands ) const {
       constexpr std::size_t fileHeader = 24;
       std::string content;
@@ -33,9 +33,9 @@ class FrameTest : public ::testing::Test {
       return content;
    }
 
-   // A line for each frame that `commands` make: its length, destination and source, then `fields`,
-   // separated by blanks; a field that is there several times has commas. Fails if anything about a
-   // frame is not well. The dissector takes a second to start, so give it many frames at once.
+   // A line for each frame of `commands`: its length, destination and source, and `fields`, separated by
+   // spaces; repeated fields are separated by commas. Fails if the dissector finds an error in a frame.
+   // The dissector takes a second to start, so pass many frames at once.
    Texts dissect( std::vector< Texts > const & commands, Texts fields ) const {
       constexpr std::size_t complaints = 2;
       fields.insert( fields.begin(), { "frame.len", "eth.dst", "eth.src" } );
@@ -48,12 +48,12 @@ class FrameTest : public ::testing::Test {
       return lines;
    }
 
-   // What the dissector has to say against each frame of a capture file: nothing if it is good.
+   // The dissector's complaints about each frame of a capture file; empty for valid frames.
    Texts complaints( std::string const & content ) const {
       return tshark( content, complaintFields );
    }
 
-   // All that the dissector knows about a capture file.
+   // The dissector's full output for a capture file.
    std::string details( std::string const & content ) const {
       return tsharkOutput( content, "-V" );
    }
@@ -77,7 +77,7 @@ class FrameTest : public ::testing::Test {
       return lines;
    }
 
-   // With all checksums verified.
+   // Verifies all checksums.
    std::string tsharkOutput( std::string const & content, std::string const & options ) const {
       auto const pcap = work_ / "frames.pcap";
       auto const output = work_ / "tshark";

@@ -1,4 +1,4 @@
-// What `valenctl frame` prints and writes, its help, and that the documentation shows the truth.
+// The output of `valenctl frame`, its help, and the outputs shown in the documentation.
 #include "goodbye/Layers.h"
 #include "tests/goodbye/FrameTest.h"
 
@@ -15,7 +15,7 @@ Texts const kinds{ "lldp", "ra",   "vrrp2", "vrrp3", "pim", "ospf",
 
 class OutputTest : public FrameTest {
  protected:
-   // How valend judges a configuration.
+   // The result of valend's check of a configuration.
    Result check( std::string const & config ) const {
       auto const file = work_ / "valen.yaml";
       std::ofstream( file ) << config;
@@ -24,7 +24,7 @@ class OutputTest : public FrameTest {
       return { status, command.out(), command.err() };
    }
 
-   // A shell's output of a command, with the commands of this build.
+   // The output of a command in a shell, with the programs of this build.
    std::string shell( std::string const & command ) const {
       std::ofstream( work_ / "command" ) << command;
       Process bash( { "/bin/bash", "-c",
@@ -47,14 +47,14 @@ class OutputTest : public FrameTest {
          std::string( 28, '0' ) };
 };
 
-TEST_F( OutputTest, FramesArePrintedInHexadecimalOneALine ) {
+TEST_F( OutputTest, FramesArePrintedInHexadecimalOnePerLine ) {
    auto const result = frame( leave_ );
    EXPECT_EQ( result.status, 0 );
    EXPECT_EQ( result.out, leaves_[ 0 ] + "\n" + leaves_[ 1 ] + "\n" );
    EXPECT_EQ( result.err, "" );
 }
 
-TEST_F( OutputTest, TheAgentTakesWhatIsPrinted ) {
+TEST_F( OutputTest, ValendAcceptsThePrintedFrames ) {
    for ( auto const * indicator : { "", "\"" } ) {
       std::string config = "shutdown-delay-ms: 1\ninterfaces:\n  - name: Ethernet1\nagents:\n"
                            "  - name: igmp\n    messages:\n      Ethernet1:\n";
@@ -87,7 +87,7 @@ TEST_F( OutputTest, ConfigurationIsReadyToUse ) {
    EXPECT_EQ( result.status, 0 ) << result.err;
 }
 
-TEST_F( OutputTest, ACaptureFileGoesToStandardOutputToo ) {
+TEST_F( OutputTest, ACaptureFileCanGoToStandardOutput ) {
    auto arguments = leave_;
    arguments.insert( arguments.end(), { "--pcap", "-" } );
    auto const piped = frame( arguments ).out;
@@ -95,7 +95,7 @@ TEST_F( OutputTest, ACaptureFileGoesToStandardOutputToo ) {
    EXPECT_THAT( piped, StartsWith( "\xa1\xb2\xc3\xd4" ) );
 }
 
-TEST_F( OutputTest, WhatCannotBeWrittenIsSaid ) {
+TEST_F( OutputTest, AnUnwritableFileIsReported ) {
    for ( std::string const file : { "/dev/full", "/nowhere/x.pcap" } ) {
       auto arguments = leave_;
       arguments.insert( arguments.end(), { "--pcap", file } );
@@ -109,7 +109,7 @@ TEST_F( OutputTest, WhatCannotBeWrittenIsSaid ) {
               "--pcap excludes --yaml\nRun with --help for more information.\n" );
 }
 
-TEST_F( OutputTest, EachKindSaysWhereItIsLaidDownAndWhatItDoes ) {
+TEST_F( OutputTest, TheHelpOfEachKindNamesItsSpecificationAndEffect ) {
    auto const help = frame( { "--help" } );
    EXPECT_EQ( help.status, 0 );
    for ( auto const & kind : kinds ) {
@@ -121,8 +121,8 @@ TEST_F( OutputTest, EachKindSaysWhereItIsLaidDownAndWhatItDoes ) {
    }
 }
 
-// Each command in the documentation, with what it says it prints.
-TEST_F( OutputTest, TheDocumentedCommandsPrintWhatIsShown ) {
+// Each command in the documentation, with the output shown there.
+TEST_F( OutputTest, TheDocumentedCommandsPrintTheDocumentedOutput ) {
    std::istringstream page( contentOf( FRAMES_PAGE ) );
    std::string command, shown, text;
    std::size_t commands = 0;

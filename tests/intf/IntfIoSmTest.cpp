@@ -49,7 +49,7 @@ using IntfIoSmDeathTest = IntfIoSmTest;
 
 // --- Creation ------------------------------------------------------------------------------------
 
-TEST_F( IntfIoSmTest, CreationTellsThatAShutdownHasToWait ) {
+TEST_F( IntfIoSmTest, CreationAnnouncesThatAShutdownHasToWait ) {
    create();
    EXPECT_TRUE( status().shouldDelay() );
    EXPECT_FALSE( status().delayed() );
@@ -217,7 +217,7 @@ TEST_F( IntfIoSmTest, MessagesGoOutBeforeDelayedIsRaisedAndTheTimerIsArmedAfter 
    EXPECT_TRUE( timerArmed() );
 }
 
-TEST_F( IntfIoSmTest, TheSecondOfFourSendsFailsAndTheRestGoesOut ) {
+TEST_F( IntfIoSmTest, TheSecondOfFourSendsFailsAndTheRestIsSent ) {
    queue( "a", { "1", "2" } );
    queue( "b", { "3", "4" } );
    pams.failingSends = { 1 };
@@ -233,7 +233,7 @@ TEST_F( IntfIoSmTest, TheSecondOfFourSendsFailsAndTheRestGoesOut ) {
    EXPECT_TRUE( timerArmed() );
 }
 
-TEST_F( IntfIoSmTest, OutputMessagesReturnsWhatTheEndpointTook ) {
+TEST_F( IntfIoSmTest, OutputMessagesReturnsWhatTheEndpointAccepted ) {
    queue( "a", { "1", "2", "3" } );
    pams.failingSends = { 0, 2 };
    create();
@@ -257,7 +257,7 @@ TEST_F( IntfIoSmDeathTest, AnEmptyQueueEndsTheProcess ) {
    EXPECT_DEATH( shutdown(), assertion( "i->messages() > 0" ) );
 }
 
-TEST_F( IntfIoSmDeathTest, AStatusThatNobodyHasToWaitForEndsTheProcess ) {
+TEST_F( IntfIoSmDeathTest, AStatusWithoutShouldDelayEndsTheProcess ) {
    create();
    status().shouldDelayIs( false );
    EXPECT_DEATH( shutdown(), assertion( "intfStatus()->shouldDelay()" ) );
@@ -328,7 +328,7 @@ TEST_F( IntfIoSmTest, AnotherTimerReplacesTheOldOne ) {
    createAndShutdown();
    sm->shutdownDelayTaskIs( clock.scheduler(), Gantry::TaskPriority{ 5 }, "other" );
    EXPECT_EQ( sm->shutdownDelayTask()->name(), Quill::String( "other" ) );
-   EXPECT_EQ( clock.advance( 2s ), 0u ) << "the old timer went with its task";
+   EXPECT_EQ( clock.advance( 2s ), 0u ) << "the old timer was destroyed with its task";
    EXPECT_TRUE( status().delayed() );
    sm->shutdownDelayTaskDel();
    EXPECT_EQ( sm->shutdownDelayTask(), nullptr );
@@ -512,11 +512,11 @@ TEST_F( IntfIoSmTest, RemovalFromInsideItsOwnHandlerWaitsForTheHandler ) {
       if ( sm ) {
          Quill::Reactor::retire( std::move( sm ) );
          alive = IntfIoSm::quillAllocation.live == 1;
-         reenable(); // silenced: this must not reach it
+         reenable(); // silenced: must not be notified
       }
    } );
    shutdown();
-   EXPECT_TRUE( alive ) << "it stands until its handler returns";
+   EXPECT_TRUE( alive ) << "it stays alive until its handler returns";
    EXPECT_EQ( IntfIoSm::quillAllocation.live, 0u );
    EXPECT_FALSE( entry->delayed() );
    EXPECT_FALSE( entry->shouldDelay() );

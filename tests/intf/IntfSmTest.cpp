@@ -31,7 +31,7 @@ class IntfSmTest : public Test::IntfTest {
    }
 
    bool hasEntry() const { return statusDir->intfStatusHas( "Ethernet1" ); }
-   // Entry, link and I/O reactor stand and fall together.
+   // Entry, link and I/O reactor exist together or not at all.
    bool isActive() const {
       EXPECT_EQ( hasEntry(), sm->intfIoSm() != nullptr );
       EXPECT_EQ( statusDir->intfStatus( "Ethernet1" ), intf->intfStatus() );
@@ -380,7 +380,7 @@ TEST_F( IntfSmTest, RemovalWhileActiveLeavesNothing ) {
    shutdown();
    auto const entry = intf->intfStatus();
    auto const dir = onChange< Status::StatusDir::intfStatusAttr >( statusDir, [ & ] {
-      EXPECT_FALSE( entry->shouldDelay() ) << "the reactor goes before the entry";
+      EXPECT_FALSE( entry->shouldDelay() ) << "the reactor is removed before the entry";
       EXPECT_EQ( intf->intfStatus(), nullptr ) << "and so does the link";
    } );
    trace.clear();
@@ -413,7 +413,7 @@ TEST_F( IntfSmTest, RemovalFromInsideItsOwnHandlerWaitsForTheHandler ) {
       }
    } );
    deviceIs( "et1", 7 );
-   EXPECT_TRUE( alive ) << "it stands until its handler returns";
+   EXPECT_TRUE( alive ) << "it stays alive until its handler returns";
    EXPECT_EQ( IntfSm::quillAllocation.live, 0u );
    EXPECT_EQ( IntfIoSm::quillAllocation.live, 0u );
    EXPECT_FALSE( hasEntry() );
@@ -446,7 +446,7 @@ TEST_F( IntfSmTest, RemovalFromInsideTheIoReactorsHandlerLeavesNothing ) {
          Quill::Reactor::retire( std::move( sm ) );
          EXPECT_FALSE( hasEntry() );
          trace.clear();
-         reenable(); // silenced: this must not reach it
+         reenable(); // silenced: must not be notified
          EXPECT_THAT( trace.lines(), IsEmpty() );
       }
    } );

@@ -1,4 +1,4 @@
-// The fixture of the interface reactors: one interface with everything that they stand on.
+// The fixture of the interface reactors: one interface with everything that they need.
 #pragma once
 
 #include "tests/support/LeakCheck.h"
@@ -61,7 +61,7 @@ class IntfTest : public ::testing::Test {
    void deviceIs( char const * deviceName, U32 ifIndex ) {
       intf->deviceIs( { nullptr, deviceName, ifIndex } );
    }
-   // The agent queues these texts for the interface.
+   // The agent queues these frames for the interface.
    void queue( char const * agent, std::vector< Quill::String > const & texts ) {
       auto const queued = Quill::make< Config::Agent::Message >( intf->intfId() );
       for ( auto const & text : texts ) {

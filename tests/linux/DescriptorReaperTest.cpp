@@ -15,7 +15,7 @@ bool isOpen( int fd ) {
    return ::fcntl( fd, F_GETFD ) >= 0;
 }
 
-TEST( DescriptorReaperTest, ClosesWhatItIsGiven ) {
+TEST( DescriptorReaperTest, ClosesItsDescriptors ) {
    DescriptorReaper reaper;
    std::vector< int > numbers;
    for ( int i = 0; i < 50; ++i ) {
@@ -30,7 +30,7 @@ TEST( DescriptorReaperTest, ClosesWhatItIsGiven ) {
    }
 }
 
-TEST( DescriptorReaperTest, IsDoneWhenItIsDestroyed ) {
+TEST( DescriptorReaperTest, ClosesEverythingBeforeItIsDestroyed ) {
    int number;
    {
       DescriptorReaper reaper;
@@ -41,15 +41,15 @@ TEST( DescriptorReaperTest, IsDoneWhenItIsDestroyed ) {
    EXPECT_FALSE( isOpen( number ) );
 }
 
-TEST( DescriptorReaperTest, TakesNoDescriptorAndNothingToDrain ) {
+TEST( DescriptorReaperTest, AnEmptyDescriptorHasNoEffect ) {
    DescriptorReaper reaper;
    reaper.reap( Fd() );
    reaper.drain();
    EXPECT_EQ( reaper.pending(), 0u );
 }
 
-TEST( DescriptorReaperTest, ThreadsLeaveSignalsToTheLoop ) {
-   // Blocked here and nowhere else: a thread that takes signals would die of it.
+TEST( DescriptorReaperTest, ItsThreadsBlockSignals ) {
+   // Only this thread blocks the signal: any other thread that does not would end the process.
    sigset_t signals;
    sigemptyset( &signals );
    sigaddset( &signals, SIGUSR1 );
@@ -58,8 +58,8 @@ TEST( DescriptorReaperTest, ThreadsLeaveSignalsToTheLoop ) {
    reaper.drain();
    ::pthread_sigmask( SIG_BLOCK, &signals, nullptr );
    ::kill( ::getpid(), SIGUSR1 );
-   timespec const patience{ 2, 0 };
-   EXPECT_EQ( ::sigtimedwait( &signals, nullptr, &patience ), SIGUSR1 );
+   timespec const timeout{ 2, 0 };
+   EXPECT_EQ( ::sigtimedwait( &signals, nullptr, &timeout ), SIGUSR1 );
    ::pthread_sigmask( SIG_UNBLOCK, &signals, nullptr );
 }
 

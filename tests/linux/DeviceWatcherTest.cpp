@@ -13,7 +13,7 @@ using ::testing::ElementsAre;
 using ::testing::UnorderedElementsAre;
 using Valen::Test::TestNetNs;
 
-// Notes every change of a status, and calls `onChange` for it.
+// Records every change of a status, and calls `onChange` for it.
 class StatusRecorder final : public Quill::NotifieeOf< KernelNetInfo::Status > {
  public:
    void onAttribute( Quill::AttrId attributeId, void const * key ) override {
@@ -37,7 +37,7 @@ class DeviceWatcherTest : public Valen::Test::NetworkTest {
  protected:
    void watch( TestNetNs const & netNs, int receiveBuffer = DeviceWatcher::receiveBufferBytes ) {
       status_ = Quill::make< KernelNetInfo::Status >( netNs.name() );
-      watcher_.emplace( loop_, NetNsFolders().open( netNs.name() ), status_, receiveBuffer );
+      watcher_.emplace( loop_, NetNsDirectories().open( netNs.name() ), status_, receiveBuffer );
    }
    void watchAndWait( TestNetNs const & netNs ) {
       watch( netNs );
@@ -45,7 +45,7 @@ class DeviceWatcherTest : public Valen::Test::NetworkTest {
       recorder_.notifierIs( status_ );
    }
 
-   // The devices in the status: "et1/7".
+   // The devices in the status, as "et1/7".
    std::vector< std::string > devices() const {
       std::vector< std::string > devices;
       for ( auto const & device : status_->interface() ) {
@@ -71,7 +71,7 @@ class DeviceWatcherTest : public Valen::Test::NetworkTest {
    std::optional< DeviceWatcher > watcher_;
 };
 
-TEST_F( DeviceWatcherTest, FirstPictureHoldsEveryDevice ) {
+TEST_F( DeviceWatcherTest, TheFirstDumpHasEveryDevice ) {
    TestNetNs const blue;
    TestNetNs const far;
    blue.veth( "et1", far, "peer1" );
@@ -87,7 +87,7 @@ TEST_F( DeviceWatcherTest, FirstPictureHoldsEveryDevice ) {
    EXPECT_EQ( status_->resyncs(), 0u );
 }
 
-TEST_F( DeviceWatcherTest, DeviceThatIsMadeAndDeletedIsFollowed ) {
+TEST_F( DeviceWatcherTest, ADeviceThatIsCreatedAndDeletedIsFollowed ) {
    TestNetNs const blue;
    TestNetNs const far;
    watchAndWait( blue );
@@ -100,7 +100,7 @@ TEST_F( DeviceWatcherTest, DeviceThatIsMadeAndDeletedIsFollowed ) {
    EXPECT_EQ( status_->resyncs(), 0u );
 }
 
-TEST_F( DeviceWatcherTest, FlagsAndMtuAreFollowedInPlace ) {
+TEST_F( DeviceWatcherTest, FlagsAndMtuChangeInPlace ) {
    TestNetNs const blue;
    TestNetNs const far;
    blue.veth( "et1", far, "peer1" );
@@ -114,7 +114,7 @@ TEST_F( DeviceWatcherTest, FlagsAndMtuAreFollowedInPlace ) {
    EXPECT_THAT( recorder_.told, ElementsAre() );
 }
 
-TEST_F( DeviceWatcherTest, RenamedDeviceIsTakenOutAndPutIn ) {
+TEST_F( DeviceWatcherTest, ARenamedDeviceIsRemovedAndAdded ) {
    TestNetNs const blue;
    TestNetNs const far;
    blue.veth( "et1", far, "peer1" );
@@ -127,7 +127,7 @@ TEST_F( DeviceWatcherTest, RenamedDeviceIsTakenOutAndPutIn ) {
    EXPECT_THAT( recorder_.told, ElementsAre( "-" + std::to_string( index ), "+et9" ) );
 }
 
-TEST_F( DeviceWatcherTest, DevicesThatSwapTheirNamesAreFollowed ) {
+TEST_F( DeviceWatcherTest, DevicesThatSwapNamesAreFollowed ) {
    TestNetNs const blue;
    TestNetNs const far;
    blue.ip( "link add et1 index 71 type veth peer name peer1 netns " + far.text() );
@@ -140,7 +140,7 @@ TEST_F( DeviceWatcherTest, DevicesThatSwapTheirNamesAreFollowed ) {
    EXPECT_THAT( devices(), UnorderedElementsAre( "lo/1", "et1/72", "et2/71" ) );
 }
 
-TEST_F( DeviceWatcherTest, DeviceMadeAnewUnderTheSameNameGetsItsNewIndex ) {
+TEST_F( DeviceWatcherTest, ARecreatedDeviceGetsItsNewIndex ) {
    TestNetNs const blue;
    TestNetNs const far;
    blue.ip( "link add et1 index 71 type veth peer name peer1 netns " + far.text() );
@@ -149,15 +149,15 @@ TEST_F( DeviceWatcherTest, DeviceMadeAnewUnderTheSameNameGetsItsNewIndex ) {
    blue.ip( "link add et1 index 72 type veth peer name peer1 netns " + far.text() );
    ASSERT_TRUE( turnUntil( [ & ] { return has( "et1/72" ); } ) );
    EXPECT_THAT( devices(), UnorderedElementsAre( "lo/1", "et1/72" ) );
-   blue.ip( "link del et1" ); // and back to a lower one
+   blue.ip( "link del et1" ); // then a lower index again
    blue.ip( "link add et1 index 70 type veth peer name peer1 netns " + far.text() );
    ASSERT_TRUE( turnUntil( [ & ] { return has( "et1/70" ); } ) );
    EXPECT_THAT( devices(), UnorderedElementsAre( "lo/1", "et1/70" ) );
 }
 
-// The other order: the new one is heard of while the old one is still in the status, as when the
-// news of its end was lost.
-TEST_F( DeviceWatcherTest, NameThatIsHeardOfAgainLeavesItsOldIndex ) {
+// The new device is reported while the old one is still in the status, as if the message of its
+// deletion was lost.
+TEST_F( DeviceWatcherTest, ANameMovesToItsNewIndex ) {
    TestNetNs const blue;
    TestNetNs const far;
    blue.ip( "link add et1 index 72 type veth peer name peer1 netns " + far.text() );
@@ -169,17 +169,17 @@ TEST_F( DeviceWatcherTest, NameThatIsHeardOfAgainLeavesItsOldIndex ) {
       status_->interfaceAdd( old );
    }
    recorder_.notifierIs( status_ );
-   watcher_.emplace( loop_, NetNsFolders().open( blue.name() ), status_ );
+   watcher_.emplace( loop_, NetNsDirectories().open( blue.name() ), status_ );
    ASSERT_TRUE( turnUntil( [ & ] { return status_->synchronized(); } ) );
    EXPECT_THAT( devices(), UnorderedElementsAre( "lo/1", "et1/72" ) );
    auto const at = [ & ]( char const * told ) {
       return std::find( recorder_.told.begin(), recorder_.told.end(), told );
    };
-   EXPECT_LT( at( "-71" ), at( "+et1" ) ); // never two of a name
+   EXPECT_LT( at( "-71" ), at( "+et1" ) ); // never two devices with the same name
    EXPECT_THAT( recorder_.told, Contains( "-99" ) );
 }
 
-TEST_F( DeviceWatcherTest, IndexThatPassesToAnotherDeviceIsFollowed ) {
+TEST_F( DeviceWatcherTest, AReusedIndexIsFollowed ) {
    TestNetNs const blue;
    TestNetNs const far;
    blue.ip( "link add et1 index 71 type veth peer name peer1 netns " + far.text() );
@@ -190,21 +190,21 @@ TEST_F( DeviceWatcherTest, IndexThatPassesToAnotherDeviceIsFollowed ) {
    EXPECT_THAT( devices(), UnorderedElementsAre( "lo/1", "et9/71" ) );
 }
 
-TEST_F( DeviceWatcherTest, DeviceThatMovesLeavesTheOldNamespaceAndEntersTheNew ) {
+TEST_F( DeviceWatcherTest, ADeviceThatMovesIsRemovedFromTheOldNamespaceAndAddedToTheNew ) {
    TestNetNs const blue;
    TestNetNs const red;
    TestNetNs const far;
    blue.ip( "link add et1 index 71 type veth peer name peer1 netns " + far.text() );
    watchAndWait( blue );
    auto const redStatus = Quill::make< KernelNetInfo::Status >( red.name() );
-   DeviceWatcher redWatcher( loop_, NetNsFolders().open( red.name() ), redStatus );
+   DeviceWatcher redWatcher( loop_, NetNsDirectories().open( red.name() ), redStatus );
    blue.ip( "link set et1 netns " + red.text() );
    ASSERT_TRUE( turnUntil( [ & ] { return redStatus->interfaces() == 2; } ) );
    EXPECT_THAT( devices(), ElementsAre( "lo/1" ) );
    EXPECT_EQ( redStatus->interface( red.index( "et1" ) )->deviceName(), Quill::Name( "et1" ) );
 }
 
-TEST_F( DeviceWatcherTest, PortThatLeavesItsBridgeIsStillADevice ) {
+TEST_F( DeviceWatcherTest, APortThatLeavesItsBridgeRemains ) {
    TestNetNs const blue;
    TestNetNs const far;
    blue.veth( "et1", far, "peer1" );
@@ -213,16 +213,16 @@ TEST_F( DeviceWatcherTest, PortThatLeavesItsBridgeIsStillADevice ) {
    watchAndWait( blue );
    auto const et1 = deviceText( blue, "et1" );
    blue.ip( "link set et1 nomaster" );
-   blue.veth( "et2", far, "peer2" ); // told later
+   blue.veth( "et2", far, "peer2" ); // reported later
    ASSERT_TRUE( turnUntil( [ & ] { return has( deviceText( blue, "et2" ) ); } ) );
    EXPECT_TRUE( has( et1 ) );
    EXPECT_THAT( recorder_.told,
                 ::testing::Not( Contains( "-" + std::to_string( blue.index( "et1" ) ) ) ) );
 }
 
-// --- Losses --------------------------------------------------------------------------------------
+// --- Lost messages -------------------------------------------------------------------------------
 
-TEST_F( DeviceWatcherTest, OverrunMakesTheWholePictureAnew ) {
+TEST_F( DeviceWatcherTest, AnOverrunCausesANewDump ) {
    TestNetNs const blue;
    TestNetNs const far;
    blue.veth( "stays", far, "peer0" );
@@ -232,7 +232,7 @@ TEST_F( DeviceWatcherTest, OverrunMakesTheWholePictureAnew ) {
    auto const goes = deviceText( blue, "goes" );
    ASSERT_TRUE( has( goes ) );
    auto const stays = status_->interface( blue.index( "stays" ) );
-   // Far more than the buffer holds, while the loop stands still.
+   // Far more than fits into the buffer, while the loop does not turn.
    for ( int i = 0; i < 40; ++i ) {
       blue.ip( "link set stays mtu " + std::to_string( 1400 + i ) );
    }
@@ -247,11 +247,11 @@ TEST_F( DeviceWatcherTest, OverrunMakesTheWholePictureAnew ) {
    EXPECT_THAT( devices(), UnorderedElementsAre( "lo/1", deviceText( blue, "stays" ), comes ) );
 }
 
-TEST_F( DeviceWatcherTest, OverrunDuringTheFirstPictureMakesItAnewBeforeItCounts ) {
+TEST_F( DeviceWatcherTest, AnOverrunDuringTheFirstDumpCausesAnotherBeforeItIsComplete ) {
    TestNetNs const blue;
    TestNetNs const far;
    blue.veth( "et1", far, "peer1" );
-   watch( blue, 4096 ); // the picture is asked for, and waits in the socket
+   watch( blue, 4096 ); // the dump is requested, and waits in the socket
    for ( int i = 0; i < 40; ++i ) {
       blue.ip( "link set et1 mtu " + std::to_string( 1400 + i ) );
    }
@@ -260,7 +260,7 @@ TEST_F( DeviceWatcherTest, OverrunDuringTheFirstPictureMakesItAnewBeforeItCounts
    EXPECT_EQ( device( blue, "et1" )->mtu(), 1439u );
 }
 
-TEST_F( DeviceWatcherTest, LargeBufferHoldsManyChanges ) {
+TEST_F( DeviceWatcherTest, ALargeBufferHoldsManyChanges ) {
    TestNetNs const blue;
    TestNetNs const far;
    blue.veth( "et1", far, "peer1" );
@@ -275,7 +275,7 @@ TEST_F( DeviceWatcherTest, LargeBufferHoldsManyChanges ) {
    EXPECT_EQ( status_->resyncs(), 0u );
 }
 
-TEST_F( DeviceWatcherTest, ManyDevicesAreAllSeen ) {
+TEST_F( DeviceWatcherTest, AllOfManyDevicesAreFound ) {
    TestNetNs const blue;
    std::string batch;
    for ( int i = 0; i < 300; ++i ) {
@@ -287,14 +287,14 @@ TEST_F( DeviceWatcherTest, ManyDevicesAreAllSeen ) {
    EXPECT_EQ( status_->interfaces(), 601u );
    watcher_.reset();
    blue.ip( "link add late type veth peer name late2" );
-   watch( blue, 4096 ); // and through a small buffer
+   watch( blue, 4096 ); // again with a small buffer
    ASSERT_TRUE( turnUntil( [ & ] { return status_->synchronized(); } ) );
    EXPECT_EQ( status_->interfaces(), 603u );
 }
 
-// --- Ends ----------------------------------------------------------------------------------------
+// --- Closing -------------------------------------------------------------------------------------
 
-TEST_F( DeviceWatcherTest, ClosedWatcherLeavesTheStatusAsItIs ) {
+TEST_F( DeviceWatcherTest, AClosedWatcherDoesNotChangeTheStatus ) {
    TestNetNs const blue;
    TestNetNs const far;
    watchAndWait( blue );
@@ -307,22 +307,22 @@ TEST_F( DeviceWatcherTest, ClosedWatcherLeavesTheStatusAsItIs ) {
    EXPECT_THAT( devices(), ElementsAre( "lo/1" ) );
 }
 
-TEST_F( DeviceWatcherTest, WatcherMayBeClosedByANotificationOfItsStatus ) {
+TEST_F( DeviceWatcherTest, ANotificationOfTheStatusMayCloseTheWatcher ) {
    TestNetNs const blue;
    blue.ip( "link add et1 type veth peer name et2" );
    status_ = Quill::make< KernelNetInfo::Status >( blue.name() );
    recorder_.notifierIs( status_ );
    recorder_.onChange = [ & ] { watcher_->close(); };
-   watcher_.emplace( loop_, NetNsFolders().open( blue.name() ), status_ );
+   watcher_.emplace( loop_, NetNsDirectories().open( blue.name() ), status_ );
    settle();
    EXPECT_EQ( recorder_.told.size(), 1u );
    EXPECT_FALSE( status_->synchronized() );
 }
 
-TEST_F( DeviceWatcherTest, WatcherKnowsWhichNamespaceItWatches ) {
+TEST_F( DeviceWatcherTest, TheWatcherKnowsItsNamespace ) {
    TestNetNs const blue;
    watchAndWait( blue );
-   EXPECT_EQ( watcher_->netNsIdentity(), *NetNsFolders().identity( blue.name() ) );
+   EXPECT_EQ( watcher_->netNsIdentity(), *NetNsDirectories().identity( blue.name() ) );
 }
 
 } // namespace

@@ -18,7 +18,7 @@ U64 timerSystemCalls = 0;
 
 } // namespace
 
-// Stands in for the C library's, to count what really reaches the kernel.
+// Replaces the function of the C library, to count the calls that reach the kernel.
 extern "C" int timerfd_settime( int fd, int flags, itimerspec const * value,
                                 itimerspec * old ) noexcept {
    ++timerSystemCalls;
@@ -31,7 +31,7 @@ namespace {
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 
-// Two connected descriptors: what is written to one makes the other ready.
+// Two connected descriptors. Writing to one makes the other ready.
 struct Pipe {
    Pipe() {
       int ends[ 2 ];
@@ -66,7 +66,7 @@ class EventLoopTest : public ::testing::Test {
    std::vector< std::string > told_;
 };
 
-TEST_F( EventLoopTest, ReadyDescriptorIsTold ) {
+TEST_F( EventLoopTest, AReadyDescriptorIsCalled ) {
    Pipe pipe;
    watch( pipe, "a" );
    loop_.turn( 0ms );
@@ -76,7 +76,7 @@ TEST_F( EventLoopTest, ReadyDescriptorIsTold ) {
    EXPECT_THAT( told_, ElementsAre( "a" ) );
 }
 
-TEST_F( EventLoopTest, EventsAreHandedOn ) {
+TEST_F( EventLoopTest, TheCallbackGetsTheEvents ) {
    Pipe pipe;
    U32 seen = 0;
    loop_.descriptorIs( pipe.near.get(), EPOLLIN | EPOLLOUT, "a",
@@ -88,7 +88,7 @@ TEST_F( EventLoopTest, EventsAreHandedOn ) {
    EXPECT_TRUE( seen & EPOLLHUP );
 }
 
-TEST_F( EventLoopTest, ChangedDescriptorCallsTheNewCallbackForTheNewEvents ) {
+TEST_F( EventLoopTest, AChangedDescriptorUsesTheNewCallbackAndEvents ) {
    Pipe pipe;
    watch( pipe, "old" );
    watch( pipe, "new" );
@@ -99,20 +99,20 @@ TEST_F( EventLoopTest, ChangedDescriptorCallsTheNewCallbackForTheNewEvents ) {
    pipe.poke();
    loop_.turn( 0ms );
    EXPECT_THAT( told_, ElementsAre( "new" ) );
-   EXPECT_EQ( loop_.descriptors(), 2u ); // with the loop's own timer
+   EXPECT_EQ( loop_.descriptors(), 2u ); // includes the loop's own timer
 }
 
-TEST_F( EventLoopTest, RemovedDescriptorIsNotTold ) {
+TEST_F( EventLoopTest, ARemovedDescriptorIsNotCalled ) {
    Pipe pipe;
    watch( pipe, "a" );
    pipe.poke();
    loop_.descriptorDel( pipe.near.get() );
-   loop_.descriptorDel( pipe.near.get() ); // harmless
+   loop_.descriptorDel( pipe.near.get() ); // no effect
    loop_.turn( 0ms );
    EXPECT_THAT( told_, ElementsAre() );
 }
 
-TEST_F( EventLoopTest, CallbackMayRemoveItself ) {
+TEST_F( EventLoopTest, ACallbackMayRemoveItself ) {
    Pipe pipe;
    watch( pipe, "a", [ & ] { loop_.descriptorDel( pipe.near.get() ); } );
    pipe.poke();
@@ -122,7 +122,7 @@ TEST_F( EventLoopTest, CallbackMayRemoveItself ) {
    EXPECT_THAT( told_, ElementsAre( "a" ) );
 }
 
-TEST_F( EventLoopTest, DescriptorRemovedBeforeItsTurnIsNotTold ) {
+TEST_F( EventLoopTest, ADescriptorRemovedBeforeItsTurnIsNotCalled ) {
    Pipe a;
    Pipe b;
    auto const removeBoth = [ & ] {
@@ -135,11 +135,11 @@ TEST_F( EventLoopTest, DescriptorRemovedBeforeItsTurnIsNotTold ) {
    b.poke();
    loop_.turn( 1s );
    loop_.turn( 0ms );
-   EXPECT_THAT( told_, ElementsAre( "one" ) ); // whichever came first
+   EXPECT_THAT( told_, ElementsAre( "one" ) ); // the other one was removed
 }
 
-// The number of a closed descriptor is given out again at once; the event was the old one's.
-TEST_F( EventLoopTest, NewDescriptorOfARemovedNumberIsNotToldTheOldEvent ) {
+// The kernel reuses the number of a closed descriptor at once; the event is the old descriptor's.
+TEST_F( EventLoopTest, AReusedNumberDoesNotGetTheOldEvent ) {
    Pipe a;
    Pipe b;
    Pipe fresh;
@@ -159,7 +159,7 @@ TEST_F( EventLoopTest, NewDescriptorOfARemovedNumberIsNotToldTheOldEvent ) {
    EXPECT_THAT( told_, ElementsAre( "first" ) );
 }
 
-TEST_F( EventLoopTest, CallbackMayAddDescriptors ) {
+TEST_F( EventLoopTest, ACallbackMayAddDescriptors ) {
    Pipe a;
    Pipe b;
    watch( a, "a", [ & ] { watch( b, "b" ); } );
@@ -170,7 +170,7 @@ TEST_F( EventLoopTest, CallbackMayAddDescriptors ) {
    EXPECT_THAT( told_, ElementsAre( "a", "b" ) );
 }
 
-TEST_F( EventLoopTest, FaultOfACallbackIsReportedAndTheLoopGoesOn ) {
+TEST_F( EventLoopTest, AFaultInACallbackIsReportedAndTheLoopContinues ) {
    Valen::Test::FaultRecorder faults;
    Pipe pipe;
    watch( pipe, "bad one", [] { throw std::runtime_error( "no luck" ); } );
@@ -183,7 +183,7 @@ TEST_F( EventLoopTest, FaultOfACallbackIsReportedAndTheLoopGoesOn ) {
                                                 "fault in WorkQueue: later" ) );
 }
 
-TEST_F( EventLoopTest, UnknownDescriptorIsRefused ) {
+TEST_F( EventLoopTest, AnInvalidDescriptorIsAnError ) {
    try {
       loop_.descriptorIs( 9999, EPOLLIN, "x", []( U32 ) {} );
       FAIL() << "accepted";
@@ -194,7 +194,7 @@ TEST_F( EventLoopTest, UnknownDescriptorIsRefused ) {
    EXPECT_EQ( loop_.descriptors(), 1u );
 }
 
-// --- Put-off work --------------------------------------------------------------------------------
+// --- Deferred work -------------------------------------------------------------------------------
 
 TEST_F( EventLoopTest, PostedWorkRunsAtTheEndOfTheTurn ) {
    Pipe a;
@@ -208,20 +208,20 @@ TEST_F( EventLoopTest, PostedWorkRunsAtTheEndOfTheTurn ) {
    EXPECT_THAT( told_, ElementsAre( "ready", "ready", "posted", "posted" ) );
 }
 
-TEST_F( EventLoopTest, WorkPostedByPostedWorkWaitsForTheNextTurnAndTimersRunBetween ) {
+TEST_F( EventLoopTest, WorkThatPostedWorkPostsRunsInTheNextTurnAfterTimers ) {
    Gantry::Timer timer( loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } );
    loop_.post( [ & ] {
       told_.push_back( "one" );
       timer.start( 0ms );
       loop_.post( [ & ] { told_.push_back( "two" ); } );
    } );
-   loop_.turn(); // without a timeout: posted work does not wait
+   loop_.turn(); // does not wait, since work is posted
    EXPECT_THAT( told_, ElementsAre( "one" ) );
    loop_.turn();
    EXPECT_THAT( told_, ElementsAre( "one", "timer", "two" ) );
 }
 
-TEST_F( EventLoopTest, RunTurnsUntilItIsStopped ) {
+TEST_F( EventLoopTest, RunTurnsUntilStop ) {
    int turns = 0;
    EventLoop::Work again = [ & ] {
       if ( ++turns == 3 ) {
@@ -235,7 +235,7 @@ TEST_F( EventLoopTest, RunTurnsUntilItIsStopped ) {
    EXPECT_EQ( turns, 3 );
    turns = 2;
    loop_.post( again );
-   loop_.run(); // and again
+   loop_.run(); // run() works again
    EXPECT_EQ( turns, 3 );
 }
 
@@ -322,7 +322,7 @@ TEST_F( EventLoopTest, KernelTimerIsLeftAloneWhileTheNextDeadlineStays ) {
 
 // --- Signals -------------------------------------------------------------------------------------
 
-TEST_F( EventLoopTest, SignalIsTakenByTheLoop ) {
+TEST_F( EventLoopTest, TheLoopHandlesSignals ) {
    loop_.signalIs( SIGUSR1, [ & ] { told_.push_back( "usr1" ); } );
    loop_.signalIs( SIGUSR2, [ & ] { told_.push_back( "usr2" ); } );
    ::kill( ::getpid(), SIGUSR2 );
@@ -334,7 +334,7 @@ TEST_F( EventLoopTest, SignalIsTakenByTheLoop ) {
    EXPECT_THAT( told_, ElementsAre( "usr2", "usr1" ) );
 }
 
-TEST( EventLoopSignals, AreUnblockedWithTheLoop ) {
+TEST( EventLoopSignals, AreUnblockedWhenTheLoopIsDestroyed ) {
    {
       EventLoop loop;
       loop.signalIs( SIGUSR1, [] {} );
@@ -344,7 +344,7 @@ TEST( EventLoopSignals, AreUnblockedWithTheLoop ) {
    EXPECT_FALSE( sigismember( &blocked, SIGUSR1 ) );
 }
 
-TEST( FdTest, ClosesWhatItHoldsOnce ) {
+TEST( FdTest, ClosesItsDescriptorOnce ) {
    int number;
    {
       Fd const fd = requireFd( ::dup( 0 ), "dup" );
@@ -357,14 +357,14 @@ TEST( FdTest, ClosesWhatItHoldsOnce ) {
    EXPECT_LT( ::fcntl( number, F_GETFD ), 0 );
 }
 
-TEST( FdTest, ClosingKeepsErrno ) {
-   Fd fd( 12345 ); // not open: close fails
+TEST( FdTest, ClosingDoesNotChangeErrno ) {
+   Fd fd( 12345 ); // not open, so close fails
    errno = EAGAIN;
    fd.close();
    EXPECT_EQ( errno, EAGAIN );
 }
 
-TEST( FdTest, FailedCallIsThrownWithItsName ) {
+TEST( FdTest, AFailedCallIsThrownWithItsName ) {
    errno = EMFILE;
    try {
       requireFd( -1, "socket" );

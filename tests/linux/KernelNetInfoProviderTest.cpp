@@ -35,7 +35,7 @@ class KernelNetInfoProviderTest : public Valen::Test::NetworkTest {
    KernelNetInfoProvider provider_{ loop_ };
 };
 
-TEST_F( KernelNetInfoProviderTest, MountedPathServesTheNamespacesDevices ) {
+TEST_F( KernelNetInfoProviderTest, AMountedPathHasTheDevicesOfTheNamespace ) {
    TestNetNs const blue;
    TestNetNs const far;
    blue.veth( "et1", far, "peer1" );
@@ -48,7 +48,7 @@ TEST_F( KernelNetInfoProviderTest, MountedPathServesTheNamespacesDevices ) {
    EXPECT_EQ( provider_.status( blue.name() ), status );
 }
 
-TEST_F( KernelNetInfoProviderTest, ServesMountsOfTheStore ) {
+TEST_F( KernelNetInfoProviderTest, ProvidesMountsOfTheStore ) {
    TestNetNs const blue;
    auto const store = Quill::make< Orrery::EntityManager >();
    store->mountProviderIs( KernelNetInfoProvider::prefix, &provider_ );
@@ -62,7 +62,7 @@ TEST_F( KernelNetInfoProviderTest, ServesMountsOfTheStore ) {
    EXPECT_EQ( provider_.status( blue.name() ), nullptr );
 }
 
-TEST_F( KernelNetInfoProviderTest, MountingTwiceAndUnmountingWhatIsNotMountedAreHarmless ) {
+TEST_F( KernelNetInfoProviderTest, RepeatedMountsAndUnmountsAreHarmless ) {
    auto const status = mount( "default" );
    EXPECT_EQ( mount( "default" ), status );
    provider_.unmount( "kni/ns/unknown/status" );
@@ -72,7 +72,7 @@ TEST_F( KernelNetInfoProviderTest, MountingTwiceAndUnmountingWhatIsNotMountedAre
    EXPECT_EQ( provider_.status( "default" ), nullptr );
 }
 
-TEST_F( KernelNetInfoProviderTest, OtherPathsHaveNothing ) {
+TEST_F( KernelNetInfoProviderTest, OtherPathsAreNull ) {
    for ( auto const * const path :
          { "", "kni/ns/", "kni/ns//status", "kni/ns/status", "kni/ns/a/b/status",
            "kni/ns/../status", "kni/ns/a", "x/kni/ns/a/status", "kni/ns/a/status/" } ) {
@@ -81,13 +81,13 @@ TEST_F( KernelNetInfoProviderTest, OtherPathsHaveNothing ) {
    EXPECT_EQ( provider_.mount( "kni/ns/" + std::string( 151, 'x' ) + "/status" ), nullptr );
 }
 
-TEST_F( KernelNetInfoProviderTest, DefaultIsTheProcessesOwnNamespace ) {
+TEST_F( KernelNetInfoProviderTest, DefaultIsTheProcesssOwnNamespace ) {
    auto const status = mount( "default" );
    ASSERT_TRUE( synchronized( *status ) );
    EXPECT_TRUE( hasDevice( *status, "lo" ) );
 }
 
-TEST_F( KernelNetInfoProviderTest, MissingNamespaceSaysSoAndMendsItself ) {
+TEST_F( KernelNetInfoProviderTest, AMissingNamespaceIsReportedAndFoundLater ) {
    auto const name = TestNetNs::newName();
    auto const status = mount( name );
    ASSERT_TRUE( status );
@@ -97,25 +97,25 @@ TEST_F( KernelNetInfoProviderTest, MissingNamespaceSaysSoAndMendsItself ) {
    settle( 50ms );
    EXPECT_EQ( status->interfaces(), 0u );
    TestNetNs const late( name );
-   ASSERT_TRUE( synchronized( *status ) ); // nobody told it
+   ASSERT_TRUE( synchronized( *status ) ); // without refresh()
    EXPECT_EQ( status->error(), Quill::String() );
    EXPECT_TRUE( hasDevice( *status, "lo" ) );
 }
 
-TEST_F( KernelNetInfoProviderTest, RefreshMendsAtOnce ) {
+TEST_F( KernelNetInfoProviderTest, RefreshFindsTheNamespaceAtOnce ) {
    auto const name = TestNetNs::newName();
    auto const status = mount( name );
    TestNetNs const late( name );
    provider_.refresh( late.name() );
    EXPECT_EQ( status->error(), Quill::String() );
-   provider_.refresh( "vt-nobody" ); // not mounted: nothing
+   provider_.refresh( "vt-missing" ); // not mounted: no effect
    ASSERT_TRUE( synchronized( *status ) );
 }
 
-TEST_F( KernelNetInfoProviderTest, FileThatIsNoNamespaceSaysSo ) {
+TEST_F( KernelNetInfoProviderTest, AFileThatIsNotANamespaceIsReported ) {
    TestNetNs const any;
    auto const name = TestNetNs::newName();
-   auto const path = std::string( NetNsFolders::usual ) + "/" + name;
+   auto const path = std::string( NetNsDirectories::usual ) + "/" + name;
    std::ofstream( path ).flush();
    auto const status = mount( name );
    ::unlink( path.c_str() );
@@ -124,7 +124,7 @@ TEST_F( KernelNetInfoProviderTest, FileThatIsNoNamespaceSaysSo ) {
                      "on it" );
 }
 
-TEST_F( KernelNetInfoProviderTest, NamespaceMadeAnewIsWatchedInsteadOfTheOld ) {
+TEST_F( KernelNetInfoProviderTest, ARecreatedNamespaceReplacesTheOldOne ) {
    TestNetNs blue;
    TestNetNs const far;
    blue.veth( "old", far, "peer1" );
@@ -144,7 +144,7 @@ TEST_F( KernelNetInfoProviderTest, NamespaceMadeAnewIsWatchedInsteadOfTheOld ) {
    EXPECT_TRUE( hasDevice( *status, "new" ) );
 }
 
-TEST_F( KernelNetInfoProviderTest, NamespaceThatGoesTakesItsDevicesAlong ) {
+TEST_F( KernelNetInfoProviderTest, ADeletedNamespaceHasNoDevices ) {
    TestNetNs blue;
    TestNetNs const far;
    blue.veth( "et1", far, "peer1" );
@@ -156,7 +156,7 @@ TEST_F( KernelNetInfoProviderTest, NamespaceThatGoesTakesItsDevicesAlong ) {
    EXPECT_FALSE( status->synchronized() );
    EXPECT_NE( status->error(), Quill::String() );
    settle( 20ms );
-   // Nothing holds it any more: the other end of the pair is gone too.
+   // Nothing keeps the namespace alive any more: the other end of the pair is gone as well.
    EXPECT_TRUE( turnUntil( [ & ] { return far.index( "peer1" ) == 0; } ) );
 }
 
@@ -170,7 +170,7 @@ TEST_F( KernelNetInfoProviderTest, RefreshOfTheSameNamespaceChangesNothing ) {
    EXPECT_EQ( status->interface( 1 ), lo );
 }
 
-TEST_F( KernelNetInfoProviderTest, WantOfDescriptorsDoesNotEndAWatchAndMendsItself ) {
+TEST_F( KernelNetInfoProviderTest, RunningOutOfDescriptorsDoesNotEndAWatch ) {
    TestNetNs const blue;
    TestNetNs const red;
    auto const watched = mount( blue.text() );
@@ -188,7 +188,7 @@ TEST_F( KernelNetInfoProviderTest, WantOfDescriptorsDoesNotEndAWatchAndMendsItse
    EXPECT_EQ( wanted->error(), Quill::String() );
 }
 
-TEST_F( KernelNetInfoProviderTest, UnmountedStatusEmptiesAndStays ) {
+TEST_F( KernelNetInfoProviderTest, AnUnmountedStatusIsEmptyAndRemainsValid ) {
    TestNetNs const blue;
    TestNetNs const far;
    auto const status = mount( blue.text() );
@@ -202,7 +202,7 @@ TEST_F( KernelNetInfoProviderTest, UnmountedStatusEmptiesAndStays ) {
    EXPECT_NE( mount( blue.text() ), status );
 }
 
-TEST_F( KernelNetInfoProviderTest, NotificationOfAStatusMayUnmountIt ) {
+TEST_F( KernelNetInfoProviderTest, ANotificationOfTheStatusMayUnmountIt ) {
    struct Unmounter final : Quill::NotifieeOf< KernelNetInfo::Status > {
       void onAttribute( Quill::AttrId, void const * ) override {
          ++told;
@@ -221,14 +221,14 @@ TEST_F( KernelNetInfoProviderTest, NotificationOfAStatusMayUnmountIt ) {
    EXPECT_EQ( provider_.status( blue.name() ), nullptr );
 }
 
-// The whole of it: the namespace watcher tells, the provider follows.
+// The namespace watcher and the provider together.
 TEST_F( KernelNetInfoProviderTest, FollowsTheNamespaceWatcher ) {
-   NetNsWatcher const watcher( loop_, NetNsFolders(),
+   NetNsWatcher const watcher( loop_, NetNsDirectories(),
                                [ this ]( Corvid::NamespaceName const & name,
                                          NetNsWatcher::Change ) { provider_.refresh( name ); } );
    auto const name = TestNetNs::newName();
    auto const status = mount( name );
-   settle( 300ms ); // its own pauses have grown
+   settle( 300ms ); // until its own pauses have become long
    TestNetNs blue( name );
    ASSERT_TRUE( turnUntil( [ & ] { return status->synchronized(); }, 150ms ) );
    blue.destroy();

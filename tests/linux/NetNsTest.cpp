@@ -17,14 +17,14 @@ using ::testing::HasSubstr;
 using Valen::Test::dropCapability;
 using Valen::Test::TestNetNs;
 
-// A folder of the test's own.
-class TestFolder {
+// A directory for one test.
+class TestDirectory {
  public:
-   TestFolder() {
+   TestDirectory() {
       char path[] = "/tmp/valen-netns-XXXXXX";
       path_ = ::mkdtemp( path );
    }
-   ~TestFolder() { std::filesystem::remove_all( path_ ); }
+   ~TestDirectory() { std::filesystem::remove_all( path_ ); }
    std::string file( std::string const & name ) const { return path_ + "/" + name; }
    std::string const & path() const { return path_; }
 
@@ -43,9 +43,9 @@ struct Refusal {
    int number = 0;
 };
 
-Refusal refusal( NetNsFolders const & folders, std::string const & name ) {
+Refusal refusal( NetNsDirectories const & directories, std::string const & name ) {
    try {
-      (void)folders.open( NamespaceName( std::string_view( name ) ) );
+      (void)directories.open( NamespaceName( std::string_view( name ) ) );
    } catch ( Quill::ErrnoException const & e ) {
       EXPECT_EQ( errno, e.number() );
       return { e.text(), e.number() };
@@ -53,70 +53,70 @@ Refusal refusal( NetNsFolders const & folders, std::string const & name ) {
    return {};
 }
 
-TEST( NetNsFoldersTest, DefaultIsTheProcessesOwnAndNeedsNoEntering ) {
-   auto const own = NetNsFolders( { "/nowhere" } ).open( NamespaceName::defaultNamespace() );
+TEST( NetNsDirectoriesTest, DefaultIsTheProcesssOwnNamespaceAndIsNotEntered ) {
+   auto const own = NetNsDirectories( { "/nowhere" } ).open( NamespaceName::defaultNamespace() );
    EXPECT_FALSE( own.fd );
    EXPECT_EQ( own.identity, ownIdentity() );
 }
 
-TEST( NetNsFoldersTest, MissingOneIsENOENTAndSaysWhereItWasLookedFor ) {
-   auto const one = refusal( NetNsFolders( { "/run/netns", "/nowhere" } ), "ns-blue" );
+TEST( NetNsDirectoriesTest, AMissingNamespaceIsENOENTAndNamesTheDirectories ) {
+   auto const one = refusal( NetNsDirectories( { "/run/netns", "/nowhere" } ), "ns-blue" );
    EXPECT_EQ( one.number, ENOENT );
    EXPECT_EQ( one.text, "network namespace \"ns-blue\" does not exist in /run/netns or /nowhere; "
                         "create it with \"ip netns add ns-blue\"" );
 }
 
-TEST( NetNsFoldersTest, NamesThatLeaveTheFolderAreRefused ) {
+TEST( NetNsDirectoriesTest, NamesOutsideTheDirectoryAreRejected ) {
    for ( std::string const name : { "", ".", "..", "../ns", "a/b", "/etc", "a..b" } ) {
-      auto const one = refusal( NetNsFolders( { "/tmp" } ), name );
+      auto const one = refusal( NetNsDirectories( { "/tmp" } ), name );
       EXPECT_EQ( one.number, EINVAL ) << name;
       EXPECT_EQ( one.text, "\"" + name + "\" cannot be the name of a network namespace" );
    }
-   EXPECT_FALSE( NetNsFolders::validName( std::string_view( "a\0b", 3 ) ) );
-   EXPECT_TRUE( NetNsFolders::validName( "ns-blue.1" ) );
+   EXPECT_FALSE( NetNsDirectories::validName( std::string_view( "a\0b", 3 ) ) );
+   EXPECT_TRUE( NetNsDirectories::validName( "ns-blue.1" ) );
 }
 
-TEST( NetNsFoldersTest, FileThatIsNoNamespaceIsEINVAL ) {
-   TestFolder const folder;
-   std::ofstream( folder.file( "plain" ) ).put( 'x' );
-   std::filesystem::create_directory( folder.file( "folder" ) );
-   ASSERT_EQ( ::mkfifo( folder.file( "pipe" ).c_str(), 0600 ), 0 ); // must not block
-   std::filesystem::create_symlink( "/proc/self/ns/mnt", folder.file( "mount" ) );
-   for ( std::string const name : { "plain", "folder", "pipe", "mount" } ) {
-      auto const one = refusal( NetNsFolders( { folder.path() } ), name );
+TEST( NetNsDirectoriesTest, AFileThatIsNotANamespaceIsEINVAL ) {
+   TestDirectory const directory;
+   std::ofstream( directory.file( "plain" ) ).put( 'x' );
+   std::filesystem::create_directory( directory.file( "directory" ) );
+   ASSERT_EQ( ::mkfifo( directory.file( "pipe" ).c_str(), 0600 ), 0 ); // must not block
+   std::filesystem::create_symlink( "/proc/self/ns/mnt", directory.file( "mount" ) );
+   for ( std::string const name : { "plain", "directory", "pipe", "mount" } ) {
+      auto const one = refusal( NetNsDirectories( { directory.path() } ), name );
       EXPECT_EQ( one.number, EINVAL ) << name;
-      EXPECT_EQ( one.text, folder.file( name ) + " is not a network namespace; remove the file, "
-                                                 "or mount a network namespace on it" );
-      EXPECT_EQ(
-         NetNsFolders( { folder.path() } ).identity( NamespaceName( std::string_view( name ) ) ),
-         std::nullopt );
+      EXPECT_EQ( one.text, directory.file( name ) + " is not a network namespace; remove the file, "
+                                                    "or mount a network namespace on it" );
+      EXPECT_EQ( NetNsDirectories( { directory.path() } )
+                    .identity( NamespaceName( std::string_view( name ) ) ),
+                 std::nullopt );
    }
 }
 
-TEST( NetNsFoldersTest, FoldersAreLookedThroughInOrder ) {
-   TestFolder const first;
-   TestFolder const second;
+TEST( NetNsDirectoriesTest, DirectoriesAreSearchedInOrder ) {
+   TestDirectory const first;
+   TestDirectory const second;
    std::filesystem::create_symlink( "/proc/self/ns/net", second.file( "mine" ) );
-   NetNsFolders const folders( { first.path(), second.path() } );
-   EXPECT_EQ( folders.open( NamespaceName( "mine" ) ).identity, ownIdentity() );
+   NetNsDirectories const directories( { first.path(), second.path() } );
+   EXPECT_EQ( directories.open( NamespaceName( "mine" ) ).identity, ownIdentity() );
    std::ofstream( first.file( "mine" ) ).put( 'x' );
-   EXPECT_EQ( refusal( folders, "mine" ).number, EINVAL );
+   EXPECT_EQ( refusal( directories, "mine" ).number, EINVAL );
 }
 
-TEST( NetNsFoldersTest, NoDescriptorLeftIsEMFILE ) {
-   TestFolder const folder;
-   std::filesystem::create_symlink( "/proc/self/ns/net", folder.file( "mine" ) );
+TEST( NetNsDirectoriesTest, RunningOutOfDescriptorsIsEMFILE ) {
+   TestDirectory const directory;
+   std::filesystem::create_symlink( "/proc/self/ns/net", directory.file( "mine" ) );
    Refusal one;
    {
       Valen::Test::DescriptorLimit const none( 0 );
-      one = refusal( NetNsFolders( { folder.path() } ), "mine" );
+      one = refusal( NetNsDirectories( { directory.path() } ), "mine" );
    }
    EXPECT_EQ( one.number, EMFILE );
-   EXPECT_EQ( one.text, "no file descriptor left to open " + folder.file( "mine" ) +
+   EXPECT_EQ( one.text, "no file descriptor left to open " + directory.file( "mine" ) +
                            ": Too many open files; raise the limit (LimitNOFILE= of the service)" );
 }
 
-TEST( NetNsIdentityTest, ReadsAsDeviceAndInode ) {
+TEST( NetNsIdentityTest, IsPrintedAsDeviceAndInode ) {
    EXPECT_EQ( ( NetNsIdentity{ 4, 17 }.text() ), "4:17" );
 }
 
@@ -124,9 +124,9 @@ TEST( NetNsIdentityTest, ReadsAsDeviceAndInode ) {
 
 class NetNsScopeTest : public Test::NetworkTest {};
 
-TEST_F( NetNsScopeTest, EntersAndComesBack ) {
+TEST_F( NetNsScopeTest, EntersAndReturns ) {
    TestNetNs const blue;
-   auto const netNs = NetNsFolders().open( blue.name() );
+   auto const netNs = NetNsDirectories().open( blue.name() );
    auto const home = ownIdentity();
    EXPECT_NE( netNs.identity, home );
    {
@@ -136,26 +136,26 @@ TEST_F( NetNsScopeTest, EntersAndComesBack ) {
    EXPECT_EQ( ownIdentity(), home );
 }
 
-TEST_F( NetNsScopeTest, ComesBackWhenAnExceptionLeaves ) {
+TEST_F( NetNsScopeTest, ReturnsAfterAnException ) {
    TestNetNs const blue;
    auto const home = ownIdentity();
    try {
-      NetNsScope const inside( NetNsFolders().open( blue.name() ) );
+      NetNsScope const inside( NetNsDirectories().open( blue.name() ) );
       throw std::runtime_error( "out" );
    } catch ( std::runtime_error const & ) {
    }
    EXPECT_EQ( ownIdentity(), home );
 }
 
-TEST_F( NetNsScopeTest, OwnNamespaceIsNotEntered ) {
+TEST_F( NetNsScopeTest, DoesNotEnterTheProcesssOwnNamespace ) {
    auto const home = ownIdentity();
-   NetNsScope const inside( NetNsFolders().open( NamespaceName::defaultNamespace() ) );
+   NetNsScope const inside( NetNsDirectories().open( NamespaceName::defaultNamespace() ) );
    EXPECT_EQ( ownIdentity(), home );
 }
 
-TEST_F( NetNsScopeTest, WithoutThePrivilegeItIsEPERMAndStaysOutside ) {
+TEST_F( NetNsScopeTest, WithoutTheCapabilityItIsEPERMAndEntersNothing ) {
    TestNetNs const blue;
-   auto const netNs = NetNsFolders().open( blue.name() );
+   auto const netNs = NetNsDirectories().open( blue.name() );
    auto const attempt = [ & ] {
       dropCapability( CAP_SYS_ADMIN );
       auto const home = ownIdentity();
@@ -172,25 +172,25 @@ TEST_F( NetNsScopeTest, WithoutThePrivilegeItIsEPERMAndStaysOutside ) {
                            "\"; CAP_SYS_ADMIN is needed" ) );
 }
 
-TEST_F( NetNsScopeTest, ProcessThatCannotComeBackIsAborted ) {
+TEST_F( NetNsScopeTest, AbortsAProcessThatCannotReturn ) {
    TestNetNs const blue;
-   auto const netNs = NetNsFolders().open( blue.name() );
+   auto const netNs = NetNsDirectories().open( blue.name() );
    auto const attempt = [ & ] {
       NetNsScope const inside( netNs );
       dropCapability( CAP_SYS_ADMIN );
    };
    EXPECT_EXIT( attempt(), ::testing::KilledBySignal( SIGABRT ),
-                HasSubstr( "cannot come back to the agent's own network namespace" ) );
+                HasSubstr( "cannot return to the process's own network namespace" ) );
 }
 
-TEST_F( NetNsScopeTest, NamespaceMadeAnewIsAnotherOne ) {
+TEST_F( NetNsScopeTest, ARecreatedNamespaceHasAnotherIdentity ) {
    TestNetNs blue;
-   auto const folders = NetNsFolders();
-   auto const first = folders.open( blue.name() ); // keeps the old one alive: inodes differ
+   auto const directories = NetNsDirectories();
+   auto const first = directories.open( blue.name() ); // keeps the old one alive: inodes differ
    blue.destroy();
-   EXPECT_EQ( folders.identity( blue.name() ), std::nullopt );
+   EXPECT_EQ( directories.identity( blue.name() ), std::nullopt );
    blue.create();
-   auto const second = folders.identity( blue.name() );
+   auto const second = directories.identity( blue.name() );
    ASSERT_TRUE( second );
    EXPECT_NE( *second, first.identity );
 }

@@ -27,35 +27,35 @@ char const * text( NetNsWatcher::Change change ) {
    return "?";
 }
 
-// Watches the usual folder, or one of the test's own.
+// Watches /run/netns, or a directory of the test.
 class NetNsWatcherTest : public Valen::Test::NetworkTest {
  protected:
    NetNsWatcherTest() {
       char path[] = "/tmp/valen-watch-XXXXXX";
-      folder_ = ::mkdtemp( path );
+      directory_ = ::mkdtemp( path );
    }
    ~NetNsWatcherTest() override {
       watcher_.reset();
       for ( auto const & file : mounted_ ) {
          ::umount2( file.c_str(), MNT_DETACH );
       }
-      std::filesystem::remove_all( folder_ );
+      std::filesystem::remove_all( directory_ );
    }
 
-   // Tells of the namespaces of this test alone: others come and go in the usual folder.
-   void watch( std::vector< std::string > folders ) {
+   // Reports only the namespaces of this test: others are created and deleted in /run/netns as well.
+   void watch( std::vector< std::string > directories ) {
       watcher_.emplace(
-         loop_, NetNsFolders( std::move( folders ) ),
+         loop_, NetNsDirectories( std::move( directories ) ),
          [ this ]( Corvid::NamespaceName const & name, NetNsWatcher::Change change ) {
-            if ( name.view().starts_with( own_ ) || watchesOwnFolder_ ) {
+            if ( name.view().starts_with( own_ ) || watchesOwnDirectory_ ) {
                told_.push_back( name.stdString() + " " + text( change ) );
             }
          } );
    }
-   void watchUsual() { watch( { NetNsFolders::usual } ); }
+   void watchUsual() { watch( { NetNsDirectories::usual } ); }
    void watchOwn( std::string const & below = "" ) {
-      watchesOwnFolder_ = true;
-      watch( { folder_ + below } );
+      watchesOwnDirectory_ = true;
+      watch( { directory_ + below } );
    }
 
    bool toldCount( std::size_t count ) {
@@ -65,7 +65,7 @@ class NetNsWatcherTest : public Valen::Test::NetworkTest {
       return watcher_->known().contains( Corvid::NamespaceName( name ) );
    }
 
-   std::string file( std::string const & name ) const { return folder_ + "/" + name; }
+   std::string file( std::string const & name ) const { return directory_ + "/" + name; }
    void makeFile( std::string const & name ) { std::ofstream( file( name ) ).flush(); }
    void mount( std::string const & source, std::string const & name ) {
       mounted_.push_back( file( name ) );
@@ -76,23 +76,23 @@ class NetNsWatcherTest : public Valen::Test::NetworkTest {
    }
 
    std::string const own_ = "vt-" + std::to_string( ::getpid() ) + "-";
-   std::string folder_;
+   std::string directory_;
    std::vector< std::string > mounted_;
    std::vector< std::string > told_;
    std::optional< NetNsWatcher > watcher_;
-   bool watchesOwnFolder_ = false;
+   bool watchesOwnDirectory_ = false;
 };
 
-TEST_F( NetNsWatcherTest, ExistingNamespacesAreKnownAndNotTold ) {
+TEST_F( NetNsWatcherTest, ExistingNamespacesAreKnownAndNotReported ) {
    TestNetNs const blue;
    watchUsual();
    settle();
    EXPECT_THAT( told_, ElementsAre() );
    ASSERT_TRUE( knows( blue.text() ) );
-   EXPECT_EQ( watcher_->known().at( blue.name() ), *NetNsFolders().identity( blue.name() ) );
+   EXPECT_EQ( watcher_->known().at( blue.name() ), *NetNsDirectories().identity( blue.name() ) );
 }
 
-TEST_F( NetNsWatcherTest, NamespaceThatAppearsIsTold ) {
+TEST_F( NetNsWatcherTest, ACreatedNamespaceIsReported ) {
    watchUsual();
    TestNetNs const blue;
    ASSERT_TRUE( toldCount( 1 ) );
@@ -101,7 +101,7 @@ TEST_F( NetNsWatcherTest, NamespaceThatAppearsIsTold ) {
    EXPECT_TRUE( knows( blue.text() ) );
 }
 
-TEST_F( NetNsWatcherTest, NamespaceThatGoesIsTold ) {
+TEST_F( NetNsWatcherTest, ADeletedNamespaceIsReported ) {
    TestNetNs blue;
    watchUsual();
    blue.destroy();
@@ -110,10 +110,10 @@ TEST_F( NetNsWatcherTest, NamespaceThatGoesIsTold ) {
    EXPECT_FALSE( knows( blue.text() ) );
 }
 
-TEST_F( NetNsWatcherTest, NamespaceMadeAnewBetweenTwoTurnsIsToldAsReplaced ) {
+TEST_F( NetNsWatcherTest, ANamespaceRecreatedBetweenTwoTurnsIsReportedAsReplaced ) {
    TestNetNs blue;
    watchUsual();
-   auto const keepsOldAlive = NetNsFolders().open( blue.name() );
+   auto const keepsOldAlive = NetNsDirectories().open( blue.name() );
    blue.destroy();
    blue.create();
    ASSERT_TRUE( toldCount( 1 ) );
@@ -122,18 +122,18 @@ TEST_F( NetNsWatcherTest, NamespaceMadeAnewBetweenTwoTurnsIsToldAsReplaced ) {
    EXPECT_NE( watcher_->known().at( blue.name() ), keepsOldAlive.identity );
 }
 
-TEST_F( NetNsWatcherTest, FileThatBecomesANamespaceLaterIsFound ) {
+TEST_F( NetNsWatcherTest, AFileThatBecomesANamespaceIsReported ) {
    watchOwn();
    makeFile( "late" );
    settle( 30ms );
    EXPECT_THAT( told_, ElementsAre() );
    EXPECT_FALSE( knows( "late" ) );
-   mount( "/proc/self/ns/net", "late" ); // of which inotify says nothing
+   mount( "/proc/self/ns/net", "late" ); // which inotify does not report
    ASSERT_TRUE( toldCount( 1 ) );
    EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
 }
 
-TEST_F( NetNsWatcherTest, FileThatWasThereBeforeTheWatcherIsFoundToo ) {
+TEST_F( NetNsWatcherTest, AFileFromBeforeTheWatcherThatBecomesANamespaceIsReported ) {
    makeFile( "late" );
    watchOwn();
    mount( "/proc/self/ns/net", "late" );
@@ -141,7 +141,7 @@ TEST_F( NetNsWatcherTest, FileThatWasThereBeforeTheWatcherIsFoundToo ) {
    EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
 }
 
-TEST_F( NetNsWatcherTest, FileThatNeverBecomesANamespaceIsForgottenWithIt ) {
+TEST_F( NetNsWatcherTest, ADeletedFileThatWasNeverANamespaceIsForgotten ) {
    watchOwn();
    makeFile( "never" );
    settle( 20ms );
@@ -151,7 +151,7 @@ TEST_F( NetNsWatcherTest, FileThatNeverBecomesANamespaceIsForgottenWithIt ) {
    EXPECT_THAT( told_, ElementsAre() );
 }
 
-TEST_F( NetNsWatcherTest, FolderThatDoesNotExistYetIsFound ) {
+TEST_F( NetNsWatcherTest, ADirectoryThatIsCreatedLaterIsWatched ) {
    watchOwn( "/a/b" );
    std::filesystem::create_directory( file( "a" ) );
    settle( 20ms );
@@ -163,7 +163,7 @@ TEST_F( NetNsWatcherTest, FolderThatDoesNotExistYetIsFound ) {
    EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
 }
 
-TEST_F( NetNsWatcherTest, FolderMadeInOneGoIsFoundWithItsContents ) {
+TEST_F( NetNsWatcherTest, ADirectoryThatIsMovedIntoPlaceIsReportedWithItsNamespaces ) {
    watchOwn( "/a/b" );
    std::filesystem::create_directories( file( "a/b" ) );
    makeFile( "a/b/late" );
@@ -172,7 +172,7 @@ TEST_F( NetNsWatcherTest, FolderMadeInOneGoIsFoundWithItsContents ) {
    EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
 }
 
-TEST_F( NetNsWatcherTest, FolderThatGoesTakesItsNamespacesAlongAndMayComeBack ) {
+TEST_F( NetNsWatcherTest, ADirectoryMayBeDeletedAndRecreated ) {
    std::filesystem::create_directory( file( "a" ) );
    std::filesystem::create_symlink( "/proc/self/ns/net", file( "a/mine" ) );
    watchOwn( "/a" );
@@ -186,7 +186,7 @@ TEST_F( NetNsWatcherTest, FolderThatGoesTakesItsNamespacesAlongAndMayComeBack ) 
    EXPECT_THAT( told_, ElementsAre( "mine gone", "mine appeared" ) );
 }
 
-TEST_F( NetNsWatcherTest, FilesThatAreMovedAreFollowed ) {
+TEST_F( NetNsWatcherTest, MovedFilesAreFollowed ) {
    std::filesystem::create_symlink( "/proc/self/ns/net", file( "old" ) );
    watchOwn();
    std::filesystem::rename( file( "old" ), file( "new" ) );
@@ -194,13 +194,13 @@ TEST_F( NetNsWatcherTest, FilesThatAreMovedAreFollowed ) {
    EXPECT_THAT( told_, ElementsAre( "old gone", "new appeared" ) );
 }
 
-TEST_F( NetNsWatcherTest, RescanFindsWhatInotifyDoesNotTell ) {
+TEST_F( NetNsWatcherTest, RescanReportsWhatInotifyDoesNot ) {
    TestNetNs const blue;
    makeFile( "one" );
    mount( "/proc/self/ns/net", "one" );
    watchOwn();
    unmount( "one" );
-   mount( std::string( NetNsFolders::usual ) + "/" + blue.text(), "one" );
+   mount( std::string( NetNsDirectories::usual ) + "/" + blue.text(), "one" );
    settle( 20ms );
    EXPECT_THAT( told_, ElementsAre() );
    watcher_->rescan();
@@ -209,7 +209,7 @@ TEST_F( NetNsWatcherTest, RescanFindsWhatInotifyDoesNotTell ) {
    EXPECT_THAT( told_, ElementsAre( "one replaced" ) );
 }
 
-TEST_F( NetNsWatcherTest, NamesThatNoNamespaceCanHaveAreLeftOut ) {
+TEST_F( NetNsWatcherTest, InvalidNamesAreIgnored ) {
    for ( auto const & name : { std::string( "default" ), std::string( 151, 'x' ) } ) {
       std::filesystem::create_symlink( "/proc/self/ns/net", file( name ) );
    }
@@ -219,13 +219,13 @@ TEST_F( NetNsWatcherTest, NamesThatNoNamespaceCanHaveAreLeftOut ) {
    EXPECT_TRUE( knows( std::string( 150, 'y' ) ) );
 }
 
-TEST_F( NetNsWatcherTest, ManyThatComeAndGoAreAllSeen ) {
+TEST_F( NetNsWatcherTest, AllOfManyChangesAreReported ) {
    watchOwn();
    for ( int i = 0; i < 500; ++i ) {
       std::filesystem::create_symlink( "/proc/self/ns/net", file( std::to_string( i ) ) );
    }
    ASSERT_TRUE( turnUntil( [ & ] { return watcher_->known().size() == 500; } ) );
-   std::filesystem::remove_all( folder_ );
+   std::filesystem::remove_all( directory_ );
    ASSERT_TRUE( turnUntil( [ & ] { return watcher_->known().empty(); } ) );
    EXPECT_EQ( told_.size(), 1000u );
 }

@@ -18,13 +18,13 @@ using Valen::Test::Capture;
 using Valen::Test::testFrame;
 using Valen::Test::TestNetNs;
 
-// One endpoint of a provider that is gone when the endpoint goes.
+// An endpoint, whose provider is destroyed before it.
 class PacketEndpointTest : public Valen::Test::NetworkTest {
  protected:
    PacketEndpointTest() { makeEndpoint(); }
 
-   void makeEndpoint( NetNsFolders folders = NetNsFolders() ) {
-      provider_.emplace( std::move( folders ) );
+   void makeEndpoint( NetNsDirectories directories = NetNsDirectories() ) {
+      provider_.emplace( std::move( directories ) );
       endpoint_ = Quill::ptrCast< PacketEndpoint >( provider_->newRawTxPam( "RawTxPam" ) );
    }
 
@@ -39,15 +39,15 @@ class PacketEndpointTest : public Valen::Test::NetworkTest {
       return endpoint_->send( pkt, ifIndex );
    }
 
-   // The whole of what an interface does: makes sure of the device, sends.
+   // Verifies the device and sends, as an interface does.
    bool burst( TestNetNs const & netNs, char const * device, std::string const & frame ) {
       auto const index = netNs.index( device );
       endpoint_->burstIs( index, device );
       return send( frame, index );
    }
 
-   // A device et1 that hardly lets anything out, so that frames wait in the socket.
-   //   limit   bytes that may wait in the device
+   // A device et1 that sends very slowly, so that frames wait in the socket.
+   //   limit   bytes that the device's queue may hold
    static void slowDevice( TestNetNs const & netNs, std::string const & limit ) {
       netNs.ip( "link add et1 mtu 9000 type veth peer name et2 mtu 9000" );
       netNs.ip( "link set et2 up" );
@@ -56,8 +56,8 @@ class PacketEndpointTest : public Valen::Test::NetworkTest {
                         " qdisc add dev et1 root tbf rate 8kbit burst 10000 limit " + limit );
    }
 
-   // What enabling throws: text and number.
-   std::pair< std::string, int > refusal( std::string_view netNs ) {
+   // The text and number of the error when the endpoint is enabled.
+   std::pair< std::string, int > errorOf( std::string_view netNs ) {
       endpoint_->netNsIs( Corvid::NamespaceName( netNs ) );
       try {
          endpoint_->enabledIs( true );
@@ -75,7 +75,7 @@ class PacketEndpointTest : public Valen::Test::NetworkTest {
 
 // --- Sending -------------------------------------------------------------------------------------
 
-TEST_F( PacketEndpointTest, FrameArrivesByteForByte ) {
+TEST_F( PacketEndpointTest, AFrameArrivesUnchanged ) {
    TestNetNs const near;
    TestNetNs const far;
    near.veth( "et1", far, "peer1" );
@@ -93,7 +93,7 @@ TEST_F( PacketEndpointTest, FrameArrivesByteForByte ) {
    EXPECT_EQ( endpoint_->sendError( near.index( "et1" ) ), nullptr );
 }
 
-TEST_F( PacketEndpointTest, ShortestFrameArrivesUnpadded ) {
+TEST_F( PacketEndpointTest, TheShortestFrameArrivesWithoutPadding ) {
    TestNetNs const near;
    TestNetNs const far;
    near.veth( "et1", far, "peer1" );
@@ -103,7 +103,7 @@ TEST_F( PacketEndpointTest, ShortestFrameArrivesUnpadded ) {
    EXPECT_THAT( capture.frames( 1 ), ElementsAre( testFrame( "x" ) ) );
 }
 
-TEST_F( PacketEndpointTest, BurstArrivesInOrder ) {
+TEST_F( PacketEndpointTest, ABurstArrivesInOrder ) {
    TestNetNs const near;
    TestNetNs const far;
    near.veth( "et1", far, "peer1" );
@@ -119,8 +119,8 @@ TEST_F( PacketEndpointTest, BurstArrivesInOrder ) {
    EXPECT_EQ( capture.frames( 100 ), sent );
 }
 
-// The same index stands for another device in each namespace.
-TEST_F( PacketEndpointTest, EachEndpointSendsIntoItsOwnNamespace ) {
+// The same index is another device in each namespace.
+TEST_F( PacketEndpointTest, EachEndpointSendsInItsOwnNamespace ) {
    std::vector< std::unique_ptr< TestNetNs > > nears;
    std::vector< std::unique_ptr< TestNetNs > > fars;
    std::vector< std::unique_ptr< Capture > > captures;
@@ -149,25 +149,25 @@ TEST_F( PacketEndpointTest, EachEndpointSendsIntoItsOwnNamespace ) {
    }
 }
 
-TEST_F( PacketEndpointTest, DefaultNamespaceIsTheProcessesOwn ) {
+TEST_F( PacketEndpointTest, TheDefaultNamespaceIsTheProcesssOwn ) {
    endpoint_->netNsIs( Corvid::NamespaceName::defaultNamespace() );
    endpoint_->enabledIs( true );
    EXPECT_EQ( endpoint_->netNsIdentity(),
-              *NetNsFolders().identity( Corvid::NamespaceName::defaultNamespace() ) );
+              *NetNsDirectories().identity( Corvid::NamespaceName::defaultNamespace() ) );
 }
 
-TEST_F( PacketEndpointTest, ProcessStaysInItsNamespace ) {
+TEST_F( PacketEndpointTest, TheProcessStaysInItsNamespace ) {
    TestNetNs const near;
    auto const own = [] {
-      return NetNsFolders().identity( Corvid::NamespaceName::defaultNamespace() );
+      return NetNsDirectories().identity( Corvid::NamespaceName::defaultNamespace() );
    };
    auto const before = own();
    open( near );
    EXPECT_EQ( own(), before );
-   EXPECT_EQ( endpoint_->netNsIdentity(), *NetNsFolders().identity( near.name() ) );
+   EXPECT_EQ( endpoint_->netNsIdentity(), *NetNsDirectories().identity( near.name() ) );
 }
 
-TEST_F( PacketEndpointTest, SendingIsOneSystemCallPerPacketAndAllocatesNothing ) {
+TEST_F( PacketEndpointTest, SendingTakesOneSystemCallPerPacketAndAllocatesNothing ) {
    TestNetNs const near;
    TestNetNs const far;
    near.veth( "et1", far, "peer1" );
@@ -192,7 +192,7 @@ TEST_F( PacketEndpointTest, SendingIsOneSystemCallPerPacketAndAllocatesNothing )
 
 // --- Devices that cannot send --------------------------------------------------------------------
 
-TEST_F( PacketEndpointTest, DeviceThatIsDownIsENETDOWN ) {
+TEST_F( PacketEndpointTest, ADeviceThatIsDownIsENETDOWN ) {
    TestNetNs const near;
    TestNetNs const far;
    near.veth( "et1", far, "peer1" );
@@ -206,13 +206,13 @@ TEST_F( PacketEndpointTest, DeviceThatIsDownIsENETDOWN ) {
    EXPECT_EQ( error->number, ENETDOWN );
    EXPECT_EQ( error->packets, 1u );
    near.ip( "link set et1 up" );
-   EXPECT_TRUE( burst( near, "et1", testFrame( "x" ) ) ); // and the trouble is forgotten
+   EXPECT_TRUE( burst( near, "et1", testFrame( "x" ) ) ); // and the error is cleared
    EXPECT_EQ( endpoint_->sendError( near.index( "et1" ) ), nullptr );
    EXPECT_EQ( endpoint_->counters().sent, 1u );
    EXPECT_EQ( endpoint_->counters().failed, 1u );
 }
 
-TEST_F( PacketEndpointTest, FrameLongerThanTheDeviceTakesIsEMSGSIZE ) {
+TEST_F( PacketEndpointTest, AFrameThatIsTooLongIsEMSGSIZE ) {
    TestNetNs const near;
    TestNetNs const far;
    near.veth( "et1", far, "peer1" );
@@ -226,7 +226,7 @@ TEST_F( PacketEndpointTest, FrameLongerThanTheDeviceTakesIsEMSGSIZE ) {
    EXPECT_THAT( capture.frames( 1 ), ElementsAre( longest ) );
 }
 
-TEST_F( PacketEndpointTest, FrameWithoutAWholeHeaderIsEINVAL ) {
+TEST_F( PacketEndpointTest, AFrameWithoutACompleteHeaderIsEINVAL ) {
    TestNetNs const near;
    TestNetNs const far;
    near.veth( "et1", far, "peer1" );
@@ -236,7 +236,7 @@ TEST_F( PacketEndpointTest, FrameWithoutAWholeHeaderIsEINVAL ) {
    EXPECT_FALSE( burst( near, "et1", "" ) );
 }
 
-TEST_F( PacketEndpointTest, IndexZeroIsRefused ) {
+TEST_F( PacketEndpointTest, IndexZeroIsRejected ) {
    TestNetNs const near;
    open( near );
    endpoint_->burstIs( 0, "et1" );
@@ -244,14 +244,14 @@ TEST_F( PacketEndpointTest, IndexZeroIsRefused ) {
    EXPECT_EQ( endpoint_->lastErrno(), EINVAL );
 }
 
-TEST_F( PacketEndpointTest, EndpointThatIsNotOpenSendsNothing ) {
+TEST_F( PacketEndpointTest, AClosedEndpointSendsNothing ) {
    endpoint_->burstIs( 1, "lo" );
    EXPECT_FALSE( send( testFrame( "x" ), 1 ) );
    EXPECT_EQ( endpoint_->lastErrno(), ENOTCONN );
    EXPECT_EQ( endpoint_->outstandingBytes(), 0u );
 }
 
-TEST_F( PacketEndpointTest, DeviceOutsideTheBurstIsRefused ) {
+TEST_F( PacketEndpointTest, ADeviceOutsideTheBurstIsRejected ) {
    TestNetNs const near;
    TestNetNs const far;
    near.veth( "et1", far, "peer1" );
@@ -267,7 +267,7 @@ TEST_F( PacketEndpointTest, DeviceOutsideTheBurstIsRefused ) {
 
 // --- Never on the wrong device -------------------------------------------------------------------
 
-TEST_F( PacketEndpointTest, DeviceThatTookTheIndexOverGetsNothing ) {
+TEST_F( PacketEndpointTest, ADeviceThatReusesTheIndexGetsNothing ) {
    TestNetNs const near;
    TestNetNs const far;
    TestNetNs const elsewhere;
@@ -292,12 +292,12 @@ TEST_F( PacketEndpointTest, DeviceThatTookTheIndexOverGetsNothing ) {
    EXPECT_EQ( endpoint_->counters().failed, 2u );
    EXPECT_THAT( capture.frames( 1, 50ms ), ElementsAre() );
 
-   endpoint_->burstIs( 7, "eth9" ); // what it would have been: the index itself does send
+   endpoint_->burstIs( 7, "eth9" ); // with the right name, the index does send
    EXPECT_TRUE( send( testFrame( "right" ), 7 ) );
    EXPECT_THAT( capture.frames( 1 ), ElementsAre( testFrame( "right" ) ) );
 }
 
-TEST_F( PacketEndpointTest, DeviceThatIsGoneIsENODEV ) {
+TEST_F( PacketEndpointTest, ADeletedDeviceIsENODEV ) {
    TestNetNs const near;
    TestNetNs const far;
    near.ip( "link add et1 index 7 type veth peer name peer1 netns " + far.text() );
@@ -310,7 +310,7 @@ TEST_F( PacketEndpointTest, DeviceThatIsGoneIsENODEV ) {
    EXPECT_EQ( endpoint_->sendError( 7 )->text, "index 7 is gone, was et1" );
 }
 
-TEST_F( PacketEndpointTest, TroubleIsRememberedForABoundedNumberOfDevices ) {
+TEST_F( PacketEndpointTest, ErrorsAreKeptForALimitedNumberOfDevices ) {
    TestNetNs const near;
    open( near );
    for ( U32 index = 1000; index < 3000; ++index ) {
@@ -322,57 +322,57 @@ TEST_F( PacketEndpointTest, TroubleIsRememberedForABoundedNumberOfDevices ) {
 
 // --- Opening -------------------------------------------------------------------------------------
 
-TEST_F( PacketEndpointTest, MissingNamespaceIsENOENT ) {
-   auto const [ text, number ] = refusal( "vt-nobody" );
+TEST_F( PacketEndpointTest, AMissingNamespaceIsENOENT ) {
+   auto const [ text, number ] = errorOf( "vt-missing" );
    EXPECT_EQ( number, ENOENT );
-   EXPECT_EQ( text, "network namespace \"vt-nobody\" does not exist in /run/netns; create it with "
-                    "\"ip netns add vt-nobody\"" );
+   EXPECT_EQ( text, "network namespace \"vt-missing\" does not exist in /run/netns; create it with "
+                    "\"ip netns add vt-missing\"" );
 }
 
-TEST_F( PacketEndpointTest, FileThatIsNoNamespaceIsEINVAL ) {
-   TestNetNs const any; // so that the folder exists
+TEST_F( PacketEndpointTest, AFileThatIsNotANamespaceIsEINVAL ) {
+   TestNetNs const any; // so that the directory exists
    auto const name = TestNetNs::newName();
-   auto const path = std::string( NetNsFolders::usual ) + "/" + name;
+   auto const path = std::string( NetNsDirectories::usual ) + "/" + name;
    std::ofstream( path ).flush();
-   auto const [ text, number ] = refusal( name );
+   auto const [ text, number ] = errorOf( name );
    ::unlink( path.c_str() );
    EXPECT_EQ( number, EINVAL );
    EXPECT_EQ( text, path + " is not a network namespace; remove the file, or mount a network "
                            "namespace on it" );
 }
 
-TEST_F( PacketEndpointTest, WithoutDescriptorsItIsEMFILEAndWorksLater ) {
+TEST_F( PacketEndpointTest, RunningOutOfDescriptorsIsEMFILEAndWorksLater ) {
    TestNetNs const near;
-   auto const home = NetNsFolders().identity( Corvid::NamespaceName::defaultNamespace() );
-   auto const next = requireFd( ::dup( 0 ), "dup" ).get(); // the lowest one that is free
+   auto const home = NetNsDirectories().identity( Corvid::NamespaceName::defaultNamespace() );
+   auto const next = requireFd( ::dup( 0 ), "dup" ).get(); // the lowest free one
    {
-      // Enough for the namespace and the way home, not for the socket.
+      // Enough for the namespace and the way back, but not for the socket.
       Valen::Test::DescriptorLimit const limit( next + 2 );
-      auto const [ text, number ] = refusal( near.text() );
+      auto const [ text, number ] = errorOf( near.text() );
       EXPECT_EQ( number, EMFILE );
       EXPECT_EQ( text, "no file descriptor left to open a packet socket in network namespace \"" +
                           near.text() +
                           "\": Too many open files; raise the limit (LimitNOFILE= of the "
                           "service)" );
    }
-   EXPECT_EQ( NetNsFolders().identity( Corvid::NamespaceName::defaultNamespace() ), home );
+   EXPECT_EQ( NetNsDirectories().identity( Corvid::NamespaceName::defaultNamespace() ), home );
    open( near );
    EXPECT_TRUE( endpoint_->enabled() );
 }
 
 class WithoutCapability : public PacketEndpointTest {
  protected:
-   // Tries to enable the endpoint in a child without the capability, which ends with the errno and
-   // says the text.
+   // Tries to enable the endpoint in a child process without the capability. The child prints the text
+   // and exits with the errno.
    void attempt( TestNetNs const & netNs, unsigned capability ) {
       Valen::Test::dropCapability( capability );
-      auto const [ text, number ] = refusal( netNs.text() );
+      auto const [ text, number ] = errorOf( netNs.text() );
       std::fprintf( stderr, "[%s]", text.c_str() );
       ::_exit( number );
    }
 };
 
-TEST_F( WithoutCapability, PacketSocketIsEPERM ) {
+TEST_F( WithoutCapability, APacketSocketIsEPERM ) {
    TestNetNs const near;
    EXPECT_EXIT( attempt( near, CAP_NET_RAW ), ::testing::ExitedWithCode( EPERM ),
                 HasSubstr( "[no privilege to open a packet socket in network namespace \"" +
@@ -386,7 +386,7 @@ TEST_F( WithoutCapability, EnteringTheNamespaceIsEPERMAndNothingIsOpened ) {
                            "\"; CAP_SYS_ADMIN is needed]" ) );
 }
 
-TEST_F( PacketEndpointTest, EnablingTwiceAndClosingTwiceAreHarmless ) {
+TEST_F( PacketEndpointTest, EnablingTwiceAndClosingTwiceHaveNoEffect ) {
    TestNetNs const near;
    open( near );
    endpoint_->enabledIs( true );
@@ -396,7 +396,7 @@ TEST_F( PacketEndpointTest, EnablingTwiceAndClosingTwiceAreHarmless ) {
    EXPECT_FALSE( endpoint_->enabled() );
 }
 
-TEST_F( PacketEndpointTest, NamespaceMadeAnewTakesANewOpening ) {
+TEST_F( PacketEndpointTest, ARecreatedNamespaceNeedsTheEndpointToBeReopened ) {
    TestNetNs near;
    TestNetNs const far;
    near.veth( "et1", far, "peer1" );
@@ -406,8 +406,8 @@ TEST_F( PacketEndpointTest, NamespaceMadeAnewTakesANewOpening ) {
    near.create();
    near.veth( "et1", far, "peer2" );
    Capture capture( far, "peer2" );
-   // The socket keeps the old namespace alive, and sends into it still.
-   EXPECT_NE( *NetNsFolders().identity( near.name() ), old );
+   // The socket keeps the old namespace alive and still sends there.
+   EXPECT_NE( *NetNsDirectories().identity( near.name() ), old );
    endpoint_->enabledIs( false );
    endpoint_->enabledIs( true );
    EXPECT_NE( endpoint_->netNsIdentity(), old );
@@ -415,7 +415,7 @@ TEST_F( PacketEndpointTest, NamespaceMadeAnewTakesANewOpening ) {
    EXPECT_THAT( capture.frames( 1 ), ElementsAre( testFrame( "new" ) ) );
 }
 
-TEST_F( PacketEndpointTest, SendBufferHoldsManyLargeFrames ) {
+TEST_F( PacketEndpointTest, TheSendBufferHoldsManyLargeFrames ) {
    TestNetNs const near;
    slowDevice( near, "100000000" );
    open( near );
@@ -431,7 +431,7 @@ TEST_F( PacketEndpointTest, SendBufferHoldsManyLargeFrames ) {
    ASSERT_TRUE( turnUntil( [ & ] { return endpoint_->outstandingBytes() == 0; } ) );
 }
 
-TEST_F( PacketEndpointTest, FullSocketFailsAndDoesNotBlock ) {
+TEST_F( PacketEndpointTest, AFullSocketFailsAndDoesNotBlock ) {
    TestNetNs const near;
    slowDevice( near, "1000000000" );
    open( near );
@@ -448,7 +448,7 @@ TEST_F( PacketEndpointTest, FullSocketFailsAndDoesNotBlock ) {
 
 // --- Closing -------------------------------------------------------------------------------------
 
-TEST_F( PacketEndpointTest, ClosingManyEndpointsDoesNotHoldTheLoop ) {
+TEST_F( PacketEndpointTest, ClosingManyEndpointsDoesNotBlockTheLoop ) {
    TestNetNs const near;
    std::vector< Quill::Ptr< Corvid::RawTxPam > > endpoints;
    for ( int i = 0; i < 4000; ++i ) {
@@ -463,11 +463,11 @@ TEST_F( PacketEndpointTest, ClosingManyEndpointsDoesNotHoldTheLoop ) {
    EXPECT_LT( std::chrono::steady_clock::now() - begin, 1s );
    provider_->reaper().drain();
    EXPECT_EQ( provider_->reaper().pending(), 0u );
-   EXPECT_LT( std::chrono::steady_clock::now() - begin, 30s ); // one by one: 48 s
+   EXPECT_LT( std::chrono::steady_clock::now() - begin, 30s ); // one after the other: 48 s
    endpoints.clear();
 }
 
-TEST_F( PacketEndpointTest, EndpointsAreFoundByNamespaceWhileTheyLive ) {
+TEST_F( PacketEndpointTest, EndpointsAreFoundByNamespace ) {
    auto const other = provider_->newRawTxPam( "other" );
    endpoint_->netNsIs( "blue" );
    other->netNsIs( "red" );
@@ -478,12 +478,12 @@ TEST_F( PacketEndpointTest, EndpointsAreFoundByNamespaceWhileTheyLive ) {
    EXPECT_THAT( provider_->endpoints( "blue" ), ElementsAre() );
 }
 
-TEST_F( PacketEndpointTest, EndpointMayOutliveItsProvider ) {
+TEST_F( PacketEndpointTest, AnEndpointMayOutliveItsProvider ) {
    TestNetNs const near;
    open( near );
    provider_.reset();
    EXPECT_TRUE( endpoint_->enabled() );
-   endpoint_ = nullptr; // joins the reaper
+   endpoint_ = nullptr; // destroys the reaper
 }
 
 } // namespace

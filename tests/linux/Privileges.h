@@ -1,4 +1,4 @@
-// Takes privileges and descriptors away from a forked child of the test.
+// Removes privileges and descriptors from a forked child process of the test.
 #pragma once
 
 #include "platform/quill/Exception.h"
@@ -11,7 +11,7 @@
 
 namespace Valen::Test {
 
-// Gives one capability up for good, as a service would be without it.
+// Drops one capability permanently.
 inline void dropCapability( unsigned dropped ) {
    __user_cap_header_struct header{ _LINUX_CAPABILITY_VERSION_3, 0 };
    __user_cap_data_struct data[ 2 ]{};
@@ -23,12 +23,12 @@ inline void dropCapability( unsigned dropped ) {
    ASSERT_EQ( ::syscall( SYS_capset, &header, data ), 0 );
 }
 
-// While it stands, only descriptors below `limit` can be opened.
+// While it exists, only descriptors below `limit` can be opened.
 class DescriptorLimit {
  public:
    explicit DescriptorLimit( int limit ) {
-      // The undefined-behaviour sanitizer looks at the first object of a type through a pipe, and
-      // takes it for no object when it gets none. So it sees an exception now.
+      // The undefined-behavior sanitizer checks the first object of each type through a pipe. Without a
+      // descriptor for the pipe, it reports the object as invalid. So show it an exception now.
       try {
          throw Quill::ErrnoException( "seen", 0 );
       } catch ( Quill::Exception const & ) {

@@ -14,7 +14,7 @@ namespace {
 
 using Kind = Message::Kind;
 
-// Puts datagrams together as the kernel does.
+// Builds datagrams as the kernel does.
 class Datagram {
  public:
    template < class T > Datagram & put( T const & value ) {
@@ -46,7 +46,7 @@ class Datagram {
    Datagram & mtu( U32 mtu ) {
       return attribute( IFLA_MTU, { reinterpret_cast< char const * >( &mtu ), sizeof mtu } );
    }
-   // Ends a message; `wrongBy` makes its length a lie.
+   // Ends a message. `wrongBy` is added to its length.
    Datagram & end( int wrongBy = 0 ) {
       auto const length =
          static_cast< U32 >( static_cast< int >( bytes_.size() - start_ ) + wrongBy );
@@ -60,7 +60,7 @@ class Datagram {
    std::size_t start_ = 0;
 };
 
-TEST( RtnetlinkTest, LinkIsTakenApart ) {
+TEST( RtnetlinkTest, ParsesALink ) {
    Datagram const datagram = Datagram()
                                 .begin( RTM_NEWLINK, NLM_F_MULTI, 9 )
                                 .link( 7, IFF_UP | IFF_BROADCAST )
@@ -82,23 +82,24 @@ TEST( RtnetlinkTest, LinkIsTakenApart ) {
    EXPECT_FALSE( parser.damaged() );
 }
 
-TEST( RtnetlinkTest, MessagesOfADatagramFollowOneAnother ) {
-   Datagram const datagram = Datagram()
-                                .begin( RTM_NEWLINK )
-                                .link( 1 )
-                                .attribute( IFLA_IFNAME, "abcde" ) // neither ended nor aligned
-                                .end()
-                                .begin( RTM_DELLINK )
-                                .link( 2 )
-                                .end()
-                                .begin( RTM_NEWADDR )
-                                .put( 0 )
-                                .end()
-                                .begin( NLMSG_OVERRUN )
-                                .end()
-                                .begin( NLMSG_DONE, NLM_F_DUMP_INTR )
-                                .put( 0 )
-                                .end();
+TEST( RtnetlinkTest, ParsesTheMessagesOfADatagramInOrder ) {
+   Datagram const datagram =
+      Datagram()
+         .begin( RTM_NEWLINK )
+         .link( 1 )
+         .attribute( IFLA_IFNAME, "abcde" ) // without a terminator or padding
+         .end()
+         .begin( RTM_DELLINK )
+         .link( 2 )
+         .end()
+         .begin( RTM_NEWADDR )
+         .put( 0 )
+         .end()
+         .begin( NLMSG_OVERRUN )
+         .end()
+         .begin( NLMSG_DONE, NLM_F_DUMP_INTR )
+         .put( 0 )
+         .end();
    Parser parser( datagram.bytes() );
    Message message;
    ASSERT_TRUE( parser.next( message ) );
@@ -118,7 +119,7 @@ TEST( RtnetlinkTest, MessagesOfADatagramFollowOneAnother ) {
    EXPECT_FALSE( parser.damaged() );
 }
 
-// A port that leaves its bridge is told as RTM_DELLINK of the bridge's family.
+// The kernel reports a port that leaves its bridge as RTM_DELLINK of the bridge's family.
 TEST( RtnetlinkTest, MessagesOfOtherFamiliesAreNotDevices ) {
    Datagram const datagram =
       Datagram().begin( RTM_DELLINK ).link( 7, 0, AF_BRIDGE ).attribute( IFLA_IFNAME, "et1" ).end();
@@ -128,7 +129,7 @@ TEST( RtnetlinkTest, MessagesOfOtherFamiliesAreNotDevices ) {
    EXPECT_EQ( message.kind, Kind::other );
 }
 
-TEST( RtnetlinkTest, AnswersCarryTheirErrno ) {
+TEST( RtnetlinkTest, AnswersHaveTheirErrno ) {
    Datagram const datagram = Datagram()
                                 .begin( NLMSG_ERROR, 0, 3 )
                                 .put( -ENODEV )
@@ -138,7 +139,7 @@ TEST( RtnetlinkTest, AnswersCarryTheirErrno ) {
                                 .put( 0 )
                                 .end()
                                 .begin( NLMSG_ERROR )
-                                .put( 1 << 31 ) // no errno at all
+                                .put( 1 << 31 ) // not an errno
                                 .end()
                                 .begin( NLMSG_DONE )
                                 .put( -ENOBUFS )
@@ -152,14 +153,14 @@ TEST( RtnetlinkTest, AnswersCarryTheirErrno ) {
    EXPECT_EQ( message.kind, Kind::done );
 }
 
-// Whether the datagram is refused before its end, with nothing made of it.
+// Whether the parser rejects the datagram before its end, without a message.
 bool refused( Datagram const & datagram ) {
    Parser parser( datagram.bytes() );
    Message message;
    return !parser.next( message ) && parser.damaged() && !parser.next( message );
 }
 
-TEST( RtnetlinkTest, LyingLengthsAreRefused ) {
+TEST( RtnetlinkTest, WrongLengthsAreRejected ) {
    for ( int const wrongBy : { 1, 4, 1 << 20, -17, -28, -33 } ) {
       EXPECT_TRUE( refused( Datagram().begin( RTM_NEWLINK ).link( 7 ).end( wrongBy ) ) ) << wrongBy;
    }
@@ -177,7 +178,7 @@ TEST( RtnetlinkTest, LyingLengthsAreRefused ) {
    }
 }
 
-TEST( RtnetlinkTest, ShortMtuAndEmptyNameAreNone ) {
+TEST( RtnetlinkTest, AShortMtuAndAnEmptyNameAreIgnored ) {
    Datagram const datagram = Datagram()
                                 .begin( RTM_NEWLINK )
                                 .link( 7 )
@@ -201,9 +202,9 @@ TEST( RtnetlinkTest, DevicesWithoutAnIndexAreNotDevices ) {
    }
 }
 
-// Whatever is done to a good datagram, the parser ends and reads nothing outside it (which the
-// sanitizers see: each try has memory of its own).
-TEST( RtnetlinkTest, DamagedDatagramsAreSurvived ) {
+// However a valid datagram is changed, the parser terminates and reads nothing outside it. The sanitizers
+// detect that, because each attempt has its own memory.
+TEST( RtnetlinkTest, DamagedDatagramsAreHarmless ) {
    auto const good = Datagram()
                         .begin( RTM_NEWLINK )
                         .link( 7 )
@@ -232,8 +233,8 @@ TEST( RtnetlinkTest, DamagedDatagramsAreSurvived ) {
    }
 }
 
-TEST( RtnetlinkTest, RequestsAreWhatTheKernelTakes ) {
-   auto const bytes = upRequest( 5, 7, true );
+TEST( RtnetlinkTest, RequestsHaveTheKernelsFormat ) {
+   auto const bytes = upRequest( 5, 7 );
    nlmsghdr header;
    ifinfomsg info;
    ASSERT_EQ( bytes.size(), sizeof header + sizeof info );
@@ -245,8 +246,8 @@ TEST( RtnetlinkTest, RequestsAreWhatTheKernelTakes ) {
    EXPECT_EQ( header.nlmsg_seq, 5u );
    EXPECT_EQ( info.ifi_index, 7 );
    EXPECT_EQ( info.ifi_flags, unsigned{ IFF_UP } );
-   EXPECT_EQ( info.ifi_change, unsigned{ IFF_UP } ); // and no other flag
-   std::memcpy( &info, upRequest( 5, 7, false ).data() + sizeof header, sizeof info );
+   EXPECT_EQ( info.ifi_change, unsigned{ IFF_UP } ); // no other flag
+   std::memcpy( &info, downRequest( 5, 7 ).data() + sizeof header, sizeof info );
    EXPECT_EQ( info.ifi_flags, 0u );
    EXPECT_EQ( info.ifi_change, unsigned{ IFF_UP } );
 }

@@ -12,7 +12,7 @@ namespace {
 
 unsigned long allocationCount = 0;
 
-// A call that nothing else makes frames the work.
+// A system call that is not used otherwise marks the start and the end of the work.
 constexpr auto marker = SYS_getppid;
 
 [[noreturn]] void child( std::function< void() > const & work ) {
@@ -24,7 +24,7 @@ constexpr auto marker = SYS_getppid;
    ::_exit( 0 );
 }
 
-// Runs the child to its next entry into a system call and returns the call's number; -1 at its end.
+// Runs the child until it enters its next system call. Returns the number of the call; -1 at the end.
 long nextSystemCall( int pid ) {
    for ( ;; ) {
       int status = 0;

@@ -1,11 +1,11 @@
-// Counts what a piece of work costs: system calls, by tracing a forked child, and allocations.
+// Counts the system calls of a function, by tracing a forked child process, and allocations.
 #pragma once
 
 #include <functional>
 
 namespace Valen::Test {
 
-// How many system calls `work` makes when a forked child runs it; -1 when it cannot be told.
+// The number of system calls of `work` in a forked child process; -1 if it cannot be traced.
 int systemCallsOf( std::function< void() > const & work );
 
 // How often this process has called operator new.

@@ -1,6 +1,5 @@
-// Real network namespaces, devices and captures for the tests. Everything lives in namespaces named
-// "vt-PID-N", which go with the test that made them; those of a test that died are swept up by the
-// next one.
+// Network namespaces, devices and captures for the tests. The namespaces are named "vt-PID-N". A test
+// deletes its own at its end, and those of tests that died at its start.
 #pragma once
 
 #include "linux/EventLoop.h"
@@ -24,28 +23,28 @@
 
 namespace Valen::Test {
 
-// Runs a command; throws when it fails.
+// Runs a command. Throws if it fails.
 inline void run( std::string const & command ) {
    if ( std::system( ( command + " >/dev/null" ).c_str() ) != 0 ) {
       throw std::runtime_error( "command failed: " + command );
    }
 }
 
-// Removes what tests left behind that did not live to tidy up.
+// Deletes the namespaces of tests that died.
 inline void sweepNamespaces() {
-   auto * const folder = ::opendir( Linux::NetNsFolders::usual );
-   while ( auto const * const entry = folder ? ::readdir( folder ) : nullptr ) {
+   auto * const directory = ::opendir( Linux::NetNsDirectories::usual );
+   while ( auto const * const entry = directory ? ::readdir( directory ) : nullptr ) {
       std::string const name( entry->d_name );
       if ( name.starts_with( "vt-" ) && ::kill( std::atoi( name.c_str() + 3 ), 0 ) < 0 ) {
          (void)std::system( ( "ip netns del " + name + " 2>/dev/null" ).c_str() );
       }
    }
-   if ( folder ) {
-      ::closedir( folder );
+   if ( directory ) {
+      ::closedir( directory );
    }
 }
 
-// A namespace of the test's own, with its loopback device alone.
+// A new namespace, with only its loopback device.
 class TestNetNs {
  public:
    TestNetNs() : TestNetNs( newName() ) {}
@@ -54,7 +53,7 @@ class TestNetNs {
    TestNetNs( TestNetNs const & ) = delete;
    TestNetNs & operator=( TestNetNs const & ) = delete;
 
-   // A name that no namespace bears.
+   // An unused name.
    static std::string newName() {
       static int next = 0;
       return "vt-" + std::to_string( ::getpid() ) + "-" + std::to_string( ++next );
@@ -66,11 +65,11 @@ class TestNetNs {
    void create() { run( "ip netns add " + name_ ); }
    void destroy() { run( "ip netns del " + name_ ); }
 
-   // Runs `ip` inside: ip( "link set et1 up" ).
+   // Runs `ip` in the namespace: ip( "link set et1 up" ).
    void ip( std::string const & arguments ) const { run( "ip -n " + name_ + " " + arguments ); }
 
-   // A device here and its other end in `far`, both up. The far end comes first: a device that is
-   // set up while its peer is down starts some time after the peer, and drops frames until then.
+   // Creates a device, with its other end in `far`, and sets both up. The far end comes first: a device
+   // that is set up while its peer is down drops frames until some time after the peer is up.
    void veth( std::string const & device, TestNetNs const & far,
               std::string const & farDevice ) const {
       ip( "link add " + device + " type veth peer name " + farDevice + " netns " + far.text() );
@@ -78,9 +77,9 @@ class TestNetNs {
       ip( "link set " + device + " up" );
    }
 
-   // The index of a device; 0 when it is not there.
+   // The index of a device; 0 if it does not exist.
    U32 index( std::string const & device ) const {
-      auto const netNs = Linux::NetNsFolders().open( name() );
+      auto const netNs = Linux::NetNsDirectories().open( name() );
       Linux::NetNsScope const inside( netNs );
       return ::if_nametoindex( device.c_str() );
    }
@@ -89,11 +88,11 @@ class TestNetNs {
    std::string const name_;
 };
 
-// Takes the frames that come in at a device.
+// Captures the frames that a device receives.
 class Capture {
  public:
    Capture( TestNetNs const & netNs, std::string const & device ) {
-      auto const opened = Linux::NetNsFolders().open( netNs.name() );
+      auto const opened = Linux::NetNsDirectories().open( netNs.name() );
       Linux::NetNsScope const inside( opened );
       fd_ = Linux::requireFd( ::socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC, 0 ), "socket" );
       sockaddr_ll address{};
@@ -105,13 +104,13 @@ class Capture {
       }
    }
 
-   // The test frames that come in, until `count` are there or `patience` is over. Others, which the
-   // kernel sends by itself, are left out.
+   // Waits for `count` test frames, at most for `timeout`, and returns those received. Ignores other
+   // frames, which the kernel sends on its own.
    std::vector< std::string >
    frames( std::size_t count,
-           std::chrono::milliseconds patience = std::chrono::milliseconds( 2000 ) ) {
+           std::chrono::milliseconds timeout = std::chrono::milliseconds( 2000 ) ) {
       std::vector< std::string > frames;
-      auto const end = std::chrono::steady_clock::now() + patience;
+      auto const end = std::chrono::steady_clock::now() + timeout;
       while ( frames.size() < count ) {
          auto const left = std::chrono::duration_cast< std::chrono::milliseconds >(
             end - std::chrono::steady_clock::now() );
@@ -129,7 +128,7 @@ class Capture {
       return frames;
    }
 
-   // An EtherType for experiments, which the kernel itself never sends.
+   // The EtherType for local experiments, which the kernel does not use.
    static inline std::string const testType = "\x88\xb5";
 
  private:
@@ -142,21 +141,21 @@ inline std::string testFrame( std::string const & payload ) {
           payload;
 }
 
-// A fixture with a loop, for tests that need the rights to make namespaces.
+// A fixture with an event loop, for tests that create namespaces.
 class NetworkTest : public ::testing::Test {
  protected:
    void SetUp() override {
       if ( ::geteuid() != 0 && !std::getenv( "CI" ) ) {
-         GTEST_SKIP() << "making network namespaces needs root";
+         GTEST_SKIP() << "creating network namespaces needs root";
       }
       static bool const swept = ( sweepNamespaces(), true );
       (void)swept;
    }
 
-   // Turns the loop until `condition` holds; false when it does not within the patience.
+   // Turns the loop until `condition` is true. Returns false after the timeout.
    bool turnUntil( std::function< bool() > const & condition,
-                   std::chrono::milliseconds patience = std::chrono::milliseconds( 5000 ) ) {
-      auto const end = std::chrono::steady_clock::now() + patience;
+                   std::chrono::milliseconds timeout = std::chrono::milliseconds( 5000 ) ) {
+      auto const end = std::chrono::steady_clock::now() + timeout;
       while ( !condition() ) {
          if ( std::chrono::steady_clock::now() > end ) {
             return false;
@@ -166,7 +165,7 @@ class NetworkTest : public ::testing::Test {
       return true;
    }
 
-   // Turns the loop for as long as something keeps happening.
+   // Turns the loop for the given time, so that pending events are handled.
    void settle( std::chrono::milliseconds quiet = std::chrono::milliseconds( 50 ) ) {
       auto const end = std::chrono::steady_clock::now() + quiet;
       while ( std::chrono::steady_clock::now() < end ) {

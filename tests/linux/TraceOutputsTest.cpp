@@ -24,22 +24,22 @@ void traceTwoLines() {
    TRACE1( "not initialized" );
 }
 
-// Says the lines to a sink, with the levels on.
+// Traces two lines to a sink, with their levels enabled.
 class TraceOutputsTest : public ::testing::Test {
  protected:
    TraceOutputsTest() {
       char path[] = "/tmp/valen-trace-XXXXXX";
-      folder_ = ::mkdtemp( path );
+      directory_ = ::mkdtemp( path );
       Quill::traceLevelsIs( "TraceOutputsTest/0-1" );
    }
    ~TraceOutputsTest() override {
       Quill::traceSinkIs( nullptr );
       Quill::traceLevelsIs( "" );
       ::unsetenv( "JOURNAL_STREAM" );
-      std::filesystem::remove_all( folder_ );
+      std::filesystem::remove_all( directory_ );
    }
 
-   std::string file( std::string const & name ) const { return folder_ + "/" + name; }
+   std::string file( std::string const & name ) const { return directory_ + "/" + name; }
    static std::vector< std::string > lines( std::string const & path ) {
       std::ifstream stream( path );
       std::vector< std::string > lines;
@@ -55,7 +55,7 @@ class TraceOutputsTest : public ::testing::Test {
       return ::testing::internal::GetCapturedStderr();
    }
 
-   std::string folder_;
+   std::string directory_;
 };
 
 std::string const headPattern = "void Valen::Linux::.anonymous.*.::traceTwoLines\\(\\): ";
@@ -64,23 +64,23 @@ std::string const stampPattern =
 
 // --- Standard error ------------------------------------------------------------------------------
 
-TEST_F( TraceOutputsTest, JournalGetsItsPriorities ) {
-   StderrTraceSink sink( true );
+TEST_F( TraceOutputsTest, TheJournalGetsPriorities ) {
+   StderrTraceSink sink( StderrTraceSink::Reader::journal );
    Quill::traceSinkIs( &sink );
    auto const text = standardError( traceTwoLines );
    EXPECT_THAT( text, MatchesRegex( "<6>" + headPattern + "vrf blue\n<7>" + headPattern +
                                     "not initialized\n" ) );
 }
 
-TEST_F( TraceOutputsTest, TerminalGetsTimeUnitAndLevel ) {
-   StderrTraceSink sink( false );
+TEST_F( TraceOutputsTest, ATerminalGetsTimeUnitAndLevel ) {
+   StderrTraceSink sink( StderrTraceSink::Reader::other );
    Quill::traceSinkIs( &sink );
    auto const text = standardError( traceTwoLines );
    EXPECT_THAT( text, MatchesRegex( stampPattern + "0 " + headPattern + "vrf blue\n" +
                                     stampPattern + "1 " + headPattern + "not initialized\n" ) );
 }
 
-TEST_F( TraceOutputsTest, JournalIsKnownByTheFileThatItIs ) {
+TEST_F( TraceOutputsTest, TheJournalIsRecognizedByItsFile ) {
    EXPECT_FALSE( StderrTraceSink().journal() );
    struct stat status;
    ASSERT_EQ( ::fstat( STDERR_FILENO, &status ), 0 );
@@ -91,8 +91,8 @@ TEST_F( TraceOutputsTest, JournalIsKnownByTheFileThatItIs ) {
    EXPECT_FALSE( StderrTraceSink().journal() );
 }
 
-TEST_F( TraceOutputsTest, TracingKeepsErrno ) {
-   StderrTraceSink sink( false );
+TEST_F( TraceOutputsTest, TracingDoesNotChangeErrno ) {
+   StderrTraceSink sink( StderrTraceSink::Reader::other );
    Quill::traceSinkIs( &sink );
    auto const text = standardError( [] {
       auto const number = ::dup( STDERR_FILENO );
@@ -106,9 +106,9 @@ TEST_F( TraceOutputsTest, TracingKeepsErrno ) {
    EXPECT_EQ( text, "" );
 }
 
-// --- A file --------------------------------------------------------------------------------------
+// --- File ----------------------------------------------------------------------------------------
 
-TEST_F( TraceOutputsTest, FileGrowsAtItsEnd ) {
+TEST_F( TraceOutputsTest, LinesAreAppendedToTheFile ) {
    std::ofstream( file( "trace" ) ) << "before\n";
    FileTraceSink sink( file( "trace" ) );
    Quill::traceSinkIs( &sink );
@@ -122,7 +122,7 @@ TEST_F( TraceOutputsTest, FileGrowsAtItsEnd ) {
    EXPECT_EQ( sink.lost(), 0u );
 }
 
-TEST_F( TraceOutputsTest, FileThatWasMovedAsideIsReopened ) {
+TEST_F( TraceOutputsTest, AMovedFileIsReopened ) {
    FileTraceSink sink( file( "trace" ) );
    Quill::traceSinkIs( &sink );
    traceTwoLines();
@@ -134,7 +134,7 @@ TEST_F( TraceOutputsTest, FileThatWasMovedAsideIsReopened ) {
    EXPECT_EQ( lines( file( "trace" ) ).size(), 2u );
 }
 
-TEST_F( TraceOutputsTest, ReopeningThatFailsGoesOnWithTheOldFile ) {
+TEST_F( TraceOutputsTest, FailedReopeningKeepsTheOldFile ) {
    std::filesystem::create_directory( file( "logs" ) );
    FileTraceSink sink( file( "logs/trace" ) );
    Quill::traceSinkIs( &sink );
@@ -144,7 +144,7 @@ TEST_F( TraceOutputsTest, ReopeningThatFailsGoesOnWithTheOldFile ) {
       FAIL() << "reopened";
    } catch ( Quill::ErrnoException const & e ) {
       EXPECT_EQ( e.text(),
-                 "open trace file " + file( "logs/trace" ) + ": No such file or directory" );
+                 "cannot open trace file " + file( "logs/trace" ) + ": No such file or directory" );
       EXPECT_EQ( e.number(), ENOENT );
    }
    traceTwoLines();
@@ -158,7 +158,7 @@ TEST_F( TraceOutputsTest, LinesThatCannotBeWrittenAreCounted ) {
    EXPECT_EQ( sink.lost(), 2u );
 }
 
-// --- The ring ------------------------------------------------------------------------------------
+// --- Ring ----------------------------------------------------------------------------------------
 
 std::vector< std::string > ringTexts( std::string const & path ) {
    auto const bytes = RingFile::read( path );
@@ -173,7 +173,7 @@ std::vector< std::string > ringTexts( std::string const & path ) {
    return texts;
 }
 
-TEST_F( TraceOutputsTest, RingFileHoldsTheLines ) {
+TEST_F( TraceOutputsTest, TheRingFileHasTheLines ) {
    {
       RingFile const ring( file( "ring" ), 10000 );
       EXPECT_EQ( ring.memory().size() % 4096, 0u );
@@ -181,22 +181,22 @@ TEST_F( TraceOutputsTest, RingFileHoldsTheLines ) {
       traceTwoLines();
    }
    EXPECT_EQ( Blipline::ring(), nullptr );
-   traceTwoLines(); // to no ring
+   traceTwoLines(); // without a ring
    auto const texts = ringTexts( file( "ring" ) );
    ASSERT_EQ( texts.size(), 2u );
    EXPECT_THAT( texts[ 0 ], MatchesRegex( headPattern + "vrf blue" ) );
    EXPECT_THAT( texts[ 1 ], MatchesRegex( headPattern + "not initialized" ) );
 }
 
-class RingOfADeadProcess : public TraceOutputsTest {
+class RingAfterADeath : public TraceOutputsTest {
  protected:
-   // Lets a child trace and die; returns how it ended.
+   // Lets a child process trace and die. Returns its status.
    template < class Death > int die( Death death ) {
       auto const pid = ::fork();
       if ( pid == 0 ) {
          rlimit const none{ 0, 0 };
          ::setrlimit( RLIMIT_CORE, &none );
-         ::close( STDERR_FILENO ); // its last words are not the test's
+         ::close( STDERR_FILENO ); // keeps its output out of the test's
          RingFile const ring( file( "ring" ), 65536 );
          traceTwoLines();
          death();
@@ -208,35 +208,35 @@ class RingOfADeadProcess : public TraceOutputsTest {
    }
 };
 
-TEST_F( RingOfADeadProcess, SurvivesAFailedAssertion ) {
+TEST_F( RingAfterADeath, SurvivesAFailedAssertion ) {
    EXPECT_EQ( die( [] { VALEN_ASSERT( 1 == 2 ); } ), SIGABRT );
    EXPECT_EQ( ringTexts( file( "ring" ) ).size(), 2u );
 }
 
-TEST_F( RingOfADeadProcess, SurvivesAKill ) {
+TEST_F( RingAfterADeath, SurvivesAKill ) {
    EXPECT_EQ( die( [] { ::kill( ::getpid(), SIGKILL ); } ), SIGKILL );
    EXPECT_EQ( ringTexts( file( "ring" ) ).size(), 2u );
 }
 
-TEST_F( RingOfADeadProcess, IsKeptBesideTheOneOfTheNextProcess ) {
+TEST_F( RingAfterADeath, IsKeptWhenTheNextProcessStarts ) {
    EXPECT_EQ( die( [] { ::kill( ::getpid(), SIGKILL ); } ), SIGKILL );
    RingFile const ring( file( "ring" ), 65536 );
    EXPECT_EQ( ringTexts( file( "ring" ) ).size(), 0u );
    EXPECT_EQ( ringTexts( file( "ring.previous" ) ).size(), 2u );
 }
 
-TEST_F( TraceOutputsTest, AbortHookIsInstalledWithTheRingOnly ) {
+TEST_F( TraceOutputsTest, TheAbortHookIsInstalledOnlyWithTheRing ) {
    {
       RingFile const ring( file( "ring" ), 65536 );
       auto const hook = Quill::abortHookIs( nullptr );
       ASSERT_NE( hook, nullptr );
-      hook(); // writes the mapping back
+      hook(); // syncs the mapping
       Quill::abortHookIs( hook );
    }
    EXPECT_EQ( Quill::abortHookIs( nullptr ), nullptr );
 }
 
-TEST_F( TraceOutputsTest, RingThatIsTooSmallIsRefusedAndLeavesTheOldFile ) {
+TEST_F( TraceOutputsTest, ATooSmallRingIsRejectedAndKeepsTheOldFile ) {
    std::ofstream( file( "ring" ) ) << "old";
    try {
       RingFile const ring( file( "ring" ), 100 );
@@ -247,13 +247,13 @@ TEST_F( TraceOutputsTest, RingThatIsTooSmallIsRefusedAndLeavesTheOldFile ) {
    EXPECT_EQ( lines( file( "ring" ) ), std::vector< std::string >{ "old" } );
 }
 
-TEST_F( TraceOutputsTest, RingInAMissingFolderSaysSo ) {
+TEST_F( TraceOutputsTest, ARingInAMissingDirectoryIsAnError ) {
    try {
       RingFile const ring( file( "nowhere/ring" ), 65536 );
       FAIL() << "accepted";
    } catch ( Quill::ErrnoException const & e ) {
-      EXPECT_EQ( e.text(),
-                 "create trace ring " + file( "nowhere/ring" ) + ": No such file or directory" );
+      EXPECT_EQ( e.text(), "cannot create trace ring " + file( "nowhere/ring" ) +
+                              ": No such file or directory" );
    }
    EXPECT_THROW( RingFile::read( file( "nowhere/ring" ) ), Quill::ErrnoException );
 }

@@ -23,7 +23,7 @@ Quill::Ptr< Message const > message( char const * intfId, char const * text = "b
    return made;
 }
 
-// Counts what the model's watchers are told of the message records.
+// Counts the notifications of the model's message records.
 class RecordWatcher final : public AllIntf::NotifieeConst {
  public:
    void onAttribute( Quill::AttrId attributeId, void const * key ) override {
@@ -34,10 +34,10 @@ class RecordWatcher final : public AllIntf::NotifieeConst {
    std::vector< std::string > told;
 };
 
-// One model, and whatever agents a test makes.
+// One model, and the agents that a test makes.
 class MessagesTest : public testing::Test, protected Valen::Test::LeakCheck {
  protected:
-   // The texts under which agents' messages stand for an interface.
+   // The names of the agents that have an entry for an interface.
    std::vector< std::string > agentsOf( char const * intfId ) const {
       std::vector< std::string > agents;
       if ( auto const record = allIntf->intfMessage( intfId ) ) {
@@ -98,7 +98,7 @@ TEST_F( MessageDirSmTest, TracesOnOneHandleEntryAtLevelZeroAndDecisionsAtLevelOn
    EXPECT_EQ( trace.texts( 1 ).size(), 2u );
 }
 
-TEST_F( MessageDirSmTest, StandsForTheMessageItselfNotACopy ) {
+TEST_F( MessageDirSmTest, TheEntryIsTheMessageItselfNotACopy ) {
    auto const sm = messageDirSmFactory( "lacp", dir, allIntf );
    auto const first = message( "Ethernet1" );
    dir->messageIs( "Ethernet1", first );
@@ -118,7 +118,7 @@ TEST_F( MessageDirSmTest, TwoAgentsMeetInOneRecord ) {
                 ElementsAre( "A, Ethernet1", "added intfMessage to allIntf", "B, Ethernet1" ) );
 }
 
-TEST_F( MessageDirSmTest, TheRecordGoesWithTheLastAgentsMessage ) {
+TEST_F( MessageDirSmTest, TheRecordIsDeletedWithTheLastAgentsMessage ) {
    auto const a = messageDirSmFactory( "A", dir, allIntf );
    auto const b = messageDirSmFactory( "B", otherDir, allIntf );
    dir->messageIs( "Ethernet1", message( "Ethernet1" ) );
@@ -200,13 +200,13 @@ TEST_F( MessageDirSmTest, DestructionTakesTheAgentsMessagesAlong ) {
                    "Ethernet2" ) );
 }
 
-TEST_F( MessageDirSmTest, ChangesAfterDestructionReachNobody ) {
+TEST_F( MessageDirSmTest, ChangesAfterDestructionHaveNoEffect ) {
    messageDirSmFactory( "A", dir, allIntf );
    dir->messageIs( "Ethernet1", message( "Ethernet1" ) );
    EXPECT_EQ( allIntf->intfMessages(), 0u );
 }
 
-TEST_F( MessageDirSmTest, SwitchedOffItIsNotTold ) {
+TEST_F( MessageDirSmTest, SwitchedOffItIsNotNotified ) {
    auto const sm = messageDirSmFactory( "A", dir, allIntf );
    sm->hasNotificationActiveIs( false );
    dir->messageIs( "Ethernet1", message( "Ethernet1" ) );
@@ -244,12 +244,12 @@ TEST_F( MessageDirSmTest, RemovalFromInsideItsOwnHandlerWaitsAndCleansUp ) {
       if ( sm ) {
          Quill::Reactor::retire( std::move( sm ) );
          alive = MessageDirSm::quillAllocation.live == live;
-         dir->messageIs( "Ethernet2", message( "Ethernet2" ) ); // silenced: this must not reach it
+         dir->messageIs( "Ethernet2", message( "Ethernet2" ) ); // silenced: must not be notified
          EXPECT_FALSE( allIntf->intfMessageHas( "Ethernet2" ) );
       }
    } );
    dir->messageIs( "Ethernet1", message( "Ethernet1" ) );
-   EXPECT_TRUE( alive ) << "it stands until its handler returns";
+   EXPECT_TRUE( alive ) << "it stays alive until its handler returns";
    EXPECT_EQ( MessageDirSm::quillAllocation.live, live - 1 );
    EXPECT_EQ( allIntf->intfMessages(), 0u );
 }
@@ -383,7 +383,7 @@ TEST_F( AgentConfigSmTest, AnEntityOfAnotherTypeIsNoMessageDirectory ) {
       ElementsAre( "lacp, messages", "added messageDir", "lacp, messages", "added messageDir" ) );
 }
 
-TEST_F( AgentConfigSmTest, TheSetterTellsByEveryArgument ) {
+TEST_F( AgentConfigSmTest, TheSetterComparesEveryArgument ) {
    auto const sm = agentConfigSmFactory( "lacp", agentDir, allIntf );
    auto const dir = newMessageDir( "Ethernet1" );
    auto const otherModel = allIntfFactory();
@@ -444,7 +444,7 @@ TEST_F( AgentConfigSmTest, OfSeveralEntriesTheOneHandledLastDecides ) {
    EXPECT_FALSE( allIntf->intfMessageHas( "Ethernet2" ) );
 }
 
-TEST_F( AgentConfigSmTest, SwitchedOffItIsNotTold ) {
+TEST_F( AgentConfigSmTest, SwitchedOffItIsNotNotified ) {
    auto const sm = agentConfigSmFactory( "lacp", agentDir, allIntf );
    trace.clear();
    sm->hasNotificationActiveIs( false );
@@ -469,7 +469,7 @@ TEST_F( AgentConfigSmTest, RemovalFromInsideItsOwnHandlerWaitsAndCleansUp ) {
    } );
    trace.clear();
    agentDir->entryIs( "messages", newMessageDir( "Ethernet1" ) );
-   EXPECT_TRUE( alive ) << "it stands until its handler returns";
+   EXPECT_TRUE( alive ) << "it stays alive until its handler returns";
    EXPECT_EQ( AgentConfigSm::quillAllocation.live, live - 1 );
    EXPECT_EQ( MessageDirSm::quillAllocation.live, 0u );
    EXPECT_EQ( allIntf->intfMessages(), 0u );
@@ -477,7 +477,7 @@ TEST_F( AgentConfigSmTest, RemovalFromInsideItsOwnHandlerWaitsAndCleansUp ) {
                 ElementsAre( "lacp, messages", "added messageDir" ) );
 }
 
-TEST_F( AgentConfigSmTest, AChildRemovedInsideItsOwnHandlerStandsUntilThatReturns ) {
+TEST_F( AgentConfigSmTest, AChildRemovedInsideItsOwnHandlerStaysAliveUntilItReturns ) {
    auto const sm = agentConfigSmFactory( "lacp", agentDir, allIntf );
    auto const dir = Quill::make< MessageDir >();
    agentDir->entryIs( "messages", dir );
@@ -487,7 +487,7 @@ TEST_F( AgentConfigSmTest, AChildRemovedInsideItsOwnHandlerStandsUntilThatReturn
          agentDir->entryDel( "messages" );
          EXPECT_FALSE( sm->messageDirSm() );
          alive = MessageDirSm::quillAllocation.live == 1;
-         dir->messageIs( "Ethernet2", message( "Ethernet2" ) ); // silenced: this must not reach it
+         dir->messageIs( "Ethernet2", message( "Ethernet2" ) ); // silenced: must not be notified
          EXPECT_FALSE( allIntf->intfMessageHas( "Ethernet2" ) );
       }
    } );

@@ -1,4 +1,4 @@
-// Capture files that tests write byte by byte.
+// Capture files, written byte by byte, and a directory to write them to.
 #pragma once
 
 #include <cstdint>
@@ -12,22 +12,22 @@
 
 namespace Settings::Test {
 
-// A folder of the test's own.
-class Folder {
+// A temporary directory, removed at the end of the test.
+class Directory {
  public:
-   Folder() {
+   Directory() {
       std::string path = ::testing::TempDir() + "valen-config-XXXXXX";
       if ( !::mkdtemp( path.data() ) ) {
          throw std::runtime_error( "mkdtemp " + path );
       }
       path_ = path + "/";
    }
-   ~Folder() { std::filesystem::remove_all( path_ ); }
-   Folder( Folder const & ) = delete;
-   Folder & operator=( Folder const & ) = delete;
+   ~Directory() { std::filesystem::remove_all( path_ ); }
+   Directory( Directory const & ) = delete;
+   Directory & operator=( Directory const & ) = delete;
 
    std::string const & path() const { return path_; }
-   // Writes a file, and the folders to it.
+   // Writes a file, and creates the directories above it.
    void write( std::string const & name, std::string const & content ) const {
       std::filesystem::create_directories( std::filesystem::path( path_ + name ).parent_path() );
       std::ofstream( path_ + name, std::ios::binary ) << content;
@@ -37,7 +37,7 @@ class Folder {
    std::string path_;
 };
 
-// Little-endian numbers, one after the other.
+// Little-endian numbers.
 inline std::string numbers( std::vector< std::uint32_t > const & values ) {
    std::string bytes;
    for ( auto const value : values ) {
@@ -48,7 +48,7 @@ inline std::string numbers( std::vector< std::uint32_t > const & values ) {
    return bytes;
 }
 
-// A pcap file. Each frame claims to have had `cut` more bytes than were captured.
+// A pcap file. In each frame, the last `cut` bytes were not captured.
 inline std::string pcapFile( std::vector< std::string > const & frames, std::uint32_t linkType = 1,
                              std::uint32_t cut = 0 ) {
    auto bytes = numbers( { 0xa1b2c3d4, 0x00040002, 0, 0, 65535, linkType } );

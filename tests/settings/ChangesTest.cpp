@@ -19,15 +19,15 @@ Config someConfig() {
    return config;
 }
 
-TEST( ChangesTest, WhatIsTheSameIsNoChange ) {
+TEST( ChangesTest, EqualConfigurationsHaveNoChanges ) {
    EXPECT_THAT( changesBetween( someConfig(), someConfig() ), IsEmpty() );
    auto next = someConfig();
    next.agents[ "idle" ];
-   next.process.socket = "/s";
+   next.process.valueIs( "socket", "/s" );
    EXPECT_THAT( changesBetween( someConfig(), next ), IsEmpty() );
 }
 
-TEST( ChangesTest, TheDelayIsShownWithWhatItWas ) {
+TEST( ChangesTest, TheDelayIsReportedWithItsPreviousValue ) {
    auto const before = someConfig();
    auto next = before;
    next.shutdownDelayMs = 0;
@@ -37,7 +37,7 @@ TEST( ChangesTest, TheDelayIsShownWithWhatItWas ) {
    EXPECT_THAT( changesBetween( next, before ), ElementsAre( "shutdown delay 500 ms, was off" ) );
 }
 
-TEST( ChangesTest, VrfsComeGoAndChangeTheirNamespace ) {
+TEST( ChangesTest, VrfsAreAddedRemovedAndChangeTheirNamespace ) {
    auto next = someConfig();
    next.vrfs[ "red" ] = "ns-new";
    next.vrfs[ "blue" ] = "ns-blue";
@@ -49,7 +49,7 @@ TEST( ChangesTest, VrfsComeGoAndChangeTheirNamespace ) {
    EXPECT_THAT( changesBetween( someConfig(), next ), ElementsAre( "VRF red: removed" ) );
 }
 
-TEST( ChangesTest, EachAspectOfAnInterfaceIsALine ) {
+TEST( ChangesTest, EachPropertyOfAnInterfaceIsALine ) {
    auto next = someConfig();
    next.interfaces[ "et1" ] = { "et1", "eth9", "red", false };
    next.interfaces[ "et3" ] = { "et3", "eth3", "default", true };
@@ -63,7 +63,7 @@ TEST( ChangesTest, EachAspectOfAnInterfaceIsALine ) {
    EXPECT_EQ( supported[ 2 ], "interface et1: shutdown delay supported" );
 }
 
-TEST( ChangesTest, MessagesAreToldByInterfaceAndAgent ) {
+TEST( ChangesTest, MessagesAreReportedByInterfaceAndAgent ) {
    auto next = someConfig();
    next.agents[ "lldp" ][ "et1" ] = { "changed" };
    next.agents[ "lldp" ].erase( "et2" );
@@ -78,18 +78,33 @@ TEST( ChangesTest, MessagesAreToldByInterfaceAndAgent ) {
                              "interface et2: messages of lldp removed" ) );
 }
 
-TEST( ChangesTest, WhatNeedsANewStartIsToldAsSuch ) {
-   ProcessConfig const started{ "/s", std::nullopt, "A/0", "/f", std::nullopt, "/v", std::nullopt };
-   EXPECT_THAT( processChanges( started, started ), IsEmpty() );
-   ProcessConfig const wanted{ "/t", "/n", "B/0", std::nullopt, "/r", "/w", "/m" };
-   EXPECT_THAT( processChanges( started, wanted ),
+TEST( ChangesTest, ASettingOfTheProcessThatDiffersIsReportedWithWhenItTakesEffect ) {
+   ProcessConfig started, wanted;
+   started.valueIs( "socket", "/s" );
+   started.valueIs( "trace.levels", "A/0" );
+   started.valueIs( "trace.file", "/f" );
+   wanted.valueIs( "socket", "/t" );
+   wanted.valueIs( "netns-directory", "/n" );
+   wanted.valueIs( "metrics-file", "/m" );
+   wanted.valueIs( "trace.levels", "B/0" );
+   wanted.valueIs( "trace.ring", "/r" );
+   EXPECT_THAT( processChanges( started, wanted, TakesEffect::atNextStart ),
                 ElementsAre( "socket /t: takes effect at the next start",
-                             "netns-folder /n: takes effect at the next start",
-                             "state-directory /w: takes effect at the next start",
+                             "netns-directory /n: takes effect at the next start",
                              "metrics-file /m: takes effect at the next start",
-                             "trace.file at its default: takes effect at the next start",
-                             "trace.ring /r: takes effect at the next start" ) )
-      << "trace levels change at once";
+                             "trace.file back to its default: takes effect at the next start",
+                             "trace.ring /r: takes effect at the next start" ) );
+   EXPECT_THAT( processChanges( started, wanted, TakesEffect::onReload ),
+                ElementsAre( "trace.levels B/0, was A/0" ) );
+   for ( auto const takesEffect : { TakesEffect::onReload, TakesEffect::atNextStart } ) {
+      EXPECT_THAT( processChanges( started, started, takesEffect ), IsEmpty() );
+   }
+}
+
+TEST( ChangesTest, ADefaultThatIsSpelledOutIsNotAChangeOnReload ) {
+   ProcessConfig explicitly;
+   explicitly.valueIs( "trace.levels", "*/0-1" );
+   EXPECT_THAT( processChanges( explicitly, ProcessConfig(), TakesEffect::onReload ), IsEmpty() );
 }
 
 } // namespace

@@ -12,26 +12,27 @@ namespace {
 using ::testing::ElementsAre;
 
 std::string frame( char last ) {
-   return std::string( 17, 'h' ) + last; // no multiple of four, so that pcapng must pad
+   return std::string( 17, 'h' ) + last; // not a multiple of four, so that pcapng must pad
 }
 
 class FrameTextTest : public ::testing::Test {
  protected:
-   Frames frames( std::string const & text ) const { return framesOf( text, folder.path() ); }
-   // What is said when `text` is refused; a file's folder is left out.
+   Frames frames( std::string const & text ) const { return framesOf( text, directory.path() ); }
+   // The error of `text`, without the directory of a file.
    std::string errorOf( std::string const & text ) const {
       try {
          return std::to_string( frames( text ).size() ) + " frames";
       } catch ( FrameError const & e ) {
          std::string error = e.what();
-         return error.starts_with( folder.path() ) ? error.substr( folder.path().size() ) : error;
+         return error.starts_with( directory.path() ) ? error.substr( directory.path().size() )
+                                                      : error;
       }
    }
 
-   Folder folder;
+   Directory directory;
 };
 
-TEST_F( FrameTextTest, WhatHasNoPrefixIsHexadecimal ) {
+TEST_F( FrameTextTest, TextWithoutAPrefixIsHexadecimal ) {
    EXPECT_THAT( frames( "0180c200000e 02:00:00:00:00:01 88cc" ),
                 ElementsAre( std::string( "\x01\x80\xc2\0\0\x0e\x02\0\0\0\0\x01\x88\xcc", 14 ) ) );
    EXPECT_EQ( errorOf( "0180" ), "frame of 2 bytes; expected at least 14, an Ethernet header" );
@@ -46,34 +47,35 @@ TEST_F( FrameTextTest, Base64IsReadWithAnyPadding ) {
    EXPECT_THAT( frames( "base64:MDEyMzQ1Njc4OTAx\n  MjM0" ), ElementsAre( "012345678901234" ) );
 }
 
-TEST_F( FrameTextTest, WhatIsNoBase64IsRefused ) {
-   auto const bad = " behind \"base64:\" is none of it; expected A-Z, a-z, 0-9, \"+\", \"/\", and "
-                    "\"=\" at the end";
+TEST_F( FrameTextTest, InvalidBase64IsRejected ) {
+   auto const bad = " after \"base64:\" is not base64";
    EXPECT_EQ( errorOf( "base64:Zm9_" ), std::string( "character 4" ) + bad );
    EXPECT_EQ( errorOf( "base64:Zg==Zg==" ), std::string( "character 5" ) + bad );
-   EXPECT_EQ( errorOf( "base64:Zm9vY" ), "5 characters of base64, of them 0 \"=\"; expected groups "
-                                         "of four, the last with at most two \"=\"" );
-   EXPECT_EQ( errorOf( "base64:Z===" ), "4 characters of base64, of them 3 \"=\"; expected groups "
-                                        "of four, the last with at most two \"=\"" );
+   EXPECT_EQ( errorOf( "base64:Zm9vY" ),
+              "base64 text of 5 characters, 0 of them \"=\"; "
+              "expected groups of four, the last with at most two \"=\"" );
+   EXPECT_EQ( errorOf( "base64:Z===" ),
+              "base64 text of 4 characters, 3 of them \"=\"; "
+              "expected groups of four, the last with at most two \"=\"" );
    EXPECT_EQ( errorOf( "base64:Zm9v" ),
               "frame of 3 bytes; expected at least 14, an Ethernet header" );
 }
 
 TEST_F( FrameTextTest, FramesOfACaptureFileComeInTheOrderOfTheirNumbers ) {
    std::vector< std::string > const all{ frame( '1' ), frame( '2' ), frame( '3' ), frame( '4' ) };
-   folder.write( "a.pcap", pcapFile( all ) );
-   folder.write( "a#1.pcapng", pcapngFile( all ) );
+   directory.write( "a.pcap", pcapFile( all ) );
+   directory.write( "a#1.pcapng", pcapngFile( all ) );
    for ( std::string const text : { "pcap:a.pcap", "pcapng:a#1.pcapng", "pcapng:a.pcap" } ) {
       EXPECT_THAT( frames( text + "#1" ), ElementsAre( frame( '1' ) ) ) << text;
       EXPECT_THAT( frames( text + "#4,1-3" ),
                    ElementsAre( frame( '4' ), frame( '1' ), frame( '2' ), frame( '3' ) ) );
       EXPECT_THAT( frames( text + "#2,2" ), ElementsAre( frame( '2' ), frame( '2' ) ) );
    }
-   EXPECT_THAT( frames( "pcap:" + folder.path() + "a.pcap#3" ), ElementsAre( frame( '3' ) ) );
+   EXPECT_THAT( frames( "pcap:" + directory.path() + "a.pcap#3" ), ElementsAre( frame( '3' ) ) );
 }
 
-TEST_F( FrameTextTest, NumbersThatMakeNoSenseAreRefused ) {
-   folder.write( "a.pcap", pcapFile( { frame( '1' ), frame( '2' ) } ) );
+TEST_F( FrameTextTest, InvalidFrameNumbersAreRejected ) {
+   directory.write( "a.pcap", pcapFile( { frame( '1' ), frame( '2' ) } ) );
    for ( std::string const bad : { "", "0", "1,", "3-1", "1-", "-1", "x", "1 2", "1,0-2", "1-2-3",
                                    "99999999999999999999999" } ) {
       EXPECT_EQ( errorOf( "pcap:a.pcap#" + bad ),
@@ -81,37 +83,37 @@ TEST_F( FrameTextTest, NumbersThatMakeNoSenseAreRefused ) {
                     "\"; expected numbers from 1 and ranges, such as \"1,3-5\"" );
    }
    EXPECT_EQ( errorOf( "pcap:a.pcap" ),
-              "no file and frame numbers; expected such as \"pcap:FILE#1,3-5\"" );
+              "expected a file and frame numbers, such as \"pcap:FILE#1,3-5\"" );
    EXPECT_EQ( errorOf( "pcap:#1" ),
-              "no file and frame numbers; expected such as \"pcap:FILE#1,3-5\"" );
-   EXPECT_EQ( errorOf( "pcap:a.pcap#2-3" ), "a.pcap: no frame 3; the file has 2" );
+              "expected a file and frame numbers, such as \"pcap:FILE#1,3-5\"" );
+   EXPECT_EQ( errorOf( "pcap:a.pcap#2-3" ), "a.pcap: no frame 3; the file has 2 frames" );
    for ( auto const * many : { "1-10001", "1,1-10000", "1-18446744073709551615" } ) {
       EXPECT_EQ( errorOf( std::string( "pcap:a.pcap#" ) + many ),
-                 "a.pcap: more than 10000 frames; expected at most that" );
+                 "a.pcap: more than 10000 frames, which is the limit" );
    }
 }
 
-TEST_F( FrameTextTest, FilesThatHoldNoWholeEthernetFramesAreRefused ) {
-   folder.write( "ip.pcap", pcapFile( { frame( '1' ) }, 101 ) );
-   folder.write( "cut.pcap", pcapFile( { frame( '1' ) }, 1, 5 ) );
-   folder.write( "short.pcap", pcapFile( { frame( '1' ), "x" } ) );
-   EXPECT_EQ( errorOf( "pcap:ip.pcap#1" ),
-              "ip.pcap: frames of link type RAW; expected EN10MB, Ethernet" );
+TEST_F( FrameTextTest, CapturesWithoutCompleteEthernetFramesAreRejected ) {
+   directory.write( "ip.pcap", pcapFile( { frame( '1' ) }, 101 ) );
+   directory.write( "cut.pcap", pcapFile( { frame( '1' ) }, 1, 5 ) );
+   directory.write( "short.pcap", pcapFile( { frame( '1' ), "x" } ) );
+   EXPECT_EQ( errorOf( "pcap:ip.pcap#1" ), "ip.pcap: link type RAW; expected EN10MB, Ethernet" );
    EXPECT_EQ( errorOf( "pcap:cut.pcap#1" ),
-              "cut.pcap: frame 1 has 18 of its 23 bytes; expected a whole one" );
+              "cut.pcap: frame 1 has only 18 of its 23 bytes; expected a complete capture" );
    EXPECT_EQ( errorOf( "pcap:short.pcap#1" ), "1 frames" );
    EXPECT_EQ( errorOf( "pcap:short.pcap#2" ),
               "short.pcap: frame 2 has 1 bytes; expected at least 14, an Ethernet header" );
 }
 
-TEST_F( FrameTextTest, FilesThatAreNoCapturesAreRefused ) {
+TEST_F( FrameTextTest, FilesThatAreNotCapturesAreRejected ) {
    auto const whole = pcapFile( { frame( '1' ) } );
-   folder.write( "text", "hello, hello, hello, hello" );
-   folder.write( "half.pcap", whole.substr( 0, whole.size() - 3 ) );
-   ASSERT_EQ( ::mkfifo( ( folder.path() + "pipe" ).c_str(), 0600 ), 0 );
+   directory.write( "text", "hello, hello, hello, hello" );
+   directory.write( "half.pcap", whole.substr( 0, whole.size() - 3 ) );
+   ASSERT_EQ( ::mkfifo( ( directory.path() + "pipe" ).c_str(), 0600 ), 0 );
    EXPECT_EQ( errorOf( "pcap:none#1" ), "none: no such file; expected a pcap or pcapng file" );
-   EXPECT_EQ( errorOf( "pcap:pipe#1" ), "pipe: no regular file; expected a pcap or pcapng file" );
-   EXPECT_EQ( errorOf( "pcap:.#1" ), ".: no regular file; expected a pcap or pcapng file" );
+   EXPECT_EQ( errorOf( "pcap:pipe#1" ),
+              "pipe: not a regular file; expected a pcap or pcapng file" );
+   EXPECT_EQ( errorOf( "pcap:.#1" ), ".: not a regular file; expected a pcap or pcapng file" );
    EXPECT_THAT( errorOf( "pcap:text#1" ),
                 ::testing::MatchesRegex( "text: .+; expected a pcap or pcapng file" ) );
    EXPECT_THAT( errorOf( "pcap:half.pcap#1" ),

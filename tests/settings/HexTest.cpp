@@ -28,12 +28,12 @@ TEST( HexTest, CaseDoesNotMatter ) {
    EXPECT_EQ( frameFromHex( "0180C200000E02000000000188CC" ), frameFromHex( header ) );
 }
 
-TEST( HexTest, BlanksLineEndsTabsAndColonsSeparateAnywhere ) {
+TEST( HexTest, WhitespaceAndColonsMaySeparateDigits ) {
    EXPECT_EQ( frameFromHex( "01:80:c2:00:00:0e 0 2 0000000001\n88cc\r\n\t" ),
               frameFromHex( header ) );
 }
 
-TEST( HexTest, EveryByteComesBack ) {
+TEST( HexTest, EveryByteSurvivesTheRoundTrip ) {
    std::string bytes;
    for ( int i = 0; i < 256; ++i ) {
       bytes += static_cast< char >( i );
@@ -41,7 +41,7 @@ TEST( HexTest, EveryByteComesBack ) {
    EXPECT_EQ( frameFromHex( toHex( bytes ) ), bytes );
 }
 
-TEST( HexTest, ACharacterThatIsNoDigitIsNamedWithItsPlace ) {
+TEST( HexTest, ACharacterThatIsNotADigitIsReportedWithItsPosition ) {
    EXPECT_EQ( errorOf( "01xy" ), "\"x\" at character 3 of the frame; expected hexadecimal digits" );
    EXPECT_EQ( errorOf( std::string( "01\x80", 3 ) ),
               "byte 0x80 at character 3 of the frame; expected hexadecimal digits" );
@@ -51,12 +51,12 @@ TEST( HexTest, ACharacterThatIsNoDigitIsNamedWithItsPlace ) {
               "\"G\" at character 29 of the frame; expected hexadecimal digits" );
 }
 
-TEST( HexTest, AnOddNumberOfDigitsIsRefused ) {
+TEST( HexTest, AnOddNumberOfDigitsIsRejected ) {
    EXPECT_EQ( errorOf( header + "0" ),
               "frame of 29 hexadecimal digits; expected two for each byte" );
 }
 
-TEST( HexTest, AFrameHoldsAtLeastAnEthernetHeader ) {
+TEST( HexTest, AFrameHasAtLeastAnEthernetHeader ) {
    EXPECT_EQ( errorOf( header.substr( 2 ) ),
               "frame of 13 bytes; expected at least 14, an Ethernet header" );
    EXPECT_EQ( errorOf( "" ), "frame of 0 bytes; expected at least 14, an Ethernet header" );

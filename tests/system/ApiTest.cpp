@@ -1,6 +1,6 @@
 // The control API as a door: what clients of all kinds do to an agent that has a delay to keep.
 #include "settings/Hex.h"
-#include "tests/system/AgentProcess.h"
+#include "tests/system/DaemonProcess.h"
 #include "tests/system/RawClient.h"
 
 #include <gmock/gmock.h>

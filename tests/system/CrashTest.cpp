@@ -3,7 +3,7 @@
 // and the record says what happened. And what is no shutdown of the operator's sends nothing.
 #include "settings/Hex.h"
 #include "tests/support/OpenMetricsParser.h"
-#include "tests/system/AgentProcess.h"
+#include "tests/system/DaemonProcess.h"
 #include "valend/shutdown/JournalEntry.h"
 
 #include <filesystem>

@@ -2,7 +2,7 @@
 // another, the neighbors in a third. Nothing here depends on how fast the machine is: tests wait for
 // what must happen, and delays are long where something must happen during one.
 #include "tests/system/NotifySocket.h"
-#include "tests/system/RunningAgent.h"
+#include "tests/system/RunningDaemon.h"
 
 #include <gmock/gmock.h>
 
@@ -16,7 +16,7 @@ using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using ::testing::StartsWith;
 
-class DaemonTest : public RunningAgentTest {};
+class DaemonTest : public RunningDaemonTest {};
 
 // --- The main job --------------------------------------------------------------------------------
 
@@ -24,8 +24,8 @@ TEST_F( DaemonTest, FramesLeaveByteForByteAndThenTheLinkGoesDown ) {
    start( config( 300 ) );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    ASSERT_TRUE( becomesReady( "Ethernet2" ) );
-   Capture far1( *neighbours_, "far1" );
-   Capture far2( *neighbours_, "far2" );
+   Capture far1( *neighbors_, "far1" );
+   Capture far2( *neighbors_, "far2" );
 
    auto const first = ctl( { "shutdown", "Ethernet1", "--wait" } );
    EXPECT_EQ( first.status, 0 );
@@ -59,7 +59,7 @@ TEST_F( DaemonTest, TheLinkStaysUpForTheWholeDelay ) {
 TEST_F( DaemonTest, EnablingWithinTheDelayLeavesTheLinkUp ) {
    start( config( 3000 ) );
    ASSERT_TRUE( becomesReady( "Ethernet2" ) );
-   Capture far2( *neighbours_, "far2" );
+   Capture far2( *neighbors_, "far2" );
    ASSERT_EQ( ctl( { "shutdown", "Ethernet2" } ).status, 0 );
    EXPECT_EQ( interface( "Ethernet2" )[ "delayed" ], true );
    auto const result = ctl( { "enable", "Ethernet2" } );
@@ -88,7 +88,7 @@ TEST_F( DaemonTest, ShutdownAndEnableCanBeRepeated ) {
    start( config( 0 ) );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    for ( int i = 0; i < 3; ++i ) {
-      Capture far1( *neighbours_, "far1" );
+      Capture far1( *neighbors_, "far1" );
       EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
       EXPECT_FALSE( linkUp( *machine_, "et1" ) );
       EXPECT_EQ( far1.frames( 3, milliseconds( 300 ) ).size(), 2u );
@@ -123,10 +123,10 @@ TEST_F( DaemonTest, ARecreatedDeviceIsUsedUnderItsNewIndex ) {
    EXPECT_THAT( refused.err, HasSubstr( "no device \"et1\" in namespace \"default\"" ) );
    EXPECT_EQ( ctl( { "enable", "Ethernet1" } ).status, 1 );
 
-   machine_->veth( "et1", *neighbours_, "far1" );
+   machine_->veth( "et1", *neighbors_, "far1" );
    ASSERT_NE( machine_->index( "et1" ), old );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
-   Capture far1( *neighbours_, "far1" );
+   Capture far1( *neighbors_, "far1" );
    EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
    EXPECT_THAT( far1.frames( 3, milliseconds( 500 ) ),
                 ElementsAre( frame( "one" ), frame( "two" ) ) );
@@ -139,9 +139,9 @@ TEST_F( DaemonTest, ANamespaceThatAppearsLaterIsUsed ) {
    ASSERT_TRUE( becomesUnready( "Ethernet2", "namespace missing" ) );
    EXPECT_EQ( ctl( { "shutdown", "Ethernet2", "--wait" } ).status, 1 );
    red_->create();
-   red_->veth( "et2", *neighbours_, "far9" ); // the kernel takes its time to remove the old far2
+   red_->veth( "et2", *neighbors_, "far9" ); // the kernel takes its time to remove the old far2
    ASSERT_TRUE( becomesReady( "Ethernet2" ) );
-   Capture far9( *neighbours_, "far9" );
+   Capture far9( *neighbors_, "far9" );
    EXPECT_EQ( ctl( { "shutdown", "Ethernet2", "--wait" } ).status, 0 );
    EXPECT_THAT( far9.frames( 2, milliseconds( 500 ) ), ElementsAre( frame( "red" ) ) );
    EXPECT_FALSE( linkUp( *red_, "et2" ) );
@@ -154,9 +154,9 @@ TEST_F( DaemonTest, ANamespaceRecreatedUnderItsNameIsUsed ) {
    ASSERT_TRUE( becomesUnready( "Ethernet2", "namespace missing" ) );
    red_->create();
    ASSERT_TRUE( becomesUnready( "Ethernet2", "no device" ) );
-   red_->veth( "et2", *neighbours_, "far9" ); // the kernel takes its time to remove the old far2
+   red_->veth( "et2", *neighbors_, "far9" ); // the kernel takes its time to remove the old far2
    ASSERT_TRUE( becomesReady( "Ethernet2" ) );
-   Capture far9( *neighbours_, "far9" );
+   Capture far9( *neighbors_, "far9" );
    EXPECT_EQ( ctl( { "shutdown", "Ethernet2", "--wait" } ).status, 0 );
    EXPECT_THAT( far9.frames( 2, milliseconds( 500 ) ), ElementsAre( frame( "red" ) ) );
 }
@@ -189,7 +189,7 @@ TEST_F( DaemonTest, AFrameThatIsTooLongIsReportedAndDoesNotStopTheShutdown ) {
       ctl( { "status" } ).out,
       HasSubstr( "Ethernet1: frame 1 of bulk (1614 bytes) exceeds the limit of et1 (1514) "
                  "and will not be sent\n" ) );
-   Capture far1( *neighbours_, "far1" );
+   Capture far1( *neighbors_, "far1" );
    auto const result = ctl( { "shutdown", "Ethernet1", "--wait" } );
    EXPECT_EQ( result.status, 0 );
    EXPECT_THAT( result.err, HasSubstr( "Ethernet1: 1 frame sent, 1 failed (Message too long)\n" ) );
@@ -204,7 +204,7 @@ TEST_F( DaemonTest, WhenStoppedItSendsNothingAndLeavesTheLinks ) {
    start( config( 20000 ) );
    ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    ASSERT_EQ( ctl( { "shutdown", "Ethernet1" } ).status, 0 );
-   Capture far2( *neighbours_, "far2" );
+   Capture far2( *neighbors_, "far2" );
    agent_->signal( SIGTERM );
    EXPECT_EQ( agent_->wait(), 0 ) << agent_->err();
    EXPECT_THAT( agent_->err(), HasSubstr( "stopping on SIGTERM" ) );
@@ -274,7 +274,7 @@ TEST_F( DaemonTest, TheServiceManagerIsNotifiedOfReadinessAndStopping ) {
 TEST_F( DaemonTest, AReloadAppliesChangesAndDisturbsNothingElse ) {
    start( config( 6000 ) );
    ASSERT_TRUE( becomesReady( "Ethernet2" ) );
-   Capture far2( *neighbours_, "far2" );
+   Capture far2( *neighbors_, "far2" );
    ASSERT_EQ( ctl( { "shutdown", "Ethernet2" } ).status, 0 );
    auto changed = config( 100 );
    changed.replace( changed.find( Settings::toHex( frame( "one" ) ) ),
@@ -284,7 +284,7 @@ TEST_F( DaemonTest, AReloadAppliesChangesAndDisturbsNothingElse ) {
    ASSERT_TRUE( eventually( [ this ] {
       return ctl( { "show", "config/valen/globalConfig/shutdownDelayMs" } ).out == "100\n";
    } ) );
-   Capture far1( *neighbours_, "far1" );
+   Capture far1( *neighbors_, "far1" );
    EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
    EXPECT_THAT( far1.frames( 3, milliseconds( 500 ) ),
                 ElementsAre( frame( "new" ), frame( "two" ) ) );

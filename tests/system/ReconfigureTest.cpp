@@ -1,7 +1,7 @@
-// Everything that the configuration can change while the agent runs, on the real kernel: each change
-// ends in the state that a new start would have come to, which frames on the far end show.
+// Every change of the configuration that takes effect while valend runs, on the real kernel. Each one
+// must lead to the same state as a restart would; the frames at the far end show it.
 #include "tests/system/NotifySocket.h"
-#include "tests/system/RunningAgent.h"
+#include "tests/system/RunningDaemon.h"
 
 #include <algorithm>
 #include <filesystem>
@@ -15,9 +15,9 @@ using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 
-class ReconfigureTest : public RunningAgentTest {
+class ReconfigureTest : public RunningDaemonTest {
  protected:
-   // The parts of a configuration; what a test does not change is as at the start.
+   // The parts of a configuration. A test sets those that differ from the first configuration.
    struct Parts {
       std::string delay = "500";
       std::string netNs;
@@ -41,17 +41,17 @@ class ReconfigureTest : public RunningAgentTest {
       ASSERT_TRUE( becomesReady( "Ethernet1" ) );
       ASSERT_TRUE( becomesReady( "Ethernet2" ) );
    }
-   // Puts `parts` in force and returns what the command says of it.
+   // Reloads with `parts` and returns the output of the command.
    std::string reload( Parts const & parts ) {
       std::ofstream( *work_ / "valen.yaml" ) << text( parts );
       auto const result = ctl( { "reload" } );
       EXPECT_EQ( result.status, 0 ) << result.err;
       return result.out;
    }
-   // Shuts the interface down and takes what comes out at the far end.
+   // Shuts the interface down and returns the frames that its far end receives.
    std::vector< std::string > goodbyes( std::string const & interface,
                                         std::string const & far ) const {
-      Capture capture( *neighbours_, far );
+      Capture capture( *neighbors_, far );
       EXPECT_EQ( ctl( { "shutdown", interface, "--wait" } ).status, 0 );
       return capture.frames( 5, milliseconds( 300 ) );
    }
@@ -60,16 +60,16 @@ class ReconfigureTest : public RunningAgentTest {
    }
 };
 
-// --- Each change, and back -----------------------------------------------------------------------
+// --- Each change, and its reversal ---------------------------------------------------------------
 
-TEST_F( ReconfigureTest, MessagesCanBeRemovedAndAddedAgain ) {
+TEST_F( ReconfigureTest, FramesCanBeRemovedAndAddedAgain ) {
    startWith( {} );
    Parts without;
    without.lldp = "{Ethernet2: [" + hex( "red" ) + "]}";
    EXPECT_EQ( reload( without ), "interface Ethernet1: messages of lldp removed\n" );
    ASSERT_TRUE( becomesUnready( "Ethernet1", "no frames" ) );
    EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), IsEmpty() );
-   EXPECT_FALSE( linkUp( *machine_, "et1" ) ) << "it goes down all the same";
+   EXPECT_FALSE( linkUp( *machine_, "et1" ) ) << "it goes down without frames";
    enable( "Ethernet1" );
 
    EXPECT_EQ( reload( {} ), "interface Ethernet1: messages of lldp added, 1 frame\n" );
@@ -79,7 +79,7 @@ TEST_F( ReconfigureTest, MessagesCanBeRemovedAndAddedAgain ) {
    EXPECT_TRUE( linkUp( *red_, "et2" ) );
 }
 
-TEST_F( ReconfigureTest, ADropInOfAnotherPackageAddsItsFrames ) {
+TEST_F( ReconfigureTest, ADropInAddsItsFrames ) {
    startWith( {} );
    std::filesystem::create_directory( *work_ / "conf.d" );
    std::ofstream( *work_ / "conf.d/radv.yaml" )
@@ -94,7 +94,7 @@ TEST_F( ReconfigureTest, ADropInOfAnotherPackageAddsItsFrames ) {
    EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), ElementsAre( frame( "one" ) ) );
 }
 
-TEST_F( ReconfigureTest, AnInterfaceCanMoveToAnotherVrfWithItsDevice ) {
+TEST_F( ReconfigureTest, AnInterfaceAndItsDeviceCanMoveToAnotherVrf ) {
    startWith( {} );
    machine_->ip( "link set et1 netns " + red_->text() );
    red_->ip( "link set et1 up" );
@@ -115,16 +115,16 @@ TEST_F( ReconfigureTest, AnInterfaceCanMoveToAnotherVrfWithItsDevice ) {
    EXPECT_FALSE( linkUp( *machine_, "et1" ) );
 }
 
-TEST_F( ReconfigureTest, AVrfCanGetAnotherNamespace ) {
+TEST_F( ReconfigureTest, TheNamespaceOfAVrfCanChange ) {
    TestNetNs const blue;
-   blue.veth( "et2", *neighbours_, "far3" );
+   blue.veth( "et2", *neighbors_, "far3" );
    startWith( {} );
    Parts other;
    other.netNs = blue.text();
    EXPECT_EQ( reload( other ),
               "VRF red: namespace " + blue.text() + ", was " + red_->text() + "\n" );
    ASSERT_TRUE( becomesReady( "Ethernet2" ) );
-   Capture old( *neighbours_, "far2" );
+   Capture old( *neighbors_, "far2" );
    EXPECT_THAT( goodbyes( "Ethernet2", "far3" ), ElementsAre( frame( "red" ) ) );
    EXPECT_THAT( old.frames( 1, milliseconds( 100 ) ), IsEmpty() );
    EXPECT_FALSE( linkUp( blue, "et2" ) );
@@ -136,7 +136,7 @@ TEST_F( ReconfigureTest, AVrfCanGetAnotherNamespace ) {
    EXPECT_FALSE( linkUp( *red_, "et2" ) );
 }
 
-TEST_F( ReconfigureTest, SupportCanBeSwitchedOffAndOn ) {
+TEST_F( ReconfigureTest, TheDelayOfOneInterfaceCanBeDisabledAndEnabled ) {
    startWith( {} );
    Parts off;
    off.interfaces = "[{name: Ethernet1, device: et1, shutdown-delay: false}, "
@@ -152,7 +152,7 @@ TEST_F( ReconfigureTest, SupportCanBeSwitchedOffAndOn ) {
    EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), ElementsAre( frame( "one" ) ) );
 }
 
-TEST_F( ReconfigureTest, TheFeatureCanBeSwitchedOffAndOn ) {
+TEST_F( ReconfigureTest, TheDelayCanBeDisabledAndEnabled ) {
    startWith( {} );
    Parts off;
    off.delay = "";
@@ -185,12 +185,12 @@ TEST_F( ReconfigureTest, ADeviceCanBeRenamed ) {
    EXPECT_FALSE( linkUp( *machine_, "et9" ) );
 }
 
-TEST_F( ReconfigureTest, ARunningDelayIsNotDisturbedByChangesElsewhere ) {
+TEST_F( ReconfigureTest, ADelayInProgressIsNotAffectedByOtherChanges ) {
    Parts parts;
    parts.delay = "5000";
    startWith( parts );
-   machine_->veth( "et3", *neighbours_, "far3" );
-   Capture far2( *neighbours_, "far2" );
+   machine_->veth( "et3", *neighbors_, "far3" );
+   Capture far2( *neighbors_, "far2" );
    Process waiting( { VALENCTL, "--socket", socket(), "shutdown", "Ethernet2", "--wait" },
                     *work_ / "waiting" );
    ASSERT_TRUE(
@@ -218,9 +218,9 @@ TEST_F( ReconfigureTest, ARunningDelayIsNotDisturbedByChangesElsewhere ) {
    EXPECT_TRUE( linkUp( *machine_, "et1" ) );
 }
 
-// --- What the operator sees of it ----------------------------------------------------------------
+// --- What the operator sees ----------------------------------------------------------------------
 
-TEST_F( ReconfigureTest, AReloadThatIsRefusedListsAllErrorsAndChangesNothing ) {
+TEST_F( ReconfigureTest, ARejectedReloadListsAllErrorsAndChangesNothing ) {
    startWith( {} );
    auto const before = ctl( { "config", "show", "--json" } ).out;
    std::filesystem::create_directory( *work_ / "conf.d" );
@@ -242,7 +242,7 @@ TEST_F( ReconfigureTest, AReloadThatIsRefusedListsAllErrorsAndChangesNothing ) {
    for ( auto const & error : errors ) {
       EXPECT_THAT( result.err, HasSubstr( error ) );
       EXPECT_THAT( check.err, HasSubstr( error ) );
-      EXPECT_THAT( agent_->err(), HasSubstr( error ) ) << "the log has it too";
+      EXPECT_THAT( agent_->err(), HasSubstr( error ) ) << "in the log as well";
    }
    EXPECT_EQ( std::count( check.err.begin(), check.err.end(), '\n' ), 4 );
    EXPECT_THAT( result.err,
@@ -252,7 +252,7 @@ TEST_F( ReconfigureTest, AReloadThatIsRefusedListsAllErrorsAndChangesNothing ) {
    EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), ElementsAre( frame( "one" ) ) );
 }
 
-TEST_F( ReconfigureTest, WhatIsInForceIsShownWithFileAndLine ) {
+TEST_F( ReconfigureTest, TheActiveConfigurationIsShownWithFileAndLine ) {
    startWith( {} );
    auto const file = *work_ / "valen.yaml";
    auto const shown = ctl( { "config", "show" } ).out;
@@ -275,17 +275,17 @@ TEST_F( ReconfigureTest, WhatIsInForceIsShownWithFileAndLine ) {
    EXPECT_EQ( ctl( { "reload" } ).err, "reloaded: 0 changes\n" );
 }
 
-TEST_F( ReconfigureTest, WhatNeedsANewStartIsSaid ) {
+TEST_F( ReconfigureTest, TheReloadListsSettingsThatTakeEffectAtTheNextStart ) {
    startWith( {} );
    std::ofstream( *work_ / "valen.yaml" )
-      << text( {} ) << "socket: /else\nnetns-folder: /run/other\ntrace: {levels: IntfSm/0}\n";
+      << text( {} ) << "socket: /else\nnetns-directory: /run/other\ntrace: {levels: IntfSm/0}\n";
    EXPECT_EQ( ctl( { "reload" } ).out, "trace.levels IntfSm/0, was */0-1\n"
-                                       "netns-folder /run/other: takes effect at the next start\n" )
-      << "the socket is the command line's";
+                                       "netns-directory /run/other: takes effect at the next start\n" )
+      << "the socket comes from the command line";
    EXPECT_EQ( ctl( { "trace", "levels" } ).out, "IntfSm/0\n" );
 }
 
-TEST_F( ReconfigureTest, TheServiceManagerFollowsEachReload ) {
+TEST_F( ReconfigureTest, TheServiceManagerIsNotifiedOfEachReload ) {
    NotifySocket manager( *work_ / "notify" );
    ::setenv( "NOTIFY_SOCKET", manager.path().c_str(), 1 );
    startWith( {} );
@@ -295,13 +295,13 @@ TEST_F( ReconfigureTest, TheServiceManagerFollowsEachReload ) {
    agent_->signal( SIGHUP );
    EXPECT_THAT( manager.received(),
                 ::testing::MatchesRegex( "RELOADING=1\nMONOTONIC_USEC=[0-9]+" ) );
-   EXPECT_EQ( manager.received(), "READY=1\nSTATUS=Configuration refused, 1 error; the one before "
-                                  "is in force" );
+   EXPECT_EQ( manager.received(), "READY=1\nSTATUS=Configuration rejected (1 error); keeping the "
+                                  "previous one" );
    Parts parts;
    parts.delay = "100";
    reload( parts );
    EXPECT_THAT( manager.received(), ::testing::StartsWith( "RELOADING=1" ) );
-   EXPECT_EQ( manager.received(), "READY=1\nSTATUS=Configuration read again, 1 change" );
+   EXPECT_EQ( manager.received(), "READY=1\nSTATUS=Configuration reloaded: 1 change" );
 }
 
 } // namespace

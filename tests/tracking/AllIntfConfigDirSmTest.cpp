@@ -17,7 +17,7 @@ class AllIntfConfigDirSmTest : public testing::Test, protected Valen::Test::Leak
    static constexpr char const * handleIntfConfig =
       "void Valen::AllIntfConfigDirSm::handleIntfConfig(Corvid::IntfId)";
 
-   // Publishes the configuration of an interface, complete.
+   // Publishes the complete configuration of an interface.
    Quill::Ptr< Interface::IntfConfig > configure( char const * intfId, bool supported = true ) {
       auto const intfConfig = Quill::make< Interface::IntfConfig >( intfId );
       intfConfig->adminShutdownDelaySupportedIs( supported );
@@ -66,7 +66,7 @@ TEST_F( AllIntfConfigDirSmTest, ReplaysTheConfigurationsThatExist ) {
    EXPECT_EQ( trace.texts( 0 ).size(), 3u );
 }
 
-TEST_F( AllIntfConfigDirSmTest, ConfigurationBeforeTheInterfaceIsLinkedWhenThatComes ) {
+TEST_F( AllIntfConfigDirSmTest, ConfigurationBeforeTheInterfaceIsLinkedWhenTheInterfaceIsAdded ) {
    start();
    auto const intfConfig = configure( "Ethernet1" );
    EXPECT_THAT( trace.messages( handleIntfConfig ),
@@ -77,7 +77,7 @@ TEST_F( AllIntfConfigDirSmTest, ConfigurationBeforeTheInterfaceIsLinkedWhenThatC
    EXPECT_THAT( trace.messages( handleIntfConfig ), ElementsAre( "Ethernet1", "adding" ) );
 }
 
-TEST_F( AllIntfConfigDirSmTest, InterfaceBeforeTheConfigurationIsLinkedWhenThatComes ) {
+TEST_F( AllIntfConfigDirSmTest, InterfaceBeforeTheConfigurationIsLinkedWhenItIsConfigured ) {
    start();
    auto const intf = addIntf( "Ethernet1" );
    EXPECT_FALSE( intf->intfConfig() );
@@ -198,7 +198,7 @@ TEST_F( AllIntfConfigDirSmTest, DestructionUnlinksEveryInterface ) {
    EXPECT_THAT( trace.texts(),
                 ElementsAre( "void Valen::AllIntfConfigDirSm::handleDestruction(): " ) );
    EXPECT_EQ( trace.lines().front().level, 0 );
-   configDir->intfConfigDelAll(); // reaches nobody
+   configDir->intfConfigDelAll(); // has no effect
    EXPECT_EQ( trace.texts().size(), 1u );
 }
 
@@ -237,7 +237,7 @@ TEST_F( AllIntfConfigDirSmTest, WatchesNothingOnceItsEntitiesAreTakenAway ) {
    EXPECT_EQ( intf->intfConfig(), intfConfig );
 }
 
-TEST_F( AllIntfConfigDirSmTest, SwitchedOffItIsNotTold ) {
+TEST_F( AllIntfConfigDirSmTest, SwitchedOffItIsNotNotified ) {
    start();
    auto const intf = addIntf( "Ethernet1" );
    sm->hasNotificationActiveIs( false );

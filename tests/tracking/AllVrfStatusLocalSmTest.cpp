@@ -19,7 +19,7 @@ std::string const handleChildDestruction = "void Valen::VrfStatusLocalSm::handle
 std::string const reinstantiating =
    "Reinstantiating the pointer interface where constructor parameter attribute ";
 
-// Remembers the faults that reach the framework.
+// Records the faults that reach the framework.
 class FaultRecorder final : public Quill::FaultSink {
  public:
    FaultRecorder() : old_( Quill::faultSinkIs( this ) ) {}
@@ -225,7 +225,7 @@ TEST_F( AllVrfStatusLocalSmTest, AnotherStatusReplacesTheChild ) {
    start();
    addSet( "red" );
    addStatus( "red", "ns-red" );
-   // The exchange is seen as one change when nobody was told of the removal.
+   // A replacement is one change if the removal was not notified.
    sm->hasNotificationActiveIs( false );
    statuses->vrfDel( "red" );
    auto const other = addStatus( "red", "ns-other" );
@@ -276,7 +276,7 @@ TEST_F( AllVrfStatusLocalSmTest, TheDefaultVrfsRecordIsKeptForTheSameSet ) {
    EXPECT_EQ( trace.lines().back().level, 1 );
 }
 
-TEST_F( AllVrfStatusLocalSmTest, TheDefaultVrfsRecordIsMadeAnewForAnotherSet ) {
+TEST_F( AllVrfStatusLocalSmTest, TheDefaultVrfsRecordIsRecreatedForAnotherSet ) {
    start();
    addSet( "default" );
    auto const old = allVrf->vrf( "default" );
@@ -292,7 +292,7 @@ TEST_F( AllVrfStatusLocalSmTest, TheDefaultVrfsRecordIsMadeAnewForAnotherSet ) {
                 ElementsAre( handleDefaultVrf + ": ", handleDefaultVrf + ": removing stale vrf" ) );
 }
 
-TEST_F( AllVrfStatusLocalSmTest, TheDefaultVrfsRecordGoesSilentlyWithTheSet ) {
+TEST_F( AllVrfStatusLocalSmTest, TheDefaultVrfsRecordIsDeletedSilentlyWithTheSet ) {
    start();
    addSet( "default" );
    trace.clear();
@@ -341,7 +341,7 @@ TEST_F( AllVrfStatusLocalSmTest, AForeignRecordFailsTheConstructionOfTheChild ) 
                              " than the current value of " + Quill::display( otherSet ) ) );
 }
 
-TEST_F( AllVrfStatusLocalSmTest, AForeignRecordGoesWithAnyOtherState ) {
+TEST_F( AllVrfStatusLocalSmTest, AForeignRecordIsDeletedInAnyOtherState ) {
    start();
    auto const set = addSet( "red" );
    allVrf->vrfIs( "red", "ns-old", Quill::Ptr< VrfL3Intf const >( set ) );
@@ -349,7 +349,7 @@ TEST_F( AllVrfStatusLocalSmTest, AForeignRecordGoesWithAnyOtherState ) {
    EXPECT_FALSE( allVrf->vrfHas( "red" ) );
 }
 
-TEST_F( AllVrfStatusLocalSmTest, AForeignRecordGoesWithTheChild ) {
+TEST_F( AllVrfStatusLocalSmTest, AForeignRecordIsDeletedWithTheChild ) {
    start();
    auto const set = addSet( "red" );
    addStatus( "red", "ns-red", Ip::VrfState::initializing );

@@ -17,7 +17,7 @@ std::string const handleVrf = "void Valen::L3IntfStatusSm::handleVrf()";
 std::string const handleChildInitialized = "void Valen::L3IntfStatusSm::handleInitialized()";
 std::string const handleChildDestruction = "void Valen::L3IntfStatusSm::handleDestruction()";
 
-// What the watchers of AllVrf::vrfL3Intf are told.
+// The notifications of AllVrf::vrfL3Intf.
 class SetWatcher final : public AllVrf::NotifieeConst {
  public:
    void onAttribute( Quill::AttrId attributeId, void const * key ) override {
@@ -45,7 +45,7 @@ class L3IntfStatusDirSmTest : public testing::Test, protected Valen::Test::LeakC
       sm = l3IntfStatusDirSmFactory( statusDir, allVrf, allIntf );
       trace.clear();
    }
-   // The interfaces in the set of a VRF; "none" when there is no set.
+   // The interfaces in the set of a VRF; "none" if the set does not exist.
    std::vector< std::string > intfsIn( char const * vrf ) const {
       auto const set = allVrf->vrfL3Intf( vrf );
       if ( !set ) {
@@ -155,7 +155,7 @@ TEST_F( L3IntfStatusDirSmTest, MovingIntoAnExistingSetJoinsIt ) {
    EXPECT_THAT( intfsIn( "red" ), ElementsAre( "none" ) );
 }
 
-TEST_F( L3IntfStatusDirSmTest, ANotificationWithoutChangeMakesTheSetAnew ) {
+TEST_F( L3IntfStatusDirSmTest, ANotificationWithoutAChangeRecreatesTheSet ) {
    start();
    addIntf( "Ethernet1" );
    addStatus( "Ethernet1", "red" );
@@ -255,7 +255,7 @@ TEST_F( L3IntfStatusDirSmTest, AnotherStatusReplacesTheChildOldOneFirst ) {
    start();
    auto const intf = addIntf( "Ethernet1" );
    addStatus( "Ethernet1", "red" );
-   // The exchange is seen as one change when nobody was told of the removal.
+   // A replacement is one change if the removal was not notified.
    sm->hasNotificationActiveIs( false );
    statusDir->intfStatusDel( "Ethernet1" );
    auto const other = addStatus( "Ethernet1", "blue" );

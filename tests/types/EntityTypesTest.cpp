@@ -1,4 +1,4 @@
-// The configuration, status and platform entities that the library stands on.
+// The configuration, status and platform entities that the library uses.
 #include "tests/support/LeakCheck.h"
 #include "types/ConfigTypes.h"
 #include "types/InterfaceTypes.h"

@@ -1,4 +1,4 @@
-// The model: what its mutators change, whom they tell, what they refuse.
+// The model: what its mutators change, notify and reject.
 #include "types/ValenTypes.h"
 
 #include "tests/support/LeakCheck.h"
@@ -30,10 +30,10 @@ template < class T > class Recorder final : public T::NotifieeConst {
 
 class ValenTypesTest : public ::testing::Test {
  protected:
-   // The text of the name-in-use error that `refused` raises.
-   template < class Refused > static std::string nameInUseText( Refused const & refused ) {
+   // The text of the name-in-use error that `rejected` raises.
+   template < class Refused > static std::string nameInUseText( Refused const & rejected ) {
       try {
-         refused();
+         rejected();
       } catch ( Quill::NameInUseException const & exception ) {
          return exception.what();
       }
@@ -74,7 +74,7 @@ TEST_F( ValenTypesTest, AMessageRecordIsMadeOnceAndRemoved ) {
    EXPECT_EQ( message->parent(), nullptr );
 }
 
-TEST_F( ValenTypesTest, AnIntfIsMadeOnceAndToldOnce ) {
+TEST_F( ValenTypesTest, AnIntfIsMadeOnceAndNotifiedOnce ) {
    auto const message = allIntf->intfMessageIs( "Ethernet1" );
    Recorder< AllIntf > const recorder( allIntf );
    auto const intf = allIntf->intfIs( "Ethernet1", message );
@@ -84,7 +84,7 @@ TEST_F( ValenTypesTest, AnIntfIsMadeOnceAndToldOnce ) {
    EXPECT_THAT( recorder.changes, ElementsAre( "intf Ethernet1" ) );
 }
 
-TEST_F( ValenTypesTest, AnIntfOfAnotherMessageRecordIsRefused ) {
+TEST_F( ValenTypesTest, AnIntfOfAnotherMessageRecordIsRejected ) {
    auto const message = allIntf->intfMessageIs( "Ethernet1" );
    auto const intf = allIntf->intfIs( "Ethernet1", message );
    auto const other = Quill::make< IntfMessage >( "Ethernet1" );
@@ -98,7 +98,7 @@ TEST_F( ValenTypesTest, AnIntfOfAnotherMessageRecordIsRefused ) {
    EXPECT_EQ( allIntf->intfIs( "Ethernet1", other )->intfMessage(), other );
 }
 
-TEST_F( ValenTypesTest, DelAllTellsOfEveryMember ) {
+TEST_F( ValenTypesTest, DelAllNotifiesEveryMember ) {
    for ( auto const * const name : { "Ethernet1", "Ethernet2" } ) {
       allIntf->intfIs( name, allIntf->intfMessageIs( name ) );
    }
@@ -118,7 +118,7 @@ TEST_F( ValenTypesTest, MessagesComeGoAndAreExchangedByAgent ) {
    auto const two = Quill::make< Config::Agent::Message >( "Ethernet1" );
    Recorder< IntfMessage > const recorder( message );
    message->messageIs( "a", nullptr );
-   EXPECT_THAT( recorder.changes, IsEmpty() ) << "absent and null: nothing";
+   EXPECT_THAT( recorder.changes, IsEmpty() ) << "absent and null: no change";
    message->messageIs( "a", one );
    message->messageIs( "a", one );
    EXPECT_THAT( recorder.changes, ElementsAre( "message a" ) );
@@ -139,7 +139,7 @@ TEST_F( ValenTypesTest, MessagesComeGoAndAreExchangedByAgent ) {
 
 // --- Intf ----------------------------------------------------------------------------------------
 
-TEST_F( ValenTypesTest, TheHandlesOfAnIntfAreToldWhenTheyDiffer ) {
+TEST_F( ValenTypesTest, TheHandlesOfAnIntfNotifyWhenTheyChange ) {
    auto const intf = Quill::make< Intf >( "Ethernet1", nullptr );
    Recorder< Intf > const recorder( intf );
    auto const l3IntfStatus = Quill::make< L3::Intf::Status >( "Ethernet1" );
@@ -158,7 +158,7 @@ TEST_F( ValenTypesTest, TheHandlesOfAnIntfAreToldWhenTheyDiffer ) {
    EXPECT_EQ( intf->intfConfig(), nullptr );
 }
 
-TEST_F( ValenTypesTest, ADeviceIsToldWhenAnyOfItsPartsDiffers ) {
+TEST_F( ValenTypesTest, ADeviceNotifiesWhenAnyOfItsPartsChanges ) {
    auto const intf = Quill::make< Intf >( "Ethernet1", nullptr );
    auto const status = Quill::make< Interface::IntfStatus >( "Ethernet1" );
    Recorder< Intf > const recorder( intf );
@@ -182,7 +182,7 @@ TEST_F( ValenTypesTest, TheDefaultDeviceIsTheEmptyOne ) {
    EXPECT_EQ( &defaultDevice(), &defaultDevice() );
 }
 
-TEST_F( ValenTypesTest, AnIntfThatIsStillHeldOutlivesItsCollection ) {
+TEST_F( ValenTypesTest, AnIntfWithAHandleOutlivesItsCollection ) {
    auto const set = allVrf->vrfL3IntfIs( "red" );
    set->intfIs( allIntf->intfIs( "Ethernet1", allIntf->intfMessageIs( "Ethernet1" ) ) );
    allIntf->intfDel( "Ethernet1" );
@@ -208,7 +208,7 @@ TEST_F( ValenTypesTest, AVrfIsMadeOnceAndRemoved ) {
    EXPECT_EQ( recorder.changes.size(), 4u );
 }
 
-TEST_F( ValenTypesTest, AVrfOfAnotherNamespaceOrSetIsRefusedNamespaceFirst ) {
+TEST_F( ValenTypesTest, AVrfOfAnotherNamespaceOrSetIsRejectedNamespaceFirst ) {
    auto const set = allVrf->vrfL3IntfIs( "red" );
    auto const vrf = allVrf->vrfIs( "red", "ns-red", set );
    auto const other = Quill::make< VrfL3Intf >( "red" );

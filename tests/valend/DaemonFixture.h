@@ -130,8 +130,12 @@ class DaemonFixture : public ::testing::Test {
  protected:
    // Shutdowns are written down in `stateDirectory`; nowhere when it is empty.
    explicit DaemonFixture( std::string const & stateDirectory = "" )
-       : kernel( sent ), feeder( store, kernel, clock.scheduler() ),
-         faults( [ this ]( auto const & vrf, auto const & why ) { feeder.vrfFailed( vrf, why ); } ),
+       : kernel( sent ), feeder( store, kernel, clock.scheduler(), conditions ),
+         faults( [ this ]( auto const & fault ) {
+            if ( Valen::isVrfSetupFault( fault ) ) {
+               feeder.vrfFailed( fault.key, fault.text );
+            }
+         } ),
          journal( stateDirectory, machine(), []( bool, auto const & ) {} ),
          controller( store, feeder.config(), kernel, journal, clock.scheduler(), work ) {
       store.entityManager->mountProviderIs( "kni/ns/", &kernel );
@@ -204,6 +208,16 @@ class DaemonFixture : public ::testing::Test {
                            packet.bytes.back() );
       }
       return frames;
+   }
+
+   // The frames that a shutdown sends: sets the flag of the interface and clears it again.
+   std::vector< std::string > framesOf( std::string const & interface ) {
+      auto const before = sent.packets.size();
+      auto const config = store.allIntfConfigDir->intfConfig( interface );
+      config->adminShutdownDelayedIs( true );
+      config->adminShutdownDelayedIs( false );
+      auto frames = sentFrames();
+      return { frames.begin() + static_cast< std::ptrdiff_t >( before ), frames.end() };
    }
 
    Valen::Test::LeakCheck leaks;

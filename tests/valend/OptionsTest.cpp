@@ -1,11 +1,9 @@
 #include "valend/Options.h"
 
 #include "platform/trace/Trace.h"
-#include "valend/configuration/Configurator.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
-
-#include <algorithm>
 #include <vector>
 
 namespace Valend {
@@ -28,7 +26,7 @@ class OptionsTest : public ::testing::Test {
    std::string err;
 };
 
-TEST_F( OptionsTest, WithoutAnyTheUsualPlacesAreTaken ) {
+TEST_F( OptionsTest, WithoutOptionsEverythingIsAtItsDefault ) {
    auto const options = parse( {} );
    ASSERT_TRUE( options );
    EXPECT_EQ( options->config, "/etc/valen/valen.yaml" );
@@ -36,72 +34,72 @@ TEST_F( OptionsTest, WithoutAnyTheUsualPlacesAreTaken ) {
    EXPECT_EQ( options->process, Settings::ProcessConfig() );
 }
 
-TEST_F( OptionsTest, EachOptionIsTaken ) {
-   auto const options = parse( { "--config", "c", "--check", "--socket", "s", "--netns-folder",
-                                 "/n", "--trace", "ConfigSm/0", "--trace-file", "f", "--trace-ring",
-                                 "r", "--state-directory", "/s", "--metrics-file", "/m" } );
+TEST_F( OptionsTest, EachOptionIsRead ) {
+   auto const options = parse( { "--config", "c", "--check" } );
    ASSERT_TRUE( options );
    EXPECT_EQ( options->config, "c" );
    EXPECT_TRUE( options->check );
-   EXPECT_EQ( options->process,
-              ( Settings::ProcessConfig{ "s", "/n", "ConfigSm/0", "f", "r", "/s", "/m" } ) );
+   for ( auto const & setting : Settings::processSettings ) {
+      auto const option = "--" + std::string( setting.option );
+      auto const * const value =
+         setting.type == Settings::SettingType::traceLevels ? "ConfigSm/0" : "/value";
+      auto const one = parse( { option.c_str(), value } );
+      ASSERT_TRUE( one ) << option;
+      Settings::ProcessConfig expected;
+      expected.valueIs( setting, value );
+      EXPECT_EQ( one->process, expected ) << option;
+   }
 }
 
-TEST_F( OptionsTest, TheCommandLineGoesBeforeTheFile ) {
-   Settings::ProcessConfig const file{ "s1", std::nullopt, "l1", std::nullopt, "r1", "/s", "/m1" };
-   Settings::ProcessConfig const commandLine{ "s2",         std::nullopt, std::nullopt, "f2",
-                                    std::nullopt, std::nullopt, "/m2" };
-   EXPECT_EQ( Settings::merged( file, commandLine ),
-              ( Settings::ProcessConfig{ "s2", std::nullopt, "l1", "f2", "r1", "/s", "/m2" } ) );
+TEST_F( OptionsTest, ARelativePathStartsAtTheWorkingDirectory ) {
+   auto const options = parse( { "--state-directory", "state", "--socket", "sock" } );
+   ASSERT_TRUE( options );
+   EXPECT_EQ( options->process.given( "state-directory" ),
+              ( std::filesystem::current_path() / "state" ).string() );
+   EXPECT_EQ( options->process.given( "socket" ), "sock" )
+      << "made absolute, it might exceed the length of a Unix address";
 }
 
-TEST_F( OptionsTest, TheServiceManagerSaysWhereTheStateIs ) {
-   ::setenv( "STATE_DIRECTORY", "/var/lib/one:/var/lib/two", 1 );
-   EXPECT_EQ( Settings::stateDirectoryOf( {} ), "/var/lib/one" );
-   Settings::ProcessConfig configured;
-   configured.stateDirectory = "/srv";
-   EXPECT_EQ( Settings::stateDirectoryOf( configured ), "/srv" );
-   ::unsetenv( "STATE_DIRECTORY" );
-   EXPECT_EQ( Settings::stateDirectoryOf( configured ), "/srv" );
+TEST_F( OptionsTest, AValueOutsideTheLimitsIsRejected ) {
+   EXPECT_FALSE( parse( { "--socket", std::string( 108, 's' ).c_str() } ) );
+   EXPECT_EQ( exit, Exit::usage );
+   EXPECT_NE( err.find( "socket has 108 bytes; expected a path of 1 to 107 bytes" ),
+              std::string::npos );
+   EXPECT_FALSE( parse( { "--state-directory", "" } ) );
+   EXPECT_NE( err.find( "state-directory is \"\"; expected an absolute path" ), std::string::npos );
 }
 
-TEST_F( OptionsTest, TheStateDirectoryThatNoFileNamesIsShownAllTheSame ) {
-   ::setenv( "STATE_DIRECTORY", "/var/lib/one", 1 );
-   Configurator configurator( "f", {}, []( auto const & ) {} );
-   configurator.start( {} );
-   auto const settings = configurator.inForce()[ "settings" ];
-   ::unsetenv( "STATE_DIRECTORY" );
-   auto const setting = std::find_if( settings.begin(), settings.end(), []( auto const & each ) {
-      return each[ "name" ] == "state-directory";
-   } );
-   ASSERT_NE( setting, settings.end() );
-   EXPECT_EQ( ( *setting )[ "value" ], "/var/lib/one" );
-   EXPECT_EQ( ( *setting )[ "origin" ], "default" );
-}
-
-TEST_F( OptionsTest, HelpAndVersionEndWell ) {
+TEST_F( OptionsTest, HelpListsEveryOptionWithItsDefault ) {
    EXPECT_FALSE( parse( { "--help" } ) );
    EXPECT_EQ( exit, Exit::done );
-   EXPECT_NE( out.find( "78 the configuration is refused" ), std::string::npos );
+   EXPECT_NE( out.find( "78 configuration rejected" ), std::string::npos );
+   for ( auto const & setting : Settings::processSettings ) {
+      EXPECT_NE( out.find( "--" + std::string( setting.option ) + " " ), std::string::npos );
+      EXPECT_NE( out.find( setting.help ), std::string::npos ) << setting.name;
+      EXPECT_NE( out.find( setting.shownDefault() ), std::string::npos ) << setting.name;
+   }
+}
+
+TEST_F( OptionsTest, TheVersionIsPrinted ) {
    EXPECT_FALSE( parse( { "--version" } ) );
    EXPECT_EQ( exit, Exit::done );
    EXPECT_EQ( out.rfind( "valend ", 0 ), 0u );
 }
 
-TEST_F( OptionsTest, AWrongOptionIsNamed ) {
-   EXPECT_FALSE( parse( { "--colour" } ) );
+TEST_F( OptionsTest, AnUnknownOptionIsReported ) {
+   EXPECT_FALSE( parse( { "--color" } ) );
    EXPECT_EQ( exit, Exit::usage );
-   EXPECT_NE( err.find( "--colour" ), std::string::npos );
+   EXPECT_NE( err.find( "--color" ), std::string::npos );
    EXPECT_EQ( out, "" );
 }
 
 TEST_F( OptionsTest, TraceLevelsAreCheckedAndNotSet ) {
-   auto const inForce = Quill::traceLevels();
+   auto const active = Quill::traceLevels();
    EXPECT_FALSE( parse( { "--trace", "ConfigSm" } ) );
    EXPECT_EQ( exit, Exit::usage );
    EXPECT_NE( err.find( "trace pattern \"ConfigSm\" is not NAME/LEVEL" ), std::string::npos );
    EXPECT_TRUE( parse( { "--trace", "ConfigSm/0" } ) );
-   EXPECT_EQ( Quill::traceLevels(), inForce );
+   EXPECT_EQ( Quill::traceLevels(), active );
 }
 
 } // namespace

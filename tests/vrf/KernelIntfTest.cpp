@@ -20,7 +20,7 @@ using ::testing::IsEmpty;
 using ::testing::SizeIs;
 using Texts = std::vector< std::string >;
 
-// Publishes whatever the test has put at a path.
+// Publishes what the test has put at a path.
 class FakeMounts final : public Orrery::MountProvider {
  public:
    Quill::Ptr< Quill::Entity > mount( std::string_view path ) override {
@@ -151,7 +151,7 @@ TEST_F( KernelIntfTest, RemovingOneVrfLeavesTheOther ) {
 }
 
 // The order: manager, mount, directory, record.
-TEST_F( KernelIntfTest, RemovingGoesInTheReverseOrderOfAdding ) {
+TEST_F( KernelIntfTest, RemovingUndoesAddingInReverseOrder ) {
    auto const devices = kernelIntf->vrfIs( "red", "ns-a" );
    addDevice( "ns-a", 7, "et1" );
    struct : Orrery::MountProvider {
@@ -221,7 +221,7 @@ TEST_F( KernelIntfTest, AnEntityOfAnotherTypeCountsAsNothing ) {
    EXPECT_EQ( entityManager->mounts(), 1u );
 }
 
-TEST_F( KernelIntfTest, ANamespaceNameOfMoreThan150BytesIsRefused ) {
+TEST_F( KernelIntfTest, ANamespaceNameOfMoreThan150BytesIsRejected ) {
    try {
       kernelIntf->vrfIs( "red", std::string( 151, 'n' ).c_str() );
       FAIL() << "nothing was thrown";
@@ -262,7 +262,7 @@ TEST_F( KernelIntfTest, DestructionRemovesEveryVrf ) {
 
 using KernelIntfDeathTest = KernelIntfTest;
 
-// A record that comes back while it is being removed breaks the object's own invariant.
+// A record that is added again while it is being removed breaks the object's own invariant.
 TEST_F( KernelIntfDeathTest, ANamespaceLeftBehindByDestructionEndsTheProcess ) {
    struct : Orrery::MountProvider {
       Quill::Ptr< Quill::Entity > mount( std::string_view ) override { return nullptr; }

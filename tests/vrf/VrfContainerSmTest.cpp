@@ -187,7 +187,7 @@ TEST_F( VrfContainerSmErrnoTest, AMissingNamespaceLeavesTheContainerUninitialize
                              "file or directory type: open ns-red, 2",
                              "void Valen::VrfContainerSm::handleInitialized(): valid exception" ) );
    EXPECT_EQ( Quill::unexpectedExceptions(), unexpected );
-   // Devices are ignored from now on; whoever joins later is not.
+   // Devices are ignored from now on; interfaces that join later are not.
    trace.clear();
    deviceIs( "Ethernet1", "et1", 7 );
    EXPECT_THAT( trace.texts(),
@@ -236,7 +236,7 @@ TEST_F( VrfContainerSmErrnoTest, AnyOtherErrorLeavesTheFactoryWithItsErrno ) {
    EXPECT_EQ( intf->refs(), 3u ) << "the model's, the set's and ours";
 }
 
-// An endpoint that throws what the test wants, and spoils errno when it goes.
+// An endpoint that throws what the test wants, and changes errno when it is destroyed.
 class FailingRawTxPam final : public Corvid::RawTxPam {
    QUILL_TRACKED( Valen::FailingRawTxPam )
  public:
@@ -418,7 +418,7 @@ TEST_F( VrfContainerSmTest, ADeviceOfAnInterfaceInAnotherVrfIsIgnored ) {
    EXPECT_THAT( trace.texts(), ElementsAre( handleDevice( "Ethernet1" ) ) );
 }
 
-TEST_F( VrfContainerSmTest, ADeviceThatGoesIsTakenFromItsInterface ) {
+TEST_F( VrfContainerSmTest, ARemovedDeviceIsTakenFromItsInterface ) {
    auto const intf = joinVrf( "Ethernet1" );
    deviceIs( "Ethernet1", "et1", 7 );
    create();
@@ -540,19 +540,19 @@ TEST_F( VrfContainerSmTest, RemovalFromInsideItsOwnHandlerWaitsForTheHandler ) {
          Quill::Reactor::retire( std::move( sm ) );
          alive = VrfContainerSm::quillAllocation.live == 1;
          trace.clear();
-         deviceIs( "Ethernet1", "et1", 8 ); // silenced: this must not reach it
+         deviceIs( "Ethernet1", "et1", 8 ); // silenced: must not be notified
          EXPECT_THAT( traced(), IsEmpty() );
       }
    } );
    deviceIs( "Ethernet1", "et1", 7 );
-   EXPECT_TRUE( alive ) << "it stands until its handler returns";
+   EXPECT_TRUE( alive ) << "it stays alive until its handler returns";
    EXPECT_EQ( VrfContainerSm::quillAllocation.live, 0u );
    EXPECT_EQ( IntfSm::quillAllocation.live, 0u );
    EXPECT_EQ( pams.live, 0u );
    EXPECT_FALSE( statusDir->intfStatusHas( "Ethernet1" ) );
 }
 
-// The delay of an interface ends with its VRF, from inside the handler that began it.
+// The delay of an interface ends with its VRF, from inside the handler that started it.
 TEST_F( VrfContainerSmTest, RemovalFromInsideAGrandchildsHandlerLeavesNothing ) {
    auto const intf = joinVrf( "Ethernet1" );
    deviceIs( "Ethernet1", "et1", 7 );

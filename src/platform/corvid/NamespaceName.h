@@ -19,7 +19,7 @@ class NamespaceName : public Quill::NameOf< NamespaceName > {
        : NamespaceName( std::string_view( text ) ) {}
    NamespaceName( Quill::String const & text ) : NamespaceName( text.view() ) {} // NOLINT
 
-   // The namespace of the default VRF: the process's own. No other namespace bears this name.
+   // The namespace of the default VRF: the process's own. No other namespace has this name.
    static NamespaceName defaultNamespace() { return NamespaceName( "default" ); }
 };
 

@@ -9,7 +9,7 @@ void Pkt::stringValueIs( Quill::String bytes, bool /* flag */ ) {
 }
 
 Quill::Ptr< Pkt > Pkt::Manager::newPkt() {
-   // A packet lives for one send, so the first place looked at is nearly always free.
+   // A packet exists for one send, so the first one tried is nearly always free.
    for ( std::size_t tries = 0; tries < pool_.size(); ++tries ) {
       auto const & pkt = pool_[ next_ ];
       if ( pkt->refs() == 1 ) {

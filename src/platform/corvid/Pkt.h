@@ -27,13 +27,13 @@ class Pkt final : public Quill::PtrInterface {
    Quill::String bytes_;
 };
 
-// Makes packets out of a pool: a packet that nobody holds any more is used again, so that sending
-// allocates nothing once the pool has grown.
+// Makes packets from a pool: a packet without handles is reused, so that sending allocates nothing
+// once the pool has grown.
 class Pkt::Manager final {
  public:
    // An empty packet.
    Quill::Ptr< Pkt > newPkt();
-   // Frees the packets that nobody holds.
+   // Frees the packets that have no handles.
    void trim() noexcept;
 
  private:

@@ -19,15 +19,15 @@ class RawTxPam : public Quill::PtrInterface {
    NamespaceName const & netNs() const noexcept { return netNs_; }
 
    // Opens the endpoint in its namespace, or closes it. Throws Quill::ErrnoException, and opens
-   // nothing, when the kernel refuses: ENOENT where the namespace does not exist, EINVAL where its
-   // name stands for something else, EPERM without the privilege, EMFILE or ENFILE without a
-   // descriptor.
+   // nothing, if the kernel refuses: ENOENT if the namespace does not exist, EINVAL if its name
+   // refers to something else, EPERM without the privilege, EMFILE or ENFILE if descriptors run
+   // out.
    virtual void enabledIs( bool enabled ) = 0;
    virtual bool enabled() const noexcept = 0;
 
-   // Says that the packets that follow are for the device `deviceName`, which is known to have
-   // `ifIndex`. An index can pass to another device behind its watcher's back, so the endpoint
-   // makes sure once per burst, and refuses to send to any other device.
+   // Announces packets for the device `deviceName`, which is known to have `ifIndex`. The index can
+   // pass to another device before the watcher learns of it, so the endpoint checks once per burst
+   // and does not send to any other device.
    virtual void burstIs( U32 ifIndex, Quill::String const & deviceName ) = 0;
 
    // Sends `pkt` unchanged out of device `ifIndex` of the endpoint's namespace. Never blocks.
@@ -45,7 +45,7 @@ class RawTxPam : public Quill::PtrInterface {
    NamespaceName netNs_;
 };
 
-// Makes the endpoints of a process: of the kernel's packet sockets in an agent, of recorders in
+// Makes the endpoints of a process: on packet sockets of the kernel in a daemon, recorders in
 // tests.
 class RawTxPamProvider {
  public:

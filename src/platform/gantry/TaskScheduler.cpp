@@ -1,5 +1,7 @@
 #include "platform/gantry/TaskScheduler.h"
 
+#include "platform/quill/EntityTables.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -18,8 +20,8 @@ class MonotonicClock final : public Clock {
 MonotonicClock const monotonicClock;
 TaskSchedulerRoot * root = nullptr;
 
-// Rounded to the nanosecond. No number is no time; what is longer than any use becomes a time that
-// can still be added to any clock's.
+// Rounded to the nanosecond. NaN is 0; a huge number becomes a time that can still be added to that
+// of any clock.
 Time secondsToTime( double seconds ) noexcept {
    constexpr double longest = 4e9; // well over a century
    if ( !( seconds > 0 ) ) {
@@ -156,11 +158,11 @@ TimerTask::~TimerTask() {
 }
 
 void TimerTask::scheduleTaskDelay( double seconds ) {
-   scheduler_->arm( *this, scheduler_->now() + secondsToTime( seconds ) );
+   scheduler()->arm( *this, scheduler()->now() + secondsToTime( seconds ) );
 }
 
 void TimerTask::unscheduleTask() noexcept {
-   scheduler_->disarm( *this );
+   scheduler()->disarm( *this );
 }
 
 void TimerTask::run() {

@@ -1,7 +1,7 @@
 // Gantry: one-shot timer tasks on an explicit clock.
 //
-// The scheduler is plain C++ and never sleeps: who drives it asks for nextDeadline(), waits by
-// whatever means it has, and calls runDue(). Tests turn the clock by hand.
+// The scheduler is plain C++ and never sleeps: an event loop asks for nextDeadline(), waits by its
+// own means, and calls runDue(). Tests set the clock by hand.
 #pragma once
 
 #include "platform/quill/Attributes.h"
@@ -30,7 +30,7 @@ enum class TaskPriority : U8 {
 
 class TimerTask;
 
-// What timer tasks run on.
+// Runs timer tasks.
 class TaskScheduler : public Quill::PtrInterface {
    QUILL_TRACKED( Gantry::TaskScheduler )
  public:
@@ -38,11 +38,11 @@ class TaskScheduler : public Quill::PtrInterface {
    explicit TaskScheduler( Clock const & clock ) : clock_( &clock ) {}
 
    Time now() const noexcept { return clock_->now(); }
-   // When the earliest armed task is due; nothing when none is armed.
+   // When the earliest armed task is due; empty if no task is armed.
    std::optional< Time > nextDeadline() const noexcept;
    // Runs every task whose deadline is not after the clock's time at the call, by deadline, then by
-   // priority. A task armed meanwhile is due after that time, so that one that arms itself with no
-   // delay cannot hold the loop. Returns how many ran.
+   // priority. A task armed meanwhile is due after that time, so a task that arms itself without
+   // delay cannot block the loop. Returns how many ran.
    U32 runDue();
    U32 armedTasks() const noexcept { return static_cast< U32 >( heap_.size() ); }
 
@@ -69,11 +69,11 @@ class TaskScheduler : public Quill::PtrInterface {
 // The process's scheduler.
 class TaskSchedulerRoot final : public TaskScheduler {
  public:
-   // The one scheduler of the process, made at the first call and kept alive by its handles; on the
-   // monotonic clock until another is set.
+   // The only scheduler of the process, made at the first call and kept alive by its handles. Uses
+   // the monotonic clock until another one is set.
    static Quill::Ptr< TaskSchedulerRoot > findOrCreateScheduler();
 
-   // Puts the scheduler on another clock, which must outlive it. Only while no task is armed.
+   // Switches to another clock, which must outlive the scheduler. Only while no task is armed.
    void schedulerClockIs( Clock const & clock );
 
  private:
@@ -82,8 +82,8 @@ class TaskSchedulerRoot final : public TaskScheduler {
    ~TaskSchedulerRoot() override;
 };
 
-// A one-shot timer. An entity: its run is told as a change of `taskRun`, on the agent's thread,
-// while taskCurrentlyRunning() is true.
+// A one-shot timer. An entity: its run is notified as a change of `taskRun`, on the thread of the
+// event loop, while taskCurrentlyRunning() is true.
 class TimerTask final : public Quill::Entity {
    QUILL_ENTITY( Gantry::TimerTask )
  public:
@@ -96,9 +96,9 @@ class TimerTask final : public Quill::Entity {
    QUILL_SINGLE( U32, taskRun ) // how often the task ran
 
  public:
-   // Arms the task to run once, `seconds` from now, to the nearest nanosecond. 0, less, and what is
-   // no number at all mean at once: at the next turn, and inside a turn just after it. A task that
-   // is armed already is armed anew.
+   // Arms the task to run once, `seconds` from now, to the nearest nanosecond. 0, a negative number
+   // and NaN mean immediately: in the next turn, and inside a turn right after it. A task that is
+   // armed already is rearmed.
    void scheduleTaskDelay( double seconds );
    // Disarms; no effect on a task that is not armed.
    void unscheduleTask() noexcept;
@@ -122,5 +122,3 @@ class TimerTask final : public Quill::Entity {
 };
 
 } // namespace Gantry
-
-QUILL_ENTITY_TABLES_ELSEWHERE( Gantry::TimerTask )

@@ -19,7 +19,7 @@ class Timer::Notifiee final : public Quill::NotifieeOf< TimerTask > {
       auto const work = work_; // the work may destroy the timer
       auto const name = notifier()->name();
       Quill::underFaultBoundary(
-         "Timer", "", [ & ] { return name.stdString(); }, *work );
+         { typeid( Timer ), "Timer" }, [ & ] { return name.stdString(); }, *work );
    }
 
  private:

@@ -23,7 +23,8 @@ void WorkQueue::run( Entry const & entry ) {
       return;
    }
    Quill::underFaultBoundary(
-      "WorkQueue", "", [ & ] { return owner ? owner->name : std::string(); }, entry.work );
+      { typeid( WorkQueue ), "WorkQueue" }, [ & ] { return owner ? owner->name : std::string(); },
+      entry.work );
 }
 
 PostedWork::PostedWork( WorkQueue & queue, std::string name )

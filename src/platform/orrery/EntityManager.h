@@ -14,10 +14,10 @@ namespace Orrery {
 class MountProvider {
  public:
    virtual ~MountProvider() = default;
-   // Publishes the entity of `path`, or returns the one that is already published.
-   // Null when there is nothing at that path.
+   // Publishes the entity of `path`, or returns the one that is already published. Null if the path
+   // does not exist.
    virtual Quill::Ptr< Quill::Entity > mount( std::string_view path ) = 0;
-   // Nobody has the path mounted any more. No effect when nothing is published there.
+   // The path is no longer mounted anywhere. No effect if nothing is published there.
    virtual void unmount( std::string_view path ) = 0;
 };
 
@@ -37,7 +37,7 @@ class EntityManager final : public Quill::PtrInterface {
    void mount( std::string_view path );
    // Undoes mount; no effect on a path that is not mounted.
    void unmount( std::string_view path );
-   // The mounted entity; null when the path is not mounted or has nothing published.
+   // The mounted entity; null if the path is not mounted or nothing is published there.
    Quill::Ptr< Quill::Entity > mounted( std::string_view path ) const;
    std::size_t mounts() const noexcept { return mounts_.size(); }
 

@@ -14,8 +14,8 @@ struct MountInfo {
    MountType mountType;
 };
 
-// Mounts and unmounts through one entity manager. Keeps no mount of its own: what it mounts stays
-// until it is unmounted, by this object or another.
+// Mounts and unmounts through one entity manager. A mount outlasts this object: it stays until it
+// is unmounted, by this object or another.
 class Mount final : public Quill::PtrInterface {
    QUILL_TRACKED( QuillShoal::Mount )
  public:
@@ -29,7 +29,7 @@ class Mount final : public Quill::PtrInterface {
    void doMount( Quill::String const & path, char const * typeName, MountInfo const & info );
    // No effect on a path that is not mounted.
    void doUnmount( Quill::String const & path );
-   // The entity mounted at `path`, whatever its type; null when there is none.
+   // The entity mounted at `path`, of any type; null if nothing is mounted there.
    Quill::Ptr< Quill::Entity > getEntity( Quill::String const & path ) const;
 
  private:

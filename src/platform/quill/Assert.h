@@ -1,8 +1,8 @@
 // Assertions: invariants of our own, checked in every build type.
 //
-// A failed assertion prints the expression as it stands in the source, the place and the function
-// on standard error, runs the abort hook (which makes the trace ring safe) and aborts. Input and
-// answers of the kernel are never asserted.
+// A failed assertion prints the source text of the expression, its file and line and the function
+// on standard error, runs the abort hook (which saves the trace ring) and aborts. Input and answers
+// of the kernel are never asserted.
 #pragma once
 
 namespace Quill {

@@ -1,13 +1,13 @@
 // The keyed collections of entities and reactors.
 //
-//   Members< M, &M::key >   reference-counted members that carry their own key; owns one handle each
+//   Members< M, &M::key >   members under a key that they carry themselves; owns one handle each
 //   Map< K, V >             plain values or handles under an outside key
 //   Set< K >                keys alone
 //
 // Look-up and insertion take constant time on average; a key brings its own hash. A walk (range-for
 // over the collection) visits in order of insertion and survives anything: see WalkList.h. What a
-// walk yields is pinned or copied, so the loop body may delete it. None of these notifies; that is
-// the business of the entity that holds them (Attributes.h).
+// walk yields is pinned or copied, so the loop body may delete it. None of these notifies; the
+// fields of entities do (CollectionFields.h).
 #pragma once
 
 #include "platform/quill/Ptr.h"
@@ -27,7 +27,7 @@ constexpr U64 mixed( U64 identity ) noexcept {
 }
 
 // A key's hash. Numbers, handles and interned names are hashed by what they are, without touching
-// what they stand for.
+// what they refer to.
 template < class K > U64 hashOf( K const & key ) noexcept {
    if constexpr ( std::is_integral_v< K > || std::is_enum_v< K > ) {
       return mixed( static_cast< U64 >( key ) );
@@ -40,7 +40,7 @@ template < class K > U64 hashOf( K const & key ) noexcept {
    }
 }
 
-// Whether keys of equal hashes are equal, so that nobody need look at the keys themselves.
+// Whether keys of equal hashes are equal, so that the keys themselves need not be compared.
 template < class K > inline constexpr bool hashIdentifies = !requires( K const & key ) {
    key.hash();
 }
@@ -89,7 +89,7 @@ template < class E, class K, class KeyOf > class HashTable {
       return nullptr;
    }
 
-   // Requires that the element's key is not there yet.
+   // Requires that the table has no element of the same key.
    void insert( E & element ) {
       if ( count_ >= capacity() ) {
          grow();
@@ -196,12 +196,12 @@ template < class M, auto key > class Members {
    bool has( Key const & k ) const noexcept { return table_.find( k ) != nullptr; }
    U32 count() const noexcept { return table_.count(); }
 
-   // Requires that no member of that key is there.
+   // Requires that there is no member of the same key.
    void insert( Ptr< M > member ) {
       table_.insert( *member );
       member.release();
    }
-   // Takes the member out and returns the collection's handle to it; null when there was none.
+   // Removes the member and returns the collection's handle to it; null if the key is absent.
    Ptr< M > remove( Key const & k ) noexcept {
       auto * const member = table_.find( k );
       if ( !member ) {
@@ -210,7 +210,7 @@ template < class M, auto key > class Members {
       table_.remove( *member );
       return Ptr< M >::adopt( member );
    }
-   // An entity that somebody else still holds is left without a parent.
+   // An entity that still has other handles is left without a parent.
    void clear() noexcept {
       while ( auto * const member = table_.first() ) {
          table_.remove( *member );
@@ -240,7 +240,7 @@ template < class K, class V > class Map {
    Map() = default;
    ~Map() { clear(); }
 
-   // The value under `key`; null when there is none. Valid until the map changes.
+   // The value under `key`; null if the key is absent. Valid until the map changes.
    V const * find( K const & key ) const noexcept {
       auto * const entry = table_.find( key );
       return entry ? &entry->value : nullptr;

@@ -1,5 +1,7 @@
 #include "platform/quill/Dir.h"
 
+#include "platform/quill/EntityTables.h"
+
 namespace Quill {
 
 Dir::~Dir() {

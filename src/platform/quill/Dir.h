@@ -9,20 +9,13 @@
 namespace Quill {
 
 class Dir final : public Entity {
-   QUILL_TRACKED( Quill::Dir )
+   QUILL_ENTITY( Quill::Dir )
  public:
-   using Self = Dir;
-   using Notifiee = NotifieeOf< Dir >;
-   using NotifieeConst = NotifieeOf< Dir const >;
-   static constexpr char const * quillTypeName = "Quill::Dir";
-   static constexpr int quillFirstLine = __LINE__;
+   QUILL_ATTRIBUTE_TAG( entry, MapField< Name, Ptr< Entity > > )
    using Entries = Map< Name, Ptr< Entity > >;
 
    Dir() = default;
    ~Dir() override;
-
-   static EntityType const & staticType() { return entityTypeOf< Dir >(); }
-   EntityType const & entityType() const override { return staticType(); }
 
    Entries const & entry() const noexcept { return entry_; }
    U32 entrys() const noexcept { return entry_.count(); }
@@ -41,14 +34,8 @@ class Dir final : public Entity {
    void entryDel( Name name );
    void entryDelAll();
 
-   struct entryAttr;
-   QUILL_ATTRIBUTE_TAG( map, Ptr< Entity >, Name, entry )
-   struct entryAttr : entryAttrBase {};
-
  private:
    Entries entry_;
 };
 
 } // namespace Quill
-
-QUILL_ENTITY_TABLES_ELSEWHERE( Quill::Dir )

@@ -11,11 +11,11 @@ void NotifieeBase::watch( Ptr< Entity const > entity ) noexcept {
    if ( entity ) {
       entity->notifiees_.append( *this );
    }
-   // Last: letting go of the old entity may destroy it.
+   // Last, because it may destroy the old entity.
    watched_ = std::move( entity );
 }
 
-// Inline by force: a call more would cost a further watcher as much as the handler's own.
+// Forced inline: one more call per watcher would cost as much as the handler's own.
 [[gnu::always_inline]] inline void Entity::tellOne( NotifieeBase & notifiee, AttrId attributeId,
                                                     void const * key ) {
    if ( notifiee.silence_ ) {
@@ -24,9 +24,9 @@ void NotifieeBase::watch( Ptr< Entity const > entity ) noexcept {
    try {
       notifiee.onAttribute( attributeId, key );
    } catch ( ... ) {
-      // Reactors contain their own faults and name themselves (Watch.h); here ends a bare
-      // notifiee's, which may be gone by now.
-      reportFault( "notifiee", "", "" );
+      // Reactors catch their own faults and name themselves (Watch.h). This one is of a bare
+      // notifiee, which may be destroyed by now.
+      reportFault( { typeid( NotifieeBase ), "notifiee" }, "" );
    }
 }
 
@@ -34,9 +34,10 @@ void Entity::tell( NotifieeBase & notifiee, AttrId attributeId, void const * key
    tellOne( notifiee, attributeId, key );
 }
 
-void Entity::tellAll( AttrId attributeId, void const * key ) const {
-   // The last watcher to leave may take the entity along, so nothing here touches a member once
-   // the walk has begun; the walk itself knows when its list dies.
+// Aligned to a cache line: at another place the same loop takes up to a fifth longer.
+[[gnu::aligned( 64 )]] void Entity::tellAll( AttrId attributeId, void const * key ) const {
+   // The last watcher to leave may destroy the entity, so nothing here touches a member once the
+   // walk has begun. The walk itself notices when its list is destroyed.
    Walk walk( notifiees_ );
    walk.each( [ = ]( WalkHook & hook ) {
       tellOne( static_cast< NotifieeBase & >( hook ), attributeId, key );

@@ -1,12 +1,14 @@
-// Quill::Entity: a typed object with attributes, a parent, and watchers that are told of changes.
+// Quill::Entity: a typed object with attributes, a parent, and watchers that are notified of
+// changes.
 //
-// Delivery is synchronous and depth first: a write returns after every watcher has been told.
-//   - A watcher may remove or re-point itself, another or all watchers, and let the entity itself
-//     go. One removed before its turn is not told; one added meanwhile hears of later changes only.
-//   - Notifications nest: a handler may write to the entity that is telling it.
+// Delivery is synchronous and depth first: a write returns after every watcher has been notified.
+//   - A watcher may remove or re-point itself, another or all watchers, and release the entity
+//     itself. A watcher removed before its turn is not notified; one added meanwhile is notified of
+//     later changes only.
+//   - Notifications nest: a handler may write to the entity that notifies it.
 //   - An exception that leaves a handler does not reach the writer: the remaining watchers are
-//     still told and the fault goes to the fault sink (Fault.h).
-//   - A watcher holds a handle to what it watches, so a watched entity lives.
+//     still notified and the fault goes to the fault sink (Fault.h).
+//   - A watcher holds a handle to what it watches, so a watched entity stays alive.
 // A setter therefore notifies last, and relies on nothing of the entity afterwards.
 #pragma once
 
@@ -17,8 +19,8 @@ namespace Quill {
 
 class Entity;
 
-// Receives the changes of one entity. Told only while its notifications are active and it is not
-// a zombie (its reactor has been removed and waits for its handlers to return).
+// Receives the changes of one entity, while its notifications are active and it is not a zombie
+// (its reactor has been removed and waits for its handlers to return).
 class NotifieeBase : public WalkHook {
  public:
    // attributeId   which attribute of the entity changed
@@ -35,7 +37,7 @@ class NotifieeBase : public WalkHook {
    virtual ~NotifieeBase() { watch( nullptr ); }
 
    Entity const * watched() const noexcept { return watched_.get(); }
-   // Moves the registration to `entity`; null removes it. Tells nobody.
+   // Moves the registration to `entity`; null removes it. Does not notify.
    void watch( Ptr< Entity const > entity ) noexcept;
 
  private:
@@ -72,13 +74,14 @@ class Entity : public Member {
       }
       if ( WalkList::after( *first ) ) {
          tellAll( attributeId, key );
-      } else { // the usual case, which needs no walk
+      } else { // one watcher, the usual case, needs no walk
          tell( static_cast< NotifieeBase & >( *first ), attributeId, key );
       }
    }
 
  private:
    friend class NotifieeBase;
+   friend class Field;
 
    static void tellOne( NotifieeBase & notifiee, AttrId attributeId, void const * key );
    static void tell( NotifieeBase & notifiee, AttrId attributeId, void const * key );

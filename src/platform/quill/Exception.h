@@ -65,7 +65,7 @@ class ErrnoException : public Exception {
    int number_;
 };
 
-// While it stands, exceptions of one id are expected: they are part of the caller's plan and not
+// While it exists, exceptions of one id are expected: they are part of the caller's plan and not
 // counted as unexpected. Scopes nest.
 class Expect {
  public:

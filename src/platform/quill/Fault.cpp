@@ -24,9 +24,9 @@ std::string exceptionText( std::exception_ptr const & exception ) {
 } // namespace
 
 std::string Fault::message() const {
-   std::string message = "fault in " + reactor;
-   if ( !attribute.empty() ) {
-      message += " on " + attribute;
+   auto message = std::string( "fault in " ) + source.reactor;
+   if ( *source.attribute ) {
+      message += std::string( " on " ) + source.attribute;
    }
    if ( !key.empty() ) {
       message += " " + key;
@@ -42,11 +42,10 @@ U64 faults() noexcept {
    return faultCount;
 }
 
-void reportFault( std::string reactor, std::string attribute, std::string key ) {
+void reportFault( FaultSource const & source, std::string key ) {
    auto const exception = std::current_exception();
    ++faultCount;
-   Fault const fault{ std::move( reactor ), std::move( attribute ), std::move( key ),
-                      exceptionText( exception ), exception };
+   Fault const fault{ source, std::move( key ), exceptionText( exception ), exception };
    if ( !sink ) {
       abortWith( fault.message().c_str() );
    }

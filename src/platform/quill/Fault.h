@@ -1,24 +1,42 @@
-// The fault boundary: where an exception ends that leaves a handler called by the framework.
+// The fault boundary: it catches an exception that leaves a handler called by the framework.
 //
-// The writer whose change was being told never sees it. The process's fault sink is told who failed
-// on what; with no sink installed the process ends with that text. A handler, setter or factory
-// called directly throws to its caller as usual.
+// The writer of the change never sees it. The process's fault sink learns which reactor failed on
+// what; without a sink the process ends with that text. A handler, setter or factory that is called
+// directly throws to its caller as usual.
 #pragma once
 
 #include "platform/quill/Int.h"
 
 #include <exception>
 #include <string>
+#include <typeindex>
 
 namespace Quill {
 
+// Where a fault happened: what failed, and the attribute that had changed. Compared by
+// type; the names are for people.
+struct FaultSource {
+   std::type_index reactorType;
+   char const * reactor;                           // "ConfigSm"
+   std::type_index attributeType = typeid( void ); // the attribute's tag; void when there is none
+   char const * attribute = "";                    // "vrf"
+};
+
+// That of `Reactor`'s handler for the attribute of tag `Tag`.
+template < class Reactor, class Tag > FaultSource faultSource( char const * reactorName ) {
+   return { typeid( Reactor ), reactorName, typeid( Tag ), Tag::name() };
+}
+
 struct Fault {
-   std::string reactor;   // the reactor's class, "ConfigSm"
-   std::string attribute; // the attribute whose change it was told of
-   std::string key;       // the display form of the key, empty when there is none
-   std::string text;      // what() of the exception
+   FaultSource source;
+   std::string key;  // the display form of the key, empty when there is none
+   std::string text; // what() of the exception
    std::exception_ptr exception;
 
+   // Whether it happened in `Reactor`'s handler for the attribute of tag `Tag`.
+   template < class Reactor, class Tag > bool isFrom() const noexcept {
+      return source.reactorType == typeid( Reactor ) && source.attributeType == typeid( Tag );
+   }
    // "fault in ConfigSm on vrf red: <text>"
    std::string message() const;
 };
@@ -37,17 +55,17 @@ FaultSink * faultSinkIs( FaultSink * sink ) noexcept;
 U64 faults() noexcept;
 
 // Reports the exception being handled. Call from a catch block only.
-void reportFault( std::string reactor, std::string attribute, std::string key );
+void reportFault( FaultSource const & source, std::string key );
 
-// Runs `work` under the boundary. Returns whether it ended without a fault.
+// Runs `work` under the boundary; `keyText()` is asked for the key's text only after a fault. Returns
+// whether it ended without one.
 template < class Work, class KeyText >
-bool underFaultBoundary( char const * reactor, char const * attribute, KeyText const & keyText,
-                         Work const & work ) {
+bool underFaultBoundary( FaultSource const & source, KeyText const & keyText, Work const & work ) {
    try {
       work();
       return true;
    } catch ( ... ) {
-      reportFault( reactor, attribute, keyText() );
+      reportFault( source, keyText() );
       return false;
    }
 }

@@ -22,10 +22,10 @@ namespace Quill {
 namespace {
 
 constexpr std::size_t unit = sizeof( void * ); // sizes are multiples of it
-constexpr std::size_t maxSize = 512;           // what is larger comes from the heap
+constexpr std::size_t maxSize = 512;           // larger objects come from the heap
 constexpr std::size_t blockSize = 64 << 10;
 
-// A piece that was given back.
+// A piece that was freed.
 struct Piece {
    Piece * next;
 };
@@ -43,7 +43,7 @@ class Pool {
    }
 
  private:
-   // The next piece of the block. One that does not fit any more stays unused.
+   // The next piece of the block. A rest that is too small stays unused.
    void * cut( std::size_t size ) {
       if ( left_ < size ) {
          next_ = static_cast< std::byte * >( ::operator new( blockSize ) );
@@ -58,7 +58,7 @@ class Pool {
    std::size_t left_ = 0;
 };
 
-// Never destroyed: objects with static storage give back what they hold at any time.
+// Never destroyed: objects with static storage free their memory at any time.
 constinit Pool pool;
 
 constexpr bool pooled( std::size_t size ) noexcept {

@@ -1,9 +1,9 @@
-// Memory for small objects. What the framework makes many of, entities and reactors, entries and
-// strings, is small and lives long: cut from large blocks it needs no header of its own, lies close
-// together, and is had and given back in a few instructions. The process keeps the blocks.
+// Memory for small objects. Entities, reactors, entries and strings are small, many and long-lived.
+// Cut from large blocks, they need no header of their own, are close together in memory, and are
+// allocated and freed in a few instructions. The process keeps the blocks.
 //
-// Under the address sanitizer every object comes from the heap by itself, so that a use after its
-// end is seen. Single-threaded, like everything that stands on the framework.
+// Under the address sanitizer every object is allocated separately, so that a use after free is
+// found. Single-threaded, like the whole framework.
 #pragma once
 
 #include <cstddef>
@@ -12,7 +12,7 @@ namespace Quill {
 
 // Memory for one object of `size` bytes that needs no stricter alignment than a pointer.
 void * poolAllocate( std::size_t size );
-// Gives it back; `size` must be what it was had with.
+// Frees it; `size` must be the size it was allocated with.
 void poolDeallocate( void * memory, std::size_t size ) noexcept;
 
 } // namespace Quill

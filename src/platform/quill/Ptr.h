@@ -15,8 +15,8 @@
 namespace Quill {
 
 // Base of everything that a Ptr holds. An object is born with one reference, which Quill::make
-// hands to the first Ptr, so a constructor may pass `this` to handles that come and go; it is
-// destroyed under a count that cannot reach zero again, so a destructor may do the same.
+// hands to the first Ptr, so a constructor may pass `this` to temporary handles. While it is
+// destroyed its count cannot reach zero again, so a destructor may do the same.
 class PtrInterface {
  public:
    PtrInterface( PtrInterface const & ) = delete;

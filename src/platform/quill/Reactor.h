@@ -2,10 +2,10 @@
 //
 // The protocol of every reactor:
 //   - The constructor stores its arguments, builds its watches and ends with handleInitialized(),
-//     which sets `initialized` and replays what already exists. Handlers that run earlier trace
+//     which sets `initialized` and handles what already exists. Handlers that run earlier trace
 //     "not initialized" and do nothing else.
-//   - The owner makes it through a factory, keeps the only lasting handle, and removes it through
-//     Reactor::retire.
+//   - The owner holds it in a Child or in Children (Children.h), whose handle is the only lasting
+//     one.
 //   - The destructor begins with handleDestruction(), then quillDoZombieReactors( true ).
 //
 // A reactor that is retired while one of its own handlers is on the stack is silenced at once and
@@ -46,10 +46,10 @@ class Reactor : public Member {
    // Silences the nested notifiees for good while the reactor waits to be destroyed.
    void quillDoZombieReactors( bool flag ) noexcept;
 
-   // The class's name, for faults.
+   // The class's name, for the reports of faults.
    virtual char const * reactorName() const noexcept = 0;
 
-   // Lets go of a removed reactor: destroys it now, or when its own handlers have returned.
+   // Releases a removed reactor: destroys it now, or when its own handlers have returned.
    static void retire( Ptr< Reactor > reactor ) noexcept;
 
    // On the stack around every handler that the framework calls. Keeps the reactor alive.

@@ -1,7 +1,7 @@
 // The generic face of every entity: its type, its attributes by name, its collections.
 //
-// There is nothing to write for it: the attribute lines of Attributes.h yield these tables. The
-// paths of the state store, its JSON and its watch stream are walks over them.
+// The attribute lines of Attributes.h generate these tables. The paths of the state store, its JSON
+// and its watch stream are walks over them.
 #pragma once
 
 #include "platform/quill/Value.h"
@@ -35,7 +35,7 @@ struct Attribute {
    char const * name;
    void ( *visit )( Entity const & entity, Visitor const & visitor );
    U32 ( *count )( Entity const & entity );
-   // The element under the key of that display form; nothing when there is none.
+   // The element under the key of that display form; an empty value if it is absent.
    Value ( *element )( Entity const & entity, std::string_view key );
    // The display form of a notification's key; empty for attributes without keys.
    std::string ( *keyText )( void const * key );
@@ -46,7 +46,7 @@ struct Attribute {
 struct EntityType {
    char const * name;                       // qualified, "Valen::Intf"
    std::span< Attribute const > attributes; // in order of declaration
-   // Builds an entity from its constructor's parameters, in order. Throws RangeException when
+   // Builds an entity from its constructor's parameters, in order. Throws RangeException if
    // their number or a type does not fit.
    Ptr< Entity > ( *construct )( std::span< Value const > parameters );
 

@@ -16,8 +16,8 @@ namespace Quill {
 struct StringRep {
    mutable U32 refs;
    U32 length;
-   mutable U64 hash; // 0 until it was asked for; interned ones know it from birth
-   bool interned;    // stands in the table of names while it lives
+   mutable U64 hash; // 0 until first used; that of an interned one is set when it is made
+   bool interned;    // listed in the table of names while it exists
 
    char const * bytes() const noexcept { return reinterpret_cast< char const * >( this + 1 ); }
    std::string_view view() const noexcept { return { bytes(), length }; }
@@ -96,11 +96,11 @@ class String : public StringHandle {
 };
 
 // A one-word handle of an interned string: equal names share their bytes, so equality is identity
-// and the hash is computed once in a name's life. The bytes are freed with the last handle.
+// and the hash is computed once. The bytes are freed with the last handle.
 class Interned : public StringHandle {
  public:
    U64 hash() const noexcept { return rep_ ? rep_->hash : 0; }
-   // The same for equal names while one of them lives, different for different ones.
+   // The same for equal names while one of them exists, different for different ones.
    void const * identity() const noexcept { return rep_; }
    String stringValue() const noexcept; // shares the bytes
    std::string stdString() const { return std::string( view() ); }

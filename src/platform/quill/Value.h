@@ -13,8 +13,8 @@ namespace Quill {
 
 class Entity;
 
-// Nothing (an absent value), a truth value, a whole number, a number, bytes, or a handle to another
-// entity. Names and values of other types appear as their display form.
+// Nothing (an absent value), a bool, an integer, a number, bytes, or a handle to another entity.
+// Names and values of other types appear as their display form.
 using Value = std::variant< std::monostate, bool, S64, double, String, Ptr< Entity const > >;
 
 template < class T > Value toValue( T const & value ) {
@@ -33,7 +33,7 @@ template < class T > Value toValue( T const & value ) {
    }
 }
 
-// The way back, for building an entity from generic values. Throws RangeException when `value` does
+// The reverse, for building an entity from generic values. Throws RangeException if `value` does
 // not fit T.
 [[noreturn]] void valueMismatch( char const * expected );
 
@@ -55,7 +55,7 @@ template < class T > T fromValue( Value const & value ) {
       }
       if ( auto const * handle = std::get_if< Ptr< Entity const > >( &value ) ) {
          using Target = typename T::Target;
-         // The caller lends what it may write itself; generic values carry handles as const.
+         // Generic values carry handles as const. The caller owns the entity and may write to it.
          if ( auto const typed = ptrCast< Target const >( *handle ) ) {
             return T( const_cast< Target * >( typed.get() ) );
          }

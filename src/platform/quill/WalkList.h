@@ -1,9 +1,9 @@
 // A doubly linked list that may change in any way while it is walked.
 //
-// Watchers of an entity and members of a collection stand in such lists. A walk sees each element
-// that is there from its start to the moment its turn comes exactly once; one removed before its
-// turn is not seen, nor is one added after the walk began; the list itself may be destroyed, which
-// ends the walk. Walks nest. Neither walking nor changing allocates.
+// The watchers of an entity and the members of a collection are in such lists. A walk visits each
+// element that is in the list from the walk's start until the element's turn exactly once. It does
+// not visit an element that is removed before its turn or added after the walk began. If the list
+// is destroyed, the walk ends. Walks nest. Neither walking nor changing allocates.
 #pragma once
 
 #include "platform/quill/Int.h"
@@ -12,7 +12,7 @@ namespace Quill {
 
 class WalkList;
 
-// What an element derives from; it stands in one list at a time and must leave it before it dies.
+// Base of an element, which is in one list at a time and must leave it before it is destroyed.
 class WalkHook {
  public:
    WalkHook( WalkHook const & ) = delete;
@@ -29,7 +29,7 @@ class WalkHook {
    WalkHook * next_ = nullptr;
 };
 
-// One pass over a list, on the stack of who walks.
+// One pass over a list, on the caller's stack.
 class Walk {
  public:
    explicit Walk( WalkList const & list ) noexcept;
@@ -46,8 +46,8 @@ class Walk {
       return element;
    }
 
-   // Calls `visit` with each element that next() would return. Where it stands is kept in registers
-   // as long as nothing ahead of it leaves, which makes it faster.
+   // Calls `visit` with each element that next() would return. Faster, because the position stays
+   // in registers as long as nothing ahead of it is removed.
    template < class Visit > void each( Visit const & visit ) {
       while ( auto * element = next_ ) {
          disturbed_ = false;
@@ -62,7 +62,7 @@ class Walk {
 
  private:
    friend class WalkList;
-   WalkList const * list_; // null when the list died
+   WalkList const * list_; // null once the list is destroyed
    WalkHook * next_;
    WalkHook * last_; // the last element at the start of the walk that is still there
    Walk * outer_;
@@ -105,7 +105,7 @@ class WalkList {
  private:
    friend class Walk;
 
-   // What lies ahead of a walk is the stretch from next_ to last_; take `element` out of it.
+   // Ahead of a walk is the range from next_ to last_; remove `element` from it.
    static void leave( Walk & walk, WalkHook const & element ) noexcept {
       bool const isNext = walk.next_ == &element;
       walk.disturbed_ = walk.disturbed_ || isNext || walk.last_ == &element;
@@ -124,8 +124,8 @@ class WalkList {
    mutable Walk * walks_ = nullptr; // innermost first
 };
 
-// The list knows of a walk on the stack; the destructor takes it out again, or the list is gone,
-// which g++ 12 does not see.
+// The list refers to a walk on the stack until the walk's destructor runs or the list is destroyed.
+// g++ 12 does not see that.
 #if defined( __GNUC__ ) && !defined( __clang__ )
 #pragma GCC diagnostic push
 #pragma GCC diagnostic ignored "-Wdangling-pointer"
@@ -142,7 +142,7 @@ inline Walk::~Walk() {
    if ( !list_ ) {
       return;
    }
-   // Walks end in the reverse order of their beginning, but for iterators that a caller keeps.
+   // Walks end in the reverse order of their start, except for iterators that a caller keeps.
    for ( auto ** link = &list_->walks_; *link; link = &( *link )->outer_ ) {
       if ( *link == this ) {
          *link = outer_;

@@ -17,6 +17,7 @@ namespace Quill {
 
 // Calls `handler` (a member function of the owner) when the attribute of tag `Attr` changes.
 template < class Attr, auto handler > struct On {
+   using Attribute = Attr;
    static constexpr AttrId id = Attr::id;
 
    template < class Owner > static void call( Owner & owner, void const * key ) {
@@ -41,7 +42,7 @@ class Watch final : public NotifieeOf< T >, private NestedNotifiee {
    Ptr< T > handle() const noexcept { return Ptr< T >( get() ); }
 
    void onAttribute( AttrId attributeId, void const * key ) override {
-      // Anything else is none of the reactor's business and must not cost it a scope.
+      // A change that the reactor does not handle must not cost a scope.
       if ( ( ( attributeId != Ons::id ) && ... ) ) {
          return;
       }
@@ -55,11 +56,18 @@ class Watch final : public NotifieeOf< T >, private NestedNotifiee {
    }
 
  private:
-   // The watched entity may have been exchanged by the handler; its type has not.
+   // Reports the exception being handled. The handler may have replaced the watched entity; the type is
+   // still the same.
    void fault( AttrId attributeId, void const * key ) {
-      auto const * const attribute = T::staticType().attribute( attributeId );
-      reportFault( owner().reactorName(), attribute->name,
-                   key ? attribute->keyText( key ) : std::string() );
+      auto const keyText =
+         key ? T::staticType().attribute( attributeId )->keyText( key ) : std::string();
+      auto const report = [ & ]< class Attr >( std::type_identity< Attr > ) {
+         reportFault( faultSource< Owner, Attr >( owner().reactorName() ), keyText );
+         return true;
+      };
+      (void)( ( attributeId == Ons::id &&
+                report( std::type_identity< typename Ons::Attribute >() ) ) ||
+              ... );
    }
 };
 

@@ -100,7 +100,7 @@ Ring::Ring( std::span< std::byte > memory )
    header.startMonotonic = nanosecondsOf< std::chrono::steady_clock >();
    header.startWall = nanosecondsOf< std::chrono::system_clock >();
    std::memcpy( header_, &header, sizeof header );
-   // Last: a header that is half written is none.
+   // Last, so that a reader does not take a half-written header for valid.
    std::atomic_thread_fence( std::memory_order_release );
    std::memcpy( header_, Format::magic, sizeof Format::magic );
 }
@@ -154,8 +154,8 @@ void Ring::lose() noexcept {
    writeWord( header_, offsetof( Format::Header, lost ), ++lost_ );
 }
 
-// How long a text of a line may be. What is over a line's length is never seen; a small ring shares
-// half of itself among the values.
+// The longest text of a line. More than a line's length is never shown; in a small ring the values
+// share half of it.
 std::size_t Ring::textLimit( std::span< Twinlog::Value const > values ) const noexcept {
    auto const most = ring_.size() / 2;
    auto const whole =
@@ -167,7 +167,7 @@ std::size_t Ring::textLimit( std::span< Twinlog::Value const > values ) const no
    return fixed < most ? ( most - fixed ) / values.size() & ~std::size_t{ 7 } : 0;
 }
 
-// Where a record of `size` bytes goes; padding and lack of room are seen to.
+// Where a record of `size` bytes goes. Pads the end of the ring and makes room.
 std::byte * Ring::reserve( std::size_t size ) noexcept {
    auto const rest = ring_.size() - head_.offset;
    auto const skipped = size <= rest ? 0 : rest;
@@ -189,7 +189,7 @@ void Ring::makeRoom( std::size_t size ) noexcept {
       U32 oldest;
       std::memcpy( &oldest, ring_.data() + tail_.offset, sizeof oldest );
       if ( oldest % 8 || oldest == 0 || oldest > head_.count - tail_.count ) {
-         tail_ = head_; // somebody else wrote here: none of it can be trusted
+         tail_ = head_; // overwritten from outside: nothing here can be trusted
          break;
       }
       advance( tail_, oldest );

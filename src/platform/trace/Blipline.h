@@ -30,17 +30,17 @@ class Ring {
  public:
    static constexpr std::size_t minSize = 4096;
 
-   // Starts an empty ring in `memory`, whatever was there. The memory must begin at a multiple of 8
-   // and outlive the ring; it is the caller's to free. An eighth of it holds the descriptions of
-   // trace points, the rest the records. Throws Quill::RangeException when it is smaller than
-   // minSize.
+   // Starts an empty ring in `memory`, overwriting what is there. The memory must begin at a
+   // multiple of 8 and outlive the ring; it is the caller's to free. An eighth of it holds the
+   // descriptions of trace points, the rest the records. Throws Quill::RangeException when it is
+   // smaller than minSize.
    explicit Ring( std::span< std::byte > memory );
    Ring( Ring const & ) = delete;
    Ring & operator=( Ring const & ) = delete;
 
-   // Appends one line; the oldest ones make room. Texts are cut that are longer than the line that
-   // a reader makes of them, or too long for the ring. A line is lost, and counted, when there is
-   // no room for the description of its trace point or its values do not fit at all.
+   // Appends one line and drops the oldest ones to make room. Texts that are too long for a line or
+   // for the ring are cut. A line is lost, and counted, if there is no room for the description of
+   // its trace point or its values do not fit at all.
    void write( Quill::TracePoint & point, std::chrono::nanoseconds time,
                std::span< Twinlog::Value const > values ) noexcept;
 
@@ -97,10 +97,10 @@ class Reader {
 
    // Whether the memory holds a ring at all.
    bool valid() const noexcept { return valid_; }
-   // The next line, oldest first. Returns false at the end. A record that makes no sense is left
-   // out; one whose end cannot be told ends the reading.
+   // The next line, oldest first. Returns false at the end. A damaged record is skipped; one whose
+   // length is damaged ends the reading.
    bool next( Line & line );
-   // Whether something was met that makes no sense.
+   // Whether anything in the ring was damaged.
    bool damaged() const noexcept { return damaged_; }
    // Lines that the writer could not write.
    U64 lost() const noexcept { return lost_; }

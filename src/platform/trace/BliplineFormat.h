@@ -1,9 +1,9 @@
-// How a Blipline ring lies in its memory; for its writer and its reader alone.
+// The memory layout of a Blipline ring; only for its writer and its reader.
 //
 //   Header | descriptor area | ring of records
 //
 // Everything begins at a multiple of 8 bytes. Head and tail count the bytes ever written to the
-// ring and ever given up again; what lies between them, taken modulo the ring's size, is valid. A
+// ring and ever dropped again; what is between them, modulo the ring's size, is valid. A
 // record never wraps: one that does not fit before the ring's end is preceded by padding up to it.
 //
 // The memory can be read at any moment, that of a crash included. The writer therefore moves the

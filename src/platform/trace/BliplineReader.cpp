@@ -9,7 +9,7 @@ namespace Blipline {
 
 namespace {
 
-// Reads from the front of a stretch of bytes that nobody vouches for.
+// Reads from the front of untrusted bytes.
 class Cursor {
  public:
    explicit Cursor( std::span< std::byte const > bytes ) noexcept : bytes_( bytes ) {}

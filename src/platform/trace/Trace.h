@@ -11,10 +11,11 @@
 //   TRACE0( "vrf %s", vrfName );   // level 0: entry of a handler, with its key
 //   TRACE1( "not initialized" );   // level 1: each decision
 //
-// The message is a format rather than a chain of `<<`, so that it stands once in the point's
-// static description and the ring carries the values alone.
+// The message is a format rather than a chain of `<<`, so that it is stored once, in the point's
+// static description, and the ring carries the values alone.
 #pragma once
 
+#include "platform/trace/TraceLevels.h"
 #include "platform/trace/Twinlog.h"
 
 #include <array>
@@ -75,11 +76,13 @@ class TraceHandle {
    TraceHandle * next_ = nullptr;
 };
 
-// Sets the levels of all handles, those made later included, from patterns such as
-// "ConfigSm/0-1,Intf*/0": the later pattern wins, a handle that none names is off. Throws
-// RangeException, and changes nothing, when `patterns` does not parse; the text says where.
-void traceLevelsIs( std::string_view patterns );
-// The patterns in force.
+// Sets the levels of all handles, those made later included.
+void traceLevelsIs( TraceLevels levels );
+// The same, from patterns as text. Throws RangeException, and changes nothing, when they do not parse.
+inline void traceLevelsIs( std::string_view patterns ) {
+   traceLevelsIs( TraceLevels( patterns ) );
+}
+// The patterns that are active.
 std::string traceLevels();
 
 // Writes one line to both outputs. Called through the macros, when the level is on.

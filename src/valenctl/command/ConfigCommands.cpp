@@ -1,5 +1,5 @@
 // config check, config show and reload.
-#include "settings/ConfigReader.h"
+#include "settings/ConfigFiles.h"
 #include "settings/Counted.h"
 #include "valenctl/command/CommandGroups.h"
 #include "valenctl/command/Session.h"

@@ -3,6 +3,7 @@
 #include "valend/api/Description.h"
 #include "valend/base/Errors.h"
 #include "valend/base/Version.h"
+#include "valend/configuration/ConfigurationJson.h"
 #include "valend/store/StoreWalker.h"
 #include "varlink/Parameters.h"
 
@@ -338,7 +339,7 @@ void Api::reload( Call call ) {
 }
 
 void Api::config( Call call ) {
-   call->reply( parts_.configurator.inForce() );
+   call->reply( configurationJson( parts_.configurator.active() ) );
 }
 
 } // namespace Valend

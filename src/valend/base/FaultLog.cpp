@@ -4,8 +4,8 @@
 
 namespace Valend {
 
-FaultLog::FaultLog( VrfFailed vrfFailed )
-    : vrfFailed_( std::move( vrfFailed ) ), old_( Quill::faultSinkIs( this ) ) {}
+FaultLog::FaultLog( Observer observer )
+    : observer_( std::move( observer ) ), old_( Quill::faultSinkIs( this ) ) {}
 
 FaultLog::~FaultLog() {
    Quill::faultSinkIs( old_ );
@@ -19,10 +19,7 @@ void FaultLog::fault( Quill::Fault const & fault ) noexcept {
    if ( texts_.size() > keptTexts ) {
       texts_.pop_front();
    }
-   // The main reactor's VRFs are its containers, with their endpoints.
-   if ( fault.reactor == "ConfigSm" && fault.attribute == "vrf" ) {
-      vrfFailed_( fault.key, fault.text );
-   }
+   observer_( fault );
 }
 
 } // namespace Valend

@@ -1,5 +1,4 @@
-// The process's fault sink: logs and counts what a reactor's handler could not do, and says which
-// VRF it was about, so that it can be tried again.
+// The process's fault sink: logs, counts and passes on what handlers could not do.
 #pragma once
 
 #include "platform/quill/Fault.h"
@@ -11,25 +10,25 @@ namespace Valend {
 
 class FaultLog final : public Quill::FaultSink {
  public:
-   // `vrfFailed` hears of VRFs that could not be set up; it is called inside a notification.
-   using VrfFailed = std::function< void( std::string const & vrf, std::string const & why ) >;
+   // Called for each fault, inside a notification: note it and act later.
+   using Observer = std::function< void( Quill::Fault const & fault ) >;
 
    static constexpr std::size_t keptTexts = 20;
 
-   // Installs itself; takes itself back at its end.
-   explicit FaultLog( VrfFailed vrfFailed );
-   ~FaultLog() override;
+   // Installs itself as the sink.
+   explicit FaultLog( Observer observer );
+   ~FaultLog() override; // installs the previous sink
    FaultLog( FaultLog const & ) = delete;
    FaultLog & operator=( FaultLog const & ) = delete;
 
    void fault( Quill::Fault const & fault ) noexcept override;
 
    U64 count() const noexcept { return count_; }
-   // The newest texts, oldest first.
+   // The newest texts, at most `keptTexts`, oldest first.
    std::deque< std::string > const & texts() const noexcept { return texts_; }
 
  private:
-   VrfFailed const vrfFailed_;
+   Observer const observer_;
    Quill::FaultSink * const old_;
    U64 count_ = 0;
    std::deque< std::string > texts_;

@@ -17,14 +17,14 @@ U64 nowNs() {
 TraceHub::TraceHub( Gantry::WorkQueue & work, Settings::ProcessConfig const & config,
                     bool toStderr )
     : posted_( work, "trace" ) {
-   Quill::traceLevelsIs( config.traceLevels.value_or( defaultLevels ) );
-   if ( config.traceFile ) {
-      output_ = std::make_unique< Valen::Linux::FileTraceSink >( *config.traceFile );
+   Quill::traceLevelsIs( config.value( "trace.levels" ) );
+   if ( auto const & file = config.given( "trace.file" ) ) {
+      output_ = std::make_unique< Valen::Linux::FileTraceSink >( *file );
    } else if ( toStderr ) {
       output_ = std::make_unique< Valen::Linux::StderrTraceSink >();
    }
-   if ( config.traceRing ) {
-      ringFile_ = std::make_unique< Valen::Linux::RingFile >( *config.traceRing, ringBytes );
+   if ( auto const & ring = config.given( "trace.ring" ) ) {
+      ringFile_ = std::make_unique< Valen::Linux::RingFile >( *ring, ringBytes );
    } else {
       ringMemory_.resize( ringBytes / sizeof( U64 ) );
       memoryRing_ =

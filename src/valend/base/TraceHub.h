@@ -14,7 +14,6 @@ namespace Valend {
 class TraceHub final : public Quill::TraceSink {
  public:
    static constexpr std::size_t ringBytes = 4u << 20;
-   static constexpr char const * defaultLevels = "*/0-1";
 
    struct Line {
       U64 timeNs; // since 1970, UTC

@@ -29,7 +29,8 @@ bool isName( std::string const & text ) {
 } // namespace
 
 void Publications::resume( std::vector< Message > messages ) {
-   for ( auto & message : messages ) { // as published, but for interfaces that are not there now
+   for ( auto & message :
+         messages ) { // checked as in publish(), but the interface may not exist now
       auto const same = find( message.agent, message.interface );
       if ( isName( message.agent ) && !message.frames.empty() && same == messages_.end() ) {
          add( std::move( message ) );
@@ -56,7 +57,7 @@ std::string Publications::frameOf( std::string const & hex, std::size_t number )
    return frame;
 }
 
-// Throws when the agent's name is somebody else's.
+// Throws when the name belongs to the configuration or to another client.
 void Publications::requireName( std::string const & agent, U64 client ) const {
    if ( config_.agents.contains( agent ) ) {
       throw Errors::agentIsConfigured( agent );
@@ -96,7 +97,7 @@ void Publications::publish( Message message ) {
    changed();
 }
 
-// In order of agents, then interfaces.
+// Keeps the order by agent, then interface.
 void Publications::add( Message message ) {
    auto const key = []( Message const & each ) { return std::tie( each.agent, each.interface ); };
    auto const place =
@@ -136,7 +137,7 @@ bool Publications::isNeeded( U64 client ) const noexcept {
    } );
 }
 
-bool Publications::inForce( Message const & message ) const {
+bool Publications::isActive( Message const & message ) const {
    return config_.interfaces.contains( message.interface ) &&
           !config_.agents.contains( message.agent );
 }
@@ -156,13 +157,13 @@ void Publications::changed() {
 }
 
 void Publications::apply() {
-   auto together = config_;
+   auto combined = config_;
    for ( auto const & message : messages_ ) {
-      if ( inForce( message ) ) {
-         together.agents[ message.agent ][ message.interface ] = message.frames;
+      if ( isActive( message ) ) {
+         combined.agents[ message.agent ][ message.interface ] = message.frames;
       }
    }
-   feeder_.apply( std::move( together ) );
+   feeder_.apply( std::move( combined ) );
 }
 
 } // namespace Valend

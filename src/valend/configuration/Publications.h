@@ -1,9 +1,9 @@
-// The frames that agents have published over the API, beside those of the configuration file: what
-// is in force is both together.
+// The frames that agents have published over the API. They are applied together with those of the
+// configuration files.
 //
-// An agent's name belongs to the configuration, when that has an agent of the name; else, while
-// frames of it are bound to a connection, to that connection. What is published stands back, but is
-// not forgotten, while the configuration has an agent of its name or has not its interface.
+// The configuration takes precedence: while it has an agent of the same name, or does not have the
+// interface, published frames are kept but not active. While an agent has frames that are bound to a
+// connection, only that client can publish under the agent's name.
 #pragma once
 
 #include "valend/configuration/Feeder.h"
@@ -17,52 +17,55 @@ namespace Valend {
 class Publications {
  public:
    enum class Lifetime : U8 {
-      kept,       // until it is withdrawn
-      connection, // or the connection that it came by ends
+      kept,       // until they are withdrawn
+      connection, // until they are withdrawn or the client disconnects
    };
    struct Message {
       std::string agent;
       std::string interface;
       Settings::Frames frames;
       Lifetime lifetime;
-      U64 client; // it came by
+      U64 client; // that published it
    };
 
-   // The longest frame, and all frames that are published, in bytes.
    static constexpr std::size_t maxFrameBytes = 65535;
-   static constexpr std::size_t maxBytes = 64u << 20;
-   static constexpr std::size_t maxAgentBytes = 255;
+   static constexpr std::size_t maxBytes = 64u << 20; // of all published frames together
+   static constexpr std::size_t maxAgentBytes = 255;  // of a name
 
-   // `feeder` must outlive this. `changed` (may be empty) hears of every change of what is published.
+   // `feeder` must outlive this. `changed` (may be empty) is called with all published messages after
+   // each change.
    using Changed = std::function< void( std::vector< Message > const & ) >;
    explicit Publications( Feeder & feeder, Changed changed = {} )
        : feeder_( feeder ), changed_( std::move( changed ) ) {}
 
-   // Takes up what an agent before this one kept. Before the first configuration.
+   // Restores what the previous run kept. Called before the first configIs().
    void resume( std::vector< Message > messages );
 
-   // Puts the file's configuration in force, with what is published.
+   // Applies the configuration of the files, together with what is published.
    void configIs( Settings::Config config );
-   // The file's alone.
+   // The configuration of the files alone.
    Settings::Config const & config() const noexcept { return config_; }
 
-   // The frame that `hex` spells. Throws Refusal "BadFrame"; `number` is what the text calls it.
+   // The bytes of the frame `hex`. Throws Refusal "BadFrame"; `number` is the frame's number in the
+   // error.
    static std::string frameOf( std::string const & hex, std::size_t number );
 
-   // Puts `message` in the place of what its agent has published for its interface. Throws Refusal:
-   // "NoSuchInterface", "AgentExists", "BadName", "NoFrames", "TooMuch". Then nothing is changed.
+   // Publishes `message`, which replaces what its agent has published for its interface. Throws
+   // Refusal "NoSuchInterface", "AgentExists", "BadName", "NoFrames" or "TooMuch", and changes nothing
+   // then.
    void publish( Message message );
-   // Takes away what the agent has published for the interface. Throws Refusal: "NoSuchMessages",
+   // Withdraws what the agent has published for the interface. Throws Refusal "NoSuchMessages" or
    // "AgentExists".
    void withdraw( std::string const & agent, std::string const & interface, U64 client );
-   // Takes away what was bound to the client's connection.
+   // Withdraws what was bound to the client's connection.
    void clientGone( U64 client );
 
    // Whether anything is bound to the client's connection.
    bool isNeeded( U64 client ) const noexcept;
-   // What is published, by agent, then interface.
+   // What is published, sorted by agent, then interface.
    std::vector< Message > const & messages() const noexcept { return messages_; }
-   bool inForce( Message const & message ) const;
+   // Whether the configuration lets the message be applied now.
+   bool isActive( Message const & message ) const;
 
  private:
    std::vector< Message >::iterator find( std::string const & agent,

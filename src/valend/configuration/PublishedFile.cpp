@@ -17,7 +17,7 @@ using Lifetime = Publications::Lifetime;
 
 namespace {
 
-// Throws when it makes no sense.
+// Throws when `text` is damaged.
 std::vector< Message > messagesIn( std::string const & text ) {
    std::vector< Message > messages;
    for ( auto const & each : Json::parse( text ) ) {
@@ -59,25 +59,21 @@ std::vector< Message > PublishedFile::read() const {
    } catch ( std::exception const & e ) {
       auto const aside = path_ + ".damaged";
       std::rename( path_.c_str(), aside.c_str() );
-      log( LogLevel::error, "the published frames are lost: " + aside + ": " + e.what() );
+      log( LogLevel::error, "published frames lost: " + path_ + " is damaged and was renamed to " +
+                               aside + ": " + e.what() );
       return {};
    }
 }
 
 void PublishedFile::write( std::vector< Message > const & messages ) {
    auto text = textOf( messages );
-   if ( path_.empty() || ( text == written_ && trouble_.empty() ) ) {
+   if ( path_.empty() || ( text == written_ && !condition_.raised() ) ) {
       return;
    }
-   auto const trouble = writeAtomically( path_, text, 0600 );
-   if ( trouble.empty() ) {
+   auto const error = writeAtomically( path_, text, 0600 );
+   condition_.update( error.empty() ? "" : "published frames would be lost on restart: " + error );
+   if ( error.empty() ) {
       written_ = std::move( text );
-   }
-   if ( trouble != trouble_ ) {
-      trouble_ = trouble;
-      trouble_.empty()
-         ? log( LogLevel::notice, "published frames are written down again" )
-         : log( LogLevel::error, "published frames would not outlive the agent: " + trouble_ );
    }
 }
 

@@ -1,32 +1,34 @@
-// The frames that agents have published to be kept until they are withdrawn, in a file of the state
-// directory, "published", so that they outlive the agent. It is JSON: a list of the API's messages,
-// each with agent, interface and frames in hexadecimal.
+// Saves the frames that agents have published with lifetime "kept" in the file "published" of the state
+// directory, so that they survive a restart. The file is a JSON list of messages, each with agent,
+// interface and frames in hexadecimal.
 //
-// Nothing here ever throws: what goes wrong is said when it comes and when it goes.
+// No function throws. While the file cannot be written, the condition "published-frames" is raised, and
+// every later change retries.
 #pragma once
 
+#include "valend/base/Conditions.h"
 #include "valend/configuration/Publications.h"
 
 namespace Valend {
 
 class PublishedFile {
  public:
-   // Nothing is kept when `directory` is empty.
-   explicit PublishedFile( std::string const & directory )
-       : path_( directory.empty() ? "" : directory + "/published" ) {}
+   // Saves nothing when `directory` is empty. `conditions` must outlive this.
+   PublishedFile( std::string const & directory, Conditions & conditions )
+       : path_( directory.empty() ? "" : directory + "/published" ),
+         condition_( conditions, "published-frames" ) {}
 
-   // What an agent before this one kept. A file that makes no sense becomes "published.damaged".
+   // The messages that the previous run saved. A damaged file is renamed to "published.damaged", and
+   // the error is logged.
    std::vector< Publications::Message > read() const;
-   // Writes those of `messages` that are kept, if they are not what was written last.
-   void write( std::vector< Publications::Message > const & messages );
 
-   // Why they would not outlive the agent; empty when they would.
-   std::string const & trouble() const noexcept { return trouble_; }
+   // Saves those of `messages` that are kept, unless the file has them already.
+   void write( std::vector< Publications::Message > const & messages );
 
  private:
    std::string const path_;
-   std::string written_;
-   std::string trouble_;
+   std::string written_; // the content of the file, as far as it was written by this run
+   Condition condition_;
 };
 
 } // namespace Valend

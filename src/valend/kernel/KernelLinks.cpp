@@ -7,11 +7,12 @@ namespace Valend {
 
 using Valen::Linux::KernelNetInfoProvider;
 
-KernelLinks::KernelLinks( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsFolders folders,
+KernelLinks::KernelLinks( Valen::Linux::EventLoop & loop,
+                          Valen::Linux::NetNsDirectories directories,
                           Valen::Linux::PacketEndpointProvider const & endpoints,
                           Conditions & conditions )
-    : folders_( folders ), endpoints_( endpoints ), devices_( loop, folders ), control_( folders ),
-      conditions_( conditions ) {}
+    : netNsDirectories_( directories ), endpoints_( endpoints ), devices_( loop, directories ),
+      control_( directories ), conditions_( conditions ) {}
 
 // --- Devices -------------------------------------------------------------------------------------
 
@@ -108,13 +109,14 @@ LinkDevice KernelLinks::requireDevice( LinkPlace const & place ) const {
 // --- Links ---------------------------------------------------------------------------------------
 
 bool KernelLinks::up( LinkPlace const & place ) {
-   return control_.up( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
-                       Quill::Name( place.device ) );
+   return control_.state( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
+                          Quill::Name( place.device ) ) == Valen::Linux::LinkState::up;
 }
 
 void KernelLinks::upIs( LinkPlace const & place, bool up ) {
-   control_.upIs( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
-                  Quill::Name( place.device ), up );
+   using Valen::Linux::LinkState;
+   control_.stateIs( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
+                     Quill::Name( place.device ), up ? LinkState::up : LinkState::down );
 }
 
 // --- Frames --------------------------------------------------------------------------------------
@@ -167,7 +169,7 @@ U64 KernelLinks::resyncs() const {
 
 NamespaceView KernelLinks::look( std::string const & name ) const {
    try {
-      return { folders_.open( Corvid::NamespaceName( name ) ).identity.text(), "", false };
+      return { netNsDirectories_.open( Corvid::NamespaceName( name ) ).identity.text(), "", false };
    } catch ( Quill::ErrnoException const & e ) {
       return { "", e.text(), e.number() == ENOENT };
    }

@@ -20,7 +20,7 @@ namespace Valend {
 class KernelLinks final : public LinkPort, public Namespaces, public Orrery::MountProvider {
  public:
    // All must outlive this. Raises the conditions "devices/NAMESPACE".
-   KernelLinks( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsFolders folders,
+   KernelLinks( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsDirectories directories,
                 Valen::Linux::PacketEndpointProvider const & endpoints, Conditions & conditions );
 
    // Watches the devices of these namespaces from now on, besides those that the library mounts.
@@ -48,7 +48,7 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    std::string errorOf( std::string const & netNs ) const;
    LinkDevice requireDevice( LinkPlace const & place ) const;
 
-   Valen::Linux::NetNsFolders const folders_;
+   Valen::Linux::NetNsDirectories const netNsDirectories_;
    Valen::Linux::PacketEndpointProvider const & endpoints_;
    Valen::Linux::KernelNetInfoProvider devices_;
    Valen::Linux::LinkControl control_;

@@ -61,7 +61,7 @@ std::string StatusReport::whyNotReady( Settings::InterfaceConfig const & config,
    if ( !feeder_.config().hasFrames( config.name ) ) {
       return "no frames";
    }
-   auto const trouble = feeder_.vrfTrouble( config.vrf );
+   auto const trouble = feeder_.vrfError( config.vrf );
    if ( !trouble.empty() ) {
       return feeder_.namespaceMissing( config.vrf ) ? "namespace missing" : trouble;
    }
@@ -91,7 +91,7 @@ Json StatusReport::requirements( Settings::InterfaceConfig const & config ) cons
    }
    add( "frames queued", !agents.empty(), agents.empty() ? "no agent has frames for it" : agents );
    auto const netNs = all.netNsOf( config.vrf );
-   auto const trouble = feeder_.vrfTrouble( config.vrf );
+   auto const trouble = feeder_.vrfError( config.vrf );
    add( "VRF ready", trouble.empty(),
         trouble.empty() ? "VRF " + config.vrf + ", namespace " + netNs : trouble );
    auto const found = device( config );
@@ -130,7 +130,7 @@ Json StatusReport::messages( Publications const & publications ) const {
    for ( auto const & message : publications.messages() ) {
       add( message.agent, message.interface, message.frames,
            message.lifetime == Publications::Lifetime::kept ? "kept" : "connection",
-           publications.inForce( message ) );
+           publications.isActive( message ) );
    }
    return list;
 }
@@ -188,7 +188,7 @@ Json StatusReport::vrfs() const {
 Json StatusReport::vrf( std::string const & name ) const {
    return { { "name", name },
             { "namespace", feeder_.config().netNsOf( name ) },
-            { "trouble", orNull( feeder_.vrfTrouble( name ) ) } };
+            { "trouble", orNull( feeder_.vrfError( name ) ) } };
 }
 
 Json StatusReport::record( ShutdownRecord const & record ) {

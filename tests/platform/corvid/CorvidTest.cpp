@@ -66,7 +66,7 @@ TEST_F( CorvidTest, InterfaceIdsOfASwitchHashApart ) {
       }
    }
    EXPECT_EQ( all.size(), ids.size() );
-   EXPECT_GT( low.size(), 350u ) << "512 thrown into 1024 buckets at random fill 403";
+   EXPECT_GT( low.size(), 350u ) << "512 random keys fill 403 of 1024 buckets";
 }
 
 TEST_F( CorvidTest, TheEmptyInterfaceIdIsTheDefault ) {
@@ -79,7 +79,7 @@ TEST_F( CorvidTest, TheEmptyInterfaceIdIsTheDefault ) {
 
 // --- Namespace names -----------------------------------------------------------------------------
 
-// The text of the range error that `make` raises.
+// The text of the range error that `make` throws.
 template < class Make > std::string rangeError( Make const & make ) {
    try {
       make();
@@ -101,7 +101,7 @@ TEST_F( CorvidTest, ANamespaceNameOf150BytesIsTheLongestHoweverItIsMade ) {
    EXPECT_EQ( rangeError( [ & ] { NamespaceName const n( Quill::String{ tooLong } ); } ), refused );
 }
 
-TEST_F( CorvidTest, ARefusedNameLeavesItsTargetAsItWas ) {
+TEST_F( CorvidTest, ARejectedNameLeavesItsTargetUnchanged ) {
    NamespaceName name( "ns-red" );
    EXPECT_THROW( name = NamespaceName( std::string( 151, 'x' ) ), Quill::RangeException );
    EXPECT_EQ( name, NamespaceName( "ns-red" ) );
@@ -170,14 +170,14 @@ TEST_F( PktTest, APacketThatIsHeldIsNotUsedAgain ) {
    EXPECT_EQ( std::set( others.begin(), others.end() ).size(), 10u );
    EXPECT_EQ( held->stringValue(), Quill::String( "mine" ) );
    EXPECT_EQ( Pkt::quillAllocation.live, live + 11 );
-   // One that comes free in the middle is found, wherever the search begins.
+   // A packet that becomes free in the middle is found from any starting point.
    auto const * const freed = others[ 4 ].get();
    others[ 4 ] = nullptr;
    EXPECT_EQ( manager.newPkt().get(), freed );
    EXPECT_EQ( Pkt::quillAllocation.live, live + 11 );
 }
 
-TEST_F( PktTest, TrimmingFreesWhatNobodyHolds ) {
+TEST_F( PktTest, TrimmingFreesPacketsWithoutHandles ) {
    auto held = manager.newPkt();
    auto other = manager.newPkt();
    other = nullptr;
@@ -255,7 +255,7 @@ TEST_F( CorvidTest, TheLatestProviderServesUntilItIsTakenBack ) {
 
 TEST_F( CorvidTest, WithoutAProviderThereAreNoEndpoints ) {
    auto * const old = rawTxPamProviderIs( nullptr );
-   EXPECT_EQ( old, nullptr ) << "left over from another test";
+   EXPECT_EQ( old, nullptr ) << "not removed by another test";
    EXPECT_DEATH( RawTxPam::rawTxPamFactory( "RawTxPam" ),
                  "assertion failed: nullptr != rawTxPamProvider at " );
 }

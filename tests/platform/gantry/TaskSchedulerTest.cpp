@@ -70,7 +70,7 @@ class TaskSchedulerTest : public testing::Test, protected Valen::Test::LeakCheck
    Timer & timer( char const * name, U8 priority = 2 ) {
       return timers.emplace_back( scheduler, name, priority, ran );
    }
-   // Turns the clock forward and runs what is due, once.
+   // Advances the clock and runs what is due, once.
    U32 turn( Time forward = 0ns ) {
       clock.time += forward;
       return scheduler->runDue();
@@ -94,7 +94,7 @@ TEST_F( TaskSchedulerTest, TasksRunByDeadlineThenPriorityThenArming ) {
    EXPECT_THAT( ran, ElementsAre( "early", "first", "second", "third", "late" ) );
 }
 
-TEST_F( TaskSchedulerTest, ArmingAnewGoesToTheEndOfItsEquals ) {
+TEST_F( TaskSchedulerTest, RearmedTaskRunsAfterTasksOfTheSameTimeAndPriority ) {
    auto & first = timer( "first" );
    first.in( 1ms );
    timer( "second" ).in( 1ms );
@@ -186,19 +186,19 @@ TEST_F( TaskSchedulerTest, TaskArmedWithNoDelayByItsOwnHandlerWaitsForTheNextTur
    one.in( 0ns );
    EXPECT_EQ( turn(), 1u );
    EXPECT_EQ( scheduler->nextDeadline(), clock.time + 1ns ) << "after this turn, and no later";
-   EXPECT_EQ( turn(), 0u ) << "a clock that stands still lets nothing more run";
+   EXPECT_EQ( turn(), 0u ) << "nothing more runs while the clock does not advance";
    EXPECT_EQ( turn( 1ns ), 1u );
    one.task->unscheduleTask();
 }
 
 TEST_F( TaskSchedulerTest, TaskArmedWithNoDelayOutsideATurnRunsInTheNext ) {
-   turn( 1ms ); // a turn that is over holds nobody up
+   turn( 1ms ); // the turn before does not delay this one
    timer( "one" ).in( 0ns );
    EXPECT_EQ( scheduler->nextDeadline(), clock.time );
    EXPECT_EQ( turn(), 1u );
 }
 
-TEST_F( TaskSchedulerTest, TaskThatArmsItselfForeverHoldsNobodyUp ) {
+TEST_F( TaskSchedulerTest, TaskThatAlwaysRearmsItselfDoesNotBlockTheLoop ) {
    // It is of higher priority than the other one, and has been due for as long.
    auto & restless = timer( "restless", 0 );
    restless.onRun = [ & ] { restless.in( 0ns ); };
@@ -223,7 +223,7 @@ TEST_F( TaskSchedulerTest, TasksArmedInATurnRunInTheNextByPriority ) {
    EXPECT_THAT( ran, ElementsAre( "one", "high", "low" ) );
 }
 
-TEST_F( TaskSchedulerTest, ClockThatGoesOnInAHandlerDoesNotLengthenTheTurn ) {
+TEST_F( TaskSchedulerTest, ClockThatAdvancesInAHandlerDoesNotLengthenTheTurn ) {
    auto & one = timer( "one" );
    one.onRun = [ & ] { clock.time += 10ms; };
    one.in( 1ms );
@@ -239,7 +239,7 @@ TEST_F( TaskSchedulerTest, HandlerMayTakeATurnOfItsOwn ) {
    outer.onRun = [ & ] {
       clock.time += 1ms;
       EXPECT_EQ( scheduler->runDue(), 1u );
-      later.in( 0ns ); // the clock has gone on since the outer turn began
+      later.in( 0ns ); // the clock has advanced since the outer turn began
       EXPECT_EQ( later.task->deadline(), clock.time );
    };
    outer.in( 1ms );
@@ -260,7 +260,7 @@ TEST_F( TaskSchedulerTest, TaskDestroyedWhileArmedDoesNotRun ) {
    EXPECT_THAT( ran, ElementsAre( "two" ) );
 }
 
-TEST_F( TaskSchedulerTest, TaskLetGoOfWhileItRunsLivesUntilItHasRun ) {
+TEST_F( TaskSchedulerTest, TaskReleasedWhileItRunsStaysAliveUntilItHasRun ) {
    auto task = Quill::make< TimerTask >( scheduler, TaskPriority( 2 ), "one" );
    auto * const raw = task.get();
    auto const live = TimerTask::quillAllocation.live;
@@ -270,13 +270,13 @@ TEST_F( TaskSchedulerTest, TaskLetGoOfWhileItRunsLivesUntilItHasRun ) {
    } );
    task->scheduleTaskDelay( 0 );
    EXPECT_EQ( turn(), 1u );
-   EXPECT_EQ( TimerTask::quillAllocation.live, live ) << "its watcher still holds it";
+   EXPECT_EQ( TimerTask::quillAllocation.live, live ) << "its watcher has a handle";
 }
 
-TEST_F( TaskSchedulerTest, TaskWhoseLastHandleGoesWhileItRunsIsDestroyedAfterwards ) {
+TEST_F( TaskSchedulerTest, TaskWhoseLastHandleIsReleasedWhileItRunsIsDestroyedAfterwards ) {
    auto const live = TimerTask::quillAllocation.live;
    auto & one = timer( "one" );
-   one.onRun = [ & ] { timers.clear(); }; // the watcher goes, too
+   one.onRun = [ & ] { timers.clear(); }; // destroys the watcher, too
    one.in( 0ns );
    EXPECT_EQ( turn(), 1u );
    EXPECT_EQ( TimerTask::quillAllocation.live, live );
@@ -348,12 +348,12 @@ TEST_F( TaskDelayTest, ForEverIsMoreThanACentury ) {
       EXPECT_GT( delay( seconds ), century ) << seconds;
       EXPECT_EQ( turn( 1h ), 0u );
    }
-   EXPECT_EQ( delay( 3e9 ), 3000000000s ) << "what is below that is as it is asked for";
+   EXPECT_EQ( delay( 3e9 ), 3000000000s ) << "a shorter delay is not limited";
 }
 
 // --- The process's scheduler ---------------------------------------------------------------------
 
-TEST_F( TaskSchedulerTest, ProcessHasOneSchedulerWhileSomebodyHoldsIt ) {
+TEST_F( TaskSchedulerTest, ProcessHasOneSchedulerWhileItHasAHandle ) {
    EXPECT_EQ( TaskSchedulerRoot::findOrCreateScheduler(), scheduler );
    auto const before = TaskScheduler::quillAllocation.total;
    scheduler = nullptr;
@@ -365,7 +365,7 @@ TEST_F( TaskSchedulerTest, ProcessHasOneSchedulerWhileSomebodyHoldsIt ) {
    EXPECT_GE( scheduler->now(), now );
 }
 
-TEST_F( TaskSchedulerTest, AnotherClockIsRefusedWhileATaskIsArmed ) {
+TEST_F( TaskSchedulerTest, AnotherClockIsRejectedWhileATaskIsArmed ) {
    timer( "one" ).in( 1ms );
    HandClock other;
    EXPECT_DEATH( scheduler->schedulerClockIs( other ), "armedTasks\\(\\) == 0" );
@@ -377,7 +377,7 @@ TEST_F( TaskSchedulerTest, AnotherClockIsRefusedWhileATaskIsArmed ) {
 
 // --- Against a plain model -----------------------------------------------------------------------
 
-// What the scheduler holds, as a sorted map that is slow and easy to understand.
+// The scheduler's contents as a sorted map, which is slow and easy to understand.
 class SchedulerModel {
  public:
    using Key = std::tuple< Time, U8, U64 >; // deadline, priority, arming
@@ -393,7 +393,7 @@ class SchedulerModel {
                             : std::optional( std::get< 0 >( armed_.begin()->first ) );
    }
    std::size_t count() const { return armed_.size(); }
-   // Takes out what is due at `now`, in order.
+   // Removes what is due at `now`, in order.
    Names run( Time now ) {
       Names names;
       while ( next() && *next() <= now ) {

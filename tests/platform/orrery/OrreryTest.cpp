@@ -1,4 +1,4 @@
-// The state store: what is mounted where, by whom, and how long it lives.
+// The state store: what is mounted where, by which provider, and for how long.
 #include "platform/orrery/EntityManager.h"
 #include "platform/orrery/QuillShoal.h"
 
@@ -67,7 +67,7 @@ TEST_F( OrreryTest, TheTreeIsWatchedFromItsRoot ) {
    EXPECT_EQ( names.size(), 2u );
 }
 
-TEST_F( OrreryTest, TheRootOutlivesAStoreThatIsGone ) {
+TEST_F( OrreryTest, TheRootOutlivesADestroyedStore ) {
    auto const root = manager->root();
    root->entryIs( "config" );
    manager = nullptr;
@@ -97,7 +97,7 @@ TEST_F( OrreryTest, MountingTwiceAsksOnceAndIsUndoneByOneUnmount ) {
    EXPECT_THAT( publisher.asked, ElementsAre( "mount kni/a", "unmount kni/a" ) );
 }
 
-TEST_F( OrreryTest, UnmountingWhatIsNotMountedAsksNobody ) {
+TEST_F( OrreryTest, UnmountingAPathThatIsNotMountedCallsNoProvider ) {
    manager->unmount( "kni/a" );
    manager->mount( "kni/b" );
    manager->unmount( "kni/a" );
@@ -111,7 +111,7 @@ TEST_F( OrreryTest, APathWithNothingPublishedIsMountedAndEmpty ) {
    EXPECT_FALSE( manager->mounted( "kni/a" ) );
    EXPECT_EQ( manager->mounts(), 1u );
    publisher.nothingAt.clear();
-   manager->mount( "kni/a" ); // still mounted, so nobody is asked again
+   manager->mount( "kni/a" ); // still mounted, so the provider is not called again
    EXPECT_FALSE( manager->mounted( "kni/a" ) );
    manager->unmount( "kni/a" );
    manager->mount( "kni/a" );
@@ -163,7 +163,7 @@ TEST_F( OrreryTest, AnotherProviderTakesAPrefixOver ) {
 
 TEST_F( OrreryTest, AMountHoldsItsEntityAndLetsItGo ) {
    manager->mount( "kni/a" );
-   publisher.published.clear(); // its publisher loses interest
+   publisher.published.clear(); // its publisher releases it
    auto const live = Quill::Dir::quillAllocation.live;
    ASSERT_TRUE( manager->mounted( "kni/a" ) );
    manager->unmount( "kni/a" );
@@ -183,7 +183,7 @@ TEST_F( OrreryTest, AWatcherOfAMountedEntityKeepsItBeyondTheUnmount ) {
    EXPECT_EQ( told.size(), 2u );
 }
 
-TEST_F( OrreryTest, AStoreThatGoesLetsItsMountsGo ) {
+TEST_F( OrreryTest, ADestroyedStoreReleasesItsMounts ) {
    auto const before = Quill::Dir::quillAllocation.live;
    manager->mount( "kni/a" );
    publisher.published.clear();

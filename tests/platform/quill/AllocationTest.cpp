@@ -1,4 +1,4 @@
-// Memory and the end of the process: accounts by type, the pool behind them, assertions.
+// Memory and the end of the process: counts by type, the pool, assertions.
 #include "platform/quill/Allocation.h"
 
 #include "platform/quill/Assert.h"
@@ -47,7 +47,7 @@ TEST_F( AllocationTest, ObjectsAreCountedByTypeWhileTheyLive ) {
    }
    EXPECT_EQ( account.live, 0 );
    EXPECT_EQ( account.liveBytes, 0 );
-   EXPECT_EQ( account.total, total + 2 ) << "how many there ever were";
+   EXPECT_EQ( account.total, total + 2 ) << "how many were ever made";
    EXPECT_EQ( Quill::liveObjects(), all );
 }
 
@@ -79,7 +79,7 @@ TEST_F( AllocationTest, TypesAreListedOnceByNameWhenOneWasMade ) {
 // --- The pool ------------------------------------------------------------------------------------
 
 #if defined( __SANITIZE_ADDRESS__ )
-constexpr bool pooling = false; // every object comes from the heap by itself
+constexpr bool pooling = false; // every object is allocated separately
 #elif defined( __has_feature )
 constexpr bool pooling = !__has_feature( address_sanitizer );
 #else

@@ -63,7 +63,7 @@ TEST_F( CollectionsTest, MembersAreFoundByTheKeyTheyCarry ) {
    EXPECT_EQ( coin->refs(), 2 ) << "the collection owns one handle, the test another";
 }
 
-TEST_F( CollectionsTest, RemovedMemberIsHandedOutAndLivesOn ) {
+TEST_F( CollectionsTest, RemovedMemberIsReturnedAndStaysAlive ) {
    Coins coins;
    fill( coins, 3 );
    auto const coin = coins.remove( 1 );
@@ -73,7 +73,7 @@ TEST_F( CollectionsTest, RemovedMemberIsHandedOutAndLivesOn ) {
    EXPECT_EQ( coins.count(), 2 );
    EXPECT_EQ( coins.remove( 1 ), nullptr );
    EXPECT_EQ( coins.count(), 2 );
-   coins.insert( coin ); // and may come back
+   coins.insert( coin ); // may be inserted again
    EXPECT_EQ( coins.find( 1 ), coin );
 }
 
@@ -115,14 +115,14 @@ TEST_F( CollectionsTest, HandlesAreKeysByIdentity ) {
    EXPECT_EQ( one->refs(), 2 );
 }
 
-// A key whose hash says little, so that equal hashes meet in one bucket.
+// A key with a weak hash, so that equal hashes share a bucket.
 struct DullKey {
    U32 number;
    U64 hash() const { return number % 2; }
    bool operator==( DullKey const & ) const = default;
 };
 
-TEST_F( CollectionsTest, KeysOfEqualHashAreToldApart ) {
+TEST_F( CollectionsTest, KeysOfEqualHashAreDistinguished ) {
    Map< DullKey, U32 > map;
    for ( U32 number = 0; number < 40; ++number ) {
       map.set( { number }, number * 10 );
@@ -193,7 +193,7 @@ TEST_F( CollectionsTest, VisitedMemberMayBeDeletedAndIsPinnedMeanwhile ) {
    EXPECT_EQ( coins.count(), 0 );
 }
 
-TEST_F( CollectionsTest, MemberThatEndsMayTakeTheNextOneAlong ) {
+TEST_F( CollectionsTest, DestructorOfAMemberMayRemoveTheNextOne ) {
    Coins coins;
    coins.insert( Quill::make< Coin >( 1, [ & ] { coins.remove( 2 ); } ) );
    coins.insert( Quill::make< Coin >( 2 ) );
@@ -201,7 +201,7 @@ TEST_F( CollectionsTest, MemberThatEndsMayTakeTheNextOneAlong ) {
    std::vector< U32 > visited;
    for ( auto const & coin : coins ) {
       visited.push_back( coin->number() );
-      coins.remove( coin->number() ); // it ends when the walk leaves it
+      coins.remove( coin->number() ); // destroyed when the walk leaves it
    }
    EXPECT_EQ( visited, ( std::vector< U32 >{ 1, 3 } ) );
 }

@@ -38,6 +38,3 @@ class Shelf final : public Quill::Entity {
 };
 
 } // namespace Valen::Test
-
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Test::Box )
-QUILL_ENTITY_TABLES_ELSEWHERE( Valen::Test::Shelf )

@@ -1,6 +1,7 @@
-// Entities: what each kind of attribute line gives, what is told to whom, what is refused; and
+// Entities: what each kind of attribute line declares, notifies and rejects; and
 // directories.
 #include "platform/quill/Dir.h"
+#include "platform/quill/EntityTables.h"
 #include "tests/platform/quill/EntityModel.h"
 #include "tests/support/LeakCheck.h"
 
@@ -19,7 +20,7 @@ using Valen::Test::Shelf;
 
 using Texts = std::vector< std::string >;
 
-// Notes every change of one entity as "attribute" or "attribute key".
+// Records every change of one entity as "attribute" or "attribute key".
 template < class E > class Recorder final : public Quill::NotifieeOf< E const > {
  public:
    explicit Recorder( Ptr< E > const & entity ) { this->notifierIs( Ptr< E const >( entity ) ); }
@@ -33,7 +34,7 @@ template < class E > class Recorder final : public Quill::NotifieeOf< E const > 
       changes_.push_back( text );
    }
 
-   // What was told since the last call.
+   // The notifications since the last call.
    Texts changes() { return std::exchange( changes_, {} ); }
 
  private:
@@ -60,7 +61,7 @@ TEST_F( EntityTest, NewEntityHasEmptyAttributesAndNoParent ) {
    EXPECT_EQ( shelf_->parent(), nullptr );
 }
 
-TEST_F( EntityTest, WriteThatChangesTheValueIsToldOnce ) {
+TEST_F( EntityTest, WriteThatChangesTheValueNotifiesOnce ) {
    shelf_->widthIs( 7 );
    EXPECT_EQ( shelf_->width(), 7 );
    EXPECT_EQ( recorder_.changes(), Texts{ "width" } );
@@ -97,7 +98,7 @@ TEST_F( EntityTest, WriteThatChangesNothingIsSilent ) {
    EXPECT_EQ( recorder_.changes(), Texts() );
 }
 
-TEST_F( EntityTest, OldValueGoesAfterEverybodyWasTold ) {
+TEST_F( EntityTest, OldValueOutlivesTheNotification ) {
    auto const lives = [] { return Box::quillAllocation.live; };
    auto const before = lives();
    shelf_->lampIs( make< Box >( "old" ) );
@@ -113,7 +114,7 @@ TEST_F( EntityTest, OldValueGoesAfterEverybodyWasTold ) {
    EXPECT_EQ( lives(), before );
 }
 
-TEST_F( EntityTest, CollectionChangesAreToldWithTheirKey ) {
+TEST_F( EntityTest, CollectionChangesAreNotifiedWithTheirKey ) {
    auto const lamp = make< Box >( "lamp" );
    shelf_->boxIs( "a", 1u, nullptr );
    shelf_->boxDel( "a" );
@@ -133,7 +134,7 @@ TEST_F( EntityTest, CollectionChangesAreToldWithTheirKey ) {
    EXPECT_EQ( recorder_.changes(), ( Texts{ "tag t", "tag t" } ) );
 }
 
-TEST_F( EntityTest, QueueTellsThePositionOfWhatIsAppended ) {
+TEST_F( EntityTest, QueueNotifiesThePositionOfAnAppendedValue ) {
    shelf_->messageEnq( "first" );
    shelf_->messageEnq( "second" );
    EXPECT_EQ( recorder_.changes(), ( Texts{ "message 0", "message 1" } ) );
@@ -152,7 +153,7 @@ TEST_F( EntityTest, NullHandleUnderAKeyRemovesTheEntry ) {
    EXPECT_EQ( recorder_.changes(), ( Texts{ "slot 4", "slot 4" } ) );
 }
 
-TEST_F( EntityTest, DeletingAllTellsEachKey ) {
+TEST_F( EntityTest, DeletingAllNotifiesEachKey ) {
    auto const lamp = make< Box >( "lamp" );
    for ( U32 number = 0; number < 12; ++number ) {
       auto const text = std::to_string( number );
@@ -187,7 +188,7 @@ TEST_F( EntityTest, OwnedMemberHasItsOwnerAsParentUntilItIsDeleted ) {
    EXPECT_FALSE( shelf_->boxHas( "a" ) );
 }
 
-TEST_F( EntityTest, OwnedMemberLosesItsParentWhenTheOwnerEnds ) {
+TEST_F( EntityTest, OwnedMemberLosesItsParentWhenTheOwnerIsDestroyed ) {
    auto shelf = make< Shelf >();
    auto const box = shelf->boxIs( "a", 1u, nullptr );
    shelf = nullptr;
@@ -195,7 +196,7 @@ TEST_F( EntityTest, OwnedMemberLosesItsParentWhenTheOwnerEnds ) {
    EXPECT_EQ( box->refs(), 1 );
 }
 
-TEST_F( EntityTest, MemberMadeOutsideIsPutInUnderItsOwnKey ) {
+TEST_F( EntityTest, MemberMadeOutsideIsAddedUnderItsOwnKey ) {
    auto const box = make< Box >( "a", 3u );
    shelf_->boxAdd( box );
    EXPECT_EQ( shelf_->box( "a" ), box );
@@ -206,7 +207,7 @@ TEST_F( EntityTest, MemberMadeOutsideIsPutInUnderItsOwnKey ) {
                  "Valen::Test::Shelf::boxAdd\\(.*" );
 }
 
-TEST_F( EntityTest, WatchedEntityLives ) {
+TEST_F( EntityTest, WatchedEntityStaysAlive ) {
    auto shelf = make< Shelf >();
    auto recorder = std::make_unique< Recorder< Shelf > >( shelf );
    EXPECT_TRUE( shelf->hasNotifiees() );
@@ -218,10 +219,10 @@ TEST_F( EntityTest, WatchedEntityLives ) {
    recorder->notifierIs( Ptr< Shelf const >( shelf ) );
    EXPECT_EQ( recorder->notifier(), shelf.get() );
    recorder.reset();
-   EXPECT_FALSE( shelf->hasNotifiees() ) << "a notifiee that ends leaves";
+   EXPECT_FALSE( shelf->hasNotifiees() ) << "a destroyed notifiee is unregistered";
 }
 
-TEST_F( EntityTest, RepointedNotifieeHearsOfTheNewEntityOnly ) {
+TEST_F( EntityTest, RepointedNotifieeIsNotifiedByTheNewEntityOnly ) {
    auto const other = make< Shelf >();
    recorder_.notifierIs( Ptr< Shelf const >( other ) );
    shelf_->widthIs( 1 );
@@ -236,7 +237,7 @@ TEST_F( EntityTest, RepointingToTheSameEntityKeepsIt ) {
    EXPECT_EQ( recorder_.changes(), Texts{ "width" } );
 }
 
-// The text with which a member is refused that exists with other parameters.
+// The error for a member that exists with other parameters; empty if the call succeeds.
 template < class Call > std::string nameInUse( Call const & call ) {
    Quill::Expect const expected( Quill::ExceptionId::nameInUse );
    try {
@@ -255,7 +256,7 @@ TEST_F( EntityTest, ReinstantiationWithTheSameParametersReturnsTheMember ) {
    EXPECT_EQ( recorder_.changes(), Texts{ "box a" } );
 }
 
-TEST_F( EntityTest, ReinstantiationWithAnotherValueIsRefusedAndChangesNothing ) {
+TEST_F( EntityTest, ReinstantiationWithAnotherValueFailsAndChangesNothing ) {
    auto const box = shelf_->boxIs( "a", 5u, nullptr );
    recorder_.changes();
    EXPECT_EQ( nameInUse( [ & ] { shelf_->boxIs( "a", 6u, nullptr ); } ),
@@ -298,7 +299,7 @@ TEST_F( EntityTest, ParameterCheckWorksOnAnyValueWithADisplayForm ) {
       "different value of new than the current value of old" );
 }
 
-// A directory, and what it tells.
+// A directory and its notifications.
 class DirTest : public ::testing::Test, private Valen::Test::LeakCheck {
  protected:
    Ptr< Quill::Dir > const dir_ = make< Quill::Dir >();
@@ -341,7 +342,7 @@ TEST_F( DirTest, ExchangedEntityLosesItsParent ) {
    EXPECT_EQ( recorder_.changes(), ( Texts{ "entry a", "entry a" } ) );
 }
 
-TEST_F( DirTest, EntityCanGoWhileItsEntryStays ) {
+TEST_F( DirTest, EntityCanBeRemovedWhileItsEntryStays ) {
    auto const box = make< Box >( "box" );
    dir_->entryIs( "a", box );
    dir_->entryIs( "a", nullptr );
@@ -364,7 +365,7 @@ TEST_F( DirTest, DeletedEntryIsGoneWithItsEntity ) {
    EXPECT_EQ( recorder_.changes(), ( Texts{ "entry a", "entry b" } ) );
 }
 
-TEST_F( DirTest, DeletingAllTellsEachEntry ) {
+TEST_F( DirTest, DeletingAllNotifiesEachEntry ) {
    for ( int number = 0; number < 10; ++number ) {
       dir_->entryIs( std::to_string( number ), number % 2 ? make< Box >( "box" ) : nullptr );
    }
@@ -377,7 +378,7 @@ TEST_F( DirTest, DeletingAllTellsEachEntry ) {
    EXPECT_EQ( changes.back(), "entry 9" );
 }
 
-TEST_F( DirTest, EntitiesLoseTheirParentWhenTheDirectoryEnds ) {
+TEST_F( DirTest, EntitiesLoseTheirParentWhenTheDirectoryIsDestroyed ) {
    auto dir = make< Quill::Dir >();
    auto const box = make< Box >( "box" );
    dir->entryIs( "a", box );
@@ -391,7 +392,7 @@ TEST_F( DirTest, DirectoriesNest ) {
    auto const inner = make< Quill::Dir >();
    dir_->entryIs( "agent", inner );
    inner->entryIs( "messages", make< Box >( "box" ) );
-   EXPECT_EQ( recorder_.changes(), Texts{ "entry agent" } ) << "not what happens below";
+   EXPECT_EQ( recorder_.changes(), Texts{ "entry agent" } ) << "changes below are not notified";
    EXPECT_EQ( inner->parent(), dir_.get() );
 }
 

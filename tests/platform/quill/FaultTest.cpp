@@ -1,5 +1,5 @@
 // Faults: an exception that leaves a handler is contained and reported, and ends the process when
-// nobody listens; the framework's exceptions, and which of them are expected.
+// there is no sink; the framework's exceptions, and which of them are expected.
 #include "platform/quill/Fault.h"
 
 #include "platform/quill/Exception.h"
@@ -90,8 +90,11 @@ TEST_F( FaultTest, FaultCarriesTheExceptionItself ) {
    EXPECT_EQ( Quill::faults(), before + 1 );
    ASSERT_EQ( recorder_.faults().size(), 1 );
    auto const & fault = recorder_.faults().front();
-   EXPECT_EQ( fault.reactor, "Porter" );
-   EXPECT_EQ( fault.attribute, "width" );
+   EXPECT_STREQ( fault.source.reactor, "Porter" );
+   EXPECT_STREQ( fault.source.attribute, "width" );
+   EXPECT_TRUE( ( fault.isFrom< Valen::Test::Porter, Valen::Test::Shelf::widthAttr >() ) );
+   EXPECT_FALSE( ( fault.isFrom< Valen::Test::Porter, Valen::Test::Shelf::tagAttr >() ) );
+   EXPECT_FALSE( ( fault.isFrom< FaultTest, Valen::Test::Shelf::widthAttr >() ) );
    EXPECT_EQ( fault.key, "" );
    EXPECT_EQ( fault.text, "socket failed" );
    try {
@@ -102,13 +105,14 @@ TEST_F( FaultTest, FaultCarriesTheExceptionItself ) {
 }
 
 TEST_F( FaultTest, WorkUnderTheBoundaryReportsWhatItThrows ) {
+   Quill::FaultSource const vrf{ typeid( int ), "ConfigSm", typeid( char ), "vrf" };
    auto const key = [] { return std::string( "red" ); };
-   EXPECT_TRUE( Quill::underFaultBoundary( "ConfigSm", "vrf", key, [] {} ) );
+   EXPECT_TRUE( Quill::underFaultBoundary( vrf, key, [] {} ) );
    EXPECT_EQ( recorder_.messages(), Texts() );
-   EXPECT_FALSE( Quill::underFaultBoundary( "ConfigSm", "vrf", key,
-                                            [] { throw std::runtime_error( "no room" ); } ) );
+   EXPECT_FALSE(
+      Quill::underFaultBoundary( vrf, key, [] { throw std::runtime_error( "no room" ); } ) );
    EXPECT_FALSE( Quill::underFaultBoundary(
-      "ConfigSm", "", [] { return std::string(); },
+      { typeid( int ), "ConfigSm" }, [] { return std::string(); },
       [] { throw std::runtime_error( "no room" ); } ) );
    EXPECT_EQ( recorder_.messages(),
               ( Texts{ "fault in ConfigSm on vrf red: no room", "fault in ConfigSm: no room" } ) );
@@ -125,13 +129,13 @@ TEST_F( FaultTest, InstallingASinkReturnsTheOneBefore ) {
 
 TEST_F( FaultTest, WithoutASinkTheProcessEndsWithTheText ) {
    auto & a = add( 'a' );
-   a.onNext = [] { throw std::runtime_error( "nobody listens" ); };
+   a.onNext = [] { throw std::runtime_error( "no sink" ); };
    EXPECT_DEATH(
       {
          Quill::faultSinkIs( nullptr );
          shelf_->tagIs( "red" );
       },
-      "^fault in Porter on tag red: nobody listens\n$" );
+      "^fault in Porter on tag red: no sink\n$" );
 }
 
 // --- Exceptions ----------------------------------------------------------------------------------

@@ -1,4 +1,4 @@
-// The handle: counting, identity, conversion, and the ends of an object's life.
+// The handle: counting, identity, conversion, and an object's construction and destruction.
 #include "platform/quill/Ptr.h"
 
 #include "platform/quill/Allocation.h"
@@ -93,7 +93,7 @@ TEST_F( PtrTest, AssignmentToItselfChangesNothing ) {
    EXPECT_EQ( handle->refs(), 1 );
 }
 
-TEST_F( PtrTest, HandleIsAlreadyNullWhenTheObjectEnds ) {
+TEST_F( PtrTest, HandleIsAlreadyNullWhenTheObjectIsDestroyed ) {
    Ptr< Part > handle;
    bool wasNull = false;
    handle = make< Part >( [ & ]( Part & ) { wasNull = handle == nullptr; } );
@@ -153,12 +153,12 @@ TEST_F( PtrTest, ReleaseAndAdoptHandAReferenceOn ) {
    EXPECT_EQ( adopted->refs(), 1 );
 }
 
-// An object that hands itself around while it is being made.
+// An object that makes handles to itself in its constructor.
 class SelfTeller final : public Quill::PtrInterface {
    QUILL_TRACKED( SelfTeller )
  public:
    SelfTeller() {
-      Ptr< SelfTeller > const self( this ); // comes and goes
+      Ptr< SelfTeller > const self( this ); // temporary
       EXPECT_EQ( refs(), 2 );
    }
 };
@@ -187,7 +187,7 @@ class Refuser final : public Quill::PtrInterface {
 TEST_F( PtrTest, ConstructorThatThrowsLeavesNothingBehind ) {
    EXPECT_THROW( make< Refuser >(), std::runtime_error );
    EXPECT_EQ( Refuser::quillAllocation.live, 0 );
-   EXPECT_EQ( Refuser::quillAllocation.total, 1 ) << "it was had and given back";
+   EXPECT_EQ( Refuser::quillAllocation.total, 1 ) << "it was allocated and freed";
 }
 
 } // namespace

@@ -1,4 +1,4 @@
-// A reactor for the tests of the framework, which tells all that happens to it and does what a test
+// A reactor for the tests of the framework, which records its notifications and does what a test
 // wants in its handlers.
 #pragma once
 
@@ -12,10 +12,10 @@
 
 namespace Valen::Test {
 
-// What happens to all porters, in order: "a width 3", "b tag red", "-a" when it is destroyed.
+// The events of all porters, in order: "a width 3", "b tag red", "-a" when it is destroyed.
 struct Story {
    std::string text;
-   // What was told since the last call.
+   // The notifications since the last call.
    std::string told() { return std::exchange( text, {} ); }
    void add( std::string const & event ) { text += ( text.empty() ? "" : ", " ) + event; }
 };

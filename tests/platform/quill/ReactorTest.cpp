@@ -1,5 +1,5 @@
-// Reactors: the protocol of their life, their watches, the switches of delivery, and removal while a
-// handler runs.
+// Reactors: the protocol of their life, their watches, the switches of delivery, and removal while
+// a handler runs.
 #include "tests/platform/quill/ReactorModel.h"
 
 #include <memory>
@@ -73,7 +73,7 @@ TEST_F( ReactorTest, WatchMayBeginWithNothingAndMove ) {
    EXPECT_EQ( story_.told(), "" );
 }
 
-TEST_F( ReactorTest, SwitchedOffReactorHearsNothingOnAnyWatchUntilItIsOnAgain ) {
+TEST_F( ReactorTest, SwitchedOffReactorIsNotNotifiedByAnyWatchUntilItIsOnAgain ) {
    auto & porter = add( 'a' );
    EXPECT_TRUE( porter.hasNotificationActive() );
    porter.hasNotificationActiveIs( false );
@@ -95,7 +95,7 @@ TEST_F( ReactorTest, SwitchThatDoesNotChangeLeavesEachWatchAsItIs ) {
    EXPECT_FALSE( porter.boxWatch().hasNotificationActive() );
 }
 
-TEST_F( ReactorTest, ReactorSwitchedOffInADeliveryBeforeItsTurnIsNotTold ) {
+TEST_F( ReactorTest, ReactorSwitchedOffInADeliveryBeforeItsTurnIsNotNotified ) {
    auto & a = add( 'a' );
    auto & b = add( 'b' );
    a.onNext = [ & ] { b.hasNotificationActiveIs( false ); };
@@ -116,7 +116,7 @@ TEST_F( ReactorTest, ReactorMaySwitchItselfOff ) {
    EXPECT_EQ( widthIs( 2 ), "b width 2" );
 }
 
-TEST_F( ReactorTest, ZombieStaysSilentHoweverItIsSwitched ) {
+TEST_F( ReactorTest, ZombieStaysSilentInEitherPositionOfTheSwitch ) {
    auto & porter = add( 'a' );
    porter.quillDoZombieReactors( true );
    porter.quillDoZombieReactors( true );
@@ -130,7 +130,7 @@ TEST_F( ReactorTest, ZombieStaysSilentHoweverItIsSwitched ) {
    EXPECT_EQ( widthIs( 2 ), "a width 2" );
 }
 
-// A watch that a reactor makes later takes on how the reactor stands.
+// A watch that a reactor makes later takes over the reactor's state.
 TEST_F( ReactorTest, LaterWatchIsAsSilentAsItsReactor ) {
    using BoxWatch = Quill::Watch< Porter, Box, On< Box::neighbourAttr, &Porter::handleNeighbour > >;
    auto & porter = add( 'a' );
@@ -143,7 +143,7 @@ TEST_F( ReactorTest, LaterWatchIsAsSilentAsItsReactor ) {
    EXPECT_TRUE( BoxWatch( porter, box_ ).isZombie() );
 }
 
-// A reactor may end one of its watches before the others, in any order.
+// A reactor may destroy its watches in any order.
 TEST_F( ReactorTest, WatchThatEndsLeavesTheOthersSwitchable ) {
    using BoxWatch =
       Quill::Watch< Porter, Box, Quill::On< Box::neighbourAttr, &Porter::handleNeighbour > >;
@@ -166,7 +166,7 @@ TEST_F( ReactorTest, RetiredReactorIsDestroyedAtOnceOutsideItsHandlers ) {
    add( 'a' );
    retire( 'a' );
    EXPECT_EQ( story_.told(), "-a" );
-   Reactor::retire( nullptr ); // as when there was none
+   Reactor::retire( nullptr ); // no child: no effect
 }
 
 TEST_F( ReactorTest, ReactorRetiredInItsHandlerIsSilencedAtOnceAndDestroyedWhenItReturns ) {
@@ -174,9 +174,9 @@ TEST_F( ReactorTest, ReactorRetiredInItsHandlerIsSilencedAtOnceAndDestroyedWhenI
    add( 'b' );
    a.onNext = [ & ] {
       retire( 'a' );
-      EXPECT_EQ( porters_.count(), 1 ) << "for its owner it is gone";
+      EXPECT_EQ( porters_.count(), 1 ) << "its owner has removed it";
       EXPECT_TRUE( a.shelfWatch().isZombie() );
-      box_->neighbourIs( box_ ); // told to b only
+      box_->neighbourIs( box_ ); // notifies b only
       box_->neighbourIs( nullptr );
       story_.add( "handler ends" );
    };
@@ -215,7 +215,7 @@ TEST_F( ReactorTest, ReplacementMadeInTheHandlerOfTheRetiredOneTakesOver ) {
       retire( 'a' );
       add( 'a' );
    };
-   EXPECT_EQ( widthIs( 1 ), "a width 1, -a" ) << "it hears of later changes only";
+   EXPECT_EQ( widthIs( 1 ), "a width 1, -a" ) << "it is notified of later changes only";
    EXPECT_EQ( widthIs( 2 ), "a width 2" );
 }
 
@@ -234,7 +234,7 @@ TEST_F( ReactorTest, HandlerMayLetTheWholeOwnerGo ) {
 }
 
 // Each of one to four reactors retires each of them, itself included.
-TEST_F( ReactorTest, RetiringAnyReactorFromAnyHandlerLeavesTheOthersTold ) {
+TEST_F( ReactorTest, RetiringAnyReactorFromAnyHandlerStillNotifiesTheOthers ) {
    for ( std::size_t count = 1; count <= 4; ++count ) {
       std::string const all = std::string( "abcd" ).substr( 0, count );
       for ( char const actor : all ) {
@@ -273,7 +273,7 @@ TEST_F( ReactorTest, ScopeAroundACallKeepsARetiredReactor ) {
    EXPECT_EQ( story_.told(), "-a" );
 }
 
-TEST_F( ReactorTest, ReactorHeldElsewhereOutlivesItsRetirement ) {
+TEST_F( ReactorTest, ReactorWithAnotherHandleOutlivesItsRetirement ) {
    add( 'a' );
    auto const held = porters_.find( 'a' );
    retire( 'a' );
@@ -281,7 +281,7 @@ TEST_F( ReactorTest, ReactorHeldElsewhereOutlivesItsRetirement ) {
    EXPECT_EQ( held->refs(), 1 );
 }
 
-// A reactor that writes to what it watches while it is being made.
+// A reactor that writes to what it watches in its constructor.
 class Starter final : public Reactor {
    QUILL_TRACKED( Starter )
  public:

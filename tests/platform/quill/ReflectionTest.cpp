@@ -1,9 +1,10 @@
-// Reflection: what the attribute lines tell of an entity's type, its values in generic form, the way
+// Reflection: an entity's type as its attribute lines define it, values in generic form, the way
 // back, and display forms.
 #include "platform/quill/Reflection.h"
 
 #include "platform/corvid/NamespaceName.h"
 #include "platform/quill/Dir.h"
+#include "platform/quill/EntityTables.h"
 #include "tests/platform/quill/EntityModel.h"
 #include "tests/support/LeakCheck.h"
 
@@ -27,7 +28,7 @@ using Valen::Test::Shelf;
 
 using Texts = std::vector< std::string >;
 
-// A value as text: its kind, then what it is.
+// A value as text: its kind, then its value.
 std::string shown( Value const & value ) {
    struct Show {
       std::string operator()( std::monostate ) const { return "nothing"; }
@@ -42,7 +43,7 @@ std::string shown( Value const & value ) {
    return std::visit( Show(), value );
 }
 
-// The text with which `call` is refused; empty when it is not.
+// The error with which `call` fails; empty if it succeeds.
 template < class Call > std::string rangeError( Call const & call ) {
    Quill::Expect const expected( Quill::ExceptionId::range );
    try {
@@ -111,7 +112,7 @@ TEST_F( ReflectionTest, AttributeIsFoundByNameAndById ) {
    EXPECT_EQ( Shelf::staticType().attribute( Quill::AttrId( 0 ) ), nullptr );
 }
 
-TEST_F( ReflectionTest, EveryKindIsToldAndTheCollectionsAmongThem ) {
+TEST_F( ReflectionTest, EveryKindIsReportedAndWhetherItIsACollection ) {
    EXPECT_EQ( Box::staticType().attribute( "weight" )->kind, AttrKind::parameter );
    EXPECT_EQ( attribute( "width" ).kind, AttrKind::single );
    EXPECT_EQ( attribute( "box" ).kind, AttrKind::members );
@@ -180,7 +181,7 @@ TEST_F( ReflectionTest, ElementIsFoundByTheDisplayFormOfItsKey ) {
    }
 }
 
-// A member under a bounded name, and what holds it.
+// A member under a name of limited length, and its owner.
 class Room final : public Entity {
    QUILL_ENTITY( Room )
  public:
@@ -193,6 +194,9 @@ class House final : public Entity {
  public:
    QUILL_MEMBERS( Room, room, name )
 };
+
+QUILL_ENTITY_TABLES( Room )
+QUILL_ENTITY_TABLES( House )
 
 TEST_F( ReflectionTest, KeyThatCannotBeFormedIsNotThere ) {
    Quill::Expect const expected( Quill::ExceptionId::range );
@@ -228,7 +232,7 @@ TEST_F( ReflectionTest, EntityIsBuiltFromItsParameters ) {
    EXPECT_NE( Quill::ptrCast< Quill::Dir >( Quill::Dir::staticType().construct( {} ) ), nullptr );
 }
 
-TEST_F( ReflectionTest, ParametersThatDoNotFitAreRefused ) {
+TEST_F( ReflectionTest, ParametersThatDoNotFitAreRejected ) {
    auto const refused = []( std::vector< Value > const & parameters ) {
       return rangeError( [ & ] { Box::staticType().construct( parameters ); } );
    };

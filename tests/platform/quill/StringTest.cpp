@@ -92,7 +92,7 @@ TEST_F( StringTest, EqualStringsHaveEqualHashesHoweverTheyWereMade ) {
    EXPECT_EQ( whole, joined );
    EXPECT_EQ( whole.hash(), joined.hash() );
    EXPECT_EQ( whole.hash(), Name( "interface" ).hash() );
-   EXPECT_EQ( whole.hash(), whole.hash() ) << "also when it is asked again";
+   EXPECT_EQ( whole.hash(), whole.hash() ) << "the second time, too";
    EXPECT_NE( whole.hash(), String( "interfacf" ).hash() );
 }
 
@@ -159,7 +159,7 @@ TEST_F( StringTest, ManyNamesAreKeptApart ) {
    }
 }
 
-// The text of the range error that making a `T` of `length` bytes ends with; empty when it is made.
+// The text of the range error of making a `T` of `length` bytes; empty if it succeeds.
 template < class T > std::string rangeError( std::size_t length ) {
    Quill::Expect const expected( Quill::ExceptionId::range );
    try {
@@ -176,7 +176,7 @@ TEST_F( StringTest, NamespaceNameHasAtMost150Bytes ) {
    EXPECT_EQ( rangeError< NamespaceName >( 4096 ), "NamespaceName::bytes > 150 not allowed" );
 }
 
-TEST_F( StringTest, LengthAtTheBoundIsAllowedAndOneMoreIsRefusedWithTheGivenText ) {
+TEST_F( StringTest, LengthAtTheLimitIsAllowedAndOneMoreIsRejectedWithTheGivenText ) {
    Quill::Expect const expected( Quill::ExceptionId::range );
    EXPECT_EQ( Quill::requireLength( "four", 4, "too long" ), "four" );
    EXPECT_EQ( Quill::requireLength( "", 0, "too long" ), "" );

@@ -30,7 +30,7 @@ class WalkListTest : public ::testing::Test {
       }
    }
 
-   // What one walk over the list sees; `meanwhile` runs while the item `at` is visited.
+   // What one walk over the list visits; `meanwhile` runs while the item `at` is visited.
    std::string walk( char at = 0, std::function< void() > const & meanwhile = nullptr ) {
       std::string seen;
       Walk walk( *list_ );
@@ -77,7 +77,7 @@ TEST_F( WalkListTest, EmptiedListIsEmptyAndCanBeFilledAgain ) {
    EXPECT_EQ( walk(), "c" );
 }
 
-TEST_F( WalkListTest, OneRemovedBeforeItsTurnIsNotSeenWhereverItStands ) {
+TEST_F( WalkListTest, ElementRemovedBeforeItsTurnIsNotVisitedAtAnyPosition ) {
    for ( char const at : { 'a', 'b', 'c', 'd' } ) {
       for ( char const gone : { 'a', 'b', 'c', 'd' } ) {
          SCOPED_TRACE( std::string( "at " ) + at + " removing " + gone );
@@ -143,7 +143,7 @@ TEST_F( WalkListTest, EverythingRemovedEndsTheWalk ) {
    EXPECT_EQ( walk(), "n" );
 }
 
-TEST_F( WalkListTest, ListThatDiesEndsEveryWalkOverIt ) {
+TEST_F( WalkListTest, DestroyedListEndsEveryWalkOverIt ) {
    std::string inner;
    EXPECT_EQ( walk( 'b', [ & ] { inner = walk( 'a', [ & ] { list_.reset(); } ); } ), "ab" );
    EXPECT_EQ( inner, "a" );

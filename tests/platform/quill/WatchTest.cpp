@@ -1,4 +1,4 @@
-// Delivery: who is told of a change when a watcher disturbs it. Each disruption is tried by each of
+// Delivery: which watchers are notified when one disturbs it. Each disruption is tried by each of
 // one to five watchers upon each of them, at once and from within a nested notification.
 #include "platform/quill/Entity.h"
 
@@ -18,7 +18,7 @@ using Quill::Ptr;
 using Valen::Test::FaultRecorder;
 using Valen::Test::Shelf;
 
-// Watchers of one shelf, named a, b, c...; each notes its name and the width it sees, and the actor
+// Watchers of one shelf, named a, b, c...; each records its name and the width, and the actor
 // then acts, once.
 class Bench {
  public:
@@ -30,7 +30,7 @@ class Bench {
       void onAttribute( Quill::AttrId, void const * ) override {
          bench_.log += name_ + std::to_string( notifier()->width() ) + ' ';
          if ( auto const act = std::exchange( onNext, nullptr ) ) {
-            act(); // may end this watcher
+            act(); // may destroy this watcher
          }
       }
       std::function< void() > onNext;
@@ -54,7 +54,7 @@ class Bench {
       watchers[ target ]->notifierIs( Ptr< Shelf const >( shelf ) );
    }
 
-   // Writes the width and returns who was told, as "a1 b1 c1 ".
+   // Writes the width and returns the notified watchers, as "a1 b1 c1 ".
    std::string write( U16 width ) {
       log.clear();
       auto const handle = shelf;
@@ -68,11 +68,11 @@ class Bench {
    std::vector< std::unique_ptr< Watcher > > watchers;
 };
 
-enum class Now { told, notTold, nobodyMore };
-enum class Next { inPlace, last, absent, nobody, withNewcomer };
+enum class Now { told, notTold, noFurther };
+enum class Next { inPlace, last, absent, none, withNewcomer };
 
 // What a watcher does to another (or itself) in the middle of a notification; whether the target,
-// had its turn not come, is still told, and who is told next time.
+// if its turn has not come, is still notified, and which ones are notified next time.
 struct Disruption {
    char const * name;
    std::function< void( Bench &, std::size_t target ) > act;
@@ -129,19 +129,19 @@ Disruption const disruptions[] = {
         b.watchers[ t ].reset();
      },
      Now::notTold, Next::absent },
-   { "DestroysAll", []( Bench & b, std::size_t ) { b.watchers.clear(); }, Now::nobodyMore,
-     Next::nobody },
+   { "DestroysAll", []( Bench & b, std::size_t ) { b.watchers.clear(); }, Now::noFurther,
+     Next::none },
    { "DestroysAllAndTheShelf",
      []( Bench & b, std::size_t ) {
         b.shelf = make< Shelf >();
         b.watchers.clear();
      },
-     Now::nobodyMore, Next::nobody },
+     Now::noFurther, Next::none },
    { "LetsTheShelfGo",
      []( Bench & b, std::size_t ) {
         b.shelf = make< Shelf >(); // the watchers keep the old one
      },
-     Now::told, Next::nobody },
+     Now::told, Next::none },
    { "Throws", []( Bench &, std::size_t ) { throw std::runtime_error( "disrupted" ); }, Now::told,
      Next::inPlace, true },
    { "ThrowsAnything", []( Bench &, std::size_t ) { throw 1; }, Now::told, Next::inPlace, true },
@@ -164,7 +164,7 @@ std::string told( std::string const & names, int width ) {
 class DisruptedDelivery : public ::testing::TestWithParam< Disruption >,
                           private Valen::Test::LeakCheck {
  protected:
-   // All watchers at first, those told up to the actor, and those told after it.
+   // All watchers, those notified up to the actor, and those notified after it.
    struct Expected {
       Expected( std::size_t count, std::size_t actor, std::size_t target )
           : all( std::string( "abcdef" ).substr( 0, count ) ), early( all.substr( 0, actor + 1 ) ),
@@ -172,7 +172,7 @@ class DisruptedDelivery : public ::testing::TestWithParam< Disruption >,
          char const name = all[ target ];
          if ( GetParam().now == Now::notTold ) {
             std::erase( late, name );
-         } else if ( GetParam().now == Now::nobodyMore ) {
+         } else if ( GetParam().now == Now::noFurther ) {
             late.clear();
          }
          switch ( GetParam().next ) {
@@ -185,7 +185,7 @@ class DisruptedDelivery : public ::testing::TestWithParam< Disruption >,
          case Next::absent:
             std::erase( next, name );
             break;
-         case Next::nobody:
+         case Next::none:
             next.clear();
             break;
          case Next::withNewcomer:
@@ -214,7 +214,7 @@ class DisruptedDelivery : public ::testing::TestWithParam< Disruption >,
    FaultRecorder recorder_;
 };
 
-TEST_P( DisruptedDelivery, TellsExactlyThoseStillThere ) {
+TEST_P( DisruptedDelivery, NotifiesExactlyTheRemainingWatchers ) {
    atEveryPosition(
       []( Bench & bench, Expected const & expected, std::size_t actor, std::size_t target ) {
          bench.watchers[ actor ]->onNext = [ & ] { GetParam().act( bench, target ); };
@@ -223,15 +223,15 @@ TEST_P( DisruptedDelivery, TellsExactlyThoseStillThere ) {
       } );
 }
 
-TEST_P( DisruptedDelivery, TellsExactlyThoseStillThereWhenItHappensInANestedOne ) {
+TEST_P( DisruptedDelivery, NotifiesExactlyTheRemainingWatchersOfANestedDisruption ) {
    atEveryPosition(
       []( Bench & bench, Expected const & expected, std::size_t actor, std::size_t target ) {
          bench.watchers[ actor ]->onNext = [ & ] {
             bench.watchers[ actor ]->onNext = [ & ] { GetParam().act( bench, target ); };
             bench.shelf->widthIs( 2 );
          };
-         // Depth first: the nested change is told to the end before the first one goes on, and then
-         // everybody sees the width as it is.
+         // Depth first: all watchers are notified of the nested change before the first one
+         // continues, and then all see the current width.
          EXPECT_EQ( bench.write( 1 ), told( expected.early, 1 ) + told( expected.early, 2 ) +
                                          told( expected.late, 2 ) + told( expected.late, 2 ) );
          EXPECT_EQ( bench.write( 3 ), told( expected.next, 3 ) );
@@ -256,13 +256,13 @@ INSTANTIATE_TEST_SUITE_P( Each, DisruptedDelivery, ::testing::ValuesIn( disrupti
 
 class DeliveryTest : public ::testing::Test, private Valen::Test::LeakCheck {};
 
-TEST_F( DeliveryTest, WatchersAreToldInTheOrderTheyCame ) {
+TEST_F( DeliveryTest, WatchersAreNotifiedInTheOrderInWhichTheyWereAdded ) {
    Bench bench( 4 );
    EXPECT_EQ( bench.write( 1 ), "a1 b1 c1 d1 " );
    EXPECT_EQ( bench.write( 1 ), "" ) << "nothing changed";
 }
 
-TEST_F( DeliveryTest, NewcomerHearsOfAChangeMadeAfterItCame ) {
+TEST_F( DeliveryTest, NewWatcherIsNotifiedOfAChangeMadeAfterItWasAdded ) {
    for ( std::size_t count = 1; count <= 3; ++count ) {
       Bench bench( count );
       std::string const all = std::string( "abc" ).substr( 0, count );
@@ -295,7 +295,7 @@ TEST_F( DeliveryTest, EachWatcherMayWriteOnce ) {
       };
    }
    EXPECT_EQ( bench.write( 1 ), "a1 a2 b2 a3 b3 c3 a4 b4 c4 c4 b4 c4 " )
-      << "each write is told to the end before the one around it goes on";
+      << "each write notifies all watchers before the outer one continues";
 }
 
 TEST_F( DeliveryTest, FaultOfABareNotifieeIsReportedWithItsText ) {

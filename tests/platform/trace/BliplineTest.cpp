@@ -1,4 +1,4 @@
-// Blipline: writing, wrapping, losing; reading what a crash, a disk or an enemy left.
+// Blipline: writing, wrapping, lost lines; reading after a crash, damage or forgery.
 #include "platform/trace/Blipline.h"
 #include "platform/quill/Exception.h"
 #include "platform/trace/BliplineFormat.h"
@@ -198,13 +198,13 @@ TEST_F( BliplineTest, TracePointWithoutRoomForItsDescriptionIsLostAndCounted ) {
    EXPECT_GT( written, 0u );
    EXPECT_LT( written, 20u );
    EXPECT_EQ( ring.lost(), 20 - written );
-   ring.write( points.front(), 1ns, {} ); // one that is described goes on
+   ring.write( points.front(), 1ns, {} ); // a described trace point still works
    EXPECT_EQ( texts( memory.span() ).size(), written + 1 );
    ring.write( points.back(), 1ns, {} );
    EXPECT_EQ( Reader( memory.span() ).lost(), 21 - written );
 }
 
-TEST_F( BliplineTest, TracePointIsDescribedAnewInAnotherRing ) {
+TEST_F( BliplineTest, TracePointIsDescribedAgainInAnotherRing ) {
    write( 1 );
    Memory other( Ring::minSize );
    Ring second( other.span() );
@@ -249,7 +249,7 @@ TEST_F( BliplineTest, OddSizesAreUsedAsFarAsTheyGo ) {
    }
 }
 
-TEST_F( BliplineTest, TooLittleMemoryIsRefused ) {
+TEST_F( BliplineTest, TooLittleMemoryIsRejected ) {
    Memory little( Ring::minSize - 1 );
    try {
       Ring const ringOfLittle( little.span() );
@@ -259,7 +259,7 @@ TEST_F( BliplineTest, TooLittleMemoryIsRefused ) {
    }
 }
 
-TEST_F( BliplineTest, WriterSurvivesARingThatSomebodyElseOverwrote ) {
+TEST_F( BliplineTest, WriterSurvivesARingThatWasOverwrittenFromOutside ) {
    for ( U64 i = 0; i < 50; ++i ) {
       write( i );
    }
@@ -280,7 +280,7 @@ TEST_F( BliplineTest, ProcessHasOneRing ) {
 
 // --- Reading what is damaged ---------------------------------------------------------------------
 
-// Reads all there is; what it says does not matter, that it comes back does.
+// Reads everything. What it reads does not matter, as long as it returns.
 std::size_t readAll( std::span< std::byte const > memory ) {
    Reader reader( memory );
    Line line;
@@ -331,7 +331,7 @@ TEST_F( DamagedRing, FileCutShortAnywhereIsNoRing ) {
    }
 }
 
-TEST_F( DamagedRing, RandomFlipsNeverLeadOutside ) {
+TEST_F( DamagedRing, RandomBitFlipsNeverCauseReadsOutsideTheMemory ) {
    for ( U32 seed = 0; seed < 2000; ++seed ) {
       std::mt19937 random( seed );
       auto bytes = copy();
@@ -344,7 +344,7 @@ TEST_F( DamagedRing, RandomFlipsNeverLeadOutside ) {
    }
 }
 
-TEST_F( DamagedRing, RandomBytesBehindAGoodHeaderNeverLeadOutside ) {
+TEST_F( DamagedRing, RandomBytesAfterAValidHeaderNeverCauseReadsOutsideTheMemory ) {
    for ( U32 seed = 0; seed < 300; ++seed ) {
       std::mt19937 random( seed );
       auto bytes = copy();
@@ -355,7 +355,7 @@ TEST_F( DamagedRing, RandomBytesBehindAGoodHeaderNeverLeadOutside ) {
    }
 }
 
-TEST_F( DamagedRing, ForgedSizesAreRefused ) {
+TEST_F( DamagedRing, ForgedSizesAreRejected ) {
    using Blipline::Format::Header;
    for ( U64 const forged : { 1ull, 4ull, ~0ull, ~7ull, 1ull << 63, 8ull << 32 } ) {
       for ( auto const offset : { offsetof( Header, descriptorSize ), offsetof( Header, ringSize ),
@@ -377,7 +377,7 @@ TEST_F( DamagedRing, AnotherVersionIsNoRing ) {
    EXPECT_FALSE( Reader( bytes ).valid() );
 }
 
-TEST_F( DamagedRing, RecordOfAnUnknownTracePointIsLeftOutAndToldOf ) {
+TEST_F( DamagedRing, RecordOfAnUnknownTracePointIsSkippedAndReported ) {
    Memory fresh( Ring::minSize );
    Ring short_( fresh.span() );
    for ( U32 i = 0; i < 3; ++i ) {
@@ -468,8 +468,8 @@ void expectNoGap( std::vector< std::string > const & texts ) {
 TEST( BliplineOfAnotherProcess, SnapshotsInMidWriteAreWhole ) {
    WritingProcess const process;
    U32 inMidWrite = 0;
-   auto const patience = std::chrono::steady_clock::now() + 20s;
-   while ( inMidWrite < 50 && !HasFatalFailure() && std::chrono::steady_clock::now() < patience ) {
+   auto const timeout = std::chrono::steady_clock::now() + 20s;
+   while ( inMidWrite < 50 && !HasFatalFailure() && std::chrono::steady_clock::now() < timeout ) {
       auto const before = process.tail();
       auto const copy = Blipline::snapshot( process.memory() );
       inMidWrite += process.tail() != before;

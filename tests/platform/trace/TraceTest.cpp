@@ -2,6 +2,7 @@
 #include "platform/trace/Trace.h"
 #include "platform/quill/Assert.h"
 #include "platform/quill/Attributes.h"
+#include "platform/quill/EntityTables.h"
 #include "platform/trace/Blipline.h"
 #include "tests/support/TraceCapture.h"
 
@@ -21,6 +22,8 @@ class Traced final : public Quill::Entity {
    QUILL_ENTITY( Traced )
    QUILL_SINGLE( U32, number )
 };
+
+QUILL_ENTITY_TABLES( Traced )
 
 void traceKeys( Quill::Name const & name, U32 count ) {
    TRACE0( "vrf %s, %s", name, count );
@@ -68,7 +71,7 @@ TEST_F( TraceTest, PatternSwitchesOneLevelOrARange ) {
    EXPECT_EQ( handle.levels(), 0x200u );
 }
 
-TEST_F( TraceTest, FinalStarStandsForAnyEnding ) {
+TEST_F( TraceTest, FinalStarMatchesAnyEnding ) {
    EXPECT_TRUE( enabled( handle, "Conf*/0", 0 ) );
    EXPECT_TRUE( enabled( handle, "ConfigSm*/0", 0 ) );
    EXPECT_TRUE( enabled( handle, "*/0", 0 ) );
@@ -116,7 +119,7 @@ TEST_F( TraceTest, HandlesAreListedWhileTheyLive ) {
    EXPECT_TRUE( listed( "ConfigSm" ) );
 }
 
-TEST_F( TraceTest, PatternsInForceAreTold ) {
+TEST_F( TraceTest, ActivePatternsAreReturned ) {
    Quill::traceLevelsIs( "ConfigSm/0-1,Intf*/0" );
    EXPECT_EQ( Quill::traceLevels(), "ConfigSm/0-1,Intf*/0" );
    Quill::traceLevelsIs( "" );
@@ -182,7 +185,7 @@ TEST_F( TraceTest, LineTakesOneTimeFromTheMonotonicClock ) {
       void line( Quill::TraceLine const & line ) noexcept override { time = line.time; }
       std::chrono::nanoseconds time{};
    } sink;
-   TraceCapture const capture; // switches the levels on, and everything back at the end
+   TraceCapture const capture; // enables the levels, and restores everything at the end
    Quill::traceSinkIs( &sink );
    auto const now = [] {
       return std::chrono::nanoseconds( std::chrono::steady_clock::now().time_since_epoch() );
@@ -200,7 +203,7 @@ TEST_F( TraceTest, WithNoOutputNothingHappens ) {
    EXPECT_THAT( capture.lines(), IsEmpty() );
 }
 
-// Both outputs of one process, as an agent has them.
+// Both outputs of one process, as the daemon has them.
 class BothTraces : public TraceTest {
  protected:
    BothTraces() { Blipline::ringIs( &ring ); }

@@ -48,7 +48,7 @@ TEST( Twinlog, PlaceholderWithoutAValueStays ) {
    EXPECT_EQ( formatted( "%x", {} ), "%x" );
 }
 
-TEST( Twinlog, ValueWithoutAPlaceholderIsLeftOut ) {
+TEST( Twinlog, ValueWithoutAPlaceholderIsSkipped ) {
    EXPECT_EQ( formatted( "only %s", { text( "a" ), text( "b" ) } ), "only a" );
    EXPECT_EQ( formatted( "", { text( "a" ) } ), "" );
 }
@@ -77,7 +77,7 @@ TEST( Twinlog, BytesThatAreNoTextPassUnchanged ) {
    EXPECT_EQ( formatted( "<%s>", { text( bytes ) } ), "<" + std::string( bytes ) + ">" );
 }
 
-TEST( Twinlog, ClearedTextBeginsAnew ) {
+TEST( Twinlog, ClearedTextStartsEmpty ) {
    Twinlog::Text text;
    text.append( "old" );
    text.clear();

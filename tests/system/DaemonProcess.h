@@ -1,4 +1,4 @@
-// The programs as processes: the agent in a namespace of the test's own, and the operator's command.
+// The programs as processes: the daemon in a namespace that the test creates, and the operator's command.
 #pragma once
 
 #include "tests/linux/TestNetwork.h"
@@ -17,10 +17,10 @@ inline std::string contentOf( std::string const & path ) {
    return content.str();
 }
 
-// A program that runs, with its output in files.
+// A running program. Its output goes to files.
 class Process {
  public:
-   // Starts `arguments` inside `netNs`, or here when there is none, as user `uid`.
+   // Starts `arguments` as user `uid`, inside `netNs` if one is given.
    Process( std::vector< std::string > const & arguments, std::string const & outputs,
             TestNetNs const * netNs = nullptr, uid_t uid = 0 )
        : out_( outputs + ".out" ), err_( outputs + ".err" ) {
@@ -34,7 +34,7 @@ class Process {
          std::optional< Linux::NetNs > opened;
          std::optional< Linux::NetNsScope > inside;
          if ( netNs ) {
-            opened.emplace( Linux::NetNsFolders().open( netNs->name() ) );
+            opened.emplace( Linux::NetNsDirectories().open( netNs->name() ) );
             inside.emplace( *opened );
          }
          redirect( out_, STDOUT_FILENO );
@@ -62,7 +62,7 @@ class Process {
       }
       return !status_;
    }
-   // Waits for the end; the exit status, or 1000 and the signal.
+   // Waits until the program ends. Returns the exit status, or 1000 plus the signal that ended it.
    int wait() {
       int status = 0;
       if ( !status_ && ::waitpid( pid_, &status, 0 ) == pid_ ) {
@@ -86,14 +86,14 @@ class Process {
    std::optional< int > status_;
 };
 
-// What a command printed, and what it ended with.
+// The output and exit status of a command.
 struct Result {
    int status;
    std::string out;
    std::string err;
 };
 
-// A folder of the test's own.
+// A directory for one test, removed at its end.
 class WorkDirectory {
  public:
    WorkDirectory() {

@@ -1,4 +1,4 @@
-#include "platform/quill/Attributes.h"
+#include "platform/quill/Reinstantiation.h"
 
 namespace Quill {
 

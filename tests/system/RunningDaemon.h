@@ -1,9 +1,9 @@
-// The agent on the real kernel: in a namespace that stands for the machine, with VRF red in another
-// and the neighbours in a third.
+// valend on the real kernel: one network namespace is the machine, a second is VRF red, and the
+// neighbors are in a third.
 #pragma once
 
 #include "settings/Hex.h"
-#include "tests/system/AgentProcess.h"
+#include "tests/system/DaemonProcess.h"
 
 #include <nlohmann/json.hpp>
 #include <thread>
@@ -12,8 +12,8 @@ namespace Valen::Test {
 
 using Json = nlohmann::json;
 
-// A fixture with the machine, et1 in it, et2 in red, and their far ends far1 and far2.
-class RunningAgentTest : public NetworkTest {
+// The machine has et1 and VRF red has et2; their far ends are far1 and far2.
+class RunningDaemonTest : public NetworkTest {
  protected:
    void SetUp() override {
       NetworkTest::SetUp();
@@ -23,17 +23,17 @@ class RunningAgentTest : public NetworkTest {
       work_.emplace();
       machine_.emplace();
       red_.emplace();
-      neighbours_.emplace();
-      for ( auto const * netNs : { &*machine_, &*red_, &*neighbours_ } ) {
+      neighbors_.emplace();
+      for ( auto const * netNs : { &*machine_, &*red_, &*neighbors_ } ) {
          run( "ip netns exec " + netNs->text() +
               " sysctl -q -w net.ipv6.conf.all.disable_ipv6=1 "
               "net.ipv6.conf.default.disable_ipv6=1" );
       }
-      machine_->veth( "et1", *neighbours_, "far1" );
-      red_->veth( "et2", *neighbours_, "far2" );
+      machine_->veth( "et1", *neighbors_, "far1" );
+      red_->veth( "et2", *neighbors_, "far2" );
    }
 
-   // Starts the agent and waits until it answers.
+   // Starts valend and waits until it answers.
    void start( std::string const & config, std::vector< std::string > const & more = {} ) {
       std::ofstream( *work_ / "valen.yaml" ) << config;
       std::vector< std::string > arguments{ VALEND,          "--config", *work_ / "valen.yaml",
@@ -65,7 +65,7 @@ class RunningAgentTest : public NetworkTest {
              "    Ethernet2: [" +
              Settings::toHex( frame( "red" ) ) + "]\n";
    }
-   // Every byte value occurs, so that nothing can be lost on the way.
+   // Has every byte value, so that the test notices any that is lost or changed on the way.
    static std::string frame( std::string const & payload ) {
       std::string bytes;
       for ( int i = 0; i < 256; ++i ) {
@@ -84,7 +84,7 @@ class RunningAgentTest : public NetworkTest {
       auto const status = Json::parse( ctl( { "status", "--json", name } ).out, nullptr, false );
       return status.is_object() ? status[ "interfaces" ][ 0 ] : Json::object();
    }
-   // Whether it comes to be, within a generous time.
+   // Waits, with a generous timeout. Returns whether the interface became ready, or not ready for `why`.
    bool becomesReady( std::string const & name ) const {
       return eventually( [ & ] { return interface( name ).value( "ready", false ); } );
    }
@@ -99,8 +99,8 @@ class RunningAgentTest : public NetworkTest {
 
    template < class Condition >
    static bool eventually( Condition const & condition,
-                           std::chrono::milliseconds patience = std::chrono::seconds( 30 ) ) {
-      auto const end = std::chrono::steady_clock::now() + patience;
+                           std::chrono::milliseconds timeout = std::chrono::seconds( 30 ) ) {
+      auto const end = std::chrono::steady_clock::now() + timeout;
       while ( !condition() ) {
          if ( std::chrono::steady_clock::now() > end ) {
             return false;
@@ -113,7 +113,7 @@ class RunningAgentTest : public NetworkTest {
    std::optional< WorkDirectory > work_;
    std::optional< TestNetNs > machine_;
    std::optional< TestNetNs > red_;
-   std::optional< TestNetNs > neighbours_;
+   std::optional< TestNetNs > neighbors_;
    std::optional< Process > agent_;
 };
 

@@ -1,0 +1,25 @@
+// The files that make up the configuration: which they are, and reading them.
+#pragma once
+
+#include "settings/ConfigReader.h"
+
+#include <string>
+
+namespace Settings {
+
+// The configuration of an installed system.
+inline constexpr char const * defaultFile = "/etc/valen/valen.yaml";
+
+// The directory of drop-ins, beside the file. Files in it whose names end in ".yaml" are read in order
+// of their names, as if the lists of all files were one. A setting is given in one of the files; the
+// messages of an agent may be spread over several.
+inline constexpr char const * dropInDirectory = "conf.d";
+
+// The largest file that is read, in bytes.
+inline constexpr std::size_t maxConfigBytes = 64u << 20;
+
+// Reads `file` and its drop-ins; "-" is standard input, which has none. A file that cannot be read is
+// an error of the result.
+ConfigResult readConfig( std::string const & file );
+
+} // namespace Settings

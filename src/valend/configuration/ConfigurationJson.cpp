@@ -1,0 +1,121 @@
+#include "valend/configuration/ConfigurationJson.h"
+
+#include "platform/trace/Trace.h"
+#include "settings/Hex.h"
+
+namespace Valend {
+
+namespace {
+
+using Json = nlohmann::json;
+using Settings::Place;
+using Settings::ProcessSetting;
+
+Json placeJson( Place const * place ) {
+   return place
+             ? Json{ { "file", place->file }, { "line", place->line }, { "column", place->column } }
+             : Json();
+}
+
+Place const * find( Settings::Sources::Places const & places, std::string const & name ) {
+   auto const found = places.find( name );
+   return found == places.end() ? nullptr : &found->second;
+}
+
+Json textOrNull( std::string const & text ) {
+   return text.empty() ? Json() : Json( text );
+}
+
+Json delayJson( ActiveConfiguration const & active ) {
+   auto const & delay = active.config.shutdownDelayMs;
+   auto const * const place = find( active.sources.settings, "shutdown-delay-ms" );
+   return { { "name", "shutdown-delay-ms" },
+            { "value", delay ? Json( std::to_string( *delay ) ) : Json() },
+            { "origin", place ? "file" : "default" },
+            { "place", placeJson( place ) } };
+}
+
+// The value that is used now. Trace levels can also be set over the API.
+std::string currentValue( ActiveConfiguration const & active, ProcessSetting const & setting ) {
+   return setting.type == Settings::SettingType::traceLevels ? Quill::traceLevels()
+                                                             : active.process.value( setting );
+}
+
+Json processSettingJson( ActiveConfiguration const & active, ProcessSetting const & setting ) {
+   bool const onCommandLine = active.commandLine.given( setting ).has_value();
+   auto const & sources = setting.takesEffect == Settings::TakesEffect::onReload
+                             ? active.sources
+                             : active.processSources;
+   auto const name = std::string( setting.name );
+   auto const * const place = onCommandLine ? nullptr : find( sources.settings, name );
+   return { { "name", name },
+            { "value", textOrNull( currentValue( active, setting ) ) },
+            { "origin", onCommandLine ? "command-line"
+                        : place       ? "file"
+                                      : "default" },
+            { "place", placeJson( place ) } };
+}
+
+Json settingsJson( ActiveConfiguration const & active ) {
+   auto list = Json::array( { delayJson( active ) } );
+   for ( auto const & setting : Settings::processSettings ) {
+      list.push_back( processSettingJson( active, setting ) );
+   }
+   return list;
+}
+
+Json vrfsJson( ActiveConfiguration const & active ) {
+   auto list = Json::array();
+   for ( auto const & [ name, netNs ] : active.config.vrfs ) {
+      list.push_back( { { "name", name },
+                        { "namespace", netNs },
+                        { "place", placeJson( find( active.sources.vrfs, name ) ) } } );
+   }
+   return list;
+}
+
+Json interfacesJson( ActiveConfiguration const & active ) {
+   auto list = Json::array();
+   for ( auto const & [ name, interface ] : active.config.interfaces ) {
+      list.push_back( { { "name", name },
+                        { "device", interface.device },
+                        { "vrf", interface.vrf },
+                        { "shutdownDelay", interface.shutdownDelay },
+                        { "place", placeJson( find( active.sources.interfaces, name ) ) } } );
+   }
+   return list;
+}
+
+Json framesJson( Settings::Frames const & frames ) {
+   auto list = Json::array();
+   for ( auto const & frame : frames ) {
+      list.push_back( Settings::toHex( frame ) );
+   }
+   return list;
+}
+
+Json messagesJson( ActiveConfiguration const & active ) {
+   auto list = Json::array();
+   for ( auto const & [ agent, messages ] : active.config.agents ) {
+      for ( auto const & [ interface, frames ] : messages ) {
+         auto const & places = active.sources.messages.at( agent );
+         list.push_back( { { "agent", agent },
+                           { "interface", interface },
+                           { "frames", framesJson( frames ) },
+                           { "place", placeJson( find( places, interface ) ) } } );
+      }
+   }
+   return list;
+}
+
+} // namespace
+
+Json configurationJson( ActiveConfiguration const & active ) {
+   return { { "files", active.sources.files },
+            { "settings", settingsJson( active ) },
+            { "vrfs", vrfsJson( active ) },
+            { "interfaces", interfacesJson( active ) },
+            { "messages", messagesJson( active ) } };
+}
+
+} // namespace Valend
