@@ -3,10 +3,8 @@
 #include <iostream>
 
 int main( int argc, char ** argv ) {
-   auto exit = Valenctl::Exit::done;
-   auto const options = Valenctl::parseOptions( argc, argv, exit );
-   if ( options ) {
-      exit = Valenctl::runCommand( *options, std::cout, std::cerr );
-   }
+   Valenctl::Commands commands;
+   auto const exit =
+      commands.run( argc, argv, Valenctl::terminalOfProcess(), std::cout, std::cerr );
    return static_cast< int >( exit );
 }

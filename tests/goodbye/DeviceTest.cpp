@@ -100,10 +100,10 @@ TEST_F( DeviceTest, AMissingDeviceNamespaceOrAddressIsReported ) {
                 "valenctl: there is no device et9 in network namespace " + name() + "\n" );
    expectError( { "oam", "--device", "et9" }, 1, "valenctl: there is no device et9\n" );
    expectError( { "oam", "--device", "et1", "--netns", "vt-none" }, 1,
-                "valenctl: network namespace vt-none cannot be opened: No such file or "
+                "valenctl: cannot open network namespace vt-none: No such file or "
                 "directory\n" );
    expectError( { "oam", "--device", "et1", "--netns", "/dev/null" }, 1,
-                "valenctl: network namespace /dev/null cannot be entered: Invalid argument\n" );
+                "valenctl: cannot enter network namespace /dev/null: Invalid argument\n" );
    auto const in = [ & ]( Texts arguments ) {
       arguments.insert( arguments.end(), { "--netns", name() } );
       return arguments;
@@ -126,12 +126,12 @@ TEST_F( DeviceTest, AMissingOptionIsNamed ) {
                 "valenctl: the frame needs the sender's link-local IPv6 address: give --ip, or "
                 "--device to take it from\n" );
    expectError( { "lldp", "--mac", "02:00:00:00:00:01" }, 2,
-                "valenctl: the frame needs the port's id: give --port-id, or --device to take its "
+                "valenctl: the frame needs the port's ID: give --port-id, or --device to take its "
                 "name\n" );
    expectError( from( "mdns" ), 2,
-                "valenctl: the frame needs what to take back: give --name or --pointer\n" );
+                "valenctl: the frame needs records to withdraw: give --name or --pointer\n" );
    expectError( from( "mdns", { "--pointer", "a.local=b.local", "--address", "192.0.2.1" } ), 2,
-                "valenctl: the addresses need the name that they are of: give --name\n" );
+                "valenctl: the addresses need the host's name: give --name\n" );
    expectError(
       from( "vrrp3", { "--vrid", "1", "--address", "fe80::1", "--address", "192.0.2.1" } ), 2,
       "valenctl: a virtual router has IPv4 or IPv6 addresses, not both\n" );

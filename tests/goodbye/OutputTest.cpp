@@ -101,10 +101,10 @@ TEST_F( OutputTest, AnUnwritableFileIsReported ) {
       arguments.insert( arguments.end(), { "--pcap", file } );
       auto const result = frame( arguments );
       EXPECT_EQ( result.status, 1 );
-      EXPECT_EQ( result.err, "valenctl: " + file + " cannot be written\n" );
+      EXPECT_THAT( result.err, StartsWith( "valenctl: cannot write " + file + ": " ) );
    }
    EXPECT_EQ( shell( "valenctl frame oam --mac 02:00:00:00:00:01 >/dev/full; echo $?" ),
-              "1\nvalenctl: standard output cannot be written\n" );
+              "1\nvalenctl: cannot write standard output: No space left on device\n" );
    EXPECT_EQ( frame( { "oam", "--mac", "02:00:00:00:00:01", "--pcap", "x", "--yaml", "y" } ).err,
               "--pcap excludes --yaml\nRun with --help for more information.\n" );
 }
@@ -116,7 +116,7 @@ TEST_F( OutputTest, TheHelpOfEachKindNamesItsSpecificationAndEffect ) {
       EXPECT_THAT( help.out, HasSubstr( "\n  " + kind + " " ) );
       auto const own = frame( { kind, "--help" } );
       EXPECT_EQ( own.status, 0 );
-      EXPECT_THAT( own.out, HasSubstr( "\n\nLaid down in " ) );
+      EXPECT_THAT( own.out, HasSubstr( "\n\nSpecified in " ) );
       EXPECT_THAT( own.out, HasSubstr( "--device DEVICE" ) );
    }
 }

@@ -271,8 +271,8 @@ TEST_F( ReconfigureTest, TheActiveConfigurationIsShownWithFileAndLine ) {
    EXPECT_EQ( json[ "messages" ][ 0 ][ "frames" ], Json::array( { hex( "one" ) } ) );
 
    EXPECT_EQ( ctl( { "config", "check", file } ).out,
-              file + ": in order; 2 interfaces, 2 VRFs, 1 agent\n" );
-   EXPECT_EQ( ctl( { "reload" } ).err, "read again; 0 changes\n" );
+              file + ": OK, 2 interfaces, 2 VRFs, 1 agent\n" );
+   EXPECT_EQ( ctl( { "reload" } ).err, "reloaded: 0 changes\n" );
 }
 
 TEST_F( ReconfigureTest, TheReloadListsSettingsThatTakeEffectAtTheNextStart ) {

@@ -1,0 +1,104 @@
+// config check, config show and reload.
+#include "settings/ConfigFiles.h"
+#include "settings/Counted.h"
+#include "valenctl/command/CommandGroups.h"
+#include "valenctl/command/Session.h"
+#include "valenctl/text/ConfigText.h"
+
+#include <CLI/CLI.hpp>
+#include <ostream>
+
+namespace Valenctl {
+
+namespace {
+
+class ConfigCheck final : public Command {
+ public:
+   void addOptions( CLI::App & app ) override {
+      app.add_option( "FILE", file_, "Main file; - is standard input" )
+         ->type_name( "" )
+         ->capture_default_str();
+   }
+
+   Exit run( Session & session ) override {
+      auto const result = Settings::readConfig( file_ );
+      if ( session.json() ) {
+         session.out() << indented( checkJson( result ) ) << '\n';
+      } else if ( result.errors.empty() ) {
+         session.out() << file_ << ": OK, " << result.config.summary() << '\n';
+      } else {
+         for ( auto const & error : result.errors ) {
+            session.err() << error.message() << '\n';
+         }
+      }
+      return result.errors.empty() ? Exit::done : Exit::failed;
+   }
+
+ private:
+   std::string file_ = Settings::defaultFile;
+};
+
+class ConfigShow final : public Command {
+ public:
+   Exit run( Session & session ) override {
+      auto const answer = session.call( "Config" );
+      session.print( answer, configText( answer ) );
+      return Exit::done;
+   }
+};
+
+class Reload final : public Command {
+ public:
+   Exit run( Session & session ) override {
+      try {
+         printChanges( session, session.call( "Reload" ) );
+         return Exit::done;
+      } catch ( Varlink::Refused const & e ) {
+         if ( !e.parameters().contains( "errors" ) ) {
+            throw; // the configuration is not the reason
+         }
+         printErrors( session, e );
+         return Exit::failed;
+      }
+   }
+
+ private:
+   static void printChanges( Session & session, Json const & answer ) {
+      auto const changes = textsField( answer, "changed" );
+      std::string lines;
+      for ( auto const & change : changes ) {
+         lines += change + "\n";
+      }
+      session.print( answer, lines );
+      if ( !session.json() ) {
+         session.err() << "reloaded: " << Settings::counted( changes.size(), "change" ) << '\n';
+      }
+   }
+
+   static void printErrors( Session & session, Varlink::Refused const & rejection ) {
+      if ( session.json() ) {
+         session.out() << indented( rejection.parameters() ) << '\n';
+         return;
+      }
+      for ( auto const & error : textsField( rejection.parameters(), "errors" ) ) {
+         session.err() << error << '\n';
+      }
+      session.err() << "valenctl: " << rejection.what() << '\n';
+   }
+};
+
+} // namespace
+
+std::vector< CommandRow > configCommands() {
+   return {
+      { "config", "Check and show the configuration", {} },
+      { "config check", "Check a configuration and its drop-ins; does not need valend",
+        make< ConfigCheck > },
+      { "config show", "Show the active configuration and where each item comes from",
+        make< ConfigShow > },
+      { "reload", "Reload the configuration and show what changed", make< Reload >,
+        "An invalid configuration is rejected and changes nothing." },
+   };
+}
+
+} // namespace Valenctl

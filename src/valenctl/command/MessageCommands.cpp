@@ -1,0 +1,127 @@
+// messages list, add and remove.
+#include "valenctl/command/MessageCommands.h"
+
+#include "valenctl/command/CommandGroups.h"
+#include "valenctl/command/Session.h"
+#include "valenctl/text/MessagesText.h"
+
+#include <CLI/CLI.hpp>
+#include <iostream>
+
+namespace Valenctl {
+
+namespace {
+
+class MessagesList final : public Command {
+ public:
+   void addOptions( CLI::App & app ) override {
+      app.add_option( "INTERFACE", interface_, "Show only frames for this interface" )
+         ->type_name( "" );
+   }
+
+   Exit run( Session & session ) override {
+      auto const answer = session.call( "ListMessages", interfaceParameter( interface_ ) );
+      session.print( answer, messagesText( answer ) );
+      return Exit::done;
+   }
+
+ private:
+   std::string interface_; // empty: all
+};
+
+class MessagesAdd final : public Command {
+ public:
+   void addOptions( CLI::App & app ) override {
+      app.add_option( "AGENT", publication_.agent,
+                      "Name to publish as; not that of an agent in the configuration" )
+         ->type_name( "" )
+         ->required();
+      app.add_option( "INTERFACE", publication_.interface, "Configured name" )
+         ->type_name( "" )
+         ->required();
+      app.add_option( "FRAME", publication_.frames,
+                      "Complete frames in hexadecimal; - reads them from standard input, one a "
+                      "line" )
+         ->type_name( "" )
+         ->required();
+      app.add_flag( "--while-running", whileRunning_,
+                    "Stay in the foreground; withdraw the frames on exit" );
+   }
+
+   Exit run( Session & session ) override {
+      publication_.frames = withStandardInput( publication_.frames );
+      auto const exit =
+         publish( session, publication_, whileRunning_ ? Lifetime::connection : Lifetime::kept );
+      if ( whileRunning_ ) {
+         session.out().flush();
+         session.client().waitForEnd();
+      }
+      return exit;
+   }
+
+ private:
+   // The frames, with the lines of standard input in place of "-".
+   static std::vector< std::string > withStandardInput( std::vector< std::string > const & given ) {
+      std::vector< std::string > frames;
+      for ( auto const & frame : given ) {
+         if ( frame != "-" ) {
+            frames.push_back( frame );
+            continue;
+         }
+         for ( std::string line; std::getline( std::cin, line ); ) {
+            if ( !line.empty() ) {
+               frames.push_back( line );
+            }
+         }
+      }
+      return frames;
+   }
+
+   Publication publication_;
+   bool whileRunning_ = false;
+};
+
+class MessagesRemove final : public Command {
+ public:
+   void addOptions( CLI::App & app ) override {
+      app.add_option( "AGENT", agent_, "Name the frames were published as" )
+         ->type_name( "" )
+         ->required();
+      app.add_option( "INTERFACE", interface_, "Configured name" )->type_name( "" )->required();
+   }
+
+   Exit run( Session & session ) override {
+      Json const parameters{ { "agent", agent_ }, { "interface", interface_ } };
+      session.print( session.call( "Withdraw", parameters ), "" );
+      return Exit::done;
+   }
+
+ private:
+   std::string agent_;
+   std::string interface_;
+};
+
+} // namespace
+
+Exit publish( Session & session, Publication const & publication, Lifetime lifetime ) {
+   auto const answer = session.call(
+      "Publish", { { "agent", publication.agent },
+                   { "interface", publication.interface },
+                   { "frames", publication.frames },
+                   { "lifetime", lifetime == Lifetime::kept ? "kept" : "connection" } } );
+   session.err() << tooLongText( answer );
+   session.print( answer, "" );
+   return Exit::done;
+}
+
+std::vector< CommandRow > messageCommands() {
+   return {
+      { "messages", "List, add and remove frames", {} },
+      { "messages list", "Show which agents have queued frames for which interfaces",
+        make< MessagesList > },
+      { "messages add", "Queue frames, replacing those queued earlier", make< MessagesAdd > },
+      { "messages remove", "Withdraw frames that were added", make< MessagesRemove > },
+   };
+}
+
+} // namespace Valenctl

@@ -1,0 +1,126 @@
+// status, list, explain, wait and history.
+#include "valenctl/command/CommandGroups.h"
+#include "valenctl/command/Session.h"
+#include "valenctl/text/ReportText.h"
+#include "valenctl/text/ShutdownText.h"
+#include "valenctl/text/StatusText.h"
+
+#include <CLI/CLI.hpp>
+
+namespace Valenctl {
+
+namespace {
+
+class Status final : public Command {
+ public:
+   void addOptions( CLI::App & app ) override {
+      app.add_option( "INTERFACE", interface_, "Show only this interface" )->type_name( "" );
+   }
+
+   Exit run( Session & session ) override {
+      auto const answer = session.call( "Status", interfaceParameter( interface_ ) );
+      session.print( answer, statusText( answer, session.palette() ) );
+      return Exit::done;
+   }
+
+ private:
+   std::string interface_; // empty: all
+};
+
+class List final : public Command {
+ public:
+   void addOptions( CLI::App & app ) override {
+      app.add_option( "--vrf", vrf_, "List only interfaces of this VRF" )->type_name( "VRF" );
+   }
+
+   Exit run( Session & session ) override {
+      auto const parameters = vrf_.empty() ? Json::object() : Json{ { "vrf", vrf_ } };
+      auto const answer = session.call( "List", parameters );
+      std::string names;
+      for ( auto const & name : textsField( answer, "interfaces" ) ) {
+         names += name + "\n";
+      }
+      session.print( answer, names );
+      return Exit::done;
+   }
+
+ private:
+   std::string vrf_; // empty: all
+};
+
+class Explain final : public Command {
+ public:
+   void addOptions( CLI::App & app ) override {
+      app.add_option( "INTERFACE", interface_, "Configured name" )->type_name( "" )->required();
+   }
+
+   Exit run( Session & session ) override {
+      auto const answer = session.call( "Explain", interfaceParameter( interface_ ) );
+      session.print( answer, explainText( interface_, answer, session.palette() ) );
+      return Exit::done;
+   }
+
+ private:
+   std::string interface_;
+};
+
+class Wait final : public Command {
+ public:
+   void addOptions( CLI::App & app ) override {
+      app.add_option( "INTERFACE", interface_, "Configured name" )->type_name( "" )->required();
+      app.add_option( "--until", until_, "State to wait for; idle: no shutdown in progress" )
+         ->type_name( "ready|up|down|idle" )
+         ->required()
+         ->check( CLI::IsMember( { "ready", "up", "down", "idle" } ).description( "" ) );
+   }
+
+   Exit run( Session & session ) override {
+      auto parameters = interfaceParameter( interface_ );
+      parameters[ "until" ] = until_;
+      if ( auto const timeout = session.timeout(); timeout.count() ) {
+         parameters[ "timeoutMs" ] = timeout.count();
+         session.answerTimeoutIs( timeout + margin ); // so that valend's own answer comes first
+      }
+      session.print( session.call( "Wait", parameters ), "" );
+      return Exit::done;
+   }
+
+ private:
+   static constexpr std::chrono::seconds margin{ 5 };
+
+   std::string interface_;
+   std::string until_;
+};
+
+class History final : public Command {
+ public:
+   void addOptions( CLI::App & app ) override {
+      app.add_option( "INTERFACE", interface_, "Show only shutdowns of this interface" )
+         ->type_name( "" );
+   }
+
+   Exit run( Session & session ) override {
+      auto const answer = session.call( "History", interfaceParameter( interface_ ) );
+      session.print( answer, historyText( answer ) );
+      return Exit::done;
+   }
+
+ private:
+   std::string interface_; // empty: all
+};
+
+} // namespace
+
+std::vector< CommandRow > statusCommands() {
+   return {
+      { "status", "Show each interface, whether it is ready, and what needs attention",
+        make< Status > },
+      { "list", "List the interfaces' names, one a line", make< List > },
+      { "explain", "Show what an interface needs to be ready, and what is missing",
+        make< Explain > },
+      { "wait", "Wait until an interface reaches a state, at most for --timeout", make< Wait > },
+      { "history", "Show past shutdowns, oldest first", make< History > },
+   };
+}
+
+} // namespace Valenctl

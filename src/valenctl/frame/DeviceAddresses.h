@@ -1,0 +1,23 @@
+// The addresses of a kernel device.
+#pragma once
+
+#include "goodbye/Addresses.h"
+
+#include <optional>
+#include <string>
+
+namespace Valenctl {
+
+// Each is empty when the device does not have one.
+struct DeviceAddresses {
+   std::optional< Goodbye::Mac > mac;
+   std::optional< Goodbye::Ipv4Prefix > ipv4; // the first
+   std::optional< Goodbye::Ipv6 > linkLocal;  // the first
+};
+
+// Asks the kernel for the addresses of `device` in the network namespace `netNs`: a name that
+// `ip netns` lists, a path if it contains a slash, or empty for the process's own namespace. Throws
+// std::runtime_error that says what does not exist or is not permitted.
+DeviceAddresses deviceAddresses( std::string const & device, std::string const & netNs );
+
+} // namespace Valenctl

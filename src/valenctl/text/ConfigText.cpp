@@ -1,0 +1,78 @@
+#include "valenctl/text/ConfigText.h"
+
+#include "settings/ConfigReader.h"
+#include "settings/Counted.h"
+#include "valenctl/text/JsonFields.h"
+#include "valenctl/text/MessagesText.h"
+#include "valenctl/text/Table.h"
+
+namespace Valenctl {
+
+namespace {
+
+// Where an item comes from: "/etc/valen/valen.yaml:8", or what sets it when no file does.
+std::string sourceOf( Json const & item ) {
+   auto const place = anyField( item, "place" );
+   if ( place.is_object() ) {
+      return textField( place, "file" ) + ":" + std::to_string( numberField( place, "line" ) );
+   }
+   return textField( item, "origin" ) == "command-line" ? "command line" : "default";
+}
+
+std::string settingValue( Json const & setting ) {
+   auto const value = anyField( setting, "value" );
+   if ( value.is_string() ) {
+      return value.get< std::string >();
+   }
+   return textField( setting, "name" ) == "shutdown-delay-ms" ? "off" : "none";
+}
+
+std::string interfaceValue( Json const & interface ) {
+   auto const text =
+      "device " + textField( interface, "device" ) + ", VRF " + textField( interface, "vrf" );
+   return flagField( interface, "shutdownDelay" ) ? text : text + ", no shutdown delay";
+}
+
+std::string framesValue( Json const & messages ) {
+   auto const totals = frameTotals( listField( messages, "frames" ) );
+   return Settings::counted( totals.frames, "frame" ) + ", " +
+          Settings::counted( totals.bytes, "byte" );
+}
+
+} // namespace
+
+std::string configText( Json const & answer ) {
+   Table table( { "ITEM", "VALUE", "SOURCE" } );
+   for ( auto const & item : listField( answer, "settings" ) ) {
+      table.add( { textField( item, "name" ), settingValue( item ), sourceOf( item ) } );
+   }
+   for ( auto const & item : listField( answer, "vrfs" ) ) {
+      table.add( { "VRF " + textField( item, "name" ),
+                   "namespace " + textField( item, "namespace" ), sourceOf( item ) } );
+   }
+   for ( auto const & item : listField( answer, "interfaces" ) ) {
+      table.add(
+         { "interface " + textField( item, "name" ), interfaceValue( item ), sourceOf( item ) } );
+   }
+   for ( auto const & item : listField( answer, "messages" ) ) {
+      table.add(
+         { "interface " + textField( item, "interface" ) + ", agent " + textField( item, "agent" ),
+           framesValue( item ), sourceOf( item ) } );
+   }
+   return table.text();
+}
+
+Json checkJson( Settings::ConfigResult const & result ) {
+   auto errors = Json::array();
+   for ( auto const & error : result.errors ) {
+      errors.push_back( { { "file", error.place.file },
+                          { "line", error.place.line },
+                          { "column", error.place.column },
+                          { "text", error.text } } );
+   }
+   return { { "valid", result.errors.empty() },
+            { "files", result.sources.files },
+            { "errors", std::move( errors ) } };
+}
+
+} // namespace Valenctl

@@ -1,0 +1,43 @@
+#include "valenctl/text/ReportText.h"
+
+#include "valenctl/text/JsonFields.h"
+#include "valenctl/text/Table.h"
+#include "valenctl/text/TimeText.h"
+
+namespace Valenctl {
+
+std::string explainText( std::string const & interface, Json const & answer,
+                         Palette const & palette ) {
+   auto const readiness =
+      flagField( answer, "ready" ) ? palette.green( "ready" ) : palette.red( "not ready" );
+   auto text = interface + ": " + readiness + ", link " + textField( answer, "link" ) + "\n";
+   for ( auto const & each : listField( answer, "requirements" ) ) {
+      auto const met = flagField( each, "met" ) ? palette.green( "yes" ) : palette.red( "NO " );
+      auto const detail = textField( each, "detail" );
+      text += "  " + met + "  " + textField( each, "what" ) +
+              ( detail.empty() ? "" : ": " + detail ) + "\n";
+   }
+   return text;
+}
+
+std::string memoryText( Json const & answer ) {
+   Table table( { "TYPE", "OBJECTS", "BYTES" } );
+   std::uint64_t objects = 0;
+   std::uint64_t bytes = 0;
+   for ( auto const & type : listField( answer, "types" ) ) {
+      objects += numberField( type, "live" );
+      bytes += numberField( type, "bytes" );
+      table.add( { textField( type, "type" ), std::to_string( numberField( type, "live" ) ),
+                   std::to_string( numberField( type, "bytes" ) ) } );
+   }
+   table.add( { "total", std::to_string( objects ), std::to_string( bytes ) } );
+   return table.text();
+}
+
+std::string traceText( TraceLine const & line ) {
+   std::chrono::nanoseconds const time( line.timeNs );
+   return timeText( std::chrono::floor< std::chrono::microseconds >( time ) ) + " " + line.unit +
+          "/" + std::to_string( line.level ) + " " + line.text;
+}
+
+} // namespace Valenctl

@@ -1,0 +1,110 @@
+#include "valenctl/text/ShutdownText.h"
+
+#include "settings/Counted.h"
+#include "valenctl/text/JsonFields.h"
+#include "valenctl/text/Table.h"
+#include "valenctl/text/TimeText.h"
+
+namespace Valenctl {
+
+namespace {
+
+std::string sentText( Json const & shutdown ) {
+   auto const text = Settings::counted( numberField( shutdown, "sent" ), "frame" ) + " sent";
+   auto const failed = numberField( shutdown, "failed" );
+   return failed ? text + ", " + std::to_string( failed ) + " failed (" +
+                      textField( shutdown, "failReason" ) + ")"
+                 : text;
+}
+
+std::string heldText( Json const & shutdown ) {
+   return std::to_string( numberField( shutdown, "heldMs" ) ) + " ms";
+}
+
+// How a shutdown ended, with the reason when there is one.
+std::string endText( Json const & shutdown ) {
+   auto const ending = textField( shutdown, "ending" );
+   auto const why = textField( shutdown, "why" );
+   auto const inParentheses = why.empty() ? "" : " (" + why + ")";
+   auto const afterColon = why.empty() ? "" : ": " + why;
+   std::string unsent;
+   if ( auto const bytes = numberField( shutdown, "unflushedBytes" ) ) {
+      unsent = "; " + std::to_string( bytes ) + " bytes of frames not sent";
+   }
+   if ( ending == "down" ) {
+      auto const when =
+         flagField( shutdown, "withDelay" ) ? "after " + heldText( shutdown ) : "without delay";
+      return "link down " + when + unsent + inParentheses;
+   }
+   if ( ending == "already-down" ) {
+      return "already down; no frames sent" + inParentheses;
+   }
+   if ( ending == "aborted" ) {
+      return "shutdown aborted; link stays up" + inParentheses;
+   }
+   if ( ending == "no-device" ) {
+      return "device not present" + afterColon;
+   }
+   return "cannot set link down" + afterColon;
+}
+
+std::string resultText( Json const & shutdown ) {
+   auto text = textField( shutdown, "ending" );
+   if ( auto const bytes = numberField( shutdown, "unflushedBytes" ) ) {
+      text += ", " + std::to_string( bytes ) + " bytes not sent";
+   }
+   auto const why = textField( shutdown, "why" );
+   return why.empty() ? text : text + " (" + why + ")";
+}
+
+std::string failedText( Json const & shutdown ) {
+   auto const failed = std::to_string( numberField( shutdown, "failed" ) );
+   auto const reason = textField( shutdown, "failReason" );
+   return reason.empty() ? failed : failed + " (" + reason + ")";
+}
+
+} // namespace
+
+std::string stepText( Json const & step ) {
+   auto const shutdown = anyField( step, "shutdown" );
+   auto const name = textField( shutdown, "interface" ) + ": ";
+   auto const kind = textField( step, "step" );
+   if ( kind == "sent" ) {
+      return name + sentText( shutdown );
+   }
+   if ( kind == "delayed" ) {
+      return name + "held for " + std::to_string( numberField( step, "delayMs" ) ) + " ms";
+   }
+   return name + endText( shutdown );
+}
+
+bool stepSucceeded( Json const & step ) {
+   auto const ending = textField( anyField( step, "shutdown" ), "ending" );
+   return textField( step, "step" ) != "ended" || ending == "down" || ending == "already-down";
+}
+
+std::string enableText( Json const & result ) {
+   auto const name = textField( result, "interface" ) + ": ";
+   auto const what = textField( result, "result" );
+   if ( what == "failed" ) {
+      return name + textField( result, "message" );
+   }
+   if ( what == "aborted" ) {
+      return name + "shutdown aborted; link stays up";
+   }
+   return name + ( what == "already-up" ? "already up" : "link up" );
+}
+
+std::string historyText( Json const & answer ) {
+   Table table( { "WHEN", "INTERFACE", "BY", "SENT", "FAILED", "HELD", "RESULT" } );
+   for ( auto const & shutdown : listField( answer, "shutdowns" ) ) {
+      table.add( { timeText( std::chrono::milliseconds( numberField( shutdown, "whenMs" ) ) ),
+                   textField( shutdown, "interface" ), textField( shutdown, "by" ),
+                   std::to_string( numberField( shutdown, "sent" ) ), failedText( shutdown ),
+                   flagField( shutdown, "withDelay" ) ? heldText( shutdown ) : "-",
+                   resultText( shutdown ) } );
+   }
+   return table.text();
+}
+
+} // namespace Valenctl

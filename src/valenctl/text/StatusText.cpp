@@ -1,0 +1,137 @@
+#include "valenctl/text/StatusText.h"
+
+#include "settings/Counted.h"
+#include "valenctl/text/JsonFields.h"
+#include "valenctl/text/MessagesText.h"
+#include "valenctl/text/Table.h"
+#include "valenctl/text/TimeText.h"
+
+namespace Valenctl {
+
+using Settings::counted;
+
+namespace {
+
+// How long the link is still held; empty when no shutdown is in progress.
+std::string heldText( Json const & interface ) {
+   if ( anyField( interface, "remainingMs" ).is_number() ) {
+      return std::to_string( numberField( interface, "remainingMs" ) ) + " ms left";
+   }
+   return flagField( interface, "shuttingDown" ) ? "shutting down" : "";
+}
+
+std::string failedText( Json const & interface ) {
+   auto const failed = std::to_string( numberField( interface, "failed" ) );
+   auto const why = textField( interface, "lastError" );
+   return why.empty() ? failed : failed + " (" + why + ")";
+}
+
+std::string linkText( Json const & interface ) {
+   auto const link = textField( interface, "link" );
+   auto const carrier = anyField( interface, "carrier" );
+   return link == "up" && carrier == false ? "up, no carrier" : link;
+}
+
+std::string readyText( Json const & interface, Palette const & palette ) {
+   return flagField( interface, "ready" )
+             ? palette.green( "yes" )
+             : palette.red( "no: " + textField( interface, "notReady" ) );
+}
+
+// How many frames each agent has queued: "lldp 1, radv 2"; empty when there are none.
+std::string frameCountsText( Json const & interface ) {
+   std::string frames;
+   for ( auto const & agent : listField( interface, "frames" ) ) {
+      frames += ( frames.empty() ? "" : ", " ) + textField( agent, "agent" ) + " " +
+                std::to_string( numberField( agent, "count" ) );
+   }
+   return frames;
+}
+
+std::string orElse( std::string const & text, char const * empty ) {
+   return text.empty() ? empty : text;
+}
+
+// What needs attention at an interface, one line each.
+std::string interfaceNotes( Json const & interface ) {
+   auto const name = textField( interface, "name" );
+   std::string lines;
+   for ( auto const & agent : listField( interface, "frames" ) ) {
+      for ( auto const & frame : listField( agent, "tooLong" ) ) {
+         lines += name + ": " +
+                  tooLongFrameText( frame, textField( agent, "agent" ),
+                                    textField( interface, "device" ) ) +
+                  "\n";
+      }
+   }
+   if ( flagField( interface, "withoutGoodbye" ) ) {
+      lines += name + ": link set down outside valend; no goodbye frames sent\n";
+   }
+   return lines;
+}
+
+std::string conditionsText( Json const & conditions ) {
+   if ( conditions.empty() ) {
+      return "";
+   }
+   Table table( { "CONDITIONS", "SINCE", "DESCRIPTION" } );
+   for ( auto const & condition : conditions ) {
+      std::chrono::milliseconds const since( numberField( condition, "since" ) );
+      table.add(
+         { textField( condition, "name" ), timeText( since ), textField( condition, "text" ) } );
+   }
+   return table.text();
+}
+
+std::string faultsText( Json const & status ) {
+   auto const faults = textsField( status, "lastFaults" );
+   return faults.empty() ? ""
+                         : counted( numberField( status, "faults" ), "fault" ) +
+                              ", last: " + faults.back() + "\n";
+}
+
+} // namespace
+
+std::string interfacesText( Json const & interfaces, Palette const & palette ) {
+   Table table( { "INTERFACE", "DEVICE", "VRF", "LINK", "READY", "HELD", "FRAMES", "SENT", "FAILED",
+                  "ABORTS" } );
+   for ( auto const & interface : interfaces ) {
+      auto const held = heldText( interface );
+      table.add( { textField( interface, "name" ), textField( interface, "device" ),
+                   textField( interface, "vrf" ), linkText( interface ),
+                   readyText( interface, palette ), held.empty() ? "-" : palette.yellow( held ),
+                   orElse( frameCountsText( interface ), "-" ),
+                   std::to_string( numberField( interface, "sent" ) ), failedText( interface ),
+                   std::to_string( numberField( interface, "aborts" ) ) } );
+   }
+   return table.text();
+}
+
+std::string statusText( Json const & status, Palette const & palette ) {
+   std::string text = "shutdown delay disabled (shutdown-delay-ms is not set)\n";
+   if ( anyField( status, "shutdownDelayMs" ).is_number() ) {
+      text =
+         "shutdown delay: " + std::to_string( numberField( status, "shutdownDelayMs" ) ) + " ms\n";
+   }
+   text += interfacesText( listField( status, "interfaces" ), palette );
+   for ( auto const & interface : listField( status, "interfaces" ) ) {
+      text += interfaceNotes( interface );
+   }
+   return text + conditionsText( listField( status, "conditions" ) ) + faultsText( status );
+}
+
+std::string interfaceText( Json const & interface ) {
+   auto text = textField( interface, "link" );
+   text += flagField( interface, "ready" ) ? ", ready"
+                                           : ", not ready: " + textField( interface, "notReady" );
+   if ( flagField( interface, "delayed" ) ) {
+      text += ", held";
+   } else if ( flagField( interface, "shuttingDown" ) ) {
+      text += ", shutting down";
+   }
+   text += ", frames: " + orElse( frameCountsText( interface ), "none" ) + ", sent " +
+           std::to_string( numberField( interface, "sent" ) );
+   return numberField( interface, "failed" ) ? text + ", failed " + failedText( interface ) : text;
+}
+
+} // namespace Valenctl

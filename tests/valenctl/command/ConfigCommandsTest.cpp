@@ -1,0 +1,89 @@
+#include "tests/valenctl/CommandLine.h"
+
+#include <cstdio>
+#include <fstream>
+
+namespace Valenctl::Test {
+namespace {
+
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class ConfigCommandsTest : public CommandLine {
+ protected:
+   ~ConfigCommandsTest() override { std::remove( file.c_str() ); }
+
+   Exit check( std::string const & config, Words const & more = {} ) {
+      std::ofstream( file ) << config;
+      Words words{ "config", "check", file };
+      words.insert( words.end(), more.begin(), more.end() );
+      return run( words );
+   }
+
+   std::string const file = ::testing::TempDir() + "valenctl-config.yaml";
+};
+
+TEST_F( ConfigCommandsTest, AValidConfigurationIsSummarized ) {
+   EXPECT_EQ( check( "interfaces: [{name: et1}]" ), Exit::done );
+   EXPECT_EQ( out, file + ": OK, 1 interface, 1 VRF, 0 agents\n" );
+   EXPECT_EQ( err, "" );
+   EXPECT_TRUE( daemon.calls().empty() ) << "valend is not needed";
+}
+
+TEST_F( ConfigCommandsTest, EachErrorIsALine ) {
+   EXPECT_EQ( check( "interfaces: [{name: et1, vrf: a}, {name: et2, vrf: b}]" ), Exit::failed );
+   EXPECT_EQ( out, "" );
+   EXPECT_THAT( err, StartsWith( file + ":1:31: " ) );
+   EXPECT_THAT( err, HasSubstr( "\n" + file + ":1:52: " ) );
+   EXPECT_EQ( std::count( err.begin(), err.end(), '\n' ), 2 );
+}
+
+TEST_F( ConfigCommandsTest, ErrorsCanBeJson ) {
+   EXPECT_EQ( check( "interfaces: [{name: et1, vrf: a}]", { "--json" } ), Exit::failed );
+   EXPECT_EQ( Json::parse( out )[ "valid" ], false );
+   EXPECT_EQ( Json::parse( out )[ "errors" ].size(), 1u );
+   EXPECT_EQ( err, "" );
+   EXPECT_EQ( check( "", { "--json" } ), Exit::done );
+   EXPECT_EQ( Json::parse( out )[ "valid" ], true );
+}
+
+TEST_F( ConfigCommandsTest, TheActiveConfigurationIsATable ) {
+   daemon.answers( "Config",
+                   { { { "settings", { { { "name", "socket" }, { "value", "/s" } } } } } } );
+   EXPECT_EQ( run( { "config", "show" } ), Exit::done );
+   EXPECT_EQ( onlyCall( "Config" ), Json::object() );
+   EXPECT_EQ( out, "ITEM    VALUE  SOURCE\nsocket  /s     default\n" );
+}
+
+TEST_F( ConfigCommandsTest, ReloadPrintsEachChange ) {
+   daemon.answers( "Reload",
+                   { { { "changed", { "VRF red added", "socket: at the next start" } } } } );
+   EXPECT_EQ( run( { "reload" } ), Exit::done );
+   EXPECT_EQ( out, "VRF red added\nsocket: at the next start\n" );
+   EXPECT_EQ( err, "reloaded: 2 changes\n" );
+   run( { "reload", "--json" } );
+   EXPECT_EQ( Json::parse( out )[ "changed" ].size(), 2u );
+   EXPECT_EQ( err, "" );
+}
+
+TEST_F( ConfigCommandsTest, AReloadThatIsRejectedPrintsAllErrors ) {
+   Json const parameters{ { "message", "configuration rejected" },
+                          { "errors", { "f:1:1: a", "f:2:1: b" } } };
+   daemon.rejects( "Reload", "ConfigRefused", parameters );
+   EXPECT_EQ( run( { "reload" } ), Exit::failed );
+   EXPECT_EQ( out, "" );
+   EXPECT_EQ( err, "f:1:1: a\nf:2:1: b\nvalenctl: configuration rejected\n" );
+   EXPECT_EQ( run( { "reload", "--json" } ), Exit::failed );
+   EXPECT_EQ( Json::parse( out ), parameters );
+   EXPECT_EQ( err, "" );
+}
+
+TEST_F( ConfigCommandsTest, AReloadThatIsNotPermittedHasNoErrorsToPrint ) {
+   daemon.rejects( "Reload", "PermissionDenied", { { "message", "permission denied" } } );
+   EXPECT_EQ( run( { "reload", "--json" } ), Exit::failed );
+   EXPECT_EQ( out, "" );
+   EXPECT_EQ( err, "valenctl: permission denied\n" );
+}
+
+} // namespace
+} // namespace Valenctl::Test

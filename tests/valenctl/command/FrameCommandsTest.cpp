@@ -1,0 +1,110 @@
+// Where built frames go. How each kind is built is for FrameKindsTest, and what is in the frames for
+// tests/goodbye.
+#include "tests/valenctl/CommandLine.h"
+
+#include <cstdio>
+#include <fstream>
+
+namespace Valenctl::Test {
+namespace {
+
+using ::testing::EndsWith;
+using ::testing::HasSubstr;
+using ::testing::StartsWith;
+
+class FrameCommandsTest : public CommandLine {
+ protected:
+   Exit frame( Words words ) {
+      words.insert( words.begin(), { "frame", "oam", "--mac", "02:00:00:00:00:01" } );
+      return run( words );
+   }
+   std::string built() {
+      EXPECT_EQ( frame( {} ), Exit::done );
+      EXPECT_EQ( err, "" );
+      return out.substr( 0, out.size() - 1 );
+   }
+};
+
+TEST_F( FrameCommandsTest, FramesArePrintedInHexadecimal ) {
+   EXPECT_THAT( built(), StartsWith( "0180c2000002020000000001" ) );
+   EXPECT_THAT( out, EndsWith( "\n" ) );
+   EXPECT_TRUE( daemon.calls().empty() ) << "valend is not needed";
+}
+
+TEST_F( FrameCommandsTest, ConfigurationNamesTheInterfaceAndTheStandard ) {
+   auto const hex = built();
+   EXPECT_EQ( frame( { "--yaml", "Ethernet1" } ), Exit::done );
+   EXPECT_EQ( out, "agents:\n  - name: oam\n    messages:\n      \"Ethernet1\":\n"
+                   "        # 802.3ah OAM: dying gasp (IEEE 802.3-2018, 57.2.10 and 57.4.2.1)\n"
+                   "        - \"" +
+                      hex + "\"\n" );
+}
+
+TEST_F( FrameCommandsTest, ACaptureFileIsWritten ) {
+   auto const file = ::testing::TempDir() + "valenctl-frame.pcap";
+   EXPECT_EQ( frame( { "--pcap", file } ), Exit::done );
+   EXPECT_EQ( out, "" );
+   std::stringstream content;
+   content << std::ifstream( file, std::ios::binary ).rdbuf();
+   std::remove( file.c_str() );
+   EXPECT_EQ( frame( { "--pcap", "-" } ), Exit::done );
+   EXPECT_EQ( out.size(), content.str().size() );
+   EXPECT_THAT( out, StartsWith( "\xa1\xb2\xc3\xd4" ) );
+}
+
+TEST_F( FrameCommandsTest, AFileThatCannotBeWrittenIsReported ) {
+   EXPECT_EQ( frame( { "--pcap", "/nowhere/x.pcap" } ), Exit::failed );
+   EXPECT_EQ( err, "valenctl: cannot write /nowhere/x.pcap: No such file or directory\n" );
+   EXPECT_EQ( frame( { "--pcap", "/dev/full" } ), Exit::failed );
+   EXPECT_EQ( err, "valenctl: cannot write /dev/full: No space left on device\n" );
+}
+
+TEST_F( FrameCommandsTest, FramesAreQueuedUnderTheKindsNameOrAnother ) {
+   auto const hex = built();
+   daemon.answers( "Publish", { Json::object() } );
+   EXPECT_EQ( frame( { "--queue", "Ethernet1" } ), Exit::done );
+   EXPECT_EQ( onlyCall( "Publish" ), ( Json{ { "agent", "oam" },
+                                             { "interface", "Ethernet1" },
+                                             { "frames", { hex } },
+                                             { "lifetime", "kept" } } ) );
+   frame( { "--queue", "Ethernet1", "--agent", "bye" } );
+   EXPECT_EQ( daemon.calls()[ 1 ].parameters[ "agent" ], "bye" );
+}
+
+TEST_F( FrameCommandsTest, AnIncompleteCommandIsAUsageError ) {
+   EXPECT_EQ( run( { "frame", "oam" } ), Exit::usage );
+   EXPECT_THAT( err, HasSubstr( "valenctl: the frame needs the sender's MAC address" ) );
+   EXPECT_EQ( frame( { "--pcap", "x", "--yaml", "y" } ), Exit::usage );
+   EXPECT_EQ( frame( { "--agent", "x" } ), Exit::usage );
+   EXPECT_EQ( frame( { "--netns", "x" } ), Exit::usage );
+}
+
+TEST_F( FrameCommandsTest, TheIpOptionTakesWhatTheKindCanUse ) {
+   Words const pim{ "frame", "pim", "--mac", "02:00:00:00:00:01", "--ip" };
+   auto const with = [ & ]( std::string const & address ) {
+      auto words = pim;
+      words.push_back( address );
+      return run( words );
+   };
+   EXPECT_EQ( with( "192.0.2.1" ), Exit::done );
+   EXPECT_THAT( out, HasSubstr( "0800" ) );
+   EXPECT_EQ( with( "fe80::1" ), Exit::done );
+   EXPECT_THAT( out, HasSubstr( "86dd" ) );
+   EXPECT_EQ( with( "2001:db8::1" ), Exit::usage );
+   EXPECT_THAT( err, HasSubstr( "\"2001:db8::1\" is not link-local" ) );
+   EXPECT_EQ( frame( { "--ip", "192.0.2.1" } ), Exit::usage ) << "OAM has no IP address";
+}
+
+TEST_F( FrameCommandsTest, ADeviceThatDoesNotExistIsAFailure ) {
+   EXPECT_EQ( run( { "frame", "oam", "--device", "vt-none" } ), Exit::failed );
+   EXPECT_EQ( err, "valenctl: there is no device vt-none\n" );
+}
+
+TEST_F( FrameCommandsTest, HelpExplainsTheKind ) {
+   EXPECT_EQ( run( { "frame", "oam", "--help" } ), Exit::done );
+   EXPECT_THAT( out, HasSubstr( "\n\nSpecified in IEEE 802.3-2018" ) );
+   EXPECT_THAT( out, HasSubstr( "The peer reports" ) );
+}
+
+} // namespace
+} // namespace Valenctl::Test
