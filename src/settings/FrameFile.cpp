@@ -20,7 +20,7 @@ namespace {
 // Frame numbers, from 1.
 using Numbers = std::vector< std::size_t >;
 
-// Removes the number at the front of `text` and returns it; 0 when there is none.
+// Removes the number at the front of `text` and returns it; 0 when `text` does not begin with one.
 std::size_t takeNumber( std::string_view & text ) {
    std::size_t number = 0;
    auto const [ end, code ] = std::from_chars( text.data(), text.data() + text.size(), number );

@@ -44,11 +44,13 @@ TEST( DocumentsTest, TheConfigurationDocumentDescribesEverySettingWithItsDefault
       if ( isOfFiles( setting ) ) {
          EXPECT_FALSE( row.empty() ) << "docs/configuration.md has no row for " << setting.name;
       }
-      auto const & described = isOfFiles( setting ) ? row : text;
-      auto const shown = setting.shownDefault();
-      EXPECT_TRUE( contains( described, shown.empty() ? "none" : shown ) )
-         << "docs/configuration.md does not give the default of " << setting.name << ": \"" << shown
-         << "\"";
+      auto const shown = setting.shownDefault().empty() ? "none" : setting.shownDefault();
+      auto const described = isOfFiles( setting )
+                                ? contains( row, shown )
+                                : contains( text, "`--" + std::string( setting.option ) +
+                                                     "` (default `" + std::string( shown ) + "`)" );
+      EXPECT_TRUE( described ) << "docs/configuration.md does not give the default of "
+                               << setting.name << ": \"" << shown << "\"";
    }
 }
 

@@ -295,13 +295,13 @@ TEST_F( ReconfigureTest, TheServiceManagerIsNotifiedOfEachReload ) {
    agent_->signal( SIGHUP );
    EXPECT_THAT( manager.received(),
                 ::testing::MatchesRegex( "RELOADING=1\nMONOTONIC_USEC=[0-9]+" ) );
-   EXPECT_EQ( manager.received(), "READY=1\nSTATUS=Configuration refused, 1 error; the one before "
-                                  "is in force" );
+   EXPECT_EQ( manager.received(), "READY=1\nSTATUS=Configuration rejected (1 error); keeping the "
+                                  "previous one" );
    Parts parts;
    parts.delay = "100";
    reload( parts );
    EXPECT_THAT( manager.received(), ::testing::StartsWith( "RELOADING=1" ) );
-   EXPECT_EQ( manager.received(), "READY=1\nSTATUS=Configuration read again, 1 change" );
+   EXPECT_EQ( manager.received(), "READY=1\nSTATUS=Configuration reloaded: 1 change" );
 }
 
 } // namespace

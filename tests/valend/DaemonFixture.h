@@ -206,6 +206,16 @@ class DaemonFixture : public ::testing::Test {
       return frames;
    }
 
+   // The frames that a shutdown sends: sets the flag of the interface and clears it again.
+   std::vector< std::string > framesOf( std::string const & interface ) {
+      auto const before = sent.packets.size();
+      auto const config = store.allIntfConfigDir->intfConfig( interface );
+      config->adminShutdownDelayedIs( true );
+      config->adminShutdownDelayedIs( false );
+      auto frames = sentFrames();
+      return { frames.begin() + static_cast< std::ptrdiff_t >( before ), frames.end() };
+   }
+
    Valen::Test::LeakCheck leaks;
    Valen::Test::SteppedClock clock;
    Valen::Test::RecordingRawTxPams sent;

@@ -16,12 +16,9 @@ enum class Right : U8 {
 
 class Access {
  public:
-   static constexpr char const * defaultReaders = "valen";
-   static constexpr char const * defaultChangers = "valen-admin";
-
    // The groups, by name or number, whose members may read, and change. Root may do everything; a
    // group that the system does not know has no members.
-   explicit Access( std::string readers = defaultReaders, std::string changers = defaultChangers );
+   Access( std::string readers, std::string changers );
 
    // Asks the system for the groups again: one may have come since.
    void refresh();

@@ -57,7 +57,7 @@ Json processSettingJson( ActiveConfiguration const & active, ProcessSetting cons
 }
 
 Json settingsJson( ActiveConfiguration const & active ) {
-   Json list{ delayJson( active ) };
+   auto list = Json::array( { delayJson( active ) } );
    for ( auto const & setting : Settings::processSettings ) {
       list.push_back( processSettingJson( active, setting ) );
    }

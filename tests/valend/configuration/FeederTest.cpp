@@ -6,27 +6,11 @@ namespace Valend {
 namespace {
 
 using namespace Test;
-using Ip::VrfState;
 using ::testing::ElementsAre;
-using ::testing::IsEmpty;
 
-class FeederTest : public DaemonFixture {
- protected:
-   // Raises the interface's flag and lowers it again: what would be sent.
-   std::vector< std::string > framesOf( std::string const & interface ) {
-      auto const before = sent.packets.size();
-      auto const config = store.allIntfConfigDir->intfConfig( interface );
-      config->adminShutdownDelayedIs( true );
-      config->adminShutdownDelayedIs( false );
-      auto frames = sentFrames();
-      return { frames.begin() + static_cast< std::ptrdiff_t >( before ), frames.end() };
-   }
-   VrfState stateOf( std::string const & vrf ) const {
-      return store.allVrfStatusLocal->vrf( vrf )->state();
-   }
-};
+class FeederTest : public DaemonFixture {};
 
-TEST_F( FeederTest, WhatIsConfiguredBecomesReady ) {
+TEST_F( FeederTest, AConfiguredInterfaceBecomesReady ) {
    start( twoInterfaces() );
    EXPECT_TRUE( ready( "Ethernet1" ) );
    EXPECT_TRUE( ready( "Ethernet2" ) );
@@ -34,7 +18,7 @@ TEST_F( FeederTest, WhatIsConfiguredBecomesReady ) {
    EXPECT_THAT( framesOf( "Ethernet2" ), ElementsAre( "ns-red/7:c" ) );
 }
 
-TEST_F( FeederTest, AConfigurationThatComesAfterTheLibraryBecomesReadyToo ) {
+TEST_F( FeederTest, TheConfigurationMayBeAppliedAfterTheLibraryStarts ) {
    kernel.netNsIs( "ns-red", "1:2" );
    kernel.deviceIs( "default", "et1", 7 );
    kernel.deviceIs( "ns-red", "et2", 8 );
@@ -44,13 +28,14 @@ TEST_F( FeederTest, AConfigurationThatComesAfterTheLibraryBecomesReadyToo ) {
    EXPECT_TRUE( ready( "Ethernet2" ) );
 }
 
-TEST_F( FeederTest, TheFlagThatOutlivedACrashIsClearedBeforeTheLibraryStarts ) {
+TEST_F( FeederTest, TheFlagThatSurvivedACrashIsClearedBeforeTheLibraryStarts ) {
    store.statusDir->agentActiveIs( true );
-   Feeder const next( store, kernel, clock.scheduler() );
+   Conditions other;
+   Feeder const next( store, kernel, clock.scheduler(), other );
    EXPECT_FALSE( store.statusDir->agentActive() );
 }
 
-TEST_F( FeederTest, ApplyingTheSameAgainTouchesNothing ) {
+TEST_F( FeederTest, ApplyingTheSameConfigurationChangesNothing ) {
    start( twoInterfaces() );
    auto const status = store.statusDir->intfStatus( "Ethernet1" );
    auto const message = store.messageDir( "lldp" )->message( "Ethernet1" );
@@ -63,7 +48,7 @@ TEST_F( FeederTest, ApplyingTheSameAgainTouchesNothing ) {
    EXPECT_EQ( store.allVrfStatusLocal->vrf( "red" ), vrf );
 }
 
-TEST_F( FeederTest, ARunningDelayIsNotDisturbedByChangesElsewhere ) {
+TEST_F( FeederTest, ChangesElsewhereDoNotDisturbARunningDelay ) {
    start( twoInterfaces() );
    store.allIntfConfigDir->intfConfig( "Ethernet1" )->adminShutdownDelayedIs( true );
    ASSERT_TRUE( delayed( "Ethernet1" ) );
@@ -91,7 +76,7 @@ TEST_F( FeederTest, AChangedMessageIsANewEntityAndKeepsTheInterfaceReady ) {
    EXPECT_THAT( framesOf( "Ethernet1" ), ElementsAre( "default/7:x" ) );
 }
 
-TEST_F( FeederTest, MessagesCanGoAndComeBack ) {
+TEST_F( FeederTest, MessagesCanBeRemovedAndAddedAgain ) {
    start( twoInterfaces() );
    auto const l3 = store.l3IntfStatusDir->intfStatus( "Ethernet1" );
    auto next = twoInterfaces();
@@ -129,7 +114,7 @@ TEST_F( FeederTest, TheFramesOfAllAgentsAreSent ) {
    EXPECT_THAT( framesOf( "Ethernet1" ), ElementsAre( "default/7:a", "default/7:b" ) );
 }
 
-TEST_F( FeederTest, SupportIsSwitchedByAnotherConfigurationEntity ) {
+TEST_F( FeederTest, SupportIsChangedByANewConfigurationEntity ) {
    start( twoInterfaces() );
    auto const entity = store.allIntfConfigDir->intfConfig( "Ethernet1" );
    auto next = twoInterfaces();
@@ -191,7 +176,7 @@ TEST_F( FeederTest, TwoVrfsCanSwapTheirNamespaces ) {
    EXPECT_THAT( framesOf( "Ethernet2" ), ElementsAre( "ns-blue/16:c" ) );
 }
 
-TEST_F( FeederTest, TheFeatureCanBeSwitchedOffAndOn ) {
+TEST_F( FeederTest, TheDelayCanBeDisabledAndEnabled ) {
    start( twoInterfaces() );
    auto off = twoInterfaces();
    off.shutdownDelayMs.reset();
@@ -204,7 +189,7 @@ TEST_F( FeederTest, TheFeatureCanBeSwitchedOffAndOn ) {
    EXPECT_TRUE( ready( "Ethernet2" ) );
 }
 
-TEST_F( FeederTest, EverythingCanGo ) {
+TEST_F( FeederTest, EverythingCanBeRemoved ) {
    start( twoInterfaces() );
    feeder.apply( Settings::Config() );
    EXPECT_EQ( store.allIntfConfigDir->intfConfigs(), 0u );
@@ -215,135 +200,9 @@ TEST_F( FeederTest, EverythingCanGo ) {
    EXPECT_EQ( store.agentConfigDir->entrys(), 0u );
 }
 
-// --- Namespaces ----------------------------------------------------------------------------------
-
-TEST_F( FeederTest, TheDefaultVrfHasNoStatusEntry ) {
-   start( twoInterfaces() );
-   EXPECT_FALSE( store.allVrfStatusLocal->vrfHas( "default" ) );
-   EXPECT_EQ( store.allVrfStatusLocal->vrfs(), 1u );
-}
-
-TEST_F( FeederTest, ANamespaceThatIsNotThereYetMendsItself ) {
-   kernel.deviceIs( "default", "et1", 7 );
-   feeder.apply( twoInterfaces() );
-   libraryStart();
-   EXPECT_EQ( stateOf( "red" ), VrfState::initializing );
-   EXPECT_FALSE( ready( "Ethernet2" ) );
-   EXPECT_TRUE( ready( "Ethernet1" ) );
-   EXPECT_EQ( feeder.vrfTrouble( "red" ), "no namespace ns-red" );
-   EXPECT_TRUE( feeder.namespaceMissing( "red" ) );
-
-   kernel.netNsIs( "ns-red", "1:2" );
-   kernel.deviceIs( "ns-red", "et2", 7 );
-   feeder.namespaceChanged( "ns-red" );
-   EXPECT_EQ( stateOf( "red" ), VrfState::active );
-   EXPECT_TRUE( ready( "Ethernet2" ) );
-   EXPECT_EQ( feeder.vrfTrouble( "red" ), "" );
-   EXPECT_FALSE( feeder.namespaceMissing( "red" ) );
-}
-
-TEST_F( FeederTest, ANamespaceThatGoesTakesTheReadinessAlong ) {
-   start( twoInterfaces() );
-   kernel.netNsDel( "ns-red" );
-   feeder.namespaceChanged( "ns-red" );
-   EXPECT_EQ( stateOf( "red" ), VrfState::initializing );
-   EXPECT_FALSE( ready( "Ethernet2" ) );
-   EXPECT_TRUE( ready( "Ethernet1" ) );
-}
-
-TEST_F( FeederTest, ANamespaceMadeAnewGetsANewEndpoint ) {
-   start( twoInterfaces() );
-   auto const endpoints = sent.live;
-   auto const status = store.statusDir->intfStatus( "Ethernet2" );
-   kernel.netNsIs( "ns-red", "1:99" );
-   feeder.namespaceChanged( "ns-red" );
-   EXPECT_TRUE( ready( "Ethernet2" ) );
-   EXPECT_NE( store.statusDir->intfStatus( "Ethernet2" ), status );
-   EXPECT_EQ( sent.live, endpoints );
-}
-
-TEST_F( FeederTest, ANamespaceOfNobodyChangesNothing ) {
-   start( twoInterfaces() );
-   auto const entry = store.allVrfStatusLocal->vrf( "red" );
-   feeder.namespaceChanged( "ns-other" );
-   EXPECT_EQ( store.allVrfStatusLocal->vrf( "red" ), entry );
-}
-
-TEST_F( FeederTest, TwoNamesOfOneNamespaceAreNeverBothUsed ) {
-   auto config = twoInterfaces();
-   config.vrfs[ "blue" ] = "ns-blue";
-   kernel.netNsIs( "ns-blue", "1:2" ); // the same as ns-red
-   start( config );
-   EXPECT_EQ( stateOf( "blue" ), VrfState::active );
-   EXPECT_EQ( stateOf( "red" ), VrfState::initializing );
-   EXPECT_EQ( feeder.vrfTrouble( "red" ), "namespace \"ns-red\" is VRF \"blue\"'s too" );
-   EXPECT_FALSE( ready( "Ethernet2" ) );
-
-   kernel.netNsIs( "ns-blue", "1:3" );
-   feeder.namespaceChanged( "ns-blue" );
-   EXPECT_EQ( stateOf( "blue" ), VrfState::active );
-   EXPECT_EQ( stateOf( "red" ), VrfState::active );
-   EXPECT_TRUE( ready( "Ethernet2" ) );
-
-   kernel.netNsIs( "ns-blue", "1:2" );
-   feeder.namespaceChanged( "ns-blue" );
-   EXPECT_EQ( stateOf( "red" ), VrfState::initializing );
-   config.vrfs.erase( "blue" );
-   feeder.apply( config );
-   EXPECT_EQ( stateOf( "red" ), VrfState::active );
-   EXPECT_TRUE( ready( "Ethernet2" ) );
-}
-
-TEST_F( FeederTest, ANamedVrfIsNeverInTheAgentsOwnNamespace ) {
-   start( twoInterfaces() );
-   kernel.netNsIs( "ns-red", "1:1" ); // the default's
-   feeder.namespaceChanged( "ns-red" );
-   EXPECT_EQ( stateOf( "red" ), VrfState::initializing );
-   EXPECT_EQ( feeder.vrfTrouble( "red" ), "namespace \"ns-red\" is VRF \"default\"'s too" );
-}
-
-// --- Faults --------------------------------------------------------------------------------------
-
-TEST_F( FeederTest, AVrfThatCannotBeSetUpIsTriedAgainWithGrowingPauses ) {
-   sent.enableErrno = EMFILE;
-   start( twoInterfaces() );
-   auto const atStart = faults.count();
-   EXPECT_EQ( atStart, 4u ) << "the library tries each VRF twice while it starts";
-   EXPECT_FALSE( ready( "Ethernet1" ) );
-   EXPECT_FALSE( ready( "Ethernet2" ) );
-   EXPECT_THAT( feeder.vrfTrouble( "red" ), ::testing::HasSubstr( "open ns-red" ) );
-   advance( 999ms );
-   EXPECT_EQ( faults.count(), atStart );
-   advance( 2ms );
-   EXPECT_EQ( faults.count(), atStart + 2 );
-   advance( 1990ms );
-   EXPECT_EQ( faults.count(), atStart + 2 ) << "the second pause is longer";
-   advance( 20ms );
-   EXPECT_EQ( faults.count(), atStart + 4 );
-
-   sent.enableErrno = 0;
-   advance( 4010ms );
-   EXPECT_EQ( faults.count(), atStart + 4 );
-   EXPECT_TRUE( ready( "Ethernet1" ) );
-   EXPECT_TRUE( ready( "Ethernet2" ) );
-   EXPECT_EQ( feeder.vrfTrouble( "red" ), "" );
-   EXPECT_THAT( framesOf( "Ethernet1" ), ElementsAre( "default/7:a", "default/7:b" ) );
-}
-
-TEST_F( FeederTest, AVrfThatIsNotConfiguredAnyMoreIsNotTriedAgain ) {
-   sent.enableErrno = EMFILE;
-   start( twoInterfaces() );
-   feeder.apply( Settings::Config() );
-   auto const count = faults.count();
-   sent.enableErrno = 0;
-   advance( 5000ms );
-   EXPECT_EQ( faults.count(), count );
-   EXPECT_EQ( store.allVrfStatusLocal->vrfs(), 0u );
-}
-
 // --- Histories -----------------------------------------------------------------------------------
 
-// Whatever the configuration was before, the one in force decides what is ready.
+// Whatever the configurations before, the active one decides what is ready.
 TEST_F( FeederTest, RandomChangesEndWhereTheLastConfigurationSays ) {
    std::mt19937 random( 20261121 );
    auto const pick = [ & ]( unsigned below ) {

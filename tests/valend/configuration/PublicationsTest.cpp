@@ -35,7 +35,7 @@ class PublicationsTest : public ApiFixture {
                    client );
    }
    static std::string hex( char last ) { return toHex( frame( last ) ); }
-   // The last bytes of the frames that a shutdown of Ethernet2 sends.
+   // The last byte of each frame that a shutdown of Ethernet2 sends.
    std::string goodbye() {
       sent.packets.clear();
       controller.shutdown( "Ethernet2", "root", nullptr );
@@ -52,11 +52,10 @@ class PublicationsTest : public ApiFixture {
       std::vector< std::string > lines;
       auto const answers = call( "ListMessages", Json::object() );
       for ( auto const & each : answers->parameters()[ "messages" ] ) {
-         lines.push_back( each[ "agent" ].get< std::string >() + " " +
-                          each[ "interface" ].get< std::string >() + " " +
-                          std::to_string( each[ "frames" ].size() ) + " " +
-                          each[ "lifetime" ].get< std::string >() +
-                          ( each[ "inForce" ] ? "" : " not in force" ) );
+         lines.push_back(
+            each[ "agent" ].get< std::string >() + " " + each[ "interface" ].get< std::string >() +
+            " " + std::to_string( each[ "frames" ].size() ) + " " +
+            each[ "lifetime" ].get< std::string >() + ( each[ "inForce" ] ? "" : " not active" ) );
       }
       return lines;
    }
@@ -76,7 +75,7 @@ TEST_F( PublicationsTest, PublishedFramesMakeAnInterfaceReadyAndAreSent ) {
               Json( { hex( 'x' ), hex( 'y' ) } ) );
 }
 
-TEST_F( PublicationsTest, AListIsExchangedAsAWhole ) {
+TEST_F( PublicationsTest, PublishingAgainReplacesTheWholeList ) {
    publish( "radv", { hex( 'x' ), hex( 'y' ) } );
    publish( "radv", { hex( 'z' ) } );
    EXPECT_EQ( goodbye(), "z" );
@@ -90,7 +89,7 @@ TEST_F( PublicationsTest, AListIsExchangedAsAWhole ) {
    EXPECT_EQ( goodbye(), "x" ) << "adding frames again must work";
 }
 
-TEST_F( PublicationsTest, ARefusedListChangesNothing ) {
+TEST_F( PublicationsTest, ARejectedListChangesNothing ) {
    publish( "radv", { hex( 'x' ) } );
    EXPECT_EQ( publish( "radv", { hex( 'y' ), "00" } )->error(),
               "org.valen.daemon.BadFrame: frame 2: frame of 1 bytes; expected at least 14, an "
@@ -108,13 +107,13 @@ TEST_F( PublicationsTest, ARefusedListChangesNothing ) {
    EXPECT_EQ( goodbye(), "x" );
 }
 
-TEST_F( PublicationsTest, FramesThatTheDeviceCannotTakeNowAreTold ) {
+TEST_F( PublicationsTest, FramesThatAreTooLongForTheDeviceAreReported ) {
    EXPECT_EQ( publish( "radv", { hex( 'x' ), toHex( std::string( 1515, 'f' ) ) } )
                  ->parameters()[ "tooLong" ],
               ( Json::array( { { { "frame", 2 }, { "bytes", 1515 }, { "limit", 1514 } } } ) ) );
 }
 
-TEST_F( PublicationsTest, ASecondAgentOfTheSameNameIsRefused ) {
+TEST_F( PublicationsTest, ASecondAgentOfTheSameNameIsRejected ) {
    EXPECT_EQ( publish( "lldp", { hex( 'x' ) } )->error(),
               "org.valen.daemon.AgentExists: agent \"lldp\" is in the configuration; publish under "
               "another name" );
@@ -134,7 +133,7 @@ TEST_F( PublicationsTest, ASecondAgentOfTheSameNameIsRefused ) {
    EXPECT_EQ( goodbye(), "z" );
 }
 
-TEST_F( PublicationsTest, WhatIsBoundToAConnectionGoesWithIt ) {
+TEST_F( PublicationsTest, FramesThatAreBoundToAConnectionAreWithdrawnWithIt ) {
    EXPECT_TRUE( publish( "radv", { hex( 'x' ) }, "connection", 7 )->needed );
    EXPECT_FALSE( publish( "ospf", { hex( 'o' ) }, "kept", 7 )->messages.empty() );
    api.clientGone( 8 );
@@ -145,7 +144,7 @@ TEST_F( PublicationsTest, WhatIsBoundToAConnectionGoesWithIt ) {
    EXPECT_FALSE( publish( "radv", { hex( 'y' ) }, "kept", 8 )->needed );
 }
 
-TEST_F( PublicationsTest, AReloadKeepsWhatIsPublished ) {
+TEST_F( PublicationsTest, AReloadKeepsPublishedFrames ) {
    publish( "radv", { hex( 'x' ) } );
    auto config = twoInterfaces();
    config.shutdownDelayMs = 700;
@@ -154,20 +153,20 @@ TEST_F( PublicationsTest, AReloadKeepsWhatIsPublished ) {
    EXPECT_EQ( goodbye(), "x" );
    config.agents[ "radv" ][ "Ethernet2" ] = { frame( 'c' ) };
    publications.configIs( config );
-   EXPECT_EQ( goodbye(), "c" ) << "the name is the configuration's";
+   EXPECT_EQ( goodbye(), "c" ) << "the configuration takes precedence";
    EXPECT_THAT( messages(),
                 ElementsAre( "lldp Ethernet1 2 configuration", "radv Ethernet2 1 configuration",
-                             "radv Ethernet2 1 kept not in force" ) );
+                             "radv Ethernet2 1 kept not active" ) );
    config.agents.erase( "radv" );
    publications.configIs( config );
    EXPECT_EQ( goodbye(), "x" );
    config.interfaces.erase( "Ethernet2" );
    publications.configIs( config );
    EXPECT_THAT( messages(), ElementsAre( "lldp Ethernet1 2 configuration",
-                                         "radv Ethernet2 1 kept not in force" ) );
+                                         "radv Ethernet2 1 kept not active" ) );
 }
 
-TEST_F( PublicationsTest, WithdrawnInMidDelayTheLinkIsStillHeld ) {
+TEST_F( PublicationsTest, TheLinkIsStillHeldWhenItsFramesAreWithdrawnDuringTheDelay ) {
    publish( "radv", { hex( 'x' ) }, "connection", 7 );
    controller.shutdown( "Ethernet2", "root", nullptr );
    advance( 100ms );
@@ -178,7 +177,7 @@ TEST_F( PublicationsTest, WithdrawnInMidDelayTheLinkIsStillHeld ) {
    EXPECT_THAT( kernel.actions, ElementsAre( "down ns-red/et2" ) );
 }
 
-TEST_F( PublicationsTest, WhatIsPublishedIsBounded ) {
+TEST_F( PublicationsTest, TheBytesOfAllPublishedFramesAreLimited ) {
    Publications::Message message{ "a", "Ethernet2", {}, Publications::Lifetime::kept, 1 };
    message.frames.assign( Publications::maxBytes / 60'000 + 1, std::string( 60'000, 'f' ) );
    try {

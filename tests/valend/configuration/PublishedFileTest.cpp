@@ -8,6 +8,7 @@ namespace Valend {
 namespace {
 
 using Test::WorkDirectory;
+using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
 using Lifetime = Publications::Lifetime;
@@ -21,24 +22,27 @@ Message message( std::string agent, Lifetime lifetime ) {
             7 };
 }
 
-std::string const lost = "valend: published frames would not outlive the agent: ";
-
-class KeptFramesTest : public ::testing::Test {
+class PublishedFileTest : public ::testing::Test {
  protected:
-   std::vector< Message > readAnew() const { return PublishedFile( folder / "state" ).read(); }
-
-   WorkDirectory folder;
+   // What the next run reads.
+   std::vector< Message > readAgain() const {
+      Conditions other;
+      return PublishedFile( directory / "state", other ).read();
+   }
+   std::vector< std::string > logged;
+   Conditions conditions{ [ this ]( LogLevel, auto const & text ) { logged.push_back( text ); } };
+   WorkDirectory directory;
 };
 
-TEST_F( KeptFramesTest, NothingIsKeptAtFirst ) {
-   EXPECT_THAT( readAnew(), IsEmpty() );
+TEST_F( PublishedFileTest, WithoutAFileNothingIsRestored ) {
+   EXPECT_THAT( readAgain(), IsEmpty() );
 }
 
-TEST_F( KeptFramesTest, WhatIsBoundToAConnectionIsNotKept ) {
-   folder.folder( "state" );
-   PublishedFile( folder / "state" )
+TEST_F( PublishedFileTest, FramesThatAreBoundToAConnectionAreNotSaved ) {
+   directory.folder( "state" );
+   PublishedFile( directory / "state", conditions )
       .write( { message( "bound", Lifetime::connection ), message( "lldp", Lifetime::kept ) } );
-   auto const kept = readAnew();
+   auto const kept = readAgain();
    ASSERT_EQ( kept.size(), 1u );
    EXPECT_EQ( kept[ 0 ].agent, "lldp" );
    EXPECT_EQ( kept[ 0 ].interface, "Ethernet1" );
@@ -46,49 +50,57 @@ TEST_F( KeptFramesTest, WhatIsBoundToAConnectionIsNotKept ) {
    EXPECT_EQ( kept[ 0 ].lifetime, Lifetime::kept );
 }
 
-TEST_F( KeptFramesTest, WhatIsWithdrawnIsNotKeptAnyMore ) {
-   folder.folder( "state" );
-   PublishedFile frames( folder / "state" );
-   frames.write( { message( "lldp", Lifetime::kept ) } );
-   frames.write( {} );
-   EXPECT_THAT( readAnew(), IsEmpty() );
-   EXPECT_FALSE( folder.has( "state/published.damaged" ) ) << "an empty file is in order";
+TEST_F( PublishedFileTest, WithdrawnFramesAreNotRestored ) {
+   directory.folder( "state" );
+   PublishedFile file( directory / "state", conditions );
+   file.write( { message( "lldp", Lifetime::kept ) } );
+   file.write( {} );
+   EXPECT_THAT( readAgain(), IsEmpty() );
+   EXPECT_FALSE( directory.has( "state/published.damaged" ) ) << "an empty file is valid";
 }
 
-TEST_F( KeptFramesTest, AFileThatMakesNoSenseIsSetAside ) {
-   folder.write( "state/published", R"([{"agent": "a", "interface": "b", "frames": ["12"]}])" );
+TEST_F( PublishedFileTest, ADamagedFileIsRenamed ) {
+   directory.write( "state/published", R"([{"agent": "a", "interface": "b", "frames": ["12"]}])" );
    ::testing::internal::CaptureStderr();
-   EXPECT_THAT( readAnew(), IsEmpty() );
+   EXPECT_THAT( readAgain(), IsEmpty() );
    EXPECT_THAT( ::testing::internal::GetCapturedStderr(),
-                HasSubstr( "valend: the published frames are lost: " + folder / "state/published" +
+                HasSubstr( "valend: published frames lost: " + directory / "state/published" +
+                           " is damaged and was renamed to " + directory / "state/published" +
                            ".damaged: " ) );
-   EXPECT_FALSE( folder.has( "state/published" ) );
-   EXPECT_TRUE( folder.has( "state/published.damaged" ) );
+   EXPECT_FALSE( directory.has( "state/published" ) );
+   EXPECT_TRUE( directory.has( "state/published.damaged" ) );
 }
 
-TEST_F( KeptFramesTest, TroubleIsSaidWhenItComesAndWhenItGoes ) {
-   PublishedFile frames( folder / "state" );
-   ::testing::internal::CaptureStderr();
-   frames.write( { message( "lldp", Lifetime::kept ) } );
-   frames.write( { message( "radv", Lifetime::kept ) } );
-   auto const trouble = folder / "state/published" + ".new: No such file or directory";
-   EXPECT_EQ( frames.trouble(), trouble );
-   EXPECT_EQ( ::testing::internal::GetCapturedStderr(), lost + trouble + "\n" );
+TEST_F( PublishedFileTest, AWriteErrorIsAConditionUntilAWriteSucceeds ) {
+   PublishedFile file( directory / "state", conditions );
+   file.write( { message( "lldp", Lifetime::kept ) } );
+   file.write( { message( "radv", Lifetime::kept ) } );
+   auto const error = "published-frames: published frames would be lost on restart: cannot write " +
+                      directory / "state/published" + ".new: No such file or directory";
+   EXPECT_TRUE( conditions.isRaised( "published-frames" ) );
+   EXPECT_THAT( logged, ElementsAre( error ) ) << "one error is logged once";
 
-   folder.folder( "state" );
-   ::testing::internal::CaptureStderr();
-   frames.write( { message( "radv", Lifetime::kept ) } );
-   EXPECT_EQ( frames.trouble(), "" );
-   EXPECT_EQ( ::testing::internal::GetCapturedStderr(),
-              "valend: published frames are written down again\n" );
-   EXPECT_EQ( readAnew().size(), 1u );
+   directory.folder( "state" );
+   file.write( { message( "radv", Lifetime::kept ) } );
+   EXPECT_FALSE( conditions.isRaised( "published-frames" ) );
+   EXPECT_THAT( logged, ElementsAre( error, "published-frames: recovered" ) );
+   EXPECT_EQ( readAgain().size(), 1u );
 }
 
-TEST_F( KeptFramesTest, WithoutADirectoryNothingIsKept ) {
-   PublishedFile frames( "" );
-   frames.write( { message( "lldp", Lifetime::kept ) } );
-   EXPECT_EQ( frames.trouble(), "" );
-   EXPECT_THAT( frames.read(), IsEmpty() );
+TEST_F( PublishedFileTest, AFileThatIsUpToDateIsNotWritten ) {
+   directory.folder( "state" );
+   PublishedFile file( directory / "state", conditions );
+   file.write( { message( "lldp", Lifetime::kept ) } );
+   directory.remove( "state/published" );
+   file.write( { message( "lldp", Lifetime::kept ), message( "bound", Lifetime::connection ) } );
+   EXPECT_FALSE( directory.has( "state/published" ) );
+}
+
+TEST_F( PublishedFileTest, WithoutADirectoryNothingIsSaved ) {
+   PublishedFile file( "", conditions );
+   file.write( { message( "lldp", Lifetime::kept ) } );
+   EXPECT_THAT( logged, IsEmpty() );
+   EXPECT_THAT( file.read(), IsEmpty() );
 }
 
 } // namespace

@@ -1,6 +1,6 @@
-// Random reconfigurations between, and in the middle of, shutdowns: 10 histories of 1,000 each. After
-// every step the state is held to what the configuration and the kernel say: who is ready, which
-// frames may leave where, and whose link may go down.
+// Random reconfigurations before and during shutdowns: 10 histories of 1,000 each. After every step
+// the state is compared with the configuration and the kernel: which interfaces are ready, which
+// frames may be sent where, and which links may go down.
 #include "tests/valend/DaemonFixture.h"
 
 #include <random>
@@ -11,7 +11,7 @@ namespace {
 constexpr unsigned interfaceCount = 6;
 constexpr unsigned reconfigurations = 1000;
 
-// VALEN_HISTORIES asks for more of them, each another one.
+// VALEN_HISTORIES sets another number of histories; each is different.
 unsigned histories() {
    auto const * const wanted = std::getenv( "VALEN_HISTORIES" );
    return wanted ? static_cast< unsigned >( std::stoul( wanted ) ) : 10;
@@ -36,7 +36,7 @@ class ReconfigurationsTest : public DaemonFixture,
 
    void netNsIn( std::string const & netNs ) {
       kernel.netNsIs( netNs, netNs == "default" ? "1:1" : number( "1:", ++lastIdentity_ ) );
-      there_.insert( netNs );
+      existing_.insert( netNs );
       for ( unsigned i = 0; i < interfaceCount; ++i ) {
          deviceIn( netNs, number( "et", i ) );
       }
@@ -46,7 +46,7 @@ class ReconfigurationsTest : public DaemonFixture,
          deviceOut( netNs, number( "et", i ) );
       }
       kernel.netNsDel( netNs );
-      there_.erase( netNs );
+      existing_.erase( netNs );
    }
    void deviceIn( std::string const & netNs, std::string const & device ) {
       if ( devices_.emplace( std::pair( netNs, device ), lastIndex_ + 1 ).second ) {
@@ -181,19 +181,24 @@ class ReconfigurationsTest : public DaemonFixture,
       auto const netNs = number( "ns", 1 + below( 3 ) );
       switch ( below( 4 ) ) {
       case 0:
-         there_.contains( netNs ) ? netNsOut( netNs ) : netNsIn( netNs );
+         if ( existing_.contains( netNs ) ) {
+            netNsOut( netNs );
+         } else {
+            netNsIn( netNs );
+         }
          feeder.namespaceChanged( netNs );
          break;
       case 1: {
          auto const device = number( "et", below( interfaceCount ) );
          auto const place = below( 2 ) ? std::string( "default" ) : netNs;
-         if ( there_.contains( place ) ) {
-            devices_.contains( { place, device } ) ? deviceOut( place, device )
-                                                   : deviceIn( place, device );
+         if ( devices_.contains( { place, device } ) ) {
+            deviceOut( place, device );
+         } else if ( existing_.contains( place ) ) {
+            deviceIn( place, device );
          }
          break;
       }
-      default: // what was shut down comes up again, or nothing would be left to do
+      default: // links that were shut down come up again, so that there is more to do
          for ( auto const & [ place, index ] : devices_ ) {
             kernel.at( place.first, place.second ).up = true;
          }
@@ -204,18 +209,20 @@ class ReconfigurationsTest : public DaemonFixture,
       auto const name = anyInterface();
       try {
          if ( below( 3 ) ) {
-            if ( devices_.contains( placeOf( name ) ) ) { // what is down would send nothing
+            if ( devices_.contains( placeOf( name ) ) ) { // a link that is down would send nothing
                kernel.at( placeOf( name ).first, placeOf( name ).second ).up = true;
             }
-            bool const again = controller.running( name ); // then it may have been elsewhere
+            bool const again = controller.running( name ); // then it may have been in other places
             controller.shutdown( name, "root", {} );
-            again ? void() : asked_[ name ].clear();
+            if ( !again ) {
+               asked_[ name ].clear();
+            }
             asked_[ name ].insert( placeOf( name ) );
          } else {
             controller.enable( name, "root" );
             asked_.erase( name );
          }
-      } catch ( Refusal const & ) { // not configured, or no device: nothing happens
+      } catch ( Refusal const & ) { // not configured, or no device
       }
    }
 
@@ -258,22 +265,22 @@ class ReconfigurationsTest : public DaemonFixture,
       }
    }
 
-   // A frame leaves through the device of the interface that it is for, and only while that one is
-   // being shut down.
+   // A frame is sent out of the device of its interface, and only while that interface is being shut
+   // down.
    void requireFrames() {
       for ( ; framesSeen_ < sent.packets.size(); ++framesSeen_ ) {
          auto const & packet = sent.packets[ framesSeen_ ];
          auto const text = packet.bytes.substr( 13 );
          auto const name = text.substr( 0, text.find( '/' ) );
-         ASSERT_TRUE( asked_.contains( name ) ) << name << " sends, and nobody asked";
+         ASSERT_TRUE( asked_.contains( name ) ) << name << " sent frames without a request";
          auto const device = devices_.find( placeOf( name ) );
          ASSERT_TRUE( device != devices_.end() ) << name;
          ASSERT_EQ( packet.netNs, placeOf( name ).first );
-         ASSERT_EQ( packet.ifIndex, device->second ) << name << " sends out of another's device";
+         ASSERT_EQ( packet.ifIndex, device->second ) << name << " sent out of another device";
       }
    }
 
-   // A link goes down that somebody asked for, and that is no other interface's.
+   // A link goes down only by request, and never that of another interface.
    void requireLinks() {
       for ( ; actionsSeen_ < kernel.actions.size(); ++actionsSeen_ ) {
          auto const & action = kernel.actions[ actionsSeen_ ];
@@ -288,13 +295,13 @@ class ReconfigurationsTest : public DaemonFixture,
                           [ & ]( auto const & each ) { return isIts( placeOf( each.first ) ); } );
          if ( owner != config_.interfaces.end() ) {
             ASSERT_TRUE( asked_.contains( owner->first ) )
-               << action << " is " << owner->first << "'s, and nobody asked";
+               << action << " of " << owner->first << " without a request";
          } else {
             auto const asked =
                std::find_if( asked_.begin(), asked_.end(), [ & ]( auto const & each ) {
                   return std::any_of( each.second.begin(), each.second.end(), isIts );
                } );
-            ASSERT_TRUE( asked != asked_.end() ) << action << ", and nobody asked";
+            ASSERT_TRUE( asked != asked_.end() ) << action << " without a request";
          }
       }
    }
@@ -309,7 +316,7 @@ class ReconfigurationsTest : public DaemonFixture,
       }
    }
 
-   // Whatever was asked has come to its end, and what did not move meanwhile is down.
+   // Every requested shutdown ends, and links that were not moved meanwhile are down.
    void settle() {
       for ( auto const & [ place, index ] : devices_ ) {
          kernel.at( place.first, place.second ).up = true;
@@ -338,9 +345,9 @@ class ReconfigurationsTest : public DaemonFixture,
 
    std::mt19937 random_;
    Settings::Config config_;
-   std::set< std::string > there_;  // the namespaces
-   std::map< Place, U32 > devices_; // their indexes
-   // To be shut down and not enabled since, with where the interface has been meanwhile.
+   std::set< std::string > existing_; // namespaces
+   std::map< Place, U32 > devices_;   // their indexes
+   // Interfaces to be shut down and not enabled since, each with all places that it had meanwhile.
    std::map< std::string, std::set< Place > > asked_;
    std::size_t framesSeen_ = 0;
    std::size_t actionsSeen_ = 0;
@@ -348,7 +355,7 @@ class ReconfigurationsTest : public DaemonFixture,
    U32 lastIndex_ = 0;
 };
 
-TEST_P( ReconfigurationsTest, NeverSendWronglyNorSetAWrongLinkDown ) {
+TEST_P( ReconfigurationsTest, FramesAndLinksAreAlwaysThoseOfTheConfiguration ) {
    libraryStart();
    for ( unsigned i = 1; i <= reconfigurations && !HasFatalFailure(); ++i ) {
       SCOPED_TRACE( "reconfiguration " + std::to_string( i ) );
@@ -364,15 +371,15 @@ TEST_P( ReconfigurationsTest, NeverSendWronglyNorSetAWrongLinkDown ) {
          settle();
       }
    }
-   EXPECT_GT( controller.history().size(), 100u ) << "too little happens";
-   EXPECT_GT( sent.packets.size(), 100u ) << "too little happens";
+   EXPECT_GT( controller.history().size(), 100u ) << "the histories test too little";
+   EXPECT_GT( sent.packets.size(), 100u ) << "the histories test too little";
    EXPECT_EQ( faults.count(), 0u );
    feeder.apply( Settings::Config() );
    turn();
    libraryStop();
 }
 
-// --- A shutdown under way when its interface moves -----------------------------------------------
+// --- An interface that moves during its shutdown - -----------------------------------------------
 
 class MovedInterfaceTest : public DaemonFixture {
  protected:
@@ -383,7 +390,7 @@ class MovedInterfaceTest : public DaemonFixture {
       turn();
       EXPECT_TRUE( delayed( "Ethernet1" ) );
    }
-   // Puts `config` in force in the middle of the delay, and waits for its end.
+   // Applies `config` in the middle of the delay, and waits for its end.
    void reconfigure( Settings::Config const & config ) {
       feeder.apply( config );
       advance( 2000ms );
@@ -392,13 +399,13 @@ class MovedInterfaceTest : public DaemonFixture {
    ShutdownRecord const & last() const { return controller.history().back(); }
 };
 
-TEST_F( MovedInterfaceTest, TheDeviceThatItHasAtTheEndGoesDown ) {
+TEST_F( MovedInterfaceTest, TheDeviceThatTheInterfaceHasAtTheEndGoesDown ) {
    auto config = twoInterfaces();
    config.interfaces[ "Ethernet1" ].device = "et9";
    config.interfaces[ "Ethernet3" ] = { "Ethernet3", "et1", "default", true };
    reconfigure( config );
    EXPECT_THAT( kernel.actions, ::testing::ElementsAre( "down default/et9" ) )
-      << "et1 is another interface's now";
+      << "et1 belongs to another interface now";
 }
 
 TEST_F( MovedInterfaceTest, ADeviceThatAnotherInterfaceTookOverIsLeftAlone ) {

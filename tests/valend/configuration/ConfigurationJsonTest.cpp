@@ -1,0 +1,131 @@
+#include "valend/configuration/ConfigurationJson.h"
+
+#include "platform/trace/Trace.h"
+#include "settings/ConfigReader.h"
+
+#include <cstdlib>
+#include <gtest/gtest.h>
+
+namespace Valend {
+namespace {
+
+using Json = nlohmann::json;
+
+class ConfigurationJsonTest : public ::testing::Test {
+ protected:
+   ~ConfigurationJsonTest() override { Quill::traceLevelsIs( "" ); }
+
+   // The configuration as it is after a start with `text`.
+   static ActiveConfiguration active( std::string const & text,
+                                      Settings::ProcessConfig commandLine = {} ) {
+      auto read = Settings::parseConfig( text, "f" );
+      EXPECT_TRUE( read.errors.empty() );
+      ActiveConfiguration active{
+         read.config, read.sources, std::move( commandLine ), {}, read.sources };
+      active.process = active.wanted();
+      return active;
+   }
+   static Json settingOf( ActiveConfiguration const & active, std::string const & name ) {
+      auto const json = configurationJson( active );
+      for ( auto const & setting : json.at( "settings" ) ) {
+         if ( setting[ "name" ] == name ) {
+            return setting;
+         }
+      }
+      return Json();
+   }
+   static Json place( int line, int column ) {
+      return { { "file", "f" }, { "line", line }, { "column", column } };
+   }
+};
+
+TEST_F( ConfigurationJsonTest, VrfsInterfacesAndMessagesHaveTheirPlaces ) {
+   auto const json = configurationJson( active( R"(vrfs:
+- {name: red, namespace: ns-red}
+interfaces:
+- {name: Ethernet1, device: et1, vrf: red, shutdown-delay: false}
+agents:
+- name: lldp
+  messages:
+    Ethernet1: [0180c200000e02000000000188cc]
+)" ) );
+   EXPECT_EQ( json[ "files" ], Json( { "f" } ) );
+   EXPECT_EQ( json[ "vrfs" ], Json::array( { { { "name", "red" },
+                                               { "namespace", "ns-red" },
+                                               { "place", place( 2, 10 ) } } } ) );
+   EXPECT_EQ( json[ "interfaces" ], Json::array( { { { "name", "Ethernet1" },
+                                                     { "device", "et1" },
+                                                     { "vrf", "red" },
+                                                     { "shutdownDelay", false },
+                                                     { "place", place( 4, 10 ) } } } ) );
+   EXPECT_EQ( json[ "messages" ],
+              Json::array( { { { "agent", "lldp" },
+                               { "interface", "Ethernet1" },
+                               { "frames", Json( { "0180c200000e02000000000188cc" } ) },
+                               { "place", place( 8, 5 ) } } } ) );
+}
+
+TEST_F( ConfigurationJsonTest, EverySettingIsListed ) {
+   auto const json = configurationJson( active( "" ) );
+   ASSERT_EQ( json[ "settings" ].size(), Settings::processSettings.size() + 1 );
+   EXPECT_EQ( json[ "settings" ][ 0 ], ( Json{ { "name", "shutdown-delay-ms" },
+                                               { "value", nullptr },
+                                               { "origin", "default" },
+                                               { "place", nullptr } } ) );
+   for ( auto const & setting : Settings::processSettings ) {
+      EXPECT_FALSE( settingOf( active( "" ), std::string( setting.name ) ).is_null() );
+   }
+}
+
+TEST_F( ConfigurationJsonTest, ASettingSaysWhereItComesFrom ) {
+   Settings::ProcessConfig commandLine;
+   commandLine.valueIs( "trace.file", "/line" );
+   auto const configuration =
+      active( "shutdown-delay-ms: 5\nsocket: /s\ntrace: {file: /f}", commandLine );
+   EXPECT_EQ( settingOf( configuration, "shutdown-delay-ms" ),
+              ( Json{ { "name", "shutdown-delay-ms" },
+                      { "value", "5" },
+                      { "origin", "file" },
+                      { "place", place( 1, 20 ) } } ) );
+   EXPECT_EQ( settingOf( configuration, "socket" ), ( Json{ { "name", "socket" },
+                                                            { "value", "/s" },
+                                                            { "origin", "file" },
+                                                            { "place", place( 2, 9 ) } } ) );
+   EXPECT_EQ( settingOf( configuration, "trace.file" ), ( Json{ { "name", "trace.file" },
+                                                                { "value", "/line" },
+                                                                { "origin", "command-line" },
+                                                                { "place", nullptr } } ) );
+   EXPECT_EQ( settingOf( configuration, "admin-group" ), ( Json{ { "name", "admin-group" },
+                                                                 { "value", "valen-admin" },
+                                                                 { "origin", "default" },
+                                                                 { "place", nullptr } } ) );
+   EXPECT_EQ( settingOf( configuration, "metrics-file" )[ "value" ], nullptr );
+}
+
+TEST_F( ConfigurationJsonTest, AfterAReloadASettingOfTheNextStartIsShownAsItIsUsed ) {
+   auto configuration = active( "socket: /a" );
+   auto const next = Settings::parseConfig( "# moved\nsocket: /b", "f" );
+   configuration.config = next.config;
+   configuration.sources = next.sources;
+   auto const socket = settingOf( configuration, "socket" );
+   EXPECT_EQ( socket[ "value" ], "/a" );
+   EXPECT_EQ( socket[ "place" ], place( 1, 9 ) );
+}
+
+TEST_F( ConfigurationJsonTest, TraceLevelsAreShownAsTheyAreNow ) {
+   Quill::traceLevelsIs( "VrfSm/1" );
+   auto const levels = settingOf( active( "trace: {levels: IntfSm/0}" ), "trace.levels" );
+   EXPECT_EQ( levels[ "value" ], "VrfSm/1" );
+   EXPECT_EQ( levels[ "origin" ], "file" );
+}
+
+TEST_F( ConfigurationJsonTest, ADefaultOfTheSystemIsShown ) {
+   ::setenv( "STATE_DIRECTORY", "/var/lib/one", 1 );
+   auto const setting = settingOf( active( "" ), "state-directory" );
+   ::unsetenv( "STATE_DIRECTORY" );
+   EXPECT_EQ( setting[ "value" ], "/var/lib/one" );
+   EXPECT_EQ( setting[ "origin" ], "default" );
+}
+
+} // namespace
+} // namespace Valend
