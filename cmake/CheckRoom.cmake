@@ -8,7 +8,7 @@ list( APPEND MAY_INCLUDE "${ROOM}" )
 set( kernelHeaders "^(sys|linux|net|netinet|netpacket|arpa)/|^(unistd|fcntl|sched|poll|dirent)\\.h$" )
 set( kernelRooms "^(linux|varlink|valend|valenctl)(/|$)" )
 
-# The innermost room around the path of a file; empty if there is none.
+# The innermost room around the path of a file; empty for a file outside all rooms.
 function( room_of result file )
    cmake_path( GET file PARENT_PATH directory )
    while( directory AND NOT directory IN_LIST ROOMS )

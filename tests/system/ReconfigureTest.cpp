@@ -230,7 +230,7 @@ TEST_F( ReconfigureTest, ARejectedReloadListsAllErrorsAndChangesNothing ) {
    auto const first = *work_ / "valen.yaml";
    std::vector< std::string > const errors{
       first + ":5:1: unknown key \"colour\" in the configuration; expected \"shutdown-delay-ms\"",
-      first + ":6:9: socket is no single value; expected one\n",
+      first + ":6:9: socket must be a single value\n",
       *work_ / "conf.d/a.yaml:1:34: unknown interface \"Ethernet9\"; expected one of "
                "\"interfaces\"\n",
       *work_ / "conf.d/a.yaml:1:46: frame of 1 bytes; expected at least 14, an Ethernet header\n" };
