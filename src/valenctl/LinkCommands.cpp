@@ -29,7 +29,7 @@ Exit Session::shutdown() {
          longest = std::max( longest, numberField( step, "delayMs" ) );
       }
       if ( longest && timeout().count() ) { // the next step comes after it
-         client_.patienceIs( timeout() + std::chrono::milliseconds( longest ) );
+         client_.timeoutIs( timeout() + std::chrono::milliseconds( longest ) );
       }
       auto const pending = numberField( answer, "pending" );
       if ( terminal_.err && options_.wait && !options_.json && !options_.quiet && pending ) {

@@ -20,8 +20,8 @@ std::string dumped( Json const & json, int indent ) {
 Session::Session( Options const & options, Terminal const & terminal, std::ostream & out,
                   std::ostream & err )
     : options_( options ), terminal_( terminal ), out_( out ), err_( err ),
-      client_( options.socket, "org.valen.daemon" ) {
-   client_.patienceIs( timeout() );
+      client_( options.socket, "org.valen.daemon", "valend" ) {
+   client_.timeoutIs( timeout() );
 }
 
 Exit Session::run() {
@@ -135,7 +135,7 @@ Exit Session::wait() {
    parameters[ "until" ] = options_.until;
    if ( timeout().count() ) {
       parameters[ "timeoutMs" ] = timeout().count();
-      client_.patienceIs( timeout() + std::chrono::seconds( 5 ) ); // the agent is to say it
+      client_.timeoutIs( timeout() + std::chrono::seconds( 5 ) ); // the agent is to say it
    }
    return print( client_.call( "Wait", parameters ), "" );
 }
@@ -203,7 +203,7 @@ Exit Session::trace( bool follow ) {
    };
    Json const parameters{ { "lines", options_.lines } };
    if ( follow ) {
-      client_.patienceIs( std::chrono::milliseconds( 0 ) ); // lines come when they come
+      client_.timeoutIs( std::chrono::milliseconds( 0 ) ); // lines come when they come
       client_.callMore( "Trace", parameters, printLines );
    } else {
       printLines( client_.call( "Trace", parameters ) );
@@ -229,7 +229,7 @@ Exit Session::show() {
       out_ << dumped( client_.call( "Show", parameters ).value( "value", Json() ), 2 ) << '\n';
       return Exit::done;
    }
-   client_.patienceIs( std::chrono::milliseconds( 0 ) );
+   client_.timeoutIs( std::chrono::milliseconds( 0 ) );
    client_.callMore( "Watch", parameters, [ & ]( Json const & answer ) {
       printLine( answer.value( "value", Json() ) );
       return out_.good();

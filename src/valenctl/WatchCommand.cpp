@@ -24,7 +24,7 @@ std::string now() {
 
 Exit Session::watch() {
    std::map< std::string, Json > interfaces;
-   client_.patienceIs( std::chrono::milliseconds( 0 ) ); // changes come when they come
+   client_.timeoutIs( std::chrono::milliseconds( 0 ) ); // changes come when they come
    auto const table = [ & ] {
       auto list = Json::array();
       for ( auto const & [ name, interface ] : interfaces ) {
