@@ -6,6 +6,7 @@
 #include "linux/PacketEndpoint.h"
 #include "valend/Options.h"
 #include "valend/api/Api.h"
+#include "valend/base/Conditions.h"
 #include "valend/base/Watchdog.h"
 #include "valend/configuration/Configurator.h"
 #include "valend/configuration/PublishedFile.h"
@@ -26,8 +27,8 @@ class Daemon {
    Daemon( Daemon const & ) = delete;
    Daemon & operator=( Daemon const & ) = delete;
 
-   // Runs until SIGTERM or SIGINT. On SIGHUP it reads the configuration again and puts what differs
-   // in force; one that is refused changes nothing.
+   // Runs until SIGTERM or SIGINT. On SIGHUP it reads the configuration again and applies what differs,
+   // and opens the trace file again; a configuration that is rejected changes nothing.
    void run();
 
  private:
@@ -35,7 +36,8 @@ class Daemon {
 
    void configIs( Settings::Config const & config );
    void finishWhatWasBegun();
-   void reload();
+   std::vector< std::string > reload();
+   void hangup();
    void stop( char const * signal );
 
    Settings::ProcessConfig const process_;

@@ -19,9 +19,9 @@ TraceHub::TraceHub( Gantry::WorkQueue & work, Settings::ProcessConfig const & co
     : posted_( work, "trace" ) {
    Quill::traceLevelsIs( config.traceLevels.value_or( defaultLevels ) );
    if ( config.traceFile ) {
-      output_ = std::make_unique< Valen::Linux::FileTraceSink >( *config.traceFile );
+      file_ = std::make_unique< Valen::Linux::FileTraceSink >( *config.traceFile );
    } else if ( toStderr ) {
-      output_ = std::make_unique< Valen::Linux::StderrTraceSink >();
+      stderr_ = std::make_unique< Valen::Linux::StderrTraceSink >();
    }
    if ( config.traceRing ) {
       ringFile_ = std::make_unique< Valen::Linux::RingFile >( *config.traceRing, ringBytes );
@@ -43,6 +43,12 @@ TraceHub::~TraceHub() {
 
 Blipline::Ring const & TraceHub::ring() const noexcept {
    return memoryRing_ ? *memoryRing_ : ringFile_->ring();
+}
+
+void TraceHub::reopen() {
+   if ( file_ ) {
+      file_->reopen();
+   }
 }
 
 std::vector< TraceHub::Line > TraceHub::recent( std::size_t count ) const {
@@ -74,12 +80,15 @@ void TraceHub::tell( std::vector< Line > const & lines ) {
 
 // With nobody to read them, the lines' texts are not made at all.
 void TraceHub::sinkUpdate() noexcept {
-   Quill::traceSinkIs( output_ || !followers_.empty() ? this : nullptr );
+   Quill::traceSinkIs( file_ || stderr_ || !followers_.empty() ? this : nullptr );
 }
 
 void TraceHub::line( Quill::TraceLine const & line ) noexcept {
-   if ( output_ ) {
-      output_->line( line );
+   if ( file_ ) {
+      file_->line( line );
+   }
+   if ( stderr_ ) {
+      stderr_->line( line );
    }
    if ( followers_.empty() || pending_.size() >= maxPending ) {
       return;

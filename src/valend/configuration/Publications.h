@@ -6,6 +6,7 @@
 // not forgotten, while the configuration has an agent of its name or has not its interface.
 #pragma once
 
+#include "valend/base/EnumTexts.h"
 #include "valend/configuration/Feeder.h"
 
 #include <functional>
@@ -20,6 +21,11 @@ class Publications {
       kept,       // until it is withdrawn
       connection, // or the connection that it came by ends
    };
+   friend constexpr auto enumTexts( Lifetime ) {
+      return std::to_array< EnumText< Lifetime > >(
+         { { Lifetime::kept, "kept" }, { Lifetime::connection, "connection" } } );
+   }
+
    struct Message {
       std::string agent;
       std::string interface;
