@@ -210,7 +210,7 @@ TEST_F( ApiTest, FramesOfAnAgentThatIsKilledAreWithdrawn ) {
    std::string explained;
    for ( int tries = 0; tries < 500; ++tries ) {
       explained = ctl( { "explain", "Ethernet2" } ).out;
-      if ( explained.find( "NO   frames are queued for it: no agent has any" ) !=
+      if ( explained.find( "NO   frames queued: no agent has frames for it" ) !=
            std::string::npos ) {
          break;
       }

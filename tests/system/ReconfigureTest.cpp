@@ -67,7 +67,7 @@ TEST_F( ReconfigureTest, MessagesCanBeRemovedAndAddedAgain ) {
    Parts without;
    without.lldp = "{Ethernet2: [" + hex( "red" ) + "]}";
    EXPECT_EQ( reload( without ), "interface Ethernet1: messages of lldp removed\n" );
-   ASSERT_TRUE( becomesUnready( "Ethernet1", "no messages" ) );
+   ASSERT_TRUE( becomesUnready( "Ethernet1", "no frames" ) );
    EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), IsEmpty() );
    EXPECT_FALSE( linkUp( *machine_, "et1" ) ) << "it goes down all the same";
    enable( "Ethernet1" );
@@ -142,7 +142,7 @@ TEST_F( ReconfigureTest, SupportCanBeSwitchedOffAndOn ) {
    off.interfaces = "[{name: Ethernet1, device: et1, shutdown-delay: false}, "
                     "{name: Ethernet2, device: et2, vrf: red}]";
    EXPECT_EQ( reload( off ), "interface Ethernet1: shutdown delay no longer supported\n" );
-   ASSERT_TRUE( becomesUnready( "Ethernet1", "not supported" ) );
+   ASSERT_TRUE( becomesUnready( "Ethernet1", "delay disabled for this interface" ) );
    EXPECT_THAT( goodbyes( "Ethernet1", "far1" ), IsEmpty() );
    EXPECT_FALSE( linkUp( *machine_, "et1" ) );
    enable( "Ethernet1" );
@@ -157,8 +157,8 @@ TEST_F( ReconfigureTest, TheFeatureCanBeSwitchedOffAndOn ) {
    Parts off;
    off.delay = "";
    EXPECT_EQ( reload( off ), "shutdown delay off, was 500 ms\n" );
-   ASSERT_TRUE( becomesUnready( "Ethernet1", "feature off" ) );
-   ASSERT_TRUE( becomesUnready( "Ethernet2", "feature off" ) );
+   ASSERT_TRUE( becomesUnready( "Ethernet1", "delay disabled" ) );
+   ASSERT_TRUE( becomesUnready( "Ethernet2", "delay disabled" ) );
    EXPECT_THAT( goodbyes( "Ethernet2", "far2" ), IsEmpty() );
    EXPECT_FALSE( linkUp( *red_, "et2" ) );
    enable( "Ethernet2" );

@@ -13,12 +13,12 @@ TEST( ReportTextTest, ExplainSaysWhatIsMissing ) {
       { "ready", false },
       { "link", "up" },
       { "requirements",
-        { { { "what", "the feature is on" }, { "met", true }, { "detail", "held for 500 ms" } },
-          { { "what", "its device is there" }, { "met", false }, { "detail", "no device" } },
+        { { { "what", "delay enabled" }, { "met", true }, { "detail", "held for 500 ms" } },
+          { { "what", "device present" }, { "met", false }, { "detail", "no device" } },
           { { "what", "the rest" }, { "met", false }, { "detail", "" } } } } };
    EXPECT_EQ( explainText( "Ethernet1", answer ), "Ethernet1: not ready, link up\n"
-                                                  "  yes  the feature is on: held for 500 ms\n"
-                                                  "  NO   its device is there: no device\n"
+                                                  "  yes  delay enabled: held for 500 ms\n"
+                                                  "  NO   device present: no device\n"
                                                   "  NO   the rest\n" );
 }
 

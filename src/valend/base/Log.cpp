@@ -11,7 +11,7 @@ namespace Valend {
 
 namespace {
 
-// The length goes before the value in eight bytes, the lowest first.
+// A length is eight bytes, little endian, before the value.
 void appendField( std::string & message, std::string const & name, std::string const & value ) {
    message += name;
    if ( value.find( '\n' ) == value.npos ) {
@@ -57,7 +57,7 @@ void log( LogLevel level, std::string const & text, LogFields const & fields ) {
    }
    line = ( journal ? "<" + std::to_string( static_cast< int >( level ) ) + ">" : "valend: " ) +
           line + '\n';
-   // One call, so that lines of several processes do not mix; nobody to tell if it fails.
+   // One call, so that lines of several processes do not mix. A failure cannot be reported anywhere.
    [[maybe_unused]] auto const written = ::write( STDERR_FILENO, line.data(), line.size() );
 }
 

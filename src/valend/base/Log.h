@@ -1,5 +1,5 @@
-// The agent's own words: to the journal, with fields, when the system's journal reads standard
-// error; else on standard error, one line each.
+// The daemon's log: to the system journal, with fields, when the journal reads standard error;
+// otherwise lines on standard error.
 #pragma once
 
 #include <string>
@@ -18,14 +18,14 @@ enum class LogLevel : int {
 // Names are capital letters, digits and "_", and do not begin with "_".
 using LogFields = std::vector< std::pair< std::string, std::string > >;
 
-// `fields` are for the journal alone. Newlines become blanks in the text.
+// Writes one line. `fields` go to the journal only. Newlines in the text become spaces.
 void log( LogLevel level, std::string const & text, LogFields const & fields = {} );
 
-// A message as the journal's own socket takes it: "NAME=value" and a newline for each field; a value
-// that has a newline in it comes after its length.
+// A message in the journal's native protocol: "NAME=value" and a newline for each field; a value that
+// contains a newline is preceded by its length instead.
 std::string journalMessage( LogLevel level, std::string const & text, LogFields const & fields );
 
-// Sends a message to the journal that listens at `socket`. False when that cannot be done.
+// Sends a message to the journal at `socket` without blocking. Returns whether it was sent.
 bool sendToJournal( std::string const & message,
                     std::string const & socket = "/run/systemd/journal/socket" ) noexcept;
 

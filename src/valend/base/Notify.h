@@ -1,12 +1,12 @@
-// Words to the service manager.
+// Service manager notification (sd_notify protocol).
 #pragma once
 
 #include <string>
 
 namespace Valend {
 
-// Sends `state` ("READY=1") to the socket that NOTIFY_SOCKET names. Returns whether it was sent;
-// without a service manager there is nothing to do.
+// Sends `state` ("READY=1") to the socket in $NOTIFY_SOCKET. Returns whether it was sent; without that
+// variable nothing is.
 bool notifyManager( std::string const & state ) noexcept;
 
 } // namespace Valend

@@ -53,7 +53,7 @@ void TraceHub::reopen() {
 
 std::vector< TraceHub::Line > TraceHub::recent( std::size_t count ) const {
    auto const live = memoryRing_ ? std::as_bytes( std::span( ringMemory_ ) ) : ringFile_->memory();
-   // Nobody writes meanwhile: this is the thread that traces.
+   // The ring cannot change meanwhile: this is the thread that writes it.
    Blipline::Reader reader( live );
    std::deque< Line > lines;
    Blipline::Line line;
@@ -78,7 +78,7 @@ void TraceHub::tell( std::vector< Line > const & lines ) {
    sinkUpdate();
 }
 
-// With nobody to read them, the lines' texts are not made at all.
+// Without an output or a follower the texts are not formatted at all.
 void TraceHub::sinkUpdate() noexcept {
    Quill::traceSinkIs( file_ || stderr_ || !followers_.empty() ? this : nullptr );
 }

@@ -1,5 +1,5 @@
-// Where the library's trace goes: the ring, which is always on; standard error or a file, if the
-// operator wants them; and clients that follow it.
+// The outputs of the library's trace: the ring, which is always on; standard error or a file, if
+// configured; and clients that follow it.
 #pragma once
 
 #include "linux/TraceOutputs.h"
@@ -22,11 +22,11 @@ class TraceHub final : public Quill::TraceSink {
       U32 level;
       std::string text;
    };
-   // Takes lines, and says whether it wants more. Also called with none, to hear that.
+   // Receives lines, and returns whether it wants more. Also called without lines, to ask only that.
    using Follower = std::function< bool( std::vector< Line > const & lines ) >;
 
-   // Puts the levels in force and opens the outputs. `toStderr`: lines go to standard error when no
-   // file is configured. `work` must outlive the hub. Throws Quill::ErrnoException and
+   // Applies the levels and opens the outputs. `toStderr`: lines go to standard error when no file is
+   // configured. `work` must outlive the hub. Throws Quill::ErrnoException and
    // Quill::RangeException.
    TraceHub( Gantry::WorkQueue & work, Settings::ProcessConfig const & config, bool toStderr );
    ~TraceHub() override;
@@ -35,10 +35,10 @@ class TraceHub final : public Quill::TraceSink {
 
    // The newest lines of the ring, at most `count`, oldest first.
    std::vector< Line > recent( std::size_t count ) const;
-   // Lines that the ring could not take.
+   // Lines lost because the ring was full.
    U64 lost() const noexcept { return ring().lost(); }
 
-   // Calls `follower`, from the loop, with the lines that come in from now on.
+   // Calls `follower`, from the loop, with the lines that are traced from now on.
    void follow( Follower follower );
 
    // Opens the file again, after it was moved aside. No effect without a file. Throws
@@ -52,7 +52,7 @@ class TraceHub final : public Quill::TraceSink {
    void sinkUpdate() noexcept;
    void tell( std::vector< Line > const & lines );
 
-   // Lines that wait for the followers; past that, lines are left out.
+   // The largest number of lines that wait for followers; further lines are dropped.
    static constexpr std::size_t maxPending = 10'000;
 
    Gantry::PostedWork posted_;

@@ -1,5 +1,5 @@
-// Tells the service manager that the loop turns, as often as it wants to hear it (sd_watchdog: the
-// environment's WATCHDOG_USEC and WATCHDOG_PID). Silent when nobody listens.
+// Service manager watchdog (sd_watchdog_enabled: $WATCHDOG_USEC and $WATCHDOG_PID): reports that the
+// main loop is alive. Does nothing when the watchdog is not enabled.
 #pragma once
 
 #include "platform/gantry/Timer.h"
@@ -14,7 +14,7 @@ class Watchdog {
    Watchdog( Watchdog const & ) = delete;
    Watchdog & operator=( Watchdog const & ) = delete;
 
-   // How often it tells: twice in the time that the manager waits. Nothing when it is silent.
+   // Half the timeout of the service manager; no value when the watchdog is not enabled.
    std::optional< Gantry::Time > period() const noexcept { return period_; }
 
  private:

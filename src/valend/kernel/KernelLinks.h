@@ -1,8 +1,8 @@
-// The kernel as the agent sees it: the devices of every configured namespace, whether the library
-// wants them or not; links up and down; and what became of the frames.
+// The kernel as the daemon uses it: the devices of every configured namespace, whether the library
+// needs them or not; links up and down; and what happened to the frames.
 //
-// Stands between the store and the publisher of devices: both the library and the agent follow the
-// devices of a namespace, through one watcher, which goes when neither does any more.
+// The library mounts the devices of a namespace through this class, so that library and daemon share
+// one rtnetlink socket per namespace. It is closed when neither needs it any more.
 #pragma once
 
 #include "linux/KernelNetInfoProvider.h"
@@ -23,11 +23,11 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    KernelLinks( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsFolders folders,
                 Valen::Linux::PacketEndpointProvider const & endpoints, Conditions & conditions );
 
-   // Follows the devices of these namespaces from now on, and of no others on its own account.
+   // Watches the devices of these namespaces from now on, besides those that the library mounts.
    void netNssAre( std::set< std::string > const & netNss );
-   // Who hears when a device of these namespaces is set up or down, or goes; see LinkWatch.
+   // `seen` is called when a device of these namespaces is set up or down, or disappears; see LinkWatch.
    void seenIs( LinkWatch::Seen seen ) { watch_.seenIs( std::move( seen ) ); }
-   // The namespace came, went, or is another one now.
+   // The namespace was created, deleted, or replaced under the same name.
    void refresh( std::string const & netNs );
    std::optional< LinkDevice > device( LinkPlace const & place ) const override;
    bool up( LinkPlace const & place ) override;
@@ -55,9 +55,9 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    LinkWatch watch_;
    Conditions & conditions_;
    std::map< std::string, Quill::Ptr< DeviceCondition > > deviceConditions_; // by namespace
-   std::set< std::string > netNss_;              // that the agent follows
+   std::set< std::string > netNss_;              // that the daemon watches
    std::set< std::string, std::less<> > ours_;   // their mount paths
-   std::set< std::string, std::less<> > theirs_; // and that the library has mounted
+   std::set< std::string, std::less<> > theirs_; // those that the library has mounted
 };
 
 } // namespace Valend

@@ -1,5 +1,5 @@
-// What the link controller needs of the kernel: devices by name, links up and down, and what became
-// of the frames. Realised by KernelLinks; by a fake in tests.
+// What the link controller needs from the kernel: devices by name, links up and down, and what happened
+// to the frames. Implemented by KernelLinks, and by a fake in tests.
 #pragma once
 
 #include "platform/quill/Int.h"
@@ -20,11 +20,11 @@ struct LinkPlace {
 struct LinkDevice {
    U32 ifIndex = 0;
    bool up = false;      // set up by the operator (IFF_UP)
-   bool carrier = false; // and able to carry frames
+   bool carrier = false; // operational (IFF_RUNNING)
    U32 mtu = 0;          // bytes after the link-layer header
 };
 
-// A packet of a burst that the kernel refused.
+// A packet of a burst that the kernel rejected.
 struct RefusedPacket {
    U32 packet = 0;  // its number in the burst, from 0
    int number = 0;  // the errno
@@ -33,7 +33,7 @@ struct RefusedPacket {
 
 class LinkPort {
  public:
-   // Packets that the kernel took and refused, over all endpoints of a namespace.
+   // Packets that the kernel accepted and rejected, summed over the endpoints of a namespace.
    struct Counters {
       U64 sent = 0;
       U64 failed = 0;
@@ -41,23 +41,22 @@ class LinkPort {
 
    virtual ~LinkPort() = default;
 
-   // The device as it was last heard of; nothing when it is not there.
+   // The device as rtnetlink last reported it; nothing when there is none of that name.
    virtual std::optional< LinkDevice > device( LinkPlace const & place ) const = 0;
 
-   // Whether the link is set up, asked of the kernel now. Throws Quill::ErrnoException: ENODEV when
+   // Whether the link is administratively up; asks the kernel. Throws Quill::ErrnoException: ENODEV when
    // there is no such device, ENOENT when there is no such namespace.
    virtual bool up( LinkPlace const & place ) = 0;
-   // Sets the link up or down, and returns when it is. Throws as up() does, and what the kernel
-   // answers.
+   // Sets the link up or down; done when it returns. Throws as up() does, and the kernel's error.
    virtual void upIs( LinkPlace const & place, bool up ) = 0;
 
    virtual Counters counters( std::string const & netNs ) const = 0;
-   // The packets of the last burst to the device that were refused, in order.
+   // The packets of the last burst to the device that the kernel rejected, in order of sending.
    virtual std::vector< RefusedPacket > refused( LinkPlace const & place ) const = 0;
-   // Bytes of frames, in the namespace's endpoints, that have not left the machine yet.
+   // Bytes of frames that are still queued in the send buffers of the namespace's endpoints.
    virtual U64 outstandingBytes( std::string const & netNs ) const = 0;
 
-   // How often notices of devices were lost and all devices of a namespace were asked for.
+   // How often notifications were lost and all devices of a namespace were read again.
    virtual U64 resyncs() const = 0;
 };
 

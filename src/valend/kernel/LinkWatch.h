@@ -1,4 +1,5 @@
-// Tells when devices are set up and down, by whomever, and when they come and go.
+// Reports when devices are set up or down, by valend or another process, and when they appear or
+// disappear.
 #pragma once
 
 #include "types/KernelNetInfo.h"
@@ -11,8 +12,8 @@ namespace Valend {
 
 class LinkWatch final {
  public:
-   // `up` is nothing when the device is gone. Called inside a notification, for every change and
-   // once for a device that is new: note it, and act later.
+   // `up` has no value when the device is gone. Called inside a notification, for every change and once
+   // for a new device: note it and act later.
    using Seen = std::function< void( LinkPlace const & place, std::optional< bool > up ) >;
 
    LinkWatch();
@@ -21,7 +22,7 @@ class LinkWatch final {
    LinkWatch & operator=( LinkWatch const & ) = delete;
 
    void seenIs( Seen seen ) { seen_ = std::move( seen ); }
-   // Watches the devices of the namespace from now on; null ends that, and is not told.
+   // Watches the devices of the namespace from now on; null ends that, without a report.
    void follow( std::string const & netNs, Quill::Ptr< KernelNetInfo::Status const > status );
 
  private:

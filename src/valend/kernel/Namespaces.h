@@ -1,15 +1,15 @@
-// Whether the namespaces of VRFs can be opened: what the feeder needs to know of the kernel.
+// What the feeder needs from the kernel: whether the namespaces of VRFs can be opened.
 #pragma once
 
 #include <string>
 
 namespace Valend {
 
-// What a look at a namespace found.
+// The result of opening a namespace.
 struct NamespaceView {
-   std::string identity; // tells it from all others that live; empty when it cannot be opened
+   std::string identity; // unique among the namespaces that exist; empty when it cannot be opened
    std::string trouble;  // why it cannot be opened; empty when it can
-   bool missing = false; // the trouble is that there is none of that name
+   bool missing = false; // it cannot be opened because it does not exist
 
    bool operator==( NamespaceView const & ) const = default;
 };
@@ -17,7 +17,7 @@ struct NamespaceView {
 class Namespaces {
  public:
    virtual ~Namespaces() = default;
-   // Opens the namespace of that name for a moment; "default" is the process's own.
+   // Opens and closes the namespace of that name; "default" is that of the process.
    virtual NamespaceView look( std::string const & name ) const = 0;
 };
 

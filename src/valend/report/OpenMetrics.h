@@ -1,5 +1,4 @@
-// Text in the OpenMetrics format, version 1.0.0; readers of the older Prometheus text format take it
-// too.
+// Text in the OpenMetrics format, version 1.0.0.
 #pragma once
 
 #include "platform/quill/Int.h"
@@ -15,8 +14,8 @@ class OpenMetrics {
  public:
    using Labels = std::vector< std::pair< std::string_view, std::string_view > >;
 
-   // Begins a family. `type`: "counter", "gauge", "info" or "histogram"; `unit` ends the name, or is
-   // empty.
+   // Starts a family. `type`: "counter", "gauge", "info" or "histogram"; `unit` is the last part of the
+   // name, or empty.
    void family( std::string_view name, std::string_view type, std::string_view help,
                 std::string_view unit = "" );
    // A sample of the family: its name, `suffix` ("_total" of a counter), and its labels.
@@ -27,10 +26,10 @@ class OpenMetrics {
    void counter( std::string_view name, std::string_view help, U64 value );
    void gauge( std::string_view name, std::string_view help, U64 value );
 
-   // All of it, with its end.
+   // The whole text, with the end mark.
    std::string text() const { return text_ + "# EOF\n"; }
 
-   // The number as the format has it: "0.5", "1.0".
+   // The number in the format's notation: "0.5", "1.0".
    static std::string number( double value );
 
  private:

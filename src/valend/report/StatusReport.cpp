@@ -49,17 +49,17 @@ Json StatusReport::interface( Settings::InterfaceConfig const & config ) const {
    };
 }
 
-// The first thing in the way, nearest to the operator's own doing first.
+// The first requirement that is not met.
 std::string StatusReport::whyNotReady( Settings::InterfaceConfig const & config,
                                        bool hasDevice ) const {
    if ( !store_.configDir->globalConfig() ) {
-      return "feature off";
+      return "delay disabled";
    }
    if ( !config.shutdownDelay ) {
-      return "not supported";
+      return "delay disabled for this interface";
    }
    if ( !feeder_.config().hasFrames( config.name ) ) {
-      return "no messages";
+      return "no frames";
    }
    auto const trouble = feeder_.vrfTrouble( config.vrf );
    if ( !trouble.empty() ) {
@@ -68,7 +68,7 @@ std::string StatusReport::whyNotReady( Settings::InterfaceConfig const & config,
    return hasDevice ? "not ready yet" : "no device";
 }
 
-// The same, one after the other, with what each is about.
+// All of them, met or not, with details.
 Json StatusReport::requirements( Settings::InterfaceConfig const & config ) const {
    auto list = Json::array();
    auto const add = [ & ]( char const * what, bool met, std::string const & detail ) {
@@ -76,11 +76,11 @@ Json StatusReport::requirements( Settings::InterfaceConfig const & config ) cons
    };
    auto const & all = feeder_.config();
    bool const on = store_.configDir->globalConfig() != nullptr;
-   add( "the feature is on", on,
-        on ? "shutdowns are held for " + std::to_string( all.shutdownDelayMs.value_or( 0 ) ) + " ms"
-           : "shutdown-delay-ms is not configured" );
-   add( "the interface supports the delay", config.shutdownDelay,
-        config.shutdownDelay ? "" : "shutdown-delay is off in its configuration" );
+   add( "delay enabled", on,
+        on ? "shutdown-delay-ms is " + std::to_string( all.shutdownDelayMs.value_or( 0 ) )
+           : "shutdown-delay-ms is not set" );
+   add( "delay enabled for this interface", config.shutdownDelay,
+        config.shutdownDelay ? "" : "shutdown-delay is false in its configuration" );
    std::string agents;
    for ( auto const & [ agent, messages ] : all.agents ) {
       auto const found = messages.find( config.name );
@@ -89,19 +89,18 @@ Json StatusReport::requirements( Settings::InterfaceConfig const & config ) cons
             ( agents.empty() ? "" : ", " ) + agent + " " + std::to_string( found->second.size() );
       }
    }
-   add( "frames are queued for it", !agents.empty(), agents.empty() ? "no agent has any" : agents );
+   add( "frames queued", !agents.empty(), agents.empty() ? "no agent has frames for it" : agents );
    auto const netNs = all.netNsOf( config.vrf );
    auto const trouble = feeder_.vrfTrouble( config.vrf );
-   add( "its VRF works", trouble.empty(),
+   add( "VRF ready", trouble.empty(),
         trouble.empty() ? "VRF " + config.vrf + ", namespace " + netNs : trouble );
    auto const found = device( config );
-   add( "its device is there", found.has_value(),
+   add( "device present", found.has_value(),
         found ? config.device + ", index " + std::to_string( found->ifIndex )
               : "no device \"" + config.device + "\" in namespace \"" + netNs + "\"" );
    auto const status = store_.statusDir->intfStatus( Corvid::IntfId( config.name ) );
    bool const ready = status && status->shouldDelay();
-   add( "the library manages its shutdowns", ready,
-        ready ? "" : "it does once all of the above is so" );
+   add( "managed by libvalen", ready, ready ? "" : "once everything above is met" );
    return list;
 }
 

@@ -1,4 +1,4 @@
-// What the operator sees of the agent: a plain picture of everything, made on request.
+// What the control API answers about interfaces, VRFs, frames and shutdowns. Computed on request.
 #pragma once
 
 #include "valend/configuration/Feeder.h"
@@ -19,20 +19,19 @@ class StatusReport {
                  LinkController const & controller )
        : store_( store ), feeder_( feeder ), port_( port ), controller_( controller ) {}
 
-   // One configured interface, as the API's type Interface has it.
+   // One configured interface, the API's type Interface.
    Json interface( Settings::InterfaceConfig const & config ) const;
    // All of them, by name.
    Json interfaces() const;
-   // The VRFs, as the API's type Vrf has them.
+   // The VRFs, the API's type Vrf.
    Json vrfs() const;
-   // What it takes for the interface to be ready, as the API's type Requirement has it.
+   // What an interface needs to be ready, in the order in which an operator would check it.
    Json requirements( Settings::InterfaceConfig const & config ) const;
-   // Everybody's frames, as the API's type Message has them: the configuration's, then what is
-   // published.
+   // The frames of all agents: those of the configuration, then the published ones.
    Json messages( Publications const & publications ) const;
-   // The agent's frames that the interface's device, as it is now, cannot take.
+   // The agent's frames that exceed the limit of the interface's device as it is now.
    Json tooLong( Settings::InterfaceConfig const & config, std::string const & agent ) const;
-   // A shutdown, as the API's type Shutdown has it.
+   // A shutdown, the API's type ShutdownRecord.
    static Json record( ShutdownRecord const & record );
 
  private:

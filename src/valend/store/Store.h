@@ -1,12 +1,11 @@
-// The agent's state store: the tree of entities that the library reads and writes, each reachable
-// by path.
+// The daemon's state store: the tree of entities that the library reads and writes, each with a path.
 //
 //   config/valen        Valen::Config::ConfigDir         config/agents/NAME/messages   an agent's
 //   interface/config    Interface::AllIntfConfigDir      interface/status, interface/local
 //   l3/status           L3::Intf::StatusDir              vrf/status
 //   status              Valen::Status::StatusDir         model/interfaces, model/vrfs
 //
-// "model" holds the library's own records, for an operator who looks for why.
+// "model" holds the library's internal records, for troubleshooting.
 #pragma once
 
 #include "platform/orrery/EntityManager.h"
@@ -32,7 +31,7 @@ struct Store {
    Quill::Ptr< Valen::AllIntf > const allIntf;
    Quill::Ptr< Valen::AllVrf > const allVrf;
 
-   // The directory that an agent's messages are in; null when the agent has none.
+   // The directory of an agent's messages; null when the agent has none.
    Quill::Ptr< Valen::Config::Agent::MessageDir > messageDir( std::string const & agent ) const;
 };
 

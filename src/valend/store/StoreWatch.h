@@ -1,5 +1,5 @@
-// Looks at a part of the store again whenever it has changed: once in a turn of the loop, however
-// many changes that turn brought, and never so often that looking would keep the loop busy.
+// Reads a part of the store again whenever it has changed: once per turn of the loop, however many
+// changes there were, and never so often that reading would keep the loop busy.
 #pragma once
 
 #include "platform/gantry/Timer.h"
@@ -16,14 +16,14 @@ class StoreWatch {
  public:
    struct Looked {
       bool over = false;    // no further look is wanted
-      bool skipped = false; // this was none: what is followed stays
+      bool skipped = false; // nothing was read: the followed entities stay the same
       std::optional< std::chrono::milliseconds > next = std::nullopt; // look then, changed or not
    };
    // Looks, and adds to `visits` the entities whose changes call for the next look. Must not destroy
    // the watch.
    using Look = std::function< Looked( StoreVisits & visits ) >;
 
-   // At least this many times as long as a look took passes before the next one.
+   // The pause before the next look is at least this many times as long as the last one took.
    static constexpr int restFactor = 10;
 
    // Looks for the first time when `work` runs next.
@@ -32,7 +32,7 @@ class StoreWatch {
    StoreWatch( StoreWatch const & ) = delete;
    StoreWatch & operator=( StoreWatch const & ) = delete;
 
-   // Something has changed that the store does not tell. May be called inside a notification.
+   // Something has changed that is not in the store. May be called inside a notification.
    void changed();
    bool over() const noexcept { return over_; }
    // Entities that are followed.

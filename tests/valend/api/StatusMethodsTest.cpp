@@ -22,13 +22,11 @@ TEST_F( StatusMethodsTest, ExplainListsEachRequirement ) {
       }
       return lines;
    };
-   EXPECT_THAT(
-      explain( "Ethernet2" ),
-      ElementsAre( "ready", "+ the feature is on: shutdowns are held for 500 ms",
-                   "+ the interface supports the delay: ", "+ frames are queued for it: lldp 1",
-                   "+ its VRF works: VRF red, namespace ns-red",
-                   "+ its device is there: et2, index 7",
-                   "+ the library manages its shutdowns: " ) );
+   EXPECT_THAT( explain( "Ethernet2" ),
+                ElementsAre( "ready", "+ delay enabled: shutdown-delay-ms is 500",
+                             "+ delay enabled for this interface: ", "+ frames queued: lldp 1",
+                             "+ VRF ready: VRF red, namespace ns-red",
+                             "+ device present: et2, index 7", "+ managed by libvalen: " ) );
    kernel.netNsDel( "ns-red" );
    feeder.namespaceChanged( "ns-red" );
    kernel.deviceDel( "ns-red", "et2" );
@@ -38,15 +36,13 @@ TEST_F( StatusMethodsTest, ExplainListsEachRequirement ) {
    config.agents.clear();
    publications.configIs( config );
    EXPECT_THAT( explain( "Ethernet2" ),
-                ElementsAre( "not ready",
-                             "- the feature is on: shutdown-delay-ms is not configured",
-                             "- the interface supports the delay: shutdown-delay is off in its "
+                ElementsAre( "not ready", "- delay enabled: shutdown-delay-ms is not set",
+                             "- delay enabled for this interface: shutdown-delay is off in its "
                              "configuration",
-                             "- frames are queued for it: no agent has any",
-                             "- its VRF works: no namespace ns-red",
-                             "- its device is there: no device \"et2\" in namespace \"ns-red\"",
-                             "- the library manages its shutdowns: it does once all of the above "
-                             "is so" ) );
+                             "- frames queued: no agent has frames for it",
+                             "- VRF ready: no namespace ns-red",
+                             "- device present: no device \"et2\" in namespace \"ns-red\"",
+                             "- managed by libvalen: once everything above is met" ) );
 }
 
 TEST_F( StatusMethodsTest, MetricsAreOpenMetricsText ) {

@@ -61,14 +61,14 @@ TEST_F( StatusReportTest, WhyAnInterfaceIsNotReadyIsSaid ) {
    auto config = twoInterfaces();
    config.shutdownDelayMs.reset();
    feeder.apply( config );
-   EXPECT_EQ( of( "Ethernet1" )[ "notReady" ], "feature off" );
+   EXPECT_EQ( of( "Ethernet1" )[ "notReady" ], "delay disabled" );
 
    config = twoInterfaces();
    config.interfaces.at( "Ethernet1" ).shutdownDelay = false;
    config.agents.at( "lldp" ).erase( "Ethernet2" );
    feeder.apply( config );
-   EXPECT_EQ( of( "Ethernet1" )[ "notReady" ], "not supported" );
-   EXPECT_EQ( of( "Ethernet2" )[ "notReady" ], "no messages" );
+   EXPECT_EQ( of( "Ethernet1" )[ "notReady" ], "delay disabled for this interface" );
+   EXPECT_EQ( of( "Ethernet2" )[ "notReady" ], "no frames" );
 
    feeder.apply( twoInterfaces() );
    kernel.deviceDel( "default", "et1" );
