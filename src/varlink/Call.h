@@ -63,7 +63,7 @@ class Call {
    // See Replies::neededIs.
    void neededIs( bool needed ) noexcept;
 
-   // The last answer. Like the other two without effect on a call that is answered or whose client is
+   // The last answer. Without effect, like the others, once the call is answered or its client is
    // gone.
    void reply( Json parameters );
    // An answer that is followed by another. The call must be one with more().

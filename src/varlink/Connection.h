@@ -2,18 +2,19 @@
 //
 // What happens, by the state that the connection is in:
 //
-//   state       the client sends   the client takes   the service answers   the last answer   the client hangs up
-//   ---------------------------------------------------------------------------------------------------------------
-//   idle        begin the call     -                  -                     -                 make the calls that
-//               -> calling                                                                    came in, then close
-//   calling     -                  -                  keep it               -> draining       -
-//               (the service's function is on the stack; when it returns without a last answer: -> answering)
-//   answering   leave it there     send on            send it               -> draining       close
-//   draining    read it            send on; after     -                     -                 close
-//                                  the last byte
-//                                  -> idle
-//   closed      -                  -                  drop it               -                 -
+//   state      client sends     client takes    service answers  last answer  client hangs up
+//   -------------------------------------------------------------------------------------------
+//   idle       begin its call,  -               -                -            make the calls that
+//              -> calling                                                     came in, then close
+//   calling    -                -               keep it          -> draining  -
+//   answering  leave it there   send on         send it          -> draining  close
+//   draining   read it          send on; after  -                -            close
+//                               all of it:
+//                               -> idle
+//   closed     -                -               drop it          -            -
 //
+// While calling, the service's function is on the stack; when it returns without a last answer, the
+// connection is answering.
 // Whatever the state, passing a limit closes the connection.
 #pragma once
 

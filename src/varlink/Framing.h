@@ -1,4 +1,4 @@
-// Messages on a byte stream: JSON objects, each ended by a zero byte. Both ends of a connection use it.
+// Messages on a byte stream: JSON objects, each ended by a zero byte. For both ends.
 #pragma once
 
 #include <nlohmann/json.hpp>

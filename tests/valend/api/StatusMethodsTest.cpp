@@ -58,8 +58,8 @@ TEST_F( StatusMethodsTest, StatusListsWhatIsWrongNow ) {
       return call( "Status", Json::object() )->parameters()[ "conditions" ];
    };
    EXPECT_EQ( listed(), Json::array() );
-   Condition journal( conditions, "journal" );
-   journal.raise( "cannot write /state: No space left on device" );
+   Condition wrong( conditions, "journal" );
+   wrong.raise( "cannot write /state: No space left on device" );
    ASSERT_EQ( listed().size(), 1u );
    EXPECT_EQ( listed()[ 0 ][ "name" ], "journal" );
    EXPECT_EQ( listed()[ 0 ][ "text" ], "cannot write /state: No space left on device" );
@@ -67,7 +67,7 @@ TEST_F( StatusMethodsTest, StatusListsWhatIsWrongNow ) {
                          std::chrono::system_clock::now().time_since_epoch() )
                          .count();
    EXPECT_NEAR( listed()[ 0 ][ "since" ].get< double >(), static_cast< double >( nowMs ), 60'000 );
-   journal.clear();
+   wrong.clear();
    EXPECT_EQ( listed(), Json::array() );
 }
 
