@@ -85,7 +85,10 @@ template < class T > struct Argument< std::optional< T > > {
          return std::optional< T >();
       }
       auto made = Argument< T >::of( value );
-      return made ? std::optional( std::move( made ) ) : std::nullopt;
+      if ( !made ) {
+         return std::nullopt; // out of range, which is not the same as left out
+      }
+      return std::optional< std::optional< T > >( std::in_place, std::move( made ) );
    }
 };
 

@@ -37,7 +37,7 @@ TEST_F( StatusMethodsTest, ExplainListsEachRequirement ) {
    publications.configIs( config );
    EXPECT_THAT( explain( "Ethernet2" ),
                 ElementsAre( "not ready", "- delay enabled: shutdown-delay-ms is not set",
-                             "- delay enabled for this interface: shutdown-delay is off in its "
+                             "- delay enabled for this interface: shutdown-delay is false in its "
                              "configuration",
                              "- frames queued: no agent has frames for it",
                              "- VRF ready: no namespace ns-red",
