@@ -1,8 +1,8 @@
-// Calls an agent as fast as it answers, from many clients at once, while its interfaces are shut
-// down; looks whether every call got the answer that belongs to it, and how late the delays end.
+// Calls valend as fast as it answers, from many clients at once, while its interfaces are shut down;
+// checks that every call got its own answer, and how late the delays end.
 //   api_load SOCKET CALLS CLIENTS SHUTDOWNS DELAY-MS
 // Prints one line, and fails when an answer is wrong or missing, or a shutdown does not end down.
-// bench/api_load makes the agent and its interfaces.
+// bench/api_load starts valend and makes its interfaces.
 #include <nlohmann/json.hpp>
 
 #include <algorithm>
@@ -19,7 +19,7 @@ namespace {
 using Json = nlohmann::json;
 using Clock = std::chrono::steady_clock;
 
-// One connection, with at most one call under way.
+// One connection, with at most one call in progress.
 class Client {
  public:
    explicit Client( std::string const & path )
@@ -28,7 +28,7 @@ class Client {
       address.sun_family = AF_UNIX;
       path.copy( address.sun_path, sizeof address.sun_path - 1 );
       if ( ::connect( fd_, reinterpret_cast< sockaddr * >( &address ), sizeof address ) != 0 ) {
-         throw std::runtime_error( "no agent answers at " + path );
+         throw std::runtime_error( "cannot connect to valend at " + path );
       }
    }
    ~Client() { ::close( fd_ ); }
@@ -58,7 +58,7 @@ class Client {
          char chunk[ 65536 ];
          auto const count = ::recv( fd_, chunk, sizeof chunk, wait ? 0 : MSG_DONTWAIT );
          if ( count == 0 || ( count < 0 && errno != EAGAIN ) ) {
-            throw std::runtime_error( "the agent hung up" );
+            throw std::runtime_error( "valend closed the connection" );
          }
          if ( count < 0 ) {
             return std::nullopt;
@@ -119,7 +119,7 @@ class Load {
          ready.push_back( { client->fd(), POLLIN, 0 } );
       }
       if ( ::poll( ready.data(), ready.size(), 60'000 ) <= 0 ) {
-         throw std::runtime_error( "the agent has not answered for a minute; " +
+         throw std::runtime_error( "valend has not answered for a minute; " +
                                    std::to_string( begun_ - done_ ) + " calls lost" );
       }
       for ( std::size_t i = 0; i < clients_.size(); ++i ) {

@@ -45,11 +45,12 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
                      [ this ]( auto const & config ) { configIs( config ); } ),
       access_( process_.value( "read-group" ), process_.value( "admin-group" ) ),
       api_( { store_, feeder_, publications_, links_, controller_, faults_, conditions_, metrics_,
-              trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue() } ),
+              trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue(),
+              [ this ] { return reload(); }, [ this ] { netNsWatcher_.rescan(); } } ),
       server_( loop_, process_.value( "socket" ), api_ ), watchdog_( loop_.scheduler() ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
    loop_.signalIs( SIGINT, [ this ] { stop( "SIGINT" ); } );
-   loop_.signalIs( SIGHUP, [ this ] { reload(); } );
+   loop_.signalIs( SIGHUP, [ this ] { hangup(); } );
    controller_.endedIs( [ this ]( auto const & record ) {
       logShutdown( record );
       metricsFile_.touch();
@@ -100,10 +101,20 @@ void Daemon::resumeShutdowns() {
    controller_.resume( std::move( recovered ) );
 }
 
-void Daemon::reload() {
+// The trace file is opened again also when the configuration is rejected: it was rotated either way.
+std::vector< std::string > Daemon::reload() {
    try {
-      configurator_.reload();
-   } catch ( Refusal const & ) { // said, with all that is wrong
+      trace_.reopen();
+   } catch ( Quill::ErrnoException const & e ) {
+      log( LogLevel::error, e.text() + "; tracing to the old file" );
+   }
+   return configurator_.reload();
+}
+
+void Daemon::hangup() {
+   try {
+      reload();
+   } catch ( Refusal const & ) { // it is in the log, with all that is wrong
    }
 }
 

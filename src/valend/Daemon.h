@@ -27,8 +27,8 @@ class Daemon {
    Daemon( Daemon const & ) = delete;
    Daemon & operator=( Daemon const & ) = delete;
 
-   // Runs until SIGTERM or SIGINT. On SIGHUP it reads the configuration again and puts what differs
-   // in force; one that is refused changes nothing.
+   // Runs until SIGTERM or SIGINT. On SIGHUP it reads the configuration again and applies what differs,
+   // and opens the trace file again; a configuration that is rejected changes nothing.
    void run();
 
  private:
@@ -37,7 +37,8 @@ class Daemon {
 
    void configIs( Settings::Config const & config );
    void resumeShutdowns();
-   void reload();
+   std::vector< std::string > reload();
+   void hangup();
    void stop( char const * signal );
 
    Settings::ProcessConfig const process_;

@@ -2,16 +2,18 @@
 
 namespace Varlink {
 
-void Call::reply( Json parameters, bool continues ) {
-   Json message{ { "parameters", std::move( parameters ) } };
-   if ( continues ) {
-      message[ "continues" ] = true;
+void Call::reply( Json parameters ) {
+   sendLast( { { "parameters", std::move( parameters ) } } );
+}
+
+void Call::replyContinues( Json parameters ) {
+   if ( auto const to = replies(); to && wanted_ != Wanted::none ) {
+      to->send( { { "parameters", std::move( parameters ) }, { "continues", true } } );
    }
-   send( message, !continues );
 }
 
 void Call::error( std::string const & name, Json parameters ) {
-   send( { { "error", name }, { "parameters", std::move( parameters ) } }, true );
+   sendLast( { { "error", name }, { "parameters", std::move( parameters ) } } );
 }
 
 std::size_t Call::waiting() const noexcept {
@@ -25,13 +27,21 @@ void Call::neededIs( bool needed ) noexcept {
    }
 }
 
-void Call::send( Json const & message, bool last ) {
-   auto const replies = replies_.lock();
-   if ( done_ || !replies ) {
+// Where an answer can still go; null when it cannot.
+std::shared_ptr< Replies > Call::replies() const {
+   return done_ ? nullptr : replies_.lock();
+}
+
+void Call::sendLast( Json const & message ) {
+   auto const to = replies();
+   if ( !to ) {
       return;
    }
-   done_ = last;
-   replies->send( message, last );
+   done_ = true;
+   if ( wanted_ != Wanted::none ) {
+      to->send( message );
+   }
+   to->finished();
 }
 
 } // namespace Varlink

@@ -1,7 +1,8 @@
-// One call of the control API, and the way back for its answer.
+// One call of a service, and the way back for its answers.
 #pragma once
 
 #include "platform/quill/Int.h"
+#include "varlink/Errors.h"
 
 #include <algorithm>
 #include <memory>
@@ -11,13 +12,11 @@
 
 namespace Varlink {
 
-using Json = nlohmann::json;
-
-// Who calls, as the kernel vouches for it.
+// The user who calls, as the kernel vouches for it.
 struct Caller {
    U32 uid = ~0u;
    S64 pid = 0;
-   std::vector< U32 > groups; // the first is the one that files of its making get
+   std::vector< U32 > groups; // the first is the one that new files get
 
    bool isRoot() const noexcept { return uid == 0; }
    bool isIn( U32 group ) const noexcept {
@@ -27,61 +26,70 @@ struct Caller {
    std::string name() const { return isRoot() ? "root" : "uid " + std::to_string( uid ); }
 };
 
-// Where the answers of a call go; gone when the client is.
+// How many answers a client takes: with "more" as many as there are, with "oneway" none.
+enum class Wanted : U8 { one, many, none };
+
+// Where the answers of a call go; destroyed with the connection.
 class Replies {
  public:
    virtual ~Replies() = default;
-   // `last`: no further answer follows.
-   virtual void send( Json const & message, bool last ) = 0;
+   virtual void send( Json const & message ) = 0;
+   // The call has had its last answer.
+   virtual void finished() = 0;
    // Bytes of answers that the client has not taken yet.
    virtual std::size_t waiting() const noexcept = 0;
-   // Whether something hangs on the connection, so that it is none to make room with.
+   // Whether something is bound to the connection, so that it is not closed to make room.
    virtual void neededIs( bool needed ) noexcept = 0;
 };
 
 class Call {
  public:
-   // `client`: the number of the connection that the call came by; no two ever have the same.
-   Call( std::string method, Json parameters, bool more, Caller caller, U64 client,
+   // `parameters` is an object. `client`: the number of the connection; no two ever have the same.
+   Call( std::string method, Json parameters, Wanted wanted, Caller caller, U64 client,
          std::weak_ptr< Replies > replies )
-       : method_( std::move( method ) ), parameters_( std::move( parameters ) ), more_( more ),
+       : method_( std::move( method ) ), parameters_( std::move( parameters ) ), wanted_( wanted ),
          caller_( std::move( caller ) ), client_( client ), replies_( std::move( replies ) ) {}
 
    std::string const & method() const noexcept { return method_; }
    Json const & parameters() const noexcept { return parameters_; }
    // Whether the client takes more than one answer.
-   bool more() const noexcept { return more_; }
+   bool more() const noexcept { return wanted_ == Wanted::many; }
    Caller const & caller() const noexcept { return caller_; }
    U64 client() const noexcept { return client_; }
-   // Whether an answer can still come in useful.
+   // Whether an answer can still reach the client.
    bool open() const noexcept { return !done_ && !replies_.expired(); }
    // Bytes of answers that the client has not taken yet.
    std::size_t waiting() const noexcept;
    // See Replies::neededIs.
    void neededIs( bool needed ) noexcept;
 
-   // Answers. `continues`: another answer follows. No effect when the call is answered or the
-   // client is gone.
-   void reply( Json parameters, bool continues = false );
+   // The last answer. Without effect, like the others, once the call is answered or its client is
+   // gone.
+   void reply( Json parameters );
+   // An answer that is followed by another. The call must be one with more().
+   void replyContinues( Json parameters );
    // Ends the call with an error; `name` is qualified.
    void error( std::string const & name, Json parameters );
+   void error( Error const & error ) { this->error( error.name(), error.parameters() ); }
 
  private:
-   void send( Json const & message, bool last );
+   std::shared_ptr< Replies > replies() const;
+   void sendLast( Json const & message );
 
    std::string const method_;
    Json const parameters_;
-   bool const more_;
+   Wanted const wanted_;
    Caller const caller_;
    U64 const client_;
    std::weak_ptr< Replies > const replies_;
    bool done_ = false;
 };
 
-// What answers the calls. Never throws; a call that it keeps it answers later.
+// What answers the calls.
 class Service {
  public:
    virtual ~Service() = default;
+   // Answers now, or keeps the call and answers later. Must not throw.
    virtual void call( std::shared_ptr< Call > call ) = 0;
    // The client is gone. Called from the loop, never inside call() or an answer.
    virtual void clientGone( U64 /* client */ ) {}

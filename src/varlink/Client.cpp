@@ -1,56 +1,34 @@
 #include "varlink/Client.h"
 
+#include "varlink/UnixSocket.h"
+
 #include <cerrno>
-#include <cstring>
 #include <poll.h>
 #include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 
 namespace Varlink {
+
+using Valen::Linux::errorText;
+using Valen::Linux::Fd;
 
 namespace {
 
 constexpr std::size_t maxAnswerBytes = 64u << 20;
 
-[[noreturn]] void noAgent( std::string const & socket, int number ) {
-   throw NoService( "no agent answers at " + socket + ": " + std::strerror( number ) );
-}
-
-// What a refusal says to a person.
-std::string refusalText( std::string const & name, Json const & parameters ) {
-   auto const message = parameters.find( "message" );
-   if ( message != parameters.end() && message->is_string() ) {
-      return message->get< std::string >();
+Fd connected( std::string const & socket, std::string const & service ) {
+   try {
+      return connectTo( socket );
+   } catch ( Quill::ErrnoException const & e ) {
+      throw NoService( "cannot connect to " + service + " at " + socket + ": " + e.text() +
+                       " (is it running?)" );
    }
-   return "the agent refused: " + name + " " +
-          parameters.dump( -1, ' ', false, Json::error_handler_t::replace );
 }
 
 } // namespace
 
-Client::Client( std::string const & socket, std::string interface )
-    : socket_( socket ), interface_( std::move( interface ) ) {
-   sockaddr_un address{};
-   address.sun_family = AF_UNIX;
-   if ( socket.size() >= sizeof address.sun_path ) {
-      noAgent( socket, ENAMETOOLONG );
-   }
-   std::memcpy( address.sun_path, socket.data(), socket.size() );
-   fd_ = ::socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 );
-   if ( fd_ < 0 ||
-        ::connect( fd_, reinterpret_cast< sockaddr const * >( &address ), sizeof address ) != 0 ) {
-      auto const number = errno;
-      if ( fd_ >= 0 ) {
-         ::close( fd_ );
-      }
-      noAgent( socket, number );
-   }
-}
-
-Client::~Client() {
-   ::close( fd_ );
-}
+Client::Client( std::string const & socket, std::string interface, std::string service )
+    : interface_( std::move( interface ) ), service_( std::move( service ) ),
+      fd_( connected( socket, service_ ) ), in_( maxAnswerBytes ) {}
 
 Json Client::call( std::string const & method, Json const & parameters ) {
    send( { { "method", interface_ + "." + method }, { "parameters", parameters } } );
@@ -70,20 +48,20 @@ void Client::callMore( std::string const & method, Json const & parameters, Repl
 }
 
 void Client::waitForEnd() {
-   patience_ = std::chrono::milliseconds( 0 );
+   timeout_ = std::chrono::milliseconds( 0 );
    for ( ;; ) {
       receive(); // nothing was asked, so nothing comes
    }
 }
 
 void Client::send( Json const & message ) {
-   auto const text = message.dump( -1, ' ', false, Json::error_handler_t::replace );
-   std::string_view rest( text.c_str(), text.size() + 1 ); // with the zero byte that ends it
+   auto const text = encoded( message );
+   std::string_view rest( text );
    while ( !rest.empty() ) {
       waitFor( POLLOUT );
-      auto const count = ::send( fd_, rest.data(), rest.size(), MSG_NOSIGNAL );
+      auto const count = ::send( fd_.get(), rest.data(), rest.size(), MSG_NOSIGNAL );
       if ( count < 0 && errno != EINTR ) {
-         throw NoService( "the agent hung up: " + std::string( std::strerror( errno ) ) );
+         throw NoService( "lost the connection to " + service_ + ": " + errorText( errno ) );
       }
       rest.remove_prefix( count > 0 ? static_cast< std::size_t >( count ) : 0 );
    }
@@ -91,42 +69,49 @@ void Client::send( Json const & message ) {
 
 // The next answer. Throws Refused when it is an error.
 Json Client::receive() {
-   auto end = buffer_.find( '\0' );
-   while ( end == std::string::npos ) {
+   auto const answer = Json::parse( receiveText(), nullptr, false );
+   if ( !answer.is_object() ) {
+      throw NoService( "what " + service_ + " answered is not a varlink message" );
+   }
+   if ( !answer.contains( "error" ) ) {
+      return answer;
+   }
+   auto const name = answer.value( "error", "" );
+   auto const parameters = answer.value( "parameters", Json::object() );
+   auto const message = parameters.find( "message" );
+   auto const text = message != parameters.end() && message->is_string()
+                        ? message->get< std::string >()
+                        : service_ + " rejected the call: " + name + " " +
+                             parameters.dump( -1, ' ', false, Json::error_handler_t::replace );
+   throw Refused( name, text, parameters );
+}
+
+std::string Client::receiveText() {
+   for ( ;; ) {
+      if ( auto text = in_.next() ) {
+         return *text;
+      }
       char chunk[ 65536 ];
       waitFor( POLLIN );
-      auto const count = ::recv( fd_, chunk, sizeof chunk, 0 );
+      auto const count = ::recv( fd_.get(), chunk, sizeof chunk, 0 );
       if ( count < 0 && errno == EINTR ) {
          continue;
       }
-      if ( count <= 0 || buffer_.size() > maxAnswerBytes ) {
-         throw NoService( "the agent hung up before it answered" );
+      if ( count <= 0 || in_.tooLong() ) {
+         throw NoService( service_ + " closed the connection before it answered" );
       }
-      auto const before = buffer_.size();
-      buffer_.append( chunk, static_cast< std::size_t >( count ) );
-      end = buffer_.find( '\0', before );
+      in_.feed( { chunk, static_cast< std::size_t >( count ) } );
    }
-   auto answer = Json::parse( buffer_.substr( 0, end ), nullptr, false );
-   buffer_.erase( 0, end + 1 );
-   if ( !answer.is_object() ) {
-      throw NoService( "who answers at " + socket_ + " is no agent" );
-   }
-   if ( answer.contains( "error" ) ) {
-      auto const name = answer.value( "error", "" );
-      auto const parameters = answer.value( "parameters", Json::object() );
-      throw Refused( name, refusalText( name, parameters ), parameters );
-   }
-   return answer;
 }
 
 void Client::waitFor( short event ) {
-   pollfd entry{ fd_, event, 0 };
-   auto const timeout = patience_.count() ? static_cast< int >( patience_.count() ) : -1;
+   pollfd entry{ fd_.get(), event, 0 };
+   auto const timeout = timeout_.count() ? static_cast< int >( timeout_.count() ) : -1;
    int result = 0;
    while ( ( result = ::poll( &entry, 1, timeout ) ) < 0 && errno == EINTR ) {
    }
    if ( result == 0 ) {
-      throw TimedOut( "the agent did not answer within " + std::to_string( patience_.count() ) +
+      throw TimedOut( service_ + " did not answer within " + std::to_string( timeout_.count() ) +
                       " ms" );
    }
 }

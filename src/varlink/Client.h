@@ -1,29 +1,29 @@
-// The client's end of the agent's control API: calls over a Unix socket, one at a time.
+// The client's end of a service: calls over a Unix socket, one at a time. Blocks.
 #pragma once
+
+#include "linux/Fd.h"
+#include "varlink/Framing.h"
 
 #include <chrono>
 #include <functional>
-#include <nlohmann/json.hpp>
 #include <stdexcept>
 #include <string>
 
 namespace Varlink {
 
-using Json = nlohmann::json;
-
-// Nobody answers at the socket, or the connection broke.
+// No service could be reached, or the connection broke.
 class NoService : public std::runtime_error {
  public:
    using runtime_error::runtime_error;
 };
 
-// The agent did not answer in time.
+// The service did not answer in time.
 class TimedOut : public std::runtime_error {
  public:
    using runtime_error::runtime_error;
 };
 
-// The agent refused a call.
+// The service answered with an error.
 class Refused : public std::runtime_error {
  public:
    // `name`: the error's qualified name. `parameters`: what came with it.
@@ -43,14 +43,12 @@ class Client {
    // Takes an answer, and says whether to wait for further ones.
    using Reply = std::function< bool( Json const & parameters ) >;
 
-   // Connects. `interface` is the one whose methods are called: "org.example.service". Throws NoService.
-   Client( std::string const & socket, std::string interface );
-   ~Client();
-   Client( Client const & ) = delete;
-   Client & operator=( Client const & ) = delete;
+   // Connects. `interface` is the one whose methods are called: "org.example.service". `service` is
+   // what the texts of errors call the other end. Throws NoService.
+   Client( std::string const & socket, std::string interface, std::string service = "the service" );
 
-   // How long each answer is waited for; 0 is for ever.
-   void patienceIs( std::chrono::milliseconds patience ) noexcept { patience_ = patience; }
+   // How long each answer is waited for; 0 waits indefinitely.
+   void timeoutIs( std::chrono::milliseconds timeout ) noexcept { timeout_ = timeout; }
 
    // Calls a method of the interface and returns its answer. Throws Refused, TimedOut and
    // NoService.
@@ -58,19 +56,20 @@ class Client {
    // Calls a method that answers more than once, until it has no more or `reply` wants none.
    void callMore( std::string const & method, Json const & parameters, Reply const & reply );
 
-   // Keeps the connection until the agent hangs up, and throws NoService then.
+   // Keeps the connection until the service closes it, and throws NoService then.
    void waitForEnd();
 
  private:
    void send( Json const & message );
    Json receive();
+   std::string receiveText();
    void waitFor( short event );
 
-   int fd_ = -1;
-   std::string const socket_;
    std::string const interface_;
-   std::chrono::milliseconds patience_{ 10'000 };
-   std::string buffer_;
+   std::string const service_;
+   Valen::Linux::Fd const fd_;
+   Framing in_;
+   std::chrono::milliseconds timeout_{ 10'000 };
 };
 
 } // namespace Varlink

@@ -2,6 +2,10 @@
 
 namespace Varlink {
 
+std::string encoded( Json const & message ) {
+   return message.dump( -1, ' ', false, Json::error_handler_t::replace ) + '\0';
+}
+
 std::optional< std::string > Framing::next() {
    if ( tooLong() ) {
       return std::nullopt;

@@ -1,12 +1,19 @@
-// Messages on a byte stream: each ends in a zero byte. Bounded.
+// Messages on a byte stream: JSON objects, each ended by a zero byte. For both ends.
 #pragma once
 
+#include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
 #include <string_view>
 
 namespace Varlink {
 
+using Json = nlohmann::json;
+
+// The bytes of a message, its end included. Text that is not UTF-8 is replaced.
+std::string encoded( Json const & message );
+
+// Cuts what comes in into messages. Bounded.
 class Framing {
  public:
    // `maxBytes`: the longest message, its end not counted.

@@ -1,65 +1,55 @@
 #include "varlink/UnixSocket.h"
 
+#include "linux/UnixAddress.h"
+
 #include <cerrno>
-#include <cstring>
 #include <filesystem>
-#include <sys/socket.h>
 #include <sys/stat.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace Varlink {
 
+using Valen::Linux::errorText;
 using Valen::Linux::Fd;
 using Valen::Linux::requireFd;
 using Valen::Linux::throwErrno;
+using Valen::Linux::UnixAddress;
 
 namespace {
 
-sockaddr_un addressOf( std::string const & path ) {
-   sockaddr_un address{};
-   address.sun_family = AF_UNIX;
-   if ( path.size() >= sizeof address.sun_path ) {
-      throwErrno( "socket " + path, ENAMETOOLONG );
-   }
-   std::memcpy( address.sun_path, path.data(), path.size() );
-   return address;
-}
-
 Fd newSocket() {
    return requireFd( ::socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ),
-                     "a Unix socket" );
+                     "cannot open a Unix socket" );
 }
 
-bool somebodyAnswers( sockaddr_un const & address ) {
+bool isListenedAt( UnixAddress const & address ) {
    auto const probe = newSocket();
-   return ::connect( probe.get(), reinterpret_cast< sockaddr const * >( &address ),
-                     sizeof address ) == 0 ||
+   return ::connect( probe.get(), address.get(), address.size() ) == 0 ||
           errno == EAGAIN; // alive, and busy
 }
 
-void removeStale( std::string const & path, sockaddr_un const & address ) {
+void removeStale( std::string const & path, UnixAddress const & address ) {
    struct stat status;
    if ( ::lstat( path.c_str(), &status ) != 0 ) {
       return;
    }
    if ( !S_ISSOCK( status.st_mode ) ) {
-      throwErrno( path + " is not a socket, and is left alone", EADDRINUSE );
+      throwErrno( path + " exists and is not a socket", EADDRINUSE );
    }
-   if ( somebodyAnswers( address ) ) {
-      throwErrno( "another agent answers at " + path, EADDRINUSE );
+   if ( isListenedAt( address ) ) {
+      throwErrno( "another process is listening at " + path, EADDRINUSE );
    }
    ::unlink( path.c_str() );
 }
 
-// The groups of whoever is at the other end, `own` first.
+// The groups of the process at the other end, `own` first.
 std::vector< U32 > groupsOf( int fd, U32 own ) {
    std::vector< U32 > groups( 32 );
    auto length = static_cast< socklen_t >( groups.size() * sizeof( U32 ) );
    int result = 0;
    while ( ( result = ::getsockopt( fd, SOL_SOCKET, SO_PEERGROUPS, groups.data(), &length ) ) < 0 &&
            errno == ERANGE ) {
-      groups.resize( length / sizeof( U32 ) ); // as many as it takes
+      groups.resize( length / sizeof( U32 ) ); // as many as there are
    }
    groups.resize( result == 0 ? length / sizeof( U32 ) : 0 );
    groups.insert( groups.begin(), own );
@@ -69,14 +59,33 @@ std::vector< U32 > groupsOf( int fd, U32 own ) {
 } // namespace
 
 Fd listenAt( std::string const & path ) {
-   auto const address = addressOf( path );
-   std::error_code ignored; // bind says what is wrong with the folder
+   auto const failed = [ & ]( int number ) { throwErrno( "cannot listen at " + path, number ); };
+   auto const address = UnixAddress::at( path );
+   if ( !address ) {
+      failed( ENAMETOOLONG );
+   }
+   std::error_code ignored; // bind says what is wrong with the directory
    std::filesystem::create_directories( std::filesystem::path( path ).parent_path(), ignored );
-   removeStale( path, address );
+   removeStale( path, *address );
    auto fd = newSocket();
-   if ( ::bind( fd.get(), reinterpret_cast< sockaddr const * >( &address ), sizeof address ) != 0 ||
+   if ( ::bind( fd.get(), address->get(), address->size() ) != 0 ||
         ::chmod( path.c_str(), 0666 ) != 0 || ::listen( fd.get(), 128 ) != 0 ) {
-      throwErrno( "socket " + path, errno );
+      failed( errno );
+   }
+   return fd;
+}
+
+Fd connectTo( std::string const & path ) {
+   auto const failed = []( int number ) {
+      throw Quill::ErrnoException( errorText( number ), number );
+   };
+   auto const address = UnixAddress::at( path );
+   if ( !address ) {
+      failed( ENAMETOOLONG );
+   }
+   Fd fd( ::socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 ) );
+   if ( !fd || ::connect( fd.get(), address->get(), address->size() ) != 0 ) {
+      failed( errno );
    }
    return fd;
 }

@@ -1,4 +1,4 @@
-// The control API as a door: what clients of all kinds do to an agent that has a delay to keep.
+// The control API from outside: what clients of all kinds do to a valend that has a delay to keep.
 #include "settings/Hex.h"
 #include "tests/system/DaemonProcess.h"
 #include "tests/system/RawClient.h"
@@ -16,8 +16,7 @@ using std::chrono::seconds;
 using ::testing::HasSubstr;
 
 constexpr int delayMs = 1500;
-// What a busy machine may add to a delay. An agent that is kept busy by a client would be later by
-// seconds.
+// What a busy machine may add to a delay. If a client kept valend busy, it would be later by seconds.
 constexpr int slackMs = 1000;
 
 class ApiTest : public NetworkTest {
@@ -33,8 +32,8 @@ class ApiTest : public NetworkTest {
       machine_->veth( "et1", *neighbours_, "far1" );
       machine_->veth( "et2", *neighbours_, "far2" );
       std::ofstream( *work_ / "valen.yaml" )
-         << "shutdown-delay-ms: " << delayMs
-         << "\ninterfaces: [{name: Ethernet1, device: et1}, {name: Ethernet2, device: et2}]\n"
+         << "shutdown-delay-ms: " << delayMs << "\ntrace: {file: " << *work_ / "trace"
+         << "}\ninterfaces: [{name: Ethernet1, device: et1}, {name: Ethernet2, device: et2}]\n"
             "agents: [{name: lldp, messages: {Ethernet1: ["
          << frame() << "]}}]\n";
       agent_.emplace( std::vector< std::string >{ VALEND, "--config", *work_ / "valen.yaml",
@@ -47,7 +46,7 @@ class ApiTest : public NetworkTest {
    std::string socket() const { return *work_ / "sock"; }
    static std::string frame() { return Settings::toHex( testFrame( "goodbye" ) ); }
 
-   // Calls valenctl, again while the agent does not listen yet.
+   // Calls valenctl, again while valend does not listen yet.
    Result ctl( std::vector< std::string > arguments, int tries = 1 ) const {
       arguments.insert( arguments.begin(), { VALENCTL, "--socket", socket() } );
       for ( ;; ) {
@@ -59,7 +58,7 @@ class ApiTest : public NetworkTest {
          std::this_thread::sleep_for( milliseconds( 100 ) );
       }
    }
-   // Shuts Ethernet1 down, lets `client` do its worst, and looks whether the delay was kept.
+   // Shuts Ethernet1 down, lets `client` do its worst, and checks that the delay was kept.
    template < class Client > void expectTheDelayIsKept( Client const & client ) {
       RawClient operating( socket() );
       operating.call( "Shutdown", { { "interface", "Ethernet1" } } );
@@ -123,18 +122,18 @@ TEST_F( ApiTest, HalfAMessageIsWaitedForWithoutHarm ) {
    EXPECT_EQ( half.answer()[ "parameters" ][ "interfaces" ].size(), 2u );
 }
 
-TEST_F( ApiTest, AMessageOfAGigabyteIsRefusedAfterItsBeginning ) {
+TEST_F( ApiTest, AMessageOfAGigabyteIsRejectedAfterItsBeginning ) {
    expectTheDelayIsKept( [ this ] {
       RawClient client( socket() );
       std::string const piece( 1 << 20, 'x' );
       int sent = 0;
       for ( ; sent < 1024 && client.send( piece ); ++sent ) {
       }
-      EXPECT_LT( sent, 10 ) << "the agent hangs up";
+      EXPECT_LT( sent, 10 ) << "valend disconnects";
    } );
 }
 
-TEST_F( ApiTest, MessagesOfDeepNestingAreNoBurden ) {
+TEST_F( ApiTest, MessagesOfDeepNestingDoNotDelayShutdowns ) {
    expectTheDelayIsKept( [ this ] {
       for ( int i = 0; i < 20; ++i ) {
          RawClient client( socket() );
@@ -145,7 +144,7 @@ TEST_F( ApiTest, MessagesOfDeepNestingAreNoBurden ) {
    } );
 }
 
-TEST_F( ApiTest, AThousandIdleConnectionsKeepNobodyOut ) {
+TEST_F( ApiTest, AThousandIdleConnectionsDoNotKeepAClientOut ) {
    std::vector< std::unique_ptr< RawClient > > idle;
    expectTheDelayIsKept( [ & ] {
       for ( int i = 0; i < 1000; ++i ) {
@@ -155,7 +154,7 @@ TEST_F( ApiTest, AThousandIdleConnectionsKeepNobodyOut ) {
    } );
 }
 
-TEST_F( ApiTest, ASlowReaderIsDroppedAndHoldsNobodyUp ) {
+TEST_F( ApiTest, ASlowReaderIsDisconnectedAndDelaysNoOther ) {
    expectTheDelayIsKept( [ this ] {
       RawClient client( socket() );
       for ( int i = 0; i < 300 && client.send( RawClient::text( "Show", { { "path", "" } } ) );
@@ -169,7 +168,7 @@ TEST_F( ApiTest, ASlowReaderIsDroppedAndHoldsNobodyUp ) {
    } );
 }
 
-TEST_F( ApiTest, AClientThatDiesAmidAWatchIsForgotten ) {
+TEST_F( ApiTest, AClientThatDiesDuringAWatchIsForgotten ) {
    std::vector< std::unique_ptr< Process > > watchers;
    expectTheDelayIsKept( [ & ] {
       for ( int i = 0; i < 10; ++i ) {
@@ -239,6 +238,29 @@ TEST_F( ApiTest, AllGoDownTogether ) {
    EXPECT_EQ( late.err, "valenctl: timed out: interface \"Ethernet1\" is not down\n" );
 }
 
+// Calls `cause` after the trace file was moved aside, and waits for a new one.
+template < class Cause > bool traceFileComesBack( std::string const & file, Cause const & cause ) {
+   std::filesystem::rename( file, file + ".1" );
+   cause();
+   for ( int tries = 0; !std::filesystem::exists( file ) && tries < 500; ++tries ) {
+      std::this_thread::sleep_for( milliseconds( 20 ) );
+   }
+   return std::filesystem::exists( file );
+}
+
+TEST_F( ApiTest, AReloadOpensTheTraceFileAgain ) {
+   auto const file = *work_ / "trace";
+   EXPECT_TRUE( traceFileComesBack( file, [ this ] {
+      RawClient client( socket() );
+      client.call( "Reload", Json::object() );
+      EXPECT_TRUE( client.answer()[ "parameters" ].contains( "changed" ) );
+   } ) );
+   EXPECT_TRUE( traceFileComesBack( file, [ this ] { agent_->signal( SIGHUP ); } ) );
+   std::ofstream( *work_ / "valen.yaml" ) << "colour: blue\n";
+   EXPECT_TRUE( traceFileComesBack( file, [ this ] { agent_->signal( SIGHUP ); } ) )
+      << "also when the configuration is rejected";
+}
+
 TEST_F( ApiTest, InAPipeWatchPrintsALineForEachChange ) {
    Process watching( { VALENCTL, "--socket", socket(), "watch", "Ethernet1" }, *work_ / "watch" );
    auto const shows = [ & ]( char const * text ) {
@@ -257,7 +279,7 @@ TEST_F( ApiTest, InAPipeWatchPrintsALineForEachChange ) {
    EXPECT_EQ( watching.out().find( '\x1b' ), std::string::npos );
 }
 
-// --- A client of somebody else's -----------------------------------------------------------------
+// --- An independent client -----------------------------------------------------------------------
 
 TEST_F( ApiTest, AnIndependentClientFindsEverythingAsTheServiceDescribesIt ) {
    std::string const program = VARLINK_CLIENT;
@@ -278,10 +300,11 @@ TEST_F( ApiTest, AnIndependentClientFindsEverythingAsTheServiceDescribesIt ) {
               "watched: Ethernet1 is up, ready true, held true\n"
               "watched: Ethernet1 is down, ready true, held false\n"
               "enabled: up\n"
-              "refused: org.valen.daemon.NoSuchInterface 1\n"
-              "refused: *varlink.InvalidParameter org.varlink.service.InvalidParameter\n"
-              "refused: *varlink.MethodNotFound org.varlink.service.MethodNotFound\n"
-              "refused: *varlink.InterfaceNotFound org.varlink.service.InterfaceNotFound\n" );
+              "rejected: org.valen.daemon.NoSuchInterface 1\n"
+              "rejected: *varlink.InvalidParameter org.varlink.service.InvalidParameter\n"
+              "rejected: *varlink.MethodNotFound org.varlink.service.MethodNotFound\n"
+              "rejected: *varlink.InvalidParameter org.varlink.service.InvalidParameter\n"
+              "rejected: *varlink.InterfaceNotFound org.varlink.service.InterfaceNotFound\n" );
 }
 
 } // namespace

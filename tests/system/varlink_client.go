@@ -1,8 +1,8 @@
-// A client that has nothing of the agent's own: the connection is a library's, and what the answers
-// must be like is read from the service itself, by the library's parser.
+// A client that shares no code with valend: a library makes the connection, and parses the description
+// that valend returns, against which the answers are checked.
 //   varlink_client SOCKET INTERFACE
-// Asks what the service is, lists the interfaces, watches INTERFACE while it shuts it down, and calls
-// what must be refused. Prints a line for each answer; fails when one is not as described.
+// Asks what the service is, lists the interfaces, watches INTERFACE while it shuts it down, and makes
+// calls that must be rejected. Prints a line for each answer; fails when one is not as described.
 package main
 
 import (
@@ -18,7 +18,7 @@ import (
 
 type object = map[string]interface{}
 
-const agent = "org.valen.daemon"
+const daemon = "org.valen.daemon"
 
 var (
 	always  = context.Background()
@@ -80,7 +80,7 @@ func conforms(value interface{}, kind *idl.Type, where string) error {
 func structConforms(value interface{}, kind *idl.Type, where string) error {
 	fields, ok := value.(object)
 	if !ok {
-		return fmt.Errorf("%s is %v, and no structure", where, value)
+		return fmt.Errorf("%s is %v, not a structure", where, value)
 	}
 	described := map[string]bool{}
 	for _, field := range kind.Fields {
@@ -97,11 +97,11 @@ func structConforms(value interface{}, kind *idl.Type, where string) error {
 	return nil
 }
 
-// Calls a method of the agent; the function that is returned takes the next answer, and tells whether
+// Calls a method of the daemon; the function that it returns takes the next answer, and reports whether
 // more will come.
 func call(connection *varlink.Connection, name string, parameters object, flags uint64) func() (object, bool) {
 	require(conforms(parameters, methods[name].In, name))
-	receive, err := connection.Send(always, agent+"."+name, parameters, flags)
+	receive, err := connection.Send(always, daemon+"."+name, parameters, flags)
 	require(err)
 	return func() (object, bool) {
 		var answer object
@@ -123,7 +123,7 @@ func readDescription(connection *varlink.Connection) {
 		described, err := idl.New(text)
 		require(err)
 		fmt.Println("described:", described.Name, len(described.Methods) > 1)
-		if name != agent {
+		if name != daemon {
 			continue
 		}
 		for _, method := range described.Methods {
@@ -133,7 +133,7 @@ func readDescription(connection *varlink.Connection) {
 			types[alias.Name] = alias.Type
 		}
 		for _, one := range described.Errors {
-			failed[agent+"."+one.Name] = one.Type
+			failed[daemon+"."+one.Name] = one.Type
 		}
 	}
 }
@@ -162,21 +162,21 @@ func shutDown(connection, watcher *varlink.Connection, name string) {
 	await("is down")
 }
 
-// Calls what must be refused, and shows the error with its parameters.
-func refused(connection *varlink.Connection, method string, parameters object) {
+// Makes a call that must be rejected, and shows the error with its parameters.
+func rejected(connection *varlink.Connection, method string, parameters object) {
 	receive, err := connection.Send(always, method, parameters, 0)
 	require(err)
 	_, err = receive(always, nil)
 	known, ok := err.(*varlink.Error)
 	if !ok { // one of the service's own, which the library knows
-		fmt.Printf("refused: %T %+v\n", err, err)
+		fmt.Printf("rejected: %T %+v\n", err, err)
 		return
 	}
 	kind, described := failed[known.Name]
 	if !described {
 		require(fmt.Errorf("%s is not described", known.Name))
 	}
-	fmt.Println("refused:", known.Name, len(kind.Fields))
+	fmt.Println("rejected:", known.Name, len(kind.Fields))
 }
 
 func main() {
@@ -185,7 +185,7 @@ func main() {
 	readDescription(connection)
 	list, _ := call(connection, "List", object{}, 0)()
 	fmt.Println("listed:", list["interfaces"])
-	for _, method := range []string{"Status", "History", "ListMessages", "Config", "TraceLevels"} {
+	for _, method := range []string{"Status", "History", "ListMessages", "Config", "TraceLevels", "Memory", "Rescan"} {
 		call(connection, method, object{}, 0)()
 	}
 	shutDown(connection, watcher, name)
@@ -194,8 +194,9 @@ func main() {
 	}
 	result, _ := call(connection, "Enable", object{"interface": name}, 0)()
 	fmt.Println("enabled:", result["result"])
-	refused(connection, agent+".Shutdown", object{"interface": "Ethernet9"})
-	refused(connection, agent+".Shutdown", object{"interface": 9})
-	refused(connection, agent+".ShutDown", object{"interface": name})
-	refused(connection, "org.none.Such", object{})
+	rejected(connection, daemon+".Shutdown", object{"interface": "Ethernet9"})
+	rejected(connection, daemon+".Shutdown", object{"interface": 9})
+	rejected(connection, daemon+".ShutDown", object{"interface": name})
+	rejected(connection, daemon+".Shutdown", object{"interface": name, "force": true})
+	rejected(connection, "org.none.Such", object{})
 }

@@ -15,7 +15,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-// An agent that says what the test tells it to, whatever it is asked.
+// A service that answers what the test tells it to, whatever it is asked.
 class ClientTest : public ::testing::Test {
  protected:
    ClientTest() : path( ::testing::TempDir() + "varlink-" + std::to_string( ::getpid() ) ) {
@@ -28,16 +28,18 @@ class ClientTest : public ::testing::Test {
       EXPECT_EQ( ::listen( listener, 1 ), 0 );
    }
    ~ClientTest() override {
-      if ( agent.joinable() ) {
-         agent.join();
+      if ( service.joinable() ) {
+         service.join();
       }
       ::close( listener );
       ::unlink( path.c_str() );
    }
 
-   // Answers one question with `answers`, piece by piece, and hangs up when `hold` is false.
-   void agentSays( std::vector< std::string > answers, bool hold = false ) {
-      agent = std::thread( [ this, answers = std::move( answers ), hold ] {
+   enum class Then { close, stay };
+   // Answers one call with `answers`, piece by piece; then closes the connection, or waits until the
+   // client does.
+   void serviceSends( std::vector< std::string > answers, Then then = Then::close ) {
+      service = std::thread( [ this, answers = std::move( answers ), then ] {
          auto const fd = ::accept( listener, nullptr, nullptr );
          char byte = 1;
          while ( ::recv( fd, &byte, 1, 0 ) == 1 && byte ) {
@@ -46,7 +48,7 @@ class ClientTest : public ::testing::Test {
          for ( auto const & answer : answers ) {
             ::send( fd, answer.data(), answer.size(), MSG_NOSIGNAL );
          }
-         while ( hold && ::recv( fd, &byte, 1, 0 ) > 0 ) {
+         while ( then == Then::stay && ::recv( fd, &byte, 1, 0 ) > 0 ) {
          }
          ::close( fd );
       } );
@@ -56,23 +58,23 @@ class ClientTest : public ::testing::Test {
    std::string const path;
    std::string asked;
    int listener = -1;
-   std::thread agent;
+   std::thread service;
 };
 
 TEST_F( ClientTest, ACallIsAskedAndAnswered ) {
-   agentSays( { R"({"parame)", R"(ters":{"a":1}})", std::string( 1, '\0' ) } );
-   Client client( path, "org.valen.daemon" );
+   serviceSends( { R"({"parame)", R"(ters":{"a":1}})", std::string( 1, '\0' ) } );
+   Client client( path, "org.example.service" );
    EXPECT_EQ( client.call( "Status", { { "interface", "Ethernet1" } } ), ( Json{ { "a", 1 } } ) );
-   agent.join();
+   service.join();
    EXPECT_EQ( Json::parse( asked ),
-              ( Json{ { "method", "org.valen.daemon.Status" },
+              ( Json{ { "method", "org.example.service.Status" },
                       { "parameters", { { "interface", "Ethernet1" } } } } ) );
 }
 
 TEST_F( ClientTest, AnswersThatContinueAreAllTaken ) {
-   agentSays( { message( { { "parameters", { { "n", 1 } } }, { "continues", true } } ) +
-                message( { { "parameters", { { "n", 2 } } } } ) } );
-   Client client( path, "org.valen.daemon" );
+   serviceSends( { message( { { "parameters", { { "n", 1 } } }, { "continues", true } } ) +
+                   message( { { "parameters", { { "n", 2 } } } } ) } );
+   Client client( path, "org.example.service" );
    std::vector< int > numbers;
    client.callMore( "Shutdown", Json::object(), [ & ]( Json const & answer ) {
       numbers.push_back( answer[ "n" ] );
@@ -81,59 +83,65 @@ TEST_F( ClientTest, AnswersThatContinueAreAllTaken ) {
    EXPECT_THAT( numbers, ElementsAre( 1, 2 ) );
 }
 
-TEST_F( ClientTest, ARefusalSaysWhatTheAgentSaid ) {
-   agentSays( { message( { { "error", "org.valen.daemon.NoDevice" },
-                           { "parameters", { { "message", "no device et1" } } } } ) } );
-   Client client( path, "org.valen.daemon" );
+TEST_F( ClientTest, AnErrorHasTheServicesMessage ) {
+   serviceSends( { message( { { "error", "org.example.service.NoDevice" },
+                              { "parameters", { { "message", "no device et1" } } } } ) } );
+   Client client( path, "org.example.service" );
    try {
       client.call( "Enable", Json::object() );
       FAIL();
    } catch ( Refused const & e ) {
-      EXPECT_EQ( e.name(), "org.valen.daemon.NoDevice" );
+      EXPECT_EQ( e.name(), "org.example.service.NoDevice" );
       EXPECT_STREQ( e.what(), "no device et1" );
    }
 }
 
-TEST_F( ClientTest, ARefusalWithoutWordsIsNamed ) {
-   agentSays( { message( { { "error", "org.varlink.service.MethodNotFound" },
-                           { "parameters", { { "method", "x" } } } } ) } );
-   Client client( path, "org.valen.daemon" );
+TEST_F( ClientTest, AnErrorWithoutAMessageIsNamed ) {
+   serviceSends( { message( { { "error", "org.varlink.service.MethodNotFound" },
+                              { "parameters", { { "method", "x" } } } } ) } );
+   Client client( path, "org.example.service" );
    try {
       client.call( "x", Json::object() );
       FAIL();
    } catch ( Refused const & e ) {
-      EXPECT_STREQ( e.what(),
-                    R"(the agent refused: org.varlink.service.MethodNotFound {"method":"x"})" );
+      EXPECT_STREQ( e.what(), "the service rejected the call: org.varlink.service.MethodNotFound "
+                              R"({"method":"x"})" );
    }
 }
 
-TEST_F( ClientTest, AnAgentThatHangsUpIsNoService ) {
-   agentSays( { "half an ans" } );
-   Client client( path, "org.valen.daemon" );
+TEST_F( ClientTest, AConnectionThatIsClosedIsReported ) {
+   serviceSends( { "half an ans" } );
+   Client client( path, "org.example.service" );
    EXPECT_THROW( client.call( "Status", Json::object() ), NoService );
 }
 
-TEST_F( ClientTest, WhatIsNoAnswerIsNoService ) {
-   agentSays( { message( 5 ) } );
-   Client client( path, "org.valen.daemon" );
+TEST_F( ClientTest, AnAnswerThatIsNotAMessageIsReported ) {
+   serviceSends( { message( 5 ) } );
+   Client client( path, "org.example.service" );
    EXPECT_THROW( client.call( "Status", Json::object() ), NoService );
 }
 
-TEST_F( ClientTest, SilenceIsNotWaitedForForEver ) {
-   agentSays( {}, true );
-   Client client( path, "org.valen.daemon" );
-   client.patienceIs( std::chrono::milliseconds( 50 ) );
-   EXPECT_THROW( client.call( "Status", Json::object() ), TimedOut );
+TEST_F( ClientTest, SilenceIsNotWaitedForIndefinitely ) {
+   serviceSends( {}, Then::stay );
+   Client client( path, "org.example.service" );
+   client.timeoutIs( std::chrono::milliseconds( 50 ) );
+   try {
+      client.call( "Status", Json::object() );
+      FAIL();
+   } catch ( TimedOut const & e ) {
+      EXPECT_STREQ( e.what(), "the service did not answer within 50 ms" );
+   }
 }
 
 TEST_F( ClientTest, WithoutASocketThereIsNoService ) {
    try {
-      Client const client( path + "-none", "org.valen.daemon" );
+      Client const client( path + "-none", "org.example.service", "exampled" );
       FAIL();
    } catch ( NoService const & e ) {
-      EXPECT_EQ( e.what(), "no agent answers at " + path + "-none: No such file or directory" );
+      EXPECT_EQ( e.what(), "cannot connect to exampled at " + path +
+                              "-none: No such file or directory (is it running?)" );
    }
-   EXPECT_THROW( Client( std::string( 200, 's' ), "org.valen.daemon" ), NoService );
+   EXPECT_THROW( Client( std::string( 200, 's' ), "org.example.service" ), NoService );
 }
 
 } // namespace

@@ -44,7 +44,7 @@ class EchoService final : public Service {
 
 class ServerTest : public ::testing::Test {
  protected:
-   ServerTest() : path( ::testing::TempDir() + "valen-api-" + std::to_string( ::getpid() ) ) {}
+   ServerTest() : path( ::testing::TempDir() + "varlink-server-" + std::to_string( ::getpid() ) ) {}
    ~ServerTest() override {
       for ( auto const fd : clients ) {
          ::close( fd );
@@ -143,7 +143,7 @@ TEST_F( ServerTest, ACallWaitsForTheOneBefore ) {
    ASSERT_EQ( service.waiting.size(), 1u );
    EXPECT_TRUE( service.waiting[ 0 ]->more() );
    EXPECT_THAT( answers( fd ), IsEmpty() );
-   service.waiting[ 0 ]->reply( { { "step", 1 } }, true );
+   service.waiting[ 0 ]->replyContinues( { { "step", 1 } } );
    service.waiting[ 0 ]->reply( { { "step", 2 } } );
    EXPECT_THAT( answers( fd ), ElementsAre( R"({"continues":true,"parameters":{"step":1}})",
                                             R"({"parameters":{"step":2}})", echoed ) );
@@ -155,11 +155,10 @@ TEST_F( ServerTest, AnErrorHasAName ) {
    open();
    auto const fd = connect();
    call( fd, { { "method", "Wait" } } );
-   service.waiting[ 0 ]->error( "org.valen.daemon.NoDevice", { { "message", "no device" } } );
+   service.waiting[ 0 ]->error( "org.example.NoDevice", { { "message", "no device" } } );
    EXPECT_THAT(
       answers( fd ),
-      ElementsAre(
-         R"({"error":"org.valen.daemon.NoDevice","parameters":{"message":"no device"}})" ) );
+      ElementsAre( R"({"error":"org.example.NoDevice","parameters":{"message":"no device"}})" ) );
 }
 
 TEST_F( ServerTest, AOnewayCallHasNoAnswer ) {
@@ -198,7 +197,7 @@ TEST_F( ServerTest, GarbageEndsTheConnection ) {
    EXPECT_EQ( server->connections(), 0u );
 }
 
-TEST_F( ServerTest, WhatIsNestedTooDeepEndsTheConnection ) {
+TEST_F( ServerTest, ACallThatIsNestedTooDeepEndsTheConnection ) {
    open();
    auto const nested = []( int depth ) {
       return R"({"method":"Echo","parameters":{"a":)" +
@@ -215,7 +214,7 @@ TEST_F( ServerTest, WhatIsNestedTooDeepEndsTheConnection ) {
    EXPECT_EQ( service.calls, 1 );
 }
 
-TEST_F( ServerTest, ParametersThatAreNoObjectAreRefusedByName ) {
+TEST_F( ServerTest, ParametersThatAreNotAnObjectAreRejectedByName ) {
    open();
    auto const fd = connect();
    send( fd, std::string( R"({"method":"Echo","parameters":[1]})" ) + '\0' );
@@ -234,7 +233,7 @@ TEST_F( ServerTest, HalfAMessageWaitsForTheRest ) {
    EXPECT_THAT( answers( fd ), ElementsAre( echoed ) );
 }
 
-TEST_F( ServerTest, AHugeMessageIsRefusedWithoutBeingKept ) {
+TEST_F( ServerTest, AHugeMessageIsRejectedWithoutBeingKept ) {
    open( { .messageBytes = 1000 } );
    auto const fd = connect();
    send( fd, std::string( 10'000'000, 'x' ) );
@@ -257,7 +256,7 @@ TEST_F( ServerTest, ManyIdleConnectionsDoNotKeepANewcomerOut ) {
    EXPECT_EQ( server->dropped(), 41u );
 }
 
-TEST_F( ServerTest, AClientWithACallUnderWayIsNotSentAway ) {
+TEST_F( ServerTest, AClientWithACallInProgressIsNotDisconnected ) {
    open( { .connections = 2, .connectionsPerUser = 2 } );
    auto const first = connect();
    call( first, { { "method", "Wait" } } );
@@ -270,7 +269,7 @@ TEST_F( ServerTest, AClientWithACallUnderWayIsNotSentAway ) {
    EXPECT_THAT( answers( third ), ElementsAre( echoed ) );
 }
 
-TEST_F( ServerTest, AConnectionThatSomethingHangsOnIsNotSentAway ) {
+TEST_F( ServerTest, AConnectionThatSomethingIsBoundToIsNotClosedForOthers ) {
    open( { .connections = 2, .connectionsPerUser = 2 } );
    auto const first = connect();
    call( first, { { "method", "Wait" } } );
@@ -310,7 +309,7 @@ TEST_F( ServerTest, ASlowReaderIsDroppedWhenTooMuchWaits ) {
 }
 
 TEST_F( ServerTest, ASlowReaderIsDroppedWhenItTakesTooLong ) {
-   open( { .patience = 50ms } );
+   open( { .stallTimeout = 50ms } );
    auto const fd = connect();
    call( fd, { { "method", "Big" }, { "parameters", { { "bytes", 5'000'000 } } } } );
    EXPECT_EQ( server->connections(), 1u );
@@ -357,7 +356,7 @@ TEST_F( ServerTest, AClientThatDiesInTheMiddleIsForgotten ) {
    settle();
    EXPECT_EQ( server->connections(), 0u );
    EXPECT_FALSE( service.waiting[ 0 ]->open() );
-   service.waiting[ 0 ]->reply( Json::object(), true );
+   service.waiting[ 0 ]->replyContinues( Json::object() );
    service.waiting[ 0 ]->reply( Json::object() );
 }
 
@@ -400,7 +399,7 @@ TEST_F( ServerTest, TheSocketGoesWithTheServer ) {
    EXPECT_FALSE( std::filesystem::exists( path ) );
 }
 
-TEST_F( ServerTest, ASocketThatNobodyAnswersAtIsReplaced ) {
+TEST_F( ServerTest, ASocketAtWhichNoProcessListensIsReplaced ) {
    auto const stale = ::socket( AF_UNIX, SOCK_STREAM, 0 );
    sockaddr_un address{};
    address.sun_family = AF_UNIX;
@@ -413,27 +412,27 @@ TEST_F( ServerTest, ASocketThatNobodyAnswersAtIsReplaced ) {
    EXPECT_THAT( answers( fd ), ElementsAre( echoed ) );
 }
 
-TEST_F( ServerTest, ASecondAgentIsRefusedAndTheFirstGoesOn ) {
+TEST_F( ServerTest, ASecondServerIsRejectedAndTheFirstGoesOn ) {
    open();
    try {
       Server second( loop, path, service );
       FAIL();
    } catch ( Quill::ErrnoException const & e ) {
       EXPECT_EQ( e.number(), EADDRINUSE );
-      EXPECT_EQ( e.text(), "another agent answers at " + path + ": Address already in use" );
+      EXPECT_EQ( e.text(), "another process is listening at " + path + ": Address already in use" );
    }
    auto const fd = connect();
    call( fd, echo );
    EXPECT_THAT( answers( fd ), ElementsAre( echoed ) );
 }
 
-TEST_F( ServerTest, AFileThatIsNoSocketIsLeftAlone ) {
+TEST_F( ServerTest, AFileThatIsNotASocketIsLeftAlone ) {
    std::ofstream( path ) << "mine";
    try {
       open();
       FAIL();
    } catch ( Quill::ErrnoException const & e ) {
-      EXPECT_EQ( e.text(), path + " is not a socket, and is left alone: Address already in use" );
+      EXPECT_EQ( e.text(), path + " exists and is not a socket: Address already in use" );
    }
    EXPECT_TRUE( std::filesystem::exists( path ) );
    std::filesystem::remove( path );

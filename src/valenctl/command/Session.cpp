@@ -32,7 +32,7 @@ Session::Session( Connection connection, Output const & output )
 Varlink::Client & Session::client() {
    if ( !client_ ) {
       try {
-         client_.emplace( socket(), "org.valen.daemon" );
+         client_.emplace( socket(), "org.valen.daemon", "valend" );
       } catch ( Varlink::NoService const & e ) {
          auto const reason = reasonOf( e.what(), socket() );
          throw Varlink::NoService( "cannot connect to valend at " + socket() + ": " + reason +
@@ -50,7 +50,7 @@ Json Session::call( std::string const & method, Json const & parameters ) {
 void Session::answerTimeoutIs( std::chrono::milliseconds timeout ) {
    answerTimeout_ = timeout;
    if ( client_ ) {
-      client_->patienceIs( timeout );
+      client_->timeoutIs( timeout );
    }
 }
 

@@ -1,7 +1,10 @@
 #include "valend/api/Access.h"
 
 #include <charconv>
+#include <cstdio>
 #include <grp.h>
+#include <memory>
+#include <pwd.h>
 #include <vector>
 
 namespace Valend {
@@ -20,6 +23,23 @@ std::optional< U32 > groupId( std::string const & name ) {
    group * found = nullptr;
    ::getgrnam_r( name.c_str(), &entry, buffer.data(), buffer.size(), &found );
    return found ? std::optional< U32 >( found->gr_gid ) : std::nullopt;
+}
+
+// The user's login name, or "uid 1000". Only the machine's own file is asked: the name services that
+// getpwuid would ask may take seconds, and any user can make us ask.
+std::string loginName( Varlink::Caller const & caller ) {
+   std::unique_ptr< FILE, int ( * )( FILE * ) > const users( std::fopen( "/etc/passwd", "re" ),
+                                                             &std::fclose );
+   std::vector< char > buffer( 4096 );
+   passwd entry{};
+   passwd * found = nullptr;
+   while ( users &&
+           ::fgetpwent_r( users.get(), &entry, buffer.data(), buffer.size(), &found ) == 0 ) {
+      if ( entry.pw_uid == caller.uid ) {
+         return entry.pw_name;
+      }
+   }
+   return caller.name();
 }
 
 } // namespace
@@ -41,12 +61,15 @@ Right Access::of( Varlink::Caller const & caller ) const noexcept {
    return readersId_ && caller.isIn( *readersId_ ) ? Right::read : Right::none;
 }
 
-std::string Access::refusal( Varlink::Caller const & caller, std::string const & method,
-                             Right needed ) const {
-   auto const groups = needed == Right::change
-                          ? "root or the group \"" + changers_ + "\""
-                          : "root or a group, \"" + readers_ + "\" or \"" + changers_ + "\"";
-   return caller.name() + " may not call " + method + ": that takes " + groups;
+void Access::require( Right right, Varlink::Caller const & caller,
+                      std::string const & method ) const {
+   if ( of( caller ) >= right ) {
+      return;
+   }
+   auto const groups = right == Right::change ? changers_ : readers_ + " or " + changers_;
+   throw Varlink::Errors::permissionDenied( "permission denied: " + method +
+                                            " requires root or group " + groups + " (you are " +
+                                            loginName( caller ) + ")" );
 }
 
 } // namespace Valend

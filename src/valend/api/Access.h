@@ -20,14 +20,14 @@ class Access {
    // group that the system does not know has no members.
    Access( std::string readers, std::string changers );
 
-   // Asks the system for the groups again: one may have come since.
+   // Asks the system for the groups again: one may have been added since.
    void refresh();
 
    Right of( Varlink::Caller const & caller ) const noexcept;
-   // The line for a caller who has not the right that `method` takes: "uid 1000 may not call
-   // org.valen.daemon.Enable: that takes root or the group "valen-admin"".
-   std::string refusal( Varlink::Caller const & caller, std::string const & method,
-                        Right needed ) const;
+   // Throws Varlink's PermissionDenied when the caller lacks the right. `method` is what its message
+   // calls what was tried: "permission denied: Enable requires root or group valen-admin (you are
+   // alice)".
+   void require( Right right, Varlink::Caller const & caller, std::string const & method ) const;
 
  private:
    std::string const readers_;

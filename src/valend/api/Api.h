@@ -1,82 +1,59 @@
-// What the control API's methods do. org.valen.daemon.varlink describes them.
+// The control API: a list of method groups. org.valen.daemon.varlink describes the methods.
+//
+// A call is answered with an error, before its method runs, when the method is not known, the caller
+// has not the right, or a parameter is not as described.
 #pragma once
 
-#include "valend/api/Access.h"
+#include "valend/api/ConfigMethods.h"
+#include "valend/api/FrameMethods.h"
 #include "valend/api/LinkMethods.h"
+#include "valend/api/ServiceMethods.h"
+#include "valend/api/StatusMethods.h"
+#include "valend/api/StoreMethods.h"
+#include "valend/api/TraceMethods.h"
 #include "valend/api/WatchMethods.h"
-#include "valend/base/FaultLog.h"
-#include "valend/base/TraceHub.h"
-#include "valend/configuration/Configurator.h"
-#include "valend/configuration/Publications.h"
-#include "valend/report/Metrics.h"
+
+#include <map>
 
 namespace Valend {
 
 class Api final : public Varlink::Service {
  public:
-   // What the methods work on. All must outlive the API.
-   struct Parts {
-      Store & store;
-      Feeder & feeder;
-      Publications & publications;
-      LinkPort & port;
-      LinkController & controller;
-      FaultLog & faults;
-      Conditions const & conditions;
-      Metrics const & metrics;
-      TraceHub & trace;
-      Configurator & configurator;
-      Access & access;
-      Quill::Ptr< Gantry::TaskScheduler > scheduler;
-      Gantry::WorkQueue & work;
-   };
-
    explicit Api( Parts const & parts );
 
    void call( std::shared_ptr< Varlink::Call > call ) override;
    void clientGone( U64 client ) override;
 
+   // The qualified names of all methods: "org.valen.daemon.Shutdown".
+   std::vector< std::string > methods() const;
+
  private:
-   using Call = std::shared_ptr< Varlink::Call > const &;
-   struct Method {
-      char const * name;
-      void ( Api::*run )( Call call );
-      Right right;
+   struct Row {
+      Method method;
+      Varlink::Description const & description;
    };
-   static Method const methods[];
 
-   void dispatch( Call call );
-   void require( Call call, Right right ) const;
-   static void requireMore( Call call );
-   Settings::InterfaceConfig const & interface( std::string const & name ) const;
-
-   void getInfo( Call call );
-   void getInterfaceDescription( Call call );
-   void list( Call call );
-   void status( Call call );
-   void watchStatus( Call call );
-   void explain( Call call );
-   void wait( Call call );
-   void shutdown( Call call );
-   void shutdownMany( Call call );
-   void enable( Call call );
-   void enableMany( Call call );
-   void history( Call call );
-   void metrics( Call call );
-   void publish( Call call );
-   void withdraw( Call call );
-   void listMessages( Call call );
-   void trace( Call call );
-   void traceLevels( Call call );
-   void show( Call call );
-   void reload( Call call );
-   void config( Call call );
-   void watch( Call call );
+   void add( Varlink::Description const & description, MethodGroup & group );
+   void dispatch( Call const & call ) const;
+   Row const & row( std::string const & method ) const;
 
    Parts const parts_;
    StatusReport const report_;
+   Varlink::Description const description_;
+   Varlink::Description const serviceDescription_;
+
+   ServiceMethods service_;
    LinkMethods links_;
    WatchMethods watches_;
+   StatusMethods status_;
+   FrameMethods frames_;
+   StoreMethods store_;
+   TraceMethods trace_;
+   ConfigMethods config_;
+   std::vector< MethodGroup * > const groups_{ &links_, &watches_, &status_, &frames_,
+                                               &store_, &trace_,   &config_ };
+
+   std::map< std::string, Row > rows_; // by qualified name
 };
 
 } // namespace Valend

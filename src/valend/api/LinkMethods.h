@@ -1,9 +1,8 @@
-// The calls that shut interfaces down and enable them: one, some, those of a VRF, or all.
+// The methods that shut interfaces down and enable them: one, some, those of a VRF, or all.
 #pragma once
 
-#include "valend/configuration/Feeder.h"
-#include "valend/shutdown/LinkController.h"
-#include "varlink/Call.h"
+#include "valend/api/Method.h"
+#include "valend/api/Parts.h"
 
 #include <optional>
 #include <string>
@@ -11,41 +10,49 @@
 
 namespace Valend {
 
-using Varlink::Json;
-
-class LinkMethods {
+class LinkMethods final : public MethodGroup {
  public:
-   using Call = std::shared_ptr< Varlink::Call > const &;
-   // Which interfaces a call is about: those named, or all; of these the ones in the VRF, on the
-   // device, ready.
-   struct Wanted {
-      std::optional< std::vector< std::string > > names;
-      std::optional< std::string > vrf;
-      std::optional< std::string > device;
-      bool ready = false;
-   };
+   explicit LinkMethods( Parts const & parts )
+       : store_( parts.store ), feeder_( parts.feeder ), controller_( parts.controller ),
+         work_( parts.work ) {}
 
-   // All must outlive this; `work` too.
-   LinkMethods( Store const & store, Feeder const & feeder, LinkController & controller,
-                Gantry::WorkQueue & work )
-       : store_( store ), feeder_( feeder ), controller_( controller ), work_( work ) {}
-
-   // The interfaces' names, each once, in order. Throws Refusal: "NoSuchInterface", "NoSuchVrf".
-   std::vector< std::string > names( Wanted const & wanted ) const;
-
-   // Each throws Refusal, before anything is done.
-   void shutdown( Call call, std::string const & interface );
-   void shutdownMany( Call call, Wanted const & wanted );
-   void enable( Call call, std::string const & interface );
-   void enableMany( Call call, Wanted const & wanted );
+   std::vector< Method > methods() override;
 
  private:
    class Many;
 
-   // `joined`: the shutdown was under way when it was asked for.
-   Json stepJson( ShutdownStep step, ShutdownRecord const & record, bool joined ) const;
+   using Names = std::optional< std::vector< std::string > >;
+   using Text = std::optional< std::string >;
+   using Flag = std::optional< bool >;
 
-   bool isWanted( Settings::InterfaceConfig const & interface, Wanted const & wanted ) const;
+   void list( Call const & call, Names const & names, Text const & vrf, Text const & device,
+              Flag ready );
+   void shutdown( Call const & call, std::string const & interface );
+   void shutdownMany( Call const & call, Names const & names, Text const & vrf, Text const & device,
+                      Flag ready );
+   void enable( Call const & call, std::string const & interface );
+   void enableMany( Call const & call, Names const & names, Text const & vrf, Text const & device,
+                    Flag ready );
+
+   // Which interfaces a call is about: those named, or all; of these the ones in the VRF, on the
+   // device, ready.
+   struct Choice {
+      Names names;
+      Text vrf;
+      Text device;
+      bool ready;
+   };
+   // The interfaces' names, each once, in order. Throws Refusal: "NoSuchInterface", "NoSuchVrf".
+   std::vector< std::string > chosen( Choice const & choice ) const;
+   bool isChosen( Settings::InterfaceConfig const & interface, Choice const & choice ) const;
+
+   // How an observer of a shutdown came to it.
+   enum class Came : U8 {
+      first,  // it asked for the shutdown
+      joined, // the shutdown was under way
+   };
+   Came cameTo( std::string const & interface ) const;
+   Json stepJson( ShutdownStep step, ShutdownRecord const & record, Came came ) const;
 
    Store const & store_;
    Feeder const & feeder_;

@@ -1,52 +1,32 @@
 #include "valend/api/WatchMethods.h"
 
-#include "valend/base/Errors.h"
-
 namespace Valend {
 
 namespace {
 
-using Looked = StoreWatch::Looked;
+using Until = WatchMethods::Until;
 
 // Answers that a client has not taken hold further ones back.
 bool isSlow( Varlink::Call const & call ) {
    return call.waiting() > 0;
 }
 
-Looked lookLater() {
-   return { false, true, WatchMethods::slowPeriod };
+StoreWatch::Looked lookLater() {
+   return { .skipped = true, .next = WatchMethods::slowPeriod };
 }
 
-void answer( Varlink::Call & call, Refusal const & refusal ) {
-   call.error( "org.valen.daemon." + refusal.name(), refusal.parameters() );
-}
-
-bool holds( Json const & interface, WatchMethods::Until until ) {
+bool isMet( Json const & interface, Until until ) {
    switch ( until ) {
-   case WatchMethods::Until::ready:
+   case Until::ready:
       return interface[ "ready" ];
-   case WatchMethods::Until::up:
+   case Until::up:
       return interface[ "link" ] == "up" && !interface[ "shuttingDown" ];
-   case WatchMethods::Until::down:
+   case Until::down:
       return interface[ "link" ] != "up";
-   case WatchMethods::Until::idle:
+   case Until::idle:
       return !interface[ "shuttingDown" ];
    }
    return false;
-}
-
-char const * textOf( WatchMethods::Until until ) {
-   switch ( until ) {
-   case WatchMethods::Until::ready:
-      return "ready";
-   case WatchMethods::Until::up:
-      return "up";
-   case WatchMethods::Until::down:
-      return "down";
-   case WatchMethods::Until::idle:
-      break;
-   }
-   return "idle";
 }
 
 // What of `now` is not the same in `before`, and the names that are not there any more.
@@ -69,55 +49,62 @@ Json difference( Json const & before, Json const & now ) {
 
 } // namespace
 
-WatchMethods::WatchMethods( Store & store, StatusReport const & report, Feeder const & feeder,
-                            Quill::Ptr< Gantry::TaskScheduler > scheduler,
-                            Gantry::WorkQueue & work )
-    : store_( store ), report_( report ), feeder_( feeder ), scheduler_( std::move( scheduler ) ),
-      work_( work ) {}
-
-void WatchMethods::watch( std::shared_ptr< Varlink::Call > call, std::string const & path ) {
-   if ( !showPath( *store_.entityManager, path ) ) {
-      throw Errors::noSuchPath( path );
-   }
-   auto const last = std::make_shared< std::optional< Json > >();
-   add( call, [ this, call, path, last ]( StoreVisits & visits ) -> Looked {
-      if ( !call->open() ) {
-         return { .over = true };
-      }
-      if ( isSlow( *call ) ) {
-         return lookLater();
-      }
-      try {
-         auto now = showPath( *store_.entityManager, path, &visits ).value_or( Json() );
-         if ( *last != now ) {
-            call->reply( { { "value", now } }, true );
-            *last = std::move( now );
-         }
-      } catch ( Refusal const & e ) { // it has grown
-         answer( *call, e );
-      }
-      return { .over = !call->open() };
-   } );
+std::vector< Method > WatchMethods::methods() {
+   using Self = WatchMethods;
+   return {
+      method( "Watch", Right::read, *this, &Self::watch, Replies::stream ),
+      method( "WatchStatus", Right::read, *this, &Self::watchStatus, Replies::stream ),
+      method( "Wait", Right::read, *this, &Self::wait ),
+   };
 }
 
-// What the status is made of, as far as the store tells it: the library's entries and the devices.
+// --- The store -----------------------------------------------------------------------------------
+
+void WatchMethods::watch( Call const & call, std::string const & path ) {
+   auto const & entities = *parts_.store.entityManager;
+   if ( !showPath( entities, path ) ) {
+      throw Errors::noSuchPath( path );
+   }
+   add( call,
+        [ &entities, call, path,
+          last = std::optional< Json >() ]( StoreVisits & visits ) mutable -> Looked {
+           if ( call->open() && isSlow( *call ) ) {
+              return lookLater();
+           }
+           try {
+              auto now = showPath( entities, path, &visits ).value_or( Json() );
+              if ( last != now ) {
+                 call->replyContinues( { { "value", now } } );
+                 last = std::move( now );
+              }
+           } catch ( Refusal const & e ) { // it has grown
+              answer( *call, e );
+           }
+           return { .over = !call->open() };
+        } );
+}
+
+// --- The status ----------------------------------------------------------------------------------
+
+// What the status is made of, as far as the store has it: the library's entries and the devices.
 void WatchMethods::visitStatus( StoreVisits & visits ) const {
-   auto const see = [ & ]( std::string const & path ) {
+   auto const visit = [ & ]( std::string const & path ) {
       try {
-         showPath( *store_.entityManager, path, &visits );
+         showPath( *parts_.store.entityManager, path, &visits );
       } catch ( Refusal const & ) { // the status is looked at now and then, too
       }
    };
-   see( "status" );
-   see( "kni/ns/" + feeder_.config().netNsOf( Settings::defaultVrf ) + "/status" );
-   for ( auto const & [ vrf, netNs ] : feeder_.config().vrfs ) {
-      see( "kni/ns/" + netNs + "/status" );
+   auto const & config = parts_.feeder.config();
+   visit( "status" );
+   visit( "kni/ns/" + config.netNsOf( Settings::defaultVrf ) + "/status" );
+   for ( auto const & [ vrf, netNs ] : config.vrfs ) {
+      visit( "kni/ns/" + netNs + "/status" );
    }
 }
 
 Json WatchMethods::interfaces( std::optional< std::string > const & wanted ) const {
    auto byName = Json::object();
-   for ( auto const & [ name, config ] : feeder_.config().interfaces ) {
+   for ( auto const & [ name, config ] : parts_.feeder.config().interfaces ) {
       if ( !wanted || name == *wanted ) {
          byName[ name ] = report_.interface( config );
       }
@@ -125,51 +112,74 @@ Json WatchMethods::interfaces( std::optional< std::string > const & wanted ) con
    return byName;
 }
 
-void WatchMethods::watchStatus( std::shared_ptr< Varlink::Call > call,
-                                std::optional< std::string > interface ) {
-   auto const last = std::make_shared< std::optional< Json > >();
-   add( call, [ this, call, interface, last ]( StoreVisits & visits ) -> Looked {
-      if ( !call->open() ) {
+void WatchMethods::watchStatus( Call const & call,
+                                std::optional< std::string > const & interface ) {
+   if ( interface ) {
+      parts_.interface( *interface );
+   }
+   add( call,
+        [ this, call, interface,
+          last = std::optional< Json >() ]( StoreVisits & visits ) mutable -> Looked {
+           if ( !call->open() ) {
+              return { .over = true };
+           }
+           if ( isSlow( *call ) ) {
+              return lookLater();
+           }
+           visitStatus( visits );
+           auto now = interfaces( interface );
+           if ( last != now ) {
+              call->replyContinues( difference( last.value_or( Json::object() ), now ) );
+              last = std::move( now );
+           }
+           return { .next = statusPeriod };
+        } );
+}
+
+// --- Waiting -------------------------------------------------------------------------------------
+
+// Whether the call is answered now: the interface is so, or is not configured any more.
+bool WatchMethods::answerIfMet( Call const & call, std::string const & interface, Until until ) {
+   try {
+      auto now = report_.interface( parts_.interface( interface ) );
+      if ( !isMet( now, until ) ) {
+         return false;
+      }
+      call->reply( { { "interface", std::move( now ) } } );
+   } catch ( Refusal const & e ) {
+      answer( *call, e );
+   }
+   return true;
+}
+
+void WatchMethods::wait( Call const & call, std::string const & interface, Until until,
+                         std::optional< U64 > timeoutMs ) {
+   using std::chrono::milliseconds;
+   parts_.interface( interface );
+   auto const now = [ this ] { return parts_.scheduler->now(); };
+   std::optional< Gantry::Time > end;
+   if ( timeoutMs ) {
+      auto const most = static_cast< U64 >( maxTimeout.count() );
+      end = now() + milliseconds( std::min( *timeoutMs, most ) );
+   }
+   add( call, [ this, call, interface, until, now, end ]( StoreVisits & visits ) -> Looked {
+      visitStatus( visits );
+      if ( !call->open() || answerIfMet( call, interface, until ) ) {
          return { .over = true };
       }
-      if ( isSlow( *call ) ) {
-         return lookLater();
+      if ( !end ) {
+         return { .next = statusPeriod };
       }
-      visitStatus( visits );
-      auto now = interfaces( interface );
-      if ( *last != now ) {
-         call->reply( difference( last->value_or( Json::object() ), now ), true );
-         *last = std::move( now );
+      if ( now() >= *end ) {
+         answer( *call, Errors::timedOut( interface, textOf( until ) ) );
+         return { .over = true };
       }
-      return { .next = statusPeriod };
+      auto const left = std::chrono::ceil< milliseconds >( *end - now() );
+      return { .next = std::clamp( left, milliseconds( 1 ), statusPeriod ) };
    } );
 }
 
-void WatchMethods::wait( std::shared_ptr< Varlink::Call > call, std::string const & interface,
-                         Until until, std::optional< std::chrono::milliseconds > patience ) {
-   auto const end = patience ? std::optional( scheduler_->now() + *patience ) : std::nullopt;
-   add( call, [ this, call, interface, until, end ]( StoreVisits & visits ) -> Looked {
-      auto const config = feeder_.config().interfaces.find( interface );
-      if ( config == feeder_.config().interfaces.end() ) {
-         answer( *call, Errors::noSuchInterface( interface ) );
-         return { .over = true };
-      }
-      visitStatus( visits );
-      auto now = report_.interface( config->second );
-      if ( holds( now, until ) ) {
-         call->reply( { { "interface", std::move( now ) } } );
-      } else if ( end && scheduler_->now() >= *end ) {
-         answer( *call, Errors::timedOut( interface, textOf( until ) ) );
-      }
-      auto next = statusPeriod;
-      if ( end ) {
-         auto const left =
-            std::chrono::ceil< std::chrono::milliseconds >( *end - scheduler_->now() );
-         next = std::clamp( left, std::chrono::milliseconds( 1 ), next );
-      }
-      return { .over = !call->open(), .next = next };
-   } );
-}
+// --- The watches ---------------------------------------------------------------------------------
 
 void WatchMethods::changed() {
    for ( auto const & one : watches_ ) {
@@ -181,10 +191,10 @@ void WatchMethods::clientGone( U64 client ) {
    std::erase_if( watches_, [ & ]( auto const & one ) { return one.client == client; } );
 }
 
-void WatchMethods::add( std::shared_ptr< Varlink::Call > const & call, StoreWatch::Look look ) {
+void WatchMethods::add( Call const & call, StoreWatch::Look look ) {
    std::erase_if( watches_, []( auto const & one ) { return one.watch->over(); } );
-   watches_.push_back(
-      { call->client(), std::make_unique< StoreWatch >( scheduler_, work_, std::move( look ) ) } );
+   watches_.push_back( { call->client(), std::make_unique< StoreWatch >(
+                                            parts_.scheduler, parts_.work, std::move( look ) ) } );
 }
 
 } // namespace Valend

@@ -1,11 +1,10 @@
 #include "valend/base/Log.h"
 
+#include "linux/Fd.h"
 #include "linux/TraceOutputs.h"
+#include "linux/UnixAddress.h"
 
 #include <algorithm>
-#include <cstring>
-#include <sys/socket.h>
-#include <sys/un.h>
 #include <unistd.h>
 
 namespace Valend {
@@ -43,15 +42,10 @@ bool sendToJournal( std::string const & message, std::string const & socket ) no
    // Not blocking: the journal may be stuck, and shutdowns must not wait for it.
    static Valen::Linux::Fd const fd(
       ::socket( AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ) );
-   sockaddr_un address{};
-   address.sun_family = AF_UNIX;
-   if ( !fd || socket.size() >= sizeof address.sun_path ) {
-      return false;
-   }
-   std::memcpy( address.sun_path, socket.data(), socket.size() );
-   return ::sendto( fd.get(), message.data(), message.size(), MSG_NOSIGNAL,
-                    reinterpret_cast< sockaddr const * >( &address ),
-                    sizeof address ) == static_cast< ssize_t >( message.size() );
+   auto const address = Valen::Linux::UnixAddress::at( socket );
+   return fd && address &&
+          ::sendto( fd.get(), message.data(), message.size(), MSG_NOSIGNAL, address->get(),
+                    address->size() ) == static_cast< ssize_t >( message.size() );
 }
 
 void log( LogLevel level, std::string const & text, LogFields const & fields ) {

@@ -19,9 +19,9 @@ TraceHub::TraceHub( Gantry::WorkQueue & work, Settings::ProcessConfig const & co
     : posted_( work, "trace" ) {
    Quill::traceLevelsIs( config.value( "trace.levels" ) );
    if ( auto const & file = config.given( "trace.file" ) ) {
-      output_ = std::make_unique< Valen::Linux::FileTraceSink >( *file );
+      file_ = std::make_unique< Valen::Linux::FileTraceSink >( *file );
    } else if ( toStderr ) {
-      output_ = std::make_unique< Valen::Linux::StderrTraceSink >();
+      stderr_ = std::make_unique< Valen::Linux::StderrTraceSink >();
    }
    if ( auto const & ring = config.given( "trace.ring" ) ) {
       ringFile_ = std::make_unique< Valen::Linux::RingFile >( *ring, ringBytes );
@@ -43,6 +43,12 @@ TraceHub::~TraceHub() {
 
 Blipline::Ring const & TraceHub::ring() const noexcept {
    return memoryRing_ ? *memoryRing_ : ringFile_->ring();
+}
+
+void TraceHub::reopen() {
+   if ( file_ ) {
+      file_->reopen();
+   }
 }
 
 std::vector< TraceHub::Line > TraceHub::recent( std::size_t count ) const {
@@ -74,12 +80,15 @@ void TraceHub::tell( std::vector< Line > const & lines ) {
 
 // Without an output or a follower the texts are not formatted at all.
 void TraceHub::sinkUpdate() noexcept {
-   Quill::traceSinkIs( output_ || !followers_.empty() ? this : nullptr );
+   Quill::traceSinkIs( file_ || stderr_ || !followers_.empty() ? this : nullptr );
 }
 
 void TraceHub::line( Quill::TraceLine const & line ) noexcept {
-   if ( output_ ) {
-      output_->line( line );
+   if ( file_ ) {
+      file_->line( line );
+   }
+   if ( stderr_ ) {
+      stderr_->line( line );
    }
    if ( followers_.empty() || pending_.size() >= maxPending ) {
       return;

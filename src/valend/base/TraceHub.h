@@ -40,6 +40,10 @@ class TraceHub final : public Quill::TraceSink {
    // Calls `follower`, from the loop, with the lines that are traced from now on.
    void follow( Follower follower );
 
+   // Opens the file again, after it was moved aside. No effect without a file. Throws
+   // Quill::ErrnoException, and goes on with the old one, when it cannot be opened.
+   void reopen();
+
    void line( Quill::TraceLine const & line ) noexcept override;
 
  private:
@@ -54,7 +58,8 @@ class TraceHub final : public Quill::TraceSink {
    std::unique_ptr< Valen::Linux::RingFile > ringFile_; // one of these two
    std::vector< U64 > ringMemory_;
    std::unique_ptr< Blipline::Ring > memoryRing_;
-   std::unique_ptr< Quill::TraceSink > output_; // may be null
+   std::unique_ptr< Valen::Linux::FileTraceSink > file_; // at most one of these two
+   std::unique_ptr< Valen::Linux::StderrTraceSink > stderr_;
    std::vector< Follower > followers_;
    std::vector< Line > pending_;
 };

@@ -6,6 +6,7 @@
 // connection, only that client can publish under the agent's name.
 #pragma once
 
+#include "valend/base/EnumTexts.h"
 #include "valend/configuration/Feeder.h"
 
 #include <functional>
@@ -20,6 +21,11 @@ class Publications {
       kept,       // until they are withdrawn
       connection, // until they are withdrawn or the client disconnects
    };
+   friend constexpr auto enumTexts( Lifetime ) {
+      return std::to_array< EnumText< Lifetime > >(
+         { { Lifetime::kept, "kept" }, { Lifetime::connection, "connection" } } );
+   }
+
    struct Message {
       std::string agent;
       std::string interface;

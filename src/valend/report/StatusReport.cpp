@@ -128,8 +128,7 @@ Json StatusReport::messages( Publications const & publications ) const {
       }
    }
    for ( auto const & message : publications.messages() ) {
-      add( message.agent, message.interface, message.frames,
-           message.lifetime == Publications::Lifetime::kept ? "kept" : "connection",
+      add( message.agent, message.interface, message.frames, textOf( message.lifetime ),
            publications.isActive( message ) );
    }
    return list;

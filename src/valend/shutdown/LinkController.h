@@ -71,8 +71,6 @@ class LinkController final {
       return statistics_.totals( interface );
    }
    ShutdownStatistics const & statistics() const noexcept { return statistics_; }
-   // The text of the condition "journal"; empty when the journal works.
-   std::string const & trouble() const noexcept { return journal_.conditionText(); }
 
  private:
    Settings::InterfaceConfig const & interface( std::string const & name ) const;

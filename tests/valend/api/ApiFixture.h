@@ -1,18 +1,38 @@
-// The control API's methods around the agent's parts, on a kernel and a clock turned by hand.
+// The control API's methods around the daemon's parts, on a kernel and a clock turned by hand.
 #pragma once
 
 #include "tests/valend/DaemonFixture.h"
 #include "valend/api/Api.h"
+#include "valend/api/DescriptionTexts.h"
 
 namespace Valend::Test {
+
+// What the methods answer must be as the API's description has it.
+inline Varlink::Description const & described() {
+   static Varlink::Description const description( daemonDescription );
+   return description;
+}
 
 // The answers that one call got.
 class Answers final : public Varlink::Replies {
  public:
-   void send( Json const & message, bool isLast ) override {
-      messages.push_back( message );
-      last = isLast;
+   // `method` is qualified.
+   explicit Answers( std::string const & method ) {
+      auto const & methods = described().methods();
+      auto const found = methods.find( method.substr( method.rfind( '.' ) + 1 ) );
+      type_ = found == methods.end() ? nullptr : &found->second.answer;
    }
+
+   void send( Json const & message ) override {
+      messages.push_back( message );
+      if ( message.contains( "error" ) ) {
+         expectDescribedError( message );
+      } else if ( type_ ) {
+         auto const wrong = described().mismatch( message[ "parameters" ], *type_ );
+         EXPECT_EQ( wrong, std::nullopt ) << message;
+      }
+   }
+   void finished() override { last = true; }
    std::size_t waiting() const noexcept override { return untaken; }
    void neededIs( bool isNeeded ) noexcept override { needed = isNeeded; }
 
@@ -27,7 +47,21 @@ class Answers final : public Varlink::Replies {
    std::vector< Json > messages;
    bool last = false;
    bool needed = false;
-   std::size_t untaken = 0; // bytes that the client leaves lying
+   std::size_t untaken = 0; // bytes that the client does not take
+
+ private:
+   static void expectDescribedError( Json const & message ) {
+      auto const name = message[ "error" ].get< std::string >();
+      auto const prefix = described().name() + ".";
+      if ( name.starts_with( prefix ) ) {
+         auto const found = described().errors().find( name.substr( prefix.size() ) );
+         ASSERT_NE( found, described().errors().end() ) << name;
+         EXPECT_EQ( described().mismatch( message[ "parameters" ], found->second ), std::nullopt )
+            << message;
+      }
+   }
+
+   Varlink::Type const * type_; // null for a method that is not the daemon's
 };
 
 class ApiFixture : public DaemonFixture {
@@ -35,7 +69,8 @@ class ApiFixture : public DaemonFixture {
    ApiFixture()
        : trace( work, Settings::ProcessConfig(), false ), publications( feeder ),
          api( { store, feeder, publications, kernel, controller, faults, conditions, metrics, trace,
-                configurator, access, clock.scheduler(), work } ) {}
+                configurator, access, clock.scheduler(), work, [ this ] { return reload(); },
+                [ this ] { ++rescans; } } ) {}
 
    void startPublishing( Settings::Config const & config ) {
       start( Settings::Config() );
@@ -50,12 +85,19 @@ class ApiFixture : public DaemonFixture {
    }
    std::shared_ptr< Answers > callAs( Varlink::Caller const & caller, std::string const & method,
                                       Json const & parameters, bool more = false, U64 client = 1 ) {
-      auto const answers = std::make_shared< Answers >();
+      auto const answers = std::make_shared< Answers >( method );
+      auto const wanted = more ? Varlink::Wanted::many : Varlink::Wanted::one;
       api.call(
-         std::make_shared< Varlink::Call >( method, parameters, more, caller, client, answers ) );
+         std::make_shared< Varlink::Call >( method, parameters, wanted, caller, client, answers ) );
       turn();
       return answers;
    }
+
+   // What Reload does, and how often Rescan was called.
+   std::function< std::vector< std::string >() > reload = [] {
+      return std::vector< std::string >();
+   };
+   int rescans = 0;
 
    TraceHub trace;
    Access access{ "4001", "4002" };

@@ -281,9 +281,10 @@ TEST_F( ResumeTest, WithoutAJournalShutdownsWork ) {
    work.write( "state", "a file" );
    DaemonRun run( work / "state", 0ms );
    run.startAndResume();
-   EXPECT_EQ( run.controller.trouble(), "cannot open " + work / "state" +
-                                           ": Not a directory; a shutdown in progress would be "
-                                           "lost on restart" );
+   ASSERT_EQ( run.conditions.raised().size(), 1u );
+   EXPECT_EQ( run.conditions.raised()[ 0 ].text,
+              "cannot open " + work / "state" +
+                 ": Not a directory; a shutdown in progress would be lost on restart" );
    run.controller.shutdown( "Ethernet1", "root", nullptr );
    run.advance( 500ms );
    EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );

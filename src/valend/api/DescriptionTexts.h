@@ -1,4 +1,4 @@
-// The API's interface descriptions, as the files beside this one have them.
+// The API's interface descriptions, as their files have them.
 #pragma once
 
 namespace Valend {

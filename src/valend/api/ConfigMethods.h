@@ -1,0 +1,24 @@
+// The methods about what valend reads: its configuration, and the namespaces of the machine.
+#pragma once
+
+#include "valend/api/Method.h"
+#include "valend/api/Parts.h"
+
+namespace Valend {
+
+class ConfigMethods final : public MethodGroup {
+ public:
+   // `parts` must outlive this.
+   explicit ConfigMethods( Parts const & parts ) : parts_( parts ) {}
+
+   std::vector< Method > methods() override;
+
+ private:
+   void config( Call const & call );
+   void reload( Call const & call );
+   void rescan( Call const & call );
+
+   Parts const & parts_;
+};
+
+} // namespace Valend

@@ -1,0 +1,32 @@
+// The methods by which agents publish their frames, and that list all frames.
+#pragma once
+
+#include "valend/api/Method.h"
+#include "valend/api/Parts.h"
+#include "valend/api/WatchMethods.h"
+#include "valend/report/StatusReport.h"
+
+namespace Valend {
+
+class FrameMethods final : public MethodGroup {
+ public:
+   // All must outlive this.
+   FrameMethods( Parts const & parts, StatusReport const & report, WatchMethods & watches )
+       : parts_( parts ), report_( report ), watches_( watches ) {}
+
+   std::vector< Method > methods() override;
+   void clientGone( U64 client ) override { parts_.publications.clientGone( client ); }
+
+ private:
+   void publish( Call const & call, std::string const & agent, std::string const & interface,
+                 std::vector< std::string > const & frames, Publications::Lifetime lifetime );
+   void withdraw( Call const & call, std::string const & agent, std::string const & interface );
+   void listMessages( Call const & call, std::optional< std::string > const & interface );
+   void changed( Varlink::Call & call );
+
+   Parts const & parts_;
+   StatusReport const & report_;
+   WatchMethods & watches_;
+};
+
+} // namespace Valend

@@ -1,0 +1,51 @@
+// What the API's methods work on.
+#pragma once
+
+#include "valend/api/Access.h"
+#include "valend/base/Conditions.h"
+#include "valend/base/Errors.h"
+#include "valend/base/FaultLog.h"
+#include "valend/base/TraceHub.h"
+#include "valend/configuration/Configurator.h"
+#include "valend/configuration/Publications.h"
+#include "valend/report/Metrics.h"
+#include "valend/shutdown/LinkController.h"
+
+#include <functional>
+#include <string>
+#include <vector>
+
+namespace Valend {
+
+// All must outlive the API.
+struct Parts {
+   Store & store;
+   Feeder & feeder;
+   Publications & publications;
+   LinkPort & port;
+   LinkController & controller;
+   FaultLog & faults;
+   Conditions const & conditions;
+   Metrics const & metrics;
+   TraceHub & trace;
+   Configurator & configurator;
+   Access & access;
+   Quill::Ptr< Gantry::TaskScheduler > scheduler;
+   Gantry::WorkQueue & work;
+   // Reads the configuration again; a line for each change. Throws Refusal.
+   std::function< std::vector< std::string >() > reload;
+   // Looks at the network namespaces again.
+   std::function< void() > rescan;
+
+   // The interface's configuration. Throws Refusal "NoSuchInterface".
+   Settings::InterfaceConfig const & interface( std::string const & name ) const {
+      auto const & interfaces = feeder.config().interfaces;
+      auto const found = interfaces.find( name );
+      if ( found == interfaces.end() ) {
+         throw Errors::noSuchInterface( name );
+      }
+      return found->second;
+   }
+};
+
+} // namespace Valend

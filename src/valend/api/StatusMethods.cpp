@@ -1,0 +1,79 @@
+#include "valend/api/StatusMethods.h"
+
+#include "platform/quill/Allocation.h"
+#include "valend/base/Version.h"
+
+namespace Valend {
+
+namespace {
+
+Json conditionsJson( Conditions const & conditions ) {
+   using std::chrono::milliseconds;
+   auto list = Json::array();
+   for ( auto const & [ name, text, since ] : conditions.raised() ) {
+      auto const sinceMs = std::chrono::duration_cast< milliseconds >( since.time_since_epoch() );
+      list.push_back( { { "name", name }, { "text", text }, { "since", sinceMs.count() } } );
+   }
+   return list;
+}
+
+} // namespace
+
+std::vector< Method > StatusMethods::methods() {
+   using Self = StatusMethods;
+   return {
+      method( "Status", Right::read, *this, &Self::status ),
+      method( "Explain", Right::read, *this, &Self::explain ),
+      method( "History", Right::read, *this, &Self::history ),
+      method( "Metrics", Right::read, *this, &Self::metrics ),
+      method( "Memory", Right::read, *this, &Self::memory ),
+   };
+}
+
+void StatusMethods::status( Call const & call, Text const & interface ) {
+   auto const & delayMs = parts_.feeder.config().shutdownDelayMs;
+   auto interfaces =
+      interface ? Json::array( { report_.interface( parts_.interface( *interface ) ) } )
+                : report_.interfaces();
+   call->reply( { { "version", version },
+                  { "shutdownDelayMs", delayMs ? Json( *delayMs ) : Json() },
+                  { "active", parts_.store.statusDir->agentActive() },
+                  { "faults", parts_.faults.count() },
+                  { "lastFaults", parts_.faults.texts() },
+                  { "conditions", conditionsJson( parts_.conditions ) },
+                  { "interfaces", std::move( interfaces ) },
+                  { "vrfs", report_.vrfs() } } );
+}
+
+void StatusMethods::explain( Call const & call, std::string const & interface ) {
+   auto const & config = parts_.interface( interface );
+   auto const now = report_.interface( config );
+   call->reply( { { "ready", now[ "ready" ] },
+                  { "link", now[ "link" ] },
+                  { "requirements", report_.requirements( config ) } } );
+}
+
+void StatusMethods::history( Call const & call, Text const & interface ) {
+   auto list = Json::array();
+   for ( auto const & record : parts_.controller.history() ) {
+      if ( !interface || record.interface == *interface ) {
+         list.push_back( StatusReport::record( record ) );
+      }
+   }
+   call->reply( { { "shutdowns", std::move( list ) } } );
+}
+
+void StatusMethods::metrics( Call const & call ) {
+   call->reply( { { "text", parts_.metrics.text() } } );
+}
+
+void StatusMethods::memory( Call const & call ) {
+   auto types = Json::array();
+   for ( auto const * const type : Quill::allocationTypes() ) {
+      types.push_back(
+         { { "type", type->name }, { "live", type->live }, { "bytes", type->liveBytes } } );
+   }
+   call->reply( { { "types", std::move( types ) } } );
+}
+
+} // namespace Valend

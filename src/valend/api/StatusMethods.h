@@ -1,0 +1,31 @@
+// The methods that show what is: the status, what an interface lacks, the history, counters.
+#pragma once
+
+#include "valend/api/Method.h"
+#include "valend/api/Parts.h"
+#include "valend/report/StatusReport.h"
+
+namespace Valend {
+
+class StatusMethods final : public MethodGroup {
+ public:
+   // Both must outlive this.
+   StatusMethods( Parts const & parts, StatusReport const & report )
+       : parts_( parts ), report_( report ) {}
+
+   std::vector< Method > methods() override;
+
+ private:
+   using Text = std::optional< std::string >;
+
+   void status( Call const & call, Text const & interface );
+   void explain( Call const & call, std::string const & interface );
+   void history( Call const & call, Text const & interface );
+   void metrics( Call const & call );
+   void memory( Call const & call );
+
+   Parts const & parts_;
+   StatusReport const & report_;
+};
+
+} // namespace Valend

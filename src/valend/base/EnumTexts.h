@@ -1,0 +1,39 @@
+// The texts of an enumeration's values, written once: for the API, for files, for people.
+//
+// Beside the enumeration is its table, which argument-dependent lookup finds:
+//   constexpr auto enumTexts( Colour ) {
+//      return std::to_array< EnumText< Colour > >( { { Colour::red, "red" } } );
+//   }
+#pragma once
+
+#include <array>
+#include <optional>
+#include <string_view>
+
+namespace Valend {
+
+template < class Enum > struct EnumText {
+   Enum value;
+   char const * text;
+};
+
+// The value's text; the table must have it.
+template < class Enum > constexpr char const * textOf( Enum value ) {
+   char const * found = nullptr;
+   for ( auto const & each : enumTexts( value ) ) {
+      found = each.value == value ? each.text : found;
+   }
+   return found;
+}
+
+// The value of the text; nothing when no value has it.
+template < class Enum > constexpr std::optional< Enum > valueOf( std::string_view text ) {
+   for ( auto const & each : enumTexts( Enum() ) ) {
+      if ( each.text == text ) {
+         return each.value;
+      }
+   }
+   return std::nullopt;
+}
+
+} // namespace Valend

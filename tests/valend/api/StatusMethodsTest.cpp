@@ -1,0 +1,110 @@
+#include "tests/valend/api/ApiFixture.h"
+
+namespace Valend {
+namespace {
+
+using namespace Test;
+using ::testing::ElementsAre;
+using ::testing::HasSubstr;
+
+class StatusMethodsTest : public ApiFixture {
+ protected:
+   StatusMethodsTest() { startPublishing( twoInterfaces() ); }
+};
+
+TEST_F( StatusMethodsTest, ExplainListsEachRequirement ) {
+   auto const explain = [ & ]( char const * name ) {
+      auto const answer = call( "Explain", { { "interface", name } } )->parameters();
+      std::vector< std::string > lines{ answer[ "ready" ] ? "ready" : "not ready" };
+      for ( auto const & each : answer[ "requirements" ] ) {
+         lines.push_back( ( each[ "met" ] ? "+ " : "- " ) + each[ "what" ].get< std::string >() +
+                          ": " + each[ "detail" ].get< std::string >() );
+      }
+      return lines;
+   };
+   EXPECT_THAT( explain( "Ethernet2" ),
+                ElementsAre( "ready", "+ delay enabled: shutdown-delay-ms is 500",
+                             "+ delay enabled for this interface: ", "+ frames queued: lldp 1",
+                             "+ VRF ready: VRF red, namespace ns-red",
+                             "+ device present: et2, index 7", "+ managed by libvalen: " ) );
+   kernel.netNsDel( "ns-red" );
+   feeder.namespaceChanged( "ns-red" );
+   kernel.deviceDel( "ns-red", "et2" );
+   auto config = twoInterfaces();
+   config.shutdownDelayMs.reset();
+   config.interfaces[ "Ethernet2" ].shutdownDelay = false;
+   config.agents.clear();
+   publications.configIs( config );
+   EXPECT_THAT( explain( "Ethernet2" ),
+                ElementsAre( "not ready", "- delay enabled: shutdown-delay-ms is not set",
+                             "- delay enabled for this interface: shutdown-delay is false in its "
+                             "configuration",
+                             "- frames queued: no agent has frames for it",
+                             "- VRF ready: no namespace ns-red",
+                             "- device present: no device \"et2\" in namespace \"ns-red\"",
+                             "- managed by libvalen: once everything above is met" ) );
+}
+
+TEST_F( StatusMethodsTest, MetricsAreOpenMetricsText ) {
+   Varlink::Caller const reader{ 1000, 1, { 4001 } };
+   auto const answers = callAs( reader, "org.valen.daemon.Metrics", Json::object() );
+   auto const text = answers->parameters()[ "text" ].get< std::string >();
+   EXPECT_THAT( text, HasSubstr( "\nvalen_interfaces 2\n" ) );
+   EXPECT_THAT( text, ::testing::EndsWith( "# EOF\n" ) );
+}
+
+TEST_F( StatusMethodsTest, StatusListsWhatIsWrongNow ) {
+   auto const listed = [ & ] {
+      return call( "Status", Json::object() )->parameters()[ "conditions" ];
+   };
+   EXPECT_EQ( listed(), Json::array() );
+   Condition wrong( conditions, "journal" );
+   wrong.raise( "cannot write /state: No space left on device" );
+   ASSERT_EQ( listed().size(), 1u );
+   EXPECT_EQ( listed()[ 0 ][ "name" ], "journal" );
+   EXPECT_EQ( listed()[ 0 ][ "text" ], "cannot write /state: No space left on device" );
+   auto const nowMs = std::chrono::duration_cast< std::chrono::milliseconds >(
+                         std::chrono::system_clock::now().time_since_epoch() )
+                         .count();
+   EXPECT_NEAR( listed()[ 0 ][ "since" ].get< double >(), static_cast< double >( nowMs ), 60'000 );
+   wrong.clear();
+   EXPECT_EQ( listed(), Json::array() );
+}
+
+TEST_F( StatusMethodsTest, StatusIsOfEverythingOrOfOneInterface ) {
+   auto const all = call( "Status", Json::object() )->parameters();
+   EXPECT_EQ( all[ "shutdownDelayMs" ], 500 );
+   EXPECT_EQ( all[ "interfaces" ].size(), 2u );
+   auto const one = call( "Status", { { "interface", "Ethernet2" } } )->parameters();
+   ASSERT_EQ( one[ "interfaces" ].size(), 1u );
+   EXPECT_EQ( one[ "interfaces" ][ 0 ][ "name" ], "Ethernet2" );
+}
+
+TEST_F( StatusMethodsTest, HistoryIsOfAllInterfacesOrOfOne ) {
+   call( "ShutdownMany", Json::object() );
+   advance( 600ms );
+   EXPECT_EQ( call( "History", Json::object() )->parameters()[ "shutdowns" ].size(), 2u );
+   auto const one = call( "History", { { "interface", "Ethernet2" } } )->parameters();
+   ASSERT_EQ( one[ "shutdowns" ].size(), 1u );
+   EXPECT_EQ( one[ "shutdowns" ][ 0 ][ "interface" ], "Ethernet2" );
+}
+
+TEST_F( StatusMethodsTest, MemoryCountsObjectsAndBytesByType ) {
+   auto const live = [ & ]( std::string const & name ) {
+      auto const answers = call( "Memory", Json::object() );
+      for ( auto const & type : answers->parameters()[ "types" ] ) {
+         if ( type[ "type" ] == name ) {
+            EXPECT_EQ( type[ "bytes" ] > 0, type[ "live" ] > 0 ) << type;
+            return type[ "live" ].get< int >();
+         }
+      }
+      return -1;
+   };
+   EXPECT_EQ( live( "Valen::Intf" ), 2 );
+   publications.configIs( Settings::Config() );
+   turn();
+   EXPECT_EQ( live( "Valen::Intf" ), 0 );
+}
+
+} // namespace
+} // namespace Valend

@@ -1,0 +1,38 @@
+#include "tests/valend/api/ApiFixture.h"
+
+namespace Valend {
+namespace {
+
+using namespace Test;
+using ::testing::HasSubstr;
+
+class TraceMethodsTest : public ApiFixture {
+ protected:
+   TraceMethodsTest() { startPublishing( twoInterfaces() ); }
+};
+
+TEST_F( TraceMethodsTest, SettingTraceLevelsIsAChange ) {
+   Varlink::Caller const reader{ 1000, 1, { 4001 } };
+   auto const * const method = "org.valen.daemon.TraceLevels";
+   EXPECT_EQ( callAs( reader, method, Json::object() )->parameters()[ "levels" ], "*/0-1" );
+   EXPECT_THAT( callAs( reader, method, { { "levels", "*/0" } } )->error(),
+                HasSubstr( "PermissionDenied: permission denied: setting TraceLevels requires" ) );
+   EXPECT_EQ( call( "TraceLevels", { { "levels", "*/0" } } )->parameters()[ "levels" ], "*/0" );
+   EXPECT_THAT( call( "TraceLevels", { { "levels", "x" } } )->error(),
+                HasSubstr( "org.valen.daemon.BadTraceLevels: " ) );
+}
+
+TEST_F( TraceMethodsTest, TraceAnswersTheNewestLinesAndThenThoseThatCome ) {
+   EXPECT_EQ( call( "Trace", { { "lines", 2 } } )->parameters()[ "lines" ].size(), 2u );
+   auto const following = call( "Trace", { { "lines", 0 } }, true );
+   ASSERT_EQ( following->messages.size(), 1u );
+   EXPECT_EQ( following->parameters()[ "lines" ], Json::array() );
+   controller.shutdown( "Ethernet1", "root", nullptr );
+   turn();
+   ASSERT_GT( following->messages.size(), 1u );
+   EXPECT_FALSE( following->parameters( 1 )[ "lines" ].empty() );
+   EXPECT_FALSE( following->last );
+}
+
+} // namespace
+} // namespace Valend
