@@ -361,7 +361,8 @@ TEST_F( DaemonTest, PermissionsDependOnTheCallersGroups ) {
    EXPECT_EQ( reader.status, 1 );
    EXPECT_THAT(
       reader.err,
-      HasSubstr( "permission denied: Shutdown requires root or group 4002 (you are nobody)\n" ) );
+      HasSubstr(
+         "permission denied: ShutdownMany requires root or group 4002 (you are nobody)\n" ) );
    EXPECT_EQ( asUser( "--groups=4001", { "trace", "levels", "*/0" } ).status, 1 );
    EXPECT_TRUE( linkUp( *machine_, "et1" ) );
    EXPECT_EQ( asUser( "--groups=4001,4002", { "shutdown", "Ethernet1", "--wait" } ).status, 0 );

@@ -13,7 +13,7 @@ using Json = nlohmann::json;
 namespace {
 
 Phase phaseFrom( std::string const & text ) {
-   auto const phase = valueIn( phaseTexts, text );
+   auto const phase = valueOf< Phase >( text );
    if ( !phase ) {
       throw std::out_of_range( "unknown phase " + text );
    }

@@ -6,9 +6,8 @@
 // continues in waiting, heldToDeadline or settingDown (Recovery.h).
 #pragma once
 
-#include "valend/shutdown/EnumTexts.h"
-
 #include "platform/quill/Int.h"
+#include "valend/base/EnumTexts.h"
 
 namespace Valend {
 
@@ -24,22 +23,20 @@ enum class Phase : U8 {
    ended,
 };
 
-inline constexpr EnumText< Phase > phaseTexts[] = {
-   { Phase::requested, "requested" },
-   { Phase::waiting, "waiting" },
-   { Phase::sending, "sending" },
-   { Phase::held, "held" },
-   { Phase::heldToDeadline, "held-to-deadline" },
-   { Phase::flushing, "flushing" },
-   { Phase::settingDown, "setting-down" },
-   { Phase::ended, "ended" },
-};
-static_assert( hasEveryValue( phaseTexts, Phase::ended ) );
-
-// As in the journal: "held-to-deadline".
-constexpr char const * textOf( Phase phase ) noexcept {
-   return textIn( phaseTexts, phase );
+// As in the journal.
+constexpr auto enumTexts( Phase ) {
+   return std::to_array< EnumText< Phase > >( {
+      { Phase::requested, "requested" },
+      { Phase::waiting, "waiting" },
+      { Phase::sending, "sending" },
+      { Phase::held, "held" },
+      { Phase::heldToDeadline, "held-to-deadline" },
+      { Phase::flushing, "flushing" },
+      { Phase::settingDown, "setting-down" },
+      { Phase::ended, "ended" },
+   } );
 }
+static_assert( hasEveryValue( Phase::ended ) );
 
 // Whether the link is held in this phase.
 constexpr bool isHeld( Phase phase ) noexcept {

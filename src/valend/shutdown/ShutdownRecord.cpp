@@ -48,7 +48,7 @@ std::string failure( char const * what, ShutdownRecord const & record ) {
 } // namespace
 
 ShutdownRecord::Ending endingOf( std::string const & text ) noexcept {
-   return valueIn( ShutdownRecord::endingTexts, text ).value_or( Ending::running );
+   return valueOf< Ending >( text ).value_or( Ending::running );
 }
 
 std::string ShutdownRecord::summary() const {

@@ -1,7 +1,7 @@
 // What valend remembers of one shutdown.
 #pragma once
 
-#include "valend/shutdown/EnumTexts.h"
+#include "valend/base/EnumTexts.h"
 
 #include "platform/quill/Int.h"
 
@@ -33,13 +33,18 @@ struct ShutdownRecord {
       rebooted,    // the machine rebooted meanwhile, which reset its links
    };
 
-   static constexpr EnumText< Ending > endingTexts[] = {
-      { Ending::running, "running" },    { Ending::down, "down" },
-      { Ending::aborted, "aborted" },    { Ending::alreadyDown, "already-down" },
-      { Ending::noDevice, "no-device" }, { Ending::failed, "failed" },
-      { Ending::wentDown, "went-down" }, { Ending::rebooted, "rebooted" },
-   };
-   static_assert( hasEveryValue( endingTexts, Ending::rebooted ) );
+   friend constexpr auto enumTexts( Ending ) {
+      return std::to_array< EnumText< Ending > >( {
+         { Ending::running, "running" },
+         { Ending::down, "down" },
+         { Ending::aborted, "aborted" },
+         { Ending::alreadyDown, "already-down" },
+         { Ending::noDevice, "no-device" },
+         { Ending::failed, "failed" },
+         { Ending::wentDown, "went-down" },
+         { Ending::rebooted, "rebooted" },
+      } );
+   }
 
    // `by` and `why` of a link that was set down outside valend.
    static constexpr char const * outside = "outside valend";
@@ -61,8 +66,8 @@ struct ShutdownRecord {
    Ending ending = Ending::running;
    std::string why; // what did not go as expected, parts separated by "; "; empty when all did
 
-   // "down", "already-down", ...: see endingTexts.
-   char const * endingText() const noexcept { return textIn( endingTexts, ending ); }
+   // "down", "already-down", ...
+   char const * endingText() const noexcept { return textOf( ending ); }
    // What happened, in a line: "Ethernet1: shutdown by root: 3 frames in 0.2 ms, held 500 ms, link
    // down, total 501 ms".
    std::string summary() const;
@@ -71,6 +76,8 @@ struct ShutdownRecord {
 
    bool operator==( ShutdownRecord const & ) const = default;
 };
+
+static_assert( hasEveryValue( ShutdownRecord::Ending::rebooted ) );
 
 // The ending with this text; `running` for any other.
 ShutdownRecord::Ending endingOf( std::string const & text ) noexcept;

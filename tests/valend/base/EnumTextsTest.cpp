@@ -5,16 +5,28 @@
 namespace Valend {
 namespace {
 
-enum class Colour { red, green };
-constexpr auto enumTexts( Colour ) {
-   return std::to_array< EnumText< Colour > >(
-      { { Colour::red, "red" }, { Colour::green, "green" } } );
+enum class Color { red, green };
+constexpr auto enumTexts( Color ) {
+   return std::to_array< EnumText< Color > >(
+      { { Color::red, "red" }, { Color::green, "green" } } );
+}
+
+enum class Swapped { red, green };
+constexpr auto enumTexts( Swapped ) {
+   return std::to_array< EnumText< Swapped > >(
+      { { Swapped::green, "green" }, { Swapped::red, "red" } } );
+}
+
+TEST( EnumTextsTest, ATableWithEveryValueInOrderIsRecognized ) {
+   EXPECT_TRUE( hasEveryValue( Color::green ) );
+   EXPECT_FALSE( hasEveryValue( Color::red ) ) << "a row too many";
+   EXPECT_FALSE( hasEveryValue( Swapped::green ) );
 }
 
 TEST( EnumTextsTest, AValueHasATextAndTheTextAValue ) {
-   EXPECT_STREQ( textOf( Colour::green ), "green" );
-   EXPECT_EQ( valueOf< Colour >( "red" ), Colour::red );
-   EXPECT_EQ( valueOf< Colour >( "blue" ), std::nullopt );
+   EXPECT_STREQ( textOf( Color::green ), "green" );
+   EXPECT_EQ( valueOf< Color >( "red" ), Color::red );
+   EXPECT_EQ( valueOf< Color >( "blue" ), std::nullopt );
 }
 
 } // namespace

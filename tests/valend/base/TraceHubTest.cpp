@@ -13,7 +13,7 @@ TEST( TraceHubTest, AReopenedFileIsANewOneAfterTheOldOneWasMovedAside ) {
    Valend::Test::WorkDirectory const directory;
    Gantry::WorkQueue work;
    Settings::ProcessConfig config;
-   config.traceFile = directory / "trace";
+   config.valueIs( "trace.file", directory / "trace" );
    TraceHub hub( work, config, false );
    TRACE0( "one" );
    std::filesystem::rename( directory / "trace", directory / "trace.1" );

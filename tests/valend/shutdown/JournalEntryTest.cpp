@@ -23,11 +23,11 @@ JournalEntry entry( Phase phase ) {
 
 TEST( JournalEntryTest, AnEntryIsReadBackAsWrittenInEachPhase ) {
    std::set< std::string > texts;
-   for ( auto const & row : phaseTexts ) {
+   for ( auto const & row : enumTexts( Phase() ) ) {
       EXPECT_EQ( entryIn( lineOf( entry( row.value ) ) ), entry( row.value ) ) << row.text;
       texts.insert( row.text );
    }
-   EXPECT_EQ( texts.size(), std::size( phaseTexts ) ) << "no two phases share a text";
+   EXPECT_EQ( texts.size(), enumTexts( Phase() ).size() ) << "no two phases share a text";
 }
 
 TEST( JournalEntryTest, AHoldIsNullUntilTheSendingBegins ) {

@@ -55,7 +55,7 @@ TEST_F( RecoveryTest, ShutdownsOfThisBootAreUnfinished ) {
 
 TEST_F( RecoveryTest, ShutdownsOfAnotherBootEndAsRebooted ) {
    start( "b1" );
-   for ( auto const & row : phaseTexts ) {
+   for ( auto const & row : enumTexts( Phase() ) ) {
       if ( row.value != Phase::ended ) {
          write( row.text, row.value );
       }
@@ -97,7 +97,7 @@ TEST( PhaseAfterRestartTest, EachRecordedPhaseContinuesInOne ) {
 }
 
 TEST( PhaseAfterRestartTest, ASecondRestartChangesNothing ) {
-   for ( auto const & row : phaseTexts ) {
+   for ( auto const & row : enumTexts( Phase() ) ) {
       auto const once = phaseAfterRestart( row.value );
       EXPECT_EQ( phaseAfterRestart( once ), once ) << row.text;
    }

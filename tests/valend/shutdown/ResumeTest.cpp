@@ -33,6 +33,7 @@ class DaemonRun final : public DaemonFixture {
 
    using DaemonFixture::advance;
    using DaemonFixture::clock;
+   using DaemonFixture::conditions;
    using DaemonFixture::controller;
    using DaemonFixture::delayed;
    using DaemonFixture::feeder;

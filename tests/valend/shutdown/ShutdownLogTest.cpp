@@ -23,7 +23,7 @@ ShutdownRecord shutdown() {
 }
 
 TEST( ShutdownLogTest, AFailureIsAWarning ) {
-   for ( auto const & row : ShutdownRecord::endingTexts ) {
+   for ( auto const & row : enumTexts( ShutdownRecord::Ending() ) ) {
       auto record = shutdown();
       record.ending = row.value;
       bool const warning = row.value == Ending::failed || row.value == Ending::wentDown;

@@ -55,11 +55,11 @@ TEST( ShutdownRecordTest, EachEndingHasASummary ) {
       record.ending = ending;
       EXPECT_EQ( record.summary(), line );
    }
-   EXPECT_EQ( lines.size(), std::size( ShutdownRecord::endingTexts ) );
+   EXPECT_EQ( lines.size(), enumTexts( ShutdownRecord::Ending() ).size() );
 }
 
 TEST( ShutdownRecordTest, AnEndingIsReadBackFromItsText ) {
-   for ( auto const & row : ShutdownRecord::endingTexts ) {
+   for ( auto const & row : enumTexts( ShutdownRecord::Ending() ) ) {
       auto record = shutdown();
       record.ending = row.value;
       EXPECT_STREQ( record.endingText(), row.text );
