@@ -22,18 +22,24 @@ set( VALEN_HEADERS
    platform/orrery/QuillShoal.h
    platform/quill/Allocation.h
    platform/quill/Assert.h
+   platform/quill/AttributeTags.h
    platform/quill/Attributes.h
+   platform/quill/Children.h
+   platform/quill/CollectionFields.h
    platform/quill/Collections.h
    platform/quill/Dir.h
    platform/quill/Display.h
    platform/quill/Entity.h
+   platform/quill/EntityTables.h
    platform/quill/Exception.h
    platform/quill/Fault.h
+   platform/quill/Field.h
    platform/quill/Int.h
    platform/quill/LinkQueue.h
    platform/quill/Ptr.h
    platform/quill/Reactor.h
    platform/quill/Reflection.h
+   platform/quill/Reinstantiation.h
    platform/quill/String.h
    platform/quill/Value.h
    platform/quill/WalkList.h

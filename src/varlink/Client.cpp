@@ -19,8 +19,9 @@ Fd connected( std::string const & socket, std::string const & service ) {
    try {
       return connectTo( socket );
    } catch ( Quill::ErrnoException const & e ) {
+      bool const nobodyListens = e.number() == ENOENT || e.number() == ECONNREFUSED;
       throw NoService( "cannot connect to " + service + " at " + socket + ": " + e.text() +
-                       " (is it running?)" );
+                       ( nobodyListens ? " (is it running?)" : "" ) );
    }
 }
 

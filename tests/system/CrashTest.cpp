@@ -257,7 +257,7 @@ TEST_F( CrashTest, StartReloadStopAndRestartSendNothingAndChangeNoLink ) {
    ASSERT_TRUE( becomesReady() );
    daemon_->signal( SIGHUP );
    ASSERT_TRUE(
-      eventually( [ & ] { return daemon_->err().find( "read again" ) != std::string::npos; } ) );
+      eventually( [ & ] { return daemon_->err().find( "reloaded: " ) != std::string::npos; } ) );
    daemon_->signal( SIGTERM );
    EXPECT_EQ( daemon_->wait(), 0 );
    start();
@@ -323,7 +323,8 @@ TEST_F( CrashTest, WithoutAStateDirectoryShutdownsWorkAndTheConditionIsShown ) {
    ASSERT_TRUE( becomesReady() );
    auto const why = "cannot open " + *work_ / "state" + ": Not a directory" + lostOnRestart;
    EXPECT_THAT( daemon_->err(), HasSubstr( "journal: " + why ) );
-   EXPECT_EQ( Json::parse( ctl( { "status", "--json" } ).out )[ "trouble" ], why );
+   EXPECT_EQ( Json::parse( ctl( { "status", "--json" } ).out )[ "conditions" ][ 0 ][ "text" ],
+              why );
    Capture far( *neighbour_, "far1" );
    EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
    EXPECT_FALSE( linkUp() );
@@ -342,8 +343,9 @@ TEST_F( CrashTest, OnAFullDiskShutdownsWorkAndTheConditionIsShown ) {
    kill();
    run( "umount " + *work_ / "state" );
    EXPECT_TRUE( ready );
-   EXPECT_EQ( status.value( "trouble", "" ), "cannot write " + *work_ / "state/shutdowns" +
-                                                ": No space left on device" + lostOnRestart );
+   EXPECT_EQ( status[ "conditions" ][ 0 ].value( "text", "" ),
+              "cannot write " + *work_ / "state/shutdowns" + ": No space left on device" +
+                 lostOnRestart );
 }
 
 // --- Metrics -------------------------------------------------------------------------------------

@@ -256,7 +256,7 @@ TEST_F( DaemonTest, AnInvalidConfigurationIsRejectedWithAllItsErrors ) {
       EXPECT_EQ( agent.err(),
                  *work_ / "bad.yaml:1:20: shutdown-delay-ms is \"70000\"; expected milliseconds "
                           "from 0 to 65535\n" +
-                    *work_ / "bad.yaml:2:8: namespace without a name; expected one\n" );
+                    *work_ / "bad.yaml:2:8: VRF has no \"namespace\"\n" );
    }
 }
 

@@ -261,8 +261,8 @@ TEST_F( ReconfigureTest, TheActiveConfigurationIsShownWithFileAndLine ) {
       return ::testing::ContainsRegex( item + " +" + value + " +" + from + "\n" );
    };
    EXPECT_THAT( shown, line( "\nshutdown-delay-ms", "500", file + ":1" ) );
-   EXPECT_THAT( shown, line( "\nsocket", socket(), "the command line" ) );
-   EXPECT_THAT( shown, line( "\ntrace.levels", "\\*/0-1", "by default" ) );
+   EXPECT_THAT( shown, line( "\nsocket", socket(), "command line" ) );
+   EXPECT_THAT( shown, line( "\ntrace.levels", "\\*/0-1", "default" ) );
    EXPECT_THAT( shown, line( "\nVRF red", "namespace " + red_->text(), file + ":2" ) );
    EXPECT_THAT( shown, line( "\ninterface Ethernet1", "device et1, VRF default", file + ":3" ) );
    EXPECT_THAT( shown,

@@ -1,29 +1,8 @@
 #include "valenctl/command/Session.h"
 
-#include <cerrno>
-#include <cstring>
 #include <ostream>
 
 namespace Valenctl {
-
-namespace {
-
-// Why a connection could not be made, without what the client says before it: the part behind the
-// name of the socket.
-std::string reasonOf( std::string const & text, std::string const & socket ) {
-   auto const separator = socket + ": ";
-   auto const at = text.rfind( separator );
-   return at == std::string::npos ? text : text.substr( at + separator.size() );
-}
-
-// What to do about it, when that is likely to help.
-char const * hint( std::string const & reason ) {
-   bool const nobodyListens =
-      reason == std::strerror( ENOENT ) || reason == std::strerror( ECONNREFUSED );
-   return nobodyListens ? " (is it running?)" : "";
-}
-
-} // namespace
 
 Session::Session( Connection connection, Output const & output )
     : connection_( std::move( connection ) ), output_( output ),
@@ -31,13 +10,7 @@ Session::Session( Connection connection, Output const & output )
 
 Varlink::Client & Session::client() {
    if ( !client_ ) {
-      try {
-         client_.emplace( socket(), "org.valen.daemon", "valend" );
-      } catch ( Varlink::NoService const & e ) {
-         auto const reason = reasonOf( e.what(), socket() );
-         throw Varlink::NoService( "cannot connect to valend at " + socket() + ": " + reason +
-                                   hint( reason ) );
-      }
+      client_.emplace( socket(), "org.valen.daemon", "valend" );
       answerTimeoutIs( answerTimeout_ );
    }
    return *client_;
