@@ -57,4 +57,11 @@ inline std::string oneLine( Json const & json ) {
    return json.dump( -1, ' ', false, Json::error_handler_t::replace );
 }
 
+// A count, with the reason in parentheses when there is one: "2 (Network is down)".
+inline std::string countWithReason( Json const & json, char const * count, char const * reason ) {
+   auto const number = std::to_string( numberField( json, count ) );
+   auto const why = textField( json, reason );
+   return why.empty() ? number : number + " (" + why + ")";
+}
+
 } // namespace Valenctl

@@ -57,12 +57,6 @@ std::string resultText( Json const & shutdown ) {
    return why.empty() ? text : text + " (" + why + ")";
 }
 
-std::string failedText( Json const & shutdown ) {
-   auto const failed = std::to_string( numberField( shutdown, "failed" ) );
-   auto const reason = textField( shutdown, "failReason" );
-   return reason.empty() ? failed : failed + " (" + reason + ")";
-}
-
 } // namespace
 
 std::string stepText( Json const & step ) {
@@ -100,7 +94,8 @@ std::string historyText( Json const & answer ) {
    for ( auto const & shutdown : listField( answer, "shutdowns" ) ) {
       table.add( { timeText( std::chrono::milliseconds( numberField( shutdown, "whenMs" ) ) ),
                    textField( shutdown, "interface" ), textField( shutdown, "by" ),
-                   std::to_string( numberField( shutdown, "sent" ) ), failedText( shutdown ),
+                   std::to_string( numberField( shutdown, "sent" ) ),
+                   countWithReason( shutdown, "failed", "failReason" ),
                    flagField( shutdown, "withDelay" ) ? heldText( shutdown ) : "-",
                    resultText( shutdown ) } );
    }

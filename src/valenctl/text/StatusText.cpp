@@ -13,17 +13,11 @@ using Settings::counted;
 namespace {
 
 // How long the link is still held; empty when no shutdown is in progress.
-std::string heldText( Json const & interface ) {
+std::string remainingText( Json const & interface ) {
    if ( anyField( interface, "remainingMs" ).is_number() ) {
       return std::to_string( numberField( interface, "remainingMs" ) ) + " ms left";
    }
    return flagField( interface, "shuttingDown" ) ? "shutting down" : "";
-}
-
-std::string failedText( Json const & interface ) {
-   auto const failed = std::to_string( numberField( interface, "failed" ) );
-   auto const why = textField( interface, "lastError" );
-   return why.empty() ? failed : failed + " (" + why + ")";
 }
 
 std::string linkText( Json const & interface ) {
@@ -96,12 +90,13 @@ std::string interfacesText( Json const & interfaces, Palette const & palette ) {
    Table table( { "INTERFACE", "DEVICE", "VRF", "LINK", "READY", "HELD", "FRAMES", "SENT", "FAILED",
                   "ABORTS" } );
    for ( auto const & interface : interfaces ) {
-      auto const held = heldText( interface );
+      auto const held = remainingText( interface );
       table.add( { textField( interface, "name" ), textField( interface, "device" ),
                    textField( interface, "vrf" ), linkText( interface ),
                    readyText( interface, palette ), held.empty() ? "-" : palette.yellow( held ),
                    orElse( frameCountsText( interface ), "-" ),
-                   std::to_string( numberField( interface, "sent" ) ), failedText( interface ),
+                   std::to_string( numberField( interface, "sent" ) ),
+                   countWithReason( interface, "failed", "lastError" ),
                    std::to_string( numberField( interface, "aborts" ) ) } );
    }
    return table.text();
@@ -131,7 +126,9 @@ std::string interfaceText( Json const & interface ) {
    }
    text += ", frames: " + orElse( frameCountsText( interface ), "none" ) + ", sent " +
            std::to_string( numberField( interface, "sent" ) );
-   return numberField( interface, "failed" ) ? text + ", failed " + failedText( interface ) : text;
+   return numberField( interface, "failed" )
+             ? text + ", failed " + countWithReason( interface, "failed", "lastError" )
+             : text;
 }
 
 } // namespace Valenctl

@@ -4,6 +4,7 @@
 #include "platform/quill/Watch.h"
 #include "tests/platform/quill/EntityModel.h"
 #include "tests/support/LeakCheck.h"
+#include "tests/support/NameInUse.h"
 
 #include <functional>
 
@@ -53,17 +54,6 @@ class Picker final : public Quill::Reactor {
    U32 const speed_;
 };
 
-// The error with which a call fails; empty if it does not.
-template < class Call > std::string nameInUse( Call const & call ) {
-   Quill::Expect const expected( Quill::ExceptionId::nameInUse );
-   try {
-      call();
-      return std::string();
-   } catch ( Quill::NameInUseException const & e ) {
-      return e.what();
-   }
-}
-
 std::string const otherSpeed =
    "Reinstantiating the pointer interface where constructor parameter attribute _speed has a "
    "different value of 2 than the current value of 1";
@@ -107,14 +97,16 @@ TEST_F( ChildrenTest, InstantiateReturnsAChildOfTheSameParameters ) {
 
 TEST_F( ChildrenTest, InstantiateWithAnotherParameterFailsAndChangesNothing ) {
    auto const child = children_.instantiate( "a", shelf_, 1u );
-   EXPECT_EQ( nameInUse( [ & ] { children_.instantiate( "a", shelf_, 2u ); } ), otherSpeed );
+   EXPECT_EQ( Valen::Test::nameInUse( [ & ] { children_.instantiate( "a", shelf_, 2u ); } ),
+              otherSpeed );
    EXPECT_EQ( children_.find( "a" ), child );
    EXPECT_EQ( lives(), 1 );
 }
 
 TEST_F( ChildrenTest, ErrorNamesTheFirstParameterThatDiffers ) {
    children_.instantiate( "a", shelf_, 1u );
-   auto const error = nameInUse( [ & ] { children_.instantiate( "a", make< Shelf >(), 2u ); } );
+   auto const error =
+      Valen::Test::nameInUse( [ & ] { children_.instantiate( "a", make< Shelf >(), 2u ); } );
    EXPECT_NE( error.find( " _shelf " ), std::string::npos ) << error;
 }
 
@@ -251,7 +243,7 @@ TEST( OnlyChildTest, InstantiateReturnsTheChildOfTheSameParametersAndFailsForOth
    Quill::Child< OnlyPicker > child;
    auto const made = child.instantiate( 1u );
    EXPECT_EQ( child.instantiate( 1u ), made );
-   EXPECT_EQ( nameInUse( [ & ] { child.instantiate( 2u ); } ), otherSpeed );
+   EXPECT_EQ( Valen::Test::nameInUse( [ & ] { child.instantiate( 2u ); } ), otherSpeed );
    EXPECT_EQ( child.get(), made );
 }
 

@@ -4,6 +4,7 @@
 #include "platform/quill/EntityTables.h"
 #include "tests/platform/quill/EntityModel.h"
 #include "tests/support/LeakCheck.h"
+#include "tests/support/NameInUse.h"
 
 QUILL_ENTITY_TABLES( Valen::Test::Box )
 QUILL_ENTITY_TABLES( Valen::Test::Shelf )
@@ -237,17 +238,6 @@ TEST_F( EntityTest, RepointingToTheSameEntityKeepsIt ) {
    EXPECT_EQ( recorder_.changes(), Texts{ "width" } );
 }
 
-// The error for a member that exists with other parameters; empty if the call succeeds.
-template < class Call > std::string nameInUse( Call const & call ) {
-   Quill::Expect const expected( Quill::ExceptionId::nameInUse );
-   try {
-      call();
-      return std::string();
-   } catch ( Quill::NameInUseException const & e ) {
-      return e.what();
-   }
-}
-
 TEST_F( EntityTest, ReinstantiationWithTheSameParametersReturnsTheMember ) {
    auto const lid = make< Box >( "lid" );
    auto const box = shelf_->boxIs( "a", 5u, lid );
@@ -259,7 +249,7 @@ TEST_F( EntityTest, ReinstantiationWithTheSameParametersReturnsTheMember ) {
 TEST_F( EntityTest, ReinstantiationWithAnotherValueFailsAndChangesNothing ) {
    auto const box = shelf_->boxIs( "a", 5u, nullptr );
    recorder_.changes();
-   EXPECT_EQ( nameInUse( [ & ] { shelf_->boxIs( "a", 6u, nullptr ); } ),
+   EXPECT_EQ( Valen::Test::nameInUse( [ & ] { shelf_->boxIs( "a", 6u, nullptr ); } ),
               "Reinstantiating the pointer interface where constructor parameter attribute _weight "
               "has a different value of 6 than the current value of 5" );
    EXPECT_EQ( shelf_->box( "a" ), box );
@@ -279,22 +269,24 @@ TEST_F( EntityTest, ReinstantiationNamesHandlesByTheirAddress ) {
       std::snprintf( text, sizeof text, "0x%zx", reinterpret_cast< std::size_t >( box.get() ) );
       return std::string( text );
    };
-   EXPECT_EQ( nameInUse( [ & ] { shelf_->boxIs( "a", 5u, other ); } ),
+   EXPECT_EQ( Valen::Test::nameInUse( [ & ] { shelf_->boxIs( "a", 5u, other ); } ),
               start + address( other ) + middle + address( lid ) );
-   EXPECT_EQ( nameInUse( [ & ] { shelf_->boxIs( "a", 5u, nullptr ); } ),
+   EXPECT_EQ( Valen::Test::nameInUse( [ & ] { shelf_->boxIs( "a", 5u, nullptr ); } ),
               start + "null" + middle + address( lid ) );
 }
 
 TEST_F( EntityTest, FirstParameterThatDiffersIsNamed ) {
    shelf_->boxIs( "a", 5u, nullptr );
-   auto const text = nameInUse( [ & ] { shelf_->boxIs( "a", 6u, make< Box >( "lid" ) ); } );
+   auto const text =
+      Valen::Test::nameInUse( [ & ] { shelf_->boxIs( "a", 6u, make< Box >( "lid" ) ); } );
    EXPECT_NE( text.find( " _weight " ), std::string::npos ) << text;
 }
 
 TEST_F( EntityTest, ParameterCheckWorksOnAnyValueWithADisplayForm ) {
    Quill::requireSameParameter( "_nsName", Name( "ns" ), Name( "ns" ) );
    EXPECT_EQ(
-      nameInUse( [] { Quill::requireSameParameter( "_nsName", Name( "new" ), Name( "old" ) ); } ),
+      Valen::Test::nameInUse(
+         [] { Quill::requireSameParameter( "_nsName", Name( "new" ), Name( "old" ) ); } ),
       "Reinstantiating the pointer interface where constructor parameter attribute _nsName has a "
       "different value of new than the current value of old" );
 }

@@ -9,7 +9,7 @@ namespace {
 using namespace std::chrono_literals;
 using Ending = ShutdownRecord::Ending;
 
-ShutdownRecord shutdown() {
+ShutdownRecord delayedShutdown() {
    ShutdownRecord record;
    record.interface = "Ethernet1";
    record.by = "root";
@@ -23,12 +23,13 @@ ShutdownRecord shutdown() {
 }
 
 TEST( ShutdownRecordTest, TheSummaryIsOneLine ) {
-   EXPECT_EQ( shutdown().summary(), "Ethernet1: shutdown by root: 3 frames in 0.2 ms, held 500 ms, "
-                                    "link down, total 501 ms" );
+   EXPECT_EQ( delayedShutdown().summary(),
+              "Ethernet1: shutdown by root: 3 frames in 0.2 ms, held 500 ms, "
+              "link down, total 501 ms" );
 }
 
 TEST( ShutdownRecordTest, TheSummaryNamesFramesThatDidNotLeave ) {
-   auto record = shutdown();
+   auto record = delayedShutdown();
    record.sent = 1;
    record.failed = 2;
    record.failReason = "Network is down";
@@ -39,7 +40,7 @@ TEST( ShutdownRecordTest, TheSummaryNamesFramesThatDidNotLeave ) {
 }
 
 TEST( ShutdownRecordTest, EachEndingHasASummary ) {
-   auto record = shutdown();
+   auto record = delayedShutdown();
    record.withDelay = false;
    record.why = "so";
    std::map< Ending, std::string > const lines{
@@ -60,7 +61,7 @@ TEST( ShutdownRecordTest, EachEndingHasASummary ) {
 
 TEST( ShutdownRecordTest, AnEndingIsReadBackFromItsText ) {
    for ( auto const & row : enumTexts( ShutdownRecord::Ending() ) ) {
-      auto record = shutdown();
+      auto record = delayedShutdown();
       record.ending = row.value;
       EXPECT_STREQ( record.endingText(), row.text );
       EXPECT_EQ( endingOf( row.text ), row.value );
