@@ -127,11 +127,10 @@ void Daemon::run() {
 }
 
 void Daemon::stop( char const * signal ) {
-   log( LogLevel::notice, std::string( "stopping on " ) + signal + "; links stay as they are" );
+   log( LogLevel::notice, std::string( "received " ) + signal + ", exiting; links left unchanged" );
    if ( auto const running = controller_.running() ) {
-      log( LogLevel::notice, std::to_string( running ) +
-                                ( running == 1 ? " shutdown is" : " shutdowns are" ) +
-                                " under way; the next start finishes what is begun" );
+      log( LogLevel::notice, Settings::counted( running, "shutdown" ) +
+                                " in progress; the next start of valend resumes them" );
    }
    notifyManager( "STOPPING=1" );
    loop_.stop();

@@ -207,7 +207,7 @@ TEST_F( DaemonTest, WhenStoppedItSendsNothingAndLeavesTheLinks ) {
    Capture far2( *neighbors_, "far2" );
    agent_->signal( SIGTERM );
    EXPECT_EQ( agent_->wait(), 0 ) << agent_->err();
-   EXPECT_THAT( agent_->err(), HasSubstr( "stopping on SIGTERM" ) );
+   EXPECT_THAT( agent_->err(), HasSubstr( "received SIGTERM, exiting; links left unchanged" ) );
    EXPECT_TRUE( linkUp( *machine_, "et1" ) );
    EXPECT_TRUE( linkUp( *red_, "et2" ) );
    EXPECT_THAT( far2.frames( 1, milliseconds( 200 ) ), IsEmpty() );

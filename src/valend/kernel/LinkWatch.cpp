@@ -1,5 +1,6 @@
 #include "valend/kernel/LinkWatch.h"
 
+#include "platform/quill/Children.h"
 #include "platform/quill/Watch.h"
 
 #include <net/if.h>
@@ -25,7 +26,7 @@ class LinkWatch::DeviceSm final : public Quill::Reactor {
       bool const up = ( device_.get()->flags() & IFF_UP ) != 0;
       if ( up_ != up ) {
          up_ = up;
-         watch_.seen_ ? watch_.seen_( place_, up ) : void();
+         watch_.report( place_, up );
       }
    }
 
@@ -60,12 +61,12 @@ class LinkWatch::NamespaceSm final : public Quill::Reactor {
          return;
       }
       if ( known ) {
-         watch_.seen_ ? watch_.seen_( known->place(), std::nullopt ) : void();
-         retire( devices_.remove( ifIndex ) );
+         watch_.report( known->place(), std::nullopt );
+         devices_.retire( ifIndex );
       }
       if ( device ) {
-         devices_.insert( Quill::make< DeviceSm >(
-            watch_, LinkPlace{ netNs_, device->deviceName().stdString() }, device ) );
+         devices_.findOrMake( ifIndex, watch_,
+                              LinkPlace{ netNs_, device->deviceName().stdString() }, device );
       }
    }
 
@@ -75,11 +76,17 @@ class LinkWatch::NamespaceSm final : public Quill::Reactor {
    Quill::Watch< NamespaceSm, KernelNetInfo::Status const,
                  Quill::On< KernelNetInfo::Status::interfaceAttr, &NamespaceSm::handleInterface > >
       status_;
-   Quill::Members< DeviceSm, &DeviceSm::ifIndex > devices_;
+   Quill::Children< DeviceSm, &DeviceSm::ifIndex > devices_;
 };
 
 LinkWatch::LinkWatch() = default;
 LinkWatch::~LinkWatch() = default;
+
+void LinkWatch::report( LinkPlace const & place, std::optional< bool > up ) const {
+   if ( seen_ ) {
+      seen_( place, up );
+   }
+}
 
 void LinkWatch::follow( std::string const & netNs,
                         Quill::Ptr< KernelNetInfo::Status const > status ) {

@@ -29,6 +29,8 @@ class LinkWatch final {
    class NamespaceSm;
    class DeviceSm;
 
+   void report( LinkPlace const & place, std::optional< bool > up ) const;
+
    Seen seen_;
    std::map< std::string, Quill::Ptr< NamespaceSm > > namespaces_;
 };

@@ -7,12 +7,12 @@ DelayWatch::DelayWatch( Quill::Ptr< Valen::Status::StatusDir const > dir, Change
 
 void DelayWatch::follow( Corvid::IntfId const & intfId,
                          Quill::Ptr< Valen::Status::IntfStatus const > entry ) {
-   unfollow( intfId );
-   entries_.insert( Quill::make< EntrySm >( *this, intfId, std::move( entry ) ) );
+   entries_.retire( intfId );
+   entries_.findOrMake( intfId, *this, intfId, std::move( entry ) );
 }
 
 void DelayWatch::unfollow( Corvid::IntfId const & intfId ) {
-   retire( entries_.remove( intfId ) );
+   entries_.retire( intfId );
 }
 
 void DelayWatch::handleIntfStatus( Corvid::IntfId intfId ) {

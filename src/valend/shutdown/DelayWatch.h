@@ -4,6 +4,7 @@
 //   writes    nothing
 #pragma once
 
+#include "platform/quill/Children.h"
 #include "platform/quill/Watch.h"
 #include "types/StatusTypes.h"
 
@@ -55,7 +56,7 @@ class DelayWatch final : public Quill::Reactor {
       DelayWatch, Valen::Status::StatusDir const,
       Quill::On< Valen::Status::StatusDir::intfStatusAttr, &DelayWatch::handleIntfStatus > >
       dir_;
-   Quill::Members< EntrySm, &EntrySm::intfId > entries_;
+   Quill::Children< EntrySm, &EntrySm::intfId > entries_;
 };
 
 } // namespace Valend
