@@ -1,4 +1,4 @@
-// The errors that the control API answers, each said in one place. org.valen.daemon.varlink lists
+// The errors that the control API answers, each defined in one place. org.valen.daemon.varlink lists
 // their names; what a function takes is what its text names.
 #pragma once
 
@@ -15,7 +15,7 @@ Refusal noSuchInterface( std::string const & interface );
 Refusal noSuchVrf( std::string const & vrf );
 Refusal noSuchPath( std::string const & path );
 Refusal noSuchMessages( std::string const & agent, std::string const & interface );
-// The agent has frames for the interface, but they come from the configuration.
+// The agent has frames for the interface, but they are in the configuration.
 Refusal messagesAreConfigured( std::string const & agent, std::string const & interface );
 
 // What a call brings, and valend does not take.

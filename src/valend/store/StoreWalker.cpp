@@ -22,7 +22,7 @@ Json textJson( std::string_view bytes ) {
    return isText ? std::string( bytes ) : "0x" + Settings::toHex( bytes );
 }
 
-// "Interface::IntfConfig Ethernet1": a type and the parameters that tell the entity from others.
+// "Interface::IntfConfig Ethernet1": a type and the parameters that identify the entity.
 std::string referenceText( Entity const & entity ) {
    std::string text = entity.entityType().name;
    for ( auto const & attribute : entity.entityType().attributes ) {
@@ -105,7 +105,7 @@ class Walk {
    Json entityJson( Entity const & entity ) {
       auto const & type = entity.entityType();
       if ( auto const * const entries = dynamic_cast< Quill::Dir const * >( &entity ) ) {
-         return attributeJson( *entries, *type.attribute( "entry" ) ); // a folder is its entries
+         return attributeJson( *entries, *type.attribute( "entry" ) ); // a directory is its entries
       }
       Json json = Json::object();
       for ( auto const & attribute : type.attributes ) {
