@@ -45,7 +45,7 @@ struct PlainJson {
    Json operator()( S64 value ) const { return value; }
    Json operator()( double value ) const { return value; }
    Json operator()( Quill::String const & value ) const { return textJson( value.view() ); }
-   Json operator()( Ptr< Entity const > const & ) const { return nullptr; } // never gets here
+   Json operator()( Ptr< Entity const > const & ) const { return nullptr; } // not reached
 };
 
 // One walk.
@@ -53,7 +53,7 @@ class Walk {
  public:
    explicit Walk( StoreVisits * visits ) : visits_( visits ) {}
 
-   // What stands below the entity at `path`.
+   // What is below the entity at `path`.
    std::optional< Json > below( Entity const & entity, std::string_view path ) {
       visit( entity );
       if ( path.empty() ) {
