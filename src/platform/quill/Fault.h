@@ -18,7 +18,7 @@ namespace Quill {
 struct FaultSource {
    std::type_index reactorType;
    char const * reactor;                           // "ConfigSm"
-   std::type_index attributeType = typeid( void ); // the attribute's tag; void if no attribute is involved
+   std::type_index attributeType = typeid( void ); // the attribute's tag; void without one
    char const * attribute = "";                    // "vrf"
 };
 
