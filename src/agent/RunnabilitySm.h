@@ -103,7 +103,7 @@ class RunnabilitySm final : public Quill::Reactor {
    bool initialized_ = false;
 };
 
-// Whether the fault says that the library could not set up a VRF, whose name is the fault's key: its
+// Whether the fault means that the library could not set up a VRF, whose name is the fault's key: its
 // packet endpoint could not be opened, for example. The host takes the VRF's status entry out and puts
 // it in again after a pause.
 bool isVrfSetupFault( Quill::Fault const & fault ) noexcept;

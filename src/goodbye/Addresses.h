@@ -24,7 +24,7 @@ struct Ipv4Prefix {
    Ipv4 mask() const;
 };
 
-// Says what is wrong with a text, and what was expected.
+// A text is invalid; what() has what is wrong with it and what was expected.
 class BadText : public std::invalid_argument {
  public:
    using invalid_argument::invalid_argument;

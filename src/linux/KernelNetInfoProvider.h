@@ -1,6 +1,6 @@
 // Publishes the devices of namespaces at the mount paths "kni/ns/NAME/status".
 //
-// The status of a namespace that cannot be watched has no devices, and its `error` says why. The
+// The status of a namespace that cannot be watched has no devices, and its `error` has the reason. The
 // provider tries again after increasing pauses, and at once when refresh() is called.
 #pragma once
 

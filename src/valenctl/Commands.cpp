@@ -67,7 +67,7 @@ std::vector< std::string > interfaceNames( std::string const & socket, std::ostr
    try {
       return textsField( session.call( "List" ), "interfaces" );
    } catch ( std::exception const & ) {
-      return {}; // completion is no place for errors
+      return {}; // errors would disturb completion
    }
 }
 

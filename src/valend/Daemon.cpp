@@ -88,7 +88,7 @@ void Daemon::configIs( Settings::Config const & config ) {
       netNss.insert( netNs );
    }
    links_.netNssAre( netNss );
-   access_.refresh(); // a group may have come
+   access_.refresh(); // a group may have been added
    publications_.configIs( config );
 }
 
@@ -101,7 +101,7 @@ void Daemon::resumeShutdowns() {
    controller_.resume( std::move( recovered ) );
 }
 
-// The trace file is opened again also when the configuration is rejected: it was rotated either way.
+// The trace file is reopened even if the configuration is rejected: it was rotated in any case.
 std::vector< std::string > Daemon::reload() {
    try {
       trace_.reopen();
@@ -114,7 +114,7 @@ std::vector< std::string > Daemon::reload() {
 void Daemon::hangup() {
    try {
       reload();
-   } catch ( Refusal const & ) { // it is in the log, with all that is wrong
+   } catch ( Refusal const & ) { // logged, with all errors
    }
 }
 

@@ -1,4 +1,4 @@
-// The agent process: everything it is made of, in the order in which it is made.
+// The daemon: all its parts, in the order of construction.
 #pragma once
 
 #include "agent/RunnabilitySm.h"
@@ -19,10 +19,10 @@ namespace Valend {
 
 class Daemon {
  public:
-   // Puts what was read from `options.config` in force, which has no errors, and starts the
-   // library. Throws Quill::ErrnoException when the process cannot have what it needs.
+   // Applies what was read from `options.config`, which has no errors, and starts the library. Throws
+   // Quill::ErrnoException when the process lacks a privilege, a file or a socket that it needs.
    Daemon( Settings::ConfigResult const & read, Options const & options );
-   // Sends nothing and leaves all links as they are.
+   // Sends no frames and leaves all links unchanged.
    ~Daemon();
    Daemon( Daemon const & ) = delete;
    Daemon & operator=( Daemon const & ) = delete;
@@ -63,7 +63,7 @@ class Daemon {
    Api api_;
    Varlink::Server server_;
    Watchdog watchdog_;
-   Quill::Ptr< Valen::RunnabilitySm > library_; // goes first
+   Quill::Ptr< Valen::RunnabilitySm > library_; // destroyed first
 };
 
 } // namespace Valend

@@ -12,7 +12,7 @@
 
 namespace Varlink {
 
-// The user who calls, as the kernel vouches for it.
+// The user who calls, as the kernel reports it.
 struct Caller {
    U32 uid = ~0u;
    S64 pid = 0;

@@ -40,7 +40,7 @@ class Refused : public std::runtime_error {
 
 class Client {
  public:
-   // Takes an answer, and says whether to wait for further ones.
+   // Receives an answer, and returns whether to wait for further ones.
    using Reply = std::function< bool( Json const & parameters ) >;
 
    // Connects. `interface` is the one whose methods are called: "org.example.service". `service` is

@@ -13,7 +13,7 @@ using Json = nlohmann::json;
 // The bytes of a message, its end included. Text that is not UTF-8 is replaced.
 std::string encoded( Json const & message );
 
-// Cuts what comes in into messages. Bounded.
+// Splits the received bytes into messages. Bounded.
 class Framing {
  public:
    // `maxBytes`: the longest message, its end not counted.

@@ -2,7 +2,7 @@
 //
 // Everything a client can do is bounded: the size of a message, the number of connections in all
 // and of each user, the answers that wait for a slow reader and how long they do. The clients' calls
-// take turns, a call at a time. What a client that hangs up has asked for before is still done.
+// take turns, a call at a time. The calls of a client that has disconnected are still executed.
 #pragma once
 
 #include "varlink/Connection.h"

@@ -64,7 +64,7 @@ Fd listenAt( std::string const & path ) {
    if ( !address ) {
       failed( ENAMETOOLONG );
    }
-   std::error_code ignored; // bind says what is wrong with the directory
+   std::error_code ignored; // bind reports what is wrong with the directory
    std::filesystem::create_directories( std::filesystem::path( path ).parent_path(), ignored );
    removeStale( path, *address );
    auto fd = newSocket();

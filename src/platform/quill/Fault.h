@@ -18,7 +18,7 @@ namespace Quill {
 struct FaultSource {
    std::type_index reactorType;
    char const * reactor;                           // "ConfigSm"
-   std::type_index attributeType = typeid( void ); // the attribute's tag; void when there is none
+   std::type_index attributeType = typeid( void ); // the attribute's tag; void without one
    char const * attribute = "";                    // "vrf"
 };
 
@@ -29,7 +29,7 @@ template < class Reactor, class Tag > FaultSource faultSource( char const * reac
 
 struct Fault {
    FaultSource source;
-   std::string key;  // the display form of the key, empty when there is none
+   std::string key;  // the display form of the key, empty without a key
    std::string text; // what() of the exception
    std::exception_ptr exception;
 

@@ -70,8 +70,7 @@ std::vector< CommandRow > daemonCommands() {
    return {
       { "rescan", "Have valend look at the network namespaces again", make< Rescan > },
       { "metrics", "Print counters and gauges as OpenMetrics text", make< Metrics > },
-      { "memory", "Show how many objects of each type exist, and their bytes, largest first",
-        make< Memory > },
+      { "memory", "Show how many objects of each type exist, and their bytes", make< Memory > },
       { "show", "Print the state store below PATH as JSON (default: all of it)", make< Show > },
    };
 }

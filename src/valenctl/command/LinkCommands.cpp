@@ -39,7 +39,7 @@ class Shutdown final : public Command {
    }
 
  private:
-   // Prints the steps of one answer, and sees to it that the next answer is awaited long enough.
+   // Prints the steps of one answer, and extends the timeout for the next one by the longest delay.
    Exit printed( Session & session, Json const & answer ) const {
       auto exit = Exit::done;
       std::uint64_t longestDelay = 0;

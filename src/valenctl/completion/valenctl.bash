@@ -1,4 +1,4 @@
-# Completion for bash: valenctl itself says what may come next.
+# Completion for bash: valenctl itself lists what may come next.
 
 _valenctl() {
    local current=${COMP_WORDS[COMP_CWORD]} line

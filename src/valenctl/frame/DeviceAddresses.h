@@ -17,7 +17,7 @@ struct DeviceAddresses {
 
 // Asks the kernel for the addresses of `device` in the network namespace `netNs`: a name that
 // `ip netns` lists, a path if it contains a slash, or empty for the process's own namespace. Throws
-// std::runtime_error that says what does not exist or is not permitted.
+// std::runtime_error with what does not exist or is not permitted.
 DeviceAddresses deviceAddresses( std::string const & device, std::string const & netNs );
 
 } // namespace Valenctl

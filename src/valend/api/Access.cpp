@@ -25,8 +25,8 @@ std::optional< U32 > groupId( std::string const & name ) {
    return found ? std::optional< U32 >( found->gr_gid ) : std::nullopt;
 }
 
-// The user's login name, or "uid 1000". Only the machine's own file is asked: the name services that
-// getpwuid would ask may take seconds, and any user can make us ask.
+// The user's login name, or "uid 1000". Only /etc/passwd is read: getpwuid would also query
+// name services, which may take seconds, and any user could cause that.
 std::string loginName( Varlink::Caller const & caller ) {
    std::unique_ptr< FILE, int ( * )( FILE * ) > const users( std::fopen( "/etc/passwd", "re" ),
                                                              &std::fclose );

@@ -20,12 +20,12 @@ class Access {
    // group that the system does not know has no members.
    Access( std::string readers, std::string changers );
 
-   // Asks the system for the groups again: one may have been added since.
+   // Looks the groups up again: one may have been added since.
    void refresh();
 
    Right of( Varlink::Caller const & caller ) const noexcept;
-   // Throws Varlink's PermissionDenied when the caller lacks the right. `method` is what its message
-   // calls what was tried: "permission denied: Enable requires root or group valen-admin (you are
+   // Throws Varlink's PermissionDenied when the caller lacks the right. `method` is the name in its
+   // message: "permission denied: Enable requires root or group valen-admin (you are
    // alice)".
    void require( Right right, Varlink::Caller const & caller, std::string const & method ) const;
 

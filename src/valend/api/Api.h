@@ -1,7 +1,7 @@
 // The control API: a list of method groups. org.valen.daemon.varlink describes the methods.
 //
 // A call is answered with an error, before its method runs, when the method is not known, the caller
-// has not the right, or a parameter is not as described.
+// lacks the right, or a parameter is not as described.
 #pragma once
 
 #include "valend/api/ConfigMethods.h"

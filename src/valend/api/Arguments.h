@@ -1,6 +1,6 @@
 // A call's parameters as plain values: which C++ type stands for which described type.
 //
-// Argument< T >::accepts tells whether T can take what a type describes; Argument< T >::of makes the
+// Argument< T >::accepts returns whether T can hold what a type describes; Argument< T >::of makes the
 // value of what was checked against the description already, or nothing when it is out of T's range.
 #pragma once
 

@@ -104,7 +104,7 @@ class LinkMethods::Many : public std::enable_shared_from_this< Many > {
    Gantry::WorkQueue & work_;
    Call const call_;
    std::size_t pending_; // have not ended
-   std::size_t unbegun_; // are not under way
+   std::size_t unbegun_; // have not begun
    bool posted_ = false; // an answer is
    Json steps_ = Json::array();
 };

@@ -49,7 +49,7 @@ class LinkMethods final : public MethodGroup {
    // How an observer of a shutdown came to it.
    enum class Came : U8 {
       first,  // it asked for the shutdown
-      joined, // the shutdown was under way
+      joined, // the shutdown was in progress
    };
    Came cameTo( std::string const & interface ) const;
    Json stepJson( ShutdownStep step, ShutdownRecord const & record, Came came ) const;

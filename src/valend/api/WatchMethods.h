@@ -38,7 +38,7 @@ class WatchMethods final : public MethodGroup {
    std::vector< Method > methods() override;
    void clientGone( U64 client ) override;
 
-   // Something has happened that the store does not tell.
+   // Something has changed of which the store does not notify.
    void changed();
    std::size_t count() const noexcept { return watches_.size(); }
 

@@ -1,5 +1,5 @@
-// Conditions: what is wrong around the daemon, each under a name, from when it is noticed until it is
-// over. Every change is logged; `valenctl status` and the metrics list those that are raised.
+// Conditions: problems outside the daemon, each with a name, from when it is noticed until it is over.
+// Every change is logged; `valenctl status` and the metrics list those that are raised.
 //
 // A unit that depends on something outside (a file, a namespace) owns a Condition for it, and raises
 // or clears it after each attempt.

@@ -1,5 +1,5 @@
-// The errors that the control API answers, each said in one place. org.valen.daemon.varlink lists
-// their names; what a function takes is what its text names.
+// The errors that the control API answers, each defined in one place. org.valen.daemon.varlink lists
+// their names. The arguments are what the error's text names.
 #pragma once
 
 #include "valend/base/Refusal.h"
@@ -10,15 +10,15 @@
 
 namespace Valend::Errors {
 
-// What a call names, and valend does not have.
+// Something that a call names does not exist.
 Refusal noSuchInterface( std::string const & interface );
 Refusal noSuchVrf( std::string const & vrf );
 Refusal noSuchPath( std::string const & path );
 Refusal noSuchMessages( std::string const & agent, std::string const & interface );
-// The agent has frames for the interface, but they come from the configuration.
+// The agent has frames for the interface, but they are in the configuration.
 Refusal messagesAreConfigured( std::string const & agent, std::string const & interface );
 
-// What a call brings, and valend does not take.
+// A parameter that valend rejects.
 Refusal badFrame( std::size_t number, std::string const & why );
 Refusal badAgentName( std::size_t maxBytes );
 Refusal badTraceLevels( std::string const & why );
@@ -30,7 +30,7 @@ Refusal tooManyValues( U64 maxValues );
 Refusal agentIsConfigured( std::string const & agent );
 Refusal agentIsOfAnotherClient( std::string const & agent );
 
-// What was tried, and failed. `why` names the link, and has errno's text.
+// An operation that failed. `why` has the link and errno's text.
 Refusal noDevice( std::string const & why );
 Refusal linkFailed( std::string const & why );
 Refusal timedOut( std::string const & interface, std::string const & awaited );

@@ -68,7 +68,7 @@ std::vector< TraceHub::Line > TraceHub::recent( std::size_t count ) const {
 }
 
 void TraceHub::follow( Follower follower ) {
-   tell( {} ); // those that have lost interest go
+   tell( {} ); // removes those that want no more lines
    followers_.push_back( std::move( follower ) );
    sinkUpdate();
 }

@@ -40,8 +40,8 @@ class TraceHub final : public Quill::TraceSink {
    // Calls `follower`, from the loop, with the lines that are traced from now on.
    void follow( Follower follower );
 
-   // Opens the file again, after it was moved aside. No effect without a file. Throws
-   // Quill::ErrnoException, and goes on with the old one, when it cannot be opened.
+   // Opens the file again, after it was renamed. No effect without a file. If it cannot be opened,
+   // throws Quill::ErrnoException and continues with the old one.
    void reopen();
 
    void line( Quill::TraceLine const & line ) noexcept override;

@@ -41,7 +41,7 @@ class LinkPort {
 
    virtual ~LinkPort() = default;
 
-   // The device as rtnetlink last reported it; nothing when there is none of that name.
+   // The device as rtnetlink last reported it; nothing if no device has that name.
    virtual std::optional< LinkDevice > device( LinkPlace const & place ) const = 0;
 
    // Whether the link is administratively up; asks the kernel. Throws Quill::ErrnoException: ENODEV when

@@ -16,7 +16,7 @@ class MetricsFile {
    static constexpr std::chrono::milliseconds soon{ 100 };
 
    // Writes what `text` returns to `path` from now on; an empty path means no file. The condition
-   // "metrics-file" says when it cannot be written.
+   // "metrics-file" is raised while it cannot be written.
    MetricsFile( std::string path, std::function< std::string() > text, Conditions & conditions,
                 Quill::Ptr< Gantry::TaskScheduler > scheduler );
    ~MetricsFile(); // removes the file: a process that has ended has no metrics

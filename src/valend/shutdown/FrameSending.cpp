@@ -31,7 +31,7 @@ std::vector< AgentFrames > allSent( std::vector< std::string > const & agents ) 
    return all;
 }
 
-// Moves the frames that the kernel refused from `sent` to `refused`.
+// Moves the frames that the kernel rejected from `sent` to `refused`.
 void countRefused( std::vector< RefusedPacket > const & refused,
                    std::vector< std::string > const & agents, ShutdownRecord & record ) {
    for ( auto const & packet : refused ) {

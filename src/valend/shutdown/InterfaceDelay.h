@@ -1,5 +1,5 @@
-// The delay of one interface, as the state store has it: whether the library would carry it out, and
-// the flag that asks for it.
+// The delay of one interface, as the state store has it: whether the library would execute it, and the
+// flag that requests it.
 #pragma once
 
 #include "valend/store/Store.h"

@@ -1,13 +1,13 @@
-// The file of shutdowns, which outlives valend: after a restart valend finishes what it had begun.
+// The file of shutdowns. It survives a restart of valend, which then finishes what it had begun.
 //
 // The state directory holds the file "shutdowns". A line is added whenever a shutdown enters a phase,
 // before valend acts on it; the last line of a shutdown has all of it. A full file becomes
-// "shutdowns.1", replacing the one before, and a new file begins with the shutdowns that are running.
+// "shutdowns.1", replacing the previous one, and a new file begins with the shutdowns that are running.
 // A damaged file, or one that is not a journal, becomes "shutdowns.damaged", and the new file begins
 // with its undamaged lines.
 //
-// Lines are written, never synced: they survive valend as soon as they are written. A loss of power
-// may take the last ones, but it resets the links as well.
+// Lines are written but not synced: they survive a crash of valend. A power failure may lose the last
+// ones, but it also resets the links.
 //
 // A journal that cannot be written does not stop shutdowns: it raises the condition "journal".
 #pragma once

@@ -1,7 +1,7 @@
-// Carries out what operators ask of links: shuts them down, one Shutdown each, and sets them up.
+// Shuts links down, one Shutdown each, and sets them up, as clients request.
 // Continues the shutdowns of the previous run, and records links that are set down outside valend.
 //
-// Acts from the loop only: what it is notified of it posts, and looks at later. Shutdowns begin one
+// Acts from the loop only: it posts what it is notified of, and handles it later. Shutdowns begin one
 // per turn of the loop, so that due timers run in between.
 #pragma once
 

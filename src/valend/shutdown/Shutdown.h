@@ -30,8 +30,8 @@
 // It fails open: whatever happens to the library, and whatever is thrown, the link goes down no later
 // than the delay plus a margin.
 //
-// A status entry goes with a VRF that flaps or a device that is recreated; that is not the end of the
-// delay. The delay disabled in the configuration is.
+// A status entry is removed when its VRF flaps or its device is recreated; that does not end the delay.
+// Disabling the delay in the configuration does.
 //
 // The device is the one that the configuration gives the interface at that moment. Each phase is in
 // the journal before it begins. Acts from the loop only.
@@ -55,7 +55,7 @@ class Shutdown final {
    static constexpr std::chrono::milliseconds margin{ 500 };
    // How long frames may take to leave the socket.
    static constexpr std::chrono::milliseconds flushTimeout{ 200 };
-   // How long to retry when the kernel refuses to set the link down, or when the device is missing: one
+   // How long to retry when the kernel does not set the link down, or when the device is missing: one
    // that was just recreated may not have been reported yet.
    static constexpr std::chrono::milliseconds downTimeout{ 300 };
    // How long after a restart the interface may take to become ready, and its device to be there.

@@ -1,4 +1,4 @@
-// What valend remembers of one shutdown.
+// What valend records of one shutdown.
 #pragma once
 
 #include "valend/base/EnumTexts.h"
@@ -16,8 +16,8 @@ namespace Valend {
 // The frames that one agent had queued, and what became of them.
 struct AgentFrames {
    std::string agent;
-   U64 sent = 0;                 // the kernel took them
-   std::map< int, U64 > refused; // it did not, by errno
+   U64 sent = 0;                 // accepted by the kernel
+   std::map< int, U64 > refused; // rejected by the kernel, by errno
    bool operator==( AgentFrames const & ) const = default;
 };
 
@@ -28,7 +28,7 @@ struct ShutdownRecord {
       aborted,     // enabled in time; the link stayed up
       alreadyDown, // it was down before; no frames were sent
       noDevice,    // there is no device to set down
-      failed,      // the kernel refused to set the link down
+      failed,      // the kernel did not set the link down
       wentDown,    // not a shutdown: the link was set down outside valend, without goodbye frames
       rebooted,    // the machine rebooted meanwhile, which reset its links
    };
@@ -51,12 +51,12 @@ struct ShutdownRecord {
    static constexpr char const * setDownOutside = "link set down outside valend";
 
    std::string interface;
-   std::string by; // who asked: "uid 0"
+   std::string by; // who requested it: "root", "uid 1000"
    std::chrono::system_clock::time_point when;
    bool withDelay = false;                 // frames were sent and the link was held
    bool resumed = false;                   // valend restarted meanwhile
-   U64 sent = 0;                           // frames that the kernel took
-   U64 failed = 0;                         // frames that it refused
+   U64 sent = 0;                           // frames that the kernel accepted
+   U64 failed = 0;                         // frames that it rejected
    std::string failReason;                 // of the last of these
    std::vector< AgentFrames > agents;      // the same by agent, in the order of sending
    std::chrono::microseconds sending{ 0 }; // how long the sending took

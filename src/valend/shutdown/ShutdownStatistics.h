@@ -12,9 +12,9 @@ namespace Valend {
 // Of one interface.
 struct ShutdownTotals {
    U64 shutdowns = 0;      // without links that were set down outside valend
-   U64 sent = 0;           // frames that the kernel took
-   U64 failed = 0;         // frames that it refused
-   std::string failReason; // of the last refused frame
+   U64 sent = 0;           // frames that the kernel accepted
+   U64 failed = 0;         // frames that it rejected
+   std::string failReason; // of the last rejected frame
    U64 aborts = 0;
    U64 wentDown = 0; // links set down outside valend
 };

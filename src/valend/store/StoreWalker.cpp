@@ -22,7 +22,7 @@ Json textJson( std::string_view bytes ) {
    return isText ? std::string( bytes ) : "0x" + Settings::toHex( bytes );
 }
 
-// "Interface::IntfConfig Ethernet1": a type and the parameters that tell the entity from others.
+// "Interface::IntfConfig Ethernet1": a type and the parameters that identify the entity.
 std::string referenceText( Entity const & entity ) {
    std::string text = entity.entityType().name;
    for ( auto const & attribute : entity.entityType().attributes ) {
@@ -45,7 +45,7 @@ struct PlainJson {
    Json operator()( S64 value ) const { return value; }
    Json operator()( double value ) const { return value; }
    Json operator()( Quill::String const & value ) const { return textJson( value.view() ); }
-   Json operator()( Ptr< Entity const > const & ) const { return nullptr; } // never gets here
+   Json operator()( Ptr< Entity const > const & ) const { return nullptr; } // not reached
 };
 
 // One walk.
@@ -53,7 +53,7 @@ class Walk {
  public:
    explicit Walk( StoreVisits * visits ) : visits_( visits ) {}
 
-   // What stands below the entity at `path`.
+   // What is below the entity at `path`.
    std::optional< Json > below( Entity const & entity, std::string_view path ) {
       visit( entity );
       if ( path.empty() ) {
@@ -105,7 +105,7 @@ class Walk {
    Json entityJson( Entity const & entity ) {
       auto const & type = entity.entityType();
       if ( auto const * const entries = dynamic_cast< Quill::Dir const * >( &entity ) ) {
-         return attributeJson( *entries, *type.attribute( "entry" ) ); // a folder is its entries
+         return attributeJson( *entries, *type.attribute( "entry" ) ); // a directory is its entries
       }
       Json json = Json::object();
       for ( auto const & attribute : type.attributes ) {

@@ -2,7 +2,7 @@
 
 namespace Valend {
 
-// Tells the watch of any change of one entity.
+// Notifies the watch of any change of one entity.
 class StoreWatch::Follower final : public Quill::NotifieeOf< Quill::Entity const > {
  public:
    Follower( StoreWatch & watch, Quill::Ptr< Quill::Entity const > entity ) : watch_( watch ) {
