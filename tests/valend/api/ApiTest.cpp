@@ -1,6 +1,8 @@
 #include "settings/Hex.h"
 #include "tests/valend/api/ApiFixture.h"
 
+#include <sstream>
+
 namespace Valend {
 namespace {
 
@@ -95,6 +97,34 @@ TEST_F( ApiTest, EveryDescribedMethodHasARowAndEveryRowIsDescribed ) {
       }
    }
    EXPECT_THAT( api.methods(), ::testing::UnorderedElementsAreArray( names ) );
+}
+
+// The comment lines directly above the method in the description.
+std::string commentOf( std::string const & method ) {
+   std::istringstream lines( daemonDescription );
+   std::string comment;
+   for ( std::string line; std::getline( lines, line ); ) {
+      if ( line.starts_with( "method " + method + "(" ) ) {
+         return comment;
+      }
+      comment = line.starts_with( "#" ) ? comment + line + "\n" : "";
+   }
+   return "no such method";
+}
+
+TEST_F( ApiTest, TheDescriptionSaysWhichMethodsRequireTheAdminGroup ) {
+   Varlink::Caller const reader{ 1000, 1, { 4001 } };
+   Varlink::Description const description( daemonDescription );
+   int denied = 0;
+   for ( auto const & [ name, method ] : description.methods() ) {
+      auto const answers = callAs( reader, "org.valen.daemon." + name, { { "unknown", 1 } } );
+      bool const isDenied = answers->error().find( "PermissionDenied" ) != std::string::npos;
+      bool const says =
+         commentOf( name ).find( "Requires the group \"valen-admin\"." ) != std::string::npos;
+      EXPECT_EQ( says, isDenied ) << name;
+      denied += isDenied;
+   }
+   EXPECT_GE( denied, 8 );
 }
 
 TEST_F( ApiTest, ParametersAreCheckedBeforeTheMethodRuns ) {
