@@ -142,19 +142,4 @@ struct AgentStore {
    Quill::Ptr< AllIntf > allIntf = allIntfFactory();
 };
 
-// Records the faults that reach the framework while it exists.
-class FaultRecorder final : public Quill::FaultSink {
- public:
-   FaultRecorder() : old_( Quill::faultSinkIs( this ) ) {}
-   ~FaultRecorder() override { Quill::faultSinkIs( old_ ); }
-   void fault( Quill::Fault const & fault ) noexcept override {
-      messages.push_back( fault.message() );
-   }
-
-   std::vector< std::string > messages;
-
- private:
-   Quill::FaultSink * const old_;
-};
-
 } // namespace Valen::Test

@@ -1,5 +1,7 @@
 #include "varlink/Server.h"
 
+#include "tests/support/WorkDirectory.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -44,7 +46,6 @@ class EchoService final : public Service {
 
 class ServerTest : public ::testing::Test {
  protected:
-   ServerTest() : path( ::testing::TempDir() + "varlink-server-" + std::to_string( ::getpid() ) ) {}
    ~ServerTest() override {
       for ( auto const fd : clients ) {
          ::close( fd );
@@ -102,7 +103,8 @@ class ServerTest : public ::testing::Test {
       return messages;
    }
 
-   std::string const path;
+   Valen::Test::WorkDirectory const work;
+   std::string const path = work / "socket";
    Valen::Linux::EventLoop loop;
    EchoService service;
    std::optional< Server > server;
@@ -435,7 +437,6 @@ TEST_F( ServerTest, AFileThatIsNotASocketIsLeftAlone ) {
       EXPECT_EQ( e.text(), path + " exists and is not a socket: Address already in use" );
    }
    EXPECT_TRUE( std::filesystem::exists( path ) );
-   std::filesystem::remove( path );
 }
 
 } // namespace

@@ -13,16 +13,16 @@ using Ending = ShutdownRecord::Ending;
 
 class SetDownOutsideTest : public DaemonFixture {
  protected:
-   SetDownOutsideTest() : DaemonFixture( stateFolder() ) {
+   SetDownOutsideTest() : DaemonFixture( stateDirectory() ) {
       start( twoInterfaces() );
       controller.resume( recover( journal ) );
       seen( "et1", true );
    }
-   static WorkDirectory const & work() {
-      static WorkDirectory const folder;
-      return folder;
+   static Valen::Test::WorkDirectory const & work() {
+      static Valen::Test::WorkDirectory const directory;
+      return directory;
    }
-   static std::string stateFolder() {
+   static std::string stateDirectory() {
       work().remove( "shutdowns" );
       return work() / "";
    }
