@@ -53,7 +53,8 @@ class KernelDevices final : public Orrery::MountProvider {
    std::map< std::string, Quill::Ptr< KernelNetInfo::Status > > statuses_;
 };
 
-// The entities that a process passes to the library.
+// The entities that a process passes to the library. bench/Store.h is separate on purpose: it builds large
+// stores at full speed and keeps what it changes at hand, while this one is written to by name.
 struct AgentStore {
    AgentStore() { entityManager->mountProviderIs( KernelDevices::prefix, &kernel ); }
 
