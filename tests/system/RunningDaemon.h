@@ -94,7 +94,7 @@ class RunningDaemonTest : public NetworkTest {
       auto const status = Json::parse( ctl( { "status", "--json", name } ).out, nullptr, false );
       return status.is_object() ? status[ "interfaces" ][ 0 ] : Json::object();
    }
-   // The newest record of a shutdown; an empty object when there is none.
+   // The newest record of a shutdown; an empty object before the first.
    Json lastRecord( std::string const & name ) const {
       auto const history = Json::parse( ctl( { "history", name, "--json" } ).out, nullptr, false );
       return history.is_object() && !history[ "shutdowns" ].empty() ? history[ "shutdowns" ].back()

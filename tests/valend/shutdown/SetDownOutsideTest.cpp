@@ -1,4 +1,4 @@
-// Links that are set down outside valend: how they are told from valend's own changes, and recorded.
+// Links that are set down outside valend: how they are distinguished from valend's own changes, and recorded.
 #include "tests/support/WorkDirectory.h"
 #include "tests/valend/DaemonFixture.h"
 

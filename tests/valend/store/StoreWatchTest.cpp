@@ -109,10 +109,5 @@ TEST_F( StoreWatchTest, WhenItIsOverItFollowsNothing ) {
    EXPECT_EQ( looksNow(), 0 );
 }
 
-TEST_F( StoreWatchTest, ALookThatIsPostedDoesNotOutliveTheWatch ) {
-   watch.reset();
-   EXPECT_EQ( looksNow(), 0 );
-}
-
 } // namespace
 } // namespace Valend
