@@ -17,7 +17,7 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-// A service that answers what the test tells it to, whatever it is asked.
+// A service that gives the answers of the test, regardless of the call.
 class ClientTest : public ::testing::Test {
  protected:
    ClientTest() {

@@ -69,7 +69,7 @@ class ServerTest : public ::testing::Test {
          loop.turn( 0ms );
       }
    }
-   // Sends the bytes, whatever the socket takes, while the loop turns.
+   // Sends the bytes piece by piece, as the socket takes them, while the loop turns.
    void send( int fd, std::string_view bytes ) {
       for ( int tries = 0; !bytes.empty() && tries < 10'000; ++tries ) {
          auto const count = ::send( fd, bytes.data(), bytes.size(), MSG_NOSIGNAL );

@@ -16,7 +16,7 @@ using ::testing::IsEmpty;
 using Valen::Test::WorkDirectory;
 using Ending = ShutdownRecord::Ending;
 
-// No file of this process grows past `bytes` while it lives.
+// No file of this process grows past `bytes` while it exists.
 class FileSizeLimit {
  public:
    explicit FileSizeLimit( std::size_t bytes ) : handler_( std::signal( SIGXFSZ, SIG_IGN ) ) {
