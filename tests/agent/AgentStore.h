@@ -53,7 +53,8 @@ class KernelDevices final : public Orrery::MountProvider {
    std::map< std::string, Quill::Ptr< KernelNetInfo::Status > > statuses_;
 };
 
-// The entities that a process passes to the library.
+// The entities that a process passes to the library. bench/Store.h is separate on purpose: it builds large
+// stores at full speed and keeps what it changes at hand, while this one is written to by name.
 struct AgentStore {
    AgentStore() { entityManager->mountProviderIs( KernelDevices::prefix, &kernel ); }
 
@@ -140,21 +141,6 @@ struct AgentStore {
    Quill::Ptr< Status::StatusDir > statusDir = Quill::make< Status::StatusDir >();
    Quill::Ptr< AllVrf > allVrf = allVrfFactory();
    Quill::Ptr< AllIntf > allIntf = allIntfFactory();
-};
-
-// Records the faults that reach the framework while it exists.
-class FaultRecorder final : public Quill::FaultSink {
- public:
-   FaultRecorder() : old_( Quill::faultSinkIs( this ) ) {}
-   ~FaultRecorder() override { Quill::faultSinkIs( old_ ); }
-   void fault( Quill::Fault const & fault ) noexcept override {
-      messages.push_back( fault.message() );
-   }
-
-   std::vector< std::string > messages;
-
- private:
-   Quill::FaultSink * const old_;
 };
 
 } // namespace Valen::Test

@@ -1,6 +1,7 @@
 #include "agent/ConfigSm.h"
 
 #include "tests/agent/AgentStore.h"
+#include "tests/support/FaultRecorder.h"
 #include "tests/support/LeakCheck.h"
 #include "tests/support/OnChange.h"
 #include "tests/support/RecordingRawTxPam.h"
@@ -163,7 +164,7 @@ TEST_F( ConfigSmTest, ReplayMakesNothingTwice ) {
    EXPECT_EQ( pams.live, 1u );
    EXPECT_EQ( store.statusDir->intfStatuss(), 1u );
    EXPECT_EQ( trace.count( handleVrf + ": vrfContainerSm already exists" ), 1u );
-   EXPECT_THAT( faults.messages, IsEmpty() );
+   EXPECT_THAT( faults.messages(), IsEmpty() );
 }
 
 TEST_F( ConfigSmTest, OneVrfThatFailsAtTheStartDoesNotCostTheOthers ) {
@@ -171,22 +172,12 @@ TEST_F( ConfigSmTest, OneVrfThatFailsAtTheStartDoesNotCostTheOthers ) {
    vrfRecord( "blue", "ns-blue" );
    pams.enableErrno = EMFILE;
    // The first endpoint fails, the second opens.
-   struct Heal final : Quill::FaultSink {
-      explicit Heal( RecordingRawTxPams & p ) : pams( p ), old( Quill::faultSinkIs( this ) ) {}
-      ~Heal() override { Quill::faultSinkIs( old ); }
-      void fault( Quill::Fault const & fault ) noexcept override {
-         messages.push_back( fault.message() );
-         pams.enableErrno = 0;
-      }
-      RecordingRawTxPams & pams;
-      Quill::FaultSink * const old;
-      Texts messages;
-   } heal( pams );
+   faults.onFault = [ this ] { pams.enableErrno = 0; };
    sm = store.newConfigSm();
    EXPECT_FALSE( sm->vrfContainerSm( "red" ) );
    EXPECT_TRUE( sm->vrfContainerSm( "blue" ) );
    EXPECT_TRUE( sm->initialized() );
-   EXPECT_THAT( heal.messages, ElementsAre( "fault in ConfigSm on vrf red: open ns-red" ) );
+   EXPECT_THAT( faults.messages(), ElementsAre( "fault in ConfigSm on vrf red: open ns-red" ) );
 }
 
 TEST_F( ConfigSmTest, OneInterfaceThatFailsAtTheStartDoesNotCostTheOthers ) {
@@ -196,7 +187,7 @@ TEST_F( ConfigSmTest, OneInterfaceThatFailsAtTheStartDoesNotCostTheOthers ) {
    store.allIntf->intfMessageIs( "Ethernet2" );
    sm = store.newConfigSm();
    EXPECT_TRUE( store.allIntf->intfHas( "Ethernet2" ) );
-   EXPECT_THAT( faults.messages,
+   EXPECT_THAT( faults.messages(),
                 ElementsAre( "fault in ConfigSm on intfMessage Ethernet1: " + reinstantiating +
                              "_intfMessage has a different value of " + Quill::display( current ) +
                              " than the current value of " + Quill::display( old ) ) );
@@ -256,7 +247,7 @@ TEST_F( ConfigSmTest, AnAgentsDirectoryExchangedInPlaceIsAFault ) {
    store.agentConfigDir->entryIs( "lacp", first );
    store.agentConfigDir->entryIs( "lacp", second );
    EXPECT_EQ( sm->agentConfigSm( "lacp" )->agentDir(), first );
-   EXPECT_THAT( faults.messages,
+   EXPECT_THAT( faults.messages(),
                 ElementsAre( "fault in ConfigSm on entry lacp: " + reinstantiating +
                              "_agentDir has a different value of " + Quill::display( second ) +
                              " than the current value of " + Quill::display( first ) ) );
@@ -266,7 +257,7 @@ TEST_F( ConfigSmTest, AnEntityThatIsNoDirectoryHasNoAgent ) {
    start();
    store.agentConfigDir->entryIs( "lacp", Quill::make< Config::Agent::MessageDir >() );
    EXPECT_FALSE( sm->agentConfigSm( "lacp" ) );
-   EXPECT_THAT( faults.messages, IsEmpty() );
+   EXPECT_THAT( faults.messages(), IsEmpty() );
 }
 
 // --- Interfaces ----------------------------------------------------------------------------------
@@ -414,7 +405,7 @@ TEST_F( ConfigSmTest, AContainerThatCannotBeMadeLeavesNoMountBehind ) {
    start();
    pams.enableErrno = EPERM;
    vrfRecord( "red", "ns-red" );
-   EXPECT_THAT( faults.messages, ElementsAre( "fault in ConfigSm on vrf red: open ns-red" ) );
+   EXPECT_THAT( faults.messages(), ElementsAre( "fault in ConfigSm on vrf red: open ns-red" ) );
    EXPECT_FALSE( sm->vrfContainerSm( "red" ) );
    EXPECT_THAT( store.kernel.mounted, IsEmpty() );
    EXPECT_EQ( sm->kernelIntf()->namespaceNames(), 0u );
@@ -433,7 +424,7 @@ TEST_F( ConfigSmTest, AStatusPutInAgainHealsAVrfThatCouldNotBeOpened ) {
    store.vrfStatusIs( "red", "ns-red" );
    sm = store.newConfigSm();
    EXPECT_EQ( store.statusDir->intfStatuss(), 0u );
-   ASSERT_EQ( faults.messages.size(), 2u ); // when the messages were added, and in the replay
+   ASSERT_EQ( faults.messages().size(), 2u ); // when the messages were added, and in the replay
    pams.enableErrno = 0;
    store.allVrfStatusLocal->vrfDel( "red" );
    store.vrfStatusIs( "red", "ns-red" );

@@ -18,7 +18,7 @@ namespace {
 using Test::History;
 using namespace std::chrono_literals;
 
-// The steps of the history under way, for who must explain its end.
+// The steps of the current history, printed when it fails.
 class Diary {
  public:
    explicit Diary( unsigned seed )

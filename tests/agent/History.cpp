@@ -196,8 +196,8 @@ void History::vrfBreaks( VrfPicture & vrf, std::string const & netNs, int error 
    vrf.status = store_.vrfStatusIs( vrf.name, netNs );
    pams_.enableErrno = 0;
    bool const tolerated = error == ENOENT || error == EINVAL;
-   EXPECT_LE( faults_.messages.size(), tolerated ? 0u : 1u );
-   faults_.messages.clear();
+   EXPECT_LE( faults_.messages().size(), tolerated ? 0u : 1u );
+   faults_.clear();
    settle();
 }
 
@@ -319,7 +319,7 @@ void History::settle() {
       checkIntf( intf );
    }
    checkCounts();
-   EXPECT_TRUE( faults_.messages.empty() ) << faults_.messages.front();
+   EXPECT_TRUE( faults_.messages().empty() ) << faults_.messages().front();
 }
 
 void History::checkIntf( Intf const & intf ) {

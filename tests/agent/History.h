@@ -7,6 +7,7 @@
 #pragma once
 
 #include "tests/agent/AgentStore.h"
+#include "tests/support/FaultRecorder.h"
 #include "tests/support/RecordingRawTxPam.h"
 #include "tests/support/SteppedClock.h"
 

@@ -2,6 +2,7 @@
 
 #include "tests/linux/Privileges.h"
 #include "tests/linux/TestNetwork.h"
+#include "tests/support/WorkDirectory.h"
 
 #include <fcntl.h>
 #include <filesystem>
@@ -16,21 +17,7 @@ using Corvid::NamespaceName;
 using ::testing::HasSubstr;
 using Valen::Test::dropCapability;
 using Valen::Test::TestNetNs;
-
-// A directory for one test.
-class TestDirectory {
- public:
-   TestDirectory() {
-      char path[] = "/tmp/valen-netns-XXXXXX";
-      path_ = ::mkdtemp( path );
-   }
-   ~TestDirectory() { std::filesystem::remove_all( path_ ); }
-   std::string file( std::string const & name ) const { return path_ + "/" + name; }
-   std::string const & path() const { return path_; }
-
- private:
-   std::string path_;
-};
+using Valen::Test::WorkDirectory;
 
 NetNsIdentity ownIdentity() {
    struct stat status;
@@ -77,16 +64,16 @@ TEST( NetNsDirectoriesTest, NamesOutsideTheDirectoryAreRejected ) {
 }
 
 TEST( NetNsDirectoriesTest, AFileThatIsNotANamespaceIsEINVAL ) {
-   TestDirectory const directory;
-   std::ofstream( directory.file( "plain" ) ).put( 'x' );
-   std::filesystem::create_directory( directory.file( "directory" ) );
-   ASSERT_EQ( ::mkfifo( directory.file( "pipe" ).c_str(), 0600 ), 0 ); // must not block
-   std::filesystem::create_symlink( "/proc/self/ns/mnt", directory.file( "mount" ) );
+   WorkDirectory const directory;
+   std::ofstream( directory / "plain" ).put( 'x' );
+   std::filesystem::create_directory( directory / "directory" );
+   ASSERT_EQ( ::mkfifo( ( directory / "pipe" ).c_str(), 0600 ), 0 ); // must not block
+   std::filesystem::create_symlink( "/proc/self/ns/mnt", directory / "mount" );
    for ( std::string const name : { "plain", "directory", "pipe", "mount" } ) {
       auto const one = refusal( NetNsDirectories( { directory.path() } ), name );
       EXPECT_EQ( one.number, EINVAL ) << name;
-      EXPECT_EQ( one.text, directory.file( name ) + " is not a network namespace; remove the file, "
-                                                    "or mount a network namespace on it" );
+      EXPECT_EQ( one.text, directory / name + " is not a network namespace; remove the file, "
+                                              "or mount a network namespace on it" );
       EXPECT_EQ( NetNsDirectories( { directory.path() } )
                     .identity( NamespaceName( std::string_view( name ) ) ),
                  std::nullopt );
@@ -94,25 +81,25 @@ TEST( NetNsDirectoriesTest, AFileThatIsNotANamespaceIsEINVAL ) {
 }
 
 TEST( NetNsDirectoriesTest, DirectoriesAreSearchedInOrder ) {
-   TestDirectory const first;
-   TestDirectory const second;
-   std::filesystem::create_symlink( "/proc/self/ns/net", second.file( "mine" ) );
+   WorkDirectory const first;
+   WorkDirectory const second;
+   std::filesystem::create_symlink( "/proc/self/ns/net", second / "mine" );
    NetNsDirectories const directories( { first.path(), second.path() } );
    EXPECT_EQ( directories.open( NamespaceName( "mine" ) ).identity, ownIdentity() );
-   std::ofstream( first.file( "mine" ) ).put( 'x' );
+   std::ofstream( first / "mine" ).put( 'x' );
    EXPECT_EQ( refusal( directories, "mine" ).number, EINVAL );
 }
 
 TEST( NetNsDirectoriesTest, RunningOutOfDescriptorsIsEMFILE ) {
-   TestDirectory const directory;
-   std::filesystem::create_symlink( "/proc/self/ns/net", directory.file( "mine" ) );
+   WorkDirectory const directory;
+   std::filesystem::create_symlink( "/proc/self/ns/net", directory / "mine" );
    Refusal one;
    {
       Valen::Test::DescriptorLimit const none( 0 );
       one = refusal( NetNsDirectories( { directory.path() } ), "mine" );
    }
    EXPECT_EQ( one.number, EMFILE );
-   EXPECT_EQ( one.text, "no file descriptor left to open " + directory.file( "mine" ) +
+   EXPECT_EQ( one.text, "no file descriptor left to open " + directory / "mine" +
                            ": Too many open files; raise the limit (LimitNOFILE= of the service)" );
 }
 

@@ -1,6 +1,7 @@
 #include "linux/NetNsWatcher.h"
 
 #include "tests/linux/TestNetwork.h"
+#include "tests/support/WorkDirectory.h"
 
 #include <filesystem>
 #include <fstream>
@@ -30,16 +31,11 @@ char const * text( NetNsWatcher::Change change ) {
 // Watches /run/netns, or a directory of the test.
 class NetNsWatcherTest : public Valen::Test::NetworkTest {
  protected:
-   NetNsWatcherTest() {
-      char path[] = "/tmp/valen-watch-XXXXXX";
-      directory_ = ::mkdtemp( path );
-   }
    ~NetNsWatcherTest() override {
       watcher_.reset();
       for ( auto const & file : mounted_ ) {
          ::umount2( file.c_str(), MNT_DETACH );
       }
-      std::filesystem::remove_all( directory_ );
    }
 
    // Reports only the namespaces of this test: others are created and deleted in /run/netns as well.
@@ -55,7 +51,7 @@ class NetNsWatcherTest : public Valen::Test::NetworkTest {
    void watchUsual() { watch( { NetNsDirectories::usual } ); }
    void watchOwn( std::string const & below = "" ) {
       watchesOwnDirectory_ = true;
-      watch( { directory_ + below } );
+      watch( { directory_.path() + below } );
    }
 
    bool toldCount( std::size_t count ) {
@@ -65,7 +61,7 @@ class NetNsWatcherTest : public Valen::Test::NetworkTest {
       return watcher_->known().contains( Corvid::NamespaceName( name ) );
    }
 
-   std::string file( std::string const & name ) const { return directory_ + "/" + name; }
+   std::string file( std::string const & name ) const { return directory_ / name; }
    void makeFile( std::string const & name ) { std::ofstream( file( name ) ).flush(); }
    void mount( std::string const & source, std::string const & name ) {
       mounted_.push_back( file( name ) );
@@ -76,7 +72,7 @@ class NetNsWatcherTest : public Valen::Test::NetworkTest {
    }
 
    std::string const own_ = "vt-" + std::to_string( ::getpid() ) + "-";
-   std::string directory_;
+   Valen::Test::WorkDirectory const directory_;
    std::vector< std::string > mounted_;
    std::vector< std::string > told_;
    std::optional< NetNsWatcher > watcher_;
@@ -225,7 +221,7 @@ TEST_F( NetNsWatcherTest, AllOfManyChangesAreReported ) {
       std::filesystem::create_symlink( "/proc/self/ns/net", file( std::to_string( i ) ) );
    }
    ASSERT_TRUE( turnUntil( [ & ] { return watcher_->known().size() == 500; } ) );
-   std::filesystem::remove_all( directory_ );
+   std::filesystem::remove_all( directory_.path() );
    ASSERT_TRUE( turnUntil( [ & ] { return watcher_->known().empty(); } ) );
    EXPECT_EQ( told_.size(), 1000u );
 }

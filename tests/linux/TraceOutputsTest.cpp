@@ -1,6 +1,7 @@
 #include "linux/TraceOutputs.h"
 
 #include "platform/quill/Assert.h"
+#include "tests/support/WorkDirectory.h"
 
 #include <csignal>
 #include <filesystem>
@@ -27,19 +28,14 @@ void traceTwoLines() {
 // Traces two lines to a sink, with their levels enabled.
 class TraceOutputsTest : public ::testing::Test {
  protected:
-   TraceOutputsTest() {
-      char path[] = "/tmp/valen-trace-XXXXXX";
-      directory_ = ::mkdtemp( path );
-      Quill::traceLevelsIs( "TraceOutputsTest/0-1" );
-   }
+   TraceOutputsTest() { Quill::traceLevelsIs( "TraceOutputsTest/0-1" ); }
    ~TraceOutputsTest() override {
       Quill::traceSinkIs( nullptr );
       Quill::traceLevelsIs( "" );
       ::unsetenv( "JOURNAL_STREAM" );
-      std::filesystem::remove_all( directory_ );
    }
 
-   std::string file( std::string const & name ) const { return directory_ + "/" + name; }
+   std::string file( std::string const & name ) const { return directory_ / name; }
    static std::vector< std::string > lines( std::string const & path ) {
       std::ifstream stream( path );
       std::vector< std::string > lines;
@@ -55,7 +51,7 @@ class TraceOutputsTest : public ::testing::Test {
       return ::testing::internal::GetCapturedStderr();
    }
 
-   std::string directory_;
+   Valen::Test::WorkDirectory const directory_;
 };
 
 std::string const headPattern = "void Valen::Linux::.anonymous.*.::traceTwoLines\\(\\): ";

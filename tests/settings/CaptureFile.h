@@ -1,41 +1,11 @@
-// Capture files, written byte by byte, and a directory to write them to.
+// Capture files, written byte by byte.
 #pragma once
 
 #include <cstdint>
-#include <cstdio>
-#include <cstdlib>
-#include <filesystem>
-#include <fstream>
-#include <gtest/gtest.h>
 #include <string>
 #include <vector>
 
 namespace Settings::Test {
-
-// A temporary directory, removed at the end of the test.
-class Directory {
- public:
-   Directory() {
-      std::string path = ::testing::TempDir() + "valen-config-XXXXXX";
-      if ( !::mkdtemp( path.data() ) ) {
-         throw std::runtime_error( "mkdtemp " + path );
-      }
-      path_ = path + "/";
-   }
-   ~Directory() { std::filesystem::remove_all( path_ ); }
-   Directory( Directory const & ) = delete;
-   Directory & operator=( Directory const & ) = delete;
-
-   std::string const & path() const { return path_; }
-   // Writes a file, and creates the directories above it.
-   void write( std::string const & name, std::string const & content ) const {
-      std::filesystem::create_directories( std::filesystem::path( path_ + name ).parent_path() );
-      std::ofstream( path_ + name, std::ios::binary ) << content;
-   }
-
- private:
-   std::string path_;
-};
 
 // Little-endian numbers.
 inline std::string numbers( std::vector< std::uint32_t > const & values ) {

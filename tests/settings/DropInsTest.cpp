@@ -1,6 +1,7 @@
 // The main file and its drop-ins, read as one configuration; files that cannot be read.
 #include "settings/ConfigFiles.h"
 #include "tests/settings/CaptureFile.h"
+#include "tests/support/WorkDirectory.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -15,25 +16,25 @@ std::string const hex = "0180c200000e02000000000188cc";
 
 class DropInsTest : public ::testing::Test {
  protected:
-   ConfigResult read() const { return readConfig( directory.path() + "valen.yaml" ); }
+   ConfigResult read() const { return readConfig( directory / "valen.yaml" ); }
    // All errors, without the directory.
    std::vector< std::string > errors() const {
       std::vector< std::string > messages;
       for ( auto const & error : read().errors ) {
          auto message = error.message();
-         for ( auto at = message.find( directory.path() ); at != message.npos;
-               at = message.find( directory.path() ) ) {
-            message.erase( at, directory.path().size() );
+         for ( auto at = message.find( directory / "" ); at != message.npos;
+               at = message.find( directory / "" ) ) {
+            message.erase( at, ( directory / "" ).size() );
          }
          messages.push_back( message );
       }
       return messages;
    }
    std::string place( Place const & place ) const {
-      return place.text().substr( directory.path().size() );
+      return place.text().substr( ( directory / "" ).size() );
    }
 
-   Directory directory;
+   Valen::Test::WorkDirectory directory;
 };
 
 TEST_F( DropInsTest, AllFilesTogetherAreOneConfiguration ) {
@@ -58,7 +59,7 @@ TEST_F( DropInsTest, AllFilesTogetherAreOneConfiguration ) {
 
    std::vector< std::string > files;
    for ( auto const & file : result.sources.files ) {
-      files.push_back( file.substr( directory.path().size() ) );
+      files.push_back( file.substr( ( directory / "" ).size() ) );
    }
    EXPECT_THAT( files, ElementsAre( "valen.yaml", "conf.d/10-lldp.yaml", "conf.d/20-radv.yaml",
                                     "conf.d/vrfs.yaml" ) );
@@ -131,7 +132,7 @@ TEST_F( DropInsTest, NamesThatAnUnreadableFileMayDefineAreNotReported ) {
                              "hexadecimal digits" ) );
    directory.write( "valen.yaml", "interfaces: [{name: et1, vrf: red}]" );
    directory.write( "conf.d/b.yaml", "vrfs: [" );
-   ASSERT_EQ( ::mkfifo( ( directory.path() + "conf.d/c.yaml" ).c_str(), 0600 ), 0 );
+   ASSERT_EQ( ::mkfifo( ( directory / "conf.d/c.yaml" ).c_str(), 0600 ), 0 );
    EXPECT_THAT( errors(),
                 ElementsAre( "conf.d/a.yaml:1:37: \"z\" at character 1 of the frame; expected "
                              "hexadecimal digits",
@@ -172,7 +173,7 @@ TEST_F( DropInsTest, AnErrorSaysWhyAFileCannotBeRead ) {
 
 TEST_F( DropInsTest, AFileBeyondTheLimitIsRejected ) {
    directory.write( "valen.yaml", "" );
-   std::filesystem::resize_file( directory.path() + "valen.yaml", maxConfigBytes + 1 );
+   std::filesystem::resize_file( directory / "valen.yaml", maxConfigBytes + 1 );
    EXPECT_THAT( errors(), ElementsAre( "valen.yaml: exceeds the limit of 67108864 bytes" ) );
 }
 

@@ -2,6 +2,7 @@
 
 #include "settings/FrameFile.h"
 #include "tests/settings/CaptureFile.h"
+#include "tests/support/WorkDirectory.h"
 
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -17,19 +18,19 @@ std::string frame( char last ) {
 
 class FrameTextTest : public ::testing::Test {
  protected:
-   Frames frames( std::string const & text ) const { return framesOf( text, directory.path() ); }
+   Frames frames( std::string const & text ) const { return framesOf( text, directory / "" ); }
    // The error of `text`, without the directory of a file.
    std::string errorOf( std::string const & text ) const {
       try {
          return std::to_string( frames( text ).size() ) + " frames";
       } catch ( FrameError const & e ) {
          std::string error = e.what();
-         return error.starts_with( directory.path() ) ? error.substr( directory.path().size() )
-                                                      : error;
+         return error.starts_with( directory / "" ) ? error.substr( ( directory / "" ).size() )
+                                                    : error;
       }
    }
 
-   Directory directory;
+   Valen::Test::WorkDirectory directory;
 };
 
 TEST_F( FrameTextTest, TextWithoutAPrefixIsHexadecimal ) {
@@ -71,7 +72,7 @@ TEST_F( FrameTextTest, FramesOfACaptureFileComeInTheOrderOfTheirNumbers ) {
                    ElementsAre( frame( '4' ), frame( '1' ), frame( '2' ), frame( '3' ) ) );
       EXPECT_THAT( frames( text + "#2,2" ), ElementsAre( frame( '2' ), frame( '2' ) ) );
    }
-   EXPECT_THAT( frames( "pcap:" + directory.path() + "a.pcap#3" ), ElementsAre( frame( '3' ) ) );
+   EXPECT_THAT( frames( "pcap:" + directory / "a.pcap#3" ), ElementsAre( frame( '3' ) ) );
 }
 
 TEST_F( FrameTextTest, InvalidFrameNumbersAreRejected ) {
@@ -109,7 +110,7 @@ TEST_F( FrameTextTest, FilesThatAreNotCapturesAreRejected ) {
    auto const whole = pcapFile( { frame( '1' ) } );
    directory.write( "text", "hello, hello, hello, hello" );
    directory.write( "half.pcap", whole.substr( 0, whole.size() - 3 ) );
-   ASSERT_EQ( ::mkfifo( ( directory.path() + "pipe" ).c_str(), 0600 ), 0 );
+   ASSERT_EQ( ::mkfifo( ( directory / "pipe" ).c_str(), 0600 ), 0 );
    EXPECT_EQ( errorOf( "pcap:none#1" ), "none: no such file; expected a pcap or pcapng file" );
    EXPECT_EQ( errorOf( "pcap:pipe#1" ),
               "pipe: not a regular file; expected a pcap or pcapng file" );

@@ -1,8 +1,9 @@
-// The process's fault sink while it lives: what was reported, in order.
+// The process's fault sink while it exists: keeps what was reported, in order.
 #pragma once
 
 #include "platform/quill/Fault.h"
 
+#include <functional>
 #include <string>
 #include <vector>
 
@@ -15,7 +16,13 @@ class FaultRecorder final : public Quill::FaultSink {
    FaultRecorder( FaultRecorder const & ) = delete;
    FaultRecorder & operator=( FaultRecorder const & ) = delete;
 
-   void fault( Quill::Fault const & fault ) noexcept override { faults_.push_back( fault ); }
+   void fault( Quill::Fault const & fault ) noexcept override {
+      faults_.push_back( fault );
+      if ( onFault ) {
+         onFault();
+      }
+   }
+   std::function< void() > onFault; // called at each fault, where it is reported
 
    std::vector< Quill::Fault > const & faults() const { return faults_; }
    std::vector< std::string > messages() const {
@@ -25,6 +32,7 @@ class FaultRecorder final : public Quill::FaultSink {
       }
       return messages;
    }
+   void clear() { faults_.clear(); }
 
  private:
    Quill::FaultSink * const old_;

@@ -10,7 +10,7 @@
 
 namespace Valen::Test {
 
-// Stands in for the kernel's endpoints while it lives.
+// Replaces the kernel's endpoints while it exists.
 class RecordingRawTxPams final : public Corvid::RawTxPamProvider {
  public:
    struct Packet {

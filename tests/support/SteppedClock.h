@@ -1,11 +1,11 @@
-// The process's scheduler on a clock that is turned by hand.
+// The process's scheduler on a clock that only the test moves.
 #pragma once
 
 #include "platform/gantry/TaskScheduler.h"
 
 namespace Valen::Test {
 
-// Holds the process's scheduler while it lives, so that everybody who asks gets this one. Must
+// Holds the process's scheduler while it exists, so that all that ask get this one. Must
 // outlive everything that arms timers on it.
 class SteppedClock final : public Gantry::Clock {
  public:
@@ -16,7 +16,7 @@ class SteppedClock final : public Gantry::Clock {
    Gantry::Time now() const noexcept override { return now_; }
    Quill::Ptr< Gantry::TaskSchedulerRoot > const & scheduler() const { return scheduler_; }
 
-   // Turns the clock forward by `duration`, stopping at each deadline on the way to run what is
+   // Moves the clock forward by `duration`, stopping at each deadline on the way to run what is
    // due. Returns how many tasks ran.
    U32 advance( Gantry::Time duration ) {
       auto const target = now_ + duration;

@@ -1,23 +1,27 @@
-// A folder of the test's own.
+// A temporary directory of one test, removed when it ends.
 #pragma once
 
+#include <cerrno>
 #include <cstdlib>
+#include <cstring>
 #include <filesystem>
 #include <fstream>
 #include <gtest/gtest.h>
 #include <sstream>
+#include <stdexcept>
 #include <string>
 
-namespace Valend::Test {
+namespace Valen::Test {
 
+// Its name is unique, so that tests can run side by side. Other users can read it, as the daemon's
+// clients must.
 class WorkDirectory {
  public:
-   WorkDirectory() {
-      std::string path = ::testing::TempDir() + "valend-XXXXXX";
-      if ( !::mkdtemp( path.data() ) ) {
-         throw std::runtime_error( "mkdtemp " + path );
+   WorkDirectory() : path_( ::testing::TempDir() + "valen-XXXXXX" ) {
+      if ( !::mkdtemp( path_.data() ) ) {
+         throw std::runtime_error( "mkdtemp " + path_ + ": " + std::strerror( errno ) );
       }
-      path_ = path;
+      std::filesystem::permissions( path_, std::filesystem::perms( 0755 ) );
    }
    ~WorkDirectory() {
       std::error_code ignored;
@@ -26,6 +30,7 @@ class WorkDirectory {
    WorkDirectory( WorkDirectory const & ) = delete;
    WorkDirectory & operator=( WorkDirectory const & ) = delete;
 
+   std::string const & path() const { return path_; } // without a "/" at the end
    std::string operator/( std::string const & name ) const { return path_ + "/" + name; }
 
    std::string content( std::string const & name ) const {
@@ -33,12 +38,12 @@ class WorkDirectory {
       content << std::ifstream( *this / name, std::ios::binary ).rdbuf();
       return content.str();
    }
-   // Makes the folders on the way.
+   // Writes a file, and creates the directories above it.
    void write( std::string const & name, std::string const & content ) const {
       std::filesystem::create_directories( std::filesystem::path( *this / name ).parent_path() );
       std::ofstream( *this / name, std::ios::binary ) << content;
    }
-   void folder( std::string const & name ) const {
+   void directory( std::string const & name ) const {
       std::filesystem::create_directories( *this / name );
    }
    void link( std::string const & target, std::string const & name ) const {
@@ -51,4 +56,4 @@ class WorkDirectory {
    std::string path_;
 };
 
-} // namespace Valend::Test
+} // namespace Valen::Test

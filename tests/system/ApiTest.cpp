@@ -1,63 +1,36 @@
 // The control API from outside: what clients of all kinds do to a valend that has a delay to keep.
-#include "settings/Hex.h"
-#include "tests/system/DaemonProcess.h"
 #include "tests/system/RawClient.h"
+#include "tests/system/RunningDaemon.h"
 
 #include <gmock/gmock.h>
-#include <nlohmann/json.hpp>
-#include <thread>
 
 namespace Valen::Test {
 namespace {
 
-using Json = nlohmann::json;
-using std::chrono::milliseconds;
-using std::chrono::seconds;
 using ::testing::HasSubstr;
 
 constexpr int delayMs = 1500;
 // What a busy machine may add to a delay. If a client kept valend busy, it would be later by seconds.
 constexpr int slackMs = 1000;
 
-class ApiTest : public NetworkTest {
+class ApiTest : public RunningDaemonTest {
  protected:
    void SetUp() override {
-      NetworkTest::SetUp();
+      RunningDaemonTest::SetUp();
       if ( IsSkipped() ) {
          return;
       }
-      work_.emplace();
-      machine_.emplace();
-      neighbours_.emplace();
-      machine_->veth( "et1", *neighbours_, "far1" );
-      machine_->veth( "et2", *neighbours_, "far2" );
-      std::ofstream( *work_ / "valen.yaml" )
-         << "shutdown-delay-ms: " << delayMs << "\ntrace: {file: " << *work_ / "trace"
-         << "}\ninterfaces: [{name: Ethernet1, device: et1}, {name: Ethernet2, device: et2}]\n"
-            "agents: [{name: lldp, messages: {Ethernet1: ["
-         << frame() << "]}}]\n";
-      agent_.emplace( std::vector< std::string >{ VALEND, "--config", *work_ / "valen.yaml",
-                                                  "--socket", socket() },
-                      *work_ / "agent", &*machine_ );
-      ASSERT_EQ( ctl( { "wait", "Ethernet1", "--until", "ready" }, 30 ).status, 0 )
-         << agent_->err();
+      machine_->veth( "et3", *neighbors_, "far3" );
+      start( "shutdown-delay-ms: " + std::to_string( delayMs ) +
+             "\ntrace: {file: " + *work_ / "trace" +
+             "}\ninterfaces: [{name: Ethernet1, device: et1}, {name: Ethernet2, device: et3}]\n"
+             "agents: [{name: lldp, messages: {Ethernet1: [" +
+             frame() + "]}}]\n" );
+      ASSERT_TRUE( becomesReady( "Ethernet1" ) );
    }
 
-   std::string socket() const { return *work_ / "sock"; }
    static std::string frame() { return Settings::toHex( testFrame( "goodbye" ) ); }
 
-   // Calls valenctl, again while valend does not listen yet.
-   Result ctl( std::vector< std::string > arguments, int tries = 1 ) const {
-      arguments.insert( arguments.begin(), { VALENCTL, "--socket", socket() } );
-      for ( ;; ) {
-         Process command( arguments, *work_ / "ctl" );
-         auto const status = command.wait();
-         if ( status != 3 || --tries <= 0 ) {
-            return { status, command.out(), command.err() };
-         }
-         std::this_thread::sleep_for( milliseconds( 100 ) );
-      }
-   }
    // Shuts Ethernet1 down, lets `client` do its worst, and checks that the delay was kept.
    template < class Client > void expectTheDelayIsKept( Client const & client ) {
       RawClient operating( socket() );
@@ -65,19 +38,13 @@ class ApiTest : public NetworkTest {
       ASSERT_EQ( operating.answer()[ "parameters" ][ "step" ], "delayed" );
       client();
       ASSERT_EQ( ctl( { "wait", "Ethernet1", "--until", "idle" } ).status, 0 );
-      auto const history = Json::parse( ctl( { "history", "Ethernet1", "--json" } ).out );
-      auto const last = history[ "shutdowns" ].back();
+      auto const last = lastRecord( "Ethernet1" );
       EXPECT_EQ( last[ "ending" ], "down" ) << last;
       EXPECT_GE( last[ "heldMs" ], delayMs );
       EXPECT_LE( last[ "heldMs" ], delayMs + slackMs );
       EXPECT_EQ( ctl( { "enable", "Ethernet1" } ).status, 0 );
-      EXPECT_TRUE( agent_->running() );
+      EXPECT_TRUE( daemon_->running() );
    }
-
-   std::optional< WorkDirectory > work_;
-   std::optional< TestNetNs > machine_;
-   std::optional< TestNetNs > neighbours_;
-   std::optional< Process > agent_;
 };
 
 TEST_F( ApiTest, BuiltFramesAreQueuedAndCounted ) {
@@ -181,10 +148,7 @@ TEST_F( ApiTest, AClientThatDiesDuringAWatchIsForgotten ) {
             std::make_unique< Process >( arguments, *work_ / ( "watch" + std::to_string( i ) ) ) );
       }
       for ( auto const & watcher : watchers ) {
-         for ( int tries = 0; watcher->out().empty() && tries < 500; ++tries ) {
-            std::this_thread::sleep_for( milliseconds( 20 ) );
-         }
-         EXPECT_FALSE( watcher->out().empty() ) << watcher->err();
+         EXPECT_TRUE( eventually( [ & ] { return !watcher->out().empty(); } ) ) << watcher->err();
          watcher->signal( SIGKILL );
          watcher->wait();
       }
@@ -208,14 +172,11 @@ TEST_F( ApiTest, FramesOfAnAgentThatIsKilledAreWithdrawn ) {
    publisher.signal( SIGKILL );
    publisher.wait();
    std::string explained;
-   for ( int tries = 0; tries < 500; ++tries ) {
+   EXPECT_TRUE( eventually( [ & ] {
       explained = ctl( { "explain", "Ethernet2" } ).out;
-      if ( explained.find( "NO   frames queued: no agent has frames for it" ) !=
-           std::string::npos ) {
-         break;
-      }
-      std::this_thread::sleep_for( milliseconds( 20 ) );
-   }
+      return explained.find( "NO   frames queued: no agent has frames for it" ) !=
+             std::string::npos;
+   } ) );
    EXPECT_THAT( explained, HasSubstr( "Ethernet2: not ready, link up\n" ) );
    EXPECT_EQ( ctl( { "messages", "add", "ospf", "Ethernet2", frame() } ).status, 0 );
    EXPECT_EQ( ctl( { "messages", "remove", "ospf", "Ethernet2" } ).status, 0 );
@@ -238,39 +199,29 @@ TEST_F( ApiTest, AllGoDownTogether ) {
    EXPECT_EQ( late.err, "valenctl: timed out: interface \"Ethernet1\" is not down\n" );
 }
 
-// Calls `cause` after the trace file was moved aside, and waits for a new one.
-template < class Cause > bool traceFileComesBack( std::string const & file, Cause const & cause ) {
-   std::filesystem::rename( file, file + ".1" );
-   cause();
-   for ( int tries = 0; !std::filesystem::exists( file ) && tries < 500; ++tries ) {
-      std::this_thread::sleep_for( milliseconds( 20 ) );
-   }
-   return std::filesystem::exists( file );
-}
-
 TEST_F( ApiTest, AReloadOpensTheTraceFileAgain ) {
-   auto const file = *work_ / "trace";
-   EXPECT_TRUE( traceFileComesBack( file, [ this ] {
+   // Calls `cause` after the trace file was moved aside, and waits for a new one.
+   auto const traceFileComesBack = [ this ]( auto const & cause ) {
+      auto const file = *work_ / "trace";
+      std::filesystem::rename( file, file + ".1" );
+      cause();
+      return eventually( [ & ] { return std::filesystem::exists( file ); } );
+   };
+   EXPECT_TRUE( traceFileComesBack( [ this ] {
       RawClient client( socket() );
       client.call( "Reload", Json::object() );
       EXPECT_TRUE( client.answer()[ "parameters" ].contains( "changed" ) );
    } ) );
-   EXPECT_TRUE( traceFileComesBack( file, [ this ] { agent_->signal( SIGHUP ); } ) );
+   EXPECT_TRUE( traceFileComesBack( [ this ] { daemon_->signal( SIGHUP ); } ) );
    std::ofstream( *work_ / "valen.yaml" ) << "colour: blue\n";
-   EXPECT_TRUE( traceFileComesBack( file, [ this ] { agent_->signal( SIGHUP ); } ) )
+   EXPECT_TRUE( traceFileComesBack( [ this ] { daemon_->signal( SIGHUP ); } ) )
       << "also when the configuration is rejected";
 }
 
 TEST_F( ApiTest, InAPipeWatchPrintsALineForEachChange ) {
    Process watching( { VALENCTL, "--socket", socket(), "watch", "Ethernet1" }, *work_ / "watch" );
    auto const shows = [ & ]( char const * text ) {
-      for ( int tries = 0; tries < 500; ++tries ) {
-         if ( watching.out().find( text ) != std::string::npos ) {
-            return true;
-         }
-         std::this_thread::sleep_for( milliseconds( 20 ) );
-      }
-      return false;
+      return eventually( [ & ] { return watching.out().find( text ) != std::string::npos; } );
    };
    ASSERT_TRUE( shows( " Ethernet1: up, ready, frames: lldp 1, sent 0\n" ) );
    ASSERT_EQ( ctl( { "shutdown", "Ethernet1" } ).status, 0 );

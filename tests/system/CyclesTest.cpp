@@ -16,8 +16,8 @@ class CyclesTest : public NetworkTest {
          return;
       }
       red_.emplace();
-      neighbours_.emplace();
-      red_->veth( "et1", *neighbours_, "far1" );
+      neighbors_.emplace();
+      red_->veth( "et1", *neighbors_, "far1" );
       Corvid::rawTxPamProviderIs( &endpoints_ );
       store_->mountProviderIs( Linux::KernelNetInfoProvider::prefix, &devices_ );
       fillStore();
@@ -48,7 +48,7 @@ class CyclesTest : public NetworkTest {
 
    Corvid::IntfId const intfId_{ "Ethernet1" };
    std::optional< TestNetNs > red_;
-   std::optional< TestNetNs > neighbours_;
+   std::optional< TestNetNs > neighbors_;
    Quill::Ptr< Config::ConfigDir > const configDir_ = Quill::make< Config::ConfigDir >();
 
  private:
@@ -91,7 +91,7 @@ class CyclesTest : public NetworkTest {
 TEST_F( CyclesTest, AThousandShutdownsSendEachFrameOnce ) {
    constexpr U32 cycles = 1000;
    constexpr U32 framesPerCycle = 3;
-   Capture capture( *neighbours_, "far1" );
+   Capture capture( *neighbors_, "far1" );
    for ( U32 cycle = 0; cycle < cycles; ++cycle ) {
       std::vector< std::string > queued;
       for ( U32 frame = 0; frame < framesPerCycle; ++frame ) {
@@ -111,7 +111,7 @@ TEST_F( CyclesTest, AThousandShutdownsSendEachFrameOnce ) {
 // The far end is read only afterwards: the order in which it has the frames is that of their sending.
 TEST_F( CyclesTest, FramesOfManyShutdownsArriveInOrder ) {
    constexpr U32 cycles = 100; // fits into the receiving socket's buffer
-   Capture capture( *neighbours_, "far1" );
+   Capture capture( *neighbors_, "far1" );
    std::vector< std::string > expected;
    for ( U32 cycle = 0; cycle < cycles; ++cycle ) {
       expected.push_back( testFrame( "cycle " + std::to_string( cycle ) ) );

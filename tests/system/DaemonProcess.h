@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tests/linux/TestNetwork.h"
+#include "tests/support/WorkDirectory.h"
 
 #include <fcntl.h>
 #include <fstream>
@@ -91,27 +92,6 @@ struct Result {
    int status;
    std::string out;
    std::string err;
-};
-
-// A directory for one test, removed at its end.
-class WorkDirectory {
- public:
-   WorkDirectory() {
-      std::string path = ::testing::TempDir() + "valen-XXXXXX";
-      if ( !::mkdtemp( path.data() ) ) {
-         throw std::runtime_error( "mkdtemp " + path );
-      }
-      path_ = path;
-      run( "chmod 755 " + path_ );
-   }
-   ~WorkDirectory() { (void)std::system( ( "rm -rf " + path_ ).c_str() ); }
-   WorkDirectory( WorkDirectory const & ) = delete;
-   WorkDirectory & operator=( WorkDirectory const & ) = delete;
-
-   std::string operator/( std::string const & name ) const { return path_ + "/" + name; }
-
- private:
-   std::string path_;
 };
 
 } // namespace Valen::Test

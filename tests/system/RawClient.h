@@ -15,9 +15,8 @@ class RawClient {
  public:
    using Json = nlohmann::json;
 
-   // What is waited for at most; long, so that a busy machine does not look like an agent that
-   // hangs.
-   static constexpr int patienceMs = 30'000;
+   // Long, so that a busy machine does not look like a daemon that hangs.
+   static constexpr int timeoutMs = 30'000;
 
    explicit RawClient( std::string const & path )
        : fd_( Linux::requireFd( ::socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 ), "socket" ) ) {
@@ -29,7 +28,7 @@ class RawClient {
       }
    }
 
-   // Sends all of it. Returns false when the agent has hung up, or takes nothing for a second.
+   // Sends all of it. Returns false when valend has disconnected, or takes nothing for a second.
    bool send( std::string_view bytes ) {
       while ( !bytes.empty() ) {
          pollfd ready{ fd_.get(), POLLOUT, 0 };
@@ -56,7 +55,7 @@ class RawClient {
    void call( std::string const & method, Json const & parameters, bool more = false ) {
       send( text( method, parameters, more ) );
    }
-   // The next answer; null when there is none.
+   // Waits for the next answer; null when none comes.
    Json answer() {
       auto end = buffer_.find( '\0' );
       while ( end == std::string::npos && receive() ) {
@@ -69,7 +68,7 @@ class RawClient {
       buffer_.erase( 0, end + 1 );
       return answer;
    }
-   // Whether the agent hangs up without a word.
+   // Whether valend disconnects without an answer.
    bool ended() { return !receive() && buffer_.empty(); }
 
  private:
@@ -77,7 +76,7 @@ class RawClient {
       pollfd ready{ fd_.get(), POLLIN, 0 };
       char chunk[ 65536 ];
       auto const count =
-         ::poll( &ready, 1, patienceMs ) > 0 ? ::recv( fd_.get(), chunk, sizeof chunk, 0 ) : 0;
+         ::poll( &ready, 1, timeoutMs ) > 0 ? ::recv( fd_.get(), chunk, sizeof chunk, 0 ) : 0;
       buffer_.append( chunk, static_cast< std::size_t >( count > 0 ? count : 0 ) );
       return count > 0;
    }

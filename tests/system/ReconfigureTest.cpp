@@ -1,6 +1,6 @@
 // Every change of the configuration that takes effect while valend runs, on the real kernel. Each one
 // must lead to the same state as a restart would; the frames at the far end show it.
-#include "tests/system/NotifySocket.h"
+#include "tests/support/NotifySocket.h"
 #include "tests/system/RunningDaemon.h"
 
 #include <algorithm>
@@ -211,9 +211,7 @@ TEST_F( ReconfigureTest, ADelayInProgressIsNotAffectedByOtherChanges ) {
 
    EXPECT_EQ( waiting.wait(), 0 ) << waiting.err();
    EXPECT_FALSE( linkUp( *red_, "et2" ) );
-   EXPECT_GE( Json::parse(
-                 ctl( { "history", "Ethernet2", "--json" } ).out )[ "shutdowns" ][ 0 ][ "heldMs" ],
-              5000 );
+   EXPECT_GE( lastRecord( "Ethernet2" )[ "heldMs" ], 5000 );
    EXPECT_THAT( far2.frames( 2, milliseconds( 200 ) ), ElementsAre( frame( "red" ) ) );
    EXPECT_TRUE( linkUp( *machine_, "et1" ) );
 }
@@ -242,7 +240,7 @@ TEST_F( ReconfigureTest, ARejectedReloadListsAllErrorsAndChangesNothing ) {
    for ( auto const & error : errors ) {
       EXPECT_THAT( result.err, HasSubstr( error ) );
       EXPECT_THAT( check.err, HasSubstr( error ) );
-      EXPECT_THAT( agent_->err(), HasSubstr( error ) ) << "in the log as well";
+      EXPECT_THAT( daemon_->err(), HasSubstr( error ) ) << "in the log as well";
    }
    EXPECT_EQ( std::count( check.err.begin(), check.err.end(), '\n' ), 4 );
    EXPECT_THAT( result.err,
@@ -279,8 +277,9 @@ TEST_F( ReconfigureTest, TheReloadListsSettingsThatTakeEffectAtTheNextStart ) {
    startWith( {} );
    std::ofstream( *work_ / "valen.yaml" )
       << text( {} ) << "socket: /else\nnetns-directory: /run/other\ntrace: {levels: IntfSm/0}\n";
-   EXPECT_EQ( ctl( { "reload" } ).out, "trace.levels IntfSm/0, was */0-1\n"
-                                       "netns-directory /run/other: takes effect at the next start\n" )
+   EXPECT_EQ( ctl( { "reload" } ).out,
+              "trace.levels IntfSm/0, was */0-1\n"
+              "netns-directory /run/other: takes effect at the next start\n" )
       << "the socket comes from the command line";
    EXPECT_EQ( ctl( { "trace", "levels" } ).out, "IntfSm/0\n" );
 }
@@ -292,7 +291,7 @@ TEST_F( ReconfigureTest, TheServiceManagerIsNotifiedOfEachReload ) {
    ::unsetenv( "NOTIFY_SOCKET" );
    EXPECT_THAT( manager.received(), ::testing::StartsWith( "READY=1" ) );
    std::ofstream( *work_ / "valen.yaml" ) << "colour: blue\n";
-   agent_->signal( SIGHUP );
+   daemon_->signal( SIGHUP );
    EXPECT_THAT( manager.received(),
                 ::testing::MatchesRegex( "RELOADING=1\nMONOTONIC_USEC=[0-9]+" ) );
    EXPECT_EQ( manager.received(), "READY=1\nSTATUS=Configuration rejected (1 error); keeping the "

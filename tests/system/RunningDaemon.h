@@ -35,14 +35,24 @@ class RunningDaemonTest : public NetworkTest {
 
    // Starts valend and waits until it answers.
    void start( std::string const & config, std::vector< std::string > const & more = {} ) {
-      std::ofstream( *work_ / "valen.yaml" ) << config;
+      configure( config );
+      launch( more );
+      ASSERT_TRUE( eventually( [ this ] { return ctl( { "status" } ).status == 0; } ) )
+         << daemon_->err();
+   }
+   void configure( std::string const & config ) const { work_->write( "valen.yaml", config ); }
+   // Starts valend on the configuration in place, without waiting.
+   void launch( std::vector< std::string > const & more = {} ) {
       std::vector< std::string > arguments{ VALEND,          "--config", *work_ / "valen.yaml",
                                             "--socket",      socket(),   "--state-directory",
                                             *work_ / "state" };
       arguments.insert( arguments.end(), more.begin(), more.end() );
-      agent_.emplace( arguments, *work_ / "agent", &*machine_ );
-      ASSERT_TRUE( eventually( [ this ] { return ctl( { "status" } ).status == 0; } ) )
-         << agent_->err();
+      daemon_.emplace( arguments, *work_ / "daemon", &*machine_ );
+   }
+   // As a crash ends it.
+   void kill() {
+      daemon_->signal( SIGKILL );
+      daemon_->wait();
    }
    std::string socket() const { return *work_ / "sock"; }
 
@@ -84,6 +94,12 @@ class RunningDaemonTest : public NetworkTest {
       auto const status = Json::parse( ctl( { "status", "--json", name } ).out, nullptr, false );
       return status.is_object() ? status[ "interfaces" ][ 0 ] : Json::object();
    }
+   // The newest record of a shutdown; an empty object before the first.
+   Json lastRecord( std::string const & name ) const {
+      auto const history = Json::parse( ctl( { "history", name, "--json" } ).out, nullptr, false );
+      return history.is_object() && !history[ "shutdowns" ].empty() ? history[ "shutdowns" ].back()
+                                                                    : Json::object();
+   }
    // Waits, with a generous timeout. Returns whether the interface became ready, or not ready for `why`.
    bool becomesReady( std::string const & name ) const {
       return eventually( [ & ] { return interface( name ).value( "ready", false ); } );
@@ -105,7 +121,7 @@ class RunningDaemonTest : public NetworkTest {
          if ( std::chrono::steady_clock::now() > end ) {
             return false;
          }
-         std::this_thread::sleep_for( std::chrono::milliseconds( 20 ) );
+         std::this_thread::sleep_for( std::chrono::milliseconds( 5 ) );
       }
       return true;
    }
@@ -114,7 +130,7 @@ class RunningDaemonTest : public NetworkTest {
    std::optional< TestNetNs > machine_;
    std::optional< TestNetNs > red_;
    std::optional< TestNetNs > neighbors_;
-   std::optional< Process > agent_;
+   std::optional< Process > daemon_;
 };
 
 } // namespace Valen::Test

@@ -1,5 +1,6 @@
 #include "tracking/AllVrfStatusLocalSm.h"
 
+#include "tests/support/FaultRecorder.h"
 #include "tests/support/LeakCheck.h"
 #include "tests/support/TraceCapture.h"
 
@@ -18,20 +19,6 @@ std::string const handleState = "void Valen::VrfStatusLocalSm::handleState()";
 std::string const handleChildDestruction = "void Valen::VrfStatusLocalSm::handleDestruction()";
 std::string const reinstantiating =
    "Reinstantiating the pointer interface where constructor parameter attribute ";
-
-// Records the faults that reach the framework.
-class FaultRecorder final : public Quill::FaultSink {
- public:
-   FaultRecorder() : old_( Quill::faultSinkIs( this ) ) {}
-   ~FaultRecorder() override { Quill::faultSinkIs( old_ ); }
-   void fault( Quill::Fault const & fault ) noexcept override {
-      messages.push_back( fault.message() );
-   }
-   std::vector< std::string > messages;
-
- private:
-   Quill::FaultSink * const old_;
-};
 
 class AllVrfStatusLocalSmTest : public testing::Test, protected Valen::Test::LeakCheck {
  protected:
@@ -52,7 +39,7 @@ class AllVrfStatusLocalSmTest : public testing::Test, protected Valen::Test::Lea
    Quill::Ptr< Ip::AllVrfStatusLocal > const statuses = Quill::make< Ip::AllVrfStatusLocal >();
    Quill::Ptr< AllVrf > const allVrf = allVrfFactory();
    Valen::Test::TraceCapture trace;
-   FaultRecorder faults;
+   Valen::Test::FaultRecorder faults;
    Quill::Ptr< AllVrfStatusLocalSm > sm;
 };
 
@@ -213,7 +200,7 @@ TEST_F( AllVrfStatusLocalSmTest, AnotherSetReplacesTheChildOldOneFirst ) {
    EXPECT_NE( allVrf->vrf( "red" ), old );
    EXPECT_EQ( allVrf->vrf( "red" )->vrfL3Intf(), set );
    EXPECT_EQ( sm->vrfStatusLocalSm( "red" )->vrfL3Intf(), set );
-   EXPECT_THAT( faults.messages, IsEmpty() );
+   EXPECT_THAT( faults.messages(), IsEmpty() );
    EXPECT_THAT( trace.texts(), ElementsAre( handleVrfL3Intf + ": vrf red", handleVrf + ": vrf red",
                                             handleVrf + ": adding VrfStatusLocalSm",
                                             handleVrf + ": removing stale vrfStatusLocalSm",
@@ -321,7 +308,7 @@ TEST_F( AllVrfStatusLocalSmTest, AnotherNamespaceInPlaceIsAFaultOfTheHandler ) {
    auto const record = allVrf->vrfIs( "red", "ns-old", Quill::Ptr< VrfL3Intf const >( set ) );
    status->stateIs( Ip::VrfState::active );
    EXPECT_EQ( allVrf->vrf( "red" ), record );
-   EXPECT_THAT( faults.messages,
+   EXPECT_THAT( faults.messages(),
                 ElementsAre( "fault in VrfStatusLocalSm on state: " + reinstantiating +
                              "_nsName has a different value of ns-red than the current value of "
                              "ns-old" ) );
@@ -335,7 +322,7 @@ TEST_F( AllVrfStatusLocalSmTest, AForeignRecordFailsTheConstructionOfTheChild ) 
    addStatus( "red", "ns-red" );
    EXPECT_FALSE( sm->vrfStatusLocalSm( "red" ) );
    EXPECT_EQ( allVrf->vrf( "red" )->vrfL3Intf(), otherSet );
-   EXPECT_THAT( faults.messages,
+   EXPECT_THAT( faults.messages(),
                 ElementsAre( "fault in AllVrfStatusLocalSm on vrf red: " + reinstantiating +
                              "_vrfL3Intf has a different value of " + Quill::display( set ) +
                              " than the current value of " + Quill::display( otherSet ) ) );

@@ -1,6 +1,8 @@
 // A server that answers calls of valend's methods as a test wants, and remembers them.
 #pragma once
 
+#include "tests/support/WorkDirectory.h"
+
 #include <cstring>
 #include <gtest/gtest.h>
 #include <map>
@@ -25,11 +27,10 @@ class FakeDaemon {
       bool operator==( Call const & ) const = default;
    };
 
-   FakeDaemon() : path_( ::testing::TempDir() + "valenctl-" + std::to_string( ::getpid() ) ) {
+   FakeDaemon() {
       sockaddr_un address{};
       address.sun_family = AF_UNIX;
       std::strcpy( address.sun_path, path_.c_str() );
-      ::unlink( path_.c_str() );
       listener_ = ::socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 );
       EXPECT_EQ( ::bind( listener_, reinterpret_cast< sockaddr * >( &address ), sizeof address ),
                  0 );
@@ -40,7 +41,6 @@ class FakeDaemon {
       ::shutdown( listener_, SHUT_RDWR ); // ends accept()
       thread_.join();
       ::close( listener_ );
-      ::unlink( path_.c_str() );
    }
    FakeDaemon( FakeDaemon const & ) = delete;
    FakeDaemon & operator=( FakeDaemon const & ) = delete;
@@ -125,7 +125,8 @@ class FakeDaemon {
       return true;
    }
 
-   std::string const path_;
+   Valen::Test::WorkDirectory const work_;
+   std::string const path_ = work_ / "socket";
    int listener_ = -1;
    int connection_ = -1;
    mutable std::mutex mutex_;

@@ -1,11 +1,11 @@
-// The agent's parts around the real library, on a kernel and a clock that are turned by hand.
+// The daemon's parts around the real library, on a fake kernel and a stepped clock.
 #pragma once
 
 #include "agent/RunnabilitySm.h"
 #include "tests/support/LeakCheck.h"
 #include "tests/support/RecordingRawTxPam.h"
 #include "tests/support/SteppedClock.h"
-#include "types/KernelNetInfo.h"
+#include "tests/valend/FakeKernel.h"
 #include "valend/base/Conditions.h"
 #include "valend/base/FaultLog.h"
 #include "valend/configuration/Feeder.h"
@@ -14,121 +14,18 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
-#include <cerrno>
-#include <map>
-
 namespace Valend::Test {
 
 using namespace std::chrono_literals;
 
-// Namespaces, devices and links, as the kernel would have them.
-class FakeKernel final : public LinkPort, public Namespaces, public Orrery::MountProvider {
- public:
-   explicit FakeKernel( Valen::Test::RecordingRawTxPams const & sent ) : sent_( sent ) {
-      netNsIs( "default", "1:1" );
-   }
-
-   void netNsIs( std::string const & name, std::string const & identity ) {
-      identities_[ name ] = identity;
-   }
-   void netNsDel( std::string const & name ) { identities_.erase( name ); }
-
-   void deviceIs( std::string const & netNs, std::string const & name, U32 ifIndex ) {
-      auto const entity = Quill::make< KernelNetInfo::Interface >( ifIndex );
-      entity->deviceNameIs( name );
-      status( netNs )->interfaceDel( ifIndex );
-      status( netNs )->interfaceAdd( entity );
-      devices_[ { netNs, name } ] = { ifIndex, true, true, 1500 };
-   }
-   void deviceDel( std::string const & netNs, std::string const & name ) {
-      auto const found = devices_.find( { netNs, name } );
-      auto const ifIndex = found->second.ifIndex;
-      devices_.erase( found );
-      status( netNs )->interfaceDel( ifIndex );
-   }
-   LinkDevice & at( std::string const & netNs, std::string const & name ) {
-      return devices_.at( { netNs, name } );
-   }
-
-   // What was done to links, in order: "down default/et1".
-   std::vector< std::string > actions;
-   int upIsErrno = 0; // every upIs fails with it
-   int upErrno = 0;   // every up() fails with it
-   U64 outstanding = 0;
-
-   std::optional< LinkDevice > device( LinkPlace const & place ) const override {
-      auto const found = devices_.find( place );
-      return found == devices_.end() ? std::nullopt : std::optional( found->second );
-   }
-   bool up( LinkPlace const & place ) override {
-      failIf( upErrno );
-      return require( place ).up;
-   }
-   void upIs( LinkPlace const & place, bool up ) override {
-      failIf( upIsErrno );
-      require( place ).up = up;
-      actions.push_back( ( up ? "up " : "down " ) + place.netNs + "/" + place.device );
-   }
-   Counters counters( std::string const & ) const override {
-      return { sent_.packets.size(), sent_.sends - sent_.packets.size() };
-   }
-   std::vector< RefusedPacket > refused( LinkPlace const & ) const override {
-      std::vector< RefusedPacket > refused;
-      for ( auto const packet : sent_.failedOfBurst ) {
-         refused.push_back( { packet, sent_.sendErrno, "Network is down" } );
-      }
-      return refused;
-   }
-   U64 resyncs() const override { return 3; }
-   U64 outstandingBytes( std::string const & ) const override { return outstanding; }
-
-   NamespaceView look( std::string const & name ) const override {
-      auto const found = identities_.find( name );
-      return found == identities_.end() ? NamespaceView{ "", "no namespace " + name, true }
-                                        : NamespaceView{ found->second, "", false };
-   }
-
-   Quill::Ptr< Quill::Entity > mount( std::string_view path ) override {
-      auto const netNs = path.substr( 7, path.size() - 7 - 7 ); // "kni/ns/NAME/status"
-      return status( std::string( netNs ) );
-   }
-   void unmount( std::string_view ) override {}
-
- private:
-   static void failIf( int number ) {
-      if ( number ) {
-         throw Quill::ErrnoException( "the kernel said " + std::to_string( number ), number );
-      }
-   }
-   LinkDevice & require( LinkPlace const & place ) {
-      auto const found = devices_.find( place );
-      if ( found == devices_.end() ) {
-         throw Quill::ErrnoException( "no device " + place.device, ENODEV );
-      }
-      return found->second;
-   }
-   Quill::Ptr< KernelNetInfo::Status > const & status( std::string const & netNs ) {
-      auto & status = statuses_[ netNs ];
-      if ( !status ) {
-         status = Quill::make< KernelNetInfo::Status >( Corvid::NamespaceName( netNs ) );
-      }
-      return status;
-   }
-
-   Valen::Test::RecordingRawTxPams const & sent_;
-   std::map< std::string, std::string > identities_;
-   std::map< LinkPlace, LinkDevice > devices_;
-   std::map< std::string, Quill::Ptr< KernelNetInfo::Status > > statuses_;
-};
-
-// A frame that is told from others by its last byte.
+// A frame that differs from others in its last byte.
 inline std::string frame( char last ) {
    return std::string( 13, 'h' ) + last;
 }
 
 class DaemonFixture : public ::testing::Test {
  protected:
-   // Shutdowns are written down in `stateDirectory`; nowhere when it is empty.
+   // Shutdowns are recorded in `stateDirectory`; not at all when it is empty.
    explicit DaemonFixture( std::string const & stateDirectory = "" )
        : kernel( sent ), feeder( store, kernel, clock.scheduler(), conditions ),
          faults( [ this ]( auto const & fault ) {
@@ -179,7 +76,7 @@ class DaemonFixture : public ::testing::Test {
       turn();
    }
 
-   // Runs posted work until there is none.
+   // Runs posted work until none is left.
    void turn() {
       while ( !work.empty() ) {
          work.run();

@@ -1,5 +1,7 @@
 #include "varlink/Client.h"
 
+#include "tests/support/WorkDirectory.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -15,10 +17,10 @@ namespace {
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 
-// A service that answers what the test tells it to, whatever it is asked.
+// A service that gives the answers of the test, regardless of the call.
 class ClientTest : public ::testing::Test {
  protected:
-   ClientTest() : path( ::testing::TempDir() + "varlink-" + std::to_string( ::getpid() ) ) {
+   ClientTest() {
       sockaddr_un address{};
       address.sun_family = AF_UNIX;
       std::strcpy( address.sun_path, path.c_str() );
@@ -32,7 +34,6 @@ class ClientTest : public ::testing::Test {
          service.join();
       }
       ::close( listener );
-      ::unlink( path.c_str() );
    }
 
    enum class Then { close, stay };
@@ -55,7 +56,8 @@ class ClientTest : public ::testing::Test {
    }
    static std::string message( Json const & json ) { return json.dump() + '\0'; }
 
-   std::string const path;
+   Valen::Test::WorkDirectory const work;
+   std::string const path = work / "socket";
    std::string asked;
    int listener = -1;
    std::thread service;

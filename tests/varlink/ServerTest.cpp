@@ -1,5 +1,7 @@
 #include "varlink/Server.h"
 
+#include "tests/support/WorkDirectory.h"
+
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
@@ -44,7 +46,6 @@ class EchoService final : public Service {
 
 class ServerTest : public ::testing::Test {
  protected:
-   ServerTest() : path( ::testing::TempDir() + "varlink-server-" + std::to_string( ::getpid() ) ) {}
    ~ServerTest() override {
       for ( auto const fd : clients ) {
          ::close( fd );
@@ -68,7 +69,7 @@ class ServerTest : public ::testing::Test {
          loop.turn( 0ms );
       }
    }
-   // Sends the bytes, whatever the socket takes, while the loop turns.
+   // Sends the bytes piece by piece, as the socket takes them, while the loop turns.
    void send( int fd, std::string_view bytes ) {
       for ( int tries = 0; !bytes.empty() && tries < 10'000; ++tries ) {
          auto const count = ::send( fd, bytes.data(), bytes.size(), MSG_NOSIGNAL );
@@ -102,7 +103,8 @@ class ServerTest : public ::testing::Test {
       return messages;
    }
 
-   std::string const path;
+   Valen::Test::WorkDirectory const work;
+   std::string const path = work / "socket";
    Valen::Linux::EventLoop loop;
    EchoService service;
    std::optional< Server > server;
@@ -435,7 +437,6 @@ TEST_F( ServerTest, AFileThatIsNotASocketIsLeftAlone ) {
       EXPECT_EQ( e.text(), path + " exists and is not a socket: Address already in use" );
    }
    EXPECT_TRUE( std::filesystem::exists( path ) );
-   std::filesystem::remove( path );
 }
 
 } // namespace

@@ -65,8 +65,8 @@ std::string VrfEntries::namespaceError( std::string const & vrf ) const {
       return std::string();
    }
    auto const & [ netNs, view, owner ] = found->second;
-   if ( !view.trouble.empty() || owner.empty() ) {
-      return view.trouble;
+   if ( !view.error.empty() || owner.empty() ) {
+      return view.error;
    }
    return "namespace \"" + netNs + "\" is already used by VRF \"" + owner + "\"";
 }

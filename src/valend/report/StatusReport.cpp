@@ -61,9 +61,9 @@ std::string StatusReport::whyNotReady( Settings::InterfaceConfig const & config,
    if ( !feeder_.config().hasFrames( config.name ) ) {
       return "no frames";
    }
-   auto const trouble = feeder_.vrfError( config.vrf );
-   if ( !trouble.empty() ) {
-      return feeder_.namespaceMissing( config.vrf ) ? "namespace missing" : trouble;
+   auto const error = feeder_.vrfError( config.vrf );
+   if ( !error.empty() ) {
+      return feeder_.namespaceMissing( config.vrf ) ? "namespace missing" : error;
    }
    return hasDevice ? "not ready yet" : "no device";
 }
@@ -91,9 +91,9 @@ Json StatusReport::requirements( Settings::InterfaceConfig const & config ) cons
    }
    add( "frames queued", !agents.empty(), agents.empty() ? "no agent has frames for it" : agents );
    auto const netNs = all.netNsOf( config.vrf );
-   auto const trouble = feeder_.vrfError( config.vrf );
-   add( "VRF ready", trouble.empty(),
-        trouble.empty() ? "VRF " + config.vrf + ", namespace " + netNs : trouble );
+   auto const error = feeder_.vrfError( config.vrf );
+   add( "VRF ready", error.empty(),
+        error.empty() ? "VRF " + config.vrf + ", namespace " + netNs : error );
    auto const found = device( config );
    add( "device present", found.has_value(),
         found ? config.device + ", index " + std::to_string( found->ifIndex )
@@ -187,7 +187,7 @@ Json StatusReport::vrfs() const {
 Json StatusReport::vrf( std::string const & name ) const {
    return { { "name", name },
             { "namespace", feeder_.config().netNsOf( name ) },
-            { "trouble", orNull( feeder_.vrfError( name ) ) } };
+            { "error", orNull( feeder_.vrfError( name ) ) } };
 }
 
 Json StatusReport::record( ShutdownRecord const & record ) {

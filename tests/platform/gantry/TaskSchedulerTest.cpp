@@ -1,8 +1,8 @@
 // The scheduler: which task runs when, and what handlers may do meanwhile.
 #include "platform/gantry/TaskScheduler.h"
 #include "platform/quill/Exception.h"
-#include "platform/quill/Fault.h"
 
+#include "tests/support/FaultRecorder.h"
 #include "tests/support/LeakCheck.h"
 #include "tests/support/OnChange.h"
 
@@ -25,19 +25,6 @@ class HandClock final : public Clock {
  public:
    Time now() const noexcept override { return time; }
    Time time = 1h;
-};
-
-class FaultRecorder final : public Quill::FaultSink {
- public:
-   FaultRecorder() : old_( Quill::faultSinkIs( this ) ) {}
-   ~FaultRecorder() override { Quill::faultSinkIs( old_ ); }
-   void fault( Quill::Fault const & fault ) noexcept override {
-      texts.push_back( fault.message() );
-   }
-   Names texts;
-
- private:
-   Quill::FaultSink * const old_;
 };
 
 // A task whose runs are noted by name and may do something more.
@@ -292,14 +279,14 @@ TEST_F( TaskSchedulerTest, SchedulerMayGoWithItsLastTaskInATurn ) {
 }
 
 TEST_F( TaskSchedulerTest, HandlerThatThrowsIsReportedAndTheOthersRun ) {
-   FaultRecorder faults;
+   Valen::Test::FaultRecorder faults;
    auto & one = timer( "one" );
    one.onRun = [] { throw std::runtime_error( "no more" ); };
    one.in( 1ms );
    timer( "two" ).in( 1ms );
    EXPECT_EQ( turn( 1ms ), 2u );
    EXPECT_THAT( ran, ElementsAre( "one", "two" ) );
-   EXPECT_THAT( faults.texts, ElementsAre( "fault in notifiee: no more" ) );
+   EXPECT_THAT( faults.messages(), ElementsAre( "fault in notifiee: no more" ) );
    EXPECT_FALSE( one.task->taskCurrentlyRunning() );
    one.onRun = nullptr;
    one.in( 0ns );

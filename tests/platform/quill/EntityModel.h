@@ -17,7 +17,7 @@ class Box final : public Quill::Entity {
    QUILL_PARAMETER( Quill::Name, name )
    QUILL_PARAMETER( U32, weight )
    QUILL_PARAMETER( Quill::Ptr< Box const >, lid )
-   QUILL_SINGLE( Quill::Ptr< Box >, neighbour )
+   QUILL_SINGLE( Quill::Ptr< Box >, neighbor )
 };
 
 class Shelf final : public Quill::Entity {

@@ -121,7 +121,7 @@ TEST_F( FaultTest, WorkUnderTheBoundaryReportsWhatItThrows ) {
 TEST_F( FaultTest, InstallingASinkReturnsTheOneBefore ) {
    Valen::Test::FaultRecorder inner;
    EXPECT_EQ( Quill::faultSinkIs( &inner ), &inner );
-   add( 'a' ).onNext = [] { throw std::runtime_error( "heard by the inner one" ); };
+   add( 'a' ).onNext = [] { throw std::runtime_error( "reported to the inner one" ); };
    widthIs( 1 );
    EXPECT_EQ( inner.faults().size(), 1 );
    EXPECT_EQ( recorder_.faults().size(), 0 );

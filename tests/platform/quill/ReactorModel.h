@@ -41,7 +41,7 @@ class Porter final : public Quill::Reactor {
    void handleWidth() { act( "width " + std::to_string( shelf_.get()->width() ) ); }
    void handleTag( Quill::Name tag ) { act( "tag " + tag.stdString() ); }
    void handleMessage( U32 position ) { act( "message " + std::to_string( position ) ); }
-   void handleNeighbour() { act( "neighbour" ); }
+   void handleNeighbor() { act( "neighbor" ); }
    void handleInitialized() {
       initialized_ = true;
       for ( auto const & tag : shelf_.get()->tag() ) {
@@ -66,7 +66,7 @@ class Porter final : public Quill::Reactor {
                  Quill::On< Shelf::tagAttr, &Porter::handleTag >,
                  Quill::On< Shelf::messageAttr, &Porter::handleMessage > >
       shelf_;
-   Quill::Watch< Porter, Box, Quill::On< Box::neighbourAttr, &Porter::handleNeighbour > > box_;
+   Quill::Watch< Porter, Box, Quill::On< Box::neighborAttr, &Porter::handleNeighbor > > box_;
 
  public:
    auto & shelfWatch() { return shelf_; }

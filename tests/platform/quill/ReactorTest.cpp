@@ -23,8 +23,8 @@ TEST_F( ReactorTest, HandlerOfTheChangedAttributeIsCalledWithItsKey ) {
    shelf_->widthIs( 3 );
    shelf_->tagIs( "red" );
    shelf_->messageEnq( "text" );
-   box_->neighbourIs( make< Box >( "other" ) );
-   EXPECT_EQ( story_.told(), "a width 3, a tag red, a message 0, a neighbour" );
+   box_->neighborIs( make< Box >( "other" ) );
+   EXPECT_EQ( story_.told(), "a width 3, a tag red, a message 0, a neighbor" );
 }
 
 TEST_F( ReactorTest, AttributeWithoutAHandlerCallsNone ) {
@@ -62,14 +62,14 @@ TEST_F( ReactorTest, WatchGivesAndKeepsWhatItWatches ) {
 TEST_F( ReactorTest, WatchMayBeginWithNothingAndMove ) {
    auto const porter = make< Porter >( 'a', story_, shelf_, nullptr );
    EXPECT_EQ( porter->boxWatch().get(), nullptr );
-   box_->neighbourIs( box_ );
+   box_->neighborIs( box_ );
    EXPECT_EQ( story_.told(), "" );
    porter->boxWatch().notifierIs( box_ );
-   box_->neighbourIs( nullptr );
-   EXPECT_EQ( story_.told(), "a neighbour" );
+   box_->neighborIs( nullptr );
+   EXPECT_EQ( story_.told(), "a neighbor" );
    porter->boxWatch().notifierIs( nullptr );
-   box_->neighbourIs( box_ );
-   box_->neighbourIs( nullptr );
+   box_->neighborIs( box_ );
+   box_->neighborIs( nullptr );
    EXPECT_EQ( story_.told(), "" );
 }
 
@@ -81,11 +81,11 @@ TEST_F( ReactorTest, SwitchedOffReactorIsNotNotifiedByAnyWatchUntilItIsOnAgain )
    EXPECT_FALSE( porter.shelfWatch().hasNotificationActive() );
    EXPECT_TRUE( shelf_->hasNotifiees() ) << "it stays registered";
    shelf_->widthIs( 1 );
-   box_->neighbourIs( box_ );
+   box_->neighborIs( box_ );
    EXPECT_EQ( story_.told(), "" );
    porter.hasNotificationActiveIs( true );
-   box_->neighbourIs( nullptr );
-   EXPECT_EQ( widthIs( 2 ), "a neighbour, a width 2" );
+   box_->neighborIs( nullptr );
+   EXPECT_EQ( widthIs( 2 ), "a neighbor, a width 2" );
 }
 
 TEST_F( ReactorTest, SwitchThatDoesNotChangeLeavesEachWatchAsItIs ) {
@@ -132,7 +132,7 @@ TEST_F( ReactorTest, ZombieStaysSilentInEitherPositionOfTheSwitch ) {
 
 // A watch that a reactor makes later takes over the reactor's state.
 TEST_F( ReactorTest, LaterWatchIsAsSilentAsItsReactor ) {
-   using BoxWatch = Quill::Watch< Porter, Box, On< Box::neighbourAttr, &Porter::handleNeighbour > >;
+   using BoxWatch = Quill::Watch< Porter, Box, On< Box::neighborAttr, &Porter::handleNeighbor > >;
    auto & porter = add( 'a' );
    porter.hasNotificationActiveIs( false );
    EXPECT_FALSE( BoxWatch( porter, box_ ).hasNotificationActive() );
@@ -146,7 +146,7 @@ TEST_F( ReactorTest, LaterWatchIsAsSilentAsItsReactor ) {
 // A reactor may destroy its watches in any order.
 TEST_F( ReactorTest, WatchThatEndsLeavesTheOthersSwitchable ) {
    using BoxWatch =
-      Quill::Watch< Porter, Box, Quill::On< Box::neighbourAttr, &Porter::handleNeighbour > >;
+      Quill::Watch< Porter, Box, Quill::On< Box::neighborAttr, &Porter::handleNeighbor > >;
    auto & porter = add( 'a' );
    auto first = std::make_unique< BoxWatch >( porter, box_ );
    auto second = std::make_unique< BoxWatch >( porter, box_ );
@@ -176,11 +176,11 @@ TEST_F( ReactorTest, ReactorRetiredInItsHandlerIsSilencedAtOnceAndDestroyedWhenI
       retire( 'a' );
       EXPECT_EQ( porters_.count(), 1 ) << "its owner has removed it";
       EXPECT_TRUE( a.shelfWatch().isZombie() );
-      box_->neighbourIs( box_ ); // notifies b only
-      box_->neighbourIs( nullptr );
+      box_->neighborIs( box_ ); // notifies b only
+      box_->neighborIs( nullptr );
       story_.add( "handler ends" );
    };
-   EXPECT_EQ( widthIs( 1 ), "a width 1, b neighbour, b neighbour, handler ends, -a, b width 1" );
+   EXPECT_EQ( widthIs( 1 ), "a width 1, b neighbor, b neighbor, handler ends, -a, b width 1" );
    EXPECT_EQ( widthIs( 2 ), "b width 2" );
 }
 

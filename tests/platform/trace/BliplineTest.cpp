@@ -9,6 +9,7 @@
 #include <cstring>
 #include <deque>
 #include <random>
+#include <sched.h>
 
 #include <sys/mman.h>
 #include <sys/wait.h>
@@ -414,7 +415,7 @@ class WritingProcess {
          write();
       }
       while ( tail() == 0 ) { // until it has wrapped
-         ::usleep( 100 );
+         ::sched_yield();
       }
    }
    ~WritingProcess() {

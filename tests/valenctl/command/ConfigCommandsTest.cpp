@@ -1,6 +1,6 @@
+#include "tests/support/WorkDirectory.h"
 #include "tests/valenctl/CommandLine.h"
 
-#include <cstdio>
 #include <fstream>
 
 namespace Valenctl::Test {
@@ -11,8 +11,6 @@ using ::testing::StartsWith;
 
 class ConfigCommandsTest : public CommandLine {
  protected:
-   ~ConfigCommandsTest() override { std::remove( file.c_str() ); }
-
    Exit check( std::string const & config, Words const & more = {} ) {
       std::ofstream( file ) << config;
       Words words{ "config", "check", file };
@@ -20,7 +18,8 @@ class ConfigCommandsTest : public CommandLine {
       return run( words );
    }
 
-   std::string const file = ::testing::TempDir() + "valenctl-config.yaml";
+   Valen::Test::WorkDirectory const work;
+   std::string const file = work / "valen.yaml";
 };
 
 TEST_F( ConfigCommandsTest, AValidConfigurationIsSummarized ) {

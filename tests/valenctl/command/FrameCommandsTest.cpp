@@ -1,9 +1,7 @@
 // Where built frames go. How each kind is built is for FrameKindsTest, and what is in the frames for
 // tests/goodbye.
+#include "tests/support/WorkDirectory.h"
 #include "tests/valenctl/CommandLine.h"
-
-#include <cstdio>
-#include <fstream>
 
 namespace Valenctl::Test {
 namespace {
@@ -41,14 +39,11 @@ TEST_F( FrameCommandsTest, ConfigurationNamesTheInterfaceAndTheStandard ) {
 }
 
 TEST_F( FrameCommandsTest, ACaptureFileIsWritten ) {
-   auto const file = ::testing::TempDir() + "valenctl-frame.pcap";
-   EXPECT_EQ( frame( { "--pcap", file } ), Exit::done );
+   Valen::Test::WorkDirectory const work;
+   EXPECT_EQ( frame( { "--pcap", work / "frame.pcap" } ), Exit::done );
    EXPECT_EQ( out, "" );
-   std::stringstream content;
-   content << std::ifstream( file, std::ios::binary ).rdbuf();
-   std::remove( file.c_str() );
    EXPECT_EQ( frame( { "--pcap", "-" } ), Exit::done );
-   EXPECT_EQ( out.size(), content.str().size() );
+   EXPECT_EQ( out.size(), work.content( "frame.pcap" ).size() ) << "only the time differs";
    EXPECT_THAT( out, StartsWith( "\xa1\xb2\xc3\xd4" ) );
 }
 

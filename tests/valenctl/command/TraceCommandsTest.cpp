@@ -1,6 +1,7 @@
 #include "platform/trace/Blipline.h"
 #include "platform/trace/BliplineFormat.h"
 #include "platform/trace/Trace.h"
+#include "tests/support/WorkDirectory.h"
 #include "tests/valenctl/CommandLine.h"
 
 #include <cstdio>
@@ -14,8 +15,6 @@ using ::testing::MatchesRegex;
 
 class TraceCommandsTest : public CommandLine {
  protected:
-   ~TraceCommandsTest() override { std::remove( file.c_str() ); }
-
    static Json answer( char const * text ) {
       return { { "lines",
                  { { { "timeNs", 1'700'000'000'123'456'789u },
@@ -35,7 +34,8 @@ class TraceCommandsTest : public CommandLine {
                  static_cast< std::streamsize >( bytes.size() ) );
    }
 
-   std::string const file = ::testing::TempDir() + "valenctl-ring";
+   Valen::Test::WorkDirectory const work;
+   std::string const file = work / "ring";
    std::string const line = "2023-11-14T22:13:20.123456Z ConfigSm/1 ";
 };
 

@@ -1,4 +1,4 @@
-// The control API's methods around the daemon's parts, on a kernel and a clock turned by hand.
+// The control API's methods around the daemon's parts, on a fake kernel and a stepped clock.
 #pragma once
 
 #include "tests/valend/DaemonFixture.h"
@@ -7,13 +7,13 @@
 
 namespace Valend::Test {
 
-// What the methods answer must be as the API's description has it.
+// What the methods answer must match the API's description.
 inline Varlink::Description const & described() {
    static Varlink::Description const description( daemonDescription );
    return description;
 }
 
-// The answers that one call got.
+// The answers to one call.
 class Answers final : public Varlink::Replies {
  public:
    // `method` is qualified.

@@ -134,7 +134,7 @@ TEST_F( ApiTest, ParametersAreCheckedBeforeTheMethodRuns ) {
    Varlink::Caller const reader{ 1000, 1, { 4001 } };
    EXPECT_THAT( callAs( reader, "org.valen.daemon.Shutdown", { { "force", true } } )->error(),
                 HasSubstr( "PermissionDenied" ) )
-      << "who may not call learns nothing of the parameters";
+      << "a caller without permission learns nothing about the parameters";
 }
 
 } // namespace

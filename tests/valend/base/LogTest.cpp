@@ -24,7 +24,7 @@ TEST( LogTest, AValueOfSeveralLinesComesAfterItsLength ) {
 }
 
 TEST( LogTest, AMessageArrivesAsOneDatagram ) {
-   Valend::Test::WorkDirectory const work;
+   Valen::Test::WorkDirectory const work;
    auto const path = work / "socket";
    sockaddr_un address{};
    address.sun_family = AF_UNIX;

@@ -10,7 +10,7 @@ namespace {
 QUILL_TRACE_UNIT( "TraceHubTest" )
 
 TEST( TraceHubTest, AReopenedFileIsANewOneAfterTheOldOneWasMovedAside ) {
-   Valend::Test::WorkDirectory const directory;
+   Valen::Test::WorkDirectory const directory;
    Gantry::WorkQueue work;
    Settings::ProcessConfig config;
    config.valueIs( "trace.file", directory / "trace" );

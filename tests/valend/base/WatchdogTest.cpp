@@ -18,7 +18,7 @@ using namespace std::chrono_literals;
 
 class WatchdogTest : public ::testing::Test {
  protected:
-   // Stands in for the service manager, at an abstract name.
+   // Replaces the service manager, at an abstract name.
    WatchdogTest() : manager( ::socket( AF_UNIX, SOCK_DGRAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0 ) ) {
       auto const name = "@valen-watchdog-" + std::to_string( ::getpid() );
       sockaddr_un address{};
@@ -34,8 +34,8 @@ class WatchdogTest : public ::testing::Test {
       }
    }
 
-   // What the manager heard since it was asked last.
-   std::string heard() const {
+   // What the manager has received since the last call.
+   std::string received() const {
       char buffer[ 256 ];
       std::string all;
       for ( ssize_t size = 0; ( size = ::recv( manager.get(), buffer, sizeof buffer, 0 ) ) > 0; ) {
@@ -53,18 +53,18 @@ TEST_F( WatchdogTest, TellsTwiceInTheTimeThatTheManagerWaits ) {
    Watchdog const watchdog( clock.scheduler() );
    EXPECT_EQ( watchdog.period(), 5s );
    clock.advance( 4999ms );
-   EXPECT_EQ( heard(), "" );
+   EXPECT_EQ( received(), "" );
    clock.advance( 1ms );
-   EXPECT_EQ( heard(), "WATCHDOG=1;" );
+   EXPECT_EQ( received(), "WATCHDOG=1;" );
    clock.advance( 10s );
-   EXPECT_EQ( heard(), "WATCHDOG=1;WATCHDOG=1;" );
+   EXPECT_EQ( received(), "WATCHDOG=1;WATCHDOG=1;" );
 }
 
 TEST_F( WatchdogTest, IsSilentWhenNobodyListens ) {
    Watchdog const watchdog( clock.scheduler() );
    EXPECT_EQ( watchdog.period(), std::nullopt );
    clock.advance( 1h );
-   EXPECT_EQ( heard(), "" );
+   EXPECT_EQ( received(), "" );
 }
 
 TEST_F( WatchdogTest, IsSilentWhenAnotherProcessIsMeant ) {

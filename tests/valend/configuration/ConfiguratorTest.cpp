@@ -9,10 +9,10 @@
 namespace Valend {
 namespace {
 
-using Test::WorkDirectory;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using Valen::Test::WorkDirectory;
 
 class ConfiguratorTest : public ::testing::Test {
  protected:

@@ -7,10 +7,10 @@
 namespace Valend {
 namespace {
 
-using Test::WorkDirectory;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
+using Valen::Test::WorkDirectory;
 using Lifetime = Publications::Lifetime;
 using Message = Publications::Message;
 
@@ -39,7 +39,7 @@ TEST_F( PublishedFileTest, WithoutAFileNothingIsRestored ) {
 }
 
 TEST_F( PublishedFileTest, FramesThatAreBoundToAConnectionAreNotSaved ) {
-   directory.folder( "state" );
+   directory.directory( "state" );
    PublishedFile( directory / "state", conditions )
       .write( { message( "bound", Lifetime::connection ), message( "lldp", Lifetime::kept ) } );
    auto const kept = readAgain();
@@ -51,7 +51,7 @@ TEST_F( PublishedFileTest, FramesThatAreBoundToAConnectionAreNotSaved ) {
 }
 
 TEST_F( PublishedFileTest, WithdrawnFramesAreNotRestored ) {
-   directory.folder( "state" );
+   directory.directory( "state" );
    PublishedFile file( directory / "state", conditions );
    file.write( { message( "lldp", Lifetime::kept ) } );
    file.write( {} );
@@ -80,7 +80,7 @@ TEST_F( PublishedFileTest, AWriteErrorIsAConditionUntilAWriteSucceeds ) {
    EXPECT_TRUE( conditions.isRaised( "published-frames" ) );
    EXPECT_THAT( logged, ElementsAre( error ) ) << "one error is logged once";
 
-   directory.folder( "state" );
+   directory.directory( "state" );
    file.write( { message( "radv", Lifetime::kept ) } );
    EXPECT_FALSE( conditions.isRaised( "published-frames" ) );
    EXPECT_THAT( logged, ElementsAre( error, "published-frames: recovered" ) );
@@ -88,7 +88,7 @@ TEST_F( PublishedFileTest, AWriteErrorIsAConditionUntilAWriteSucceeds ) {
 }
 
 TEST_F( PublishedFileTest, AFileThatIsUpToDateIsNotWritten ) {
-   directory.folder( "state" );
+   directory.directory( "state" );
    PublishedFile file( directory / "state", conditions );
    file.write( { message( "lldp", Lifetime::kept ) } );
    directory.remove( "state/published" );

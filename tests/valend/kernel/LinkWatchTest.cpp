@@ -1,4 +1,4 @@
-// Links that somebody else sets down: how they are heard of, and what is made of it.
+// Links that are set down outside valend, and how they are reported.
 #include "valend/kernel/LinkWatch.h"
 
 #include "tests/support/WorkDirectory.h"

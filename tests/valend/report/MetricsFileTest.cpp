@@ -10,7 +10,7 @@ namespace Valend {
 namespace {
 
 using namespace std::chrono_literals;
-using Test::WorkDirectory;
+using Valen::Test::WorkDirectory;
 
 class MetricsFileTest : public ::testing::Test {
  protected:
@@ -71,14 +71,14 @@ TEST_F( MetricsFileTest, ItIsRemovedAtTheEnd ) {
 }
 
 TEST_F( MetricsFileTest, AFileThatCannotBeWrittenIsAConditionUntilItCan ) {
-   MetricsFile file( work / "folder/valen.prom", text, conditions, clock.scheduler() );
+   MetricsFile file( work / "later/valen.prom", text, conditions, clock.scheduler() );
    clock.advance( 1s );
-   EXPECT_EQ( condition(), "metrics-file: cannot write " + ( work / "folder/valen.prom.new" ) +
+   EXPECT_EQ( condition(), "metrics-file: cannot write " + ( work / "later/valen.prom.new" ) +
                               ": No such file or directory" );
-   work.folder( "folder" );
+   work.directory( "later" );
    clock.advance( 15s );
    EXPECT_EQ( condition(), "" );
-   EXPECT_EQ( work.content( "folder/valen.prom" ), "text 2\n" );
+   EXPECT_EQ( work.content( "later/valen.prom" ), "text 2\n" );
 }
 
 TEST_F( MetricsFileTest, AFullDiskLeavesThePreviousFile ) {

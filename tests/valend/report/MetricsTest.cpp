@@ -17,7 +17,7 @@ using ::testing::HasSubstr;
 using ::testing::Not;
 
 std::string parsed( std::string const & text ) {
-   WorkDirectory const work;
+   Valen::Test::WorkDirectory const work;
    work.write( "text", text );
    return Valen::Test::parsedMetrics( work / "text" );
 }

@@ -83,10 +83,10 @@ TEST_F( StatusReportTest, WhyAnInterfaceIsNotReadyIsSaid ) {
    feeder.namespaceChanged( "ns-red" );
    EXPECT_EQ( of( "Ethernet2" )[ "notReady" ],
               "namespace \"ns-red\" is already used by VRF \"default\"" );
-   EXPECT_EQ( vrfs()[ 1 ][ "trouble" ], "namespace \"ns-red\" is already used by VRF \"default\"" );
+   EXPECT_EQ( vrfs()[ 1 ][ "error" ], "namespace \"ns-red\" is already used by VRF \"default\"" );
    EXPECT_EQ(
       vrfs()[ 0 ],
-      ( Json{ { "name", "default" }, { "namespace", "default" }, { "trouble", nullptr } } ) );
+      ( Json{ { "name", "default" }, { "namespace", "default" }, { "error", nullptr } } ) );
 }
 
 TEST_F( StatusReportTest, FramesThatTheDeviceCannotTakeAreFlaggedOnceItIsKnown ) {

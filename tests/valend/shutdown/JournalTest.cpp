@@ -11,12 +11,12 @@ namespace Valend {
 namespace {
 
 using namespace std::chrono_literals;
-using Test::WorkDirectory;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using Valen::Test::WorkDirectory;
 using Ending = ShutdownRecord::Ending;
 
-// No file of this process grows past `bytes` while it lives.
+// No file of this process grows past `bytes` while it exists.
 class FileSizeLimit {
  public:
    explicit FileSizeLimit( std::size_t bytes ) : handler_( std::signal( SIGXFSZ, SIG_IGN ) ) {
@@ -191,7 +191,7 @@ TEST_F( JournalTest, AFileThatIsNotAJournalIsSetAside ) {
 }
 
 TEST_F( JournalTest, ADirectoryOfTheFilesNameIsSetAside ) {
-   work.folder( "state/shutdowns" );
+   work.directory( "state/shutdowns" );
    open();
    EXPECT_THAT( damages, ElementsAre( "cannot read " + file + ": File too large; moved to " + file +
                                       ".damaged" ) );
@@ -202,7 +202,7 @@ TEST_F( JournalTest, ADirectoryOfTheFilesNameIsSetAside ) {
 
 TEST_F( JournalTest, AFileThatCannotBeSetAsideIsReported ) {
    work.write( "state/shutdowns", "root:x:0:0\n" );
-   work.folder( "state/shutdowns.damaged/occupied" );
+   work.directory( "state/shutdowns.damaged/occupied" );
    open();
    EXPECT_THAT( damages, ElementsAre( file + " is not a journal of shutdowns; cannot move it to " +
                                       file + ".damaged: Is a directory" ) );

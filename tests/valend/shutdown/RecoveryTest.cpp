@@ -39,7 +39,7 @@ class RecoveryTest : public ::testing::Test {
       return endings;
    }
 
-   WorkDirectory work;
+   Valen::Test::WorkDirectory work;
    Conditions conditions{ []( LogLevel, auto const & ) {} };
    std::optional< Journal > journal;
 };

@@ -66,7 +66,7 @@ class ResumeTest : public ::testing::Test {
       work.write( "shutdowns", content.substr( 0, end ) );
    }
 
-   WorkDirectory work;
+   Valen::Test::WorkDirectory work;
    std::string const directory = work / "";
 };
 

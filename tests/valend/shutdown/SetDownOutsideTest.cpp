@@ -1,4 +1,4 @@
-// Links that are set down outside valend: how they are told from valend's own changes, and recorded.
+// Links that are set down outside valend: how they are distinguished from valend's own changes, and recorded.
 #include "tests/support/WorkDirectory.h"
 #include "tests/valend/DaemonFixture.h"
 
@@ -13,16 +13,16 @@ using Ending = ShutdownRecord::Ending;
 
 class SetDownOutsideTest : public DaemonFixture {
  protected:
-   SetDownOutsideTest() : DaemonFixture( stateFolder() ) {
+   SetDownOutsideTest() : DaemonFixture( stateDirectory() ) {
       start( twoInterfaces() );
       controller.resume( recover( journal ) );
       seen( "et1", true );
    }
-   static WorkDirectory const & work() {
-      static WorkDirectory const folder;
-      return folder;
+   static Valen::Test::WorkDirectory const & work() {
+      static Valen::Test::WorkDirectory const directory;
+      return directory;
    }
-   static std::string stateFolder() {
+   static std::string stateDirectory() {
       work().remove( "shutdowns" );
       return work() / "";
    }

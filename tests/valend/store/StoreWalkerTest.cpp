@@ -20,7 +20,7 @@ class StoreWalkerTest : public DaemonFixture {
    }
 };
 
-TEST_F( StoreWalkerTest, TheWholeStoreIsAnObjectOfItsFolders ) {
+TEST_F( StoreWalkerTest, TheWholeStoreIsAnObjectOfItsDirectories ) {
    auto const whole = show( "" );
    EXPECT_EQ( whole[ "status" ][ "agentActive" ], true );
    EXPECT_EQ( whole[ "config" ][ "valen" ][ "globalConfig" ], "-> Valen::Config::GlobalConfig" );

@@ -1,4 +1,4 @@
-// The service manager's end of the words that the agent has for it.
+// The service manager's end of its notification socket.
 #pragma once
 
 #include "linux/Fd.h"
@@ -24,7 +24,7 @@ class NotifySocket {
    }
 
    std::string const & path() const { return path_; }
-   // The next words, which are waited for.
+   // Waits for the next notification.
    std::string received() const {
       char text[ 200 ];
       pollfd ready{ fd_.get(), POLLIN, 0 };

@@ -1,0 +1,114 @@
+// The daemon's view of the kernel, in namespaces of the test.
+#include "valend/kernel/KernelLinks.h"
+
+#include "tests/linux/TestNetwork.h"
+
+#include <gmock/gmock.h>
+
+#include <cerrno>
+
+namespace Valend {
+namespace {
+
+using ::testing::HasSubstr;
+using Valen::Test::TestNetNs;
+
+class KernelLinksTest : public Valen::Test::NetworkTest {
+ protected:
+   void SetUp() override {
+      NetworkTest::SetUp();
+      if ( IsSkipped() ) {
+         return;
+      }
+      red.emplace();
+      far.emplace();
+      red->veth( "et1", *far, "far1" );
+   }
+   // Watches `red`, and waits until et1 is reported.
+   void watch() {
+      links.netNssAre( { red->text() } );
+      ASSERT_TRUE( turnUntil( [ this ] { return links.device( et1() ).has_value(); } ) );
+   }
+   LinkPlace et1() const { return { red->text(), "et1" }; }
+   // The text and number of the error when the link is set down.
+   std::pair< std::string, int > errorOf( LinkPlace const & place ) {
+      try {
+         links.upIs( place, false );
+      } catch ( Quill::ErrnoException const & e ) {
+         return { e.text(), e.number() };
+      }
+      return {};
+   }
+   std::string mountPath() const {
+      return Valen::Linux::KernelNetInfoProvider::path( red->name() );
+   }
+
+   std::optional< TestNetNs > red;
+   std::optional< TestNetNs > far;
+   Conditions conditions{ []( auto, auto const & ) {} };
+   Valen::Linux::PacketEndpointProvider endpoints;
+   KernelLinks links{ loop_, Valen::Linux::NetNsDirectories(), endpoints, conditions };
+};
+
+TEST_F( KernelLinksTest, ALinkIsSetDownAndUp ) {
+   watch();
+   EXPECT_EQ( links.device( et1() )->ifIndex, red->index( "et1" ) );
+   EXPECT_EQ( links.device( et1() )->mtu, 1500u );
+   EXPECT_TRUE( links.up( et1() ) );
+   links.upIs( et1(), false );
+   EXPECT_FALSE( links.up( et1() ) );
+   EXPECT_TRUE( turnUntil( [ this ] { return !links.device( et1() )->up; } ) );
+   links.upIs( et1(), true );
+   EXPECT_TRUE( links.up( et1() ) );
+}
+
+TEST_F( KernelLinksTest, ADeviceThatDoesNotExistIsAnErrorThatNamesIt ) {
+   watch();
+   auto const [ text, number ] = errorOf( { red->text(), "et9" } );
+   EXPECT_EQ( text, "no device \"et9\" in namespace \"" + red->text() + "\"" );
+   EXPECT_EQ( number, ENODEV );
+   EXPECT_THAT( errorOf( { "elsewhere", "et1" } ).first,
+                HasSubstr( ": the namespace is not watched" ) );
+}
+
+TEST_F( KernelLinksTest, ALinkSetDownOutsideValendIsReported ) {
+   std::vector< bool > seen;
+   links.seenIs( [ & ]( LinkPlace const & place, std::optional< bool > up ) {
+      if ( place == et1() ) {
+         seen.push_back( up.value_or( false ) );
+      }
+   } );
+   watch();
+   red->ip( "link set et1 down" );
+   EXPECT_TRUE( turnUntil( [ & ] { return seen == std::vector{ true, false }; } ) );
+}
+
+TEST_F( KernelLinksTest, ANamespaceIsWatchedWhileTheDaemonOrTheLibraryNeedsIt ) {
+   watch();
+   EXPECT_TRUE( links.mount( mountPath() ) );
+   links.netNssAre( {} );
+   EXPECT_TRUE( links.device( et1() ) ) << "the library needs it";
+   links.unmount( mountPath() );
+   EXPECT_FALSE( links.device( et1() ) ) << "neither does";
+
+   links.mount( mountPath() );
+   links.netNssAre( { red->text() } );
+   links.unmount( mountPath() );
+   EXPECT_TRUE( turnUntil( [ this ] { return links.device( et1() ).has_value(); } ) )
+      << "the daemon needs it";
+}
+
+TEST_F( KernelLinksTest, ANamespaceIsIdentifiedOrSaidToBeMissing ) {
+   auto const before = links.look( red->text() );
+   EXPECT_NE( before.identity, "" );
+   EXPECT_NE( before.identity, links.look( "default" ).identity );
+   red->destroy();
+   auto const gone = links.look( red->text() );
+   EXPECT_EQ( gone.identity, "" );
+   EXPECT_TRUE( gone.missing );
+   EXPECT_THAT( gone.error, HasSubstr( red->text() ) );
+   red->create();
+}
+
+} // namespace
+} // namespace Valend
