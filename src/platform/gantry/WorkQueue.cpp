@@ -28,7 +28,8 @@ void WorkQueue::run( Entry const & entry ) {
 }
 
 PostedWork::PostedWork( WorkQueue & queue, std::string name )
-    : queue_( queue ), owner_( std::make_shared< WorkQueue::Owner const >( std::move( name ) ) ) {}
+    : queue_( queue ), owner_( std::make_shared< WorkQueue::Owner const >(
+                          WorkQueue::Owner{ std::move( name ) } ) ) {}
 
 void PostedWork::post( WorkQueue::Work work ) {
    queue_.entries_.push_back( { std::move( work ), true, owner_ } );
