@@ -4,6 +4,18 @@
 
 namespace Quill {
 
+template <> void Ptr< Entity const >::inc() const noexcept {
+   if ( object_ ) {
+      object_->refInc();
+   }
+}
+
+template <> void Ptr< Entity const >::dec() const noexcept {
+   if ( object_ ) {
+      object_->refDec();
+   }
+}
+
 void NotifieeBase::watch( Ptr< Entity const > entity ) noexcept {
    if ( watched_ ) {
       watched_->notifiees_.remove( *this );

@@ -13,6 +13,10 @@ namespace Quill {
 
 class Entity;
 
+// Counted out of line, for Entity is incomplete wherever this header stands alone.
+template <> void Ptr< Entity const >::inc() const noexcept;
+template <> void Ptr< Entity const >::dec() const noexcept;
+
 // Nothing (an absent value), a bool, an integer, a number, bytes, or a handle to another entity.
 // Names and values of other types appear as their display form.
 using Value = std::variant< std::monostate, bool, S64, double, String, Ptr< Entity const > >;
