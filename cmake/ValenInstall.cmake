@@ -41,7 +41,9 @@ install( FILES packaging/systemd/valen.sysusers DESTINATION lib/sysusers.d RENAM
    COMPONENT daemon )
 install( FILES packaging/valen.yaml DESTINATION "${etc}/valen" COMPONENT daemon )
 install( DIRECTORY DESTINATION "${etc}/valen/conf.d" COMPONENT daemon )
-install( PROGRAMS packaging/hooks/ifupdown RENAME valen
-   DESTINATION "${etc}/network/if-pre-down.d" COMPONENT daemon )
+foreach( directory if-down.d if-pre-down.d ) # ifupdown's and ifupdown2's; the hook acts in one of them
+   install( PROGRAMS packaging/hooks/ifupdown RENAME valen
+      DESTINATION "${etc}/network/${directory}" COMPONENT daemon )
+endforeach()
 install( PROGRAMS packaging/hooks/networkmanager RENAME valen
    DESTINATION lib/NetworkManager/dispatcher.d/pre-down.d COMPONENT daemon )
