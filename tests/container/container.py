@@ -53,27 +53,36 @@ class Container:
         self.leader = None
 
     def boot(self):
-        """Starts systemd, and returns when it has started all units."""
-        command = ["systemd-nspawn", "--quiet", f"--directory={self.root}", "--boot", "--register=no", "--keep-unit",
-                   "--machine=valen-test", f"--network-namespace-path=/run/netns/{self.namespace}",
-                   "--capability=CAP_NET_ADMIN", "--resolv-conf=off", "--timezone=off", "--console=pipe"]
+        """Starts systemd, and returns when it has started all units. A reboot ends it; start it again."""
+        # Not --network-namespace-path: it would show the devices of this namespace in /sys.
+        command = ["nsenter", f"--net=/run/netns/{self.namespace}", "systemd-nspawn", "--quiet",
+                   f"--directory={self.root}", "--boot", "--register=no", "--keep-unit",
+                   "--machine=valen-test", "--capability=CAP_NET_ADMIN", "--resolv-conf=off", "--timezone=off", "--console=pipe"]
         command += [f"--bind-ro={source}:{target}" for source, target in self.binds]
-        with open(self.console, "wb") as console:
+        with open(self.console, "ab") as console:
             self.nspawn = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=console, stderr=console)
-        self.wait_booted()
+        self.leader = wait_until("the container boots", self._booted, 60)
 
-    def wait_booted(self):
-        """Returns when a systemd other than the last one has started all units."""
-        def booted():
-            if self.nspawn.poll() is not None:
-                with open(self.console, encoding="utf-8", errors="replace") as console:
-                    raise Failed(f"systemd-nspawn ended with {self.nspawn.returncode}:\n{console.read()}")
-            for child in children(self.nspawn.pid):
-                if child != self.leader and self.run("systemctl is-system-running", child).output.strip() in (
-                        "running", "degraded"):
-                    return child
-            return None
-        self.leader = wait_until("the container boots", booted, 60)
+    def _booted(self):
+        """The first process of the container, if all units have been started."""
+        self.expect_running()
+        for child in children(self.nspawn.pid):
+            state = self.run("systemctl is-system-running", child).output.strip()
+            if state in ("running", "degraded"):
+                return child
+        return None
+
+    def expect_running(self):
+        """Fails if the container has ended."""
+        if self.nspawn.poll() is not None:
+            with open(self.console, encoding="utf-8", errors="replace") as console:
+                raise Failed(f"systemd-nspawn ended with {self.nspawn.returncode}:\n{console.read()}")
+
+    def wait_ended(self, status):
+        """Returns when the container has ended: 0 is a power-off, 133 a reboot."""
+        ended = wait_until("the container ends", lambda: self.nspawn.poll() is not None and [self.nspawn.poll()], 60)
+        if ended != [status]:
+            raise Failed(f"systemd-nspawn ended with {ended[0]}, expected {status}")
 
     def run(self, script, leader=None, timeout=90):
         """Runs the script with bash in the container."""
@@ -103,10 +112,6 @@ class Container:
     def log(self, *matches):
         """The lines of the journal that match."""
         return self.must("journalctl --quiet --output=cat --no-pager " + " ".join(map(shlex.quote, matches)))
-
-    def wait_ended(self):
-        """Returns when the container has powered off."""
-        wait_until("the container powers off", lambda: self.nspawn.poll() is not None, 60)
 
 
 def children(pid):

@@ -1,5 +1,6 @@
 """The container with Valen installed in it, in the words of its operator."""
 import json
+import re
 
 from container import wait_until
 from tap import expect
@@ -40,16 +41,32 @@ class Fixture:
         """The shutdowns of the interface, oldest first."""
         return json.loads(self.must(f"valenctl --json history {interface}"))["shutdowns"]
 
-    def expect_one_goodbye(self, interface, since, link_down=True):
-        """One goodbye has left since then, and the link went down after it, or stayed up."""
+    def expect_one_goodbye(self, interface, since, link_down=True, timeout=10):
+        """One goodbye has left since then, and the link went down after it, or stayed up. Returns both times."""
         device = INTERFACES[interface]
         sent = wait_until(f"a goodbye of {interface}",
                           lambda: self.wire.received(device, goodbye(interface), since), 10)
         if link_down:
-            down = wait_until(f"{device} goes down", lambda: self.wire.went_down(device, since), 10)
+            down = wait_until(f"{device} goes down", lambda: self.wire.went_down(device, since), timeout)
             expect(down > sent[0].when, f"{device} went down before the goodbye")
         else:
-            expect(self.wire.went_down(device, since) is None, f"{device} went down")
+            down = self.wire.went_down(device, since)
+            expect(down is None, f"{device} went down")
         sent = self.wire.received(device, goodbye(interface), since)
         expect(len(sent) == 1, f"{len(sent)} goodbyes of {interface}, expected 1")
-        return sent[0].when
+        return sent[0].when, down
+
+    def hold(self, interface, delay_ms):
+        """Begins a shutdown with that delay; returns when it began."""
+        self.configure(delay_ms)
+        since = self.wire.now()
+        self.must(f"valenctl shutdown {interface}")
+        wait_until("a goodbye", lambda: self.wire.received(INTERFACES[interface], goodbye(interface), since))
+        return since
+
+    def expect_resumed(self, interface, since, delay_ms):
+        """The link went down at the deadline, or soon after valend came back, and the history says so."""
+        down = self.expect_one_goodbye(interface, since, timeout=delay_ms / 1000 + 10)[1]
+        expect(down - since > delay_ms / 1000 - 0.1, f"the link went down {down - since:.1f} s after the shutdown")
+        shown = self.must("valenctl history")
+        expect(re.search(rf"{interface} .*\bdown \(valend restarted \d+ ms into the delay\)\n$", shown), shown)
