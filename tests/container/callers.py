@@ -1,8 +1,5 @@
-"""The programs that call Valen: systemctl, ifdown, nmcli, node_exporter, promtool."""
-from container import wait_until
+"""The programs that call Valen: systemctl, ifdown, nmcli."""
 from tap import expect
-
-COLLECTOR = "/var/lib/prometheus/node-exporter"
 
 
 def reload(machine):
@@ -89,24 +86,4 @@ def nmcli_connection(machine):
     machine.must("nmcli connection delete second; ip link set eth2 up")
 
 
-def node_exporter(machine):
-    """node_exporter scrapes the metrics file, in the directory that the manual names"""
-    path = f"{COLLECTOR}/valen.prom"
-    machine.must(f"chown valen {COLLECTOR}")
-    machine.write_configuration(300, f"metrics-file: {path}\n")
-    machine.must("systemctl restart valend")
-    wait_until(path, lambda: machine.run(f"test -e {path}").status == 0)
-    scraped = machine.must("python3 -c 'import urllib.request as r; "
-                           'print(r.urlopen("http://127.0.0.1:9100/metrics").read().decode())\' | '
-                           "grep -E '^(valen_interfaces|node_textfile_scrape_error) '")
-    expect(scraped == "node_textfile_scrape_error 0\nvalen_interfaces 2\n",
-           scraped + machine.container.log("--unit=prometheus-node-exporter", "--lines=5"))
-
-
-def promtool(machine):
-    """promtool finds no fault in the metrics file"""
-    result = machine.run(f"promtool check metrics <{COLLECTOR}/valen.prom")
-    expect(result.status == 0 and result.output == "", str(result))
-
-
-CHECKS = [reload, reload_rejected, ifdown, nmcli_device, nmcli_connection, node_exporter, promtool]
+CHECKS = [reload, reload_rejected, ifdown, nmcli_device, nmcli_connection]

@@ -75,8 +75,12 @@ class Container:
     def expect_running(self):
         """Fails if the container has ended."""
         if self.nspawn.poll() is not None:
-            with open(self.console, encoding="utf-8", errors="replace") as console:
-                raise Failed(f"systemd-nspawn ended with {self.nspawn.returncode}:\n{console.read()}")
+            raise Failed(f"systemd-nspawn ended with {self.nspawn.returncode}:\n{self.console_text()}")
+
+    def console_text(self):
+        """What systemd and the kernel printed since the first boot."""
+        with open(self.console, encoding="utf-8", errors="replace") as console:
+            return console.read()
 
     def wait_ended(self, status):
         """Returns when the container has ended: 0 is a power-off, 133 a reboot."""

@@ -15,7 +15,8 @@ def goodbye(interface):
 
 
 class Fixture:
-    def __init__(self, container, wire):
+    def __init__(self, container, wire, source):
+        self.source = source
         self.container = container
         self.wire = wire
         self.run = container.run
@@ -51,7 +52,7 @@ class Fixture:
             expect(down > sent[0].when, f"{device} went down before the goodbye")
         else:
             down = self.wire.went_down(device, since)
-            expect(down is None, f"{device} went down")
+            expect(not down, f"{device} went down")
         sent = self.wire.received(device, goodbye(interface), since)
         expect(len(sent) == 1, f"{len(sent)} goodbyes of {interface}, expected 1")
         return sent[0].when, down

@@ -45,7 +45,8 @@ class Wire:
     def _links(self):
         """A socket of rtnetlink in the namespace of the container."""
         libc = ctypes.CDLL(None, use_errno=True)
-        own, other = os.open("/proc/thread-self/ns/net", os.O_RDONLY), os.open(f"/run/netns/{self.namespace}", os.O_RDONLY)
+        own = os.open("/proc/thread-self/ns/net", os.O_RDONLY)
+        other = os.open(f"/run/netns/{self.namespace}", os.O_RDONLY)
         try:
             if libc.setns(other, CLONE_NEWNET) != 0:
                 raise OSError(ctypes.get_errno(), "setns")
