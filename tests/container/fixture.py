@@ -27,7 +27,9 @@ class Fixture:
         self.write_configuration(delay_ms, more)
         self.must("systemctl reload valend")
         for interface, device in INTERFACES.items():
-            self.must(f"ip link set {device} up && valenctl wait {interface} --until ready --timeout 10")
+            self.must(f"valenctl wait {interface} --until idle --timeout 10 && ip link set {device} up && "
+                      f"valenctl wait {interface} --until up --timeout 10 && "
+                      f"valenctl wait {interface} --until ready --timeout 10")
 
     def write_configuration(self, delay_ms, more=""):
         lines = [f"shutdown-delay-ms: {delay_ms}", "interfaces:"]
