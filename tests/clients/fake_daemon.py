@@ -1,10 +1,14 @@
 """A server that answers as a test says, in the place of valend."""
 
+import fcntl
 import json
 import pathlib
 import socket
+import struct
 import tempfile
+import termios
 import threading
+import time
 import unittest
 
 
@@ -55,15 +59,30 @@ class FakeDaemonTest(unittest.TestCase):
                         return
                     call += received
                 self.calls.append(json.loads(call[:-1]))
-                if callable(answer):
-                    answer(connection)
-                else:
-                    connection.sendall(answer)
+                try:
+                    if callable(answer):
+                        answer(connection)
+                    else:
+                        connection.sendall(answer)
+                except BrokenPipeError:  # the client disconnected
+                    return
 
 
 def silence(connection):
     """Does not answer, and waits until the client disconnects."""
     connection.recv(1)
+
+
+def pieces(*parts):
+    """Sends each part after the client has read the one before."""
+
+    def send(connection):
+        for part in parts:
+            connection.sendall(part)
+            while struct.unpack("i", fcntl.ioctl(connection, termios.TIOCOUTQ, bytes(4)))[0]:
+                time.sleep(0.001)
+
+    return send
 
 
 def answer(parameters, **members):

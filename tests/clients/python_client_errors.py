@@ -3,9 +3,11 @@
 import pathlib
 import socket
 import sys
+import threading
+import time
 import unittest
 
-from fake_daemon import FakeDaemonTest, answer, silence
+from fake_daemon import FakeDaemonTest, answer, pieces, silence
 
 sys.path.insert(0, str(pathlib.Path(__file__).parents[2] / "clients" / "python"))
 import valen  # noqa: E402
@@ -36,8 +38,10 @@ class PythonClientErrors(FakeDaemonTest):
             connection.setblocking(False)
             if connection.connect_ex(self.socket):
                 break
+        begin = time.monotonic()
         with self.assertRaisesRegex(valen.NoAnswer, "accepted no connection in 0.05 s"):
             valen.Client(self.socket, timeout=0.05)
+        self.assertGreater(time.monotonic() - begin, 0.04)
 
     def test_the_connection_ends_before_the_answer(self):
         self.serve(b"")
@@ -52,13 +56,23 @@ class PythonClientErrors(FakeDaemonTest):
 
     def test_no_answer_in_time(self):
         self.serve(silence)
-        client = self.client(0.05)
         with self.assertRaisesRegex(valen.NoAnswer, "^Status: valend did not answer in 0.05 s$"):
+            self.client(0.05).status()
+
+    def test_a_late_answer_is_not_taken_for_that_of_the_next_call(self):
+        timed_out = threading.Event()
+
+        def late(connection):
+            timed_out.wait()
+            connection.sendall(answer({"version": "late"}))
+
+        self.serve(late, answer({"interfaces": []}))
+        client = self.client(0.05)
+        with self.assertRaises(valen.NoAnswer):
             client.status()
-        # A late answer is not taken for that of the next call.
+        timed_out.set()
         with self.assertRaises(valen.Disconnected):
             client.call("List")
-        self.assertEqual(len(self.calls), 1)
 
     def test_pieces_of_an_answer_do_not_extend_the_timeout(self):
         def trickle(connection):
@@ -107,6 +121,10 @@ class PythonClientErrors(FakeDaemonTest):
         client = self.client()
         answers = list(client.stream("Trace"))
         self.assertEqual(answers, [{"n": 1}, {"n": 2}, large])
+
+    def test_an_answer_whose_end_comes_alone(self):
+        self.serve(pieces(answer({"n": 1})[:-1], b"\0"))
+        self.assertEqual(self.client(1).call("List"), {"n": 1})
 
     def test_an_error_ends_a_stream(self):
         self.serve(answer({"n": 1}, continues=True) + answer({"message": "gone"}, error="org.valen.daemon.NoSuchPath"))
