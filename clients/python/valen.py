@@ -229,12 +229,12 @@ class _Connection:
         return parameters, bool(answer.get("continues"))
 
     def _message(self, method, timeout):
-        end = None if timeout is None else time.monotonic() + timeout
+        end = time.monotonic() + timeout if timeout is not None else None
         searched = 0
         while (length := self._received.find(b"\0", searched)) < 0:
             searched = len(self._received)
             try:
-                self._socket.settimeout(None if end is None else max(end - time.monotonic(), 0.001))
+                self._socket.settimeout(max(end - time.monotonic(), 0.001) if end is not None else None)
                 received = self._socket.recv(1 << 18)
             except TimeoutError as error:
                 raise NoAnswer(f"{method}: valend did not answer in {timeout:g} s") from error
@@ -271,7 +271,7 @@ class _Held:
     def limit(self, steps):
         now = time.monotonic()
         self._end = max([self._end, *(now + (step["delayMs"] or 0) / 1000 for step in steps)])
-        return None if self._timeout is None else max(self._end - now, 0) + self._timeout
+        return max(self._end - now, 0) + self._timeout if self._timeout is not None else None
 
 
 class Client:
@@ -332,9 +332,10 @@ class Client:
         """Waits until the interface is "ready", "up", "down" or "idle" (no shutdown of it is in
         progress), and returns its object `Interface`. TimedOut after `timeout` seconds."""
         parameters = {"interface": interface, "until": until}
+        limit = None
         if timeout is not None:
             parameters["timeoutMs"] = round(timeout * 1000)
-        limit = None if timeout is None or self._timeout is None else timeout + self._timeout
+            limit = timeout + self._timeout if self._timeout is not None else None
         return self._call("Wait", parameters, limit)["interface"]
 
     def shutdown(self, interface, /, *, wait=False, **parameters):
@@ -353,7 +354,7 @@ class Client:
     def shutdown_many(self, interfaces=None, /, *, wait=False, **parameters):
         """Shuts several interfaces down: the given ones, or those that the other parameters select. Returns
         the last object `Step` of each, by name."""
-        parameters["interfaces"] = None if interfaces is None else list(interfaces)
+        parameters["interfaces"] = list(interfaces) if interfaces is not None else None
         if not wait:
             answers = [self._call("ShutdownMany", parameters, self._timeout)]
         else:
@@ -368,7 +369,7 @@ class Client:
     def enable_many(self, interfaces=None, /, **parameters):
         """Enables several interfaces, selected as in shutdown_many. Returns the result of each, by name:
         {"interface": ..., "result": ..., "message": ...}. `result` may also be "failed", with a message."""
-        parameters["interfaces"] = None if interfaces is None else list(interfaces)
+        parameters["interfaces"] = list(interfaces) if interfaces is not None else None
         answer = self._call("EnableMany", parameters, self._timeout)
         return {result["interface"]: result for result in answer["results"]}
 

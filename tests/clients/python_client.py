@@ -2,6 +2,8 @@
 
    python_client.py VALEND [OPTION-OF-UNITTEST...]"""
 
+import contextlib
+import io
 import os
 import pathlib
 import re
@@ -157,6 +159,31 @@ class PythonClient(RunningDaemonTest):
 
     def _agents(self, interface):
         return [message["agent"] for message in self.client.call("ListMessages", interface=interface)["messages"]]
+
+    # --- The documentation ---------------------------------------------------------------------------
+
+    def test_the_examples_of_the_documentation(self):
+        page = (CLIENT.parents[1] / "docs" / "clients.md").read_text(encoding="utf-8")
+        program = "".join(re.findall(r"^```python\n(.*?)^```$", page, re.MULTILINE | re.DOTALL))
+        usual = pathlib.Path(valen.DEFAULT_SOCKET)  # in the sandbox's /run
+        usual.symlink_to(self.socket)
+        self.addCleanup(usual.unlink)
+        output = io.StringIO()
+        with contextlib.redirect_stdout(output):
+            names = {}
+            exec(program, names)
+        self.addCleanup(names["daemon"].close)
+        lines = output.getvalue().splitlines()
+        self.assertEqual(lines[:2], ["down 1 frames sent", "['Ethernet1']"])
+        self.assertEqual(lines[-1], 'timed out: interface "Ethernet1" is not down')
+        self.assertEqual(self._agents("Ethernet1"), ["lldp", "bgp"])
+
+    def test_the_documentation_has_the_functions(self):
+        page = (CLIENT.parents[1] / "docs" / "clients.md").read_text(encoding="utf-8")
+        table = page.partition("| function of")[2].partition("\n\n")[0]
+        documented = {name for row in table.splitlines() for name in re.findall(r"`(\w+)\(", row.split("|")[1])}
+        functions = {name for name in vars(valen.Client) if not name.startswith("_")}
+        self.assertEqual(documented, functions)
 
     # --- Errors -------------------------------------------------------------------------------------
 
