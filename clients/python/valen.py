@@ -13,6 +13,7 @@ exception below Error. Two threads must not use one Client at the same time.
 """
 
 import json
+import os
 import socket
 import struct
 import time
@@ -59,68 +60,32 @@ class CallError(Error):
         return f"{method}: {name} {json.dumps(parameters)}"
 
 
-class NoSuchInterface(CallError):
-    pass
-
-
-class NoSuchVrf(CallError):
-    pass
-
-
-class NoSuchMessages(CallError):
-    pass
-
-
-class NoSuchPath(CallError):
-    pass
-
-
-class NoDevice(CallError):
-    pass
-
-
-class LinkFailed(CallError):
-    pass
+class NoSuchInterface(CallError): ...
+class NoSuchVrf(CallError): ...
+class NoSuchMessages(CallError): ...
+class NoSuchPath(CallError): ...
+class NoDevice(CallError): ...
+class LinkFailed(CallError): ...
 
 
 class TimedOut(CallError):
     """The state that was waited for was not reached in time."""
 
 
-class AgentExists(CallError):
-    pass
-
-
-class BadFrame(CallError):
-    pass
-
-
-class BadName(CallError):
-    pass
-
-
-class NoFrames(CallError):
-    pass
-
-
-class TooMuch(CallError):
-    pass
-
-
-class TooLarge(CallError):
-    pass
-
-
-class BadTraceLevels(CallError):
-    pass
+class AgentExists(CallError): ...
+class BadFrame(CallError): ...
+class BadName(CallError): ...
+class NoFrames(CallError): ...
+class TooMuch(CallError): ...
+class TooLarge(CallError): ...
+class BadTraceLevels(CallError): ...
 
 
 class ConfigRefused(CallError):
     """`parameters["errors"]` has a line for each error."""
 
 
-class PermissionDenied(CallError):
-    pass
+class PermissionDenied(CallError): ...
 
 
 class ExpectedMore(CallError):
@@ -144,21 +109,11 @@ class MethodNotFound(CallError):
         return f"this valend does not have the method {method}"
 
 
-class MethodNotImplemented(MethodNotFound):
-    pass
+class MethodNotImplemented(CallError): ...
+class InterfaceNotFound(CallError): ...
 
 
-class InterfaceNotFound(CallError):
-    pass
-
-
-def _classes(base):
-    for derived in base.__subclasses__():
-        yield derived
-        yield from _classes(derived)
-
-
-_CLASSES = {derived.__name__: derived for derived in _classes(CallError)}
+_CLASSES = {derived.__name__: derived for derived in CallError.__subclasses__()}
 
 
 def _call_error(method, name, parameters):
@@ -203,9 +158,10 @@ class _Connection:
         }
         if more:
             call["more"] = True
+        message = json.dumps(call).encode() + b"\0"
         try:
             self._socket.settimeout(timeout)
-            self._socket.sendall(json.dumps(call).encode() + b"\0")
+            self._socket.sendall(message)
         except TimeoutError as error:
             self.close()
             raise NoAnswer(f"{method}: valend took no call in {timeout:g} s") from error
@@ -282,9 +238,9 @@ class Client:
     connection again."""
 
     def __init__(self, path=DEFAULT_SOCKET, timeout=10.0):
-        self._path = path
+        self._path = os.fspath(path)
         self._timeout = timeout
-        self._connection = _Connection(path, timeout)
+        self._connection = _Connection(self._path, timeout)
 
     def __enter__(self):
         return self

@@ -8,7 +8,9 @@ Ends with status 77 if ansible-playbook is not installed."""
 import json
 import os
 import pathlib
+import re
 import shutil
+import socket
 import subprocess
 import sys
 import unittest
@@ -160,18 +162,24 @@ class AnsibleModule(Playbook, RunningDaemonTest):
         self.assertTrue(self.link_is_up("et2"))
 
     def test_an_interface_that_cannot_be_changed_fails_and_changes_no_other(self):
+        silent = socket.socket(socket.AF_UNIX)
+        self.addCleanup(silent.close)
+        silent.bind(str(self.work / "silent"))
+        silent.listen()
         results = self.play(
             {"name": ["Ethernet1", "Ethernet9"], "state": "shutdown"},
             {"name": ["Ethernet1", "Ethernet9"], "state": "shutdown", "check": True},
             {"name": ["Ethernet1", "Ethernet3"], "state": "shutdown"},
             {"name": ["Ethernet1", "Ethernet3"], "state": "shutdown", "check": True},
             {"name": "Ethernet1", "state": "shutdown", "socket": "/nonesuch"},
+            {"name": "Ethernet1", "state": "shutdown", "socket": str(self.work / "silent"), "timeout": 1},
         )
-        self.assertEqual([result.get("failed") for result in results], [True] * 5)
-        self.assertEqual([result["changed"] for result in results], [False] * 5)
+        self.assertEqual([result.get("failed") for result in results], [True] * 6)
+        self.assertEqual([result["changed"] for result in results], [False] * 6)
         unknown, absent = 'interface "Ethernet9" is not configured', "Ethernet3: device et9 not present"
         self.assertEqual([result["msg"] for result in results[:4]], [unknown, unknown, absent, absent])
         self.assertRegex(results[4]["msg"], "^cannot connect to valend at /nonesuch: No such file")
+        self.assertEqual(results[5]["msg"], "Status: valend did not answer in 1 s")
         self.assertTrue(self.link_is_up("et1"))
         self.assertEqual(self.history(), [])
 
@@ -266,6 +274,13 @@ class AnsibleModuleWithFakeDaemon(Playbook, FakeDaemonTest):
             if not option.get("required", True):
                 del option["required"]
         self.assertEqual(documented, valen_interface.ARGUMENT_SPEC)
+        page = (CLIENTS.parent / "docs" / "clients.md").read_text(encoding="utf-8")
+        table = page.partition("| option | meaning")[2].partition("\n\n")[0]
+        defaults = dict(re.findall(r"^\| `(\w+)` \|.*\|([^|]*)\|$", table, re.MULTILINE))
+        self.assertEqual(list(defaults), list(valen_interface.ARGUMENT_SPEC))
+        for name, option in valen_interface.ARGUMENT_SPEC.items():
+            default = str(option.get("default", "")).replace("True", "true")
+            self.assertEqual(defaults[name].strip(" `"), default)
 
 
 if len(sys.argv) < 2:

@@ -20,7 +20,7 @@ import valen  # noqa: E402
 class PythonClient(RunningDaemonTest):
     def setUp(self):
         super().setUp()
-        self.client = valen.Client(self.socket)
+        self.client = valen.Client(pathlib.Path(self.socket))
         self.addCleanup(self.client.close)
         self.client.wait("Ethernet1", "ready", timeout=30)
 
@@ -227,6 +227,15 @@ class PythonClient(RunningDaemonTest):
             if isinstance(value, type) and issubclass(value, valen.CallError) and value is not valen.CallError
         }
         self.assertEqual(classes, described)
+
+    def test_a_method_that_valend_does_not_have(self):
+        with self.assertRaisesRegex(valen.MethodNotFound, "^this valend does not have the method Nonesuch$"):
+            self.client.call("Nonesuch")
+
+    def test_a_parameter_that_is_not_json_is_not_sent(self):
+        with self.assertRaises(TypeError):
+            self.client.call("Status", interface=b"Ethernet1")
+        self.client.status()
 
     def test_a_user_without_the_group_is_denied(self):
         text = self._as_nobody(self._enable)
