@@ -1,4 +1,3 @@
-#!/usr/bin/python3
 """The Ansible module valen_interface: shuts interfaces of valend down, or enables them."""
 
 DOCUMENTATION = r"""
