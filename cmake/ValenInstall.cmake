@@ -45,3 +45,7 @@ install( PROGRAMS packaging/hooks/ifupdown RENAME valen
    DESTINATION "${etc}/network/if-pre-down.d" COMPONENT daemon )
 install( PROGRAMS packaging/hooks/networkmanager RENAME valen
    DESTINATION lib/NetworkManager/dispatcher.d/pre-down.d COMPONENT daemon )
+# Where Python and Ansible look for modules, if the prefix is /usr.
+install( FILES clients/python/valen.py DESTINATION lib/python3/dist-packages COMPONENT daemon )
+install( FILES clients/ansible/library/valen_interface.py DESTINATION share/ansible/plugins/modules
+   COMPONENT daemon )
