@@ -173,11 +173,13 @@ bool IntfIoSm::sendMessage( Quill::String const & text, std::optional< Device > 
    auto const pkt = Corvid::globalPktManager().newPkt();
    pkt->stringValueIs( text, false );
    // Looked up for each packet: the device may change while the endpoint sends the one before.
-   if ( auto const & device = intf_->device(); announced != device ) {
+   auto const & device = intf_->device();
+   if ( !announced || announced->ifIndex != device.ifIndex ||
+        announced->deviceName != device.deviceName ) [[unlikely]] {
       announced = device;
       rawTxPam_->burstIs( device.ifIndex, device.deviceName.stringValue() );
    }
-   return rawTxPam_->send( *pkt, ifIndex() );
+   return rawTxPam_->send( *pkt, device.ifIndex );
 }
 
 Quill::Ptr< IntfIoSm > intfIoSmFactory( Quill::Ptr< Intf > intf,

@@ -27,7 +27,7 @@ void Text::append( Value const & value, bool hexadecimal ) noexcept {
    }
    require( maxDigits );
    auto * const begin = bytes_ + length_;
-   auto * const end = begin + maxDigits;
+   auto * const end = bytes_ + size_;
    auto const result = hexadecimal ? std::to_chars( begin, end, value.number, 16 )
                        : value.kind == Value::Kind::number
                           ? std::to_chars( begin, end, static_cast< S64 >( value.number ) )
