@@ -44,7 +44,14 @@ void L3IntfStatusSm::handleVrf() {
       vrfL3IntfRemove( emptied );
    }
    vrfL3IntfIs( nullptr ); // last: a watcher of the set still finds it here
-   vrfL3IntfIs( allVrf_->vrfL3IntfIs( l3IntfStatus()->vrf() ) );
+   auto const joined = allVrf_->vrfL3IntfIs( l3IntfStatus()->vrf() );
+   if ( vrfL3Intf_ ) { // a watcher of the new set has moved the interface again
+      if ( joined->intfs() == 0 ) {
+         vrfL3IntfRemove( joined );
+      }
+      return;
+   }
+   vrfL3IntfIs( joined );
    vrfL3Intf_->intfIs( intf_ );
 }
 

@@ -211,6 +211,29 @@ TEST_F( L3IntfStatusDirSmTest, AMoveDuringAMoveEndsInTheLastVrf ) {
    }
 }
 
+// The same while its new set is made.
+TEST_F( L3IntfStatusDirSmTest, AMoveWhileTheNewSetIsMadeEndsInTheLastVrf ) {
+   for ( std::string const last : { "green", "blue" } ) {
+      start();
+      addIntf( "Ethernet1" );
+      auto const status = addStatus( "Ethernet1", "red" );
+      bool moved = false;
+      auto const made = Valen::Test::onChange< AllVrf::vrfL3IntfAttr >( allVrf, [ & ] {
+         if ( allVrf->vrfL3IntfHas( "blue" ) && !std::exchange( moved, true ) ) {
+            status->vrfIs( "green" );
+            status->vrfIs( last.c_str() );
+         }
+      } );
+      status->vrfIs( "blue" );
+      EXPECT_EQ( allVrf->vrfL3Intfs(), 1u );
+      EXPECT_THAT( intfsIn( last.c_str() ), ElementsAre( "Ethernet1" ) );
+      EXPECT_EQ( sm->l3IntfStatusSm( "Ethernet1" )->vrfL3Intf(),
+                 allVrf->vrfL3Intf( last.c_str() ) );
+      statusDir->intfStatusDel( "Ethernet1" );
+      EXPECT_EQ( allVrf->vrfL3Intfs(), 0u );
+   }
+}
+
 TEST_F( L3IntfStatusDirSmTest, ANotificationWithoutAChangeRecreatesTheSet ) {
    start();
    addIntf( "Ethernet1" );
