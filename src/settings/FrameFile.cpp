@@ -89,7 +89,7 @@ std::string frameOf( std::string const & file, std::size_t number, pcap_pkthdr c
                        std::to_string( header.len ) + " bytes; expected a complete capture" );
    }
    if ( header.caplen < minFrameBytes ) {
-      reject( file, name + std::to_string( header.caplen ) + " bytes; expected at least " +
+      reject( file, name + counted( header.caplen, "byte" ) + "; expected at least " +
                        std::to_string( minFrameBytes ) + ", an Ethernet header" );
    }
    return std::string( reinterpret_cast< char const * >( bytes ), header.caplen );

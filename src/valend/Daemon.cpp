@@ -15,7 +15,10 @@ using Valen::Linux::NetNsWatcher;
 Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
     : process_( read.config.process.overriddenBy( options.process ) ),
       netNsDirectories_( netNsDirectoriesOf( process_ ) ),
-      trace_( loop_.workQueue(), process_, options.process.given( "trace.levels" ).has_value() ),
+      trace_( loop_.workQueue(), process_,
+              // Levels on the command line are for debugging in the foreground.
+              options.process.given( "trace.levels" ) ? TraceHub::WithoutFile::standardError
+                                                      : TraceHub::WithoutFile::nowhere ),
       endpoints_( netNsDirectories_ ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
       publishedFile_( process_.value( "state-directory" ), conditions_ ),

@@ -119,7 +119,7 @@ TEST_F( DropInsTest, AllErrorsOfAllFilesAreListedFileByFile ) {
                    "valen.yaml:2:20: shutdown-delay-ms is \"x\"; expected milliseconds from 0 to "
                    "65535",
                    "conf.d/a.yaml:1:31: unknown interface \"et9\"; expected one of \"interfaces\"",
-                   "conf.d/a.yaml:1:37: frame of 1 bytes; expected at least 14, an Ethernet header",
+                   "conf.d/a.yaml:1:37: frame of 1 byte; expected at least 14, an Ethernet header",
                    "conf.d/b.yaml:1:31: unknown VRF \"nowhere\"; expected \"default\" or one of "
                    "\"vrfs\"" ) );
 }

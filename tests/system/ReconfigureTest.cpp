@@ -231,7 +231,7 @@ TEST_F( ReconfigureTest, ARejectedReloadListsAllErrorsAndChangesNothing ) {
       first + ":6:9: socket must be a single value\n",
       *work_ / "conf.d/a.yaml:1:34: unknown interface \"Ethernet9\"; expected one of "
                "\"interfaces\"\n",
-      *work_ / "conf.d/a.yaml:1:46: frame of 1 bytes; expected at least 14, an Ethernet header\n" };
+      *work_ / "conf.d/a.yaml:1:46: frame of 1 byte; expected at least 14, an Ethernet header\n" };
    auto const result = ctl( { "reload" } );
    EXPECT_EQ( result.status, 1 );
    EXPECT_EQ( result.out, "" );

@@ -67,7 +67,8 @@ class Answers final : public Varlink::Replies {
 class ApiFixture : public DaemonFixture {
  protected:
    ApiFixture()
-       : trace( work, Settings::ProcessConfig(), false ), publications( feeder ),
+       : trace( work, Settings::ProcessConfig(), TraceHub::WithoutFile::nowhere ),
+         publications( feeder ),
          api( { store, feeder, publications, kernel, controller, faults, conditions, metrics, trace,
                 configurator, access, clock.scheduler(), work, [ this ] { return reload(); },
                 [ this ] { ++rescans; } } ) {}
