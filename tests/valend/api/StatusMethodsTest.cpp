@@ -6,6 +6,7 @@ namespace {
 using namespace Test;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 class StatusMethodsTest : public ApiFixture {
  protected:
@@ -45,12 +46,15 @@ TEST_F( StatusMethodsTest, ExplainListsEachRequirement ) {
                              "- managed by libvalen: once everything above is met" ) );
 }
 
-TEST_F( StatusMethodsTest, MetricsAreOpenMetricsText ) {
+TEST_F( StatusMethodsTest, MetricsAreInThePrometheusFormatUnlessOpenMetricsIsWanted ) {
    Varlink::Caller const reader{ 1000, 1, { 4001 } };
    auto const answers = callAs( reader, "org.valen.daemon.Metrics", Json::object() );
    auto const text = answers->parameters()[ "text" ].get< std::string >();
    EXPECT_THAT( text, HasSubstr( "\nvalen_interfaces 2\n" ) );
-   EXPECT_THAT( text, ::testing::EndsWith( "# EOF\n" ) );
+   EXPECT_THAT( text, Not( HasSubstr( "# EOF" ) ) );
+   EXPECT_EQ( call( "Metrics", { { "format", "prometheus" } } )->parameters()[ "text" ], text );
+   EXPECT_THAT( call( "Metrics", { { "format", "openmetrics" } } )->parameters()[ "text" ],
+                ::testing::EndsWith( "# EOF\n" ) );
 }
 
 TEST_F( StatusMethodsTest, StatusListsWhatIsWrongNow ) {
