@@ -23,11 +23,12 @@ TEST_F( StatusMethodsTest, ExplainListsEachRequirement ) {
       }
       return lines;
    };
-   EXPECT_THAT( explain( "Ethernet2" ),
-                ElementsAre( "ready", "+ delay enabled: shutdown-delay-ms is 500",
-                             "+ delay enabled for this interface: ", "+ frames queued: lldp 1",
-                             "+ VRF ready: VRF red, namespace ns-red",
-                             "+ device present: et2, index 7", "+ managed by libvalen: " ) );
+   EXPECT_THAT(
+      explain( "Ethernet2" ),
+      ElementsAre( "ready", "+ delay enabled: shutdown-delay-ms is 500",
+                   "+ delay enabled for this interface: ", "+ frames queued: lldp 1",
+                   "+ VRF ready: VRF red, namespace ns-red", "+ device present: et2, index 7",
+                   "+ Ethernet device: et2 carries Ethernet frames", "+ managed by libvalen: " ) );
    kernel.netNsDel( "ns-red" );
    feeder.namespaceChanged( "ns-red" );
    kernel.deviceDel( "ns-red", "et2" );
@@ -36,14 +37,15 @@ TEST_F( StatusMethodsTest, ExplainListsEachRequirement ) {
    config.interfaces[ "Ethernet2" ].shutdownDelay = false;
    config.agents.clear();
    publications.configIs( config );
-   EXPECT_THAT( explain( "Ethernet2" ),
-                ElementsAre( "not ready", "- delay enabled: shutdown-delay-ms is not set",
-                             "- delay enabled for this interface: shutdown-delay is false in its "
-                             "configuration",
-                             "- frames queued: no agent has frames for it",
-                             "- VRF ready: no namespace ns-red",
-                             "- device present: no device \"et2\" in namespace \"ns-red\"",
-                             "- managed by libvalen: once everything above is met" ) );
+   EXPECT_THAT(
+      explain( "Ethernet2" ),
+      ElementsAre( "not ready", "- delay enabled: shutdown-delay-ms is not set",
+                   "- delay enabled for this interface: shutdown-delay is false in its "
+                   "configuration",
+                   "- frames queued: no agent has frames for it",
+                   "- VRF ready: no namespace ns-red",
+                   "- device present: no device \"et2\" in namespace \"ns-red\"",
+                   "- Ethernet device: ", "- managed by libvalen: once everything above is met" ) );
 }
 
 TEST_F( StatusMethodsTest, MetricsAreInThePrometheusFormatUnlessOpenMetricsIsWanted ) {
