@@ -62,7 +62,8 @@ Capture openCapture( std::string const & file ) {
    std::error_code code;
    auto const status = std::filesystem::status( file, code );
    if ( !std::filesystem::exists( status ) ) {
-      reject( file, "no such file; expected a pcap or pcapng file" );
+      auto const why = code ? code : std::make_error_code( std::errc::no_such_file_or_directory );
+      reject( file, "cannot open: " + why.message() + "; expected a pcap or pcapng file" );
    }
    if ( !std::filesystem::is_regular_file( status ) ) { // opening a pipe would block
       reject( file, "not a regular file; expected a pcap or pcapng file" );

@@ -20,12 +20,13 @@ described in valen.yaml(5); operators use valenctl(1).
 
 On SIGTERM and SIGINT, valend exits. It sends no frames then and leaves all
 links unchanged. On SIGHUP, it reloads the configuration and applies what has
-changed; a configuration with errors changes nothing.
+changed; a configuration with errors changes nothing. If the configuration has
+errors at the start, valend starts with the last valid one.
 
 Exit status: 0 stopped by a signal, or the configuration is valid
              1 could not start
              2 invalid option
-             78 configuration rejected)";
+             78 configuration rejected, and no last valid one)";
 
 std::string helpOf( ProcessSetting const & setting ) {
    auto const shown = setting.shownDefault();

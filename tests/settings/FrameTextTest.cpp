@@ -115,7 +115,9 @@ TEST_F( FrameTextTest, FilesThatAreNotCapturesAreRejected ) {
    directory.write( "text", "hello, hello, hello, hello" );
    directory.write( "half.pcap", whole.substr( 0, whole.size() - 3 ) );
    ASSERT_EQ( ::mkfifo( ( directory / "pipe" ).c_str(), 0600 ), 0 );
-   EXPECT_EQ( errorOf( "pcap:none#1" ), "none: no such file; expected a pcap or pcapng file" );
+   EXPECT_EQ( errorOf( "pcap:none#1" ),
+              "none: cannot open: No such file or directory; expected a pcap or "
+              "pcapng file" );
    EXPECT_EQ( errorOf( "pcap:pipe#1" ),
               "pipe: not a regular file; expected a pcap or pcapng file" );
    EXPECT_EQ( errorOf( "pcap:.#1" ), ".: not a regular file; expected a pcap or pcapng file" );

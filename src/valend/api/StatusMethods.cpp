@@ -63,8 +63,9 @@ void StatusMethods::history( Call const & call, Text const & interface ) {
    call->reply( { { "shutdowns", std::move( list ) } } );
 }
 
-void StatusMethods::metrics( Call const & call ) {
-   call->reply( { { "text", parts_.metrics.text() } } );
+void StatusMethods::metrics( Call const & call, std::optional< MetricsFormat > const & format ) {
+   call->reply(
+      { { "text", parts_.metrics.text( format.value_or( MetricsFormat::prometheus ) ) } } );
 }
 
 void StatusMethods::memory( Call const & call ) {
