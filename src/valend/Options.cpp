@@ -1,6 +1,6 @@
 #include "valend/Options.h"
 
-#include "valend/base/Version.h"
+#include "settings/Version.h"
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
@@ -57,7 +57,7 @@ std::optional< Options > parseOptions( int argc, char const * const * argv, Exit
    Options options;
    CLI::App app( "valend: graceful interface shutdown daemon", "valend" );
    app.footer( footer );
-   app.set_version_flag( "--version", std::string( "valend " ) + version );
+   app.set_version_flag( "--version", std::string( "valend " ) + Settings::version );
    app.add_option( "--config", options.config, "Configuration file; - is standard input" )
       ->capture_default_str();
    app.add_flag( "--check", options.check, "Check the configuration and exit" );

@@ -83,7 +83,11 @@ class FrameCommand final : public Command {
    }
 
    Exit run( Session & session ) override {
-      auto const frames = build_( FrameSender( sender_ ) );
+      auto const built = build_( FrameSender( sender_ ) );
+      for ( auto const & note : built.notes ) {
+         session.err() << "valenctl: " << note << '\n';
+      }
+      auto const & frames = built.frames;
       if ( !queueInterface_.empty() ) {
          auto const agent = agent_.empty() ? kind_.name : agent_;
          return publish( session, { agent, queueInterface_, hexOf( frames ) }, Lifetime::kept );

@@ -1,6 +1,6 @@
 #include "valend/report/Metrics.h"
 
-#include "valend/base/Version.h"
+#include "settings/Version.h"
 #include "valend/report/OpenMetrics.h"
 
 #include <cstring>
@@ -20,7 +20,7 @@ std::string errnoName( int number ) {
 std::string Metrics::text() const {
    OpenMetrics metrics;
    metrics.family( "valen_build", "info", "The version of valend." );
-   metrics.sample( "_info", { { "version", version } }, U64( 1 ) );
+   metrics.sample( "_info", { { "version", Settings::version } }, U64( 1 ) );
    metrics.gauge( "valen_active", "1 if the shutdown delay is enabled.",
                   sources_.store.statusDir->agentActive() );
    addInterfaces( metrics );

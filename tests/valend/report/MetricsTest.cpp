@@ -3,7 +3,7 @@
 #include "tests/support/OpenMetricsParser.h"
 #include "tests/support/WorkDirectory.h"
 #include "tests/valend/DaemonFixture.h"
-#include "valend/base/Version.h"
+#include "settings/Version.h"
 #include "valend/report/OpenMetrics.h"
 
 #include <fstream>
