@@ -22,10 +22,7 @@ On SIGTERM and SIGINT, valend exits. It sends no frames then and leaves all
 links unchanged. On SIGHUP, it reloads the configuration and applies what has
 changed; a configuration with errors changes nothing.
 
-Exit status: 0 stopped by a signal, or the configuration is valid
-             1 could not start
-             2 invalid option
-             78 configuration rejected)";
+See valend(8) for exit statuses.)";
 
 std::string helpOf( ProcessSetting const & setting ) {
    auto const shown = setting.shownDefault();

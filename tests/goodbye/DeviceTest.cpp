@@ -40,7 +40,9 @@ class DeviceTest : public FrameTest {
    }
    // The text of an error in the command line, with its reference to --help.
    void expectUsage( Texts const & arguments, std::string const & text ) const {
-      expectError( arguments, 2, text + "\nRun with --help for more information.\n" );
+      expectError( arguments, 2,
+                   "valenctl: " + text + "\nRun \"valenctl frame " + arguments.front() +
+                      " --help\" for more information.\n" );
    }
 
    std::optional< TestNetNs > router_;

@@ -97,7 +97,9 @@ class FrameCommand final : public Command {
          std::ofstream file( pcap_, std::ios::binary );
          write( file, pcap_, text( frames ) );
       } else {
-         write( session.out(), "standard output", text( frames ) );
+         write( session.out(), "standard output",
+                session.json() && pcap_.empty() && yamlInterface_.empty() ? json( built )
+                                                                          : text( frames ) );
       }
       return Exit::done;
    }
@@ -106,9 +108,9 @@ class FrameCommand final : public Command {
    void addSender( CLI::App & app ) {
       auto * const device =
          app.add_option( "--device", sender_.device, "Take addresses that are not given from it" )
-            ->type_name( "DEVICE" );
+            ->type_name( "DEV" );
       app.add_option( "--netns", sender_.netNs, "The device's network namespace, a name or a path" )
-         ->type_name( "NAME" )
+         ->type_name( "NETNS" )
          ->needs( device );
       addText( app, "--mac", "MAC", "The sender's MAC address",
                [ this ]( auto const & mac ) { sender_.given.mac = Goodbye::parseMac( mac ); } );
@@ -150,6 +152,13 @@ class FrameCommand final : public Command {
          lines += frame + "\n";
       }
       return lines;
+   }
+
+   std::string json( BuiltFrames const & built ) const {
+      return indented( { { "kind", kind_.name },
+                         { "frames", hexOf( built.frames ) },
+                         { "notes", built.notes } } ) +
+             "\n";
    }
 
    FrameKind const & kind_;

@@ -25,7 +25,7 @@ class Pipe {
    Pipe() {
       int ends[ 2 ];
       if ( ::pipe2( ends, O_CLOEXEC ) < 0 ) {
-         Valen::Linux::throwErrno( "pipe2", errno );
+         throw std::runtime_error( "pipe2: " + Valen::Linux::errorText( errno ) );
       }
       reading_ = Fd( ends[ 0 ] );
       writing_ = Fd( ends[ 1 ] );
@@ -92,7 +92,8 @@ pid_t spawned( std::vector< std::string > const & arguments, FileActions const &
       throw std::runtime_error( arguments.front() + " is not installed" );
    }
    if ( error ) {
-      Valen::Linux::throwErrno( "cannot run " + arguments.front(), error );
+      throw std::runtime_error( "cannot run " + arguments.front() + ": " +
+                                Valen::Linux::errorText( error ) );
    }
    return pid;
 }
