@@ -159,8 +159,12 @@ TEST_F( DeviceTest, AnInvalidOptionIsNamed ) {
    expectUsage( { "vrrp2", "--vrid", "0", "--address", "192.0.2.1" },
                 "--vrid: Value 0 not in range 1 to 255" );
    expectUsage( { "lacp", "--key", "65536" }, "Could not convert: --key = 65536" );
-   expectUsage( {}, "A subcommand is required" );
-   EXPECT_EQ( frame( { "wave" } ).status, 2 );
+   expectError( {}, 2,
+                "valenctl: A subcommand is required\n"
+                "Run \"valenctl frame --help\" for more information.\n" );
+   expectError( { "wave" }, 2,
+                "valenctl: unknown frame kind \"wave\"\n"
+                "Run \"valenctl frame --help\" for more information.\n" );
 }
 
 } // namespace
