@@ -81,7 +81,7 @@ TEST_F( TraceCommandsTest, DumpReadsARingWithoutTheDaemon ) {
 TEST_F( TraceCommandsTest, ARingIsShownAsJsonInTheFormOfTheApi ) {
    writeRing();
    EXPECT_EQ( run( { "trace", "dump", "--file", file, "--json" } ), Exit::done );
-   auto const shown = Json::parse( out );
+   auto shown = Json::parse( out );
    EXPECT_GT( shown[ "timeNs" ], 0 );
    EXPECT_EQ( shown[ "unit" ], "ConfigSm" );
    EXPECT_EQ( shown[ "level" ], 1 );
