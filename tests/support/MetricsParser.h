@@ -1,5 +1,5 @@
 // The metrics as other programs read them: the formats' parsers in Python, and promtool, whose parser is
-// that of the Prometheus server and of node_exporter.
+// that of the Prometheus server and of node_exporter. The test's target defines PROMTOOL, its path.
 #pragma once
 
 #include <cstdio>
@@ -41,7 +41,7 @@ inline std::string parsedOpenMetrics( std::string const & path ) {
 
 // What promtool finds in the file's text: nothing when it accepts it without a warning.
 inline std::string promtoolFindings( std::string const & path ) {
-   return outputOf( "promtool check metrics <" + path );
+   return outputOf( PROMTOOL " check metrics <" + path );
 }
 
 // Which of the programs is missing; null when none is.
@@ -50,8 +50,7 @@ inline char const * missingMetricsParser() {
            "/usr/bin/python3 -c 'import prometheus_client.openmetrics.parser' 2>/dev/null" ) ) {
       return "python3-prometheus-client";
    }
-   return std::system( "command -v promtool >/dev/null" ) ? "promtool, of the package prometheus"
-                                                          : nullptr;
+   return std::system( "test -x " PROMTOOL ) ? "promtool, of the package prometheus" : nullptr;
 }
 
 } // namespace Valen::Test

@@ -72,8 +72,8 @@ class Reload final : public Command {
          bool const allReady = listField( answer, "notReady" ).empty();
          return allReady || allowNotReady_ ? Exit::done : Exit::notReady;
       } catch ( Varlink::Refused const & e ) {
-         if ( !e.parameters().contains( "errors" ) ) {
-            throw; // the configuration is not the reason
+         if ( session.json() || !e.parameters().contains( "errors" ) ) {
+            throw; // the caller prints it; without "errors", the configuration is not the reason
          }
          printErrors( session, e );
          return Exit::failed;
@@ -107,10 +107,6 @@ class Reload final : public Command {
    }
 
    static void printErrors( Session & session, Varlink::Refused const & rejection ) {
-      if ( session.json() ) {
-         session.out() << indented( rejection.parameters() ) << '\n';
-         return;
-      }
       for ( auto const & error : textsField( rejection.parameters(), "errors" ) ) {
          session.err() << error << '\n';
       }

@@ -1,6 +1,6 @@
 #include "valend/report/Metrics.h"
 
-#include "valend/base/Version.h"
+#include "settings/Version.h"
 #include "valend/report/OpenMetrics.h"
 
 #include <cstring>
@@ -50,7 +50,7 @@ std::string Metrics::text( MetricsFormat format ) const {
    Families families;
    sample(
       family( families, "valen_build_info", MetricType::Gauge, "1, with the version of valend." ),
-      { { "version", version } }, 1 );
+      { { "version", Settings::version } }, 1 );
    gauge( families, "valen_active", "1 if the shutdown delay is enabled.",
           sources_.store.statusDir->agentActive() );
    addInterfaces( families );

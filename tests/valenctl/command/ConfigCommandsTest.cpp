@@ -117,13 +117,14 @@ TEST_F( ConfigCommandsTest, AReloadThatIsRejectedPrintsAllErrors ) {
    EXPECT_EQ( out, "" );
    EXPECT_EQ( err, "f:1:1: a\nf:2:1: b\nvalenctl: configuration rejected\n" );
    EXPECT_EQ( run( { "reload", "--json" } ), Exit::failed );
-   EXPECT_EQ( Json::parse( out ), parameters );
-   EXPECT_EQ( err, "" );
+   EXPECT_EQ( Json::parse( out ), ( Json{ { "error", "org.valen.daemon.ConfigRefused" },
+                                          { "parameters", parameters } } ) );
+   EXPECT_EQ( err, "valenctl: configuration rejected\n" );
 }
 
 TEST_F( ConfigCommandsTest, AReloadThatIsNotPermittedHasNoErrorsToPrint ) {
    daemon.rejects( "Reload", "PermissionDenied", { { "message", "permission denied" } } );
-   EXPECT_EQ( run( { "reload", "--json" } ), Exit::failed );
+   EXPECT_EQ( run( { "reload" } ), Exit::failed );
    EXPECT_EQ( out, "" );
    EXPECT_EQ( err, "valenctl: permission denied\n" );
 }

@@ -1,9 +1,9 @@
 #include "valend/report/Metrics.h"
 
+#include "settings/Version.h"
 #include "tests/support/MetricsParser.h"
 #include "tests/support/WorkDirectory.h"
 #include "tests/valend/DaemonFixture.h"
-#include "valend/base/Version.h"
 
 #include <algorithm>
 #include <fstream>
@@ -75,7 +75,7 @@ TEST_F( MetricsTest, ADaemonThatDidNothingHasItsGauges ) {
    EXPECT_THAT( samples, HasSubstr( "gauge valen_api_connections [] 3.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "counter valen_api_connections_dropped_total [] 7.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( std::string( "gauge valen_build_info [('version', '" ) +
-                                    version + "')] 1.0\n" ) );
+                                    Settings::version + "')] 1.0\n" ) );
 }
 
 TEST_F( MetricsTest, ShutdownsAreCountedByResultAndFramesByAgentAndError ) {
