@@ -29,21 +29,35 @@ install( TARGETS valenctl DESTINATION "${CMAKE_INSTALL_BINDIR}" COMPONENT daemon
 install( FILES docs/man/valenctl.1 DESTINATION "${CMAKE_INSTALL_MANDIR}/man1" COMPONENT daemon )
 install( FILES "${CMAKE_BINARY_DIR}/man/valen.yaml.5" DESTINATION "${CMAKE_INSTALL_MANDIR}/man5" COMPONENT daemon )
 install( FILES "${CMAKE_BINARY_DIR}/man/valend.8" DESTINATION "${CMAKE_INSTALL_MANDIR}/man8" COMPONENT daemon )
-# The packages have the prefix /usr, and their configuration is in /etc. With any other prefix,
-# configuration is below the prefix, including one given at installation.
-set( etc "${CMAKE_INSTALL_SYSCONFDIR}" )
-if( CMAKE_INSTALL_PREFIX STREQUAL "/usr" )
-   set( etc "${CMAKE_INSTALL_FULL_SYSCONFDIR}" )
-endif()
 install( FILES packaging/systemd/valend.service packaging/systemd/valend-drain.service
    DESTINATION lib/systemd/system COMPONENT daemon )
 install( FILES packaging/systemd/valen.sysusers DESTINATION lib/sysusers.d RENAME valen.conf
    COMPONENT daemon )
-install( FILES packaging/valen.yaml DESTINATION "${etc}/valen" COMPONENT daemon )
-install( DIRECTORY DESTINATION "${etc}/valen/conf.d" COMPONENT daemon )
-foreach( directory if-down.d if-pre-down.d ) # ifupdown's and ifupdown2's; the hook acts in one of them
-   install( PROGRAMS packaging/hooks/ifupdown RENAME valen
-      DESTINATION "${etc}/network/${directory}" COMPONENT daemon )
-endforeach()
 install( PROGRAMS packaging/hooks/networkmanager RENAME valen
    DESTINATION lib/NetworkManager/dispatcher.d/pre-down.d COMPONENT daemon )
+# Where Python and Ansible look for modules, if the prefix is /usr.
+install( FILES clients/python/valen.py DESTINATION lib/python3/dist-packages COMPONENT daemon )
+install( FILES clients/ansible/library/valen_interface.py DESTINATION share/ansible/plugins/modules
+   COMPONENT daemon )
+
+# The system's configuration. `cmake --install --prefix` with another prefix than the configured one writes
+# it below that prefix. Otherwise its directory is the configured one, and /etc for the prefix /usr.
+set( tree "${CMAKE_BINARY_DIR}/etc" )
+file( REMOVE_RECURSE "${tree}" )
+file( MAKE_DIRECTORY "${tree}/valen/conf.d" )
+configure_file( packaging/valen.yaml "${tree}/valen/valen.yaml" COPYONLY )
+foreach( directory if-pre-down.d if-down.d )
+   configure_file( packaging/hooks/ifupdown "${tree}/network/${directory}/valen" COPYONLY )
+endforeach()
+set( etc "${CMAKE_INSTALL_SYSCONFDIR}" )
+if( CMAKE_INSTALL_PREFIX STREQUAL "/usr" )
+   set( etc "${CMAKE_INSTALL_FULL_SYSCONFDIR}" )
+endif()
+install( CODE "
+   set( etc \"${etc}\" )
+   if( NOT CMAKE_INSTALL_PREFIX STREQUAL \"${CMAKE_INSTALL_PREFIX}\" )
+      set( etc etc )
+   endif()
+   cmake_path( ABSOLUTE_PATH etc BASE_DIRECTORY \"\${CMAKE_INSTALL_PREFIX}\" )
+   file( INSTALL DESTINATION \"\${etc}\" TYPE DIRECTORY FILES \"${tree}/\" USE_SOURCE_PERMISSIONS )
+   " COMPONENT daemon )

@@ -122,7 +122,7 @@ def poweroff(machine):
     for interface in INTERFACES:
         sent, down = machine.expect_one_goodbye(interface, since)
         expect(sent > last[0].when, f"the goodbye of {interface} left before the slow service ended")
-        expect(down - sent >= 0.29, f"{interface} was held for {down - sent:.3f} s only")
+        expect(down - sent >= 0.25, f"{interface} was held for {down - sent:.3f} s only")
 
 
 RUNNING = [stop_in_delay, stop_and_start, drain_starts]
