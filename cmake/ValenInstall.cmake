@@ -35,6 +35,10 @@ install( FILES packaging/systemd/valen.sysusers DESTINATION lib/sysusers.d RENAM
    COMPONENT daemon )
 install( PROGRAMS packaging/hooks/networkmanager RENAME valen
    DESTINATION lib/NetworkManager/dispatcher.d/pre-down.d COMPONENT daemon )
+# Where Python and Ansible look for modules, if the prefix is /usr.
+install( FILES clients/python/valen.py DESTINATION lib/python3/dist-packages COMPONENT daemon )
+install( FILES clients/ansible/library/valen_interface.py DESTINATION share/ansible/plugins/modules
+   COMPONENT daemon )
 
 # The system's configuration. `cmake --install --prefix` with another prefix than the configured one writes
 # it below that prefix. Otherwise its directory is the configured one, and /etc for the prefix /usr.

@@ -18,9 +18,10 @@ void readAll( std::span< std::byte const > memory ) {
       bool const inside =
          line.unit.empty() ||
          ( unit >= memory.data() && unit + line.unit.size() <= memory.data() + memory.size() );
-      // The record of a line has at least 16 bytes.
+      // The record of a line has at least 16 bytes. Its text is made of what is in the memory, where a
+      // number takes 16 bytes and at most 20 in the text.
       if ( ++lines > memory.size() / 16 || !inside ||
-           line.text.view().size() > Twinlog::Text::capacity ) {
+           line.text.view().size() > 2 * memory.size() ) {
          std::abort();
       }
       static_cast< void >( reader.wallTime( line.time ) );

@@ -1,7 +1,8 @@
 // Feeds any text to the configuration reader, as a configuration and a drop-in. Reading must terminate,
 // errors must be single lines, sorted, each with a place in one of the files, and a configuration
-// without errors must be valid.
+// without errors must be valid, and the same after it was written and read again.
 #include "settings/ConfigReader.h"
+#include "settings/ConfigWriter.h"
 #include "settings/Hex.h"
 
 #include <cstdint>
@@ -54,6 +55,8 @@ extern "C" int LLVMFuzzerTestOneInput( std::uint8_t const * data, std::size_t si
    }
    if ( result.errors.empty() ) {
       requireValid( result.config );
+      auto const again = Settings::parseConfig( Settings::yamlOf( result.config ), "written" );
+      require( again.errors.empty() && again.config == result.config );
    }
    return 0;
 }

@@ -22,13 +22,18 @@ ConfigSm::ConfigSm( Quill::Ptr< Config::ConfigDir const > configDir,
                     Quill::Ptr< Status::StatusDir > statusDir, Quill::Ptr< AllVrf > allVrf,
                     Quill::Ptr< AllIntf > allIntf )
     : configDir_( std::move( configDir ) ), agentConfigDir_( *this, std::move( agentConfigDir ) ),
-      statusDir_( std::move( statusDir ) ), allVrf_( *this, allVrf ), allIntf_( *this, allIntf ),
+      allIntfConfigDir_( std::move( allIntfConfigDir ) ),
+      allIntfStatusDir_( std::move( allIntfStatusDir ) ),
+      allIntfStatusLocalDir_( std::move( allIntfStatusLocalDir ) ),
+      l3IntfStatusDir_( std::move( l3IntfStatusDir ) ),
+      allVrfStatusLocal_( std::move( allVrfStatusLocal ) ),
+      entityManager_( std::move( entityManager ) ), statusDir_( std::move( statusDir ) ),
+      allVrf_( *this, std::move( allVrf ) ), allIntf_( *this, std::move( allIntf ) ),
       scheduler_( Gantry::TaskSchedulerRoot::findOrCreateScheduler() ) {
-   kernelIntfIs( std::move( allIntfStatusDir ), std::move( allIntfStatusLocalDir ),
-                 std::move( entityManager ) );
-   allVrfStatusLocalSmIs( std::move( allVrfStatusLocal ), allVrf );
-   allIntfConfigDirSmIs( std::move( allIntfConfigDir ), allIntf );
-   l3IntfStatusDirSmIs( std::move( l3IntfStatusDir ), allVrf, allIntf );
+   kernelIntfIs( allIntfStatusDir_, allIntfStatusLocalDir_, entityManager_ );
+   allVrfStatusLocalSmIs( allVrfStatusLocal_, this->allVrf() );
+   allIntfConfigDirSmIs( allIntfConfigDir_, this->allIntf() );
+   l3IntfStatusDirSmIs( l3IntfStatusDir_, this->allVrf(), this->allIntf() );
    handleInitialized();
 }
 
@@ -218,15 +223,10 @@ void ConfigSm::handleVrf( L3::VrfName vrfName ) {
       TRACE1( "removing stale vrfContainerSm" );
       vrfContainerSmDel( vrfName );
    }
-   try {
-      vrfContainerSmIs( vrf, vrfL3Intf, allIntf(), deviceIntfStatusDir, scheduler_, configDir_,
-                        statusDir_ );
-   } catch ( ... ) {
-      // Removing a VRF that has no container does not unmount it, and the VRF may return in another
-      // namespace.
-      kernelIntf_->vrfDel( vrfName );
-      throw;
-   }
+   // If this throws, the VRF stays in kernelIntf, also when its record is removed: it has no container
+   // then. It leaves when it returns in another namespace, or with kernelIntf.
+   vrfContainerSmIs( vrf, vrfL3Intf, allIntf(), deviceIntfStatusDir, scheduler_, configDir_,
+                     statusDir_ );
 }
 
 void ConfigSm::handleIntfMessage( Corvid::IntfId intfId ) {

@@ -26,7 +26,7 @@ namespace Valen {
 class ConfigSm final : public Quill::Reactor {
    QUILL_TRACKED( Valen::ConfigSm )
  public:
-   // Keeps all eleven or passes them on; none null. The whole feature runs when this returns.
+   // Keeps all eleven and passes them on; none null. The whole feature runs when this returns.
    ConfigSm( Quill::Ptr< Config::ConfigDir const > configDir,
              Quill::Ptr< Quill::Dir const > agentConfigDir,
              Quill::Ptr< Interface::AllIntfConfigDir const > allIntfConfigDir,
@@ -49,6 +49,25 @@ class ConfigSm final : public Quill::Reactor {
    Quill::Ptr< Config::ConfigDir const > const & configDir() const noexcept { return configDir_; }
    Quill::Ptr< Quill::Dir const > agentConfigDir() const noexcept {
       return agentConfigDir_.handle();
+   }
+   Quill::Ptr< Interface::AllIntfConfigDir const > const & allIntfConfigDir() const noexcept {
+      return allIntfConfigDir_;
+   }
+   Quill::Ptr< Interface::AllIntfStatusDir const > const & allIntfStatusDir() const noexcept {
+      return allIntfStatusDir_;
+   }
+   Quill::Ptr< Interface::AllIntfStatusLocalDir const > const &
+   allIntfStatusLocalDir() const noexcept {
+      return allIntfStatusLocalDir_;
+   }
+   Quill::Ptr< L3::Intf::StatusDir const > const & l3IntfStatusDir() const noexcept {
+      return l3IntfStatusDir_;
+   }
+   Quill::Ptr< Ip::AllVrfStatusLocal const > const & allVrfStatusLocal() const noexcept {
+      return allVrfStatusLocal_;
+   }
+   Quill::Ptr< Orrery::EntityManager > const & entityManager() const noexcept {
+      return entityManager_;
    }
    Quill::Ptr< Status::StatusDir > const & statusDir() const noexcept { return statusDir_; }
    Quill::Ptr< AllVrf > allVrf() const noexcept { return allVrf_.handle(); }
@@ -137,6 +156,12 @@ class ConfigSm final : public Quill::Reactor {
    Quill::Watch< ConfigSm, Quill::Dir const,
                  Quill::On< Quill::Dir::entryAttr, &ConfigSm::handleAgent > >
       agentConfigDir_;
+   Quill::Ptr< Interface::AllIntfConfigDir const > const allIntfConfigDir_;
+   Quill::Ptr< Interface::AllIntfStatusDir const > const allIntfStatusDir_;
+   Quill::Ptr< Interface::AllIntfStatusLocalDir const > const allIntfStatusLocalDir_;
+   Quill::Ptr< L3::Intf::StatusDir const > const l3IntfStatusDir_;
+   Quill::Ptr< Ip::AllVrfStatusLocal const > const allVrfStatusLocal_;
+   Quill::Ptr< Orrery::EntityManager > const entityManager_;
    Quill::Ptr< Status::StatusDir > const statusDir_;
    Quill::Watch< ConfigSm, AllVrf, Quill::On< AllVrf::vrfAttr, &ConfigSm::handleVrf > > allVrf_;
    Quill::Watch< ConfigSm, AllIntf,

@@ -32,7 +32,10 @@ void NetNsIntfStatusManager::handleInitialized() {
 
 void NetNsIntfStatusManager::handleInterface( U32 ifIndex ) {
    HandlerScope const rootScope( root_ );
-   auto const device = kernelNetInfoStatus()->interface( ifIndex );
+   auto device = kernelNetInfoStatus()->interface( ifIndex );
+   if ( device && !device->linkLayer().empty() ) {
+      device = nullptr;
+   }
    auto const child = deviceSm_.find( ifIndex );
    if ( child && child->device() == device.get() ) {
       return;

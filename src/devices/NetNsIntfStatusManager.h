@@ -11,8 +11,8 @@ namespace Interface {
 
 class NetNsIntfStatusManagerRoot;
 
-// Fills a device directory from the kernel's devices of one namespace. The root decides which
-// interface a device carries. Of several devices of one name, the one seen last under it is used.
+// Fills a device directory from the kernel's devices of one namespace: from those that carry Ethernet
+// frames, since frames are sent as they are. The root decides which interface a device carries. Of several devices of one name, the one seen last under it is used.
 //   watches   the namespace's devices and their names
 //   writes    the device directory, as the only writer
 //   owned by  NetNsIntfStatusManagerRoot

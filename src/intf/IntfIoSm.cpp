@@ -114,7 +114,11 @@ void IntfIoSm::handleAdminShutdownDelayed() {
    }
    VALEN_ASSERT( intfStatus()->shouldDelay() );
    if ( intfConfig()->adminShutdownDelayed() ) {
+      auto const status = intfStatus();
       auto const sent = outputMessages();
+      if ( intfStatus() != status ) {
+         return; // a watcher removed this reactor in the middle; a successor may have the record
+      }
       TRACE1( "%s messages -> shutdown after delay", sent );
       intfStatus()->delayedIs( true );
       shutdownDelayTask()->scheduleTaskDelay( shutdownDelay() );
@@ -148,15 +152,12 @@ void IntfIoSm::handleDestruction() {
 U32 IntfIoSm::outputMessages() {
    TRACE_STATE();
    U32 sent = 0;
-   auto const index = ifIndex();
-   if ( intfMessage()->messages() > 0 ) {
-      rawTxPam_->burstIs( index, intf_->device().deviceName.stringValue() );
-   }
+   std::optional< Device > announced;
    for ( auto const & entry : intfMessage()->message() ) {
       auto const & i = entry.value;
       VALEN_ASSERT( i->messages() > 0 );
       for ( auto const & text : i->message() ) {
-         if ( sendMessage( text, index ) ) {
+         if ( sendMessage( text, announced ) ) {
             ++sent;
          } else {
             TRACE1( "packet send failed" );
@@ -168,10 +169,17 @@ U32 IntfIoSm::outputMessages() {
    return sent;
 }
 
-bool IntfIoSm::sendMessage( Quill::String const & text, U32 ifIndex ) {
+bool IntfIoSm::sendMessage( Quill::String const & text, std::optional< Device > & announced ) {
    auto const pkt = Corvid::globalPktManager().newPkt();
    pkt->stringValueIs( text, false );
-   return rawTxPam_->send( *pkt, ifIndex );
+   // Looked up for each packet: the device may change while the endpoint sends the one before.
+   auto const & device = intf_->device();
+   if ( !announced || announced->ifIndex != device.ifIndex ||
+        announced->deviceName != device.deviceName ) [[unlikely]] {
+      announced = device;
+      rawTxPam_->burstIs( device.ifIndex, device.deviceName.stringValue() );
+   }
+   return rawTxPam_->send( *pkt, device.ifIndex );
 }
 
 Quill::Ptr< IntfIoSm > intfIoSmFactory( Quill::Ptr< Intf > intf,

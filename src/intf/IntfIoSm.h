@@ -6,6 +6,8 @@
 #include "platform/quill/Watch.h"
 #include "types/ValenTypes.h"
 
+#include <optional>
+
 namespace Valen {
 
 // Carries out the shutdown delay: sends the interface's frames, holds `delayed` for the configured
@@ -94,7 +96,10 @@ class IntfIoSm final : public Quill::Reactor {
    U32 outputMessages();
 
  private:
-   bool sendMessage( Quill::String const & text, U32 ifIndex );
+   using Device = Interface::DeviceIntfStatusDir::IntfStatusAndDeviceName;
+
+   // Announces the interface's device to the endpoint if `announced` is another one.
+   bool sendMessage( Quill::String const & text, std::optional< Device > & announced );
 
    Quill::Ptr< Intf > const intf_;
    Quill::Ptr< Corvid::RawTxPam > const rawTxPam_;

@@ -1,6 +1,7 @@
 #include "linux/DeviceWatcher.h"
 
 #include <array>
+#include <linux/if_arp.h>
 #include <sys/epoll.h>
 
 namespace Valen::Linux {
@@ -100,14 +101,17 @@ void DeviceWatcher::link( Rtnetlink::Message const & message ) {
    }
    auto const ifIndex = message.ifIndex;
    Quill::Name const name( message.deviceName );
+   Quill::Name const linkLayer(
+      message.hardwareType == ARPHRD_ETHER ? "" : Rtnetlink::linkLayerOf( message.hardwareType ) );
    marked_.insert( ifIndex );
-   if ( auto const known = status_->interface( ifIndex ); known && known->deviceName() == name ) {
+   if ( auto const known = status_->interface( ifIndex );
+        known && known->deviceName() == name && known->linkLayer() == linkLayer ) {
       known->mtuIs( message.mtu );
       known->flagsIs( message.flags );
       return;
    }
-   // A device is published complete, so a renamed one is removed and added again. Names are unique: if
-   // another index has this name, its device has been deleted or renamed.
+   // A device is published complete, so one that was renamed, or has another link layer now, is removed
+   // and added again. Names are unique: if another index has this name, its device has been deleted or renamed.
    linkDel( ifIndex );
    if ( auto const former = indexes_.find( name.stdString() ); former != indexes_.end() ) {
       linkDel( former->second );
@@ -119,6 +123,7 @@ void DeviceWatcher::link( Rtnetlink::Message const & message ) {
    device->deviceNameIs( name );
    device->flagsIs( message.flags );
    device->mtuIs( message.mtu );
+   device->linkLayerIs( linkLayer );
    marked_.insert( ifIndex );
    indexes_[ name.stdString() ] = ifIndex;
    status_->interfaceAdd( device );

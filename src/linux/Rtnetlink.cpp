@@ -3,6 +3,7 @@
 #include <algorithm>
 #include <cstring>
 #include <linux/if.h>
+#include <linux/if_arp.h>
 #include <linux/rtnetlink.h>
 #include <optional>
 #include <sys/socket.h>
@@ -65,6 +66,7 @@ bool link( Message & message, Bytes payload, Message::Kind kind ) noexcept {
       return true;
    }
    message.ifIndex = static_cast< U32 >( info->ifi_index );
+   message.hardwareType = info->ifi_type;
    message.flags = info->ifi_flags;
    while ( !payload.empty() ) {
       auto const header = take< rtattr >( payload );
@@ -147,6 +149,33 @@ bool Parser::next( Message & message ) noexcept {
    message.interrupted = header->nlmsg_flags & NLM_F_DUMP_INTR;
    damaged_ = !body( message, header->nlmsg_type, *payload );
    return !damaged_;
+}
+
+std::string linkLayerOf( U16 hardwareType ) {
+   switch ( hardwareType ) {
+   case ARPHRD_ETHER:
+      return "ether";
+   case ARPHRD_LOOPBACK:
+      return "loopback";
+   case ARPHRD_NONE: // tun, WireGuard
+      return "none";
+   case ARPHRD_PPP:
+      return "ppp";
+   case ARPHRD_TUNNEL:
+      return "ipip";
+   case ARPHRD_TUNNEL6:
+      return "tunnel6";
+   case ARPHRD_SIT:
+      return "sit";
+   case ARPHRD_IPGRE:
+      return "gre";
+   case ARPHRD_IP6GRE:
+      return "gre6";
+   case ARPHRD_INFINIBAND:
+      return "infiniband";
+   default:
+      return "[" + std::to_string( hardwareType ) + "]";
+   }
 }
 
 std::vector< std::byte > dumpRequest( U32 sequence ) {

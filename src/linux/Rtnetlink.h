@@ -5,6 +5,7 @@
 
 #include <cstddef>
 #include <span>
+#include <string>
 #include <string_view>
 #include <vector>
 
@@ -28,6 +29,7 @@ struct Message {
 
    U32 ifIndex = 0;             // this and the rest: of link and linkDel
    std::string_view deviceName; // empty if the message has none
+   U16 hardwareType = 0;        // ARPHRD_ETHER and others
    U32 flags = 0;               // IFF_UP and others
    U32 mtu = 0;                 // 0 if the message has none
 };
@@ -46,6 +48,10 @@ class Parser {
    std::span< std::byte const > rest_;
    bool damaged_ = false;
 };
+
+// What ip-link(8) shows after "link/" for a hardware type: "ether", "none", "sit"; a number in brackets for
+// the rarer ones.
+std::string linkLayerOf( U16 hardwareType );
 
 // A request for all devices of the namespace.
 std::vector< std::byte > dumpRequest( U32 sequence );

@@ -13,6 +13,9 @@ namespace {
 
 namespace fs = std::filesystem;
 
+constexpr char const * dropInName =
+   "the name of a drop-in must end in \".yaml\" and not begin with a dot";
+
 // Why a file or directory was not read.
 struct Unreadable {
    std::string text;
@@ -63,21 +66,41 @@ bool isDropIn( fs::path const & path ) {
    return path.extension() == ".yaml" && !path.filename().string().starts_with( '.' );
 }
 
-// The drop-ins in `directory`, sorted by name; none when it does not exist. Throws Unreadable.
-std::vector< std::string > dropInsIn( fs::path const & directory ) {
+// Whether the operator may believe that it is a drop-in: "lldp.yml", "lldp.YAML".
+bool looksLikeDropIn( fs::path const & path ) {
+   auto extension = path.extension().string();
+   for ( auto & character : extension ) {
+      character = character >= 'A' && character <= 'Z'
+                     ? static_cast< char >( character - 'A' + 'a' )
+                     : character;
+   }
+   return ( extension == ".yml" || extension == ".yaml" ) && !isDropIn( path ) &&
+          !path.filename().string().starts_with( '.' );
+}
+
+struct DropIns {
+   std::vector< fs::path > files;   // sorted by name
+   std::vector< fs::path > ignored; // those that look like drop-ins
+};
+
+// The drop-ins in `directory`; none when it does not exist. Throws Unreadable.
+DropIns dropInsIn( fs::path const & directory ) {
    std::error_code code;
-   std::vector< std::string > files;
+   DropIns found;
    fs::directory_iterator entry( directory, code );
    for ( ; !code && entry != fs::directory_iterator(); entry.increment( code ) ) {
       if ( isDropIn( entry->path() ) ) {
-         files.push_back( entry->path().string() );
+         found.files.push_back( entry->path() );
+      } else if ( looksLikeDropIn( entry->path() ) ) {
+         found.ignored.push_back( entry->path() );
       }
    }
    if ( code && code != std::errc::no_such_file_or_directory ) {
       throw Unreadable{ "cannot read: " + code.message() + "; expected a directory of drop-ins" };
    }
-   std::sort( files.begin(), files.end() );
-   return files;
+   std::sort( found.files.begin(), found.files.end() );
+   std::sort( found.ignored.begin(), found.ignored.end() );
+   return found;
 }
 
 ConfigText textOf( std::string const & file ) {
@@ -88,26 +111,52 @@ ConfigText textOf( std::string const & file ) {
    }
 }
 
-std::vector< ConfigText > textsOf( std::string const & file ) {
-   std::vector< ConfigText > texts{ textOf( file ) };
-   if ( file == "-" ) {
-      return texts;
+// Adds `file`, in order of names, in place of one of the same name.
+void add( std::vector< fs::path > & dropIns, fs::path const & file ) {
+   auto const place =
+      std::lower_bound( dropIns.begin(), dropIns.end(), file, []( auto const & a, auto const & b ) {
+         return a.filename() < b.filename();
+      } );
+   if ( place != dropIns.end() && place->filename() == file.filename() ) {
+      *place = file;
+   } else {
+      dropIns.insert( place, file );
    }
-   auto const directory = fs::path( file ).parent_path() / dropInDirectory;
-   try {
-      for ( auto const & dropIn : dropInsIn( directory ) ) {
-         texts.push_back( textOf( dropIn ) );
-      }
-   } catch ( Unreadable const & e ) {
-      texts.push_back( { directory.string(), "", e.text } );
-   }
-   return texts;
 }
 
 } // namespace
 
-ConfigResult readConfig( std::string const & file ) {
-   return parseConfig( textsOf( file ) );
+ConfigResult readConfig( std::string const & file, std::string const & dropIn ) {
+   std::vector< ConfigText > texts{ textOf( file ) };
+   DropIns dropIns;
+   if ( file != "-" ) {
+      auto const directory = fs::path( file ).parent_path() / dropInDirectory;
+      try {
+         dropIns = dropInsIn( directory );
+      } catch ( Unreadable const & e ) {
+         texts.push_back( { directory.string(), "", e.text } );
+      }
+   }
+   if ( !dropIn.empty() ) {
+      add( dropIns.files, dropIn );
+   }
+   for ( auto const & path : dropIns.files ) {
+      texts.push_back( textOf( path.string() ) );
+   }
+   auto result = parseConfig( texts );
+   if ( !dropIn.empty() && !isDropIn( dropIn ) ) {
+      result.errors.push_back(
+         { { dropIn },
+           "would be ignored in " + std::string( dropInDirectory ) + "; " + dropInName } );
+   }
+   for ( auto const & path : dropIns.ignored ) {
+      result.warnings.push_back( { { path.string() }, std::string( "ignored; " ) + dropInName } );
+   }
+   return result;
+}
+
+ConfigResult readConfigFile( std::string const & file ) {
+   return parseConfig( { textOf( file ) } );
 }
 
 } // namespace Settings

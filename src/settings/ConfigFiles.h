@@ -19,7 +19,13 @@ inline constexpr char const * dropInDirectory = "conf.d";
 inline constexpr std::size_t maxConfigBytes = 64u << 20;
 
 // Reads `file` and its drop-ins; "-" is standard input, which has none. A file that cannot be read is
-// an error of the result.
-ConfigResult readConfig( std::string const & file );
+// an error of the result. A file in the directory whose name ends almost as a drop-in's (".yml") is a
+// warning.
+//   dropIn   if not empty, this file is read too, as if it were in the directory, where it would replace
+//            one of the same name
+ConfigResult readConfig( std::string const & file, std::string const & dropIn = "" );
+
+// Reads `file` alone.
+ConfigResult readConfigFile( std::string const & file );
 
 } // namespace Settings

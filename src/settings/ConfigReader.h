@@ -25,6 +25,8 @@ struct ConfigResult {
    Config config;                     // meaningful only when there are no errors
    std::vector< ConfigError > errors; // file by file, in order of place
    Sources sources;
+   // Of what is valid but probably a mistake, such as a file that is ignored.
+   std::vector< ConfigError > warnings = {};
 };
 
 // The content of a file, and its name in errors. Capture files are looked up relative to it.

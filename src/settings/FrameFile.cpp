@@ -62,7 +62,8 @@ Capture openCapture( std::string const & file ) {
    std::error_code code;
    auto const status = std::filesystem::status( file, code );
    if ( !std::filesystem::exists( status ) ) {
-      reject( file, "no such file; expected a pcap or pcapng file" );
+      auto const why = code ? code : std::make_error_code( std::errc::no_such_file_or_directory );
+      reject( file, "cannot open: " + why.message() + "; expected a pcap or pcapng file" );
    }
    if ( !std::filesystem::is_regular_file( status ) ) { // opening a pipe would block
       reject( file, "not a regular file; expected a pcap or pcapng file" );
@@ -89,7 +90,7 @@ std::string frameOf( std::string const & file, std::size_t number, pcap_pkthdr c
                        std::to_string( header.len ) + " bytes; expected a complete capture" );
    }
    if ( header.caplen < minFrameBytes ) {
-      reject( file, name + std::to_string( header.caplen ) + " bytes; expected at least " +
+      reject( file, name + counted( header.caplen, "byte" ) + "; expected at least " +
                        std::to_string( minFrameBytes ) + ", an Ethernet header" );
    }
    return std::string( reinterpret_cast< char const * >( bytes ), header.caplen );

@@ -1,5 +1,6 @@
 #include "settings/FrameText.h"
 
+#include "settings/Counted.h"
 #include "settings/FrameFile.h"
 
 namespace Settings {
@@ -16,9 +17,8 @@ int digit( char character ) {
 
 std::string requireHeader( std::string frame ) {
    if ( frame.size() < minFrameBytes ) {
-      throw FrameError( "frame of " + std::to_string( frame.size() ) +
-                        " bytes; expected at least " + std::to_string( minFrameBytes ) +
-                        ", an Ethernet header" );
+      throw FrameError( "frame of " + counted( frame.size(), "byte" ) + "; expected at least " +
+                        std::to_string( minFrameBytes ) + ", an Ethernet header" );
    }
    return frame;
 }
@@ -56,8 +56,7 @@ std::string bytesFromBase64( std::string_view text ) {
    }
    if ( digits % 4 || padding > 2 ) {
       throw FrameError(
-         "base64 text of " + std::to_string( digits ) + " characters, " +
-         std::to_string( padding ) +
+         "base64 text of " + counted( digits, "character" ) + ", " + std::to_string( padding ) +
          " of them \"=\"; expected groups of four, the last with at most two \"=\"" );
    }
    bytes.resize( bytes.size() - padding );

@@ -1,5 +1,7 @@
 #include "settings/Hex.h"
 
+#include "settings/Counted.h"
+
 namespace Settings {
 
 namespace {
@@ -47,11 +49,11 @@ std::string frameFromHex( std::string_view text ) {
       }
    }
    if ( digits % 2 ) {
-      throw HexError( "frame of " + std::to_string( digits ) +
-                      " hexadecimal digits; expected two for each byte" );
+      throw HexError( "frame of " + counted( digits, "hexadecimal digit" ) +
+                      "; expected two for each byte" );
    }
    if ( bytes.size() < minFrameBytes ) {
-      throw HexError( "frame of " + std::to_string( bytes.size() ) + " bytes; expected at least " +
+      throw HexError( "frame of " + counted( bytes.size(), "byte" ) + "; expected at least " +
                       std::to_string( minFrameBytes ) + ", an Ethernet header" );
    }
    return bytes;

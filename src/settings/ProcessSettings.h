@@ -85,7 +85,8 @@ inline constexpr std::array processSettings{
       .maxBytes = maxPathBytes,
       .defaultText = "$STATE_DIRECTORY, else /var/lib/valen if it exists",
       .systemDefault = stateDirectoryOfSystem,
-      .help = "Directory in which shutdowns and published frames survive a restart",
+      .help = "Directory in which shutdowns, published frames and the last valid configuration "
+              "survive a restart",
       .details = "Without a state directory, a shutdown in progress is lost on restart.",
    },
    ProcessSetting{

@@ -41,9 +41,17 @@ void L3IntfStatusSm::handleVrf() {
    }
    if ( auto const emptied = leaveVrfL3Intf() ) {
       TRACE1( "removing vrfL3Intf for %s", emptied->vrfName() );
-      allVrf_->vrfL3IntfDel( emptied->vrfName() );
+      vrfL3IntfRemove( emptied );
    }
-   vrfL3IntfIs( allVrf_->vrfL3IntfIs( l3IntfStatus()->vrf() ) );
+   vrfL3IntfIs( nullptr ); // last: a watcher of the set still finds it here
+   auto const joined = allVrf_->vrfL3IntfIs( l3IntfStatus()->vrf() );
+   if ( vrfL3Intf_ ) { // a watcher of the new set has moved the interface again
+      if ( joined->intfs() == 0 ) {
+         vrfL3IntfRemove( joined );
+      }
+      return;
+   }
+   vrfL3IntfIs( joined );
    vrfL3Intf_->intfIs( intf_ );
 }
 
@@ -51,18 +59,25 @@ void L3IntfStatusSm::handleDestruction() {
    TRACE0( "%s, vrf %s", intfId_, l3IntfStatus()->vrf() );
    if ( auto const emptied = leaveVrfL3Intf() ) {
       TRACE1( "removing vrfL3Intf for %s", emptied->vrfName() );
-      allVrf_->vrfL3IntfDel( emptied->vrfName() );
+      vrfL3IntfRemove( emptied );
    }
    intf_->l3IntfStatusIs( nullptr );
 }
 
 Quill::Ptr< VrfL3Intf > L3IntfStatusSm::leaveVrfL3Intf() {
-   auto const left = std::exchange( vrfL3Intf_, nullptr );
+   auto const left = vrfL3Intf_; // a watcher of the set may move the interface again
    if ( !left ) {
       return nullptr;
    }
    left->intfDel( intf_ );
    return left->intfs() == 0 ? left : nullptr;
+}
+
+// By its name, unless a watcher has already put another set there.
+void L3IntfStatusSm::vrfL3IntfRemove( Quill::Ptr< VrfL3Intf > const & emptied ) {
+   if ( allVrf_->vrfL3Intf( emptied->vrfName() ) == emptied ) {
+      allVrf_->vrfL3IntfDel( emptied->vrfName() );
+   }
 }
 
 // --- L3IntfStatusDirSm ---------------------------------------------------------------------------

@@ -54,6 +54,8 @@ class L3IntfStatusSm final : public Quill::Reactor {
  private:
    // Removes the interface from its set, if it is in one. Returns the set if it is empty now.
    Quill::Ptr< VrfL3Intf > leaveVrfL3Intf();
+   // Deletes an empty set from the model.
+   void vrfL3IntfRemove( Quill::Ptr< VrfL3Intf > const & emptied );
 
    Corvid::IntfId const intfId_;
    Quill::Ptr< Intf > const intf_;

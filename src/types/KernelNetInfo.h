@@ -16,6 +16,9 @@ class Interface final : public Quill::Entity {
    QUILL_SINGLE( Quill::Name, deviceName ) // IFLA_IFNAME; set before the device is published
    QUILL_SINGLE( U32, flags )              // IFF_UP and the rest, as rtnetlink(7) has them
    QUILL_SINGLE( U32, mtu )                // IFLA_MTU, bytes after the link-layer header
+   // Empty: the device carries Ethernet frames. Else what ip-link(8) shows after "link/": "none", "sit".
+   // Set before the device is published.
+   QUILL_SINGLE( Quill::Name, linkLayer )
 };
 
 class Status final : public Quill::Entity {

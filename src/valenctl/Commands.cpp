@@ -1,9 +1,14 @@
 #include "valenctl/Commands.h"
 
+#include "settings/Version.h"
+#include "valenctl/CommandPlace.h"
 #include "valenctl/Completion.h"
+#include "valenctl/Names.h"
+#include "valenctl/UnknownWord.h"
 #include "valenctl/command/CommandGroups.h"
 #include "valenctl/command/Session.h"
 #include "valenctl/frame/FrameSender.h"
+#include "valenctl/text/ErrorJson.h"
 
 #include <CLI/CLI.hpp>
 #include <ostream>
@@ -12,15 +17,7 @@ namespace Valenctl {
 
 namespace {
 
-constexpr char const * footer = R"(
-Exit status: 0 success
-             1 the request failed or was rejected
-             2 invalid command or option
-             3 cannot connect to valend
-             4 no answer in time, or the awaited state was not reached in time
-
-Data goes to standard output, everything else to standard error. Tables are colored
-on a terminal, unless NO_COLOR is set.)";
+constexpr char const * footer = "See valenctl(1) for exit statuses and examples.";
 
 // All commands, under the headings that help lists them.
 struct Group {
@@ -34,41 +31,66 @@ constexpr Group groups[] = {
    { "Inspection", daemonCommands }, { "Inspection", traceCommands },
 };
 
-// Runs `command`, and prints what it throws.
-Exit runCommand( Command & command, Session & session ) {
-   auto const fails = [ & ]( std::string const & text, Exit exit ) {
-      session.err() << "valenctl: " << text << '\n';
-      return exit;
-   };
+// A failure: what valenctl exits with, and its name, as valend's errors have one.
+struct Failure {
+   Exit exit;
+   std::string name;
+   std::string text;
+   Json parameters = Json::object();
+};
+
+Failure ownFailure( Exit exit, char const * name, std::string const & text ) {
+   return { exit, std::string( "org.valen.valenctl." ) + name, text };
+}
+
+// The failure that an exception of a command is.
+Failure failureOf( std::exception_ptr const & thrown, Session const & session ) {
    try {
-      return command.run( session );
+      std::rethrow_exception( thrown );
    } catch ( UsageError const & e ) {
-      return fails( e.what(), Exit::usage );
+      return ownFailure( Exit::usage, "InvalidCommand", e.what() );
    } catch ( Varlink::Refused const & e ) {
-      return fails( e.what(),
-                    e.name() == "org.valen.daemon.TimedOut" ? Exit::timedOut : Exit::failed );
+      auto const exit = e.name() == "org.valen.daemon.TimedOut" ? Exit::timedOut : Exit::failed;
+      return { exit, e.name(), e.what(), e.parameters() };
    } catch ( Varlink::TimedOut const & ) {
-      return fails( "valend did not answer within " +
-                       std::to_string( session.answerTimeout().count() ) + " ms",
-                    Exit::timedOut );
+      return ownFailure( Exit::timedOut, "TimedOut",
+                         "valend did not answer within " +
+                            std::to_string( session.answerTimeout().count() ) + " ms" );
    } catch ( Varlink::NoService const & e ) {
-      return fails( e.what(), Exit::notConnected );
+      return ownFailure( Exit::notConnected, "NotConnected", e.what() );
    } catch ( Json::exception const & e ) {
-      return fails( "cannot read the answer of valend at " + session.socket() + ": " + e.what(),
-                    Exit::notConnected );
+      return ownFailure( Exit::notConnected, "InvalidAnswer",
+                         "cannot read the answer of valend at " + session.socket() + ": " +
+                            e.what() );
    } catch ( std::exception const & e ) {
-      return fails( e.what(), Exit::failed );
+      return ownFailure( Exit::failed, "Failed", e.what() );
    }
 }
 
-// The names of valend's interfaces; none when it does not answer soon.
-std::vector< std::string > interfaceNames( std::string const & socket, std::ostream & out ) {
-   Session session( { socket, std::chrono::seconds( 1 ) }, { out, out, {}, Format::text } );
-   try {
-      return textsField( session.call( "List" ), "interfaces" );
-   } catch ( std::exception const & ) {
-      return {}; // errors would disturb completion
+// Prints a failure: for people, and with --json also for programs.
+Exit report( Failure const & failure, Session & session ) {
+   session.err() << "valenctl: " << failure.text << '\n';
+   if ( session.json() ) {
+      session.printLine( errorJson( failure.name, failure.text, failure.parameters ) );
    }
+   return failure.exit;
+}
+
+Exit runCommand( Command & command, Session & session ) {
+   try {
+      return command.run( session );
+   } catch ( ... ) {
+      return report( failureOf( std::current_exception(), session ), session );
+   }
+}
+
+// Where the words stop to make sense, for a reference to the help of the command that they name.
+std::string pathOf( CLI::App const & app, std::vector< std::string > const & words ) {
+   CommandPlace place( app );
+   for ( auto const & word : words ) {
+      place.pass( word );
+   }
+   return place.commandPath();
 }
 
 } // namespace
@@ -78,6 +100,8 @@ Commands::Commands()
                                           "valenctl" ) ) {
    app_->footer( footer );
    app_->require_subcommand( 1 );
+   app_->set_version_flag( "--version", std::string( "valenctl " ) + Settings::version,
+                           "Print the version and exit" );
    Valenctl::addOptions( *app_, options_ );
    for ( auto const & group : groups ) {
       for ( auto const & row : group.rows() ) {
@@ -118,25 +142,41 @@ Exit Commands::run( int argc, char const * const * argv, Terminal const & termin
    if ( argc > 1 && std::string( argv[ 1 ] ) == completionCommand ) {
       return complete( { argv + 2, argv + argc }, out );
    }
+   std::vector< std::string > const words( argv + std::min( argc, 1 ), argv + argc );
    try {
       app_->parse( argc, argv );
    } catch ( CLI::ParseError const & e ) {
-      return app_->exit( e, out, err ) == 0 ? Exit::done : Exit::usage;
+      if ( e.get_exit_code() == 0 ) {
+         app_->exit( e, out, err ); // prints help or the version
+         return Exit::done;
+      }
+      return invalid( words, e.what(), { out, err, terminal, formatIn( words ) } );
    }
    auto const format = options_.json ? Format::json : Format::text;
    Session session( { options_.socket, options_.timeout() }, { out, err, terminal, format } );
    return runCommand( *selected_, session );
 }
 
+// Prints why the command line does not parse. A word that does not exist is the cause of the rest.
+Exit Commands::invalid( std::vector< std::string > const & words, std::string const & problem,
+                        Output const & output ) const {
+   auto const unknown = unknownWord( *app_, words );
+   Session session( {}, output );
+   auto const exit = report(
+      ownFailure( Exit::usage, "InvalidCommand", unknown.empty() ? problem : unknown ), session );
+   session.err() << "Run \"" << pathOf( *app_, words ) << " --help\" for more information.\n";
+   return exit;
+}
+
 // Prints what may come next, a line each: the text, a tab and its help. A line without a text stands
 // for the names of files, which the shell knows better.
 Exit Commands::complete( std::vector< std::string > const & words, std::ostream & out ) const {
    auto result = completion( *app_, words );
-   if ( result.also == Completion::Also::interfaces ) {
-      for ( auto const & name : interfaceNames( socketIn( words, options_.socket ), out ) ) {
-         if ( words.empty() || name.starts_with( words.back() ) ) {
-            result.candidates.push_back( { name, "interface" } );
-         }
+   Session session( { valueIn( words, "--socket", options_.socket ), std::chrono::seconds( 1 ) },
+                    { out, out, {}, Format::text } );
+   for ( auto const & name : names( result.also, session, valueIn( words, "--netns", "" ) ) ) {
+      if ( words.empty() || name.text.starts_with( words.back() ) ) {
+         result.candidates.push_back( name );
       }
    }
    if ( result.also == Completion::Also::files ) {

@@ -11,6 +11,8 @@
 
 namespace Valenctl {
 
+struct Output;
+
 class Commands {
  public:
    Commands();
@@ -22,12 +24,14 @@ class Commands {
    Options const & options() const { return options_; }
 
    // Parses the command line, runs the command and returns what to exit with. Data goes to `out`,
-   // everything else to `err`; each error is one line there.
+   // everything else to `err`; each error is one line there, and with --json also an object on `out`.
    Exit run( int argc, char const * const * argv, Terminal const & terminal, std::ostream & out,
              std::ostream & err );
 
  private:
    void add( CommandRow const & row, std::string const & heading );
+   Exit invalid( std::vector< std::string > const & words, std::string const & problem,
+                 Output const & output ) const;
    Exit complete( std::vector< std::string > const & words, std::ostream & out ) const;
 
    Options options_;

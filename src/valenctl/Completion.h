@@ -23,8 +23,17 @@ struct Candidate {
 };
 
 struct Completion {
-   // What only valend or the file system know, to be offered as well.
-   enum class Also { nothing, interfaces, files };
+   // What only valend, the kernel or the file system know, to be offered as well (Names.h).
+   enum class Also {
+      nothing,
+      interfaces,
+      vrfs,
+      devices,      // of valend's interfaces
+      agents,       // that queued frames
+      localDevices, // in a namespace of this machine
+      namespaces,
+      files
+   };
 
    std::vector< Candidate > candidates;
    Also also = Also::nothing;
@@ -34,7 +43,8 @@ struct Completion {
 // that begin with it are offered.
 Completion completion( CLI::App const & app, std::vector< std::string > const & words );
 
-// The value of the last --socket among the words; `otherwise` if there is not one.
-std::string socketIn( std::vector< std::string > const & words, std::string const & otherwise );
+// The value of the last such option among the words; `otherwise` if there is not one.
+std::string valueIn( std::vector< std::string > const & words, std::string const & option,
+                     std::string const & otherwise );
 
 } // namespace Valenctl

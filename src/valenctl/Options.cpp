@@ -3,12 +3,14 @@
 #include "settings/ProcessSettings.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
 
 namespace Valenctl {
 
 namespace {
 
 constexpr double secondsOfADay = 86400;
+constexpr char const * jsonOption = "--json";
 
 } // namespace
 
@@ -28,7 +30,13 @@ void addOptions( CLI::App & app, Options & options ) {
       ->type_name( "SECONDS" )
       ->capture_default_str()
       ->check( CLI::Range( 0.0, secondsOfADay ).description( "" ) );
-   app.add_flag( "--json", options.json, "Print answers as JSON: one object, or one a line" );
+   app.add_flag( jsonOption, options.json,
+                 "Print answers and errors as JSON: one object, or one a line" );
+}
+
+Format formatIn( std::vector< std::string > const & words ) {
+   auto const end = std::find( words.begin(), words.end(), "--" );
+   return std::find( words.begin(), end, jsonOption ) != end ? Format::json : Format::text;
 }
 
 } // namespace Valenctl

@@ -1,8 +1,11 @@
 // The options that all commands share.
 #pragma once
 
+#include "valenctl/command/Session.h"
+
 #include <chrono>
 #include <string>
+#include <vector>
 
 namespace CLI {
 class App;
@@ -22,5 +25,8 @@ struct Options {
 
 // Adds the options to `app`, bound to `options`, which must outlive it.
 void addOptions( CLI::App & app, Options & options );
+
+// How the failure of a command line that does not parse is printed: JSON if it has --json.
+Format formatIn( std::vector< std::string > const & words );
 
 } // namespace Valenctl

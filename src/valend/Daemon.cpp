@@ -12,10 +12,14 @@ namespace Valend {
 using Valen::Linux::NetNsDirectories;
 using Valen::Linux::NetNsWatcher;
 
-Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
+Daemon::Daemon( Settings::ConfigResult const & read,
+                std::vector< Settings::ConfigError > const & rejected, Options const & options )
     : process_( read.config.process.overriddenBy( options.process ) ),
       netNsDirectories_( netNsDirectoriesOf( process_ ) ),
-      trace_( loop_.workQueue(), process_, options.process.given( "trace.levels" ).has_value() ),
+      trace_( loop_.workQueue(), process_,
+              // Levels on the command line are for debugging in the foreground.
+              options.process.given( "trace.levels" ) ? TraceHub::WithoutFile::standardError
+                                                      : TraceHub::WithoutFile::nowhere ),
       endpoints_( netNsDirectories_ ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
       publishedFile_( process_.value( "state-directory" ), conditions_ ),
@@ -29,6 +33,8 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
       journal_( process_.value( "state-directory" ), Journal::Machine::real(), conditions_ ),
       controller_( store_, feeder_.config(), links_, journal_, loop_.scheduler(),
                    loop_.workQueue() ),
+      report_( store_, feeder_, links_, controller_ ),
+      readinessLoss_( feeder_, report_, loop_.scheduler() ),
       metrics_( { store_, feeder_, links_, controller_, faults_, conditions_,
                   [ this ] {
                      return Metrics::Clients{ server_.connections(), server_.dropped() };
@@ -41,12 +47,15 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
                         links_.refresh( name.stdString() );
                         feeder_.namespaceChanged( name.stdString() );
                      } ),
-      configurator_( options.config, options.process,
+      lastConfiguration_( options.config == "-" ? "" : process_.value( "state-directory" ),
+                          options.config, conditions_, loop_.scheduler() ),
+      configurator_( options.config, options.process, conditions_,
                      [ this ]( auto const & config ) { configIs( config ); } ),
       access_( process_.value( "read-group" ), process_.value( "admin-group" ) ),
       api_( { store_, feeder_, publications_, links_, controller_, faults_, conditions_, metrics_,
               trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue(),
-              [ this ] { return reload(); }, [ this ] { netNsWatcher_.rescan(); } } ),
+              [ this ]( auto const & done ) { reload( done ); },
+              [ this ] { netNsWatcher_.rescan(); } } ),
       server_( loop_, process_.value( "socket" ), api_ ), watchdog_( loop_.scheduler() ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
    loop_.signalIs( SIGINT, [ this ] { stop( "SIGINT" ); } );
@@ -59,7 +68,7 @@ Daemon::Daemon( Settings::ConfigResult const & read, Options const & options )
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
    publications_.resume( publishedFile_.read() );
-   configurator_.start( read );
+   configurator_.start( read, rejected );
    library_ = Valen::runnabilitySmFactory(
       store_.configDir, store_.agentConfigDir, store_.allIntfConfigDir, store_.allIntfStatusDir,
       store_.allIntfStatusLocalDir, store_.l3IntfStatusDir, store_.allVrfStatusLocal,
@@ -90,6 +99,7 @@ void Daemon::configIs( Settings::Config const & config ) {
    links_.netNssAre( netNss );
    access_.refresh(); // a group may have been added
    publications_.configIs( config );
+   lastConfiguration_.keep( config );
 }
 
 void Daemon::resumeShutdowns() {
@@ -102,18 +112,26 @@ void Daemon::resumeShutdowns() {
 }
 
 // The trace file is reopened even if the configuration is rejected: it was rotated in any case.
-std::vector< std::string > Daemon::reload() {
+void Daemon::reload( std::function< void( Reloaded const & ) > const & done ) {
    try {
       trace_.reopen();
    } catch ( Quill::ErrnoException const & e ) {
       log( LogLevel::error, e.text() + "; tracing to the old file" );
    }
-   return configurator_.reload();
+   auto const ready = readinessLoss_.ready();
+   auto const changes = configurator_.reload();
+   auto const warnings = configurator_.active().warnings;
+   readinessLoss_.reportSince( ready, [ changes, warnings, done ]( auto const & lost ) {
+      for ( auto const & [ interface, why ] : lost ) {
+         log( LogLevel::warning, interface + ": no longer ready after the reload: " + why );
+      }
+      done( { changes, warnings, lost } );
+   } );
 }
 
 void Daemon::hangup() {
    try {
-      reload();
+      reload( []( auto const & ) {} );
    } catch ( Refusal const & ) { // logged, with all errors
    }
 }

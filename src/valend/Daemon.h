@@ -9,19 +9,23 @@
 #include "valend/base/Conditions.h"
 #include "valend/base/Watchdog.h"
 #include "valend/configuration/Configurator.h"
+#include "valend/configuration/LastConfiguration.h"
 #include "valend/configuration/PublishedFile.h"
 #include "valend/kernel/KernelLinks.h"
 #include "valend/report/Metrics.h"
 #include "valend/report/MetricsFile.h"
+#include "valend/report/ReadinessLoss.h"
 #include "varlink/Server.h"
 
 namespace Valend {
 
 class Daemon {
  public:
-   // Applies what was read from `options.config`, which has no errors, and starts the library. Throws
-   // Quill::ErrnoException when the process lacks a privilege, a file or a socket that it needs.
-   Daemon( Settings::ConfigResult const & read, Options const & options );
+   // Applies `read`, which has no errors, and starts the library. Throws Quill::ErrnoException when the
+   // process lacks a privilege, a file or a socket that it needs.
+   //   rejected   the errors of `options.config`, if `read` is not from it but the last valid configuration
+   Daemon( Settings::ConfigResult const & read,
+           std::vector< Settings::ConfigError > const & rejected, Options const & options );
    // Sends no frames and leaves all links unchanged.
    ~Daemon();
    Daemon( Daemon const & ) = delete;
@@ -37,7 +41,7 @@ class Daemon {
 
    void configIs( Settings::Config const & config );
    void resumeShutdowns();
-   std::vector< std::string > reload();
+   void reload( std::function< void( Reloaded const & ) > const & done );
    void hangup();
    void stop( char const * signal );
 
@@ -55,9 +59,12 @@ class Daemon {
    FaultLog faults_;
    Journal journal_;
    LinkController controller_;
+   StatusReport report_;
+   ReadinessLoss readinessLoss_;
    Metrics metrics_;
    MetricsFile metricsFile_;
    Valen::Linux::NetNsWatcher netNsWatcher_;
+   LastConfiguration lastConfiguration_;
    Configurator configurator_;
    Access access_;
    Api api_;

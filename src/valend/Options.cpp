@@ -1,6 +1,6 @@
 #include "valend/Options.h"
 
-#include "valend/base/Version.h"
+#include "settings/Version.h"
 
 #include <CLI/CLI.hpp>
 #include <filesystem>
@@ -20,12 +20,10 @@ described in valen.yaml(5); operators use valenctl(1).
 
 On SIGTERM and SIGINT, valend exits. It sends no frames then and leaves all
 links unchanged. On SIGHUP, it reloads the configuration and applies what has
-changed; a configuration with errors changes nothing.
+changed; a configuration with errors changes nothing. If the configuration has
+errors at the start, valend starts with the last valid one.
 
-Exit status: 0 stopped by a signal, or the configuration is valid
-             1 could not start
-             2 invalid option
-             78 configuration rejected)";
+See valend(8) for exit statuses.)";
 
 std::string helpOf( ProcessSetting const & setting ) {
    auto const shown = setting.shownDefault();
@@ -57,7 +55,7 @@ std::optional< Options > parseOptions( int argc, char const * const * argv, Exit
    Options options;
    CLI::App app( "valend: graceful interface shutdown daemon", "valend" );
    app.footer( footer );
-   app.set_version_flag( "--version", std::string( "valend " ) + version );
+   app.set_version_flag( "--version", std::string( "valend " ) + Settings::version );
    app.add_option( "--config", options.config, "Configuration file; - is standard input" )
       ->capture_default_str();
    app.add_flag( "--check", options.check, "Check the configuration and exit" );

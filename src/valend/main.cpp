@@ -9,20 +9,59 @@ namespace {
 
 using Valend::Exit;
 
-Exit run( Valend::Options const & options ) {
-   auto const read = Settings::readConfig( options.config );
-   for ( auto const & error : read.errors ) {
-      std::cerr << error.message() << '\n';
+// What valend starts with.
+struct Start {
+   Settings::ConfigResult read;                   // without errors
+   std::vector< Settings::ConfigError > rejected; // why it is the last valid one; empty: it is not
+};
+
+void print( std::vector< Settings::ConfigError > const & messages ) {
+   for ( auto const & message : messages ) {
+      std::cerr << message.message() << '\n';
    }
-   if ( !read.errors.empty() ) {
+}
+
+// The last valid configuration, if `read`, which has errors, can be replaced by it.
+std::optional< Settings::ConfigResult > lastValid( Settings::ConfigResult const & read,
+                                                   Valend::Options const & options ) {
+   if ( options.check || options.config == "-" ) {
+      return std::nullopt;
+   }
+   // The setting may be in one of the files that are valid.
+   auto const process = read.config.process.overriddenBy( options.process );
+   auto last = Valend::LastConfiguration::read( process.value( "state-directory" ) );
+   if ( last && !last->errors.empty() ) {
+      print( last->errors );
+      return std::nullopt;
+   }
+   return last;
+}
+
+// Nothing, with the errors printed, when there is no valid configuration.
+std::optional< Start > startOf( Valend::Options const & options ) {
+   auto read = Settings::readConfig( options.config );
+   if ( read.errors.empty() ) {
+      return Start{ std::move( read ), {} };
+   }
+   if ( auto last = lastValid( read, options ) ) {
+      return Start{ *std::move( last ), std::move( read.errors ) };
+   }
+   print( read.errors );
+   return std::nullopt;
+}
+
+Exit run( Valend::Options const & options ) {
+   auto const start = startOf( options );
+   if ( !start ) {
       return Exit::badConfig;
    }
    if ( options.check ) {
-      std::cout << options.config << ": OK, " << read.config.summary() << '\n';
+      print( start->read.warnings );
+      std::cout << options.config << ": OK, " << start->read.config.summary() << '\n';
       return Exit::done;
    }
    try {
-      Valend::Daemon daemon( read, options );
+      Valend::Daemon daemon( start->read, start->rejected, options );
       daemon.run();
       return Exit::done;
    } catch ( std::exception const & e ) {

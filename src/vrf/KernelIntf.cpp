@@ -47,6 +47,10 @@ Quill::String KernelIntf::mountPath( Corvid::NamespaceName const & namespaceName
 Interface::DeviceIntfStatusDir::Ptr KernelIntf::vrfIs( L3::VrfName vrfName,
                                                        Corvid::NamespaceName namespaceName ) {
    TRACE0( "vrf %s, ns %s", vrfName, namespaceName );
+   auto const * const recorded = namespaceName_.find( vrfName );
+   if ( recorded && *recorded != namespaceName ) {
+      leaveNamespace( vrfName );
+   }
    auto const path = mountPath( namespaceName );
    auto const mount = Quill::make< QuillShoal::Mount >( entityManager_ );
    mount->handleInitialized();
@@ -64,11 +68,29 @@ void KernelIntf::vrfDel( L3::VrfName vrfName ) {
    TRACE0( "vrf %s", vrfName );
    auto const name = namespaceName( vrfName );
    intfStatusManagerRoot_->intfStatusManagerDel( name );
-   auto const mount = Quill::make< QuillShoal::Mount >( entityManager_ );
-   mount->handleInitialized();
-   mount->doUnmount( mountPath( name ) );
+   unmount( name );
    vrfDeviceIntfStatusDir_->deviceVrfIntfStatusDirDel( vrfName.stringValue() );
    namespaceNameDel( vrfName );
+}
+
+// Without this, the manager of the old namespace would still fill the VRF's directory, and nothing would
+// ever unmount that namespace. Another VRF may have it by now.
+void KernelIntf::leaveNamespace( L3::VrfName const & vrfName ) {
+   auto const name = namespaceName( vrfName );
+   namespaceNameDel( vrfName );
+   for ( auto const & entry : namespaceName_ ) {
+      if ( entry.value == name ) {
+         return;
+      }
+   }
+   intfStatusManagerRoot_->intfStatusManagerDel( name );
+   unmount( name );
+}
+
+void KernelIntf::unmount( Corvid::NamespaceName const & namespaceName ) {
+   auto const mount = Quill::make< QuillShoal::Mount >( entityManager_ );
+   mount->handleInitialized();
+   mount->doUnmount( mountPath( namespaceName ) );
 }
 
 void KernelIntf::handleDestruction() {

@@ -56,7 +56,8 @@ class KernelIntf final : public Quill::PtrInterface {
    static Quill::String mountPath( Corvid::NamespaceName const & namespaceName );
 
    // Adds the VRF and returns the directory that lists the devices of its namespace. The directory
-   // stays empty if nothing, or an entity of another type, is published at the mount path.
+   // stays empty if nothing, or an entity of another type, is published at the mount path. A VRF that
+   // was added with another namespace leaves that one first.
    Interface::DeviceIntfStatusDir::Ptr vrfIs( L3::VrfName vrfName,
                                               Corvid::NamespaceName namespaceName );
    // Undoes vrfIs, in reverse order. Changes nothing for a VRF that was never added.
@@ -69,6 +70,8 @@ class KernelIntf final : public Quill::PtrInterface {
       Quill::Ptr< Interface::AllIntfStatusDir const > allIntfStatusDir,
       Quill::Ptr< Interface::AllIntfStatusLocalDir const > allIntfStatusLocalDir,
       bool filterByNetNs );
+   void leaveNamespace( L3::VrfName const & vrfName );
+   void unmount( Corvid::NamespaceName const & namespaceName );
 
    Quill::Ptr< Interface::AllIntfStatusDir const > const allIntfStatusDir_;
    Quill::Ptr< Interface::AllIntfStatusLocalDir const > const allIntfStatusLocalDir_;

@@ -80,6 +80,12 @@ TEST_F( ConfigSmTest, OwnsItsTrackersAndMounts ) {
    start();
    EXPECT_EQ( sm->configDir(), store.configDir );
    EXPECT_EQ( sm->agentConfigDir(), store.agentConfigDir );
+   EXPECT_EQ( sm->allIntfConfigDir(), store.allIntfConfigDir );
+   EXPECT_EQ( sm->allIntfStatusDir(), store.allIntfStatusDir );
+   EXPECT_EQ( sm->allIntfStatusLocalDir(), store.allIntfStatusLocalDir );
+   EXPECT_EQ( sm->l3IntfStatusDir(), store.l3IntfStatusDir );
+   EXPECT_EQ( sm->allVrfStatusLocal(), store.allVrfStatusLocal );
+   EXPECT_EQ( sm->entityManager(), store.entityManager );
    EXPECT_EQ( sm->statusDir(), store.statusDir );
    EXPECT_EQ( sm->allVrf(), store.allVrf );
    EXPECT_EQ( sm->allIntf(), store.allIntf );
@@ -401,21 +407,39 @@ TEST_F( ConfigSmTest, RemovalOfAVrfThatHadNoContainerLeavesTheMountsAlone ) {
    EXPECT_THAT( trace.texts(), ElementsAre( handleVrf + ": vrf red" ) );
 }
 
-TEST_F( ConfigSmTest, AContainerThatCannotBeMadeLeavesNoMountBehind ) {
+TEST_F( ConfigSmTest, AContainerThatCannotBeMadeKeepsItsKernelEntry ) {
    start();
    pams.enableErrno = EPERM;
    vrfRecord( "red", "ns-red" );
    EXPECT_THAT( faults.messages(), ElementsAre( "fault in ConfigSm on vrf red: open ns-red" ) );
    EXPECT_FALSE( sm->vrfContainerSm( "red" ) );
+   EXPECT_EQ( sm->kernelIntf()->namespaceName( "red" ), "ns-red" );
+   EXPECT_THAT( store.kernel.mounted, ElementsAre( "ns-red" ) );
+   trace.clear();
+   store.allVrf->vrfDel( "red" );
+   EXPECT_THAT( trace.texts(), ElementsAre( handleVrf + ": vrf red" ) );
+   EXPECT_EQ( sm->kernelIntf()->namespaceName( "red" ), "ns-red" );
+   EXPECT_THAT( store.kernel.mounted, ElementsAre( "ns-red" ) );
+   sm = nullptr;
    EXPECT_THAT( store.kernel.mounted, IsEmpty() );
-   EXPECT_EQ( sm->kernelIntf()->namespaceNames(), 0u );
+}
 
+TEST_F( ConfigSmTest, AVrfThatReturnsInAnotherNamespaceHasTheDevicesOfThatOneOnly ) {
+   start();
+   store.kernel.deviceIs( "ns-red", "Ethernet1", 7 );
+   store.kernel.deviceIs( "ns-other", "Ethernet2", 8 );
+   pams.enableErrno = EPERM;
+   vrfRecord( "red", "ns-red" );
    pams.enableErrno = 0;
    store.allVrf->vrfDel( "red" );
    vrfRecord( "red", "ns-other" );
-   EXPECT_TRUE( sm->vrfContainerSm( "red" ) );
+   ASSERT_TRUE( sm->vrfContainerSm( "red" ) );
    EXPECT_THAT( store.kernel.mounted, ElementsAre( "ns-other" ) );
    EXPECT_EQ( sm->kernelIntf()->intfStatusManagerRoot()->intfStatusManagers(), 1u );
+   store.kernel.deviceIs( "ns-red", "Ethernet3", 9 );
+   auto const devices = sm->vrfContainerSm( "red" )->deviceIntfStatusDir();
+   EXPECT_EQ( devices->intfStatusAndDeviceNames(), 1u );
+   EXPECT_EQ( devices->intfStatusAndDeviceName( "Ethernet2" ).ifIndex, 8u );
 }
 
 TEST_F( ConfigSmTest, AStatusPutInAgainHealsAVrfThatCouldNotBeOpened ) {

@@ -14,9 +14,9 @@ History::History() {
              { "Ethernet4", "", {}, {}, {}, false, "", {} },
              { "Vlan10", "vlan10", {}, {}, {}, false, "", {} },
              { "Loopback0", "", {}, {}, {}, false, "", {} } };
-   vrfs = { { "default", "default", {}, false },
-            { "red", "ns-red", {}, false },
-            { "blue", "ns-blue", {}, false } };
+   vrfs = { { "default", "default", {}, false, false },
+            { "red", "ns-red", {}, false, false },
+            { "blue", "ns-blue", {}, false, false } };
 }
 
 History::~History() {
@@ -192,6 +192,7 @@ void History::vrfBreaks( VrfPicture & vrf, std::string const & netNs, int error 
    vrfDel( vrf );
    vrf.netNs = netNs;
    vrf.broken = true;
+   vrf.keepsNetNs = true;
    pams_.enableErrno = error;
    vrf.status = store_.vrfStatusIs( vrf.name, netNs );
    pams_.enableErrno = 0;
@@ -368,12 +369,33 @@ void History::checkCounts() {
    }
    auto const containers = on() && sm_->configSm() ? sm_->configSm()->vrfContainerSms() : 0u;
    EXPECT_EQ( pams_.live, containers );
-   EXPECT_EQ( store_.entityManager->mounts(), containers );
-   EXPECT_EQ( store_.kernel.mounted.size(), containers );
+   checkMounts();
    if ( !on() ) {
       EXPECT_EQ( store_.allVrf->vrfs(), 0u );
       EXPECT_EQ( store_.allVrf->vrfL3Intfs(), 0u );
       EXPECT_EQ( store_.allIntf->intfs(), 0u );
+   }
+}
+
+// Every container's namespace is mounted. Beyond these, only a VRF that could not be opened keeps its
+// namespace, until it has a container again.
+void History::checkMounts() {
+   auto const & mounted = store_.kernel.mounted;
+   EXPECT_EQ( store_.entityManager->mounts(), mounted.size() );
+   std::set< std::string > used;
+   for ( auto & vrf : vrfs ) {
+      auto const configSm = on() ? sm_->configSm() : nullptr;
+      auto const container = configSm ? configSm->vrfContainerSm( vrf.name ) : nullptr;
+      vrf.keepsNetNs = configSm && !container && vrf.keepsNetNs;
+      if ( container ) {
+         used.insert( container->vrf()->nsName().stdString() );
+         EXPECT_TRUE( mounted.contains( container->vrf()->nsName().stdString() ) ) << vrf.name;
+      } else if ( vrf.keepsNetNs ) {
+         used.insert( configSm->kernelIntf()->namespaceName( vrf.name ).stdString() );
+      }
+   }
+   for ( auto const & netNs : mounted ) {
+      EXPECT_TRUE( used.contains( netNs ) ) << netNs;
    }
 }
 

@@ -38,6 +38,7 @@ class History {
       // Its endpoint could not be opened, so that nothing is promised for its interfaces until its
       // status is put in again.
       bool broken = false;
+      bool keepsNetNs = false; // the library still has the namespace of when it was broken
    };
    struct Device {
       std::string name;
@@ -99,6 +100,7 @@ class History {
    void settle();
    void checkIntf( Intf const & intf );
    void checkCounts();
+   void checkMounts();
 
    SteppedClock clock_;
    RecordingRawTxPams pams_;

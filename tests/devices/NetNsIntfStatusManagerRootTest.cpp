@@ -21,9 +21,11 @@ struct NetNs {
        : status( Quill::make< KernelNetInfo::Status >( name ) ),
          directory( Quill::make< DeviceIntfStatusDir >( "devices" ) ) {}
 
-   void addDevice( U32 ifIndex, char const * deviceName ) {
+   // An empty `linkLayer` is Ethernet.
+   void addDevice( U32 ifIndex, char const * deviceName, char const * linkLayer = "" ) {
       auto const device = Quill::make< KernelNetInfo::Interface >( ifIndex );
       device->deviceNameIs( deviceName );
+      device->linkLayerIs( linkLayer );
       status->interfaceAdd( device );
    }
    void removeDevice( U32 ifIndex ) { status->interfaceDel( ifIndex ); }
@@ -80,6 +82,18 @@ TEST_F( NetNsIntfStatusManagerTest, ADeviceIsTheInterfacesOfItsOwnName ) {
    red.addDevice( 7, "Ethernet1" );
    EXPECT_THAT( red.entries(), UnorderedElementsAre( "Ethernet1=Ethernet1 (index 7)" ) );
    EXPECT_EQ( red.entry( "Ethernet1" ).intfStatus, nullptr );
+}
+
+TEST_F( NetNsIntfStatusManagerTest, ADeviceThatDoesNotCarryEthernetFramesIsNotTaken ) {
+   configureDevice( "Ethernet1", "tun0" );
+   red.addDevice( 7, "tun0", "none" );
+   create();
+   EXPECT_THAT( red.entries(), IsEmpty() );
+   red.addDevice( 8, "tun1", "none" );
+   EXPECT_THAT( red.entries(), IsEmpty() );
+   red.removeDevice( 7 );
+   red.addDevice( 7, "tun0" ); // the same device, with another link layer now
+   EXPECT_THAT( red.entries(), UnorderedElementsAre( "Ethernet1=tun0 (index 7)" ) );
 }
 
 TEST_F( NetNsIntfStatusManagerTest, AConfiguredDeviceNameTakesPrecedence ) {

@@ -106,7 +106,8 @@ TEST_F( OutputTest, AnUnwritableFileIsReported ) {
    EXPECT_EQ( shell( "valenctl frame oam --mac 02:00:00:00:00:01 >/dev/full; echo $?" ),
               "1\nvalenctl: cannot write standard output: No space left on device\n" );
    EXPECT_EQ( frame( { "oam", "--mac", "02:00:00:00:00:01", "--pcap", "x", "--yaml", "y" } ).err,
-              "--pcap excludes --yaml\nRun with --help for more information.\n" );
+              "valenctl: --pcap excludes --yaml\n"
+              "Run \"valenctl frame oam --help\" for more information.\n" );
 }
 
 TEST_F( OutputTest, TheHelpOfEachKindNamesItsSpecificationAndEffect ) {
@@ -117,7 +118,7 @@ TEST_F( OutputTest, TheHelpOfEachKindNamesItsSpecificationAndEffect ) {
       auto const own = frame( { kind, "--help" } );
       EXPECT_EQ( own.status, 0 );
       EXPECT_THAT( own.out, HasSubstr( "\n\nSpecified in " ) );
-      EXPECT_THAT( own.out, HasSubstr( "--device DEVICE" ) );
+      EXPECT_THAT( own.out, HasSubstr( "--device DEV" ) );
    }
 }
 

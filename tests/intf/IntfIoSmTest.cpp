@@ -171,6 +171,27 @@ TEST_F( IntfIoSmTest, OneBurstIsAnnouncedPerShutdownHoweverManyMessages ) {
    EXPECT_EQ( pams.packets.back().ifIndex, 12u );
 }
 
+// A watcher of the endpoint gives the interface another device while its messages are sent.
+TEST_F( IntfIoSmTest, EachMessageGoesToTheDeviceOfItsMoment ) {
+   queue( "a", { "1", "2" } );
+   queue( "b", { "3", "4" } );
+   create();
+   pams.afterSend = [ & ] {
+      if ( pams.sends == 1 ) {
+         deviceIs( "et9", 12 );
+      } else if ( pams.sends == 3 ) {
+         deviceIs( "et10", 12 ); // another device has taken over the index
+      }
+   };
+   shutdown();
+   EXPECT_THAT( pams.packets,
+                ElementsAre( Packet{ "ns-red", 7, "1" }, Packet{ "ns-red", 12, "2" },
+                             Packet{ "ns-red", 12, "3" }, Packet{ "ns-red", 12, "4" } ) );
+   // The endpoint compares index and name for each device, and again only when one of them changes.
+   EXPECT_THAT( pams.bursts, ElementsAre( Burst{ "ns-red", 7, "et1" }, Burst{ "ns-red", 12, "et9" },
+                                          Burst{ "ns-red", 12, "et10" } ) );
+}
+
 TEST_F( IntfIoSmTest, AShutdownWithoutMessagesIsDelayedAllTheSame ) {
    create();
    trace.clear();

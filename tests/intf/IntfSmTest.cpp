@@ -457,5 +457,39 @@ TEST_F( IntfSmTest, RemovalFromInsideTheIoReactorsHandlerLeavesNothing ) {
    EXPECT_EQ( clock.scheduler()->armedTasks(), 0u );
 }
 
+TEST_F( IntfSmTest, LosingTheDeviceWhileSendingLeavesNothing ) {
+   queue( "agent", { "1", "2" } );
+   createActive();
+   auto const entry = intf->intfStatus();
+   pams.afterSend = [ & ] {
+      if ( pams.sends == 1 ) {
+         intf->deviceIs( defaultDevice() );
+      }
+   };
+   shutdown();
+   EXPECT_FALSE( isActive() );
+   EXPECT_EQ( IntfIoSm::quillAllocation.live, 0u );
+   EXPECT_FALSE( entry->delayed() );
+   EXPECT_EQ( clock.scheduler()->armedTasks(), 0u );
+}
+
+// The device comes back at once, so that a successor has the record when the old reactor's sending ends.
+TEST_F( IntfSmTest, RegainingTheDeviceWhileSendingLeavesTheSuccessorAlone ) {
+   queue( "agent", { "1", "2" } );
+   createActive();
+   pams.afterSend = [ & ] {
+      if ( pams.sends == 1 ) {
+         intf->deviceIs( defaultDevice() );
+         deviceIs( "et1", 8 );
+      }
+   };
+   shutdown();
+   ASSERT_TRUE( isActive() );
+   EXPECT_EQ( IntfIoSm::quillAllocation.live, 1u );
+   EXPECT_TRUE( intf->intfStatus()->shouldDelay() );
+   EXPECT_FALSE( intf->intfStatus()->delayed() );
+   EXPECT_EQ( clock.scheduler()->armedTasks(), 0u );
+}
+
 } // namespace
 } // namespace Valen

@@ -114,6 +114,27 @@ TEST_F( DeviceWatcherTest, FlagsAndMtuChangeInPlace ) {
    EXPECT_THAT( recorder_.told, ElementsAre() );
 }
 
+TEST_F( DeviceWatcherTest, ADeviceThatDoesNotCarryEthernetFramesIsMarked ) {
+   TestNetNs const blue;
+   blue.ip( "tuntap add dev tun0 mode tun" );
+   blue.ip( "tuntap add dev tap0 mode tap" );
+   watchAndWait( blue );
+   EXPECT_EQ( device( blue, "tun0" )->linkLayer(), Quill::Name( "none" ) );
+   EXPECT_TRUE( device( blue, "tap0" )->linkLayer().empty() );
+   EXPECT_EQ( device( blue, "lo" )->linkLayer(), Quill::Name( "loopback" ) );
+   // Those that this kernel has.
+   for ( auto const & [ kind, layer ] :
+         { std::pair( "wireguard", "none" ), std::pair( "sit local 10.0.0.1", "sit" ),
+           std::pair( "gre local 10.0.0.1", "gre" ), std::pair( "dummy", "" ) } ) {
+      auto const add = "ip -n " + blue.text() + " link add dev x type " + kind + " 2>/dev/null";
+      if ( std::system( add.c_str() ) == 0 ) {
+         ASSERT_TRUE( turnUntil( [ & ] { return device( blue, "x" ) != nullptr; } ) );
+         EXPECT_EQ( device( blue, "x" )->linkLayer(), Quill::Name( layer ) ) << kind;
+         blue.ip( "link del x" );
+      }
+   }
+}
+
 TEST_F( DeviceWatcherTest, ARenamedDeviceIsRemovedAndAdded ) {
    TestNetNs const blue;
    TestNetNs const far;

@@ -4,6 +4,7 @@
 #include <cstring>
 #include <gtest/gtest.h>
 #include <linux/if.h>
+#include <linux/if_arp.h>
 #include <linux/rtnetlink.h>
 #include <random>
 #include <string>
@@ -32,6 +33,7 @@ class Datagram {
       info.ifi_family = family;
       info.ifi_index = index;
       info.ifi_flags = flags;
+      info.ifi_type = ARPHRD_SIT;
       return put( info );
    }
    Datagram & attribute( int type, std::string_view payload ) {
@@ -60,6 +62,14 @@ class Datagram {
    std::size_t start_ = 0;
 };
 
+TEST( RtnetlinkTest, LinkLayersHaveTheNamesThatIpShows ) {
+   EXPECT_EQ( linkLayerOf( ARPHRD_ETHER ), "ether" );
+   EXPECT_EQ( linkLayerOf( ARPHRD_NONE ), "none" );
+   EXPECT_EQ( linkLayerOf( ARPHRD_SIT ), "sit" );
+   EXPECT_EQ( linkLayerOf( ARPHRD_LOOPBACK ), "loopback" );
+   EXPECT_EQ( linkLayerOf( 803 ), "[803]" );
+}
+
 TEST( RtnetlinkTest, ParsesALink ) {
    Datagram const datagram = Datagram()
                                 .begin( RTM_NEWLINK, NLM_F_MULTI, 9 )
@@ -77,6 +87,7 @@ TEST( RtnetlinkTest, ParsesALink ) {
    EXPECT_EQ( message.deviceName, "et1" );
    EXPECT_EQ( message.flags, U32{ IFF_UP | IFF_BROADCAST } );
    EXPECT_EQ( message.mtu, 9214u );
+   EXPECT_EQ( message.hardwareType, ARPHRD_SIT );
    EXPECT_FALSE( message.interrupted );
    EXPECT_FALSE( parser.next( message ) );
    EXPECT_FALSE( parser.damaged() );

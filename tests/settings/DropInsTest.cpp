@@ -65,6 +65,50 @@ TEST_F( DropInsTest, AllFilesTogetherAreOneConfiguration ) {
                                     "conf.d/vrfs.yaml" ) );
 }
 
+TEST_F( DropInsTest, AFileThatLooksLikeADropInIsAWarning ) {
+   directory.write( "valen.yaml", "" );
+   for ( std::string const name :
+         { "a.yaml", "b.yml", "c.YAML", ".d.yml", "notes.txt", "e.yaml.dpkg-old", "f.yaml~" } ) {
+      directory.write( "conf.d/" + name, "" );
+   }
+   std::vector< std::string > warnings;
+   for ( auto const & warning : read().warnings ) {
+      warnings.push_back( place( warning.place ) + ": " + warning.text );
+   }
+   std::string const ignored = ": ignored; the name of a drop-in must end in \".yaml\" and not "
+                               "begin with a dot";
+   EXPECT_THAT( warnings, ElementsAre( "conf.d/b.yml" + ignored, "conf.d/c.YAML" + ignored ) );
+   EXPECT_THAT( errors(), IsEmpty() );
+}
+
+TEST_F( DropInsTest, AnotherFileIsReadAsIfItWereADropIn ) {
+   directory.write( "valen.yaml", "" );
+   directory.write( "conf.d/10-a.yaml", "interfaces: [{name: et1}]" );
+   directory.write( "conf.d/30-c.yaml", "interfaces: [{name: et3}]" );
+   directory.write( "new/20-b.yaml", "interfaces: [{name: et2}]" );
+   directory.write( "new/30-c.yaml", "interfaces: [{name: et4}]" );
+   auto const with = [ & ]( std::string const & name ) {
+      return readConfig( directory / "valen.yaml", directory / name );
+   };
+   auto const added = with( "new/20-b.yaml" );
+   EXPECT_TRUE( added.errors.empty() );
+   EXPECT_EQ( added.config.interfaces.size(), 3u );
+   EXPECT_THAT( added.sources.files,
+                ElementsAre( directory / "valen.yaml", directory / "conf.d/10-a.yaml",
+                             directory / "new/20-b.yaml", directory / "conf.d/30-c.yaml" ) );
+   auto const replaced = with( "new/30-c.yaml" );
+   EXPECT_EQ( replaced.config.interfaces.count( "et4" ), 1u );
+   EXPECT_EQ( replaced.config.interfaces.count( "et3" ), 0u );
+
+   directory.write( "new/x.yml", "" );
+   ASSERT_EQ( with( "new/x.yml" ).errors.size(), 1u );
+   EXPECT_EQ( with( "new/x.yml" ).errors[ 0 ].text,
+              "would be ignored in conf.d; the name of a drop-in must end in \".yaml\" and not "
+              "begin with a dot" );
+   EXPECT_EQ( with( "new/none.yaml" ).errors.at( 0 ).text,
+              "cannot open: No such file or directory" );
+}
+
 TEST_F( DropInsTest, ThePlaceOfEachItemIsRecorded ) {
    directory.write( "valen.yaml", "shutdown-delay-ms: 500\ninterfaces:\n- name: et1\n" );
    directory.write( "conf.d/a.yaml",
@@ -119,7 +163,7 @@ TEST_F( DropInsTest, AllErrorsOfAllFilesAreListedFileByFile ) {
                    "valen.yaml:2:20: shutdown-delay-ms is \"x\"; expected milliseconds from 0 to "
                    "65535",
                    "conf.d/a.yaml:1:31: unknown interface \"et9\"; expected one of \"interfaces\"",
-                   "conf.d/a.yaml:1:37: frame of 1 bytes; expected at least 14, an Ethernet header",
+                   "conf.d/a.yaml:1:37: frame of 1 byte; expected at least 14, an Ethernet header",
                    "conf.d/b.yaml:1:31: unknown VRF \"nowhere\"; expected \"default\" or one of "
                    "\"vrfs\"" ) );
 }

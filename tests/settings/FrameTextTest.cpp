@@ -60,6 +60,10 @@ TEST_F( FrameTextTest, InvalidBase64IsRejected ) {
               "expected groups of four, the last with at most two \"=\"" );
    EXPECT_EQ( errorOf( "base64:Zm9v" ),
               "frame of 3 bytes; expected at least 14, an Ethernet header" );
+   EXPECT_EQ( errorOf( "base64:Zg==" ),
+              "frame of 1 byte; expected at least 14, an Ethernet header" );
+   EXPECT_EQ( errorOf( "base64:Z" ), "base64 text of 1 character, 0 of them \"=\"; "
+                                     "expected groups of four, the last with at most two \"=\"" );
 }
 
 TEST_F( FrameTextTest, FramesOfACaptureFileComeInTheOrderOfTheirNumbers ) {
@@ -103,7 +107,7 @@ TEST_F( FrameTextTest, CapturesWithoutCompleteEthernetFramesAreRejected ) {
               "cut.pcap: frame 1 has only 18 of its 23 bytes; expected a complete capture" );
    EXPECT_EQ( errorOf( "pcap:short.pcap#1" ), "1 frames" );
    EXPECT_EQ( errorOf( "pcap:short.pcap#2" ),
-              "short.pcap: frame 2 has 1 bytes; expected at least 14, an Ethernet header" );
+              "short.pcap: frame 2 has 1 byte; expected at least 14, an Ethernet header" );
 }
 
 TEST_F( FrameTextTest, FilesThatAreNotCapturesAreRejected ) {
@@ -111,7 +115,9 @@ TEST_F( FrameTextTest, FilesThatAreNotCapturesAreRejected ) {
    directory.write( "text", "hello, hello, hello, hello" );
    directory.write( "half.pcap", whole.substr( 0, whole.size() - 3 ) );
    ASSERT_EQ( ::mkfifo( ( directory / "pipe" ).c_str(), 0600 ), 0 );
-   EXPECT_EQ( errorOf( "pcap:none#1" ), "none: no such file; expected a pcap or pcapng file" );
+   EXPECT_EQ( errorOf( "pcap:none#1" ),
+              "none: cannot open: No such file or directory; expected a pcap or "
+              "pcapng file" );
    EXPECT_EQ( errorOf( "pcap:pipe#1" ),
               "pipe: not a regular file; expected a pcap or pcapng file" );
    EXPECT_EQ( errorOf( "pcap:.#1" ), ".: not a regular file; expected a pcap or pcapng file" );

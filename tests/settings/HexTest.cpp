@@ -54,11 +54,13 @@ TEST( HexTest, ACharacterThatIsNotADigitIsReportedWithItsPosition ) {
 TEST( HexTest, AnOddNumberOfDigitsIsRejected ) {
    EXPECT_EQ( errorOf( header + "0" ),
               "frame of 29 hexadecimal digits; expected two for each byte" );
+   EXPECT_EQ( errorOf( "0" ), "frame of 1 hexadecimal digit; expected two for each byte" );
 }
 
 TEST( HexTest, AFrameHasAtLeastAnEthernetHeader ) {
    EXPECT_EQ( errorOf( header.substr( 2 ) ),
               "frame of 13 bytes; expected at least 14, an Ethernet header" );
+   EXPECT_EQ( errorOf( "00" ), "frame of 1 byte; expected at least 14, an Ethernet header" );
    EXPECT_EQ( errorOf( "" ), "frame of 0 bytes; expected at least 14, an Ethernet header" );
    EXPECT_EQ( errorOf( header ), "no error" );
 }

@@ -4,6 +4,7 @@
 #include "platform/corvid/RawTxPam.h"
 #include "platform/quill/Exception.h"
 
+#include <functional>
 #include <set>
 #include <string>
 #include <vector>
@@ -42,6 +43,8 @@ class RecordingRawTxPams final : public Corvid::RawTxPamProvider {
    std::set< U32 > failingSends;
    int sendErrno = 100; // ENETDOWN
    U32 sends = 0;       // tried so far
+   // Called after each send, in the middle of a burst.
+   std::function< void() > afterSend = [] {};
    // Those of the last burst that failed, counted from 0 from its beginning.
    std::vector< U32 > failedOfBurst;
    U32 live = 0; // endpoints alive
@@ -69,14 +72,16 @@ class RecordingRawTxPams final : public Corvid::RawTxPamProvider {
          owner_.bursts.push_back( { netNs().stdString(), ifIndex, deviceName.stdString() } );
       }
       bool send( Corvid::Pkt const & pkt, U32 ifIndex ) override {
-         if ( owner_.failingSends.contains( owner_.sends++ ) ) {
+         bool const failed = owner_.failingSends.contains( owner_.sends++ );
+         if ( failed ) {
             lastErrno_ = owner_.sendErrno;
             owner_.failedOfBurst.push_back( owner_.sends - 1 - owner_.firstOfBurst_ );
-            return false;
+         } else {
+            owner_.packets.push_back(
+               { netNs().stdString(), ifIndex, pkt.stringValue().stdString() } );
          }
-         owner_.packets.push_back(
-            { netNs().stdString(), ifIndex, pkt.stringValue().stdString() } );
-         return true;
+         owner_.afterSend();
+         return !failed;
       }
       int lastErrno() const noexcept override { return lastErrno_; }
 

@@ -1,6 +1,7 @@
 #include "tracking/L3IntfStatusDirSm.h"
 
 #include "tests/support/LeakCheck.h"
+#include "tests/support/OnChange.h"
 #include "tests/support/TraceCapture.h"
 
 #include <gmock/gmock.h>
@@ -153,6 +154,84 @@ TEST_F( L3IntfStatusDirSmTest, MovingIntoAnExistingSetJoinsIt ) {
    EXPECT_EQ( allVrf->vrfL3Intf( "blue" ), blue );
    EXPECT_THAT( intfsIn( "blue" ), UnorderedElementsAre( "Ethernet1", "Ethernet2" ) );
    EXPECT_THAT( intfsIn( "red" ), ElementsAre( "none" ) );
+}
+
+TEST_F( L3IntfStatusDirSmTest, AMoveLetsGoOfTheOldSetLast ) {
+   start();
+   addIntf( "Ethernet1" );
+   auto const status = addStatus( "Ethernet1", "red" );
+   auto const * const child = sm->l3IntfStatusSm( "Ethernet1" ).get();
+   auto const red = allVrf->vrfL3Intf( "red" );
+   std::vector< Quill::Ptr< VrfL3Intf > > seen;
+   auto const see = [ & ] { seen.push_back( child->vrfL3Intf() ); };
+   auto const left = Valen::Test::onChange< VrfL3Intf::intfAttr >( red, see );
+   auto const removedOrMade = Valen::Test::onChange< AllVrf::vrfL3IntfAttr >( allVrf, see );
+   status->vrfIs( "blue" );
+   // The interface leaves red; red is removed; blue is made.
+   EXPECT_THAT( seen, ElementsAre( red, red, nullptr ) );
+   EXPECT_EQ( child->vrfL3Intf(), allVrf->vrfL3Intf( "blue" ) );
+}
+
+TEST_F( L3IntfStatusDirSmTest, TheEndOfAChildLetsGoOfTheSetLast ) {
+   start();
+   addIntf( "Ethernet1" );
+   addStatus( "Ethernet1", "red" );
+   auto const * const child = sm->l3IntfStatusSm( "Ethernet1" ).get();
+   auto const red = allVrf->vrfL3Intf( "red" );
+   std::vector< Quill::Ptr< VrfL3Intf > > seen;
+   auto const see = [ & ] { seen.push_back( child->vrfL3Intf() ); };
+   auto const left = Valen::Test::onChange< VrfL3Intf::intfAttr >( red, see );
+   auto const removed = Valen::Test::onChange< AllVrf::vrfL3IntfAttr >( allVrf, see );
+   statusDir->intfStatusDel( "Ethernet1" );
+   EXPECT_THAT( seen, ElementsAre( red, red ) );
+}
+
+// A watcher moves the interface again while it leaves its set. The last VRF is the one that counts.
+TEST_F( L3IntfStatusDirSmTest, AMoveDuringAMoveEndsInTheLastVrf ) {
+   for ( std::string const last : { "green", "red" } ) {
+      start();
+      auto const intf = addIntf( "Ethernet1" );
+      auto const status = addStatus( "Ethernet1", "red" );
+      bool moved = false;
+      auto const leaving =
+         Valen::Test::onChange< VrfL3Intf::intfAttr >( allVrf->vrfL3Intf( "red" ), [ & ] {
+            if ( !std::exchange( moved, true ) ) {
+               status->vrfIs( last.c_str() );
+            }
+         } );
+      SetWatcher watcher;
+      watcher.notifierIs( Quill::Ptr< AllVrf const >( allVrf ) );
+      status->vrfIs( "blue" );
+      EXPECT_EQ( allVrf->vrfL3Intfs(), 1u );
+      EXPECT_THAT( intfsIn( last.c_str() ), ElementsAre( "Ethernet1" ) );
+      EXPECT_EQ( sm->l3IntfStatusSm( "Ethernet1" )->vrfL3Intf(),
+                 allVrf->vrfL3Intf( last.c_str() ) );
+      EXPECT_THAT( watcher.told, ElementsAre( "-red", "+" + last ) );
+      statusDir->intfStatusDel( "Ethernet1" );
+   }
+}
+
+// The same while its new set is made.
+TEST_F( L3IntfStatusDirSmTest, AMoveWhileTheNewSetIsMadeEndsInTheLastVrf ) {
+   for ( std::string const last : { "green", "blue" } ) {
+      start();
+      addIntf( "Ethernet1" );
+      auto const status = addStatus( "Ethernet1", "red" );
+      bool moved = false;
+      auto const made = Valen::Test::onChange< AllVrf::vrfL3IntfAttr >( allVrf, [ & ] {
+         if ( allVrf->vrfL3IntfHas( "blue" ) && !std::exchange( moved, true ) ) {
+            status->vrfIs( "green" );
+            status->vrfIs( last.c_str() );
+         }
+      } );
+      status->vrfIs( "blue" );
+      EXPECT_EQ( allVrf->vrfL3Intfs(), 1u );
+      EXPECT_THAT( intfsIn( last.c_str() ), ElementsAre( "Ethernet1" ) );
+      EXPECT_EQ( sm->l3IntfStatusSm( "Ethernet1" )->vrfL3Intf(),
+                 allVrf->vrfL3Intf( last.c_str() ) );
+      statusDir->intfStatusDel( "Ethernet1" );
+      EXPECT_EQ( allVrf->vrfL3Intfs(), 0u );
+   }
 }
 
 TEST_F( L3IntfStatusDirSmTest, ANotificationWithoutAChangeRecreatesTheSet ) {

@@ -84,8 +84,8 @@ TEST_F( CompletionTest, AnOptionsValueIsOffered ) {
    EXPECT_THAT( offered( { "wait", "Vlan7", "--until", "" } ),
                 ElementsAre( "ready", "up", "down", "idle" ) );
    EXPECT_THAT( offered( { "wait", "--until", "d" } ), ElementsAre( "down" ) );
-   EXPECT_THAT( offered( { "shutdown", "--vrf", "" } ), IsEmpty() );
    EXPECT_THAT( offered( { "--timeout", "5", "rel" } ), ElementsAre( "reload" ) );
+   EXPECT_THAT( offered( { "--timeout=5", "rel" } ), ElementsAre( "reload" ) );
 }
 
 TEST_F( CompletionTest, InterfacesAreExpectedWhereTheyAreNamed ) {
@@ -94,10 +94,20 @@ TEST_F( CompletionTest, InterfacesAreExpectedWhereTheyAreNamed ) {
    EXPECT_EQ( also( { "status", "" } ), interfaces );
    EXPECT_EQ( also( { "status", "a", "" } ), nothing );
    EXPECT_EQ( also( { "wait", "--until", "up", "" } ), interfaces );
-   EXPECT_EQ( also( { "messages", "add", "" } ), nothing );
+   EXPECT_EQ( also( { "messages", "add", "" } ), agents );
    EXPECT_EQ( also( { "messages", "add", "radv", "" } ), interfaces );
    EXPECT_EQ( also( { "messages", "remove", "radv", "" } ), interfaces );
    EXPECT_EQ( also( { "frame", "lldp", "--yaml", "" } ), interfaces );
+}
+
+TEST_F( CompletionTest, OtherNamesAreExpectedWhereTheyAreGiven ) {
+   using enum Completion::Also;
+   EXPECT_EQ( also( { "list", "--vrf", "" } ), vrfs );
+   EXPECT_EQ( also( { "shutdown", "--vrf", "r" } ), vrfs );
+   EXPECT_EQ( also( { "enable", "--device", "" } ), devices );
+   EXPECT_EQ( also( { "frame", "lldp", "--device", "" } ), localDevices );
+   EXPECT_EQ( also( { "frame", "lldp", "--device", "eth1", "--netns", "" } ), namespaces );
+   EXPECT_EQ( also( { "messages", "remove", "" } ), agents );
 }
 
 TEST_F( CompletionTest, FilesAreExpectedWhereTheyAreNamed ) {
@@ -110,9 +120,10 @@ TEST_F( CompletionTest, FilesAreExpectedWhereTheyAreNamed ) {
 }
 
 TEST_F( CompletionTest, TheLastSocketIsAsked ) {
-   EXPECT_EQ( socketIn( { "status", "" }, "default" ), "default" );
-   EXPECT_EQ( socketIn( { "--socket", "a", "status", "--socket", "b", "" }, "default" ), "b" );
-   EXPECT_EQ( socketIn( { "status", "--socket" }, "default" ), "default" );
+   EXPECT_EQ( valueIn( { "status", "" }, "--socket", "default" ), "default" );
+   EXPECT_EQ( valueIn( { "--socket", "a", "status", "--socket", "b", "" }, "--socket", "default" ),
+              "b" );
+   EXPECT_EQ( valueIn( { "status", "--socket" }, "--socket", "default" ), "default" );
 }
 
 } // namespace

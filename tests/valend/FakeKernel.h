@@ -26,12 +26,15 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
    }
    void netNsDel( std::string const & name ) { identities_.erase( name ); }
 
-   void deviceIs( std::string const & netNs, std::string const & name, U32 ifIndex ) {
+   // An empty `linkLayer` is Ethernet.
+   void deviceIs( std::string const & netNs, std::string const & name, U32 ifIndex,
+                  std::string const & linkLayer = "" ) {
       auto const entity = Quill::make< KernelNetInfo::Interface >( ifIndex );
       entity->deviceNameIs( name );
+      entity->linkLayerIs( Quill::Name( linkLayer ) );
       status( netNs )->interfaceDel( ifIndex );
       status( netNs )->interfaceAdd( entity );
-      devices_[ { netNs, name } ] = { ifIndex, true, true, 1500 };
+      devices_[ { netNs, name } ] = { ifIndex, true, true, 1500, linkLayer };
    }
    void deviceDel( std::string const & netNs, std::string const & name ) {
       auto const found = devices_.find( { netNs, name } );

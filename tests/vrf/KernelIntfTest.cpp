@@ -196,6 +196,32 @@ TEST_F( KernelIntfTest, AddingAVrfAgainIsHarmless ) {
    EXPECT_THAT( mounts.calls, ElementsAre( "mount kni/ns/ns-a/status" ) );
 }
 
+TEST_F( KernelIntfTest, AVrfThatMovesLeavesItsNamespace ) {
+   auto const devices = kernelIntf->vrfIs( "red", "ns-a" );
+   addDevice( "ns-a", 7, "et1" );
+   mounts.calls.clear();
+   trace.clear();
+   EXPECT_EQ( kernelIntf->vrfIs( "red", "ns-b" ), devices );
+   EXPECT_THAT( mounts.calls,
+                ElementsAre( "unmount kni/ns/ns-a/status", "mount kni/ns/ns-b/status" ) );
+   EXPECT_EQ( kernelIntf->namespaceName( "red" ), Corvid::NamespaceName( "ns-b" ) );
+   EXPECT_EQ( kernelIntf->namespaceNames(), 1u );
+   EXPECT_EQ( kernelIntf->intfStatusManagerRoot()->intfStatusManagers(), 1u );
+   EXPECT_EQ( devices->intfStatusAndDeviceNames(), 0u );
+   EXPECT_EQ( trace.texts().size(), 1u );
+}
+
+TEST_F( KernelIntfTest, AVrfThatMovesLeavesItsNamespaceToTheVrfThatHasItNow ) {
+   kernelIntf->vrfIs( "red", "ns-a" );
+   auto const blue = kernelIntf->vrfIs( "blue", "ns-a" );
+   addDevice( "ns-a", 7, "et1" );
+   auto const red = kernelIntf->vrfIs( "red", "ns-b" );
+   EXPECT_EQ( entityManager->mounts(), 2u );
+   EXPECT_EQ( kernelIntf->intfStatusManagerRoot()->intfStatusManagers(), 2u );
+   EXPECT_EQ( blue->intfStatusAndDeviceName( "et1" ).ifIndex, 7u );
+   EXPECT_EQ( red->intfStatusAndDeviceNames(), 0u );
+}
+
 TEST_F( KernelIntfTest, AVrfCanComeBack ) {
    kernelIntf->vrfIs( "red", "ns-a" );
    kernelIntf->vrfDel( "red" );

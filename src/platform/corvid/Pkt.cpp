@@ -28,8 +28,14 @@ void Pkt::Manager::trim() noexcept {
    next_ = 0;
 }
 
+namespace {
+
+// Not a static of the function, which would be guarded at each packet.
+constinit Pkt::Manager manager;
+
+} // namespace
+
 Pkt::Manager & globalPktManager() noexcept {
-   static Pkt::Manager manager;
    return manager;
 }
 

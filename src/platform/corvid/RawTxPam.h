@@ -27,7 +27,7 @@ class RawTxPam : public Quill::PtrInterface {
 
    // Announces packets for the device `deviceName`, which is known to have `ifIndex`. The index can
    // pass to another device before the watcher learns of it, so the endpoint checks once per burst
-   // and does not send to any other device.
+   // and does not send to any other device. Packets for another device are a burst of their own.
    virtual void burstIs( U32 ifIndex, Quill::String const & deviceName ) = 0;
 
    // Sends `pkt` unchanged out of device `ifIndex` of the endpoint's namespace. Never blocks.

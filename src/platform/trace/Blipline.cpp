@@ -48,6 +48,9 @@ bool isText( Twinlog::Value const & value ) noexcept {
    return value.kind == Twinlog::Value::Kind::text;
 }
 
+constexpr auto noLimit = std::string_view::npos;
+
+// Of a record with these values, each text of which is cut at `limit` bytes.
 std::size_t recordSize( std::span< Twinlog::Value const > values, std::size_t limit ) noexcept {
    auto size = sizeof( Format::Record );
    for ( auto const & value : values ) {
@@ -110,8 +113,12 @@ void Ring::write( Quill::TracePoint & point, std::chrono::nanoseconds time,
    if ( point.ringGeneration != generation_ ) [[unlikely]] {
       describe( point );
    }
-   auto const limit = textLimit( values );
-   auto const size = recordSize( values, limit );
+   auto limit = noLimit;
+   auto size = recordSize( values, limit );
+   if ( size > ring_.size() / 2 ) [[unlikely]] {
+      limit = textLimit( values.size() );
+      size = recordSize( values, limit );
+   }
    if ( point.ringIndex == undescribed || size > ring_.size() / 2 ) [[unlikely]] {
       return lose();
    }
@@ -127,9 +134,9 @@ void Ring::write( Quill::TracePoint & point, std::chrono::nanoseconds time,
 
 // Gives `point` its index, and writes its description unless the area is full.
 void Ring::describe( Quill::TracePoint & point ) noexcept {
-   std::string_view const unit = std::string_view( point.unit ).substr( 0, Format::maxText );
-   auto const signature = point.signature.substr( 0, Format::maxText );
-   auto const format = point.format.substr( 0, Format::maxText );
+   std::string_view const unit( point.unit );
+   auto const & signature = point.signature;
+   auto const & format = point.format;
    auto const size = Format::aligned( sizeof( Format::Descriptor ) + unit.size() +
                                       signature.size() + format.size() );
    point.ringGeneration = generation_;
@@ -154,17 +161,11 @@ void Ring::lose() noexcept {
    writeWord( header_, offsetof( Format::Header, lost ), ++lost_ );
 }
 
-// The longest text of a line. More than a line's length is never shown; in a small ring the values
-// share half of it.
-std::size_t Ring::textLimit( std::span< Twinlog::Value const > values ) const noexcept {
+// The longest text of a line that takes too much of the ring: all its values share half of the ring.
+std::size_t Ring::textLimit( std::size_t values ) const noexcept {
    auto const most = ring_.size() / 2;
-   auto const whole =
-      sizeof( Format::Record ) + values.size() * ( sizeof( Format::Value ) + Format::maxText );
-   if ( whole <= most ) [[likely]] {
-      return Format::maxText;
-   }
-   auto const fixed = sizeof( Format::Record ) + values.size() * sizeof( Format::Value );
-   return fixed < most ? ( most - fixed ) / values.size() & ~std::size_t{ 7 } : 0;
+   auto const fixed = sizeof( Format::Record ) + values * sizeof( Format::Value );
+   return fixed < most ? ( most - fixed ) / values & ~std::size_t{ 7 } : 0;
 }
 
 // Where a record of `size` bytes goes. Pads the end of the ring and makes room.

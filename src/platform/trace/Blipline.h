@@ -38,9 +38,9 @@ class Ring {
    Ring( Ring const & ) = delete;
    Ring & operator=( Ring const & ) = delete;
 
-   // Appends one line and drops the oldest ones to make room. Texts that are too long for a line or
-   // for the ring are cut. A line is lost, and counted, if there is no room for the description of
-   // its trace point or its values do not fit at all.
+   // Appends one line and drops the oldest ones to make room. Only a line that would take more than
+   // half of the ring has its texts cut. A line is lost, and counted, if there is no room for the
+   // description of its trace point or its values do not fit at all.
    void write( Quill::TracePoint & point, std::chrono::nanoseconds time,
                std::span< Twinlog::Value const > values ) noexcept;
 
@@ -55,7 +55,7 @@ class Ring {
 
    void describe( Quill::TracePoint & point ) noexcept;
    void lose() noexcept;
-   std::size_t textLimit( std::span< Twinlog::Value const > values ) const noexcept;
+   std::size_t textLimit( std::size_t values ) const noexcept;
    std::byte * reserve( std::size_t size ) noexcept;
    void makeRoom( std::size_t size ) noexcept;
    void advance( Position & position, std::size_t size ) const noexcept;

@@ -11,7 +11,7 @@
 // descriptorEnd before the first record names it.
 #pragma once
 
-#include "platform/trace/Twinlog.h"
+#include "platform/quill/Int.h"
 
 #include <cstddef>
 
@@ -64,9 +64,6 @@ struct Value {
 };
 
 inline constexpr U32 padding = ~0u;
-
-// What is longer is cut: no line has room for more.
-inline constexpr std::size_t maxText = Twinlog::Text::capacity;
 
 constexpr std::size_t aligned( std::size_t size ) noexcept {
    return ( size + 7 ) & ~std::size_t{ 7 };

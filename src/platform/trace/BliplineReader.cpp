@@ -37,9 +37,6 @@ class Cursor {
    }
 
    std::optional< std::string_view > takeText( U64 length ) noexcept {
-      if ( length > Format::maxText ) {
-         return std::nullopt;
-      }
       auto const bytes = takeBytes( length );
       if ( !bytes ) {
          return std::nullopt;

@@ -4,33 +4,50 @@
 
 #include <algorithm>
 #include <charconv>
-#include <iterator>
+#include <cstring>
 
 namespace Twinlog {
 
+namespace {
+
+// What the longest number takes: -2^63 in decimal.
+constexpr std::size_t maxDigits = 20;
+
+} // namespace
+
 void Text::append( std::string_view bytes ) noexcept {
-   auto const count = std::min( bytes.size(), capacity - length_ );
-   shortCopy( buffer_ + length_, bytes.data(), count );
-   length_ += count;
+   require( bytes.size() );
+   shortCopy( bytes_ + length_, bytes.data(), bytes.size() );
+   length_ += bytes.size();
 }
 
 void Text::append( Value const & value, bool hexadecimal ) noexcept {
    if ( value.kind == Value::Kind::text ) {
       return append( value.text );
    }
-   auto * const begin = buffer_ + length_;
-   auto * const end = std::end( buffer_ );
+   require( maxDigits );
+   auto * const begin = bytes_ + length_;
+   auto * const end = bytes_ + size_;
    auto const result = hexadecimal ? std::to_chars( begin, end, value.number, 16 )
                        : value.kind == Value::Kind::number
                           ? std::to_chars( begin, end, static_cast< S64 >( value.number ) )
                           : std::to_chars( begin, end, value.number );
-   length_ = std::min( length_ + static_cast< std::size_t >( result.ptr - begin ), capacity );
+   length_ += static_cast< std::size_t >( result.ptr - begin );
+}
+
+void Text::grow( std::size_t bytes ) {
+   auto const size = std::max( 2 * size_, length_ + bytes );
+   std::unique_ptr< char[] > larger( new char[ size ] );
+   std::memcpy( larger.get(), bytes_, length_ );
+   allocated_ = std::move( larger );
+   bytes_ = allocated_.get();
+   size_ = size;
 }
 
 void format( Text & text, std::string_view format, std::span< Value const > values ) noexcept {
    auto value = values.begin();
    auto const end = format.end();
-   for ( auto at = format.begin(); at != end && !text.full(); ) {
+   for ( auto at = format.begin(); at != end; ) {
       auto const literal = at;
       while ( at != end && *at != '%' ) { // formats are short: no call of find()
          ++at;

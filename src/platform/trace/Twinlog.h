@@ -7,6 +7,7 @@
 #include "platform/quill/Int.h"
 #include "platform/quill/String.h"
 
+#include <memory>
 #include <span>
 #include <string>
 #include <string_view>
@@ -23,25 +24,38 @@ struct Value {
    U64 number = 0;
 };
 
-// Appends to a buffer of fixed size and cuts what does not fit, so that tracing never allocates.
+// A text under construction. Allocates only when it is longer than a line nearly ever is.
 class Text {
  public:
-   static constexpr std::size_t capacity = 1024;
+   static constexpr std::size_t ownSize = 1024; // bytes that need no allocation
+
+   Text() = default;
+   Text( Text const & ) = delete;
+   Text & operator=( Text const & ) = delete;
 
    void append( std::string_view bytes ) noexcept;
    void append( char byte ) noexcept {
-      buffer_[ length_ ] = byte;
-      length_ += length_ < capacity;
+      require( 1 );
+      bytes_[ length_++ ] = byte;
    }
    void append( Value const & value, bool hexadecimal ) noexcept;
    void clear() noexcept { length_ = 0; }
-   bool full() const noexcept { return length_ == capacity; }
-   std::string_view view() const noexcept { return { buffer_, length_ }; }
+   std::string_view view() const noexcept { return { bytes_, length_ }; }
 
  private:
+   // Makes room for that many more bytes.
+   void require( std::size_t bytes ) noexcept {
+      if ( bytes > size_ - length_ ) [[unlikely]] {
+         grow( bytes );
+      }
+   }
+   void grow( std::size_t bytes );
+
+   char * bytes_ = own_; // filled as far as length_
    std::size_t length_ = 0;
-   // Filled as far as length_. What is over takes a byte or a number before it is cut.
-   char buffer_[ capacity + 24 ];
+   std::size_t size_ = ownSize;
+   std::unique_ptr< char[] > allocated_;
+   char own_[ ownSize ];
 };
 
 void format( Text & text, std::string_view format, std::span< Value const > values ) noexcept;

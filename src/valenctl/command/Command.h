@@ -25,8 +25,9 @@ class Command {
    Command & operator=( Command const & ) = delete;
 
    // Adds the command's arguments and options to `app`, bound to members of this object. An argument
-   // called INTERFACE or FILE, or an option of such a type, is completed as that; an option whose type
-   // is "a|b|c" as one of these words.
+   // called INTERFACE, VRF, AGENT or FILE, or an option of such a type, is completed as that, a DEVICE
+   // as one of valend's interfaces, a DEV or NETNS as one of this machine; an option whose type is
+   // "a|b|c" as one of these words.
    virtual void addOptions( CLI::App & ) {}
 
    // Executes the command with the options that were parsed. Throws UsageError for options that do

@@ -18,14 +18,24 @@ class ConfigCheck final : public Command {
       app.add_option( "FILE", file_, "Main file; - is standard input" )
          ->type_name( "" )
          ->capture_default_str();
+      app.add_option( "--drop-in", dropIn_,
+                      "Check this file too, as if it were a drop-in of FILE, in the directory "
+                      "conf.d beside it" )
+         ->type_name( "DROP-IN" );
    }
 
    Exit run( Session & session ) override {
-      auto const result = Settings::readConfig( file_ );
+      auto const result = Settings::readConfig( file_, dropIn_ );
       if ( session.json() ) {
          session.out() << indented( checkJson( result ) ) << '\n';
-      } else if ( result.errors.empty() ) {
-         session.out() << file_ << ": OK, " << result.config.summary() << '\n';
+         return result.errors.empty() ? Exit::done : Exit::failed;
+      }
+      for ( auto const & warning : result.warnings ) {
+         session.err() << "warning: " << warning.message() << '\n';
+      }
+      if ( result.errors.empty() ) {
+         session.out() << file_ << ( dropIn_.empty() ? "" : " with " + dropIn_ ) << ": OK, "
+                       << result.config.summary() << '\n';
       } else {
          for ( auto const & error : result.errors ) {
             session.err() << error.message() << '\n';
@@ -36,6 +46,7 @@ class ConfigCheck final : public Command {
 
  private:
    std::string file_ = Settings::defaultFile;
+   std::string dropIn_;
 };
 
 class ConfigShow final : public Command {
@@ -49,13 +60,20 @@ class ConfigShow final : public Command {
 
 class Reload final : public Command {
  public:
+   void addOptions( CLI::App & app ) override {
+      app.add_flag( "--allow-not-ready", allowNotReady_,
+                    "Exit with 0 even if interfaces are no longer ready" );
+   }
+
    Exit run( Session & session ) override {
       try {
-         printChanges( session, session.call( "Reload" ) );
-         return Exit::done;
+         auto const answer = session.call( "Reload" );
+         printChanges( session, answer );
+         bool const allReady = listField( answer, "notReady" ).empty();
+         return allReady || allowNotReady_ ? Exit::done : Exit::notReady;
       } catch ( Varlink::Refused const & e ) {
-         if ( !e.parameters().contains( "errors" ) ) {
-            throw; // the configuration is not the reason
+         if ( session.json() || !e.parameters().contains( "errors" ) ) {
+            throw; // the caller prints it; without "errors", the configuration is not the reason
          }
          printErrors( session, e );
          return Exit::failed;
@@ -70,21 +88,32 @@ class Reload final : public Command {
          lines += change + "\n";
       }
       session.print( answer, lines );
-      if ( !session.json() ) {
-         session.err() << "reloaded: " << Settings::counted( changes.size(), "change" ) << '\n';
+      if ( session.json() ) {
+         return;
       }
+      for ( auto const & warning : textsField( answer, "warnings" ) ) {
+         session.err() << "warning: " << warning << '\n';
+      }
+      auto const notReady = listField( answer, "notReady" );
+      for ( auto const & each : notReady ) {
+         session.err() << textField( each, "interface" )
+                       << ": no longer ready: " << textField( each, "why" ) << '\n';
+      }
+      session.err() << "reloaded: " << Settings::counted( changes.size(), "change" )
+                    << ( notReady.empty() ? ""
+                                          : "; no longer ready: " +
+                                               Settings::counted( notReady.size(), "interface" ) )
+                    << '\n';
    }
 
    static void printErrors( Session & session, Varlink::Refused const & rejection ) {
-      if ( session.json() ) {
-         session.out() << indented( rejection.parameters() ) << '\n';
-         return;
-      }
       for ( auto const & error : textsField( rejection.parameters(), "errors" ) ) {
          session.err() << error << '\n';
       }
       session.err() << "valenctl: " << rejection.what() << '\n';
    }
+
+   bool allowNotReady_ = false;
 };
 
 } // namespace
@@ -97,7 +126,8 @@ std::vector< CommandRow > configCommands() {
       { "config show", "Show the active configuration and where each item comes from",
         make< ConfigShow > },
       { "reload", "Reload the configuration and show what changed", make< Reload >,
-        "An invalid configuration is rejected and changes nothing." },
+        "An invalid configuration is rejected and changes nothing. Interfaces that are no longer "
+        "ready are listed, and the exit status is 5." },
    };
 }
 

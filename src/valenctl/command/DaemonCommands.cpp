@@ -20,11 +20,19 @@ class Rescan final : public Command {
 
 class Metrics final : public Command {
  public:
+   void addOptions( CLI::App & app ) override {
+      app.add_flag( "--openmetrics", openMetrics_, "Print OpenMetrics text" );
+   }
+
    Exit run( Session & session ) override {
-      auto const answer = session.call( "Metrics" );
+      auto const answer = session.call(
+         "Metrics", openMetrics_ ? Json{ { "format", "openmetrics" } } : Json::object() );
       session.print( answer, textField( answer, "text" ) );
       return Exit::done;
    }
+
+ private:
+   bool openMetrics_ = false;
 };
 
 class Memory final : public Command {
@@ -69,7 +77,7 @@ class Show final : public Command {
 std::vector< CommandRow > daemonCommands() {
    return {
       { "rescan", "Have valend look at the network namespaces again", make< Rescan > },
-      { "metrics", "Print counters and gauges as OpenMetrics text", make< Metrics > },
+      { "metrics", "Print counters and gauges in the Prometheus text format", make< Metrics > },
       { "memory", "Show how many objects of each type exist, and their bytes", make< Memory > },
       { "show", "Print the state store below PATH as JSON (default: all of it)", make< Show > },
    };

@@ -10,6 +10,7 @@ enum class Exit : int {
    usage = 2,        // invalid command or option
    notConnected = 3, // cannot connect to valend, or the connection was lost
    timedOut = 4,     // no answer in time, or the awaited state was not reached in time
+   notReady = 5,     // reloaded; interfaces that were ready are not any more
 };
 
 } // namespace Valenctl

@@ -83,7 +83,11 @@ class FrameCommand final : public Command {
    }
 
    Exit run( Session & session ) override {
-      auto const frames = build_( FrameSender( sender_ ) );
+      auto const built = build_( FrameSender( sender_ ) );
+      for ( auto const & note : built.notes ) {
+         session.err() << "valenctl: " << note << '\n';
+      }
+      auto const & frames = built.frames;
       if ( !queueInterface_.empty() ) {
          auto const agent = agent_.empty() ? kind_.name : agent_;
          return publish( session, { agent, queueInterface_, hexOf( frames ) }, Lifetime::kept );
@@ -93,7 +97,9 @@ class FrameCommand final : public Command {
          std::ofstream file( pcap_, std::ios::binary );
          write( file, pcap_, text( frames ) );
       } else {
-         write( session.out(), "standard output", text( frames ) );
+         write( session.out(), "standard output",
+                session.json() && pcap_.empty() && yamlInterface_.empty() ? json( built )
+                                                                          : text( frames ) );
       }
       return Exit::done;
    }
@@ -102,9 +108,9 @@ class FrameCommand final : public Command {
    void addSender( CLI::App & app ) {
       auto * const device =
          app.add_option( "--device", sender_.device, "Take addresses that are not given from it" )
-            ->type_name( "DEVICE" );
+            ->type_name( "DEV" );
       app.add_option( "--netns", sender_.netNs, "The device's network namespace, a name or a path" )
-         ->type_name( "NAME" )
+         ->type_name( "NETNS" )
          ->needs( device );
       addText( app, "--mac", "MAC", "The sender's MAC address",
                [ this ]( auto const & mac ) { sender_.given.mac = Goodbye::parseMac( mac ); } );
@@ -146,6 +152,13 @@ class FrameCommand final : public Command {
          lines += frame + "\n";
       }
       return lines;
+   }
+
+   std::string json( BuiltFrames const & built ) const {
+      return indented( { { "kind", kind_.name },
+                         { "frames", hexOf( built.frames ) },
+                         { "notes", built.notes } } ) +
+             "\n";
    }
 
    FrameKind const & kind_;

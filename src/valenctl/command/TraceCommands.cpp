@@ -14,15 +14,20 @@ namespace Valenctl {
 
 namespace {
 
+// One line of the trace, as valend's API has it.
+void printTraceLine( Session & session, Json const & line ) {
+   if ( session.json() ) {
+      session.printLine( line );
+   } else {
+      session.out() << traceText( { numberField( line, "timeNs" ), textField( line, "unit" ),
+                                    numberField( line, "level" ), textField( line, "text" ) } )
+                    << '\n';
+   }
+}
+
 void printLines( Session & session, Json const & answer ) {
    for ( auto const & line : listField( answer, "lines" ) ) {
-      if ( session.json() ) {
-         session.printLine( line );
-      } else {
-         session.out() << traceText( { numberField( line, "timeNs" ), textField( line, "unit" ),
-                                       numberField( line, "level" ), textField( line, "text" ) } )
-                       << '\n';
-      }
+      printTraceLine( session, line );
    }
    session.out().flush();
 }
@@ -102,11 +107,10 @@ class TraceDump final : public Command {
       }
       Blipline::Line line;
       while ( reader.next( line ) ) {
-         session.out() << traceText(
-                             { static_cast< std::uint64_t >( reader.wallTime( line.time ).count() ),
-                               std::string( line.unit ), line.level,
-                               std::string( line.text.view() ) } )
-                       << '\n';
+         printTraceLine( session, { { "timeNs", reader.wallTime( line.time ).count() },
+                                    { "unit", line.unit },
+                                    { "level", line.level },
+                                    { "text", line.text.view() } } );
       }
       if ( reader.damaged() ) {
          session.err() << "valenctl: " << file_ << " is damaged; only readable lines are shown\n";

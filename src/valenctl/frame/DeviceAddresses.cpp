@@ -79,18 +79,42 @@ DeviceAddresses addressesHere( std::string const & device, std::string const & w
    return addresses;
 }
 
+std::vector< std::string > namesHere() {
+   std::unique_ptr< struct if_nameindex, void ( * )( struct if_nameindex * ) > const list(
+      ::if_nameindex(), ::if_freenameindex );
+   if ( !list ) {
+      throw std::runtime_error( std::string( "cannot list the devices: " ) +
+                                std::strerror( errno ) );
+   }
+   std::vector< std::string > names;
+   for ( auto const * entry = list.get(); entry->if_index; ++entry ) {
+      names.emplace_back( entry->if_name );
+   }
+   return names;
+}
+
+// What `read` returns in the namespace. A separate thread enters it, so that this one does not have to
+// return from it.
+template < class Read > auto inside( std::string const & netNs, Read const & read ) {
+   auto const reading = [ & ] {
+      enter( netNs );
+      return read();
+   };
+   return std::async( std::launch::async, reading ).get();
+}
+
 } // namespace
 
 DeviceAddresses deviceAddresses( std::string const & device, std::string const & netNs ) {
    if ( netNs.empty() ) {
       return addressesHere( device, "" );
    }
-   // A separate thread enters the namespace, so that this one does not have to return from it.
-   auto const reading = [ & ] {
-      enter( netNs );
-      return addressesHere( device, " in network namespace " + netNs );
-   };
-   return std::async( std::launch::async, reading ).get();
+   return inside( netNs,
+                  [ & ] { return addressesHere( device, " in network namespace " + netNs ); } );
+}
+
+std::vector< std::string > deviceNames( std::string const & netNs ) {
+   return netNs.empty() ? namesHere() : inside( netNs, namesHere );
 }
 
 } // namespace Valenctl

@@ -1,10 +1,11 @@
-// The addresses of a kernel device.
+// The kernel's devices and their addresses.
 #pragma once
 
 #include "goodbye/Addresses.h"
 
 #include <optional>
 #include <string>
+#include <vector>
 
 namespace Valenctl {
 
@@ -19,5 +20,8 @@ struct DeviceAddresses {
 // `ip netns` lists, a path if it contains a slash, or empty for the process's own namespace. Throws
 // std::runtime_error with what does not exist or is not permitted.
 DeviceAddresses deviceAddresses( std::string const & device, std::string const & netNs );
+
+// The devices in that namespace, by their index. Throws the same.
+std::vector< std::string > deviceNames( std::string const & netNs );
 
 } // namespace Valenctl

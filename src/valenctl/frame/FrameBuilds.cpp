@@ -1,7 +1,6 @@
 #include "valenctl/frame/FrameBuilds.h"
 
 #include "goodbye/Igmp.h"
-#include "goodbye/Lldp.h"
 #include "goodbye/Mdns.h"
 #include "goodbye/Ospf.h"
 #include "goodbye/Pim.h"
@@ -87,41 +86,6 @@ Goodbye::MdnsGoodbye withAddresses( Goodbye::MdnsGoodbye goodbye, FrameSender co
 }
 
 } // namespace
-
-FrameBuild lldpBuild( CLI::App & app ) {
-   struct Given {
-      Goodbye::LldpShutdown shutdown;
-      std::optional< Goodbye::LldpId > chassis;
-      std::optional< Goodbye::LldpId > port;
-   };
-   auto const given = std::make_shared< Given >();
-   addText(
-      app, "--chassis-id", "ID",
-      "Chassis ID as the LLDP agent sends it: mac:MAC, name:TEXT or local:TEXT (default: the "
-      "sender's MAC address)",
-      [ given ]( auto const & text ) { given->chassis = Goodbye::parseLldpChassis( text ); } );
-   addText( app, "--port-id", "ID",
-            "Port ID as the LLDP agent sends it, in the same form (default: the device's name)",
-            [ given ]( auto const & text ) { given->port = Goodbye::parseLldpPort( text ); } );
-   auto & destination = given->shutdown.destination;
-   addText( app, "--destination", "MAC",
-            "Destination (default: nearest bridge, " + destination.to_string() + ")",
-            [ &destination ]( auto const & text ) { destination = Goodbye::parseMac( text ); } );
-   return [ given ]( FrameSender const & sender ) {
-      if ( !given->port && sender.device().empty() ) {
-         throw UsageError( "the frame needs the port's ID: give --port-id, or --device to take its "
-                           "name" );
-      }
-      auto shutdown = given->shutdown;
-      shutdown.source = sender.mac();
-      shutdown.chassis = given->chassis
-                            ? *given->chassis
-                            : Goodbye::parseLldpChassis( "mac:" + shutdown.source.to_string() );
-      shutdown.port =
-         given->port ? *given->port : Goodbye::parseLldpPort( "name:" + sender.device() );
-      return List{ Goodbye::lldpShutdown( shutdown ) };
-   };
-}
 
 FrameBuild raBuild( CLI::App & ) {
    return []( FrameSender const & sender ) {

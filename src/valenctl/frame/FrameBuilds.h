@@ -13,9 +13,18 @@ class App;
 
 namespace Valenctl {
 
-// Builds the frames, in order of sending, once the command line has been parsed. Throws UsageError,
-// and what FrameSender throws.
-using FrameBuild = std::function< std::vector< Goodbye::Frame >( FrameSender const & ) >;
+// Frames in order of sending, and what the operator should know about them, a line each.
+struct BuiltFrames {
+   BuiltFrames( std::vector< Goodbye::Frame > built, std::vector< std::string > toKnow = {} )
+       : frames( std::move( built ) ), notes( std::move( toKnow ) ) {}
+
+   std::vector< Goodbye::Frame > frames;
+   std::vector< std::string > notes;
+};
+
+// Builds the frames, once the command line has been parsed. Throws UsageError, and what FrameSender
+// throws.
+using FrameBuild = std::function< BuiltFrames( FrameSender const & ) >;
 
 // Each adds the options of its kind to `app`; the result uses their values.
 FrameBuild lldpBuild( CLI::App & app );

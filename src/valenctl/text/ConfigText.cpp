@@ -39,6 +39,17 @@ std::string framesValue( Json const & messages ) {
           Settings::counted( totals.bytes, "byte" );
 }
 
+Json messagesJson( std::vector< Settings::ConfigError > const & messages ) {
+   auto list = Json::array();
+   for ( auto const & message : messages ) {
+      list.push_back( { { "file", message.place.file },
+                        { "line", message.place.line },
+                        { "column", message.place.column },
+                        { "text", message.text } } );
+   }
+   return list;
+}
+
 } // namespace
 
 std::string configText( Json const & answer ) {
@@ -63,16 +74,10 @@ std::string configText( Json const & answer ) {
 }
 
 Json checkJson( Settings::ConfigResult const & result ) {
-   auto errors = Json::array();
-   for ( auto const & error : result.errors ) {
-      errors.push_back( { { "file", error.place.file },
-                          { "line", error.place.line },
-                          { "column", error.place.column },
-                          { "text", error.text } } );
-   }
    return { { "valid", result.errors.empty() },
             { "files", result.sources.files },
-            { "errors", std::move( errors ) } };
+            { "errors", messagesJson( result.errors ) },
+            { "warnings", messagesJson( result.warnings ) } };
 }
 
 } // namespace Valenctl

@@ -18,7 +18,15 @@ void ConfigMethods::config( Call const & call ) {
 }
 
 void ConfigMethods::reload( Call const & call ) {
-   call->reply( { { "changed", parts_.reload() } } );
+   parts_.reload( [ call ]( auto const & reloaded ) {
+      auto notReady = Json::array();
+      for ( auto const & [ interface, why ] : reloaded.notReady ) {
+         notReady.push_back( { { "interface", interface }, { "why", why } } );
+      }
+      call->reply( { { "changed", reloaded.changes },
+                     { "notReady", std::move( notReady ) },
+                     { "warnings", reloaded.warnings } } );
+   } );
 }
 
 void ConfigMethods::rescan( Call const & call ) {

@@ -9,6 +9,7 @@
 #include "valend/configuration/Configurator.h"
 #include "valend/configuration/Publications.h"
 #include "valend/report/Metrics.h"
+#include "valend/report/ReadinessLoss.h"
 #include "valend/shutdown/LinkController.h"
 
 #include <functional>
@@ -16,6 +17,13 @@
 #include <vector>
 
 namespace Valend {
+
+// What a reload has done.
+struct Reloaded {
+   std::vector< std::string > changes;          // a line each
+   std::vector< std::string > warnings;         // about the files
+   std::vector< ReadinessLoss::Lost > notReady; // interfaces that were ready before
+};
 
 // All must outlive the API.
 struct Parts {
@@ -32,8 +40,9 @@ struct Parts {
    Access & access;
    Quill::Ptr< Gantry::TaskScheduler > scheduler;
    Gantry::WorkQueue & work;
-   // Reads the configuration again; a line for each change. Throws Refusal.
-   std::function< std::vector< std::string >() > reload;
+   // Reads the configuration again and calls the function with what came of it, at once or later. Throws
+   // Refusal.
+   std::function< void( std::function< void( Reloaded const & ) > const & done ) > reload;
    // Looks at the network namespaces again.
    std::function< void() > rescan;
 

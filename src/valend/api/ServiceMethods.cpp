@@ -1,7 +1,7 @@
 #include "valend/api/ServiceMethods.h"
 
+#include "settings/Version.h"
 #include "valend/api/DescriptionTexts.h"
-#include "valend/base/Version.h"
 
 #include <map>
 
@@ -27,7 +27,7 @@ std::vector< Method > ServiceMethods::methods() {
 void ServiceMethods::getInfo( Call const & call ) {
    call->reply( { { "vendor", "Valen" },
                   { "product", "valend" },
-                  { "version", version },
+                  { "version", Settings::version },
                   { "url", "" },
                   { "interfaces", { "org.varlink.service", "org.valen.daemon" } } } );
 }

@@ -1,7 +1,7 @@
 #include "valend/api/StatusMethods.h"
 
 #include "platform/quill/Allocation.h"
-#include "valend/base/Version.h"
+#include "settings/Version.h"
 
 namespace Valend {
 
@@ -35,7 +35,7 @@ void StatusMethods::status( Call const & call, Text const & interface ) {
    auto interfaces =
       interface ? Json::array( { report_.interface( parts_.interface( *interface ) ) } )
                 : report_.interfaces();
-   call->reply( { { "version", version },
+   call->reply( { { "version", Settings::version },
                   { "shutdownDelayMs", delayMs ? Json( *delayMs ) : Json() },
                   { "active", parts_.store.statusDir->agentActive() },
                   { "faults", parts_.faults.count() },
@@ -63,8 +63,9 @@ void StatusMethods::history( Call const & call, Text const & interface ) {
    call->reply( { { "shutdowns", std::move( list ) } } );
 }
 
-void StatusMethods::metrics( Call const & call ) {
-   call->reply( { { "text", parts_.metrics.text() } } );
+void StatusMethods::metrics( Call const & call, std::optional< MetricsFormat > const & format ) {
+   call->reply(
+      { { "text", parts_.metrics.text( format.value_or( MetricsFormat::prometheus ) ) } } );
 }
 
 void StatusMethods::memory( Call const & call ) {

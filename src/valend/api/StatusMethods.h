@@ -21,7 +21,7 @@ class StatusMethods final : public MethodGroup {
    void status( Call const & call, Text const & interface );
    void explain( Call const & call, std::string const & interface );
    void history( Call const & call, Text const & interface );
-   void metrics( Call const & call );
+   void metrics( Call const & call, std::optional< MetricsFormat > const & format );
    void memory( Call const & call );
 
    Parts const & parts_;

@@ -5,9 +5,27 @@
 #include <cerrno>
 #include <cstdio>
 #include <fcntl.h>
+#include <string_view>
+#include <sys/stat.h>
 #include <unistd.h>
 
 namespace Valend {
+
+namespace {
+
+// Returns whether all was written; else errno is set.
+bool writeAll( int file, std::string_view text ) {
+   while ( !text.empty() ) {
+      auto const written = ::write( file, text.data(), text.size() );
+      if ( written < 0 && errno != EINTR ) {
+         return false;
+      }
+      text.remove_prefix( written < 0 ? 0 : static_cast< std::size_t >( written ) );
+   }
+   return true;
+}
+
+} // namespace
 
 std::string writeAtomically( std::string const & path, std::string const & text, unsigned mode ) {
    auto const beside = path + ".new";
@@ -16,14 +34,11 @@ std::string writeAtomically( std::string const & path, std::string const & text,
       ::unlink( beside.c_str() );
       return "cannot write " + where + ": " + Valen::Linux::errorText( number );
    };
+   // What is there, from a crash or from another user of the directory, is not written to.
+   ::unlink( beside.c_str() );
    Valen::Linux::Fd file(
-      ::open( beside.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, mode ) );
-   if ( !file ) {
-      return failure( beside );
-   }
-   auto const written = ::write( file.get(), text.data(), text.size() );
-   if ( written != static_cast< ssize_t >( text.size() ) ) {
-      errno = written < 0 ? errno : ENOSPC;
+      ::open( beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode & 0600 ) );
+   if ( !file || !writeAll( file.get(), text ) || ::fchmod( file.get(), mode ) < 0 ) {
       return failure( beside );
    }
    file.close();

@@ -15,12 +15,12 @@ U64 nowNs() {
 } // namespace
 
 TraceHub::TraceHub( Gantry::WorkQueue & work, Settings::ProcessConfig const & config,
-                    bool toStderr )
+                    WithoutFile withoutFile )
     : posted_( work, "trace" ) {
    Quill::traceLevelsIs( config.value( "trace.levels" ) );
    if ( auto const & file = config.given( "trace.file" ) ) {
       file_ = std::make_unique< Valen::Linux::FileTraceSink >( *file );
-   } else if ( toStderr ) {
+   } else if ( withoutFile == WithoutFile::standardError ) {
       stderr_ = std::make_unique< Valen::Linux::StderrTraceSink >();
    }
    if ( auto const & ring = config.given( "trace.ring" ) ) {

@@ -24,10 +24,13 @@ class TraceHub final : public Quill::TraceSink {
    // Receives lines, and returns whether it wants more. Also called without lines, to ask only that.
    using Follower = std::function< bool( std::vector< Line > const & lines ) >;
 
-   // Applies the levels and opens the outputs. `toStderr`: lines go to standard error when no file is
-   // configured. `work` must outlive the hub. Throws Quill::ErrnoException and
-   // Quill::RangeException.
-   TraceHub( Gantry::WorkQueue & work, Settings::ProcessConfig const & config, bool toStderr );
+   // Where lines go when no file is configured.
+   enum class WithoutFile : U8 { nowhere, standardError };
+
+   // Applies the levels and opens the outputs. `work` must outlive the hub. Throws
+   // Quill::ErrnoException and Quill::RangeException.
+   TraceHub( Gantry::WorkQueue & work, Settings::ProcessConfig const & config,
+             WithoutFile withoutFile );
    ~TraceHub() override;
    TraceHub( TraceHub const & ) = delete;
    TraceHub & operator=( TraceHub const & ) = delete;

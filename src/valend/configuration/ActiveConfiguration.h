@@ -4,11 +4,15 @@
 #include "settings/Config.h"
 #include "settings/Sources.h"
 
+#include <string>
+#include <vector>
+
 namespace Valend {
 
 struct ActiveConfiguration {
-   Settings::Config config;   // of the files
-   Settings::Sources sources; // the places of `config`
+   Settings::Config config;             // of the files
+   Settings::Sources sources;           // the places of `config`
+   std::vector< std::string > warnings; // about the files of `config`
 
    Settings::ProcessConfig commandLine;
    Settings::ProcessConfig process;  // as valend was started, the command line included

@@ -90,7 +90,8 @@ std::optional< LinkDevice > KernelLinks::device( LinkPlace const & place ) const
    for ( auto const & device : status->interface() ) {
       if ( device->deviceName() == name ) {
          return LinkDevice{ device->ifIndex(), ( device->flags() & IFF_UP ) != 0,
-                            ( device->flags() & IFF_RUNNING ) != 0, device->mtu() };
+                            ( device->flags() & IFF_RUNNING ) != 0, device->mtu(),
+                            device->linkLayer().stdString() };
       }
    }
    return std::nullopt;

@@ -19,9 +19,10 @@ struct LinkPlace {
 
 struct LinkDevice {
    U32 ifIndex = 0;
-   bool up = false;      // set up by the operator (IFF_UP)
-   bool carrier = false; // operational (IFF_RUNNING)
-   U32 mtu = 0;          // bytes after the link-layer header
+   bool up = false;            // set up by the operator (IFF_UP)
+   bool carrier = false;       // operational (IFF_RUNNING)
+   U32 mtu = 0;                // bytes after the link-layer header
+   std::string linkLayer = {}; // empty: Ethernet; else as ip-link(8) has it after "link/": "none"
 };
 
 // A packet of a burst that the kernel rejected.

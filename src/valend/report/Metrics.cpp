@@ -1,13 +1,20 @@
 #include "valend/report/Metrics.h"
 
-#include "valend/base/Version.h"
+#include "settings/Version.h"
 #include "valend/report/OpenMetrics.h"
 
 #include <cstring>
+#include <prometheus/text_serializer.h>
 
 namespace Valend {
 
 namespace {
+
+using prometheus::ClientMetric;
+using prometheus::MetricFamily;
+using prometheus::MetricType;
+using Families = std::vector< MetricFamily >;
+using Labels = std::vector< ClientMetric::Label >;
 
 // "ENETDOWN"
 std::string errnoName( int number ) {
@@ -15,27 +22,52 @@ std::string errnoName( int number ) {
    return name ? name : std::to_string( number );
 }
 
-} // namespace
-
-std::string Metrics::text() const {
-   OpenMetrics metrics;
-   metrics.family( "valen_build", "info", "The version of valend." );
-   metrics.sample( "_info", { { "version", version } }, U64( 1 ) );
-   metrics.gauge( "valen_active", "1 if the shutdown delay is enabled.",
-                  sources_.store.statusDir->agentActive() );
-   addInterfaces( metrics );
-   addShutdowns( metrics );
-   addHeld( metrics );
-   addFrames( metrics );
-   metrics.counter( "valen_faults", "Errors in the library's handlers.", sources_.faults.count() );
-   metrics.counter( "valen_device_resyncs", "Full netlink resyncs after lost notifications.",
-                    sources_.port.resyncs() );
-   addConditions( metrics );
-   addClients( metrics );
-   return metrics.text();
+// Valid until the next family is added.
+MetricFamily & family( Families & families, char const * name, MetricType type,
+                       char const * help ) {
+   return families.emplace_back( MetricFamily{ name, help, type, {} } );
 }
 
-void Metrics::addInterfaces( OpenMetrics & metrics ) const {
+// A sample of a counter or gauge.
+void sample( MetricFamily & family, Labels labels, U64 value ) {
+   auto & metric = family.metric.emplace_back();
+   metric.label = std::move( labels );
+   auto & place = family.type == MetricType::Counter ? metric.counter.value : metric.gauge.value;
+   place = static_cast< double >( value );
+}
+
+void gauge( Families & families, char const * name, char const * help, U64 value ) {
+   sample( family( families, name, MetricType::Gauge, help ), {}, value );
+}
+
+void counter( Families & families, char const * name, char const * help, U64 value ) {
+   sample( family( families, name, MetricType::Counter, help ), {}, value );
+}
+
+} // namespace
+
+std::string Metrics::text( MetricsFormat format ) const {
+   Families families;
+   sample(
+      family( families, "valen_build_info", MetricType::Gauge, "1, with the version of valend." ),
+      { { "version", Settings::version } }, 1 );
+   gauge( families, "valen_active", "1 if the shutdown delay is enabled.",
+          sources_.store.statusDir->agentActive() );
+   addInterfaces( families );
+   addShutdowns( families );
+   addHeld( families );
+   addFrames( families );
+   counter( families, "valen_faults_total", "Errors in the library's handlers.",
+            sources_.faults.count() );
+   counter( families, "valen_device_resyncs_total",
+            "Full netlink resyncs after lost notifications.", sources_.port.resyncs() );
+   addConditions( families );
+   addClients( families );
+   return format == MetricsFormat::openmetrics ? openMetricsText( families )
+                                               : prometheus::TextSerializer().Serialize( families );
+}
+
+void Metrics::addInterfaces( Families & families ) const {
    auto const & config = sources_.feeder.config();
    U64 ready = 0;
    U64 held = 0;
@@ -47,76 +79,75 @@ void Metrics::addInterfaces( OpenMetrics & metrics ) const {
       withoutGoodbye += sources_.controller.downWithoutGoodbye(
          { config.netNsOf( interface.vrf ), interface.device } );
    }
-   metrics.gauge( "valen_interfaces", "Configured interfaces.", config.interfaces.size() );
-   metrics.gauge( "valen_interfaces_ready", "Interfaces whose shutdown would be delayed now.",
-                  ready );
-   metrics.gauge( "valen_interfaces_held", "Interfaces whose shutdown is delayed now.", held );
-   metrics.gauge( "valen_interfaces_without_goodbye",
-                  "Interfaces whose link was set down outside valend.", withoutGoodbye );
+   gauge( families, "valen_interfaces", "Configured interfaces.", config.interfaces.size() );
+   gauge( families, "valen_interfaces_ready", "Interfaces whose shutdown would be delayed now.",
+          ready );
+   gauge( families, "valen_interfaces_held", "Interfaces whose shutdown is delayed now.", held );
+   gauge( families, "valen_interfaces_without_goodbye",
+          "Interfaces whose link was set down outside valend.", withoutGoodbye );
 }
 
-void Metrics::addShutdowns( OpenMetrics & metrics ) const {
+void Metrics::addShutdowns( Families & families ) const {
    auto const & statistics = sources_.controller.statistics();
-   metrics.gauge( "valen_shutdowns_running", "Shutdowns in progress.",
-                  sources_.controller.running() );
-   metrics.family( "valen_shutdowns", "counter",
-                   "Shutdowns by result; went-down is a link that was set down outside valend." );
+   gauge( families, "valen_shutdowns_running", "Shutdowns in progress.",
+          sources_.controller.running() );
+   auto & shutdowns =
+      family( families, "valen_shutdowns_total", MetricType::Counter,
+              "Shutdowns by result; went-down is a link that was set down outside valend." );
    for ( auto const & [ ending, count ] : statistics.endings() ) {
       ShutdownRecord record;
       record.ending = ending;
-      metrics.sample( "_total", { { "result", record.endingText() } }, count );
+      sample( shutdowns, { { "result", record.endingText() } }, count );
    }
-   metrics.counter( "valen_shutdowns_resumed", "Shutdowns resumed after a restart of valend.",
-                    statistics.resumed() );
-   metrics.counter( "valen_shutdowns_unflushed",
-                    "Shutdowns with frames still queued when the link went down.",
-                    statistics.unflushed() );
+   counter( families, "valen_shutdowns_resumed_total",
+            "Shutdowns resumed after a restart of valend.", statistics.resumed() );
+   counter( families, "valen_shutdowns_unflushed_total",
+            "Shutdowns with frames still queued when the link went down.", statistics.unflushed() );
 }
 
-void Metrics::addHeld( OpenMetrics & metrics ) const {
+void Metrics::addHeld( Families & families ) const {
    auto const & held = sources_.controller.statistics().held();
-   metrics.family( "valen_shutdown_held_seconds", "histogram",
-                   "Time between the goodbye frames and the end of the delay.", "seconds" );
+   auto & durations = family( families, "valen_shutdown_held_seconds", MetricType::Histogram,
+                              "Time between the goodbye frames and the end of the delay." );
+   auto & histogram = durations.metric.emplace_back().histogram;
+   histogram.sample_count = held.count;
+   histogram.sample_sum = held.seconds;
    for ( std::size_t i = 0; i < held.bounds.size(); ++i ) {
-      metrics.sample( "_bucket", { { "le", OpenMetrics::number( held.bounds[ i ] ) } },
-                      held.atMost[ i ] );
+      histogram.bucket.push_back( { held.atMost[ i ], held.bounds[ i ] } );
    }
-   metrics.sample( "_bucket", { { "le", "+Inf" } }, held.count );
-   metrics.sample( "_count", {}, held.count );
-   metrics.sample( "_sum", {}, held.seconds );
 }
 
-void Metrics::addFrames( OpenMetrics & metrics ) const {
+void Metrics::addFrames( Families & families ) const {
    auto const & agents = sources_.controller.statistics().agents();
-   metrics.family( "valen_frames_sent", "counter", "Frames sent, by agent." );
+   auto & sent =
+      family( families, "valen_frames_sent_total", MetricType::Counter, "Frames sent, by agent." );
    for ( auto const & [ agent, frames ] : agents ) {
-      metrics.sample( "_total", { { "agent", agent } }, frames.sent );
+      sample( sent, { { "agent", agent } }, frames.sent );
    }
-   metrics.family( "valen_frames_refused", "counter",
-                   "Frames that the kernel rejected, by agent and error." );
+   auto & refused = family( families, "valen_frames_refused_total", MetricType::Counter,
+                            "Frames that the kernel rejected, by agent and error." );
    for ( auto const & [ agent, frames ] : agents ) {
       for ( auto const & [ number, count ] : frames.refused ) {
-         metrics.sample( "_total", { { "agent", agent }, { "errno", errnoName( number ) } },
-                         count );
+         sample( refused, { { "agent", agent }, { "errno", errnoName( number ) } }, count );
       }
    }
 }
 
-void Metrics::addConditions( OpenMetrics & metrics ) const {
-   metrics.family( "valen_condition", "gauge",
-                   "1 for each condition that is raised; valenctl status shows its text." );
+void Metrics::addConditions( Families & families ) const {
+   auto & raised = family( families, "valen_condition", MetricType::Gauge,
+                           "1 for each condition that is raised; valenctl status shows its text." );
    for ( auto const & condition : sources_.conditions.raised() ) {
-      metrics.sample( "", { { "name", condition.name } }, U64( 1 ) );
+      sample( raised, { { "name", condition.name } }, 1 );
    }
 }
 
-void Metrics::addClients( OpenMetrics & metrics ) const {
+void Metrics::addClients( Families & families ) const {
    auto const clients = sources_.clients();
-   metrics.gauge( "valen_api_connections", "Open connections to the control API.",
-                  clients.connected );
-   metrics.counter( "valen_api_connections_dropped",
-                    "Connections to the control API that were dropped for exceeding a limit.",
-                    clients.dropped );
+   gauge( families, "valen_api_connections", "Open connections to the control API.",
+          clients.connected );
+   counter( families, "valen_api_connections_dropped_total",
+            "Connections to the control API that were dropped for exceeding a limit.",
+            clients.dropped );
 }
 
 } // namespace Valend

@@ -2,15 +2,27 @@
 #pragma once
 
 #include "valend/base/Conditions.h"
+#include "valend/base/EnumTexts.h"
 #include "valend/base/FaultLog.h"
 #include "valend/configuration/Feeder.h"
 #include "valend/shutdown/LinkController.h"
 
 #include <functional>
+#include <prometheus/metric_family.h>
+#include <string>
+#include <vector>
 
 namespace Valend {
 
-class OpenMetrics;
+enum class MetricsFormat : U8 {
+   prometheus,  // the Prometheus text format, version 0.0.4, which every collector reads
+   openmetrics, // OpenMetrics 1.0.0
+};
+constexpr auto enumTexts( MetricsFormat ) {
+   return std::to_array< EnumText< MetricsFormat > >(
+      { { MetricsFormat::prometheus, "prometheus" },
+        { MetricsFormat::openmetrics, "openmetrics" } } );
+}
 
 class Metrics {
  public:
@@ -32,17 +44,19 @@ class Metrics {
 
    explicit Metrics( Sources sources ) : sources_( std::move( sources ) ) {}
 
-   // As they are now, in the OpenMetrics text format. Counters start at zero with the daemon. A new
-   // metric goes into the table in docs/operating.md.
-   std::string text() const;
+   // As they are now. Counters start at zero with the daemon. A new metric goes into the table in
+   // docs/operating.md.
+   std::string text( MetricsFormat format = MetricsFormat::prometheus ) const;
 
  private:
-   void addInterfaces( OpenMetrics & metrics ) const;
-   void addShutdowns( OpenMetrics & metrics ) const;
-   void addHeld( OpenMetrics & metrics ) const;
-   void addFrames( OpenMetrics & metrics ) const;
-   void addConditions( OpenMetrics & metrics ) const;
-   void addClients( OpenMetrics & metrics ) const;
+   using Families = std::vector< prometheus::MetricFamily >;
+
+   void addInterfaces( Families & families ) const;
+   void addShutdowns( Families & families ) const;
+   void addHeld( Families & families ) const;
+   void addFrames( Families & families ) const;
+   void addConditions( Families & families ) const;
+   void addClients( Families & families ) const;
 
    Sources const sources_;
 };

@@ -30,7 +30,8 @@ void MetricsFile::touch() {
 void MetricsFile::write() {
    soon_ = false;
    timer_.start( period );
-   // The collector reads names that end in ".prom", so not the file that is being written.
+   // The collector reads names that end in ".prom", so not the file that is being written. It runs as a
+   // user of its own, so everyone may read the file, which holds counters and names of agents.
    condition_.update( writeAtomically( path_, text_(), 0644 ) );
 }
 

@@ -1,10 +1,18 @@
 #include "valend/report/OpenMetrics.h"
 
 #include <cstdio>
+#include <string_view>
 
 namespace Valend {
 
 namespace {
+
+using prometheus::ClientMetric;
+using prometheus::MetricFamily;
+using prometheus::MetricType;
+using Labels = std::vector< ClientMetric::Label >;
+
+constexpr std::string_view counterSuffix = "_total";
 
 std::string escaped( std::string_view text ) {
    std::string result;
@@ -21,52 +29,74 @@ std::string escaped( std::string_view text ) {
    return result;
 }
 
-} // namespace
-
-std::string OpenMetrics::number( double value ) {
+std::string number( double value ) {
    char text[ 32 ];
-   std::snprintf( text, sizeof text, "%.12g", value );
-   std::string result( text );
-   return result.find_first_of( ".en" ) == result.npos ? result + ".0" : result;
+   std::snprintf( text, sizeof text, "%.15g", value );
+   return text;
 }
 
-void OpenMetrics::family( std::string_view name, std::string_view type, std::string_view help,
-                          std::string_view unit ) {
-   name_ = name;
-   text_ += "# TYPE " + name_ + ' ' + std::string( type ) + '\n';
-   if ( !unit.empty() ) {
-      text_ += "# UNIT " + name_ + ' ' + std::string( unit ) + '\n';
-   }
-   text_ += "# HELP " + name_ + ' ' + escaped( help ) + '\n';
+// A bound is a canonical number: "1.0", "0.5".
+std::string bound( double value ) {
+   auto const text = number( value );
+   return text.find_first_of( ".e" ) == text.npos ? text + ".0" : text;
 }
 
-void OpenMetrics::sample( std::string_view suffix, Labels const & labels, double value ) {
-   line( suffix, labels, number( value ) );
-}
-
-void OpenMetrics::sample( std::string_view suffix, Labels const & labels, U64 value ) {
-   line( suffix, labels, std::to_string( value ) );
-}
-
-void OpenMetrics::line( std::string_view suffix, Labels const & labels,
-                        std::string const & value ) {
-   text_ += name_ + std::string( suffix );
+std::string line( std::string const & name, Labels const & labels, std::string const & value ) {
+   auto text = name;
    char separator = '{';
-   for ( auto const & [ label, content ] : labels ) {
-      text_ += separator + std::string( label ) + "=\"" + escaped( content ) + '"';
+   for ( auto const & label : labels ) {
+      text += separator + label.name + "=\"" + escaped( label.value ) + '"';
       separator = ',';
    }
-   text_ += ( labels.empty() ? " " : "} " ) + value + '\n';
+   return text + ( labels.empty() ? " " : "} " ) + value + '\n';
 }
 
-void OpenMetrics::counter( std::string_view name, std::string_view help, U64 value ) {
-   family( name, "counter", help );
-   sample( "_total", {}, value );
+std::string histogram( std::string const & name, ClientMetric::Histogram const & values ) {
+   auto const count = std::to_string( values.sample_count );
+   std::string text;
+   for ( auto const & bucket : values.bucket ) {
+      text += line( name + "_bucket", { { "le", bound( bucket.upper_bound ) } },
+                    std::to_string( bucket.cumulative_count ) );
+   }
+   return text + line( name + "_bucket", { { "le", "+Inf" } }, count ) +
+          line( name + "_count", {}, count ) +
+          line( name + "_sum", {}, number( values.sample_sum ) );
 }
 
-void OpenMetrics::gauge( std::string_view name, std::string_view help, U64 value ) {
-   family( name, "gauge", help );
-   sample( "", {}, value );
+std::string sample( MetricFamily const & family, ClientMetric const & metric ) {
+   switch ( family.type ) {
+   case MetricType::Counter:
+      return line( family.name, metric.label, number( metric.counter.value ) );
+   case MetricType::Histogram:
+      return histogram( family.name, metric.histogram );
+   default:
+      return line( family.name, metric.label, number( metric.gauge.value ) );
+   }
+}
+
+// The family of a counter is named without the suffix of its samples.
+std::string familyText( MetricFamily const & family ) {
+   bool const isCounter = family.type == MetricType::Counter;
+   auto const name =
+      family.name.substr( 0, family.name.size() - ( isCounter ? counterSuffix.size() : 0 ) );
+   auto const * const type = isCounter                              ? " counter\n"
+                             : family.type == MetricType::Histogram ? " histogram\n"
+                                                                    : " gauge\n";
+   auto text = "# TYPE " + name + type + "# HELP " + name + ' ' + escaped( family.help ) + '\n';
+   for ( auto const & metric : family.metric ) {
+      text += sample( family, metric );
+   }
+   return text;
+}
+
+} // namespace
+
+std::string openMetricsText( std::vector< MetricFamily > const & families ) {
+   std::string text;
+   for ( auto const & family : families ) {
+      text += familyText( family );
+   }
+   return text + "# EOF\n";
 }
 
 } // namespace Valend

@@ -20,7 +20,7 @@ Json StatusReport::interface( Settings::InterfaceConfig const & config ) const {
    auto const netNs = feeder_.config().netNsOf( config.vrf );
    auto const device = this->device( config );
    auto const status = store_.statusDir->intfStatus( Corvid::IntfId( name ) );
-   bool const ready = status && status->shouldDelay();
+   auto const notReady = this->notReady( config );
    auto const remaining = controller_.remaining( name );
    auto const totals = controller_.totals( name );
    return {
@@ -34,8 +34,8 @@ Json StatusReport::interface( Settings::InterfaceConfig const & config ) const {
       { "carrier", device && device->carrier },
       { "ifIndex", device ? Json( device->ifIndex ) : Json() },
       { "mtu", device ? Json( device->mtu ) : Json() },
-      { "ready", ready },
-      { "notReady", ready ? Json() : Json( whyNotReady( config, device.has_value() ) ) },
+      { "ready", notReady.empty() },
+      { "notReady", orNull( notReady ) },
       { "delayed", status && status->delayed() },
       { "remainingMs", remaining ? Json( remaining->count() ) : Json() },
       { "shuttingDown", controller_.running( name ) },
@@ -49,9 +49,16 @@ Json StatusReport::interface( Settings::InterfaceConfig const & config ) const {
    };
 }
 
+bool StatusReport::ready( std::string const & interface ) const {
+   auto const status = store_.statusDir->intfStatus( Corvid::IntfId( interface ) );
+   return status && status->shouldDelay();
+}
+
 // The first requirement that is not met.
-std::string StatusReport::whyNotReady( Settings::InterfaceConfig const & config,
-                                       bool hasDevice ) const {
+std::string StatusReport::notReady( Settings::InterfaceConfig const & config ) const {
+   if ( ready( config.name ) ) {
+      return "";
+   }
    if ( !store_.configDir->globalConfig() ) {
       return "delay disabled";
    }
@@ -65,7 +72,12 @@ std::string StatusReport::whyNotReady( Settings::InterfaceConfig const & config,
    if ( !error.empty() ) {
       return feeder_.namespaceMissing( config.vrf ) ? "namespace missing" : error;
    }
-   return hasDevice ? "not ready yet" : "no device";
+   auto const device = this->device( config );
+   if ( !device ) {
+      return "no device";
+   }
+   return device->linkLayer.empty() ? "not ready yet"
+                                    : "not an Ethernet device (link/" + device->linkLayer + ")";
 }
 
 // All of them, met or not, with details.
@@ -93,15 +105,33 @@ Json StatusReport::requirements( Settings::InterfaceConfig const & config ) cons
    auto const netNs = all.netNsOf( config.vrf );
    auto const error = feeder_.vrfError( config.vrf );
    add( "VRF ready", error.empty(),
-        error.empty() ? "VRF " + config.vrf + ", namespace " + netNs : error );
+        error.empty() ? "VRF " + config.vrf + ", namespace " + netNs
+                      : error + kernelVrfHint( config.vrf ) );
    auto const found = device( config );
    add( "device present", found.has_value(),
         found ? config.device + ", index " + std::to_string( found->ifIndex )
               : "no device \"" + config.device + "\" in namespace \"" + netNs + "\"" );
-   auto const status = store_.statusDir->intfStatus( Corvid::IntfId( config.name ) );
-   bool const ready = status && status->shouldDelay();
+   bool const isEthernet = found && found->linkLayer.empty();
+   add( "Ethernet device", isEthernet,
+        !found       ? ""
+        : isEthernet ? config.device + " carries Ethernet frames"
+                     : config.device + " is link/" + found->linkLayer +
+                          ", which does not carry Ethernet frames" );
+   bool const ready = this->ready( config.name );
    add( "managed by libvalen", ready, ready ? "" : "once everything above is met" );
    return list;
+}
+
+// What to do if the operator meant a "vrf" device of the kernel. The VRFs here are namespaces.
+std::string StatusReport::kernelVrfHint( std::string const & vrf ) const {
+   auto const & netNs = feeder_.config().netNsOf( vrf );
+   for ( auto const & name : { netNs, vrf } ) {
+      if ( feeder_.namespaceMissing( vrf ) && port_.device( { Settings::defaultVrf, name } ) ) {
+         return "; there is a device \"" + name +
+                "\": for an interface that is enslaved to a vrf device, leave out \"vrf\"";
+      }
+   }
+   return "";
 }
 
 std::optional< LinkDevice > StatusReport::device( Settings::InterfaceConfig const & config ) const {

@@ -19,6 +19,10 @@ class StatusReport {
                  LinkController const & controller )
        : store_( store ), feeder_( feeder ), port_( port ), controller_( controller ) {}
 
+   // Whether a shutdown of the interface would be delayed now.
+   bool ready( std::string const & interface ) const;
+   // Why a shutdown of the interface would not be delayed now; empty when it would.
+   std::string notReady( Settings::InterfaceConfig const & config ) const;
    // One configured interface, the API's type Interface.
    Json interface( Settings::InterfaceConfig const & config ) const;
    // All of them, by name.
@@ -35,7 +39,7 @@ class StatusReport {
    static Json record( ShutdownRecord const & record );
 
  private:
-   std::string whyNotReady( Settings::InterfaceConfig const & config, bool hasDevice ) const;
+   std::string kernelVrfHint( std::string const & vrf ) const;
    Json frames( std::string const & interface, LinkDevice const * device ) const;
    std::optional< LinkDevice > device( Settings::InterfaceConfig const & config ) const;
    Json vrf( std::string const & name ) const;

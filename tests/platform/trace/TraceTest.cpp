@@ -229,10 +229,11 @@ TEST_F( BothTraces, GetTheSameTextAndTimeFromOneEvaluation ) {
    traceKeys( "red", 1 );
    TRACE1( "not initialized" );
    TRACE0( "%s of %s, %x, %s", ++evaluated, entity, 0xbeef, -1 );
-   TRACE1( "100% %s %s", std::string( 2000, 'x' ), "cut" );
+   TRACE1( "100% %s %s", std::string( 2000, 'x' ), "the end" );
 
    EXPECT_EQ( evaluated, 1u );
    ASSERT_EQ( sink.texts.size(), 4u );
+   EXPECT_TRUE( sink.texts.back().ends_with( "xxx the end" ) );
    Blipline::Reader reader( memory );
    Blipline::Line line;
    for ( std::size_t i = 0; i < sink.texts.size(); ++i ) {

@@ -63,13 +63,31 @@ TEST( Twinlog, PlaceholdersInsideAValueAreNotReplaced ) {
    EXPECT_EQ( formatted( "%s %s", { text( "%s" ), text( "b" ) } ), "%s b" );
 }
 
-TEST( Twinlog, TextIsCutAtItsCapacity ) {
-   std::string const nearly( Twinlog::Text::capacity - 3, 'x' );
-   EXPECT_EQ( formatted( "%s%s", { text( nearly ), number( 123456 ) } ), nearly + "123" );
-   EXPECT_EQ( formatted( "%s%s%s", { text( nearly ), text( "abc" ), text( "d" ) } ),
-              nearly + "abc" );
-   EXPECT_EQ( formatted( std::string( 5000, 'y' ), {} ),
-              std::string( Twinlog::Text::capacity, 'y' ) );
+TEST( Twinlog, TextIsNeverCut ) {
+   // Every piece that a text is made of crosses the end of the text's own space.
+   for ( std::size_t length = Twinlog::Text::ownSize - 30; length <= Twinlog::Text::ownSize + 2;
+         ++length ) {
+      std::string const nearly( length, 'x' );
+      EXPECT_EQ( formatted( "%s%s|%x%s", { text( nearly ), unsignedNumber( UINT64_MAX ),
+                                           unsignedNumber( UINT64_MAX ), text( "end" ) } ),
+                 nearly + "18446744073709551615|ffffffffffffffffend" );
+      EXPECT_EQ( formatted( nearly + "%d%%", {} ), nearly + "%d%%" );
+      EXPECT_EQ( formatted( nearly + "abc%s", { number( -5 ) } ), nearly + "abc-5" );
+   }
+   std::string const large( 1'000'000, 'y' );
+   EXPECT_EQ( formatted( "%s%s", { text( large ), text( large ) } ), large + large );
+}
+
+TEST( Twinlog, ALongTextIsFollowedByAShortOne ) {
+   Twinlog::Text line;
+   std::string const large( 5000, 'y' );
+   line.append( large );
+   EXPECT_EQ( line.view(), large );
+   line.clear();
+   line.append( "short" );
+   EXPECT_EQ( line.view(), "short" );
+   line.append( large );
+   EXPECT_EQ( line.view(), "short" + large );
 }
 
 TEST( Twinlog, BytesThatAreNoTextPassUnchanged ) {
@@ -83,7 +101,6 @@ TEST( Twinlog, ClearedTextStartsEmpty ) {
    text.clear();
    text.append( "new" );
    EXPECT_EQ( text.view(), "new" );
-   EXPECT_FALSE( text.full() );
 }
 
 TEST( Twinlog, WholeLineIsSignatureColonMessage ) {

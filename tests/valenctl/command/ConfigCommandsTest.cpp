@@ -46,6 +46,32 @@ TEST_F( ConfigCommandsTest, ErrorsCanBeJson ) {
    EXPECT_EQ( Json::parse( out )[ "valid" ], true );
 }
 
+TEST_F( ConfigCommandsTest, ADropInIsCheckedBesideTheOthers ) {
+   work.write( "conf.d/10-a.yaml", "interfaces: [{name: et2}]" );
+   work.write( "new/20-b.yaml", "interfaces: [{name: et3}, {name: et2}]" );
+   Words const words{ "--drop-in", work / "new/20-b.yaml" };
+   EXPECT_EQ( check( "interfaces: [{name: et1}]", words ), Exit::failed );
+   EXPECT_EQ( err, ( work / "new/20-b.yaml" ) +
+                      ":1:34: duplicate interface \"et2\" (first defined "
+                      "at " +
+                      ( work / "conf.d/10-a.yaml" ) + ":1:20)\n" );
+   work.write( "new/20-b.yaml", "interfaces: [{name: et3}]" );
+   EXPECT_EQ( check( "interfaces: [{name: et1}]", words ), Exit::done );
+   EXPECT_EQ( out, file + " with " + ( work / "new/20-b.yaml" ) +
+                      ": OK, 3 interfaces, 1 VRF, 0 agents\n" );
+}
+
+TEST_F( ConfigCommandsTest, AFileThatIsIgnoredIsAWarning ) {
+   work.write( "conf.d/a.yml", "" );
+   EXPECT_EQ( check( "" ), Exit::done );
+   EXPECT_EQ( err, "warning: " + ( work / "conf.d/a.yml" ) +
+                      ": ignored; the name of a drop-in must end in \".yaml\" and not begin with "
+                      "a dot\n" );
+   EXPECT_EQ( check( "", { "--json" } ), Exit::done );
+   EXPECT_EQ( Json::parse( out )[ "warnings" ][ 0 ][ "file" ], work / "conf.d/a.yml" );
+   EXPECT_EQ( err, "" );
+}
+
 TEST_F( ConfigCommandsTest, TheActiveConfigurationIsATable ) {
    daemon.answers( "Config",
                    { { { "settings", { { { "name", "socket" }, { "value", "/s" } } } } } } );
@@ -65,6 +91,24 @@ TEST_F( ConfigCommandsTest, ReloadPrintsEachChange ) {
    EXPECT_EQ( err, "" );
 }
 
+TEST_F( ConfigCommandsTest, AReloadNamesWhatIsNoLongerReady ) {
+   Json const answer{
+      { "changed", { "interface Ethernet1: messages of lldp removed" } },
+      { "warnings", { "conf.d/a.yml: ignored" } },
+      { "notReady", { { { "interface", "Ethernet1" }, { "why", "no frames" } } } } };
+   daemon.answers( "Reload", { answer } );
+   EXPECT_EQ( run( { "reload" } ), Exit::notReady );
+   EXPECT_EQ( out, "interface Ethernet1: messages of lldp removed\n" );
+   EXPECT_EQ( err, "warning: conf.d/a.yml: ignored\n"
+                   "Ethernet1: no longer ready: no frames\n"
+                   "reloaded: 1 change; no longer ready: 1 interface\n" );
+   EXPECT_EQ( run( { "reload", "--json" } ), Exit::notReady );
+   EXPECT_EQ( Json::parse( out ), answer );
+   EXPECT_EQ( err, "" );
+   EXPECT_EQ( run( { "reload", "--allow-not-ready" } ), Exit::done );
+   EXPECT_THAT( err, HasSubstr( "Ethernet1: no longer ready: no frames\n" ) );
+}
+
 TEST_F( ConfigCommandsTest, AReloadThatIsRejectedPrintsAllErrors ) {
    Json const parameters{ { "message", "configuration rejected" },
                           { "errors", { "f:1:1: a", "f:2:1: b" } } };
@@ -73,13 +117,14 @@ TEST_F( ConfigCommandsTest, AReloadThatIsRejectedPrintsAllErrors ) {
    EXPECT_EQ( out, "" );
    EXPECT_EQ( err, "f:1:1: a\nf:2:1: b\nvalenctl: configuration rejected\n" );
    EXPECT_EQ( run( { "reload", "--json" } ), Exit::failed );
-   EXPECT_EQ( Json::parse( out ), parameters );
-   EXPECT_EQ( err, "" );
+   EXPECT_EQ( Json::parse( out ), ( Json{ { "error", "org.valen.daemon.ConfigRefused" },
+                                          { "parameters", parameters } } ) );
+   EXPECT_EQ( err, "valenctl: configuration rejected\n" );
 }
 
 TEST_F( ConfigCommandsTest, AReloadThatIsNotPermittedHasNoErrorsToPrint ) {
    daemon.rejects( "Reload", "PermissionDenied", { { "message", "permission denied" } } );
-   EXPECT_EQ( run( { "reload", "--json" } ), Exit::failed );
+   EXPECT_EQ( run( { "reload" } ), Exit::failed );
    EXPECT_EQ( out, "" );
    EXPECT_EQ( err, "valenctl: permission denied\n" );
 }

@@ -13,10 +13,17 @@ TEST_F( DaemonCommandsTest, RescanIsSilent ) {
 }
 
 TEST_F( DaemonCommandsTest, MetricsArePrintedAsTheyCome ) {
-   daemon.answers( "Metrics", { { { "text", "# TYPE a counter\na_total 1\n# EOF\n" } } } );
+   daemon.answers( "Metrics", { { { "text", "# TYPE a counter\na_total 1\n" } } } );
    EXPECT_EQ( run( { "metrics" } ), Exit::done );
    EXPECT_EQ( onlyCall( "Metrics" ), Json::object() );
-   EXPECT_EQ( out, "# TYPE a counter\na_total 1\n# EOF\n" );
+   EXPECT_EQ( out, "# TYPE a counter\na_total 1\n" );
+}
+
+TEST_F( DaemonCommandsTest, MetricsCanBeAskedForAsOpenMetrics ) {
+   daemon.answers( "Metrics", { { { "text", "# EOF\n" } } } );
+   EXPECT_EQ( run( { "metrics", "--openmetrics" } ), Exit::done );
+   EXPECT_EQ( onlyCall( "Metrics" ), ( Json{ { "format", "openmetrics" } } ) );
+   EXPECT_EQ( out, "# EOF\n" );
 }
 
 TEST_F( DaemonCommandsTest, MemoryIsATableOrJson ) {

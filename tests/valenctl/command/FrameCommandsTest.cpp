@@ -29,6 +29,15 @@ TEST_F( FrameCommandsTest, FramesArePrintedInHexadecimal ) {
    EXPECT_TRUE( daemon.calls().empty() ) << "valend is not needed";
 }
 
+TEST_F( FrameCommandsTest, FramesAndNotesArePrintedAsJson ) {
+   auto const hex = built();
+   EXPECT_EQ( frame( { "--json" } ), Exit::done );
+   EXPECT_EQ( Json::parse( out ),
+              ( Json{ { "kind", "oam" }, { "frames", { hex } }, { "notes", Json::array() } } ) );
+   EXPECT_EQ( frame( { "--json", "--yaml", "Ethernet1" } ), Exit::done );
+   EXPECT_THAT( out, StartsWith( "agents:\n" ) );
+}
+
 TEST_F( FrameCommandsTest, ConfigurationNamesTheInterfaceAndTheStandard ) {
    auto const hex = built();
    EXPECT_EQ( frame( { "--yaml", "Ethernet1" } ), Exit::done );

@@ -78,6 +78,16 @@ TEST_F( TraceCommandsTest, DumpReadsARingWithoutTheDaemon ) {
    EXPECT_TRUE( daemon.calls().empty() );
 }
 
+TEST_F( TraceCommandsTest, ARingIsShownAsJsonInTheFormOfTheApi ) {
+   writeRing();
+   EXPECT_EQ( run( { "trace", "dump", "--file", file, "--json" } ), Exit::done );
+   auto shown = Json::parse( out );
+   EXPECT_GT( shown[ "timeNs" ], 0 );
+   EXPECT_EQ( shown[ "unit" ], "ConfigSm" );
+   EXPECT_EQ( shown[ "level" ], 1 );
+   EXPECT_EQ( shown[ "text" ], "void f(): done" );
+}
+
 TEST_F( TraceCommandsTest, AFileThatIsNotARingIsReported ) {
    std::ofstream( file ) << "text";
    EXPECT_EQ( run( { "trace", "dump", "--file", file } ), Exit::failed );

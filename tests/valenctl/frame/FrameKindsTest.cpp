@@ -41,7 +41,7 @@ class FrameKindsTest : public ::testing::Test {
       auto const build = kind.build( app );
       std::reverse( words.begin(), words.end() ); // as the parser wants them
       app.parse( words );
-      return build( FrameSender( options ) );
+      return build( FrameSender( options ) ).frames;
    }
    FrameKind const & kind( std::string const & name ) const {
       for ( auto const & each : frameKinds() ) {

@@ -67,10 +67,11 @@ class Answers final : public Varlink::Replies {
 class ApiFixture : public DaemonFixture {
  protected:
    ApiFixture()
-       : trace( work, Settings::ProcessConfig(), false ), publications( feeder ),
+       : trace( work, Settings::ProcessConfig(), TraceHub::WithoutFile::nowhere ),
+         publications( feeder ),
          api( { store, feeder, publications, kernel, controller, faults, conditions, metrics, trace,
-                configurator, access, clock.scheduler(), work, [ this ] { return reload(); },
-                [ this ] { ++rescans; } } ) {}
+                configurator, access, clock.scheduler(), work,
+                [ this ]( auto const & done ) { reload( done ); }, [ this ] { ++rescans; } } ) {}
 
    void startPublishing( Settings::Config const & config ) {
       start( Settings::Config() );
@@ -94,9 +95,8 @@ class ApiFixture : public DaemonFixture {
    }
 
    // What Reload does, and how often Rescan was called.
-   std::function< std::vector< std::string >() > reload = [] {
-      return std::vector< std::string >();
-   };
+   std::function< void( std::function< void( Reloaded const & ) > const & ) > reload =
+      []( auto const & done ) { done( {} ); };
    int rescans = 0;
 
    TraceHub trace;
@@ -105,7 +105,7 @@ class ApiFixture : public DaemonFixture {
                       [] { return Metrics::Clients(); } } };
    Publications publications;
    Configurator configurator{
-      "/dev/null", Settings::ProcessConfig(),
+      "/dev/null", Settings::ProcessConfig(), conditions,
       [ this ]( auto const & config ) { publications.configIs( config ); } };
    Api api;
 };

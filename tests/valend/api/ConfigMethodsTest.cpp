@@ -11,13 +11,20 @@ class ConfigMethodsTest : public ApiFixture {
 };
 
 TEST_F( ConfigMethodsTest, ReloadAnswersTheChanges ) {
-   reload = [] { return std::vector< std::string >{ "interface Ethernet3 added" }; };
-   EXPECT_EQ( call( "Reload", Json::object() )->parameters()[ "changed" ],
-              Json::array( { "interface Ethernet3 added" } ) );
+   reload = []( auto const & done ) {
+      done( { { "interface Ethernet3 added" },
+              { "conf.d/a.yml: ignored" },
+              { { "Ethernet1", "no frames" } } } );
+   };
+   EXPECT_EQ(
+      call( "Reload", Json::object() )->parameters(),
+      ( Json{ { "changed", { "interface Ethernet3 added" } },
+              { "warnings", { "conf.d/a.yml: ignored" } },
+              { "notReady", { { { "interface", "Ethernet1" }, { "why", "no frames" } } } } } ) );
 }
 
 TEST_F( ConfigMethodsTest, ARejectedConfigurationIsAnsweredWithAllThatIsWrong ) {
-   reload = []() -> std::vector< std::string > { throw Errors::configRejected( { "a", "b" } ); };
+   reload = []( auto const & ) { throw Errors::configRejected( { "a", "b" } ); };
    auto const answers = call( "Reload", Json::object() );
    EXPECT_EQ( answers->error(), "org.valen.daemon.ConfigRefused: configuration rejected; keeping "
                                 "the previous one" );

@@ -6,6 +6,7 @@ namespace {
 using namespace Test;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 class StatusMethodsTest : public ApiFixture {
  protected:
@@ -22,11 +23,12 @@ TEST_F( StatusMethodsTest, ExplainListsEachRequirement ) {
       }
       return lines;
    };
-   EXPECT_THAT( explain( "Ethernet2" ),
-                ElementsAre( "ready", "+ delay enabled: shutdown-delay-ms is 500",
-                             "+ delay enabled for this interface: ", "+ frames queued: lldp 1",
-                             "+ VRF ready: VRF red, namespace ns-red",
-                             "+ device present: et2, index 7", "+ managed by libvalen: " ) );
+   EXPECT_THAT(
+      explain( "Ethernet2" ),
+      ElementsAre( "ready", "+ delay enabled: shutdown-delay-ms is 500",
+                   "+ delay enabled for this interface: ", "+ frames queued: lldp 1",
+                   "+ VRF ready: VRF red, namespace ns-red", "+ device present: et2, index 7",
+                   "+ Ethernet device: et2 carries Ethernet frames", "+ managed by libvalen: " ) );
    kernel.netNsDel( "ns-red" );
    feeder.namespaceChanged( "ns-red" );
    kernel.deviceDel( "ns-red", "et2" );
@@ -35,22 +37,26 @@ TEST_F( StatusMethodsTest, ExplainListsEachRequirement ) {
    config.interfaces[ "Ethernet2" ].shutdownDelay = false;
    config.agents.clear();
    publications.configIs( config );
-   EXPECT_THAT( explain( "Ethernet2" ),
-                ElementsAre( "not ready", "- delay enabled: shutdown-delay-ms is not set",
-                             "- delay enabled for this interface: shutdown-delay is false in its "
-                             "configuration",
-                             "- frames queued: no agent has frames for it",
-                             "- VRF ready: no namespace ns-red",
-                             "- device present: no device \"et2\" in namespace \"ns-red\"",
-                             "- managed by libvalen: once everything above is met" ) );
+   EXPECT_THAT(
+      explain( "Ethernet2" ),
+      ElementsAre( "not ready", "- delay enabled: shutdown-delay-ms is not set",
+                   "- delay enabled for this interface: shutdown-delay is false in its "
+                   "configuration",
+                   "- frames queued: no agent has frames for it",
+                   "- VRF ready: no namespace ns-red",
+                   "- device present: no device \"et2\" in namespace \"ns-red\"",
+                   "- Ethernet device: ", "- managed by libvalen: once everything above is met" ) );
 }
 
-TEST_F( StatusMethodsTest, MetricsAreOpenMetricsText ) {
+TEST_F( StatusMethodsTest, MetricsAreInThePrometheusFormatUnlessOpenMetricsIsWanted ) {
    Varlink::Caller const reader{ 1000, 1, { 4001 } };
    auto const answers = callAs( reader, "org.valen.daemon.Metrics", Json::object() );
    auto const text = answers->parameters()[ "text" ].get< std::string >();
    EXPECT_THAT( text, HasSubstr( "\nvalen_interfaces 2\n" ) );
-   EXPECT_THAT( text, ::testing::EndsWith( "# EOF\n" ) );
+   EXPECT_THAT( text, Not( HasSubstr( "# EOF" ) ) );
+   EXPECT_EQ( call( "Metrics", { { "format", "prometheus" } } )->parameters()[ "text" ], text );
+   EXPECT_THAT( call( "Metrics", { { "format", "openmetrics" } } )->parameters()[ "text" ],
+                ::testing::EndsWith( "# EOF\n" ) );
 }
 
 TEST_F( StatusMethodsTest, StatusListsWhatIsWrongNow ) {

@@ -26,6 +26,21 @@ TEST_F( AtomicFileTest, TheContentIsReplacedAndNothingElseIsLeft ) {
    EXPECT_FALSE( work.has( "file.new" ) );
 }
 
+TEST_F( AtomicFileTest, TheUmaskDoesNotChangeThePermissions ) {
+   auto const before = ::umask( 0077 );
+   EXPECT_EQ( writeAtomically( work / "file", "new", 0644 ), "" );
+   ::umask( before );
+   EXPECT_EQ( mode( "file" ), 0644u );
+}
+
+TEST_F( AtomicFileTest, ALinkInPlaceOfTheNewFileIsNotFollowed ) {
+   work.write( "other", "not ours" );
+   work.link( work / "other", "file.new" );
+   EXPECT_EQ( writeAtomically( work / "file", "new", 0640 ), "" );
+   EXPECT_EQ( work.content( "other" ), "not ours" );
+   EXPECT_EQ( work.content( "file" ), "new" );
+}
+
 TEST_F( AtomicFileTest, AReaderKeepsTheOldContent ) {
    work.write( "file", "old" );
    std::ifstream reader( work / "file" );

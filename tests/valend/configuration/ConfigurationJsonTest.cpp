@@ -20,8 +20,8 @@ class ConfigurationJsonTest : public ::testing::Test {
                                       Settings::ProcessConfig commandLine = {} ) {
       auto read = Settings::parseConfig( text, "f" );
       EXPECT_TRUE( read.errors.empty() );
-      ActiveConfiguration active{
-         read.config, read.sources, std::move( commandLine ), {}, read.sources };
+      ActiveConfiguration active{ read.config, read.sources, {}, std::move( commandLine ),
+                                  {},          read.sources };
       active.process = active.wanted();
       return active;
    }

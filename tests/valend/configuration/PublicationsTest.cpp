@@ -92,7 +92,7 @@ TEST_F( PublicationsTest, PublishingAgainReplacesTheWholeList ) {
 TEST_F( PublicationsTest, ARejectedListChangesNothing ) {
    publish( "radv", { hex( 'x' ) } );
    EXPECT_EQ( publish( "radv", { hex( 'y' ), "00" } )->error(),
-              "org.valen.daemon.BadFrame: frame 2: frame of 1 bytes; expected at least 14, an "
+              "org.valen.daemon.BadFrame: frame 2: frame of 1 byte; expected at least 14, an "
               "Ethernet header" );
    EXPECT_THAT( publish( "radv", { "0g" } )->error(),
                 HasSubstr( "BadFrame: frame 1: \"g\" at character 2" ) );

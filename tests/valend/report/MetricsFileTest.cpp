@@ -1,10 +1,12 @@
 #include "valend/report/MetricsFile.h"
 
+#include "tests/support/FileSizeLimit.h"
 #include "tests/support/SteppedClock.h"
 #include "tests/support/WorkDirectory.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
+#include <sys/stat.h>
 
 namespace Valend {
 namespace {
@@ -62,6 +64,16 @@ TEST_F( MetricsFileTest, AReaderSeesTheOldOrTheNewContentWhole ) {
    EXPECT_EQ( content(), "text 2\n" );
 }
 
+TEST_F( MetricsFileTest, EveryoneMayReadIt ) {
+   auto const before = ::umask( 0027 ); // of the unit
+   MetricsFile file( work / "valen.prom", text, conditions, clock.scheduler() );
+   clock.advance( 1s );
+   ::umask( before );
+   struct stat status {};
+   ASSERT_EQ( ::stat( ( work / "valen.prom" ).c_str(), &status ), 0 );
+   EXPECT_EQ( status.st_mode & 0777, 0644u );
+}
+
 TEST_F( MetricsFileTest, ItIsRemovedAtTheEnd ) {
    {
       MetricsFile file( work / "valen.prom", text, conditions, clock.scheduler() );
@@ -81,13 +93,16 @@ TEST_F( MetricsFileTest, AFileThatCannotBeWrittenIsAConditionUntilItCan ) {
    EXPECT_EQ( work.content( "later/valen.prom" ), "text 2\n" );
 }
 
-TEST_F( MetricsFileTest, AFullDiskLeavesThePreviousFile ) {
+TEST_F( MetricsFileTest, AFileThatCannotBeWrittenWholeLeavesThePreviousOne ) {
    MetricsFile file( work / "valen.prom", text, conditions, clock.scheduler() );
    clock.advance( 1s );
-   work.link( "/dev/full", "valen.prom.new" );
-   clock.advance( 15s );
-   EXPECT_EQ( condition(), "metrics-file: cannot write " + ( work / "valen.prom.new" ) +
-                              ": No space left on device" );
+   {
+      Valen::Test::FileSizeLimit const limit( 3 );
+      clock.advance( 15s );
+   }
+   EXPECT_EQ( condition(),
+              "metrics-file: cannot write " + ( work / "valen.prom.new" ) + ": File too large" );
+   EXPECT_FALSE( work.has( "valen.prom.new" ) );
    EXPECT_EQ( content(), "text 1\n" );
 }
 

@@ -1,11 +1,11 @@
 #include "valend/report/Metrics.h"
 
-#include "tests/support/OpenMetricsParser.h"
+#include "settings/Version.h"
+#include "tests/support/MetricsParser.h"
 #include "tests/support/WorkDirectory.h"
 #include "tests/valend/DaemonFixture.h"
-#include "valend/base/Version.h"
-#include "valend/report/OpenMetrics.h"
 
+#include <algorithm>
 #include <fstream>
 #include <sstream>
 
@@ -16,17 +16,28 @@ using namespace Test;
 using ::testing::HasSubstr;
 using ::testing::Not;
 
-std::string parsed( std::string const & text ) {
+// What one of the readers of tests/support/MetricsParser.h makes of the text.
+template < class Reader > std::string readBy( Reader const & reader, std::string const & text ) {
    Valen::Test::WorkDirectory const work;
    work.write( "text", text );
-   return Valen::Test::parsedMetrics( work / "text" );
+   return reader( work / "text" );
+}
+std::string parsed( std::string const & text ) {
+   return readBy( Valen::Test::parsedMetrics, text );
+}
+std::string promtool( std::string const & text ) {
+   return readBy( Valen::Test::promtoolFindings, text );
+}
+std::string parsedAsOpenMetrics( std::string const & text ) {
+   return readBy( Valen::Test::parsedOpenMetrics, text );
 }
 
 class MetricsTest : public DaemonFixture {
  protected:
    void SetUp() override {
-      if ( !Valen::Test::metricsParserThere() && !std::getenv( "CI" ) ) {
-         GTEST_SKIP() << "the parser of the format is missing: python3-prometheus-client";
+      auto const * const missing = Valen::Test::missingMetricsParser();
+      if ( missing && !std::getenv( "CI" ) ) {
+         GTEST_SKIP() << "a parser of the format is missing: " << missing;
       }
       start( twoInterfaces() );
    }
@@ -34,14 +45,28 @@ class MetricsTest : public DaemonFixture {
                         return Metrics::Clients{ 3, 7 };
                      } } };
    std::string text() const { return metrics.text(); }
+   std::string openMetrics() const { return metrics.text( MetricsFormat::openmetrics ); }
+
+   // Shutdowns with several results, a rejected frame, a condition: every metric has samples.
+   void shutDownAndAbort() {
+      sent.failingSends = { 1 };
+      controller.shutdown( "Ethernet1", "root", nullptr );
+      controller.shutdown( "Ethernet2", "root", nullptr );
+      advance( 100ms );
+      EXPECT_THAT( parsed( text() ), HasSubstr( "gauge valen_interfaces_held [] 2.0\n" ) );
+      EXPECT_THAT( parsed( text() ), HasSubstr( "gauge valen_shutdowns_running [] 2.0\n" ) );
+      controller.enable( "Ethernet2", "root" );
+      advance( 400ms );
+      journalCondition.raise( "cannot write x" );
+   }
+   Condition journalCondition{ conditions, "journal" };
 };
 
 TEST_F( MetricsTest, ADaemonThatDidNothingHasItsGauges ) {
-   EXPECT_THAT( text(), HasSubstr( "# TYPE valen_interfaces_ready gauge\n"
-                                   "# HELP valen_interfaces_ready Interfaces whose shutdown would "
+   EXPECT_THAT( text(), HasSubstr( "# HELP valen_interfaces_ready Interfaces whose shutdown would "
                                    "be delayed now.\n"
+                                   "# TYPE valen_interfaces_ready gauge\n"
                                    "valen_interfaces_ready 2\n" ) );
-   EXPECT_TRUE( text().ends_with( "\n# EOF\n" ) );
    auto const samples = parsed( text() );
    EXPECT_THAT( samples, Not( HasSubstr( "refused: " ) ) );
    EXPECT_THAT( samples, HasSubstr( "gauge valen_interfaces [] 2.0\n" ) );
@@ -49,19 +74,12 @@ TEST_F( MetricsTest, ADaemonThatDidNothingHasItsGauges ) {
    EXPECT_THAT( samples, HasSubstr( "counter valen_device_resyncs_total [] 3.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "gauge valen_api_connections [] 3.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "counter valen_api_connections_dropped_total [] 7.0\n" ) );
-   EXPECT_THAT( samples, HasSubstr( std::string( "info valen_build_info [('version', '" ) +
-                                    version + "')] 1.0\n" ) );
+   EXPECT_THAT( samples, HasSubstr( std::string( "gauge valen_build_info [('version', '" ) +
+                                    Settings::version + "')] 1.0\n" ) );
 }
 
 TEST_F( MetricsTest, ShutdownsAreCountedByResultAndFramesByAgentAndError ) {
-   sent.failingSends = { 1 };
-   controller.shutdown( "Ethernet1", "root", nullptr );
-   controller.shutdown( "Ethernet2", "root", nullptr );
-   advance( 100ms );
-   EXPECT_THAT( parsed( text() ), HasSubstr( "gauge valen_interfaces_held [] 2.0\n" ) );
-   EXPECT_THAT( parsed( text() ), HasSubstr( "gauge valen_shutdowns_running [] 2.0\n" ) );
-   controller.enable( "Ethernet2", "root" );
-   advance( 400ms );
+   shutDownAndAbort();
    auto const samples = parsed( text() );
    for ( std::string const line :
          { "counter valen_shutdowns_total [('result', 'down')] 1.0\n",
@@ -91,10 +109,37 @@ TEST_F( MetricsTest, ALinkSetDownOutsideValendIsNotCountedAsHeld ) {
 
 TEST_F( MetricsTest, ARaisedConditionHasASample ) {
    EXPECT_THAT( text(), Not( HasSubstr( "valen_condition{" ) ) );
-   Condition condition( conditions, "journal" );
-   condition.raise( "cannot write x" );
+   journalCondition.raise( "cannot write x" );
    EXPECT_THAT( parsed( text() ),
                 HasSubstr( "gauge valen_condition [('name', 'journal')] 1.0\n" ) );
+}
+
+TEST_F( MetricsTest, PrometheusReadsThemWithoutAWarning ) {
+   EXPECT_EQ( promtool( text() ), "" );
+   shutDownAndAbort();
+   EXPECT_EQ( promtool( text() ), "" );
+   EXPECT_THAT( promtool( openMetrics() ), Not( "" ) ) << "the other format is not accepted";
+   EXPECT_THAT( promtool( "# TYPE valen_x counter\nvalen_x 1\n" ), HasSubstr( "_total" ) )
+      << "promtool warns of names";
+}
+
+TEST_F( MetricsTest, OpenMetricsHasTheSameSamples ) {
+   shutDownAndAbort();
+   auto const samples = parsed( text() );
+   EXPECT_THAT( samples, HasSubstr( "counter valen_frames_refused_total" ) );
+   EXPECT_THAT( samples, HasSubstr( "histogram valen_shutdown_held_seconds_sum [] 0.6\n" ) );
+   std::istringstream lines( samples );
+   auto const others = parsedAsOpenMetrics( openMetrics() );
+   for ( std::string line; std::getline( lines, line ); ) {
+      // A bound of a bucket is "1" in one format and "1.0" in the other.
+      if ( line.find( "'le'" ) == line.npos ) {
+         EXPECT_THAT( others, HasSubstr( line + "\n" ) );
+      }
+   }
+   EXPECT_THAT( others, HasSubstr( "_bucket [('le', '1.0')] 2.0\n" ) );
+   EXPECT_EQ( std::count( others.begin(), others.end(), '\n' ),
+              std::count( samples.begin(), samples.end(), '\n' ) );
+   EXPECT_TRUE( openMetrics().ends_with( "\n# EOF\n" ) );
 }
 
 TEST_F( MetricsTest, EveryMetricIsInTheOperatorsTable ) {
@@ -114,12 +159,15 @@ TEST_F( MetricsTest, EveryMetricIsInTheOperatorsTable ) {
 }
 
 TEST_F( MetricsTest, AnyTextCanBeALabel ) {
-   OpenMetrics written;
-   written.family( "valen_x", "counter", "Back\\slash \"quote\"\nline." );
-   written.sample( "_total", { { "agent", "a\\b\"c\nd" } }, U64( 7 ) );
-   EXPECT_THAT( parsed( written.text() ),
-                HasSubstr( R"(counter valen_x_total [('agent', 'a\\b"c\nd')] 7.0)" ) );
-   EXPECT_THAT( parsed( "valen_x 1\n" ), HasSubstr( "refused: " ) ) << "the parser is strict";
+   auto config = twoInterfaces();
+   config.agents[ "a\\b\"c\nd" ][ "Ethernet1" ] = { frame( 'x' ) };
+   feeder.apply( config );
+   controller.shutdown( "Ethernet1", "root", nullptr );
+   advance( 500ms );
+   auto const * const line = R"(counter valen_frames_sent_total [('agent', 'a\\b"c\nd')] 1.0)";
+   EXPECT_THAT( parsed( text() ), HasSubstr( line ) );
+   EXPECT_THAT( parsedAsOpenMetrics( openMetrics() ), HasSubstr( line ) );
+   EXPECT_EQ( promtool( text() ), "" );
 }
 
 } // namespace

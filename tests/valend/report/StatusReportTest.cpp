@@ -76,6 +76,11 @@ TEST_F( StatusReportTest, WhyAnInterfaceIsNotReadyIsSaid ) {
    EXPECT_EQ( of( "Ethernet1" )[ "link" ], "absent" );
    EXPECT_EQ( of( "Ethernet1" )[ "ifIndex" ], nullptr );
 
+   kernel.deviceIs( "default", "et1", 8, "none" );
+   EXPECT_EQ( of( "Ethernet1" )[ "notReady" ], "not an Ethernet device (link/none)" );
+   EXPECT_EQ( of( "Ethernet1" )[ "ready" ], false );
+   EXPECT_EQ( of( "Ethernet1" )[ "link" ], "up" );
+
    kernel.netNsDel( "ns-red" );
    feeder.namespaceChanged( "ns-red" );
    EXPECT_EQ( of( "Ethernet2" )[ "notReady" ], "namespace missing" );
@@ -84,9 +89,25 @@ TEST_F( StatusReportTest, WhyAnInterfaceIsNotReadyIsSaid ) {
    EXPECT_EQ( of( "Ethernet2" )[ "notReady" ],
               "namespace \"ns-red\" is already used by VRF \"default\"" );
    EXPECT_EQ( vrfs()[ 1 ][ "error" ], "namespace \"ns-red\" is already used by VRF \"default\"" );
+   EXPECT_EQ( vrfs()[ 0 ],
+              ( Json{ { "name", "default" }, { "namespace", "default" }, { "error", nullptr } } ) );
+}
+
+TEST_F( StatusReportTest, AKernelVrfInPlaceOfANamespaceIsHintedAt ) {
+   start( twoInterfaces() );
+   kernel.netNsDel( "ns-red" );
+   feeder.namespaceChanged( "ns-red" );
+   auto const vrfRequirement = [ this ] {
+      StatusReport const report( store, feeder, kernel, controller );
+      return report.requirements( feeder.config().interfaces.at( "Ethernet2" ) )[ 3 ];
+   };
+   EXPECT_EQ( vrfRequirement()[ "detail" ], "no namespace ns-red" );
+   kernel.deviceIs( "default", "red", 9 );
    EXPECT_EQ(
-      vrfs()[ 0 ],
-      ( Json{ { "name", "default" }, { "namespace", "default" }, { "error", nullptr } } ) );
+      vrfRequirement()[ "detail" ],
+      "no namespace ns-red; there is a device \"red\": for an interface that is enslaved to "
+      "a vrf device, leave out \"vrf\"" );
+   EXPECT_EQ( vrfRequirement()[ "met" ], false );
 }
 
 TEST_F( StatusReportTest, FramesThatTheDeviceCannotTakeAreFlaggedOnceItIsKnown ) {

@@ -1,0 +1,119 @@
+#include "valend/configuration/LastConfiguration.h"
+
+#include "tests/support/SteppedClock.h"
+#include "tests/support/WorkDirectory.h"
+
+#include <algorithm>
+#include <chrono>
+#include <functional>
+#include <sys/stat.h>
+#include <thread>
+
+namespace Valend {
+namespace {
+
+Settings::Config delayOf( U16 milliseconds ) {
+   Settings::Config config;
+   config.shutdownDelayMs = milliseconds;
+   return config;
+}
+
+class LastConfigurationTest : public ::testing::Test {
+ protected:
+   std::optional< LastConfiguration > make( std::string const & directory ) {
+      return std::optional< LastConfiguration >( std::in_place, directory, "valen.yaml", conditions,
+                                                 clock.scheduler() );
+   }
+   // Steps the clock until `condition`, while the thread writes. Returns whether it became true.
+   bool eventually( std::function< bool() > const & condition ) {
+      auto const end = std::chrono::steady_clock::now() + std::chrono::seconds( 30 );
+      while ( !condition() && std::chrono::steady_clock::now() < end ) {
+         std::this_thread::yield();
+         clock.advance( LastConfiguration::period );
+      }
+      return condition();
+   }
+   std::string condition() const {
+      auto const raised = conditions.raised();
+      return raised.empty() ? "" : raised.front().name + ": " + raised.front().text;
+   }
+   std::optional< U16 > keptDelay() const {
+      auto const kept = LastConfiguration::read( work.path() );
+      return kept && kept->errors.empty() ? kept->config.shutdownDelayMs : std::nullopt;
+   }
+
+   Valen::Test::WorkDirectory const work;
+   Valen::Test::SteppedClock clock;
+   Conditions conditions{ []( auto, auto const & ) {} };
+};
+
+TEST_F( LastConfigurationTest, WhatIsKeptIsReadAgain ) {
+   EXPECT_EQ( LastConfiguration::read( work.path() ), std::nullopt );
+   auto last = make( work.path() );
+   last->keep( delayOf( 5 ) );
+   EXPECT_TRUE( eventually( [ & ] { return keptDelay() == U16( 5 ); } ) );
+   struct stat status {};
+   ASSERT_EQ( ::stat( ( work / "configuration.yaml" ).c_str(), &status ), 0 );
+   EXPECT_EQ( status.st_mode & 0777, 0600u );
+   EXPECT_TRUE( work.content( "configuration.yaml" )
+                   .starts_with( "# The last valid configuration of valen.yaml." ) );
+   EXPECT_FALSE( work.has( "configuration.yaml.new" ) );
+}
+
+TEST_F( LastConfigurationTest, TheNewestOfSeveralIsKept ) {
+   {
+      auto last = make( work.path() );
+      for ( U16 delay = 1; delay <= 100; ++delay ) {
+         last->keep( delayOf( delay ) );
+      }
+   } // which waits for it
+   EXPECT_EQ( keptDelay(), U16( 100 ) );
+   auto last = make( work.path() );
+   last->keep( delayOf( 7 ) );
+   last->keep( delayOf( 8 ) );
+   EXPECT_TRUE( eventually( [ & ] { return keptDelay() == U16( 8 ); } ) );
+}
+
+TEST_F( LastConfigurationTest, ADirectoryThatCannotBeWrittenIsAConditionUntilItCan ) {
+   auto last = make( work / "none" );
+   last->keep( delayOf( 5 ) );
+   EXPECT_TRUE( eventually( [ & ] { return !condition().empty(); } ) );
+   EXPECT_EQ( condition(), "last-configuration: a start with errors in the configuration would "
+                           "fail: cannot write " +
+                              ( work / "none/configuration.yaml.new" ) +
+                              ": No such file or directory" );
+   work.directory( "none" );
+   clock.advance( LastConfiguration::retryPeriod );
+   EXPECT_TRUE( eventually( [ & ] { return condition().empty(); } ) );
+}
+
+TEST_F( LastConfigurationTest, WithoutADirectoryNothingIsKept ) {
+   {
+      auto last = make( "" );
+      last->keep( delayOf( 5 ) );
+   }
+   EXPECT_EQ( LastConfiguration::read( "" ), std::nullopt );
+   EXPECT_EQ( condition(), "" );
+}
+
+TEST_F( LastConfigurationTest, ADamagedFileIsReadWithItsErrors ) {
+   work.write( "configuration.yaml", "color: blue" );
+   auto const kept = LastConfiguration::read( work.path() );
+   ASSERT_TRUE( kept );
+   EXPECT_EQ( kept->errors.size(), 1u );
+}
+
+// A large one is written while the caller continues.
+TEST_F( LastConfigurationTest, KeepingDoesNotWaitForTheFile ) {
+   Settings::Config config;
+   config.interfaces[ "et1" ] = { "et1", "et1", "default", true };
+   config.agents[ "bulk" ][ "et1" ] = Settings::Frames( 500, std::string( 65000, 'x' ) );
+   auto last = make( work.path() );
+   last->keep( config );
+   EXPECT_FALSE( work.has( "configuration.yaml" ) ) << "it is still being written";
+   last.reset();
+   EXPECT_TRUE( work.has( "configuration.yaml" ) );
+}
+
+} // namespace
+} // namespace Valend
