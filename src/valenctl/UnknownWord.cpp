@@ -47,13 +47,16 @@ std::string unknownOption( CommandPlace const & place, std::string const & word 
    return unknown( "option", word.substr( 0, word.find( '=' ) ), names );
 }
 
+char const * kindOfCommands( CommandPlace const & place ) {
+   return place.command().get_name() == "frame" ? "frame kind" : "command";
+}
+
 std::string unknownCommand( CommandPlace const & place, std::string const & word ) {
    std::vector< std::string > names;
    for ( auto const * command : place.commands() ) {
       names.push_back( command->get_name() );
    }
-   bool const frames = place.command().get_name() == "frame";
-   return unknown( frames ? "frame kind" : "command", word, names );
+   return unknown( kindOfCommands( place ), word, names );
 }
 
 } // namespace
@@ -71,6 +74,9 @@ std::string unknownWord( CLI::App const & app, std::vector< std::string > const 
          return unknownCommand( place, word );
       }
       place.pass( word );
+   }
+   if ( place.expectsCommand() && place.command().get_require_subcommand_min() > 0 ) {
+      return std::string( kindOfCommands( place ) ) + " missing";
    }
    return "";
 }

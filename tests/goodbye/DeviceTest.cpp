@@ -160,7 +160,7 @@ TEST_F( DeviceTest, AnInvalidOptionIsNamed ) {
                 "--vrid: Value 0 not in range 1 to 255" );
    expectUsage( { "lacp", "--key", "65536" }, "Could not convert: --key = 65536" );
    expectError( {}, 2,
-                "valenctl: A subcommand is required\n"
+                "valenctl: frame kind missing\n"
                 "Run \"valenctl frame --help\" for more information.\n" );
    expectError( { "wave" }, 2,
                 "valenctl: unknown frame kind \"wave\"\n"

@@ -25,7 +25,9 @@ TEST( UnknownWordTest, WordsThatExistAreNot ) {
    auto const unknown = [ & ]( std::vector< std::string > const & words ) {
       return unknownWord( commands.app(), words );
    };
-   EXPECT_EQ( unknown( {} ), "" );
+   EXPECT_EQ( unknown( {} ), "command missing" );
+   EXPECT_EQ( unknown( { "frame", "--json" } ), "frame kind missing" );
+   EXPECT_EQ( unknown( { "trace" } ), "" );
    EXPECT_EQ( unknown( { "--timeout", "-1", "status" } ), "" ) << "a value";
    EXPECT_EQ( unknown( { "shutdown", "Eth1", "shtudown", "--wait" } ), "" ) << "arguments";
    EXPECT_EQ( unknown( { "messages", "add", "a", "b", "-" } ), "" ) << "standard input";

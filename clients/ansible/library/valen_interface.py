@@ -42,7 +42,7 @@ options:
     type: int
     default: 10
 requirements:
-  - On the managed host, valend and the Python module valen. Both are in the package valend.
+  - On the managed host, the packages valend and python3-valen.
   - The right to change interfaces. Root has it, and members of the group valen-admin.
 attributes:
   check_mode:
