@@ -103,6 +103,7 @@ void DeviceWatcher::link( Rtnetlink::Message const & message ) {
    marked_.insert( ifIndex );
    if ( auto const known = status_->interface( ifIndex ); known && known->deviceName() == name ) {
       known->mtuIs( message.mtu );
+      known->carrierUpsIs( message.carrierUps );
       known->flagsIs( message.flags );
       return;
    }
@@ -119,6 +120,7 @@ void DeviceWatcher::link( Rtnetlink::Message const & message ) {
    device->deviceNameIs( name );
    device->flagsIs( message.flags );
    device->mtuIs( message.mtu );
+   device->carrierUpsIs( message.carrierUps );
    marked_.insert( ifIndex );
    indexes_[ name.stdString() ] = ifIndex;
    status_->interfaceAdd( device );

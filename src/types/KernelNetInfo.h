@@ -16,6 +16,7 @@ class Interface final : public Quill::Entity {
    QUILL_SINGLE( Quill::Name, deviceName ) // IFLA_IFNAME; set before the device is published
    QUILL_SINGLE( U32, flags )              // IFF_UP and the rest, as rtnetlink(7) has them
    QUILL_SINGLE( U32, mtu )                // IFLA_MTU, bytes after the link-layer header
+   QUILL_SINGLE( U32, carrierUps )         // IFLA_CARRIER_UP_COUNT, how often its carrier came up
 };
 
 class Status final : public Quill::Entity {
