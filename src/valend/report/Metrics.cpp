@@ -66,6 +66,7 @@ void Metrics::addShutdowns( OpenMetrics & metrics ) const {
       record.ending = ending;
       metrics.sample( "_total", { { "result", record.endingText() } }, count );
    }
+   metrics.counter( "valen_goodbyes", "Goodbyes that left the link up.", statistics.goodbyes() );
    metrics.counter( "valen_shutdowns_resumed", "Shutdowns resumed after a restart of valend.",
                     statistics.resumed() );
    metrics.counter( "valen_shutdowns_unflushed",

@@ -55,8 +55,8 @@ TEST_F( MetricsTest, ADaemonThatDidNothingHasItsGauges ) {
 
 TEST_F( MetricsTest, ShutdownsAreCountedByResultAndFramesByAgentAndError ) {
    sent.failingSends = { 1 };
-   controller.shutdown( "Ethernet1", "root", nullptr );
-   controller.shutdown( "Ethernet2", "root", nullptr );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
+   controller.shutdown( "Ethernet2", { "root" }, nullptr );
    advance( 100ms );
    EXPECT_THAT( parsed( text() ), HasSubstr( "gauge valen_interfaces_held [] 2.0\n" ) );
    EXPECT_THAT( parsed( text() ), HasSubstr( "gauge valen_shutdowns_running [] 2.0\n" ) );
@@ -79,8 +79,8 @@ TEST_F( MetricsTest, ShutdownsAreCountedByResultAndFramesByAgentAndError ) {
 }
 
 TEST_F( MetricsTest, ALinkSetDownOutsideValendIsNotCountedAsHeld ) {
-   controller.linkSeen( { "default", "et1" }, true );
-   controller.linkSeen( { "default", "et1" }, false );
+   controller.linkSeen( { "default", "et1" }, LinkSeen::up );
+   controller.linkSeen( { "default", "et1" }, LinkSeen::down );
    turn();
    auto const samples = parsed( text() );
    EXPECT_THAT( samples,
