@@ -107,6 +107,7 @@ void DeviceWatcher::link( Rtnetlink::Message const & message ) {
    if ( auto const known = status_->interface( ifIndex );
         known && known->deviceName() == name && known->linkLayer() == linkLayer ) {
       known->mtuIs( message.mtu );
+      known->carrierUpsIs( message.carrierUps );
       known->flagsIs( message.flags );
       return;
    }
@@ -124,6 +125,7 @@ void DeviceWatcher::link( Rtnetlink::Message const & message ) {
    device->flagsIs( message.flags );
    device->mtuIs( message.mtu );
    device->linkLayerIs( linkLayer );
+   device->carrierUpsIs( message.carrierUps );
    marked_.insert( ifIndex );
    indexes_[ name.stdString() ] = ifIndex;
    status_->interfaceAdd( device );

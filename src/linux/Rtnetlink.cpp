@@ -51,6 +51,8 @@ void attribute( Message & message, unsigned type, Bytes payload ) noexcept {
       message.deviceName = textOf( payload );
    } else if ( type == IFLA_MTU ) {
       message.mtu = take< U32 >( payload ).value_or( 0 );
+   } else if ( type == IFLA_CARRIER_UP_COUNT ) {
+      message.carrierUps = take< U32 >( payload ).value_or( 0 );
    }
 }
 

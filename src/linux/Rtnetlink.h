@@ -32,6 +32,7 @@ struct Message {
    U16 hardwareType = 0;        // ARPHRD_ETHER and others
    U32 flags = 0;               // IFF_UP and others
    U32 mtu = 0;                 // 0 if the message has none
+   U32 carrierUps = 0;          // how often its carrier came up; 0 if the message does not tell
 };
 
 // Parses any bytes as a datagram, and never reads outside them.

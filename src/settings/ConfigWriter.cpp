@@ -27,7 +27,9 @@ std::string quoted( std::string const & text ) {
 std::string framesText( Frames const & frames ) {
    std::string text;
    for ( auto const & frame : frames ) {
-      text += ( text.empty() ? "" : ", " ) + quoted( toHex( frame ) );
+      text += text.empty() ? "\"" : ", \"";
+      text += toHex( frame );
+      text += '"';
    }
    return "[" + text + "]";
 }

@@ -3,6 +3,7 @@
 #include "platform/quill/Exception.h"
 #include "platform/trace/TraceLevels.h"
 
+#include <charconv>
 #include <cstdlib>
 #include <filesystem>
 
@@ -24,6 +25,13 @@ std::string levelsProblem( std::string const & levels ) {
    }
 }
 
+bool isMilliseconds( std::string const & text ) {
+   unsigned value = 0;
+   auto const end = text.data() + text.size();
+   auto const [ stop, code ] = std::from_chars( text.data(), end, value );
+   return code == std::errc() && stop == end && value <= maxMilliseconds;
+}
+
 } // namespace
 
 std::string stateDirectoryOfSystem() {
@@ -39,6 +47,12 @@ std::string problemWith( ProcessSetting const & setting, std::string const & val
    auto const name = std::string( setting.name );
    if ( setting.type == SettingType::traceLevels ) {
       return levelsProblem( value );
+   }
+   if ( setting.type == SettingType::milliseconds ) {
+      return isMilliseconds( value )
+                ? std::string()
+                : name + " is \"" + value + "\"; expected milliseconds from 0 to " +
+                     std::to_string( maxMilliseconds );
    }
    if ( setting.type == SettingType::absolutePath && !value.starts_with( '/' ) ) {
       return name + " is \"" + value + "\"; expected an absolute path";

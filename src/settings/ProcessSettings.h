@@ -23,6 +23,7 @@ enum class SettingType {
    absolutePath, // on the command line, a relative path starts at the working directory
    traceLevels,  // see platform/trace/TraceLevels.h
    group,        // by name or number
+   milliseconds, // 0 to 65535
 };
 
 enum class SettingSource {
@@ -62,6 +63,8 @@ std::string stateDirectoryOfSystem();
 inline constexpr std::size_t maxPathBytes = 4095;
 inline constexpr std::size_t maxSocketBytes = 107;
 
+inline constexpr unsigned maxMilliseconds = 65535;
+
 inline constexpr std::array processSettings{
    ProcessSetting{
       .name = "socket",
@@ -88,6 +91,17 @@ inline constexpr std::array processSettings{
       .help = "Directory in which shutdowns, published frames and the last valid configuration "
               "survive a restart",
       .details = "Without a state directory, a shutdown in progress is lost on restart.",
+   },
+   ProcessSetting{
+      .name = "max-shutdown-delay-ms",
+      .option = "max-shutdown-delay-ms",
+      .type = SettingType::milliseconds,
+      .maxBytes = 5,
+      .takesEffect = TakesEffect::onReload,
+      .defaultValue = "10000",
+      .help = "Longest delay, in milliseconds, that a single request may ask for",
+      .details =
+         "A shutdown that asks for a longer one is rejected. The configured delay may be longer.",
    },
    ProcessSetting{
       .name = "metrics-file",

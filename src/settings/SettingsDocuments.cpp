@@ -46,6 +46,8 @@ std::string limitsOf( ProcessSetting const & setting ) {
       return "An absolute path.";
    case SettingType::traceLevels:
       return "Patterns UNIT/LEVEL or UNIT/FIRST-LAST, separated by commas.";
+   case SettingType::milliseconds:
+      return "Milliseconds from 0 to " + std::to_string( Settings::maxMilliseconds ) + ".";
    case SettingType::group:
       break;
    }
@@ -60,6 +62,8 @@ char const * argumentOf( ProcessSetting const & setting ) {
       return "levels";
    case SettingType::group:
       return "group";
+   case SettingType::milliseconds:
+      return "ms";
    default:
       return "path";
    }
@@ -155,6 +159,13 @@ Json schemaOf( ProcessSetting const & setting ) {
    }
    if ( setting.takesEffect == TakesEffect::atNextStart ) {
       description += " Takes effect at the next start.";
+   }
+   if ( setting.type == SettingType::milliseconds ) {
+      return { { "description", description },
+               { "type", "integer" },
+               { "minimum", 0 },
+               { "maximum", Settings::maxMilliseconds },
+               { "default", std::stoi( std::string( setting.defaultValue ) ) } };
    }
    Json schema{ { "description", description }, { "type", "string" } };
    if ( setting.type != SettingType::traceLevels ) {

@@ -2,6 +2,7 @@
 
 #include "settings/Counted.h"
 #include "valend/base/Log.h"
+#include "valend/base/MessageIds.h"
 #include "valend/base/Notify.h"
 #include "valend/shutdown/ShutdownLog.h"
 
@@ -64,7 +65,8 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       logShutdown( record );
       metricsFile_.touch();
    } );
-   links_.seenIs( [ this ]( auto const & place, auto up ) { controller_.linkSeen( place, up ); } );
+   links_.seenIs(
+      [ this ]( auto const & place, auto seen ) { controller_.linkSeen( place, seen ); } );
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
    publications_.resume( publishedFile_.read() );
@@ -140,17 +142,23 @@ void Daemon::run() {
    notifyManager( "READY=1" );
    log( LogLevel::notice,
         "ready: " + Settings::counted( feeder_.config().interfaces.size(), "interface" ) +
-           ", control socket " + server_.path() );
+           ", control socket " + server_.path(),
+        { { "MESSAGE_ID", MessageIds::started } } );
    loop_.run();
 }
 
 void Daemon::stop( char const * signal ) {
-   log( LogLevel::notice, std::string( "received " ) + signal + ", exiting; links left unchanged" );
-   if ( auto const running = controller_.running() ) {
-      log( LogLevel::notice, Settings::counted( running, "shutdown" ) +
-                                " in progress; the next start of valend resumes them" );
+   log( LogLevel::notice, std::string( "received " ) + signal + ", exiting; links left unchanged",
+        { { "MESSAGE_ID", MessageIds::stopping } } );
+   auto const pending = controller_.pending();
+   for ( auto const & line : pending ) {
+      log( LogLevel::notice, line, { { "MESSAGE_ID", MessageIds::shutdownPending } } );
    }
-   notifyManager( "STOPPING=1" );
+   notifyManager( "STOPPING=1" +
+                  ( pending.empty()
+                       ? std::string()
+                       : "\nSTATUS=Exiting; links left unchanged, " +
+                            Settings::counted( pending.size(), "shutdown" ) + " in progress" ) );
    loop_.stop();
 }
 

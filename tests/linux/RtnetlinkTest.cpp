@@ -45,8 +45,8 @@ class Datagram {
       bytes_.resize( ( bytes_.size() + 3 ) & ~std::size_t( 3 ) );
       return *this;
    }
-   Datagram & mtu( U32 mtu ) {
-      return attribute( IFLA_MTU, { reinterpret_cast< char const * >( &mtu ), sizeof mtu } );
+   Datagram & number( int type, U32 value ) {
+      return attribute( type, { reinterpret_cast< char const * >( &value ), sizeof value } );
    }
    // Ends a message. `wrongBy` is added to its length.
    Datagram & end( int wrongBy = 0 ) {
@@ -76,7 +76,8 @@ TEST( RtnetlinkTest, ParsesALink ) {
                                 .link( 7, IFF_UP | IFF_BROADCAST )
                                 .attribute( IFLA_QDISC, "noqueue" )
                                 .attribute( IFLA_IFNAME, std::string_view( "et1\0", 4 ) )
-                                .mtu( 9214 )
+                                .number( IFLA_MTU, 9214 )
+                                .number( IFLA_CARRIER_UP_COUNT, 3 )
                                 .end();
    Parser parser( datagram.bytes() );
    Message message;
@@ -88,6 +89,7 @@ TEST( RtnetlinkTest, ParsesALink ) {
    EXPECT_EQ( message.flags, U32{ IFF_UP | IFF_BROADCAST } );
    EXPECT_EQ( message.mtu, 9214u );
    EXPECT_EQ( message.hardwareType, ARPHRD_SIT );
+   EXPECT_EQ( message.carrierUps, 3u );
    EXPECT_FALSE( message.interrupted );
    EXPECT_FALSE( parser.next( message ) );
    EXPECT_FALSE( parser.damaged() );
@@ -220,7 +222,7 @@ TEST( RtnetlinkTest, DamagedDatagramsAreHarmless ) {
                         .begin( RTM_NEWLINK )
                         .link( 7 )
                         .attribute( IFLA_IFNAME, "et1" )
-                        .mtu( 1500 )
+                        .number( IFLA_MTU, 1500 )
                         .end()
                         .begin( NLMSG_DONE )
                         .put( 0 )

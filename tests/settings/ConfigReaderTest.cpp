@@ -100,7 +100,8 @@ color: blue
                    "f:8:20: shutdown-delay-ms is \"65536\"; expected milliseconds from 0 to 65535",
                    "f:9:1: unknown key \"color\" in the configuration; expected "
                    "\"shutdown-delay-ms\", \"vrfs\", \"interfaces\", \"agents\", \"socket\", "
-                   "\"netns-directory\", \"state-directory\", \"metrics-file\" or \"trace\"" ) );
+                   "\"netns-directory\", \"state-directory\", \"max-shutdown-delay-ms\", "
+                   "\"metrics-file\" or \"trace\"" ) );
 }
 
 TEST( ConfigReaderTest, TheDelayIsMillisecondsInSixteenBits ) {

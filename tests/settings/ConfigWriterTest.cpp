@@ -55,22 +55,26 @@ TEST( ConfigWriterTest, AnEmptyConfigurationStaysEmpty ) {
    EXPECT_EQ( rereadOf( Config() ), Config() );
 }
 
-TEST( ConfigWriterTest, NamesMayHaveAnyBytes ) {
-   std::string all;
-   for ( int byte = 1; byte < 256; ++byte ) {
-      if ( byte != '/' ) {
-         all += static_cast< char >( byte );
-      }
-   }
+TEST( ConfigWriterTest, NamesMayHaveAnyPrintableText ) {
    for ( auto const & name :
-         { all, std::string( 255, '\x01' ), std::string( "true" ), std::string( "~" ),
+         { std::string( 255, '"' ), std::string( "true" ), std::string( "~" ),
            std::string( "#no comment" ), std::string( "a: b" ), std::string( " spaces " ),
-           std::string( "\xe2\x80\xa8\xc2\x85" ), std::string( "\\x41\"'" ) } ) {
+           std::string( "\xc3\xa4\xe2\x80\xa8\xf0\x9f\x98\x80" ), std::string( "\\x41'" ) } ) {
       Config config;
       config.interfaces[ name ] = { name, "et1", "default", true };
       config.agents[ name ][ name ] = { std::string( 14, '\xff' ) };
       EXPECT_EQ( rereadOf( config ), config ) << name;
    }
+}
+
+TEST( ConfigWriterTest, ValuesMayHaveAnyBytes ) {
+   std::string all = "/";
+   for ( int byte = 1; byte < 256; ++byte ) {
+      all += static_cast< char >( byte );
+   }
+   Config config;
+   config.process.valueIs( "trace.file", all );
+   EXPECT_EQ( rereadOf( config ), config );
 }
 
 } // namespace

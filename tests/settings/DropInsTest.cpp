@@ -159,7 +159,8 @@ TEST_F( DropInsTest, AllErrorsOfAllFilesAreListedFileByFile ) {
       errors(),
       ElementsAre( "valen.yaml:1:1: unknown key \"color\" in the configuration; expected "
                    "\"shutdown-delay-ms\", \"vrfs\", \"interfaces\", \"agents\", \"socket\", "
-                   "\"netns-directory\", \"state-directory\", \"metrics-file\" or \"trace\"",
+                   "\"netns-directory\", \"state-directory\", \"max-shutdown-delay-ms\", "
+                   "\"metrics-file\" or \"trace\"",
                    "valen.yaml:2:20: shutdown-delay-ms is \"x\"; expected milliseconds from 0 to "
                    "65535",
                    "conf.d/a.yaml:1:31: unknown interface \"et9\"; expected one of \"interfaces\"",

@@ -39,6 +39,12 @@ TEST( ProcessSettingsTest, AValueOutsideTheLimitsIsReported ) {
               "state-directory is \"relative\"; expected an absolute path" );
    EXPECT_EQ( problemWith( row( "state-directory" ), text( 4096 ) ),
               "state-directory has 4096 bytes; expected a path of 1 to 4095 bytes" );
+   for ( auto const * value : { "", "-1", "65536", "1s", " 1" } ) {
+      EXPECT_EQ( problemWith( row( "max-shutdown-delay-ms" ), value ),
+                 "max-shutdown-delay-ms is \"" + std::string( value ) +
+                    "\"; expected milliseconds from 0 to 65535" );
+   }
+   EXPECT_EQ( problemWith( row( "max-shutdown-delay-ms" ), "65535" ), "" );
    EXPECT_EQ( problemWith( row( "admin-group" ), "" ),
               "admin-group has 0 bytes; expected a group of 1 to 255 bytes" );
    EXPECT_EQ( problemWith( row( "trace.levels" ), "A/0,B*/1-2" ), "" );

@@ -98,13 +98,14 @@ TEST( SchemaTest, TheLimitsAreThoseOfTheReader ) {
    }
 }
 
-// The names of all settings in the schema: "socket", "trace.file". What has a "$ref" or is a number is
-// not a setting of the process.
+// The names of all settings in the schema: "socket", "trace.file". What has a "$ref", and the delay, are
+// not settings of the process.
 std::map< std::string, Json > settingsOf( Json const & properties,
                                           std::string const & prefix = "" ) {
    std::map< std::string, Json > settings;
    for ( auto const & [ key, property ] : properties.items() ) {
-      if ( property.value( "type", Json() ) == "string" ) {
+      auto const type = property.value( "type", Json() );
+      if ( type == "string" || ( type == "integer" && key != "shutdown-delay-ms" ) ) {
          settings[ prefix + key ] = property;
       } else if ( property.contains( "properties" ) ) {
          settings.merge( settingsOf( property.at( "properties" ), key + "." ) );
@@ -122,13 +123,21 @@ TEST( SchemaTest, TheSettingsOfTheProcessAreThoseOfTheTable ) {
       auto const found = properties.find( std::string( setting.name ) );
       ASSERT_NE( found, properties.end() ) << setting.name;
       auto const & property = found->second;
-      EXPECT_EQ( property.value( "default", "" ), setting.defaultValue ) << setting.name;
+      auto const fallback = property.value( "default", Json( "" ) );
+      EXPECT_EQ( fallback.is_string() ? fallback.get< std::string >() : fallback.dump(),
+                 setting.defaultValue )
+         << setting.name;
       EXPECT_EQ( property.contains( "pattern" ), setting.type == SettingType::absolutePath )
          << setting.name;
       EXPECT_NE( property.at( "description" ).get< std::string >().find( setting.help ),
                  std::string::npos )
          << setting.name;
-      if ( setting.type != SettingType::traceLevels ) {
+      if ( setting.type == SettingType::milliseconds ) {
+         auto const most = property.at( "maximum" ).get< int >();
+         EXPECT_EQ( property.at( "type" ), "integer" );
+         EXPECT_EQ( problemWith( setting, std::to_string( most ) ), "" );
+         EXPECT_NE( problemWith( setting, std::to_string( most + 1 ) ), "" );
+      } else if ( setting.type != SettingType::traceLevels ) {
          auto const longest = property.at( "maxLength" ).get< std::size_t >();
          EXPECT_EQ( problemWith( setting, "/" + std::string( longest - 1, 'x' ) ), "" );
          EXPECT_NE( problemWith( setting, "/" + std::string( longest, 'x' ) ), "" );

@@ -15,7 +15,8 @@ class BadConfigurationTest : public RunningDaemonTest {
    // The conditions that are raised, as "NAME: TEXT" lines.
    std::string conditions() const {
       std::string text;
-      for ( auto const & each : Json::parse( ctl( { "status", "--json" } ).out )[ "conditions" ] ) {
+      auto const status = Json::parse( ctl( { "status", "--json" } ).out );
+      for ( auto const & each : status[ "conditions" ] ) {
          text += each.value( "name", "" ) + ": " + each.value( "text", "" ) + "\n";
       }
       return text;

@@ -53,6 +53,17 @@ class CrashTest : public RunningDaemonTest {
       return last;
    }
 
+   // Cuts the journal back to `end`, and changes the last entry of the rest.
+   template < class Change > void rewriteJournal( std::size_t end, Change const & change ) const {
+      auto const content = work_->content( "state/shutdowns" ).substr( 0, end );
+      auto const last = content.rfind( '\n', content.size() - 2 ) + 1;
+      auto entry = Valend::entryIn( content.substr( last, content.size() - 1 - last ) );
+      ASSERT_TRUE( entry );
+      change( *entry );
+      std::ofstream( *work_ / "state/shutdowns", std::ios::binary )
+         << content.substr( 0, last ) << Valend::lineOf( *entry ) << '\n';
+   }
+
    static constexpr milliseconds delay{ 60 };
 };
 
@@ -174,7 +185,8 @@ TEST_F( KillTest, EachPhaseIsFinished ) {
          for ( std::size_t line = 0; line < lines; ++line ) {
             end = content.find( '\n', end ) + 1;
          }
-         std::ofstream( *work_ / "state/shutdowns", std::ios::binary ) << content.substr( 0, end );
+         // The link is set up for the next run alone: to valend it must look as if it was never down.
+         rewriteJournal( end, []( auto & entry ) { entry.mark.reset(); } );
          machine_->ip( "link set et1 up" );
          crash.found = journalled();
          crash.framesBefore = far.frames( 3, milliseconds( 20 ) );
@@ -191,6 +203,56 @@ TEST_F( KillTest, EachPhaseIsFinished ) {
       judge( crash );
       ASSERT_EQ( ctl( { "enable", "Ethernet1" } ).status, 0 );
    }
+}
+
+// --- A link that is used again -------------------------------------------------------------------
+
+class ExpiryTest : public CrashTest {
+ protected:
+   // Starts a shutdown and kills valend in mid-delay.
+   void killInMidDelay() {
+      configure( "shutdown-delay-ms: 5000\ninterfaces: [{name: Ethernet1, device: et1}]\n"
+                 "agents: [{name: lldp, messages: {Ethernet1: [" +
+                 Settings::toHex( testFrame( "one" ) ) + "]}}]\n" );
+      start();
+      ASSERT_TRUE( becomesReady() );
+      ASSERT_EQ( ctl( { "shutdown", "Ethernet1" } ).status, 0 );
+      kill();
+      ASSERT_EQ( journalled()->phase, Phase::held );
+   }
+   // Starts valend again, which must leave the link up.
+   void expectExpired( std::string const & why ) {
+      start();
+      ASSERT_TRUE( eventually( [ & ] { return lastRecord().contains( "ending" ); } ) )
+         << daemon_->err();
+      EXPECT_EQ( lastRecord()[ "ending" ], "expired" );
+      EXPECT_THAT( lastRecord()[ "why" ].dump(), HasSubstr( why ) );
+      EXPECT_THAT( daemon_->err(), HasSubstr( "expired; link left unchanged" ) );
+      EXPECT_FALSE( interface().value( "shuttingDown", true ) );
+      EXPECT_TRUE( linkUp() );
+      // It is over for the next start as well.
+      kill();
+      start();
+      ASSERT_TRUE( becomesReady() );
+      EXPECT_FALSE( interface().value( "shuttingDown", true ) );
+      EXPECT_TRUE( linkUp() );
+   }
+};
+
+TEST_F( ExpiryTest, ALinkThatWasSetUpSinceTheCrashStaysUp ) {
+   killInMidDelay();
+   machine_->ip( "link set et1 down" );
+   machine_->ip( "link set et1 up" );
+   expectExpired( "link set up since valend stopped" );
+}
+
+TEST_F( ExpiryTest, AfterALongStopTheLinkStaysUp ) {
+   killInMidDelay();
+   rewriteJournal( std::string::npos, []( auto & entry ) {
+      entry.hold->from -= std::chrono::hours( 1 );
+      entry.hold->until -= std::chrono::hours( 1 );
+   } );
+   expectExpired( " s after the end of the delay" );
 }
 
 // --- Without a shutdown --------------------------------------------------------------------------

@@ -162,6 +162,15 @@ func shutDown(connection, watcher *varlink.Connection, name string) {
 	await("is down")
 }
 
+// Asks for the goodbyes of all interfaces, of which one may have none.
+func sayGoodbye(connection *varlink.Connection) {
+	answer, _ := call(connection, "Goodbye", object{"all": true, "reason": "test"}, 0)()
+	for _, each := range answer["results"].([]interface{}) {
+		result := each.(object)
+		fmt.Println("goodbye:", result["interface"], result["result"])
+	}
+}
+
 // Makes a call that must be rejected, and shows the error with its parameters.
 func rejected(connection *varlink.Connection, method string, parameters object) {
 	receive, err := connection.Send(always, method, parameters, 0)
@@ -189,11 +198,16 @@ func main() {
 		call(connection, method, object{}, 0)()
 	}
 	shutDown(connection, watcher, name)
-	for _, method := range []string{"Status", "History", "Explain"} {
+	for _, method := range []string{"Status", "Explain"} {
 		call(connection, method, object{"interface": name}, 0)()
 	}
+	call(connection, "History", object{"interfaces": []interface{}{name}, "last": 1.0}, 0)()
 	result, _ := call(connection, "Enable", object{"interface": name}, 0)()
 	fmt.Println("enabled:", result["result"])
+	sayGoodbye(connection)
+	rejected(connection, daemon+".ShutdownMany", object{})
+	rejected(connection, daemon+".ShutdownMany", object{"interface": name})
+	rejected(connection, daemon+".EnableMany", object{"all": false})
 	rejected(connection, daemon+".Shutdown", object{"interface": "Ethernet9"})
 	rejected(connection, daemon+".Shutdown", object{"interface": 9})
 	rejected(connection, daemon+".ShutDown", object{"interface": name})

@@ -48,8 +48,8 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
 
    // What was done to links, in order: "down default/et1".
    std::vector< std::string > actions;
-   int upIsErrno = 0; // every upIs fails with it
-   int upErrno = 0;   // every up() fails with it
+   int setErrno = 0; // every setUp() and setDown() fails with it
+   int upErrno = 0;  // every up() fails with it
    U64 outstanding = 0;
 
    std::optional< LinkDevice > device( LinkPlace const & place ) const override {
@@ -60,10 +60,15 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
       failIf( upErrno );
       return require( place ).up;
    }
-   void upIs( LinkPlace const & place, bool up ) override {
-      failIf( upIsErrno );
-      require( place ).up = up;
-      actions.push_back( ( up ? "up " : "down " ) + place.netNs + "/" + place.device );
+   void setUp( LinkPlace const & place ) override {
+      failIf( setErrno );
+      require( place ).up = true;
+      actions.push_back( "up " + place.netNs + "/" + place.device );
+   }
+   void setDown( LinkPlace const & place ) override {
+      failIf( setErrno );
+      require( place ).up = false;
+      actions.push_back( "down " + place.netNs + "/" + place.device );
    }
    Counters counters( std::string const & ) const override {
       return { sent_.packets.size(), sent_.sends - sent_.packets.size() };

@@ -41,8 +41,10 @@ TEST_F( OptionsTest, EachOptionIsRead ) {
    EXPECT_TRUE( options->check );
    for ( auto const & setting : Settings::processSettings ) {
       auto const option = "--" + std::string( setting.option );
-      auto const * const value =
-         setting.type == Settings::SettingType::traceLevels ? "ConfigSm/0" : "/value";
+      using Settings::SettingType;
+      auto const * const value = setting.type == SettingType::traceLevels    ? "ConfigSm/0"
+                                 : setting.type == SettingType::milliseconds ? "250"
+                                                                             : "/value";
       auto const one = parse( { option.c_str(), value } );
       ASSERT_TRUE( one ) << option;
       Settings::ProcessConfig expected;

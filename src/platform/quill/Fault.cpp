@@ -11,16 +11,6 @@ namespace {
 FaultSink * sink = nullptr;
 U64 faultCount = 0;
 
-std::string exceptionText( std::exception_ptr const & exception ) {
-   try {
-      std::rethrow_exception( exception );
-   } catch ( std::exception const & e ) {
-      return e.what();
-   } catch ( ... ) {
-      return "exception of an unknown type";
-   }
-}
-
 } // namespace
 
 std::string Fault::message() const {
@@ -40,6 +30,16 @@ FaultSink * faultSinkIs( FaultSink * newSink ) noexcept {
 
 U64 faults() noexcept {
    return faultCount;
+}
+
+std::string exceptionText( std::exception_ptr const & exception ) {
+   try {
+      std::rethrow_exception( exception );
+   } catch ( std::exception const & e ) {
+      return e.what();
+   } catch ( ... ) {
+      return "exception of an unknown type";
+   }
 }
 
 void reportFault( FaultSource const & source, std::string key ) {

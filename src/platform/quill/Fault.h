@@ -54,6 +54,9 @@ FaultSink * faultSinkIs( FaultSink * sink ) noexcept;
 // How many faults were reported since the process started.
 U64 faults() noexcept;
 
+// What the exception says, by default the one being handled.
+std::string exceptionText( std::exception_ptr const & exception = std::current_exception() );
+
 // Reports the exception being handled. Call from a catch block only.
 void reportFault( FaultSource const & source, std::string key );
 

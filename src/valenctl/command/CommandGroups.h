@@ -5,7 +5,7 @@
 
 namespace Valenctl {
 
-std::vector< CommandRow > linkCommands();    // shutdown, enable
+std::vector< CommandRow > linkCommands();    // shutdown, enable, goodbye
 std::vector< CommandRow > statusCommands();  // status, list, explain, wait, history
 std::vector< CommandRow > watchCommand();    // watch
 std::vector< CommandRow > messageCommands(); // messages

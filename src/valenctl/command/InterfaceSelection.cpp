@@ -32,6 +32,9 @@ nlohmann::json InterfaceSelection::parameters() const {
    if ( ready_ ) {
       parameters[ "ready" ] = true;
    }
+   if ( all_ ) {
+      parameters[ "all" ] = true;
+   }
    return parameters;
 }
 

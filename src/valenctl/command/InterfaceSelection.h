@@ -17,8 +17,10 @@ class InterfaceSelection {
    // Adds the options to `app`, bound to this object; exactly one of them must be given.
    void addTo( CLI::App & app );
 
-   // The parameters that valend expects for the selection; none for all interfaces.
+   // The parameters that valend expects for the selection.
    nlohmann::json parameters() const;
+   // Whether interfaces were given by name.
+   bool named() const noexcept { return !interfaces_.empty(); }
 
  private:
    std::vector< std::string > interfaces_;

@@ -1,4 +1,4 @@
-// shutdown and enable.
+// shutdown, enable and goodbye.
 #include "valenctl/command/CommandGroups.h"
 #include "valenctl/command/InterfaceSelection.h"
 #include "valenctl/command/Session.h"
@@ -6,6 +6,7 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
+#include <optional>
 #include <ostream>
 
 namespace Valenctl {
@@ -16,24 +17,48 @@ void addQuiet( CLI::App & app, bool & quiet ) {
    app.add_flag( "--quiet", quiet, "Print errors only" );
 }
 
+void addReason( CLI::App & app, std::optional< std::string > & reason ) {
+   app.add_option( "--reason", reason, "Why, for the history and the log; at most 255 bytes" )
+      ->type_name( "TEXT" );
+}
+
+// What is selected, and why.
+Json parametersOf( InterfaceSelection const & selection,
+                   std::optional< std::string > const & reason ) {
+   auto parameters = selection.parameters();
+   if ( reason ) {
+      parameters[ "reason" ] = *reason;
+   }
+   return parameters;
+}
+
 class Shutdown final : public Command {
  public:
    void addOptions( CLI::App & app ) override {
       selection_.addTo( app );
       app.add_flag( "--wait", wait_, "Return when all links are down; print each step" );
+      app.add_option( "--delay", delayMs_,
+                      "Hold the links for this long, instead of the configured time" )
+         ->type_name( "MS" )
+         ->check( CLI::NonNegativeNumber.description( "" ) );
+      addReason( app, reason_ );
       addQuiet( app, quiet_ );
    }
 
    Exit run( Session & session ) override {
       auto exit = Exit::done;
+      auto parameters = parametersOf( selection_, reason_ );
+      if ( delayMs_ ) {
+         parameters[ "delayMs" ] = *delayMs_;
+      }
       auto const report = [ & ]( Json const & answer ) {
          exit = std::max( exit, printed( session, answer ) );
          return true;
       };
       if ( wait_ ) {
-         session.client().callMore( "ShutdownMany", selection_.parameters(), report );
+         session.client().callMore( "ShutdownMany", parameters, report );
       } else {
-         report( session.call( "ShutdownMany", selection_.parameters() ) );
+         report( session.call( "ShutdownMany", parameters ) );
       }
       return exit;
    }
@@ -68,6 +93,8 @@ class Shutdown final : public Command {
    }
 
    InterfaceSelection selection_;
+   std::optional< std::int64_t > delayMs_;
+   std::optional< std::string > reason_;
    bool wait_ = false;
    bool quiet_ = false;
 };
@@ -99,6 +126,41 @@ class Enable final : public Command {
    bool quiet_ = false;
 };
 
+class Goodbye final : public Command {
+ public:
+   void addOptions( CLI::App & app ) override {
+      selection_.addTo( app );
+      addReason( app, reason_ );
+      addQuiet( app, quiet_ );
+   }
+
+   Exit run( Session & session ) override {
+      auto const answer = session.call( "Goodbye", parametersOf( selection_, reason_ ) );
+      auto exit = Exit::done;
+      for ( auto const & result : listField( answer, "results" ) ) {
+         if ( failed( result ) ) {
+            exit = Exit::failed;
+            session.err() << "valenctl: " << goodbyeText( result ) << '\n';
+         } else if ( !session.json() && !quiet_ ) {
+            session.err() << goodbyeText( result ) << '\n';
+         }
+      }
+      session.print( answer, "" );
+      return exit;
+   }
+
+ private:
+   // An interface that has nothing to say is an error only if it was asked for by its name.
+   bool failed( Json const & result ) const {
+      auto const what = textField( result, "result" );
+      return what == "failed" || ( what == "not-ready" && selection_.named() );
+   }
+
+   InterfaceSelection selection_;
+   std::optional< std::string > reason_;
+   bool quiet_ = false;
+};
+
 } // namespace
 
 std::vector< CommandRow > linkCommands() {
@@ -107,6 +169,8 @@ std::vector< CommandRow > linkCommands() {
         make< Shutdown >,
         "Returns when all shutdowns have started; with --wait, when all links are down." },
       { "enable", "Set links up, or abort shutdowns in progress", make< Enable > },
+      { "goodbye", "Send the frames of interfaces now; their links stay up", make< Goodbye >,
+        "Returns when the frames have left. For a link that is then set down by another program." },
    };
 }
 

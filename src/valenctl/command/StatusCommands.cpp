@@ -4,8 +4,11 @@
 #include "valenctl/text/ReportText.h"
 #include "valenctl/text/ShutdownText.h"
 #include "valenctl/text/StatusText.h"
+#include "valenctl/text/TimeText.h"
 
 #include <CLI/CLI.hpp>
+#include <algorithm>
+#include <optional>
 
 namespace Valenctl {
 
@@ -95,18 +98,49 @@ class Wait final : public Command {
 class History final : public Command {
  public:
    void addOptions( CLI::App & app ) override {
-      app.add_option( "INTERFACE", interface_, "Show only shutdowns of this interface" )
-         ->type_name( "" );
+      app.add_option( "INTERFACE", interfaces_, "Show only these interfaces" )->type_name( "" );
+      app.add_option( "--last", last_, "Show only the last ones, this many" )
+         ->type_name( "N" )
+         ->check( CLI::NonNegativeNumber.description( "" ) );
+      app.add_option( "--since", since_,
+                      "Show only what was requested since: 30s, 5m, 2h or 1d ago, or a time as "
+                      "printed, or local as \"2026-01-31 12:00\"" )
+         ->type_name( "TIME" )
+         ->check( CLI::Validator( timeProblem, "" ) );
    }
 
    Exit run( Session & session ) override {
-      auto const answer = session.call( "History", interfaceParameter( interface_ ) );
+      auto parameters = Json::object();
+      if ( !interfaces_.empty() ) {
+         parameters[ "interfaces" ] = interfaces_;
+      }
+      if ( last_ ) {
+         parameters[ "last" ] = *last_;
+      }
+      if ( !since_.empty() ) {
+         parameters[ "sinceMs" ] = std::max< std::int64_t >( 0, timeOf( since_ )->count() );
+      }
+      auto const answer = session.call( "History", parameters );
       session.print( answer, historyText( answer ) );
       return Exit::done;
    }
 
  private:
-   std::string interface_; // empty: all
+   static std::optional< std::chrono::milliseconds > timeOf( std::string const & text ) {
+      auto const now = std::chrono::system_clock::now().time_since_epoch();
+      return timeFrom( text, std::chrono::floor< std::chrono::milliseconds >( now ) );
+   }
+   static std::string timeProblem( std::string const & text ) {
+      return timeOf( text )
+                ? ""
+                : "\"" + text +
+                     "\" is not a time; expected 30s, 5m, 2h, 1d, \"2026-01-31 12:00\", "
+                     "\"2026-01-31 12:00:00\" or 2026-01-31T12:00:00Z";
+   }
+
+   std::vector< std::string > interfaces_; // empty: all
+   std::optional< std::int64_t > last_;
+   std::string since_; // empty: all
 };
 
 } // namespace
@@ -119,7 +153,7 @@ std::vector< CommandRow > statusCommands() {
       { "explain", "Show what an interface needs to be ready, and what is missing",
         make< Explain > },
       { "wait", "Wait until an interface reaches a state, at most for --timeout", make< Wait > },
-      { "history", "Show past shutdowns, oldest first", make< History > },
+      { "history", "Show past shutdowns and goodbyes, oldest first", make< History > },
    };
 }
 

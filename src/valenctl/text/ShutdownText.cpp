@@ -21,20 +21,28 @@ std::string heldText( Json const & shutdown ) {
    return std::to_string( numberField( shutdown, "heldMs" ) ) + " ms";
 }
 
+// "; 1500 bytes of frames not sent"
+std::string unsentText( Json const & shutdown ) {
+   auto const bytes = numberField( shutdown, "unflushedBytes" );
+   return bytes ? "; " + std::to_string( bytes ) + " bytes of frames not sent" : "";
+}
+
+// "root (login alice)"
+std::string requesterText( Json const & shutdown ) {
+   auto const login = textField( shutdown, "login" );
+   return textField( shutdown, "by" ) + ( login.empty() ? "" : " (login " + login + ")" );
+}
+
 // How a shutdown ended, with the reason when there is one.
 std::string endText( Json const & shutdown ) {
    auto const ending = textField( shutdown, "ending" );
    auto const why = textField( shutdown, "why" );
    auto const inParentheses = why.empty() ? "" : " (" + why + ")";
    auto const afterColon = why.empty() ? "" : ": " + why;
-   std::string unsent;
-   if ( auto const bytes = numberField( shutdown, "unflushedBytes" ) ) {
-      unsent = "; " + std::to_string( bytes ) + " bytes of frames not sent";
-   }
    if ( ending == "down" ) {
       auto const when =
          flagField( shutdown, "withDelay" ) ? "after " + heldText( shutdown ) : "without delay";
-      return "link down " + when + unsent + inParentheses;
+      return "link down " + when + unsentText( shutdown ) + inParentheses;
    }
    if ( ending == "already-down" ) {
       return "already down; no frames sent" + inParentheses;
@@ -44,6 +52,9 @@ std::string endText( Json const & shutdown ) {
    }
    if ( ending == "no-device" ) {
       return "device not present" + afterColon;
+   }
+   if ( ending == "expired" ) {
+      return "shutdown expired; link left unchanged" + inParentheses;
    }
    return "cannot set link down" + afterColon;
 }
@@ -89,15 +100,31 @@ std::string enableText( Json const & result ) {
    return name + ( what == "already-up" ? "already up" : "link up" );
 }
 
+std::string goodbyeText( Json const & result ) {
+   auto const name = textField( result, "interface" ) + ": ";
+   auto const what = textField( result, "result" );
+   if ( what == "already-down" ) {
+      return name + "already down; no frames sent";
+   }
+   auto const why = textField( result, "message" );
+   if ( what == "not-ready" ) {
+      return name + "no frames sent: " + why;
+   }
+   auto const goodbye = anyField( result, "goodbye" );
+   return name + sentText( goodbye ) + unsentText( goodbye ) + "; link stays up" +
+          ( why.empty() ? "" : " (" + why + ")" );
+}
+
 std::string historyText( Json const & answer ) {
-   Table table( { "WHEN", "INTERFACE", "BY", "SENT", "FAILED", "HELD", "RESULT" } );
+   Table table( { "WHEN", "INTERFACE", "BY", "SENT", "FAILED", "HELD", "RESULT", "REASON" } );
    for ( auto const & shutdown : listField( answer, "shutdowns" ) ) {
+      auto const reason = textField( shutdown, "reason" );
       table.add( { timeText( std::chrono::milliseconds( numberField( shutdown, "whenMs" ) ) ),
-                   textField( shutdown, "interface" ), textField( shutdown, "by" ),
+                   textField( shutdown, "interface" ), requesterText( shutdown ),
                    std::to_string( numberField( shutdown, "sent" ) ),
                    countWithReason( shutdown, "failed", "failReason" ),
                    flagField( shutdown, "withDelay" ) ? heldText( shutdown ) : "-",
-                   resultText( shutdown ) } );
+                   resultText( shutdown ), reason.empty() ? "-" : reason } );
    }
    return table.text();
 }

@@ -18,6 +18,9 @@ bool stepSucceeded( Json const & step );
 // One interface of the answer of EnableMany: "Ethernet1: link up".
 std::string enableText( Json const & result );
 
+// One interface of the answer of Goodbye: "Ethernet1: 3 frames sent; link stays up".
+std::string goodbyeText( Json const & result );
+
 // The answer of History: a table with a line for each shutdown, the newest last.
 std::string historyText( Json const & answer );
 

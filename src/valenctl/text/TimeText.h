@@ -2,6 +2,7 @@
 #pragma once
 
 #include <chrono>
+#include <optional>
 #include <string>
 
 namespace Valenctl {
@@ -10,5 +11,11 @@ namespace Valenctl {
 // "2026-01-31T12:00:00.123456Z".
 std::string timeText( std::chrono::milliseconds sinceEpoch );
 std::string timeText( std::chrono::microseconds sinceEpoch );
+
+// The time since 1970 that an operator gives: how long before `now` ("30s", "5m", "2h", "1d"), in UTC as
+// timeText prints it ("2026-01-31T12:00:00Z", with decimals or without), or local ("2026-01-31 12:00",
+// "2026-01-31 12:00:00"). Nothing for any other text.
+std::optional< std::chrono::milliseconds > timeFrom( std::string const & text,
+                                                     std::chrono::milliseconds now );
 
 } // namespace Valenctl

@@ -1,10 +1,9 @@
 #include "valend/api/Access.h"
 
+#include "valend/api/Users.h"
+
 #include <charconv>
-#include <cstdio>
 #include <grp.h>
-#include <memory>
-#include <pwd.h>
 #include <vector>
 
 namespace Valend {
@@ -23,23 +22,6 @@ std::optional< U32 > groupId( std::string const & name ) {
    group * found = nullptr;
    ::getgrnam_r( name.c_str(), &entry, buffer.data(), buffer.size(), &found );
    return found ? std::optional< U32 >( found->gr_gid ) : std::nullopt;
-}
-
-// The user's login name, or "uid 1000". Only /etc/passwd is read: getpwuid would also query
-// name services, which may take seconds, and any user could cause that.
-std::string loginName( Varlink::Caller const & caller ) {
-   std::unique_ptr< FILE, int ( * )( FILE * ) > const users( std::fopen( "/etc/passwd", "re" ),
-                                                             &std::fclose );
-   std::vector< char > buffer( 4096 );
-   passwd entry{};
-   passwd * found = nullptr;
-   while ( users &&
-           ::fgetpwent_r( users.get(), &entry, buffer.data(), buffer.size(), &found ) == 0 ) {
-      if ( entry.pw_uid == caller.uid ) {
-         return entry.pw_name;
-      }
-   }
-   return caller.name();
 }
 
 } // namespace
@@ -69,7 +51,7 @@ void Access::require( Right right, Varlink::Caller const & caller,
    auto const groups = right == Right::change ? changers_ : readers_ + " or " + changers_;
    throw Varlink::Errors::permissionDenied( "permission denied: " + method +
                                             " requires root or group " + groups + " (you are " +
-                                            loginName( caller ) + ")" );
+                                            userName( caller.uid ) + ")" );
 }
 
 } // namespace Valend

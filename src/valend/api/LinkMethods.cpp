@@ -1,8 +1,11 @@
 #include "valend/api/LinkMethods.h"
 
+#include "valend/api/Users.h"
 #include "valend/report/StatusReport.h"
+#include "valend/shutdown/Places.h"
 
-#include <set>
+#include <charconv>
+#include <map>
 
 namespace Valend {
 
@@ -27,44 +30,61 @@ std::vector< Method > LinkMethods::methods() {
       method( "ShutdownMany", Right::change, *this, &Self::shutdownMany ),
       method( "Enable", Right::change, *this, &Self::enable ),
       method( "EnableMany", Right::change, *this, &Self::enableMany ),
+      method( "Goodbye", Right::change, *this, &Self::goodbye ),
    };
 }
 
-// --- The choice of interfaces --------------------------------------------------------------------
+// --- What a call asks for ------------------------------------------------------------------------
 
 std::vector< std::string > LinkMethods::chosen( Choice const & choice ) const {
-   auto const & config = feeder_.config();
-   if ( choice.vrf && *choice.vrf != Settings::defaultVrf &&
-        !config.vrfs.contains( *choice.vrf ) ) {
-      throw Errors::noSuchVrf( *choice.vrf );
-   }
-   auto const given = choice.names.value_or( std::vector< std::string >() );
-   std::set< std::string > const named( given.begin(), given.end() );
-   for ( auto const & name : named ) {
-      if ( !config.interfaces.contains( name ) ) {
-         throw Errors::noSuchInterface( name );
-      }
-   }
-   std::vector< std::string > names;
-   for ( auto const & [ name, interface ] : config.interfaces ) {
-      if ( ( !choice.names || named.contains( name ) ) && isChosen( interface, choice ) ) {
-         names.push_back( name );
-      }
-   }
-   return names;
+   return choice.interfaces( feeder_.config(), store_ );
 }
 
-bool LinkMethods::isChosen( Settings::InterfaceConfig const & interface,
-                            Choice const & choice ) const {
-   auto const status = store_.statusDir->intfStatus( Corvid::IntfId( interface.name ) );
-   return ( !choice.vrf || interface.vrf == *choice.vrf ) &&
-          ( !choice.device || interface.device == *choice.device ) &&
-          ( !choice.ready || ( status && status->shouldDelay() ) );
+std::vector< std::string > LinkMethods::required( Choice const & choice ) const {
+   choice.require();
+   return chosen( choice );
 }
 
 void LinkMethods::list( Call const & call, Names const & names, Text const & vrf,
                         Text const & device, Flag ready ) {
-   call->reply( { { "interfaces", chosen( { names, vrf, device, ready.value_or( false ) } ) } } );
+   call->reply( { { "interfaces", chosen( { names, vrf, device, ready, {} } ) } } );
+}
+
+// Of a reason that people and programs read line by line: no control characters, C1 (U+0080 to U+009F)
+// included. That it is UTF-8 is known.
+bool LinkMethods::isReason( std::string const & text ) {
+   for ( std::size_t i = 0; i < text.size(); ++i ) {
+      auto const byte = static_cast< unsigned char >( text[ i ] );
+      auto const next = i + 1 < text.size() ? static_cast< unsigned char >( text[ i + 1 ] ) : 0u;
+      if ( byte < 0x20 || byte == 0x7f || ( byte == 0xc2 && next < 0xa0 ) ) {
+         return false;
+      }
+   }
+   return !text.empty() && text.size() <= maxReasonBytes;
+}
+
+U64 LinkMethods::maxDelayMs() const {
+   auto const text = configurator_.active().wanted().value( "max-shutdown-delay-ms" );
+   U64 value = 0;
+   std::from_chars( text.data(), text.data() + text.size(), value );
+   return value;
+}
+
+Request LinkMethods::requestOf( Call const & call, Text const & reason, Number delayMs ) const {
+   if ( reason && !isReason( *reason ) ) {
+      throw Errors::badReason( maxReasonBytes );
+   }
+   if ( delayMs && *delayMs > maxDelayMs() ) {
+      throw Errors::delayTooLong( *delayMs, maxDelayMs() );
+   }
+   Request request;
+   request.by = userName( call->caller().uid );
+   request.login = loginBehind( call->caller() );
+   request.reason = reason.value_or( "" );
+   if ( delayMs ) {
+      request.delay = std::chrono::milliseconds( *delayMs );
+   }
+   return request;
 }
 
 // --- Shutting down -------------------------------------------------------------------------------
@@ -116,7 +136,8 @@ LinkMethods::Came LinkMethods::cameTo( std::string const & interface ) const {
 Json LinkMethods::stepJson( ShutdownStep step, ShutdownRecord const & record, Came came ) const {
    auto left = controller_.remaining( record.interface );
    if ( left && came == Came::first ) { // a moment after its beginning: all of it
-      left = std::chrono::milliseconds( feeder_.config().shutdownDelayMs.value_or( 0 ) );
+      auto const configured = feeder_.config().shutdownDelayMs.value_or( 0 );
+      left = record.request.delay.value_or( std::chrono::milliseconds( configured ) );
    }
    bool const held = step == ShutdownStep::delayed;
    return { { "step", textOf( step ) },
@@ -124,9 +145,10 @@ Json LinkMethods::stepJson( ShutdownStep step, ShutdownRecord const & record, Ca
             { "shutdown", StatusReport::record( record ) } };
 }
 
-void LinkMethods::shutdown( Call const & call, std::string const & interface ) {
+void LinkMethods::shutdown( Call const & call, std::string const & interface, Text const & reason,
+                            Number delayMs ) {
    auto const came = cameTo( interface );
-   controller_.shutdown( interface, call->caller().name(),
+   controller_.shutdown( interface, requestOf( call, reason, delayMs ),
                          [ this, call, came ]( ShutdownStep step, ShutdownRecord const & record ) {
                             if ( call->more() && step != ShutdownStep::ended ) {
                                call->replyContinues( stepJson( step, record, came ) );
@@ -137,14 +159,16 @@ void LinkMethods::shutdown( Call const & call, std::string const & interface ) {
 }
 
 void LinkMethods::shutdownMany( Call const & call, Names const & names, Text const & vrf,
-                                Text const & device, Flag ready ) {
-   auto const all = chosen( { names, vrf, device, ready.value_or( false ) } );
-   if ( all.empty() ) {
+                                Text const & device, Flag ready, Flag all, Text const & reason,
+                                Number delayMs ) {
+   auto const selected = required( { names, vrf, device, ready, all } );
+   auto const request = requestOf( call, reason, delayMs );
+   if ( selected.empty() ) {
       return call->reply( { { "steps", Json::array() }, { "pending", 0 } } );
    }
-   auto const many = std::make_shared< Many >( *this, call, all.size() );
-   for ( auto const & name : all ) {
-      controller_.shutdown( name, call->caller().name(),
+   auto const many = std::make_shared< Many >( *this, call, selected.size() );
+   for ( auto const & name : selected ) {
+      controller_.shutdown( name, request,
                             [ this, call, many, came = cameTo( name ), begun = false ](
                                ShutdownStep step, ShutdownRecord const & record ) mutable {
                                if ( step == ShutdownStep::sent && !call->more() ) {
@@ -163,23 +187,92 @@ void LinkMethods::shutdownMany( Call const & call, Names const & names, Text con
 // --- Enabling ------------------------------------------------------------------------------------
 
 void LinkMethods::enable( Call const & call, std::string const & interface ) {
-   auto const result = controller_.enable( interface, call->caller().name() );
+   auto const requester = requestOf( call, {}, {} ).requester();
+   auto const result = controller_.enable( interface, requester );
    call->reply( { { "result", textOf( result ) } } );
 }
 
 void LinkMethods::enableMany( Call const & call, Names const & names, Text const & vrf,
-                              Text const & device, Flag ready ) {
+                              Text const & device, Flag ready, Flag all ) {
+   auto const requester = requestOf( call, {}, {} ).requester();
    auto results = Json::array();
-   for ( auto const & name : chosen( { names, vrf, device, ready.value_or( false ) } ) ) {
+   for ( auto const & name : required( { names, vrf, device, ready, all } ) ) {
       Json result{ { "interface", name }, { "result", "failed" }, { "message", nullptr } };
       try {
-         result[ "result" ] = textOf( controller_.enable( name, call->caller().name() ) );
+         result[ "result" ] = textOf( controller_.enable( name, requester ) );
       } catch ( Refusal const & e ) { // of this one; the others are enabled all the same
          result[ "message" ] = e.what();
       }
       results.push_back( std::move( result ) );
    }
    call->reply( { { "results", std::move( results ) } } );
+}
+
+// --- Saying goodbye ------------------------------------------------------------------------------
+
+// A call that waits for the goodbyes of several interfaces.
+struct LinkMethods::Goodbyes {
+   Call call;
+   std::size_t pending = 0;
+   std::map< std::string, Json > results = {}; // by interface
+
+   void add( std::string const & interface, char const * result, Json message, Json record ) {
+      results[ interface ] = { { "interface", interface },
+                               { "result", result },
+                               { "message", std::move( message ) },
+                               { "goodbye", std::move( record ) } };
+   }
+   void answerIfDone() const {
+      if ( pending == 0 ) {
+         auto list = Json::array();
+         for ( auto const & [ name, result ] : results ) {
+            list.push_back( result );
+         }
+         call->reply( { { "results", std::move( list ) } } );
+      }
+   }
+};
+
+void LinkMethods::goodbye( Call const & call, Names const & names, Text const & vrf,
+                           Text const & device, Flag ready, Flag all, Text const & reason ) {
+   auto const selected = required( { names, vrf, device, ready, all } );
+   auto const request = requestOf( call, reason, {} );
+   auto const goodbyes = std::make_shared< Goodbyes >( Goodbyes{ call, selected.size() } );
+   for ( auto const & name : selected ) {
+      sayGoodbye( goodbyes, name, request );
+   }
+   goodbyes->answerIfDone();
+}
+
+// A device that is missing is not down: its interface is not ready.
+bool LinkMethods::isDown( std::string const & interface ) const {
+   auto const & config = feeder_.config();
+   try {
+      return !port_.up( placeOf( config, config.interfaces.at( interface ) ) );
+   } catch ( Quill::ErrnoException const & ) {
+      return false;
+   }
+}
+
+void LinkMethods::sayGoodbye( std::shared_ptr< Goodbyes > const & goodbyes,
+                              std::string const & name, Request const & request ) {
+   if ( isDown( name ) ) {
+      --goodbyes->pending;
+      return goodbyes->add( name, "already-down", {}, {} );
+   }
+   auto const whyNot =
+      controller_.goodbye( name, request, [ goodbyes ]( auto, ShutdownRecord const & record ) {
+         bool const sent = record.sent > 0 && record.failed == 0 && record.unflushedBytes == 0;
+         goodbyes->add( record.interface, sent ? "sent" : "failed",
+                        record.why.empty() ? Json() : Json( record.why ),
+                        StatusReport::record( record ) );
+         --goodbyes->pending;
+         goodbyes->answerIfDone();
+      } );
+   if ( !whyNot.empty() ) {
+      --goodbyes->pending;
+      goodbyes->add( name, "not-ready", whyNot, {} );
+   }
 }
 
 } // namespace Valend

@@ -1,6 +1,7 @@
-// The methods that shut interfaces down and enable them: one, some, those of a VRF, or all.
+// The methods that shut interfaces down, enable them, and say goodbye: one, some, those of a VRF, or all.
 #pragma once
 
+#include "valend/api/Choice.h"
 #include "valend/api/Method.h"
 #include "valend/api/Parts.h"
 
@@ -13,38 +14,46 @@ namespace Valend {
 class LinkMethods final : public MethodGroup {
  public:
    explicit LinkMethods( Parts const & parts )
-       : store_( parts.store ), feeder_( parts.feeder ), controller_( parts.controller ),
-         work_( parts.work ) {}
+       : store_( parts.store ), feeder_( parts.feeder ), port_( parts.port ),
+         controller_( parts.controller ), configurator_( parts.configurator ), work_( parts.work ) {
+   }
 
    std::vector< Method > methods() override;
 
  private:
    class Many;
+   struct Goodbyes;
 
    using Names = std::optional< std::vector< std::string > >;
    using Text = std::optional< std::string >;
    using Flag = std::optional< bool >;
+   using Number = std::optional< U64 >;
+
+   static constexpr std::size_t maxReasonBytes = 255;
 
    void list( Call const & call, Names const & names, Text const & vrf, Text const & device,
               Flag ready );
-   void shutdown( Call const & call, std::string const & interface );
+   void shutdown( Call const & call, std::string const & interface, Text const & reason,
+                  Number delayMs );
    void shutdownMany( Call const & call, Names const & names, Text const & vrf, Text const & device,
-                      Flag ready );
+                      Flag ready, Flag all, Text const & reason, Number delayMs );
    void enable( Call const & call, std::string const & interface );
    void enableMany( Call const & call, Names const & names, Text const & vrf, Text const & device,
-                    Flag ready );
+                    Flag ready, Flag all );
+   void goodbye( Call const & call, Names const & names, Text const & vrf, Text const & device,
+                 Flag ready, Flag all, Text const & reason );
+   bool isDown( std::string const & interface ) const;
+   void sayGoodbye( std::shared_ptr< Goodbyes > const & goodbyes, std::string const & name,
+                    Request const & request );
 
-   // Which interfaces a call is about: those named, or all; of these the ones in the VRF, on the
-   // device, ready.
-   struct Choice {
-      Names names;
-      Text vrf;
-      Text device;
-      bool ready;
-   };
-   // The interfaces' names, each once, in order. Throws Refusal: "NoSuchInterface", "NoSuchVrf".
    std::vector< std::string > chosen( Choice const & choice ) const;
-   bool isChosen( Settings::InterfaceConfig const & interface, Choice const & choice ) const;
+   // The same, for a call that changes something.
+   std::vector< std::string > required( Choice const & choice ) const;
+
+   static bool isReason( std::string const & text );
+   U64 maxDelayMs() const;
+   // Who calls, and what for. Throws Refusal: "BadReason", "DelayTooLong".
+   Request requestOf( Call const & call, Text const & reason, Number delayMs ) const;
 
    // How an observer of a shutdown came to it.
    enum class Came : U8 {
@@ -56,7 +65,9 @@ class LinkMethods final : public MethodGroup {
 
    Store const & store_;
    Feeder const & feeder_;
+   LinkPort & port_;
    LinkController & controller_;
+   Configurator const & configurator_;
    Gantry::WorkQueue & work_;
 };
 

@@ -3,6 +3,8 @@
 #include "platform/quill/Allocation.h"
 #include "settings/Version.h"
 
+#include <algorithm>
+
 namespace Valend {
 
 namespace {
@@ -53,12 +55,27 @@ void StatusMethods::explain( Call const & call, std::string const & interface ) 
                   { "requirements", report_.requirements( config ) } } );
 }
 
-void StatusMethods::history( Call const & call, Text const & interface ) {
-   auto list = Json::array();
+// In the order in which they were requested. The controller has them in the order of their ends.
+void StatusMethods::history( Call const & call,
+                             std::optional< std::vector< std::string > > const & interfaces,
+                             std::optional< U64 > last, std::optional< U64 > sinceMs ) {
+   using std::chrono::milliseconds;
+   std::vector< ShutdownRecord const * > chosen;
    for ( auto const & record : parts_.controller.history() ) {
-      if ( !interface || record.interface == *interface ) {
-         list.push_back( StatusReport::record( record ) );
+      bool const named =
+         !interfaces || std::count( interfaces->begin(), interfaces->end(), record.interface );
+      auto const when = std::chrono::floor< milliseconds >( record.when.time_since_epoch() );
+      if ( named && ( !sinceMs || when.count() >= static_cast< S64 >( *sinceMs ) ) ) {
+         chosen.push_back( &record );
       }
+   }
+   std::stable_sort( chosen.begin(), chosen.end(),
+                     []( auto const * a, auto const * b ) { return a->when < b->when; } );
+   auto const count = std::min< U64 >( last.value_or( chosen.size() ), chosen.size() );
+   auto list = Json::array();
+   for ( auto record = chosen.end() - static_cast< S64 >( count ); record != chosen.end();
+         ++record ) {
+      list.push_back( StatusReport::record( **record ) );
    }
    call->reply( { { "shutdowns", std::move( list ) } } );
 }

@@ -20,7 +20,8 @@ class StatusMethods final : public MethodGroup {
 
    void status( Call const & call, Text const & interface );
    void explain( Call const & call, std::string const & interface );
-   void history( Call const & call, Text const & interface );
+   void history( Call const & call, std::optional< std::vector< std::string > > const & interfaces,
+                 std::optional< U64 > last, std::optional< U64 > sinceMs );
    void metrics( Call const & call, std::optional< MetricsFormat > const & format );
    void memory( Call const & call );
 

@@ -1,5 +1,7 @@
 #include "valend/base/Conditions.h"
 
+#include "valend/base/MessageIds.h"
+
 #include <algorithm>
 #include <utility>
 
@@ -23,6 +25,12 @@ bool Conditions::isRaised( std::string const & name ) const {
    return std::any_of( all_.begin(), all_.end(), [ & ]( auto const * condition ) {
       return condition->raised() && condition->name_ == name;
    } );
+}
+
+void Conditions::logCondition( LogLevel level, std::string const & text ) {
+   bool const raised = level == LogLevel::error;
+   log( level, text,
+        { { "MESSAGE_ID", raised ? MessageIds::conditionRaised : MessageIds::conditionCleared } } );
 }
 
 Condition::Condition( Conditions & conditions, std::string name )

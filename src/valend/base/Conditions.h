@@ -27,9 +27,7 @@ class Conditions {
       std::chrono::system_clock::time_point since;
    };
 
-   explicit Conditions( LogLine logLine = []( LogLevel level, std::string const & text ) {
-      log( level, text );
-   } );
+   explicit Conditions( LogLine logLine = logCondition );
    Conditions( Conditions const & ) = delete;
    Conditions & operator=( Conditions const & ) = delete;
 
@@ -40,6 +38,9 @@ class Conditions {
 
  private:
    friend class Condition;
+
+   // With the MESSAGE_ID of a condition that is raised, which is an error, or cleared.
+   static void logCondition( LogLevel level, std::string const & text );
 
    LogLine const logLine_;
    std::vector< Condition const * > all_;

@@ -34,6 +34,23 @@ Refusal messagesAreConfigured( std::string const & agent, std::string const & in
                                         " are not published: they are in the configuration" );
 }
 
+Refusal badSelection() {
+   return Refusal( "BadSelection",
+                   "no interfaces selected: give interfaces, vrf, device or ready; or "
+                   "all, alone, for all interfaces" );
+}
+
+Refusal badReason( std::size_t maxBytes ) {
+   return Refusal( "BadReason", "a reason must have 1 to " + std::to_string( maxBytes ) +
+                                   " bytes, without control characters" );
+}
+
+Refusal delayTooLong( U64 delayMs, U64 maxMs ) {
+   return Refusal( "DelayTooLong", "a delay of " + std::to_string( delayMs ) +
+                                      " ms exceeds the limit of " + std::to_string( maxMs ) +
+                                      " ms (max-shutdown-delay-ms)" );
+}
+
 Refusal badFrame( std::size_t number, std::string const & why ) {
    return Refusal( "BadFrame", "frame " + std::to_string( number ) + ": " + why );
 }

@@ -19,6 +19,9 @@ Refusal noSuchMessages( std::string const & agent, std::string const & interface
 Refusal messagesAreConfigured( std::string const & agent, std::string const & interface );
 
 // A parameter that valend rejects.
+Refusal badSelection();
+Refusal badReason( std::size_t maxBytes );
+Refusal delayTooLong( U64 delayMs, U64 maxMs );
 Refusal badFrame( std::size_t number, std::string const & why );
 Refusal badAgentName( std::size_t maxBytes );
 Refusal badTraceLevels( std::string const & why );

@@ -211,14 +211,8 @@ void Feeder::globalAdd() {
    if ( !config_.shutdownDelayMs ) {
       return;
    }
-   bool const isNew = !store_.configDir->globalConfig();
-   if ( isNew ) {
-      globalConfig_ = Quill::make< Valen::Config::GlobalConfig >();
-   }
-   globalConfig_->shutdownDelayMsIs( *config_.shutdownDelayMs );
-   if ( isNew ) {
-      store_.configDir->globalConfigIs( globalConfig_ );
-   }
+   store_.globalConfig->shutdownDelayMsIs( *config_.shutdownDelayMs );
+   store_.configDir->globalConfigIs( store_.globalConfig );
 }
 
 // The record of the default VRF is created and removed with its interfaces.

@@ -68,7 +68,6 @@ class Feeder {
 
    Store & store_;
    Settings::Config config_;
-   Quill::Ptr< Valen::Config::GlobalConfig > globalConfig_; // the one published last
    VrfEntries vrfs_;
 };
 

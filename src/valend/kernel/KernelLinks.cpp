@@ -91,7 +91,7 @@ std::optional< LinkDevice > KernelLinks::device( LinkPlace const & place ) const
       if ( device->deviceName() == name ) {
          return LinkDevice{ device->ifIndex(), ( device->flags() & IFF_UP ) != 0,
                             ( device->flags() & IFF_RUNNING ) != 0, device->mtu(),
-                            device->linkLayer().stdString() };
+                             device->linkLayer().stdString(), device->carrierUps() };
       }
    }
    return std::nullopt;
@@ -114,10 +114,17 @@ bool KernelLinks::up( LinkPlace const & place ) {
                           Quill::Name( place.device ) ) == Valen::Linux::LinkState::up;
 }
 
-void KernelLinks::upIs( LinkPlace const & place, bool up ) {
-   using Valen::Linux::LinkState;
+void KernelLinks::setUp( LinkPlace const & place ) {
+   stateIs( place, Valen::Linux::LinkState::up );
+}
+
+void KernelLinks::setDown( LinkPlace const & place ) {
+   stateIs( place, Valen::Linux::LinkState::down );
+}
+
+void KernelLinks::stateIs( LinkPlace const & place, Valen::Linux::LinkState state ) {
    control_.stateIs( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
-                     Quill::Name( place.device ), up ? LinkState::up : LinkState::down );
+                     Quill::Name( place.device ), state );
 }
 
 // --- Frames --------------------------------------------------------------------------------------

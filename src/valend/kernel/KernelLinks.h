@@ -31,7 +31,8 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    void refresh( std::string const & netNs );
    std::optional< LinkDevice > device( LinkPlace const & place ) const override;
    bool up( LinkPlace const & place ) override;
-   void upIs( LinkPlace const & place, bool up ) override;
+   void setUp( LinkPlace const & place ) override;
+   void setDown( LinkPlace const & place ) override;
    Counters counters( std::string const & netNs ) const override;
    std::vector< RefusedPacket > refused( LinkPlace const & place ) const override;
    U64 outstandingBytes( std::string const & netNs ) const override;
@@ -47,6 +48,7 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    void unfollow( std::string const & netNs );
    std::string errorOf( std::string const & netNs ) const;
    LinkDevice requireDevice( LinkPlace const & place ) const;
+   void stateIs( LinkPlace const & place, Valen::Linux::LinkState state );
 
    Valen::Linux::NetNsDirectories const netNsDirectories_;
    Valen::Linux::PacketEndpointProvider const & endpoints_;

@@ -23,6 +23,14 @@ struct LinkDevice {
    bool carrier = false;       // operational (IFF_RUNNING)
    U32 mtu = 0;                // bytes after the link-layer header
    std::string linkLayer = {}; // empty: Ethernet; else as ip-link(8) has it after "link/": "none"
+   U32 carrierUps = 0;         // how often its carrier came up since the device was made
+};
+
+// What the kernel reports of a device.
+enum class LinkSeen : U8 {
+   up,   // its link is set up (IFF_UP)
+   down, // its link is set down
+   gone, // it was deleted, renamed or moved to another namespace
 };
 
 // A packet of a burst that the kernel rejected.
@@ -48,8 +56,9 @@ class LinkPort {
    // Whether the link is administratively up; asks the kernel. Throws Quill::ErrnoException: ENODEV when
    // there is no such device, ENOENT when there is no such namespace.
    virtual bool up( LinkPlace const & place ) = 0;
-   // Sets the link up or down; done when it returns. Throws as up() does, and the kernel's error.
-   virtual void upIs( LinkPlace const & place, bool up ) = 0;
+   // Sets the link up, or down; done when it returns. Throws as up() does, and the kernel's error.
+   virtual void setUp( LinkPlace const & place ) = 0;
+   virtual void setDown( LinkPlace const & place ) = 0;
 
    virtual Counters counters( std::string const & netNs ) const = 0;
    // The packets of the last burst to the device that the kernel rejected, in order of sending.

@@ -23,17 +23,17 @@ class LinkWatch::DeviceSm final : public Quill::Reactor {
    KernelNetInfo::Interface const * device() const noexcept { return device_.get(); }
 
    void handleFlags() {
-      bool const up = ( device_.get()->flags() & IFF_UP ) != 0;
-      if ( up_ != up ) {
-         up_ = up;
-         watch_.report( place_, up );
+      auto const seen = device_.get()->flags() & IFF_UP ? LinkSeen::up : LinkSeen::down;
+      if ( last_ != seen ) {
+         last_ = seen;
+         watch_.report( place_, seen );
       }
    }
 
  private:
    LinkWatch & watch_;
    LinkPlace const place_;
-   std::optional< bool > up_;
+   std::optional< LinkSeen > last_;
    Quill::Watch< DeviceSm, KernelNetInfo::Interface const,
                  Quill::On< KernelNetInfo::Interface::flagsAttr, &DeviceSm::handleFlags > >
       device_;
@@ -61,7 +61,7 @@ class LinkWatch::NamespaceSm final : public Quill::Reactor {
          return;
       }
       if ( known ) {
-         watch_.report( known->place(), std::nullopt );
+         watch_.report( known->place(), LinkSeen::gone );
          devices_.retire( ifIndex );
       }
       if ( device ) {
@@ -82,9 +82,9 @@ class LinkWatch::NamespaceSm final : public Quill::Reactor {
 LinkWatch::LinkWatch() = default;
 LinkWatch::~LinkWatch() = default;
 
-void LinkWatch::report( LinkPlace const & place, std::optional< bool > up ) const {
+void LinkWatch::report( LinkPlace const & place, LinkSeen seen ) const {
    if ( seen_ ) {
-      seen_( place, up );
+      seen_( place, seen );
    }
 }
 

@@ -12,9 +12,8 @@ namespace Valend {
 
 class LinkWatch final {
  public:
-   // `up` has no value when the device is gone. Called inside a notification, for every change and once
-   // for a new device: note it and act later.
-   using Seen = std::function< void( LinkPlace const & place, std::optional< bool > up ) >;
+   // Called inside a notification, for every change and once for a new device: note it and act later.
+   using Seen = std::function< void( LinkPlace const & place, LinkSeen seen ) >;
 
    LinkWatch();
    ~LinkWatch();
@@ -29,7 +28,7 @@ class LinkWatch final {
    class NamespaceSm;
    class DeviceSm;
 
-   void report( LinkPlace const & place, std::optional< bool > up ) const;
+   void report( LinkPlace const & place, LinkSeen seen ) const;
 
    Seen seen_;
    std::map< std::string, Quill::Ptr< NamespaceSm > > namespaces_;

@@ -99,6 +99,8 @@ void Metrics::addShutdowns( Families & families ) const {
       record.ending = ending;
       sample( shutdowns, { { "result", record.endingText() } }, count );
    }
+   counter( families, "valen_goodbyes_total", "Goodbyes that left the link up.",
+            statistics.goodbyes() );
    counter( families, "valen_shutdowns_resumed_total",
             "Shutdowns resumed after a restart of valend.", statistics.resumed() );
    counter( families, "valen_shutdowns_unflushed_total",

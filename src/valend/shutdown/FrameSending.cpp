@@ -56,7 +56,7 @@ void sendFrames( InterfaceDelay const & delay, Store const & store, LinkPort con
    auto const agents = agentsInOrder( store, delay.intfId() );
    auto const before = port.counters( place.netNs );
    auto const begin = scheduler.now();
-   delay.raiseFlag();
+   delay.raiseFlag( record.request.delay );
    record.sending =
       std::chrono::duration_cast< std::chrono::microseconds >( scheduler.now() - begin );
    auto const after = port.counters( place.netNs );

@@ -22,10 +22,25 @@ std::string InterfaceDelay::whyNever() const {
    return config->adminShutdownDelaySupported() ? "" : "delay disabled for this interface";
 }
 
-void InterfaceDelay::raiseFlag() const {
-   if ( auto const config = store_.allIntfConfigDir->intfConfig( intfId_ ) ) {
-      config->adminShutdownDelayedIs( true );
+std::string InterfaceDelay::whyNotReady() const {
+   auto const never = whyNever();
+   return never.empty() ? "interface not ready" : never;
+}
+
+// The library reads the delay when the flag is raised, and has one for all interfaces: it is another one
+// during that write alone, which no other interface is part of.
+void InterfaceDelay::raiseFlag( std::optional< std::chrono::milliseconds > delay ) const {
+   auto const config = store_.allIntfConfigDir->intfConfig( intfId_ );
+   if ( !config ) {
+      return;
    }
+   auto & global = *store_.globalConfig;
+   auto const configured = global.shutdownDelayMs();
+   if ( delay ) {
+      global.shutdownDelayMsIs( static_cast< U16 >( delay->count() ) );
+   }
+   config->adminShutdownDelayedIs( true );
+   global.shutdownDelayMsIs( configured );
 }
 
 void InterfaceDelay::lowerFlag() const {

@@ -4,6 +4,8 @@
 
 #include "valend/store/Store.h"
 
+#include <chrono>
+#include <optional>
 #include <string>
 
 namespace Valend {
@@ -23,10 +25,13 @@ class InterfaceDelay {
    // Why the interface cannot become ready without a change of configuration: "delay disabled";
    // empty when it can.
    std::string whyNever() const;
+   // The same, or "interface not ready" when it can.
+   std::string whyNotReady() const;
 
    // The interface's `adminShutdownDelayed`. Raising it makes the library send the frames, inside
-   // the call, and hold `delayed`. No effect on an interface that is not configured.
-   void raiseFlag() const;
+   // the call, and hold `delayed`: for `delay` if given, else for the configured time. No effect on an
+   // interface that is not configured.
+   void raiseFlag( std::optional< std::chrono::milliseconds > delay = std::nullopt ) const;
    void lowerFlag() const;
 
  private:

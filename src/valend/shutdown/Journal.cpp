@@ -113,10 +113,17 @@ Journal::Content Journal::read() {
    Reading reading;
    readFile( path( ".1" ), reading );
    readFile( path(), reading );
+   std::map< std::string, U64 > newest; // by interface
+   for ( auto const & [ id, entry ] : reading.entries ) {
+      if ( entry.record.ending != ShutdownRecord::Ending::goodbye ) { // that changes no link
+         newest[ entry.record.interface ] = id;
+      }
+   }
    for ( auto const & [ id, entry ] : reading.entries ) {
       lastId_ = std::max( lastId_, id );
       if ( entry.phase != Phase::ended ) {
-         content.unfinished.push_back( entry );
+         bool const last = newest[ entry.record.interface ] == id;
+         ( last ? content.unfinished : content.superseded ).push_back( entry );
          running_[ id ] = lineOf( entry ) + '\n';
       }
    }

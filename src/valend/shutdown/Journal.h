@@ -37,6 +37,7 @@ class Journal {
 
    struct Content {
       std::vector< JournalEntry > unfinished; // of any boot, oldest first
+      std::vector< JournalEntry > superseded; // unfinished; the interface has a newer entry
       std::deque< ShutdownRecord > history;   // the newest last
    };
 

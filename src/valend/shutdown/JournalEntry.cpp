@@ -56,12 +56,12 @@ constexpr std::size_t checksumDigits = 8;
 Json JournalEntry::toJson() const {
    return { { "id", id },
             { "phase", textOf( phase ) },
-            { "namespace", place.netNs },
-            { "device", place.device },
             { "boot", bootId },
             { "requestedNs", requestedAt.count() },
             { "heldFromNs", hold ? Json( hold->from.count() ) : Json() },
             { "heldUntilNs", hold ? Json( hold->until.count() ) : Json() },
+            { "ifIndex", mark ? Json( mark->ifIndex ) : Json() },
+            { "carrierUps", mark ? Json( mark->carrierUps ) : Json() },
             { "shutdown", Valend::toJson( record ) } };
 }
 
@@ -69,7 +69,6 @@ JournalEntry JournalEntry::fromJson( Json const & json ) {
    JournalEntry entry;
    entry.id = json.at( "id" );
    entry.phase = phaseFrom( json.at( "phase" ) );
-   entry.place = { json.at( "namespace" ), json.at( "device" ) };
    entry.bootId = json.at( "boot" );
    entry.requestedAt = nanosecondsFrom( json.at( "requestedNs" ) );
    if ( !json.at( "heldFromNs" ).is_null() ) {
@@ -78,6 +77,9 @@ JournalEntry JournalEntry::fromJson( Json const & json ) {
    }
    if ( isHeld( entry.phase ) && !entry.hold ) {
       throw std::out_of_range( "held without a deadline" );
+   }
+   if ( !json.at( "ifIndex" ).is_null() ) {
+      entry.mark = LinkMark{ json.at( "ifIndex" ), json.at( "carrierUps" ) };
    }
    entry.record = recordFromJson( json.at( "shutdown" ) );
    return entry;

@@ -20,15 +20,24 @@ struct Hold {
    bool operator==( Hold const & ) const = default;
 };
 
+// By what a link is recognized after a restart of valend. The kernel does not report whether a link was set
+// down and up again; what it counts is how often the carrier came up, which is part of that on
+// every device that has one. A device that was recreated has another index.
+struct LinkMark {
+   U32 ifIndex = 0;
+   U32 carrierUps = 0;
+   bool operator==( LinkMark const & ) const = default;
+};
+
 // Everything that is needed to finish the shutdown after a restart. Times are the machine's, since
 // its boot (CLOCK_BOOTTIME); they mean nothing after another boot.
 struct JournalEntry {
    U64 id = 0; // unique; 0 until it is written
    Phase phase = Phase::requested;
-   LinkPlace place; // of the interface, by the configuration that had it last
    std::string bootId;
    std::chrono::nanoseconds requestedAt{ 0 };
-   std::optional< Hold > hold; // set when the sending begins
+   std::optional< Hold > hold;     // set when the sending begins
+   std::optional< LinkMark > mark; // of the link that is to go down; nothing when it was not known
    ShutdownRecord record;
 
    bool operator==( JournalEntry const & ) const = default;

@@ -1,7 +1,9 @@
 #include "valend/shutdown/LinkController.h"
 
 #include "valend/base/Errors.h"
+#include "valend/shutdown/Places.h"
 
+#include <algorithm>
 #include <cerrno>
 
 namespace Valend {
@@ -20,7 +22,9 @@ LinkController::LinkController( Store & store, Settings::Config const & config, 
          Quill::make< DelayWatch >( store.statusDir,
                                     [ this ]( auto const & name ) { libraryChanged( name ); } ),
          [ this ]( auto const & place ) { links_.setDown( place ); },
-         [ this ]( auto & shutdown ) { ended( shutdown ); } } {}
+         [ this ]( auto & shutdown ) { ended( shutdown ); } },
+      goodbyeSurroundings_{ store, port, surroundings_.scheduler,
+                            [ this ]( auto & goodbye ) { ended( goodbye ); } } {}
 
 LinkController::~LinkController() = default;
 
@@ -34,52 +38,83 @@ Settings::InterfaceConfig const & LinkController::interface( std::string const &
    return found->second;
 }
 
-LinkPlace LinkController::placeOf( Settings::InterfaceConfig const & interface ) const {
-   return { config_.netNsOf( interface.vrf ), interface.device };
-}
-
 Shutdown * LinkController::find( std::string const & interface ) const {
    auto const found = shutdowns_.find( interface );
    return found == shutdowns_.end() ? nullptr : found->second.get();
 }
 
-void LinkController::shutdown( std::string const & name, std::string by,
+void LinkController::shutdown( std::string const & name, Request request,
                                ShutdownObserver observer ) {
    auto * shutdown = find( name );
    if ( !shutdown ) {
       auto & place = shutdowns_[ interface( name ).name ];
-      place = std::make_unique< Shutdown >( surroundings_, interface( name ), std::move( by ) );
+      place =
+         std::make_unique< Shutdown >( surroundings_, interface( name ), std::move( request ) );
       shutdown = place.get();
-      enqueue( name );
+      enqueueShutdown( name );
    }
    if ( observer ) {
       shutdown->join( std::move( observer ) );
    }
 }
 
+std::string LinkController::goodbye( std::string const & name, Request request,
+                                     ShutdownObserver observer ) {
+   InterfaceDelay const delay( surroundings_.store, interface( name ).name );
+   if ( find( name ) ) {
+      return "shutdown in progress";
+   }
+   if ( !delay.isReady() ) {
+      return delay.whyNotReady();
+   }
+   auto & place = goodbyes_[ name ];
+   if ( !place ) {
+      ShutdownRecord record;
+      record.interface = name;
+      record.place = placeOf( config_, interface( name ) );
+      record.request = std::move( request );
+      place = std::make_unique< Goodbye >( goodbyeSurroundings_, std::move( record ) );
+      enqueue( [ this, name ] {
+         auto const found = goodbyes_.find( name );
+         if ( found == goodbyes_.end() ) {
+            return false;
+         }
+         found->second->begin();
+         return true;
+      } );
+   }
+   place->join( std::move( observer ) );
+   return "";
+}
+
 void LinkController::resume( Recovered recovered ) {
    history_ = std::move( recovered.history );
+   for ( auto const & record : recovered.ended ) {
+      remember( record );
+   }
    for ( auto & entry : recovered.unfinished ) {
       auto const name = entry.record.interface;
       if ( !find( name ) ) {
          shutdowns_[ name ] = std::make_unique< Shutdown >( surroundings_, std::move( entry ) );
-         enqueue( name );
+         unseen_.insert( name );
+         enqueueShutdown( name );
       }
    }
 }
 
-LinkController::Enabled LinkController::enable( std::string const & name, std::string const & by ) {
+LinkController::Enabled LinkController::enable( std::string const & name,
+                                                std::string const & requester ) {
    if ( auto * const shutdown = find( name ) ) {
-      shutdown->enabled( by );
+      shutdown->enabled( requester );
       return Enabled::aborted;
    }
-   auto const place = placeOf( interface( name ) );
+   auto const place = placeOf( config_, interface( name ) );
    InterfaceDelay( surroundings_.store, name ).lowerFlag();
    try {
       if ( port_.up( place ) ) {
          return Enabled::alreadyUp;
       }
-      port_.upIs( place, true );
+      port_.setUp( place );
    } catch ( Quill::ErrnoException const & e ) {
       bool const missing = e.number() == ENODEV || e.number() == ENOENT;
       throw missing ? Errors::noDevice( e.what() ) : Errors::linkFailed( e.what() );
@@ -94,23 +129,46 @@ LinkController::remaining( std::string const & name ) const {
    return shutdown ? shutdown->remaining() : std::nullopt;
 }
 
+std::vector< std::string > LinkController::pending() const {
+   std::vector< std::string > lines;
+   auto const lost = journal_.conditionText();
+   for ( auto const & [ name, shutdown ] : shutdowns_ ) {
+      auto const held = shutdown->remaining();
+      lines.push_back(
+         name + ": shutdown by " + shutdown->record().request.requester() + " in progress" +
+         ( held ? ", link held for another " + std::to_string( held->count() ) + " ms" : "" ) +
+         ( lost.empty() ? "; resumed when valend starts, unless that is more than " +
+                             std::to_string( expiry.count() ) + " s after its delay"
+                        : "; lost, link stays up: " + lost ) );
+   }
+   return lines;
+}
+
 // --- Shutdowns -----------------------------------------------------------------------------------
 
-void LinkController::enqueue( std::string const & name ) {
-   queue_.push_back( name );
+void LinkController::enqueue( std::function< bool() > begin ) {
+   queue_.push_back( std::move( begin ) );
    if ( queue_.size() == 1 ) {
       posted_.post( [ this ] { beginNext(); } );
    }
 }
 
-void LinkController::beginNext() {
-   while ( !queue_.empty() ) {
-      auto const name = queue_.front();
-      queue_.pop_front();
-      if ( auto * const shutdown = find( name ) ) { // else it was aborted
+void LinkController::enqueueShutdown( std::string const & name ) {
+   enqueue( [ this, name ] {
+      auto * const shutdown = find( name );
+      if ( shutdown ) { // else it was aborted
          shutdown->begin();
-         break;
       }
+      return shutdown != nullptr;
+   } );
+}
+
+void LinkController::beginNext() {
+   bool begun = false;
+   while ( !begun && !queue_.empty() ) {
+      auto const begin = std::move( queue_.front() );
+      queue_.pop_front();
+      begun = begin();
    }
    if ( !queue_.empty() ) {
       posted_.post( [ this ] { beginNext(); } );
@@ -130,7 +188,25 @@ void LinkController::ended( Shutdown & shutdown ) {
    auto node = shutdowns_.extract( shutdown.record().interface );
    done_.push_back( std::move( node.mapped() ) );
    posted_.post( [ this ] { done_.clear(); } );
+   unseen_.erase( shutdown.record().interface );
    remember( shutdown.record() );
+}
+
+void LinkController::ended( Goodbye & goodbye ) {
+   auto node = goodbyes_.extract( goodbye.record().interface );
+   done_.push_back( std::move( node.mapped() ) );
+   posted_.post( [ this ] { done_.clear(); } );
+   recordEnded( goodbye.record() );
+}
+
+// In the journal as well, for what was not written there while it was in progress.
+void LinkController::recordEnded( ShutdownRecord const & record ) {
+   JournalEntry entry;
+   entry.phase = Phase::ended;
+   entry.requestedAt = journal_.uptime();
+   entry.record = record;
+   journal_.write( entry );
+   remember( record );
 }
 
 void LinkController::remember( ShutdownRecord const & record ) {
@@ -146,13 +222,25 @@ void LinkController::remember( ShutdownRecord const & record ) {
 
 // --- Links ---------------------------------------------------------------------------------------
 
-void LinkController::linkSeen( LinkPlace const & place, std::optional< bool > up ) {
-   posted_.post( [ this, place, up ] { links_.reported( place, up ); } );
+void LinkController::linkSeen( LinkPlace const & place, LinkSeen seen ) {
+   posted_.post( [ this, place, seen ] { linkReported( place, seen ); } );
+}
+
+void LinkController::linkReported( LinkPlace const & place, LinkSeen seen ) {
+   links_.reported( place, seen );
+   auto const resumed = std::find_if( unseen_.begin(), unseen_.end(), [ & ]( auto const & name ) {
+      return find( name )->place() == place;
+   } );
+   if ( resumed != unseen_.end() ) {
+      auto * const shutdown = find( *resumed );
+      unseen_.erase( resumed );
+      shutdown->deviceSeen();
+   }
 }
 
 void LinkController::setDownOutside( LinkPlace const & place ) {
    for ( auto const & [ name, interface ] : config_.interfaces ) {
-      if ( placeOf( interface ) != place ) {
+      if ( placeOf( config_, interface ) != place ) {
          continue;
       }
       if ( auto * const shutdown = find( name ) ) {
@@ -167,17 +255,14 @@ void LinkController::setDownOutside( LinkPlace const & place ) {
 void LinkController::recordSetDownOutside( std::string const & interface,
                                            LinkPlace const & place ) {
    links_.markWithoutGoodbye( place );
-   JournalEntry entry;
-   entry.phase = Phase::ended;
-   entry.place = place;
-   entry.requestedAt = journal_.uptime();
-   entry.record.interface = interface;
-   entry.record.by = ShutdownRecord::outside;
-   entry.record.when = std::chrono::system_clock::now();
-   entry.record.ending = ShutdownRecord::Ending::wentDown;
-   entry.record.why = ShutdownRecord::setDownOutside;
-   journal_.write( entry );
-   remember( entry.record );
+   ShutdownRecord record;
+   record.interface = interface;
+   record.place = place;
+   record.request.by = ShutdownRecord::outside;
+   record.when = std::chrono::system_clock::now();
+   record.ending = ShutdownRecord::Ending::wentDown;
+   record.why = ShutdownRecord::setDownOutside;
+   recordEnded( record );
 }
 
 } // namespace Valend

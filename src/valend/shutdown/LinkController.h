@@ -1,4 +1,4 @@
-// Shuts links down, one Shutdown each, and sets them up, as clients request.
+// Shuts links down, one Shutdown each, sets them up, and says goodbye on them, as clients request.
 // Continues the shutdowns of the previous run, and records links that are set down outside valend.
 //
 // Acts from the loop only: it posts what it is notified of, and handles it later. Shutdowns begin one
@@ -7,6 +7,7 @@
 
 #include "platform/gantry/WorkQueue.h"
 #include "valend/base/Refusal.h"
+#include "valend/shutdown/Goodbye.h"
 #include "valend/shutdown/LinkTracker.h"
 #include "valend/shutdown/Recovery.h"
 #include "valend/shutdown/Shutdown.h"
@@ -15,6 +16,7 @@
 #include <deque>
 #include <map>
 #include <memory>
+#include <set>
 #include <vector>
 
 namespace Valend {
@@ -37,7 +39,12 @@ class LinkController final {
    // Shuts the interface down. `observer` (may be empty) is called at each step, from the loop. While
    // a shutdown is running, this joins it: the observer is called with the last step first. Throws
    // Refusal.
-   void shutdown( std::string const & interface, std::string by, ShutdownObserver observer );
+   void shutdown( std::string const & interface, Request request, ShutdownObserver observer );
+
+   // Sends the interface's frames; the link is not changed. `observer` is called at the end, from the
+   // loop. While a goodbye is running, this joins it. Returns why no frames can be sent now, and the
+   // observer will not be called; else an empty text. Throws Refusal.
+   std::string goodbye( std::string const & interface, Request request, ShutdownObserver observer );
 
    enum class Enabled : U8 {
       up,        // the link was down and is up
@@ -45,14 +52,13 @@ class LinkController final {
       aborted,   // a shutdown was running and is aborted; the link stays up
    };
    // Throws Refusal.
-   Enabled enable( std::string const & interface, std::string const & by );
+   Enabled enable( std::string const & interface, std::string const & requester );
 
-   // A device was reported: whether its link is up, or nothing when it is gone. May be called inside
-   // a notification.
-   void linkSeen( LinkPlace const & place, std::optional< bool > up );
+   // The kernel reported a device. May be called inside a notification.
+   void linkSeen( LinkPlace const & place, LinkSeen seen );
 
-   // `ended` is called with every shutdown that ends, before its observers, and with every link that
-   // was set down outside valend.
+   // `ended` is called with every shutdown and goodbye that ends, before its observers, and with every
+   // link that was set down outside valend.
    void endedIs( std::function< void( ShutdownRecord const & ) > ended ) {
       ended_ = std::move( ended );
    }
@@ -61,11 +67,13 @@ class LinkController final {
    std::optional< std::chrono::milliseconds > remaining( std::string const & interface ) const;
    bool running( std::string const & interface ) const { return find( interface ) != nullptr; }
    std::size_t running() const noexcept { return shutdowns_.size(); }
+   // What becomes of each shutdown in progress when valend stops now, a line each.
+   std::vector< std::string > pending() const;
    // Whether the link was set down outside valend, and is down since.
    bool downWithoutGoodbye( LinkPlace const & place ) const {
       return links_.downWithoutGoodbye( place );
    }
-   // The newest last.
+   // In the order of their ends, the newest last.
    std::deque< ShutdownRecord > const & history() const noexcept { return history_; }
    ShutdownTotals totals( std::string const & interface ) const {
       return statistics_.totals( interface );
@@ -74,13 +82,16 @@ class LinkController final {
 
  private:
    Settings::InterfaceConfig const & interface( std::string const & name ) const;
-   LinkPlace placeOf( Settings::InterfaceConfig const & interface ) const;
-   void enqueue( std::string const & name );
+   void enqueue( std::function< bool() > begin );
+   void enqueueShutdown( std::string const & name );
    void beginNext();
    void libraryChanged( std::string const & interface );
    void setDownOutside( LinkPlace const & place );
    void recordSetDownOutside( std::string const & interface, LinkPlace const & place );
+   void linkReported( LinkPlace const & place, LinkSeen seen );
    void ended( Shutdown & shutdown );
+   void ended( Goodbye & goodbye );
+   void recordEnded( ShutdownRecord const & record );
    void remember( ShutdownRecord const & record );
    Shutdown * find( std::string const & interface ) const;
 
@@ -90,9 +101,13 @@ class LinkController final {
    Gantry::PostedWork posted_;
    LinkTracker links_;
    Shutdown::Surroundings const surroundings_;
+   Goodbye::Surroundings const goodbyeSurroundings_;
    std::map< std::string, std::unique_ptr< Shutdown > > shutdowns_; // by interface
-   std::vector< std::unique_ptr< Shutdown > > done_;                // destroyed from the loop
-   std::deque< std::string > queue_;                                // to begin, oldest first
+   std::map< std::string, std::unique_ptr< Goodbye > > goodbyes_;   // by interface
+   std::vector< std::shared_ptr< void > > done_;                    // destroyed from the loop
+   std::set< std::string > unseen_; // resumed shutdowns whose device was not seen yet
+   std::deque< std::function< bool() > >
+      queue_; // to begin, oldest first; false if there is nothing
    std::deque< ShutdownRecord > history_;
    ShutdownStatistics statistics_;
    std::function< void( ShutdownRecord const & ) > ended_;

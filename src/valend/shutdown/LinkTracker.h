@@ -27,8 +27,8 @@ class LinkTracker {
        : port_( port ), scheduler_( std::move( scheduler ) ),
          setDownOutside_( std::move( setDownOutside ) ) {}
 
-   // The kernel reports a device: whether its link is up, or nothing when it is gone.
-   void reported( LinkPlace const & place, std::optional< bool > up );
+   // The kernel reports a device.
+   void reported( LinkPlace const & place, LinkSeen seen );
    // valend set the link up or down.
    void setUp( LinkPlace const & place );
    void setDown( LinkPlace const & place );
@@ -39,12 +39,12 @@ class LinkTracker {
 
  private:
    struct Link {
-      bool up = false;
+      LinkSeen last = LinkSeen::down; // never gone
       bool withoutGoodbye = false;
       std::optional< Gantry::Time > changedAt; // by valend
    };
 
-   bool outdated( LinkPlace const & place, Link const & link, bool up ) const;
+   bool outdated( LinkPlace const & place, Link const & link, LinkSeen seen ) const;
 
    LinkPort & port_;
    Quill::Ptr< Gantry::TaskScheduler > const scheduler_;

@@ -9,6 +9,10 @@
 //   flushing, setting-down    setting the link down
 //   ended                     not at all: it is history
 //   any, of another boot      not at all: it ends as rebooted, as the links were reset
+//   any, long ago             not at all: it ends as expired, as the link may be used again
+//
+//   any, and the interface    not at all: it ends as expired, as its end could not be recorded
+//   has a newer entry
 //
 // One that waits and was recorded as sending once keeps that in its `hold`.
 #pragma once
@@ -26,11 +30,17 @@ namespace Valend {
 
 // What the previous run left.
 struct Recovered {
-   std::vector< JournalEntry > unfinished; // of this boot, oldest first
-   std::deque< ShutdownRecord > history;   // the newest last
+   std::vector< JournalEntry > unfinished; // to be finished, oldest first
+   std::vector< ShutdownRecord > ended;    // ended by this start without touching the link
+   std::deque< ShutdownRecord > history;   // of the previous run, the newest last
 };
 
-// Reads the journal, and ends in it what another boot left unfinished.
+// How long after its delay's end (or its request, if the delay had not begun) a shutdown is still
+// finished. Its link stayed up although valend did not hold it, and by now it may be used again.
+// The service manager restarts valend in 0.2 s; the bound covers a slow start, or several crashes.
+constexpr std::chrono::seconds expiry{ 10 };
+
+// Reads the journal, and ends in it what another boot left unfinished, or what is expired.
 Recovered recover( Journal & journal );
 
 // The phase in which a shutdown continues that was recorded in `recorded`.
@@ -39,6 +49,10 @@ Phase phaseAfterRestart( Phase recorded ) noexcept;
 // A recorded hold on a clock that shows `now` when the machine's shows `uptime`. Its deadline is no
 // later than the longest delay from now, whatever was recorded.
 Hold holdAfterRestart( Hold const & recorded, std::chrono::nanoseconds uptime, Gantry::Time now );
+
+// What happened to a link since it was marked: "link set up since valend stopped"; empty when nothing
+// did that the kernel tells.
+std::string changeSince( LinkMark const & mark, LinkDevice const & device );
 
 // What a shutdown that waits for its interface finds.
 struct InterfaceCheck {

@@ -2,6 +2,7 @@
 
 #include "platform/quill/Fault.h"
 #include "valend/shutdown/FrameSending.h"
+#include "valend/shutdown/Places.h"
 #include "valend/shutdown/Recovery.h"
 
 #include <algorithm>
@@ -27,23 +28,8 @@ milliseconds inMs( Gantry::Time time ) {
    return std::chrono::duration_cast< milliseconds >( time );
 }
 
-LinkPlace placeOf( Settings::Config const & config, Settings::InterfaceConfig const & interface ) {
-   return { config.netNsOf( interface.vrf ), interface.device };
-}
-
 bool isMissing( Quill::ErrnoException const & e ) {
    return e.number() == ENODEV || e.number() == ENOENT;
-}
-
-// Of the exception being handled.
-std::string exceptionText() {
-   try {
-      throw;
-   } catch ( std::exception const & e ) {
-      return e.what();
-   } catch ( ... ) {
-      return "exception of an unknown type";
-   }
 }
 
 Quill::FaultSource faultSource( char const * event ) {
@@ -53,13 +39,13 @@ Quill::FaultSource faultSource( char const * event ) {
 } // namespace
 
 Shutdown::Shutdown( Surroundings const & surroundings, Settings::InterfaceConfig const & interface,
-                    std::string by )
+                    Request request )
     : surroundings_( surroundings ), delay_( surroundings.store, interface.name ),
       timer_( surroundings.scheduler, "shutdown::" + interface.name, [ this ] { timedOut(); } ) {
-   entry_.place = placeOf( surroundings.config, interface );
+   placeIs( placeOf( surroundings.config, interface ) );
    entry_.requestedAt = surroundings.journal.uptime();
    entry_.record.interface = interface.name;
-   entry_.record.by = std::move( by );
+   entry_.record.request = std::move( request );
    entry_.record.when = std::chrono::system_clock::now();
    enter( Phase::requested, noDeadline );
 }
@@ -73,9 +59,10 @@ Shutdown::Shutdown( Surroundings const & surroundings, JournalEntry entry )
       hold_ = holdAfterRestart( *entry_.hold, surroundings.journal.uptime(), now() );
    }
    entry_.record.resumed = true;
+   markToCheck_ = entry_.mark.has_value();
    auto const phase = phaseAfterRestart( entry_.phase );
    if ( phase == Phase::heldToDeadline ) {
-      lastStep_ = ShutdownStep::delayed;
+      observers_.lastStepIs( ShutdownStep::delayed );
       note( "valend restarted " + intoDelay() );
       enter( phase, hold_->until );
    } else {
@@ -90,7 +77,7 @@ template < class Work > void Shutdown::guard( char const * event, Work const & w
    try {
       work();
    } catch ( ... ) {
-      auto const why = exceptionText();
+      auto const why = Quill::exceptionText();
       Quill::reportFault( faultSource( event ), record().interface );
       failOpen( why );
    }
@@ -119,14 +106,19 @@ void Shutdown::begin() {
          return waitForInterface();
       case Phase::settingDown:
          return setLinkDown();
+      case Phase::heldToDeadline:
+         return deviceSeen();
       case Phase::sending:
       case Phase::held:
-      case Phase::heldToDeadline:
       case Phase::flushing:
       case Phase::ended:
          return;
       }
    } );
+}
+
+void Shutdown::deviceSeen() {
+   guard( "device", [ this ] { endedAsExpired(); } );
 }
 
 void Shutdown::libraryChanged() {
@@ -171,19 +163,13 @@ void Shutdown::timedOut() {
    } );
 }
 
-void Shutdown::enabled( std::string const & by ) {
-   auto const who = by == record().by ? std::string( "enabled " ) : "enabled by " + by + " ";
+void Shutdown::enabled( std::string const & requester ) {
+   bool const same = requester == record().request.requester();
+   auto const who = same ? std::string( "enabled " ) : "enabled by " + requester + " ";
    auto const when = hold_
                         ? "after " + std::to_string( inMs( now() - hold_->from ).count() ) + " ms"
                         : std::string( "before the delay began" );
    end( Ending::aborted, who + when );
-}
-
-void Shutdown::join( ShutdownObserver observer ) {
-   if ( lastStep_ ) {
-      tellObserver( observer );
-   }
-   observers_.push_back( std::move( observer ) );
 }
 
 std::optional< milliseconds > Shutdown::remaining() const {
@@ -213,6 +199,9 @@ void Shutdown::enter( Phase phase, Gantry::Time deadline ) {
 
 void Shutdown::waitForInterface() {
    updatePlace(); // checkLink() looks at what it returns
+   if ( endedAsExpired() ) {
+      return;
+   }
    auto const check = checkInterface( delay_, surroundings_.port, place() );
    if ( !check.settled && now() < deadline_ ) {
       return timer_.start( readyInterval );
@@ -250,8 +239,8 @@ void Shutdown::sendAndHold() {
    if ( again ) {
       note( "frames sent again: valend restarted while sending" );
    } else {
-      milliseconds const delay( surroundings_.config.shutdownDelayMs.value_or( 0 ) );
-      hold_ = Hold{ now(), now() + delay };
+      milliseconds const configured( surroundings_.config.shutdownDelayMs.value_or( 0 ) );
+      hold_ = Hold{ now(), now() + record().request.delay.value_or( configured ) };
    }
    status_ = delay_.status();
    entry_.record.withDelay = true;
@@ -267,7 +256,7 @@ void Shutdown::sendAndHold() {
    } else {
       enter( Phase::held, hold_->until + margin );
    }
-   tellObservers( ShutdownStep::sent );
+   observers_.tell( ShutdownStep::sent, entry_.record );
    if ( isHeld( phase() ) ) { // else an observer ended it
       holdLink();
    }
@@ -279,7 +268,7 @@ void Shutdown::holdLink() {
       return flushSocket();
    }
    surroundings_.delayWatch->follow( delay_.intfId(), status_ );
-   tellObservers( ShutdownStep::delayed );
+   observers_.tell( ShutdownStep::delayed, entry_.record );
 }
 
 void Shutdown::followLibrary() {
@@ -321,11 +310,14 @@ void Shutdown::setLinkDown() {
    if ( !updatePlace() ) {
       return end( Ending::noDevice, otherOwner );
    }
+   if ( endedAsExpired() ) {
+      return;
+   }
    if ( phase() != Phase::settingDown ) {
       enter( Phase::settingDown, now() + ( record().resumed ? readyTimeout : downTimeout ) );
    }
    try {
-      surroundings_.port.upIs( place(), false );
+      surroundings_.port.setDown( place() );
    } catch ( Quill::ErrnoException const & e ) {
       auto const ending = isMissing( e ) ? Ending::noDevice : Ending::failed;
       return e.number() == EPERM ? end( ending, e.what() ) : retrySetLinkDown( ending, e.what() );
@@ -353,44 +345,49 @@ void Shutdown::end( Ending ending, std::string const & why ) {
    note( why );
    enter( Phase::ended, noDeadline );
    surroundings_.delayWatch->unfollow( delay_.intfId() );
-   if ( ending == Ending::aborted ) {
+   if ( ending == Ending::aborted || ending == Ending::expired ) {
       delay_.lowerFlag();
    }
    auto const name = [ & ] { return record.interface; };
-   Quill::underFaultBoundary( faultSource( "ended" ), name, [ & ] { surroundings_.ended( *this ); } );
-   tellObservers( ShutdownStep::ended );
+   Quill::underFaultBoundary( faultSource( "ended" ), name,
+                              [ & ] { surroundings_.ended( *this ); } );
+   observers_.tell( ShutdownStep::ended, entry_.record );
+}
+
+// After a restart: whether the link was set up while valend was not running. Then it is not what was
+// to go down any more.
+bool Shutdown::endedAsExpired() {
+   auto const device = markToCheck_ ? surroundings_.port.device( place() ) : std::nullopt;
+   if ( !device || phase() == Phase::ended ) {
+      return false;
+   }
+   markToCheck_ = false;
+   auto const change = changeSince( *entry_.mark, *device );
+   if ( !change.empty() ) {
+      end( Ending::expired, change );
+   }
+   return !change.empty();
+}
+
+void Shutdown::placeIs( LinkPlace const & place ) {
+   if ( place == this->place() ) {
+      return;
+   }
+   entry_.record.place = place;
+   auto const device = surroundings_.port.device( place );
+   entry_.mark =
+      device ? std::optional( LinkMark{ device->ifIndex, device->carrierUps } ) : std::nullopt;
+   markToCheck_ = false;
 }
 
 // The configuration may have given the interface another device or VRF since the request. False when
 // the interface is gone, and its device belongs to another one now.
 bool Shutdown::updatePlace() {
-   auto const & config = surroundings_.config;
-   auto const own = config.interfaces.find( record().interface );
-   if ( own != config.interfaces.end() ) {
-      entry_.place = placeOf( config, own->second );
-      return true;
+   auto const now = placeNow( surroundings_.config, record().interface, place() );
+   if ( now ) {
+      placeIs( *now );
    }
-   return std::none_of( config.interfaces.begin(), config.interfaces.end(), [ & ]( auto & other ) {
-      return placeOf( config, other.second ) == place();
-   } );
-}
-
-void Shutdown::tellObservers( ShutdownStep step ) {
-   lastStep_ = step;
-   for ( auto const & observer : std::vector( observers_ ) ) { // one may bring another
-      tellObserver( observer );
-   }
-}
-
-void Shutdown::tellObserver( ShutdownObserver const & observer ) {
-   try {
-      observer( *lastStep_, record() );
-   } catch ( ... ) {
-      if ( phase() != Phase::ended ) { // then the record is complete
-         note( "an observer failed: " + exceptionText() );
-      }
-      Quill::reportFault( faultSource( "observer" ), record().interface );
-   }
+   return now.has_value();
 }
 
 // "120 ms into the delay"

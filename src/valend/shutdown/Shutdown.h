@@ -11,7 +11,7 @@
 //                                                                        link down
 //   held            hold's end + margin  -              (1)              "the delay did not end in
 //                                                                        time": flush
-//   heldToDeadline  hold's end           -              (1)              flush
+//   heldToDeadline  hold's end           (2)            (1)              flush
 //   flushing        now + flushTimeout   -              -                look again; at the deadline
 //                                                                        set the link down
 //   settingDown     now + downTimeout    set the link   -                try again; at the deadline
@@ -22,6 +22,8 @@
 //                    send the frames, then hold the link
 //   (1)              `delayed` cleared: flush; status entry gone or replaced: flush if the interface
 //                    cannot become ready again, else hold to the deadline
+//   (2)              after a restart of valend, here and in waiting and settingDown, when the device is
+//                    first seen: end as expired if its link was set up since; the link stays up
 //   enabled          in each phase but the last: end as aborted; the link stays up
 //   set down outside valend
 //                    held: end as down; flushing: noted; else no effect
@@ -43,9 +45,8 @@
 #include "valend/shutdown/DelayWatch.h"
 #include "valend/shutdown/InterfaceDelay.h"
 #include "valend/shutdown/Journal.h"
+#include "valend/shutdown/ObserverList.h"
 #include "valend/store/Store.h"
-
-#include <vector>
 
 namespace Valend {
 
@@ -73,28 +74,31 @@ class Shutdown final {
       std::function< void( Shutdown & ) > ended;                    // called before the observers
    };
 
-   // One that is requested now, by `by`.
+   // One that is requested now.
    Shutdown( Surroundings const & surroundings, Settings::InterfaceConfig const & interface,
-             std::string by );
+             Request request );
    // One of the previous run that was not finished.
    Shutdown( Surroundings const & surroundings, JournalEntry entry );
    Shutdown( Shutdown const & ) = delete;
    Shutdown & operator=( Shutdown const & ) = delete;
 
-   // The events of the table. Nothing is thrown by the first three.
+   // The events of the table. Nothing is thrown by the first four.
    void begin(); // harmless when repeated
+   void deviceSeen();
    void libraryChanged();
    void setDownOutside();
-   void enabled( std::string const & by );
+   void enabled( std::string const & requester );
 
    // Calls the observer with the last step, and with the further ones as they come. One that throws
    // is reported as a fault and noted in the record, and does not end the shutdown.
-   void join( ShutdownObserver observer );
+   void join( ShutdownObserver observer ) {
+      observers_.join( std::move( observer ), entry_.record );
+   }
 
    // How long the link is still held; nothing when it is not.
    std::optional< std::chrono::milliseconds > remaining() const;
    Phase phase() const noexcept { return entry_.phase; }
-   LinkPlace const & place() const noexcept { return entry_.place; }
+   LinkPlace const & place() const noexcept { return entry_.record.place; }
    ShutdownRecord const & record() const noexcept { return entry_.record; }
 
  private:
@@ -113,9 +117,9 @@ class Shutdown final {
    void setLinkDown();
    void retrySetLinkDown( Ending ending, std::string const & why );
    void end( Ending ending, std::string const & why );
+   bool endedAsExpired();
+   void placeIs( LinkPlace const & place );
    bool updatePlace();
-   void tellObservers( ShutdownStep step );
-   void tellObserver( ShutdownObserver const & observer );
    void note( std::string const & why ) { entry_.record.note( why ); }
    std::string intoDelay() const;
    Gantry::Time now() const noexcept { return surroundings_.scheduler->now(); }
@@ -125,8 +129,8 @@ class Shutdown final {
    JournalEntry entry_;         // its hold is on the machine's clock
    std::optional< Hold > hold_; // the same on the scheduler's
    Gantry::Time deadline_{};    // of the phase; meaningless in those that have none
-   std::vector< ShutdownObserver > observers_;
-   std::optional< ShutdownStep > lastStep_;
+   bool markToCheck_ = false;   // the device was not seen since the restart
+   ObserverList observers_;
    Quill::Ptr< Valen::Status::IntfStatus const > status_; // the entry by which the library holds it
    Gantry::Timer timer_;
 };

@@ -48,7 +48,12 @@ Json toJson( ShutdownRecord const & record ) {
       std::chrono::duration_cast< std::chrono::milliseconds >( record.when.time_since_epoch() );
    return {
       { "interface", record.interface },
-      { "by", record.by },
+      { "device", record.place.device },
+      { "namespace", record.place.netNs },
+      { "by", record.request.by },
+      { "login", orNull( record.request.login ) },
+      { "reason", orNull( record.request.reason ) },
+      { "requestedDelayMs", record.request.delay ? Json( record.request.delay->count() ) : Json() },
       { "whenMs", when.count() },
       { "withDelay", record.withDelay },
       { "resumed", record.resumed },
@@ -68,7 +73,13 @@ Json toJson( ShutdownRecord const & record ) {
 ShutdownRecord recordFromJson( Json const & json ) {
    ShutdownRecord record;
    record.interface = json.at( "interface" );
-   record.by = json.at( "by" );
+   record.place = { json.at( "namespace" ), json.at( "device" ) };
+   record.request.by = json.at( "by" );
+   record.request.login = textOrNull( json.at( "login" ) );
+   record.request.reason = textOrNull( json.at( "reason" ) );
+   if ( auto const & delay = json.at( "requestedDelayMs" ); !delay.is_null() ) {
+      record.request.delay = std::chrono::milliseconds( delay.get< S64 >() );
+   }
    record.when = std::chrono::system_clock::time_point(
       std::chrono::milliseconds( json.at( "whenMs" ).get< S64 >() ) );
    record.withDelay = json.at( "withDelay" );

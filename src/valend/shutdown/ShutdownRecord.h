@@ -1,9 +1,9 @@
-// What valend records of one shutdown.
+// What valend records of one shutdown, of one goodbye, and of a link that was set down outside.
 #pragma once
 
 #include "valend/base/EnumTexts.h"
-
-#include "platform/quill/Int.h"
+#include "valend/kernel/LinkPort.h"
+#include "valend/shutdown/Request.h"
 
 #include <chrono>
 #include <functional>
@@ -31,6 +31,8 @@ struct ShutdownRecord {
       failed,      // the kernel did not set the link down
       wentDown,    // not a shutdown: the link was set down outside valend, without goodbye frames
       rebooted,    // the machine rebooted meanwhile, which reset its links
+      expired,     // valend came back too late to finish it; the link was left unchanged
+      goodbye,     // not a shutdown: the frames were sent, and the link stays up
    };
 
    friend constexpr auto enumTexts( Ending ) {
@@ -43,31 +45,38 @@ struct ShutdownRecord {
          { Ending::failed, "failed" },
          { Ending::wentDown, "went-down" },
          { Ending::rebooted, "rebooted" },
+         { Ending::expired, "expired" },
+         { Ending::goodbye, "goodbye" },
       } );
    }
 
-   // `by` and `why` of a link that was set down outside valend.
+   // Request::by and `why` of a link that was set down outside valend.
    static constexpr char const * outside = "outside valend";
    static constexpr char const * setDownOutside = "link set down outside valend";
 
    std::string interface;
-   std::string by; // who requested it: "root", "uid 1000"
-   std::chrono::system_clock::time_point when;
-   bool withDelay = false;                 // frames were sent and the link was held
-   bool resumed = false;                   // valend restarted meanwhile
-   U64 sent = 0;                           // frames that the kernel accepted
-   U64 failed = 0;                         // frames that it rejected
-   std::string failReason;                 // of the last of these
-   std::vector< AgentFrames > agents;      // the same by agent, in the order of sending
-   std::chrono::microseconds sending{ 0 }; // how long the sending took
-   std::chrono::milliseconds held{ 0 };    // since the sending
-   std::chrono::milliseconds total{ 0 };   // since the request
-   U64 unflushedBytes = 0;                 // had not left the machine when the link went down
+   LinkPlace place; // of the interface, by the configuration that had it last
+   Request request;
+   std::chrono::system_clock::time_point when; // it was requested
+   bool withDelay = false;                     // frames were sent and the link was held
+   bool resumed = false;                       // valend restarted meanwhile
+   U64 sent = 0;                               // frames that the kernel accepted
+   U64 failed = 0;                             // frames that it rejected
+   std::string failReason;                     // of the last of these
+   std::vector< AgentFrames > agents;          // the same by agent, in the order of sending
+   std::chrono::microseconds sending{ 0 };     // how long the sending took
+   std::chrono::milliseconds held{ 0 };        // since the sending
+   std::chrono::milliseconds total{ 0 };       // since the request
+   U64 unflushedBytes = 0;                     // had not left the machine when the link went down
    Ending ending = Ending::running;
    std::string why; // what did not go as expected, parts separated by "; "; empty when all did
 
    // "down", "already-down", ...
    char const * endingText() const noexcept { return textOf( ending ); }
+   // Whether it is the record of a shutdown: see the endings that are not.
+   bool isShutdown() const noexcept {
+      return ending != Ending::wentDown && ending != Ending::goodbye;
+   }
    // What happened, in a line: "Ethernet1: shutdown by root: 3 frames in 0.2 ms, held 500 ms, link
    // down, total 501 ms".
    std::string summary() const;
@@ -77,7 +86,7 @@ struct ShutdownRecord {
    bool operator==( ShutdownRecord const & ) const = default;
 };
 
-static_assert( hasEveryValue( ShutdownRecord::Ending::rebooted ) );
+static_assert( hasEveryValue( ShutdownRecord::Ending::goodbye ) );
 
 // The ending with this text; `running` for any other.
 ShutdownRecord::Ending endingOf( std::string const & text ) noexcept;

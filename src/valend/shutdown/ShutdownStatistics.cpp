@@ -5,15 +5,19 @@ namespace Valend {
 using Ending = ShutdownRecord::Ending;
 
 void ShutdownStatistics::add( ShutdownRecord const & record ) {
-   ++endings_[ record.ending ];
    resumed_ += record.resumed;
    unflushed_ += record.unflushedBytes > 0;
    auto & totals = totals_[ record.interface ];
+   if ( record.ending == Ending::goodbye ) {
+      ++goodbyes_;
+   } else {
+      ++endings_[ record.ending ];
+   }
    if ( record.ending == Ending::wentDown ) {
       ++totals.wentDown;
       return;
    }
-   ++totals.shutdowns;
+   totals.shutdowns += record.isShutdown();
    totals.sent += record.sent;
    totals.failed += record.failed;
    totals.aborts += record.ending == Ending::aborted;

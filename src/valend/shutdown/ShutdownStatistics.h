@@ -1,4 +1,4 @@
-// Counters of all shutdowns since valend started: by interface, by agent, and altogether.
+// Counters of all shutdowns and goodbyes since valend started: by interface, by agent, and altogether.
 #pragma once
 
 #include "valend/shutdown/ShutdownRecord.h"
@@ -11,7 +11,7 @@ namespace Valend {
 
 // Of one interface.
 struct ShutdownTotals {
-   U64 shutdowns = 0;      // without links that were set down outside valend
+   U64 shutdowns = 0;      // without goodbyes, and links that were set down outside valend
    U64 sent = 0;           // frames that the kernel accepted
    U64 failed = 0;         // frames that it rejected
    std::string failReason; // of the last rejected frame
@@ -30,12 +30,13 @@ class ShutdownStatistics {
       double seconds = 0;
    };
 
-   // Adds a shutdown that has ended.
+   // Adds a shutdown that has ended, a goodbye, or a link that was set down outside.
    void add( ShutdownRecord const & record );
 
    ShutdownTotals totals( std::string const & interface ) const;
-   // By ending; an ending that never occurred is missing.
+   // Shutdowns by ending; an ending that never occurred is missing.
    std::map< ShutdownRecord::Ending, U64 > const & endings() const noexcept { return endings_; }
+   U64 goodbyes() const noexcept { return goodbyes_; }
    // By agent: all its frames.
    std::map< std::string, AgentFrames > const & agents() const noexcept { return agents_; }
    Held const & held() const noexcept { return held_; }
@@ -51,6 +52,7 @@ class ShutdownStatistics {
    std::map< ShutdownRecord::Ending, U64 > endings_;
    std::map< std::string, AgentFrames > agents_;
    Held held_;
+   U64 goodbyes_ = 0;
    U64 resumed_ = 0;
    U64 unflushed_ = 0;
 };

@@ -15,6 +15,7 @@ Quill::Ptr< Quill::Dir > dirUnder( Quill::Dir & parent, char const * name ) {
 Store::Store()
     : entityManager( Quill::make< Orrery::EntityManager >() ),
       configDir( Quill::make< Valen::Config::ConfigDir >() ),
+      globalConfig( Quill::make< Valen::Config::GlobalConfig >() ),
       agentConfigDir( Quill::make< Quill::Dir >() ),
       allIntfConfigDir( Quill::make< Interface::AllIntfConfigDir >() ),
       allIntfStatusDir( Quill::make< Interface::AllIntfStatusDir >() ),

@@ -21,6 +21,8 @@ struct Store {
 
    Quill::Ptr< Orrery::EntityManager > const entityManager;
    Quill::Ptr< Valen::Config::ConfigDir > const configDir;
+   // In configDir while the delay is enabled.
+   Quill::Ptr< Valen::Config::GlobalConfig > const globalConfig;
    Quill::Ptr< Quill::Dir > const agentConfigDir;
    Quill::Ptr< Interface::AllIntfConfigDir > const allIntfConfigDir;
    Quill::Ptr< Interface::AllIntfStatusDir > const allIntfStatusDir;

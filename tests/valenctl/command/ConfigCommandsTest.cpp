@@ -54,7 +54,7 @@ TEST_F( ConfigCommandsTest, ADropInIsCheckedBesideTheOthers ) {
    EXPECT_EQ( err, ( work / "new/20-b.yaml" ) +
                       ":1:34: duplicate interface \"et2\" (first defined "
                       "at " +
-                      ( work / "conf.d/10-a.yaml" ) + ":1:20)\n" );
+                      ( work / "conf.d/10-a.yaml" ) + ":1:21)\n" );
    work.write( "new/20-b.yaml", "interfaces: [{name: et3}]" );
    EXPECT_EQ( check( "interfaces: [{name: et1}]", words ), Exit::done );
    EXPECT_EQ( out, file + " with " + ( work / "new/20-b.yaml" ) +

@@ -23,7 +23,7 @@ TEST( InterfaceSelectionTest, InterfacesAreSelectedInOneOfFiveWays ) {
    EXPECT_EQ( parameters( { "--vrf", "red" } ), ( Json{ { "vrf", "red" } } ) );
    EXPECT_EQ( parameters( { "--device", "eth1" } ), ( Json{ { "device", "eth1" } } ) );
    EXPECT_EQ( parameters( { "--ready" } ), ( Json{ { "ready", true } } ) );
-   EXPECT_EQ( parameters( { "--all" } ), Json::object() );
+   EXPECT_EQ( parameters( { "--all" } ), ( Json{ { "all", true } } ) );
 }
 
 TEST( InterfaceSelectionTest, ExactlyOneWayMustBeGiven ) {

@@ -34,7 +34,7 @@ TEST_F( LinkCommandsTest, ShutdownWithWaitPrintsEachStep ) {
                                      answer( { step( "delayed", "running", 300 ) }, 1 ),
                                      answer( { step( "ended", "down" ) } ) } );
    EXPECT_EQ( run( { "shutdown", "--all", "--wait" } ), Exit::done );
-   EXPECT_EQ( onlyCall( "ShutdownMany" ), Json::object() );
+   EXPECT_EQ( onlyCall( "ShutdownMany" ), ( Json{ { "all", true } } ) );
    EXPECT_TRUE( daemon.calls()[ 0 ].more );
    EXPECT_EQ( err, "Ethernet1: 2 frames sent\n"
                    "Ethernet1: held for 300 ms\n"
@@ -87,6 +87,46 @@ TEST_F( LinkCommandsTest, EnablePrintsWhatBecameOfEachInterface ) {
    EXPECT_EQ( out, "" );
    run( { "enable", "a", "--quiet" } );
    EXPECT_EQ( err, "" );
+}
+
+TEST_F( LinkCommandsTest, AShutdownTakesAReasonAndADelay ) {
+   daemon.answers( "ShutdownMany", { answer( {} ) } );
+   EXPECT_EQ( run( { "shutdown", "a", "--delay", "250", "--reason", "new optics" } ), Exit::done );
+   EXPECT_EQ(
+      onlyCall( "ShutdownMany" ),
+      ( Json{ { "interfaces", { "a" } }, { "delayMs", 250 }, { "reason", "new optics" } } ) );
+   EXPECT_EQ( run( { "shutdown", "a", "--delay", "soon" } ), Exit::usage );
+   EXPECT_EQ( run( { "shutdown", "a", "--delay=-1" } ), Exit::usage );
+   run( { "shutdown", "a", "--delay", "0", "--reason", "" } );
+   EXPECT_EQ( daemon.calls()[ 1 ].parameters,
+              ( Json{ { "interfaces", { "a" } }, { "delayMs", 0 }, { "reason", "" } } ) )
+      << "valend rejects an empty reason";
+}
+
+TEST_F( LinkCommandsTest, GoodbyePrintsWhatWasSent ) {
+   daemon.answers(
+      "Goodbye",
+      { { { "results",
+            { { { "interface", "a" }, { "result", "sent" }, { "goodbye", { { "sent", 2 } } } },
+              { { "interface", "b" }, { "result", "already-down" } },
+              { { "interface", "c" },
+                { "result", "not-ready" },
+                { "message", "delay disabled" } } } } } } );
+   EXPECT_EQ( run( { "goodbye", "--device", "eth1", "--reason", "ports move" } ), Exit::done );
+   EXPECT_EQ( onlyCall( "Goodbye" ), ( Json{ { "device", "eth1" }, { "reason", "ports move" } } ) );
+   EXPECT_EQ( err, "a: 2 frames sent; link stays up\nb: already down; no frames sent\n"
+                   "c: no frames sent: delay disabled\n" );
+   EXPECT_EQ( run( { "goodbye", "a", "b", "c", "--quiet" } ), Exit::failed );
+   EXPECT_EQ( err, "valenctl: c: no frames sent: delay disabled\n" )
+      << "asked for by name, it is an error";
+}
+
+TEST_F( LinkCommandsTest, GoodbyeFailsWhenFramesDoNotLeave ) {
+   Json const goodbye{ { "sent", 1 }, { "failed", 1 }, { "failReason", "Network is down" } };
+   Json const result{ { "interface", "a" }, { "result", "failed" }, { "goodbye", goodbye } };
+   daemon.answers( "Goodbye", { { { "results", { result } } } } );
+   EXPECT_EQ( run( { "goodbye", "--all" } ), Exit::failed );
+   EXPECT_EQ( err, "valenctl: a: 1 frame sent, 1 failed (Network is down); link stays up\n" );
 }
 
 TEST_F( LinkCommandsTest, EnableFailsWhenOneInterfaceFails ) {

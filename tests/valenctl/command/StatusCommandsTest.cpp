@@ -72,10 +72,25 @@ TEST_F( StatusCommandsTest, HistoryShowsPastShutdowns ) {
    daemon.answers(
       "History",
       { { { "shutdowns", { { { "interface", "Ethernet1" }, { "ending", "down" } } } } } } );
-   EXPECT_EQ( run( { "history", "Ethernet1" } ), Exit::done );
-   EXPECT_EQ( onlyCall( "History" ), ( Json{ { "interface", "Ethernet1" } } ) );
-   EXPECT_THAT( out, HasSubstr( "RESULT\n" ) );
+   EXPECT_EQ( run( { "history", "Ethernet1", "Ethernet2", "--last", "3" } ), Exit::done );
+   EXPECT_EQ( onlyCall( "History" ),
+              ( Json{ { "interfaces", { "Ethernet1", "Ethernet2" } }, { "last", 3 } } ) );
+   EXPECT_THAT( out, HasSubstr( "RESULT  REASON\n" ) );
    EXPECT_THAT( out, HasSubstr( "Ethernet1" ) );
+}
+
+TEST_F( StatusCommandsTest, HistoryBeginsAtATime ) {
+   daemon.answers( "History", { { { "shutdowns", Json::array() } } } );
+   EXPECT_EQ( run( { "history", "--since", "2023-11-14T22:13:20.123Z" } ), Exit::done );
+   EXPECT_EQ( onlyCall( "History" ), ( Json{ { "sinceMs", 1'700'000'000'123 } } ) );
+   run( { "history", "--since", "5m" } );
+   auto const now =
+      std::chrono::system_clock::now().time_since_epoch() / std::chrono::milliseconds( 1 );
+   EXPECT_NEAR( daemon.calls()[ 1 ].parameters[ "sinceMs" ].get< double >(),
+                static_cast< double >( now ) - 300'000, 60'000 );
+   EXPECT_EQ( run( { "history", "--since", "noon" } ), Exit::usage );
+   EXPECT_THAT( err, HasSubstr( "\"noon\" is not a time; expected 30s, 5m" ) );
+   EXPECT_EQ( run( { "history", "--last=-1" } ), Exit::usage );
 }
 
 } // namespace

@@ -37,6 +37,9 @@ TEST_F( ShutdownTextTest, EachEndingHasItsText ) {
               "Ethernet1: device not present: no device \"et1\"" );
    EXPECT_EQ( ended( "failed", "Operation not permitted" ),
               "Ethernet1: cannot set link down: Operation not permitted" );
+   EXPECT_EQ( ended( "expired", "link set up since valend stopped" ),
+              "Ethernet1: shutdown expired; link left unchanged (link set up since valend "
+              "stopped)" );
    shutdown[ "withDelay" ] = false;
    EXPECT_EQ( ended( "down", nullptr ), "Ethernet1: link down without delay" );
 }
@@ -66,6 +69,7 @@ TEST_F( ShutdownTextTest, AShutdownSucceedsWhenTheLinkIsDown ) {
    EXPECT_FALSE( succeeds( "ended", "aborted" ) );
    EXPECT_FALSE( succeeds( "ended", "no-device" ) );
    EXPECT_FALSE( succeeds( "ended", "failed" ) );
+   EXPECT_FALSE( succeeds( "ended", "expired" ) );
 }
 
 TEST_F( ShutdownTextTest, EachResultOfEnablingHasItsText ) {
@@ -83,6 +87,8 @@ TEST_F( ShutdownTextTest, HistoryHasALineForEachShutdown ) {
    Json const answer{ { "shutdowns",
                         { { { "interface", "Ethernet1" },
                             { "by", "root" },
+                            { "login", "alice" },
+                            { "reason", "new optics" },
                             { "whenMs", 1'700'000'000'123 },
                             { "withDelay", true },
                             { "sent", 3 },
@@ -99,12 +105,12 @@ TEST_F( ShutdownTextTest, HistoryHasALineForEachShutdown ) {
                             { "ending", "aborted" },
                             { "why", "enabled by root" } } } } };
    EXPECT_EQ( historyText( answer ),
-              "WHEN                      INTERFACE  BY        SENT  FAILED               HELD    "
-              "RESULT\n"
-              "2023-11-14T22:13:20.123Z  Ethernet1  root      3     0                    501 ms  "
-              "down\n"
-              "2023-11-14T22:13:21.000Z  Ethernet2  uid 1000  0     1 (Network is down)  -       "
-              "aborted, 100 bytes not sent (enabled by root)\n" );
+              "WHEN                      INTERFACE  BY                  SENT  FAILED               "
+              "HELD    RESULT                                         REASON\n"
+              "2023-11-14T22:13:20.123Z  Ethernet1  root (login alice)  3     0                    "
+              "501 ms  down                                           new optics\n"
+              "2023-11-14T22:13:21.000Z  Ethernet2  uid 1000            0     1 (Network is down)  "
+              "-       aborted, 100 bytes not sent (enabled by root)  -\n" );
 }
 
 } // namespace

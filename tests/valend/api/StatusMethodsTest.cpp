@@ -86,13 +86,43 @@ TEST_F( StatusMethodsTest, StatusIsOfEverythingOrOfOneInterface ) {
    EXPECT_EQ( one[ "interfaces" ][ 0 ][ "name" ], "Ethernet2" );
 }
 
-TEST_F( StatusMethodsTest, HistoryIsOfAllInterfacesOrOfOne ) {
-   call( "ShutdownMany", Json::object() );
-   advance( 600ms );
-   EXPECT_EQ( call( "History", Json::object() )->parameters()[ "shutdowns" ].size(), 2u );
-   auto const one = call( "History", { { "interface", "Ethernet2" } } )->parameters();
-   ASSERT_EQ( one[ "shutdowns" ].size(), 1u );
-   EXPECT_EQ( one[ "shutdowns" ][ 0 ][ "interface" ], "Ethernet2" );
+TEST_F( StatusMethodsTest, HistoryIsInTheOrderOfTheRequests ) {
+   auto const history = [ & ]( Json const & parameters ) {
+      std::vector< std::string > lines;
+      auto const answers = call( "History", parameters );
+      for ( auto const & record : answers->parameters()[ "shutdowns" ] ) {
+         lines.push_back( record[ "interface" ].get< std::string >() + " " +
+                          record[ "ending" ].get< std::string >() );
+      }
+      return lines;
+   };
+   // Requested in this order; the second ends before the first.
+   std::deque< ShutdownRecord > records( 3 );
+   auto const at = []( int ms ) {
+      return std::chrono::system_clock::time_point( std::chrono::milliseconds( ms ) );
+   };
+   records[ 0 ].interface = "Ethernet2";
+   records[ 0 ].when = at( 2000 );
+   records[ 0 ].ending = ShutdownRecord::Ending::aborted;
+   records[ 1 ].interface = "Ethernet1";
+   records[ 1 ].when = at( 1000 );
+   records[ 1 ].ending = ShutdownRecord::Ending::down;
+   records[ 2 ].interface = "Ethernet2";
+   records[ 2 ].when = at( 3000 );
+   records[ 2 ].ending = ShutdownRecord::Ending::goodbye;
+   controller.resume( { {}, {}, records } );
+   EXPECT_THAT( history( Json::object() ),
+                ElementsAre( "Ethernet1 down", "Ethernet2 aborted", "Ethernet2 goodbye" ) );
+   EXPECT_THAT( history( { { "last", 2 } } ),
+                ElementsAre( "Ethernet2 aborted", "Ethernet2 goodbye" ) );
+   EXPECT_THAT( history( { { "last", 0 } } ), ::testing::IsEmpty() );
+   EXPECT_THAT( history( { { "last", 9 } } ), ::testing::SizeIs( 3 ) );
+   EXPECT_THAT( history( { { "sinceMs", 2000 } } ),
+                ElementsAre( "Ethernet2 aborted", "Ethernet2 goodbye" ) );
+   EXPECT_THAT( history( { { "interfaces", { "Ethernet2" } }, { "last", 1 } } ),
+                ElementsAre( "Ethernet2 goodbye" ) );
+   EXPECT_THAT( history( { { "interfaces", { "Ethernet1", "Ethernet9" } } } ),
+                ElementsAre( "Ethernet1 down" ) );
 }
 
 TEST_F( StatusMethodsTest, MemoryCountsObjectsAndBytesByType ) {

@@ -27,7 +27,7 @@ TEST_F( TraceMethodsTest, TraceAnswersTheNewestLinesAndThenThoseThatCome ) {
    auto const following = call( "Trace", { { "lines", 0 } }, true );
    ASSERT_EQ( following->messages.size(), 1u );
    EXPECT_EQ( following->parameters()[ "lines" ], Json::array() );
-   controller.shutdown( "Ethernet1", "root", nullptr );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
    turn();
    ASSERT_GT( following->messages.size(), 1u );
    EXPECT_FALSE( following->parameters( 1 )[ "lines" ].empty() );

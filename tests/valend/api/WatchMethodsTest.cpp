@@ -16,11 +16,11 @@ TEST_F( WatchMethodsTest, WatchAnswersWithTheValueAndThenWithEachChange ) {
       call( "Watch", { { "path", "status/intfStatus/Ethernet1/delayed" } }, true );
    ASSERT_EQ( answers->messages.size(), 1u );
    EXPECT_EQ( answers->parameters()[ "value" ], false );
-   controller.shutdown( "Ethernet1", "root", nullptr );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
    turn();
    ASSERT_EQ( answers->messages.size(), 2u );
    EXPECT_EQ( answers->parameters( 1 )[ "value" ], true );
-   controller.shutdown( "Ethernet2", "root", nullptr );
+   controller.shutdown( "Ethernet2", { "root" }, nullptr );
    turn();
    EXPECT_EQ( answers->messages.size(), 2u ) << "what is elsewhere does not matter";
    advance( 600ms );
@@ -57,10 +57,10 @@ TEST_F( WatchMethodsTest, ASlowReaderGetsTheNewestOnly ) {
    auto const answers =
       call( "Watch", { { "path", "status/intfStatus/Ethernet1/delayed" } }, true );
    answers->untaken = 100;
-   controller.shutdown( "Ethernet1", "root", nullptr );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
    advance( 600ms );
    controller.enable( "Ethernet1", "root" );
-   controller.shutdown( "Ethernet1", "root", nullptr );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
    advance( 100ms );
    EXPECT_EQ( answers->messages.size(), 1u );
    answers->untaken = 0;

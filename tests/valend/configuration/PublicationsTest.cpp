@@ -38,7 +38,7 @@ class PublicationsTest : public ApiFixture {
    // The last byte of each frame that a shutdown of Ethernet2 sends.
    std::string goodbye() {
       sent.packets.clear();
-      controller.shutdown( "Ethernet2", "root", nullptr );
+      controller.shutdown( "Ethernet2", { "root" }, nullptr );
       advance( 1100ms );
       controller.enable( "Ethernet2", "root" );
       turn();
@@ -168,7 +168,7 @@ TEST_F( PublicationsTest, AReloadKeepsPublishedFrames ) {
 
 TEST_F( PublicationsTest, TheLinkIsStillHeldWhenItsFramesAreWithdrawnDuringTheDelay ) {
    publish( "radv", { hex( 'x' ) }, "connection", 7 );
-   controller.shutdown( "Ethernet2", "root", nullptr );
+   controller.shutdown( "Ethernet2", { "root" }, nullptr );
    advance( 100ms );
    api.clientGone( 7 );
    advance( 300ms );

@@ -213,7 +213,7 @@ class ReconfigurationsTest : public DaemonFixture,
                kernel.at( placeOf( name ).first, placeOf( name ).second ).up = true;
             }
             bool const again = controller.running( name ); // then it may have been in other places
-            controller.shutdown( name, "root", {} );
+            controller.shutdown( name, { "root" }, {} );
             if ( !again ) {
                asked_[ name ].clear();
             }
@@ -330,7 +330,7 @@ class ReconfigurationsTest : public DaemonFixture,
       turn();
       for ( auto const & [ name, interface ] : config_.interfaces ) {
          if ( devices_.contains( placeOf( name ) ) ) {
-            controller.shutdown( name, "root", {} );
+            controller.shutdown( name, { "root" }, {} );
             asked_[ name ] = { placeOf( name ) };
          }
       }
@@ -386,7 +386,7 @@ class MovedInterfaceTest : public DaemonFixture {
    MovedInterfaceTest() {
       start( twoInterfaces() );
       kernel.deviceIs( "default", "et9", 9 );
-      controller.shutdown( "Ethernet1", "root", {} );
+      controller.shutdown( "Ethernet1", { "root" }, {} );
       turn();
       EXPECT_TRUE( delayed( "Ethernet1" ) );
    }

@@ -33,7 +33,7 @@ class KernelLinksTest : public Valen::Test::NetworkTest {
    // The text and number of the error when the link is set down.
    std::pair< std::string, int > errorOf( LinkPlace const & place ) {
       try {
-         links.upIs( place, false );
+         links.setDown( place );
       } catch ( Quill::ErrnoException const & e ) {
          return { e.text(), e.number() };
       }
@@ -55,10 +55,10 @@ TEST_F( KernelLinksTest, ALinkIsSetDownAndUp ) {
    EXPECT_EQ( links.device( et1() )->ifIndex, red->index( "et1" ) );
    EXPECT_EQ( links.device( et1() )->mtu, 1500u );
    EXPECT_TRUE( links.up( et1() ) );
-   links.upIs( et1(), false );
+   links.setDown( et1() );
    EXPECT_FALSE( links.up( et1() ) );
    EXPECT_TRUE( turnUntil( [ this ] { return !links.device( et1() )->up; } ) );
-   links.upIs( et1(), true );
+   links.setUp( et1() );
    EXPECT_TRUE( links.up( et1() ) );
 }
 
@@ -72,15 +72,17 @@ TEST_F( KernelLinksTest, ADeviceThatDoesNotExistIsAnErrorThatNamesIt ) {
 }
 
 TEST_F( KernelLinksTest, ALinkSetDownOutsideValendIsReported ) {
-   std::vector< bool > seen;
-   links.seenIs( [ & ]( LinkPlace const & place, std::optional< bool > up ) {
+   std::vector< LinkSeen > seen;
+   links.seenIs( [ & ]( LinkPlace const & place, LinkSeen now ) {
       if ( place == et1() ) {
-         seen.push_back( up.value_or( false ) );
+         seen.push_back( now );
       }
    } );
    watch();
    red->ip( "link set et1 down" );
-   EXPECT_TRUE( turnUntil( [ & ] { return seen == std::vector{ true, false }; } ) );
+   EXPECT_TRUE( turnUntil( [ & ] {
+      return seen == std::vector{ LinkSeen::up, LinkSeen::down };
+   } ) );
 }
 
 TEST_F( KernelLinksTest, ANamespaceIsWatchedWhileTheDaemonOrTheLibraryNeedsIt ) {

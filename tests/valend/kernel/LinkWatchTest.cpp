@@ -15,11 +15,11 @@ using ::testing::IsEmpty;
 class LinkWatchTest : public ::testing::Test {
  protected:
    LinkWatchTest() {
-      watch.seenIs( [ this ]( auto const & place, auto up ) {
-         seen.push_back( place.netNs + "/" + place.device +
-                         ( !up   ? " gone"
-                           : *up ? " up"
-                                 : " down" ) );
+      watch.seenIs( [ this ]( auto const & place, auto now ) {
+         auto const * const text = now == LinkSeen::up     ? " up"
+                                   : now == LinkSeen::down ? " down"
+                                                           : " gone";
+         seen.push_back( place.netNs + "/" + place.device + text );
       } );
       watch.follow( "red", status );
    }

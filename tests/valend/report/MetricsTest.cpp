@@ -50,8 +50,8 @@ class MetricsTest : public DaemonFixture {
    // Shutdowns with several results, a rejected frame, a condition: every metric has samples.
    void shutDownAndAbort() {
       sent.failingSends = { 1 };
-      controller.shutdown( "Ethernet1", "root", nullptr );
-      controller.shutdown( "Ethernet2", "root", nullptr );
+      controller.shutdown( "Ethernet1", { "root" }, nullptr );
+      controller.shutdown( "Ethernet2", { "root" }, nullptr );
       advance( 100ms );
       EXPECT_THAT( parsed( text() ), HasSubstr( "gauge valen_interfaces_held [] 2.0\n" ) );
       EXPECT_THAT( parsed( text() ), HasSubstr( "gauge valen_shutdowns_running [] 2.0\n" ) );
@@ -97,8 +97,8 @@ TEST_F( MetricsTest, ShutdownsAreCountedByResultAndFramesByAgentAndError ) {
 }
 
 TEST_F( MetricsTest, ALinkSetDownOutsideValendIsNotCountedAsHeld ) {
-   controller.linkSeen( { "default", "et1" }, true );
-   controller.linkSeen( { "default", "et1" }, false );
+   controller.linkSeen( { "default", "et1" }, LinkSeen::up );
+   controller.linkSeen( { "default", "et1" }, LinkSeen::down );
    turn();
    auto const samples = parsed( text() );
    EXPECT_THAT( samples,
@@ -162,7 +162,7 @@ TEST_F( MetricsTest, AnyTextCanBeALabel ) {
    auto config = twoInterfaces();
    config.agents[ "a\\b\"c\nd" ][ "Ethernet1" ] = { frame( 'x' ) };
    feeder.apply( config );
-   controller.shutdown( "Ethernet1", "root", nullptr );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
    advance( 500ms );
    auto const * const line = R"(counter valen_frames_sent_total [('agent', 'a\\b"c\nd')] 1.0)";
    EXPECT_THAT( parsed( text() ), HasSubstr( line ) );

@@ -44,7 +44,7 @@ TEST_F( StatusReportTest, AReadyInterfaceIsShownWhole ) {
 
 TEST_F( StatusReportTest, AHeldInterfaceShowsWhatIsLeft ) {
    start( twoInterfaces() );
-   controller.shutdown( "Ethernet1", "root", nullptr );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
    advance( 100ms );
    auto const status = of( "Ethernet1" );
    EXPECT_EQ( status[ "delayed" ], true );
@@ -126,7 +126,8 @@ TEST_F( StatusReportTest, FramesThatTheDeviceCannotTakeAreFlaggedOnceItIsKnown )
 TEST_F( StatusReportTest, AShutdownIsShownWhole ) {
    ShutdownRecord record;
    record.interface = "Ethernet1";
-   record.by = "root";
+   record.place = { "ns-red", "et1" };
+   record.request = { "root", "alice", "new optics", 700ms };
    record.when = std::chrono::system_clock::time_point( 1234567ms );
    record.withDelay = true;
    record.sent = 3;
@@ -141,7 +142,12 @@ TEST_F( StatusReportTest, AShutdownIsShownWhole ) {
    EXPECT_EQ(
       StatusReport::record( record ),
       ( Json{ { "interface", "Ethernet1" },
+              { "device", "et1" },
+              { "namespace", "ns-red" },
               { "by", "root" },
+              { "login", "alice" },
+              { "reason", "new optics" },
+              { "requestedDelayMs", 700 },
               { "whenMs", 1234567 },
               { "withDelay", true },
               { "resumed", false },

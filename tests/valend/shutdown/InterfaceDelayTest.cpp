@@ -23,6 +23,8 @@ TEST_F( InterfaceDelayTest, AnInterfaceIsReadyWhenTheLibraryWouldDelayIt ) {
    kernel.deviceDel( "default", "et1" );
    EXPECT_FALSE( delay.isReady() );
    EXPECT_EQ( delay.whyNever(), "" ) << "the device may come back";
+   EXPECT_EQ( delay.whyNotReady(), "interface not ready" );
+   EXPECT_EQ( unknown.whyNotReady(), "interface removed from the configuration" );
 }
 
 TEST_F( InterfaceDelayTest, TheConfigurationDecidesWhetherItCanBecomeReady ) {
@@ -45,6 +47,24 @@ TEST_F( InterfaceDelayTest, TheFlagStartsTheDelayAndEndsIt ) {
    EXPECT_FALSE( delayed( "Ethernet1" ) );
    unknown.raiseFlag(); // harmless
    unknown.lowerFlag();
+}
+
+TEST_F( InterfaceDelayTest, AnotherDelayIsOfThisInterfaceAlone ) {
+   InterfaceDelay const other( store, "Ethernet2" );
+   delay.raiseFlag( 1200ms );
+   other.raiseFlag();
+   EXPECT_EQ( store.configDir->globalConfig()->shutdownDelayMs(), 500 );
+   advance( 500ms );
+   EXPECT_FALSE( delayed( "Ethernet2" ) );
+   EXPECT_TRUE( delayed( "Ethernet1" ) );
+   advance( 699ms );
+   EXPECT_TRUE( delayed( "Ethernet1" ) );
+   advance( 1ms );
+   EXPECT_FALSE( delayed( "Ethernet1" ) );
+   delay.lowerFlag();
+   delay.raiseFlag();
+   advance( 500ms );
+   EXPECT_FALSE( delayed( "Ethernet1" ) ) << "the configured delay again";
 }
 
 } // namespace

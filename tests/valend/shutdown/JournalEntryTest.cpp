@@ -13,10 +13,11 @@ JournalEntry entry( Phase phase ) {
    JournalEntry entry;
    entry.id = 42;
    entry.phase = phase;
-   entry.place = { "ns-red", "et1" };
+   entry.record.place = { "ns-red", "et1" };
    entry.bootId = "b1";
    entry.requestedAt = 1ns;
    entry.hold = Hold{ 2ns, 3ns };
+   entry.mark = LinkMark{ 7, 3 };
    entry.record.interface = "Ethernet1";
    return entry;
 }
@@ -36,6 +37,13 @@ TEST( JournalEntryTest, AHoldIsNullUntilTheSendingBegins ) {
    EXPECT_TRUE( requested.toJson()[ "heldFromNs" ].is_null() );
    EXPECT_TRUE( requested.toJson()[ "heldUntilNs" ].is_null() );
    EXPECT_EQ( entryIn( lineOf( requested ) ), requested );
+}
+
+TEST( JournalEntryTest, AMarkIsNullWhenTheDeviceWasNotKnown ) {
+   auto unknown = entry( Phase::requested );
+   unknown.mark.reset();
+   EXPECT_TRUE( unknown.toJson()[ "ifIndex" ].is_null() );
+   EXPECT_EQ( entryIn( lineOf( unknown ) ), unknown );
 }
 
 // There would be no deadline.

@@ -49,11 +49,11 @@ class JournalTest : public ::testing::Test {
    static JournalEntry entry( std::string const & interface, Phase phase = Phase::requested ) {
       JournalEntry entry;
       entry.phase = phase;
-      entry.place = { "ns-red", "et1" };
+      entry.record.place = { "ns-red", "et1" };
       entry.requestedAt = 1ns;
       entry.hold = Hold{ 2ns, 3ns };
       entry.record.interface = interface;
-      entry.record.by = "root";
+      entry.record.request.by = "root";
       entry.record.when = std::chrono::system_clock::time_point( 1234567ms );
       entry.record.withDelay = true;
       entry.record.sent = 3;

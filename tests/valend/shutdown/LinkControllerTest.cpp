@@ -15,7 +15,7 @@ class LinkControllerTest : public DaemonFixture {
 
    // Requests a shutdown, and records its steps in `steps`.
    void shutdown( std::string const & interface, std::string const & by = "root" ) {
-      controller.shutdown( interface, by, [ this ]( auto step, auto const & record ) {
+      controller.shutdown( interface, { by }, [ this ]( auto step, auto const & record ) {
          steps.push_back( step == ShutdownStep::sent      ? "sent"
                           : step == ShutdownStep::delayed ? "delayed"
                                                           : record.endingText() );
@@ -46,13 +46,46 @@ TEST_F( LinkControllerTest, TheLinkGoesDownWhenTheFramesAreSentAndTheDelayIsOver
    EXPECT_EQ( controller.remaining( "Ethernet1" ), std::nullopt );
    EXPECT_FALSE( controller.running( "Ethernet1" ) );
    EXPECT_EQ( last().interface, "Ethernet1" );
-   EXPECT_EQ( last().by, "root" );
+   EXPECT_EQ( last().request.by, "root" );
    EXPECT_EQ( last().sent, 2u );
    EXPECT_EQ( last().failed, 0u );
    EXPECT_EQ( last().held, 500ms );
    EXPECT_EQ( last().ending, Ending::down );
    EXPECT_EQ( last().why, "" );
    EXPECT_TRUE( last().withDelay );
+}
+
+TEST_F( LinkControllerTest, ARequestedDelayReplacesTheConfiguredOneOnce ) {
+   controller.shutdown( "Ethernet1", { "root", "", "", 1200ms }, nullptr );
+   turn();
+   EXPECT_EQ( controller.remaining( "Ethernet1" ), 1200ms );
+   advance( 1199ms );
+   EXPECT_THAT( kernel.actions, IsEmpty() );
+   advance( 1ms );
+   EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_EQ( last().held, 1200ms );
+   EXPECT_EQ( last().why, "" );
+   controller.shutdown( "Ethernet2", { "root", "", "", 0ms }, nullptr );
+   advance( 1ms );
+   EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1", "down ns-red/et2" ) );
+   controller.enable( "Ethernet1", "root" );
+   shutdown( "Ethernet1" );
+   EXPECT_EQ( controller.remaining( "Ethernet1" ), 500ms );
+}
+
+TEST_F( LinkControllerTest, WhenValendStopsEachShutdownInProgressIsALine ) {
+   EXPECT_THAT( controller.pending(), IsEmpty() );
+   shutdown( "Ethernet1" );
+   advance( 100ms );
+   std::string const line =
+      "Ethernet1: shutdown by root in progress, link held for another 400 ms; ";
+   EXPECT_THAT( controller.pending(),
+                ElementsAre( line + "resumed when valend starts, unless that is more than 10 s "
+                                    "after its delay" ) );
+   journal.read(); // fails
+   EXPECT_THAT( controller.pending(),
+                ElementsAre( line + "lost, link stays up: no state directory; a shutdown in "
+                                    "progress would be lost on restart" ) );
 }
 
 TEST_F( LinkControllerTest, TheLinkGoesDownInItsOwnNamespace ) {
@@ -62,7 +95,7 @@ TEST_F( LinkControllerTest, TheLinkGoesDownInItsOwnNamespace ) {
 }
 
 TEST_F( LinkControllerTest, NothingHappensBeforeTheLoopTurns ) {
-   controller.shutdown( "Ethernet1", "root", nullptr );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
    EXPECT_THAT( sentFrames(), IsEmpty() );
    EXPECT_FALSE( flag( "Ethernet1" ) );
    EXPECT_TRUE( controller.running( "Ethernet1" ) );
@@ -93,8 +126,8 @@ TEST_F( LinkControllerTest, AShutdownAfterEnablingSendsAgain ) {
 }
 
 TEST_F( LinkControllerTest, SeveralShutdownsBeginOnePerTurn ) {
-   controller.shutdown( "Ethernet1", "root", nullptr );
-   controller.shutdown( "Ethernet2", "root", nullptr );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
+   controller.shutdown( "Ethernet2", { "root" }, nullptr );
    work.run();
    EXPECT_EQ( sentFrames().size(), 2u ) << "the loop runs due timers before the next one";
    turn();
@@ -144,7 +177,7 @@ TEST_F( LinkControllerTest, AShutdownWithoutADeviceEndsAtOnce ) {
 
 TEST_F( LinkControllerTest, AnUnknownInterfaceIsRefused ) {
    try {
-      controller.shutdown( "Ethernet9", "root", nullptr );
+      controller.shutdown( "Ethernet9", { "root" }, nullptr );
       FAIL();
    } catch ( Refusal const & e ) {
       EXPECT_EQ( e.name(), "NoSuchInterface" );
@@ -165,7 +198,7 @@ TEST_F( LinkControllerTest, ASecondShutdownJoinsTheFirst ) {
    advance( 400ms );
    EXPECT_THAT( steps, ElementsAre( "delayed", "down", "down" ) ) << "both observers are called";
    EXPECT_EQ( controller.history().size(), 1u );
-   EXPECT_EQ( last().by, "root" );
+   EXPECT_EQ( last().request.by, "root" );
 }
 
 TEST_F( LinkControllerTest, EnablingDuringTheDelayAbortsTheShutdown ) {
@@ -184,7 +217,7 @@ TEST_F( LinkControllerTest, EnablingDuringTheDelayAbortsTheShutdown ) {
 }
 
 TEST_F( LinkControllerTest, EnablingBeforeTheDelaySendsNoFrames ) {
-   controller.shutdown( "Ethernet1", "root", nullptr );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
    EXPECT_EQ( controller.enable( "Ethernet1", "root" ), Enabled::aborted );
    advance( 1000ms );
    EXPECT_THAT( sentFrames(), IsEmpty() );
@@ -203,7 +236,7 @@ TEST_F( LinkControllerTest, EnablingWhileFramesLeaveTheSocketAbortsTheShutdown )
 }
 
 TEST_F( LinkControllerTest, AnObserverMayAbortTheShutdown ) {
-   controller.shutdown( "Ethernet1", "root", [ this ]( auto step, auto const & ) {
+   controller.shutdown( "Ethernet1", { "root" }, [ this ]( auto step, auto const & ) {
       if ( step == ShutdownStep::sent ) {
          controller.enable( "Ethernet1", "the observer" );
       }
@@ -215,7 +248,7 @@ TEST_F( LinkControllerTest, AnObserverMayAbortTheShutdown ) {
 }
 
 TEST_F( LinkControllerTest, AShutdownRequestedAgainBeforeTheFirstBeganSendsOnce ) {
-   controller.shutdown( "Ethernet1", "root", nullptr );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
    controller.enable( "Ethernet1", "root" );
    shutdown( "Ethernet1" );
    EXPECT_EQ( sentFrames().size(), 2u );
@@ -257,7 +290,7 @@ TEST_F( LinkControllerTest, EnablingWithoutADeviceIsRefused ) {
 
 TEST_F( LinkControllerTest, EnablingIsRefusedWhenTheKernelRefuses ) {
    kernel.at( "default", "et1" ).up = false;
-   kernel.upIsErrno = EPERM;
+   kernel.setErrno = EPERM;
    try {
       controller.enable( "Ethernet1", "root" );
       FAIL();
@@ -431,7 +464,7 @@ TEST_F( LinkControllerTest, DisablingTheDelayEndsItEvenAfterReadinessWasLost ) {
 }
 
 TEST_F( LinkControllerTest, ADelayThatTheLibraryDoesNotStartIsNotWaitedFor ) {
-   controller.shutdown( "Ethernet1", "root", [ this ]( auto step, auto const & ) {
+   controller.shutdown( "Ethernet1", { "root" }, [ this ]( auto step, auto const & ) {
       if ( step == ShutdownStep::sent ) {
          store.statusDir->intfStatus( "Ethernet1" )->delayedIs( false );
       }
@@ -451,7 +484,7 @@ TEST_F( LinkControllerTest, AnInterfaceRemovedFromTheConfigurationStillGoesDown 
 }
 
 TEST_F( LinkControllerTest, AKernelThatForbidsItFailsTheShutdown ) {
-   kernel.upIsErrno = EPERM;
+   kernel.setErrno = EPERM;
    shutdown( "Ethernet1" );
    advance( 500ms );
    EXPECT_THAT( steps, ElementsAre( "sent", "delayed", "failed" ) );
@@ -467,17 +500,17 @@ TEST_F( LinkControllerTest, ALinkWhoseStateIsUnknownGoesDown ) {
 }
 
 TEST_F( LinkControllerTest, SettingTheLinkDownIsRetried ) {
-   kernel.upIsErrno = EBUSY;
+   kernel.setErrno = EBUSY;
    shutdown( "Ethernet1" );
    advance( 500ms + Shutdown::downTimeout / 2 );
    EXPECT_TRUE( controller.running( "Ethernet1" ) );
-   kernel.upIsErrno = 0;
+   kernel.setErrno = 0;
    advance( 10ms );
    EXPECT_THAT( steps, ElementsAre( "sent", "delayed", "down" ) );
 }
 
 TEST_F( LinkControllerTest, SettingTheLinkDownIsRetriedForALimitedTime ) {
-   kernel.upIsErrno = EBUSY;
+   kernel.setErrno = EBUSY;
    shutdown( "Ethernet1" );
    advance( 500ms + Shutdown::downTimeout + 10ms );
    EXPECT_THAT( steps, ElementsAre( "sent", "delayed", "failed" ) );
@@ -518,7 +551,7 @@ TEST_F( LinkControllerTest, HistoryIsBounded ) {
 TEST_F( LinkControllerTest, DestroyingTheControllerChangesNoLink ) {
    {
       LinkController other( store, feeder.config(), kernel, journal, clock.scheduler(), work );
-      other.shutdown( "Ethernet1", "root", nullptr );
+      other.shutdown( "Ethernet1", { "root" }, nullptr );
       turn();
       EXPECT_TRUE( other.running( "Ethernet1" ) );
    }

@@ -13,11 +13,9 @@ class LinkTrackerTest : public DaemonFixture {
  protected:
    LinkTrackerTest() { kernel.deviceIs( "default", "et1", 7 ); }
    // The kernel has the link so, and reports it.
-   void report( std::optional< bool > up ) {
-      if ( up ) {
-         kernel.at( "default", "et1" ).up = *up;
-      }
-      tracker.reported( et1, up );
+   void report( LinkSeen seen ) {
+      kernel.at( "default", "et1" ).up = seen == LinkSeen::up;
+      tracker.reported( et1, seen );
    }
 
    LinkPlace const et1{ "default", "et1" };
@@ -27,68 +25,68 @@ class LinkTrackerTest : public DaemonFixture {
 };
 
 TEST_F( LinkTrackerTest, ALinkThatGoesDownWasSetDownOutside ) {
-   report( true );
-   report( false );
-   report( false );
+   report( LinkSeen::up );
+   report( LinkSeen::down );
+   report( LinkSeen::down );
    EXPECT_THAT( outside, ElementsAre( "et1" ) );
-   report( true );
-   report( false );
+   report( LinkSeen::up );
+   report( LinkSeen::down );
    EXPECT_THAT( outside, ElementsAre( "et1", "et1" ) );
 }
 
 TEST_F( LinkTrackerTest, TheFirstReportOfADeviceIsNotAChange ) {
-   report( false );
-   report( std::nullopt );
-   report( true );
-   report( std::nullopt );
-   report( false ); // another device of that name
+   report( LinkSeen::down );
+   report( LinkSeen::gone );
+   report( LinkSeen::up );
+   report( LinkSeen::gone );
+   report( LinkSeen::down ); // another device of that name
    EXPECT_THAT( outside, IsEmpty() );
 }
 
 TEST_F( LinkTrackerTest, AChangeByValendIsNotOutside ) {
-   report( true );
+   report( LinkSeen::up );
    tracker.setDown( et1 );
-   report( false );
+   report( LinkSeen::down );
    EXPECT_THAT( outside, IsEmpty() );
 }
 
 // The kernel is asked while a report may be older than valend's own change.
 TEST_F( LinkTrackerTest, AReportThatIsOlderThanAChangeByValendIsIgnored ) {
-   report( true );
+   report( LinkSeen::up );
    tracker.setDown( et1 );
    tracker.setUp( et1 );
-   tracker.reported( et1, false ); // the kernel has it up
+   tracker.reported( et1, LinkSeen::down ); // the kernel has it up
    EXPECT_THAT( outside, IsEmpty() );
-   report( false );
+   report( LinkSeen::down );
    EXPECT_THAT( outside, ElementsAre( "et1" ) ) << "but a real change is not";
 }
 
 TEST_F( LinkTrackerTest, TheKernelIsNotAskedLater ) {
-   report( true );
+   report( LinkSeen::up );
    tracker.setDown( et1 );
    tracker.setUp( et1 );
    clock.advance( LinkTracker::echoTime + 1ms );
    kernel.upErrno = ETIMEDOUT;
-   tracker.reported( et1, false );
+   tracker.reported( et1, LinkSeen::down );
    EXPECT_THAT( outside, ElementsAre( "et1" ) );
 }
 
 TEST_F( LinkTrackerTest, AReportIsIgnoredWhenTheKernelCannotBeAsked ) {
-   report( true );
+   report( LinkSeen::up );
    tracker.setDown( et1 );
    tracker.setUp( et1 );
    kernel.upErrno = ENODEV;
-   tracker.reported( et1, false );
+   tracker.reported( et1, LinkSeen::down );
    EXPECT_THAT( outside, IsEmpty() );
 }
 
 TEST_F( LinkTrackerTest, TheMarkStaysUntilTheLinkIsSetUp ) {
    EXPECT_FALSE( tracker.downWithoutGoodbye( et1 ) );
-   report( true );
-   report( false );
+   report( LinkSeen::up );
+   report( LinkSeen::down );
    tracker.markWithoutGoodbye( et1 );
    EXPECT_TRUE( tracker.downWithoutGoodbye( et1 ) );
-   report( true );
+   report( LinkSeen::up );
    EXPECT_FALSE( tracker.downWithoutGoodbye( et1 ) );
    tracker.markWithoutGoodbye( et1 );
    tracker.setUp( et1 );

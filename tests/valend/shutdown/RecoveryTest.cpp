@@ -17,9 +17,10 @@ using Ending = ShutdownRecord::Ending;
 class RecoveryTest : public ::testing::Test {
  protected:
    // valend starts: returns what it takes up.
-   Recovered start( std::string const & boot ) {
+   Recovered start( std::string const & boot, std::chrono::nanoseconds uptime = 42ns ) {
       journal.reset();
-      journal.emplace( work / "state", Journal::Machine{ boot, [] { return 42ns; } }, conditions );
+      journal.emplace( work / "state", Journal::Machine{ boot, [ uptime ] { return uptime; } },
+                       conditions );
       return recover( *journal );
    }
    JournalEntry write( std::string const & interface, Phase phase ) {
@@ -31,9 +32,9 @@ class RecoveryTest : public ::testing::Test {
       journal->write( entry );
       return entry;
    }
-   static std::vector< std::string > endings( Recovered const & recovered ) {
+   template < class Records > static std::vector< std::string > endings( Records const & records ) {
       std::vector< std::string > endings;
-      for ( auto const & record : recovered.history ) {
+      for ( auto const & record : records ) {
          endings.push_back( record.interface + " " + record.endingText() );
       }
       return endings;
@@ -50,7 +51,8 @@ TEST_F( RecoveryTest, ShutdownsOfThisBootAreUnfinished ) {
    write( "Ethernet2", Phase::ended );
    auto const recovered = start( "b1" );
    EXPECT_THAT( recovered.unfinished, ElementsAre( one ) );
-   EXPECT_THAT( endings( recovered ), ElementsAre( "Ethernet2 down" ) );
+   EXPECT_THAT( endings( recovered.history ), ElementsAre( "Ethernet2 down" ) );
+   EXPECT_THAT( recovered.ended, IsEmpty() );
 }
 
 TEST_F( RecoveryTest, ShutdownsOfAnotherBootEndAsRebooted ) {
@@ -60,27 +62,79 @@ TEST_F( RecoveryTest, ShutdownsOfAnotherBootEndAsRebooted ) {
          write( row.text, row.value );
       }
    }
-   for ( int run = 0; run < 2;
-         ++run ) { // what is recorded at the first start is read at the second
-      auto const recovered = start( "b2" );
-      EXPECT_THAT( recovered.unfinished, IsEmpty() );
-      EXPECT_THAT( endings( recovered ),
-                   ElementsAre( "requested rebooted", "waiting rebooted", "sending rebooted",
-                                "held rebooted", "held-to-deadline rebooted", "flushing rebooted",
-                                "setting-down rebooted" ) );
-      EXPECT_TRUE( recovered.history.front().resumed );
+   auto const lines =
+      ElementsAre( "requested rebooted", "waiting rebooted", "sending rebooted", "held rebooted",
+                   "held-to-deadline rebooted", "flushing rebooted", "setting-down rebooted" );
+   auto const first = start( "b2" );
+   EXPECT_THAT( first.unfinished, IsEmpty() );
+   EXPECT_THAT( endings( first.ended ), lines );
+   EXPECT_TRUE( first.ended.front().resumed );
+   auto const second = start( "b2" ); // reads what the first has recorded
+   EXPECT_THAT( second.unfinished, IsEmpty() );
+   EXPECT_THAT( second.ended, IsEmpty() );
+   EXPECT_THAT( endings( second.history ), lines );
+}
+
+TEST_F( RecoveryTest, AShutdownWhoseDelayEndedLongAgoExpires ) {
+   start( "b1" );
+   write( "Ethernet1", Phase::held ); // until 2 ns
+   EXPECT_THAT( start( "b1", 2ns + expiry ).ended, IsEmpty() );
+   auto const late = start( "b1", 3ns + expiry );
+   EXPECT_THAT( late.unfinished, IsEmpty() );
+   ASSERT_THAT( endings( late.ended ), ElementsAre( "Ethernet1 expired" ) );
+   EXPECT_EQ( late.ended[ 0 ].why, "valend started 10 s after the end of the delay" );
+   EXPECT_TRUE( late.ended[ 0 ].resumed );
+   EXPECT_THAT( endings( start( "b1" ).history ), ElementsAre( "Ethernet1 expired" ) );
+}
+
+// The disk was full when it ended; then the interface was enabled, and shut down again.
+TEST_F( RecoveryTest, AShutdownExpiresWhenItsInterfaceHasANewerEntry ) {
+   for ( auto const newer : { Phase::held, Phase::ended } ) {
+      work.remove( "state/shutdowns" );
+      start( "b1" );
+      write( "Ethernet1", Phase::held );
+      write( "Ethernet2", Phase::held );
+      write( "Ethernet1", newer );
+      auto const recovered = start( "b1" );
+      EXPECT_THAT( endings( recovered.ended ), ElementsAre( "Ethernet1 expired" ) );
+      ASSERT_EQ( recovered.unfinished.size(), newer == Phase::held ? 2u : 1u );
+      EXPECT_EQ( recovered.unfinished[ 0 ].record.interface, "Ethernet2" );
+      EXPECT_THAT( start( "b1" ).ended, IsEmpty() ) << "it is recorded now";
    }
 }
 
-TEST_F( RecoveryTest, TheHistoryIsLimited ) {
+TEST_F( RecoveryTest, AGoodbyeThatEndsDuringAShutdownDoesNotEndIt ) {
    start( "b1" );
-   auto const running = write( "running", Phase::held );
-   for ( std::size_t i = 0; i < Journal::historyLimit; ++i ) {
-      write( "Ethernet1", Phase::ended );
-   }
-   auto const recovered = start( "b2" );
-   EXPECT_EQ( recovered.history.size(), Journal::historyLimit );
-   EXPECT_EQ( recovered.history.back().interface, "running" ) << "the newest is kept";
+   auto const held = write( "Ethernet1", Phase::held );
+   JournalEntry goodbye;
+   goodbye.phase = Phase::ended;
+   goodbye.record.interface = "Ethernet1";
+   goodbye.record.ending = Ending::goodbye;
+   journal->write( goodbye );
+   auto const recovered = start( "b1" );
+   EXPECT_THAT( recovered.unfinished, ElementsAre( held ) );
+   EXPECT_THAT( recovered.ended, IsEmpty() );
+}
+
+TEST_F( RecoveryTest, ARequestOfLongAgoExpires ) {
+   start( "b1" );
+   JournalEntry entry;
+   entry.requestedAt = 5ns;
+   journal->write( entry );
+   EXPECT_THAT( start( "b1", 5ns + expiry ).ended, IsEmpty() );
+   auto const late = start( "b1", 1h );
+   ASSERT_EQ( late.ended.size(), 1u );
+   EXPECT_EQ( late.ended[ 0 ].why, "valend started 3599 s after the request" );
+}
+
+TEST( ChangeSinceTest, AnotherDeviceOrALinkThatCameUpIsAChange ) {
+   LinkMark const mark{ 7, 3 };
+   EXPECT_EQ( changeSince( mark, { 7, true, true, 1500, 3 } ), "" );
+   EXPECT_EQ( changeSince( mark, { 7, true, false, 1500, 3 } ), "" ) << "its carrier is lost";
+   EXPECT_EQ( changeSince( mark, { 7, false, false, 1500, 4 } ), "" ) << "it is down";
+   EXPECT_EQ( changeSince( mark, { 7, true, true, 1500, 4 } ), "link set up since valend stopped" );
+   EXPECT_EQ( changeSince( mark, { 8, true, true, 1500, 3 } ),
+              "device recreated since valend stopped" );
 }
 
 // --- Where a shutdown continues ------------------------------------------------------------------

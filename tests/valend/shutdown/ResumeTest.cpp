@@ -53,7 +53,7 @@ class ResumeTest : public ::testing::Test {
    void crash( std::chrono::milliseconds into ) {
       DaemonRun run( directory, 0ms );
       run.startAndResume();
-      run.controller.shutdown( "Ethernet1", "root", nullptr );
+      run.controller.shutdown( "Ethernet1", { "root" }, nullptr );
       run.advance( into );
    }
    // Cuts the journal back to its first `count` lines.
@@ -87,7 +87,7 @@ TEST_F( ResumeTest, AfterACrashInAnyPhaseTheLinkGoesDownAndRecordedFramesAreNotS
       ASSERT_EQ( run.controller.history().size(), 1u );
       EXPECT_EQ( run.last().ending, Ending::down );
       EXPECT_TRUE( run.last().resumed );
-      EXPECT_EQ( run.last().by, "root" );
+      EXPECT_EQ( run.last().request.by, "root" );
       EXPECT_EQ( run.last().sent, 2u );
       EXPECT_FALSE( run.controller.running( "Ethernet1" ) );
    }
@@ -156,6 +156,96 @@ TEST_F( ResumeTest, FramesThatMayNotHaveLeftAreSentAgainAndTheFirstDeadlineCount
    EXPECT_EQ( run.last().why, "frames sent again: valend restarted while sending" );
 }
 
+TEST_F( ResumeTest, AfterALongStopNothingIsSetDown ) {
+   for ( std::size_t lines = 1; lines < wholeLines; ++lines ) {
+      SCOPED_TRACE( "crash after line " + std::to_string( lines ) );
+      work.remove( "shutdowns" );
+      crash( 600ms );
+      keepLines( lines );
+      DaemonRun run( directory, 11'000ms );
+      std::vector< std::string > logged;
+      run.controller.endedIs(
+         [ & ]( auto const & record ) { logged.push_back( record.summary() ); } );
+      run.startAndResume();
+      EXPECT_FALSE( run.controller.running( "Ethernet1" ) );
+      run.advance( 3000ms );
+      EXPECT_THAT( run.kernel.actions, IsEmpty() );
+      EXPECT_THAT( run.sentFrames(), IsEmpty() );
+      ASSERT_EQ( run.controller.history().size(), 1u );
+      EXPECT_EQ( run.last().ending, Ending::expired );
+      EXPECT_THAT( logged,
+                   ElementsAre( HasSubstr( "expired; link left unchanged (valend started 1" ) ) );
+      EXPECT_EQ( run.controller.statistics().endings().at( Ending::expired ), 1u );
+   }
+}
+
+// It was set up on purpose.
+TEST_F( ResumeTest, ALinkThatWasSetUpMeanwhileStaysUp ) {
+   for ( std::size_t lines = 1; lines < wholeLines; ++lines ) {
+      SCOPED_TRACE( "crash after line " + std::to_string( lines ) );
+      work.remove( "shutdowns" );
+      crash( 600ms );
+      keepLines( lines );
+      DaemonRun run( directory, 700ms );
+      run.start( DaemonRun::twoInterfaces() );
+      ++run.kernel.at( "default", "et1" ).carrierUps;
+      run.controller.resume( recover( run.journal ) );
+      run.advance( 3000ms );
+      EXPECT_THAT( run.kernel.actions, IsEmpty() );
+      EXPECT_THAT( run.sentFrames(), IsEmpty() );
+      ASSERT_EQ( run.controller.history().size(), 1u );
+      EXPECT_EQ( run.last().ending, Ending::expired );
+      EXPECT_THAT( run.last().why, HasSubstr( "link set up since valend stopped" ) );
+      EXPECT_FALSE( run.controller.running( "Ethernet1" ) );
+   }
+}
+
+TEST_F( ResumeTest, AHeldLinkIsLookedAtWhenItsDeviceIsFirstSeen ) {
+   crash( 100ms );
+   DaemonRun run( directory, 200ms );
+   run.feeder.apply( DaemonRun::twoInterfaces() );
+   run.libraryStart();
+   run.controller.resume( recover( run.journal ) );
+   run.advance( 50ms );
+   EXPECT_TRUE( run.controller.running( "Ethernet1" ) );
+   run.kernel.deviceIs( "default", "et1", 8 ); // it had index 7
+   run.controller.linkSeen( { "default", "et1" }, LinkSeen::up );
+   run.turn();
+   EXPECT_FALSE( run.controller.running( "Ethernet1" ) );
+   EXPECT_EQ( run.last().ending, Ending::expired );
+   EXPECT_THAT( run.last().why, HasSubstr( "device recreated since valend stopped" ) );
+   run.advance( 1000ms );
+   EXPECT_THAT( run.kernel.actions, IsEmpty() );
+}
+
+// That is no news: valend was there to see it.
+TEST_F( ResumeTest, ACarrierThatComesAndGoesAfterTheRestartChangesNothing ) {
+   crash( 100ms );
+   DaemonRun run( directory, 200ms );
+   run.startAndResume();
+   ++run.kernel.at( "default", "et1" ).carrierUps;
+   run.controller.linkSeen( { "default", "et1" }, LinkSeen::up );
+   run.advance( 300ms );
+   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
+}
+
+TEST_F( ResumeTest, ARequestedDelayIsKept ) {
+   {
+      DaemonRun run( directory, 0ms );
+      run.startAndResume();
+      run.controller.shutdown( "Ethernet1", { "root", "alice", "new optics", 2000ms }, nullptr );
+      run.advance( 100ms );
+   }
+   for ( std::size_t const lines : { 3, 1 } ) {
+      keepLines( lines );
+      DaemonRun run( directory, 200ms );
+      run.startAndResume();
+      EXPECT_EQ( run.controller.remaining( "Ethernet1" ), lines == 3 ? 1800ms : 2000ms );
+      run.controller.enable( "Ethernet1", "root" );
+      EXPECT_EQ( run.last().request, ( Request{ "root", "alice", "new optics", 2000ms } ) );
+   }
+}
+
 // After a start it takes a moment until the devices are known.
 TEST_F( ResumeTest, AnInterfaceThatIsNotReadyIsWaitedFor ) {
    crash( 100ms );
@@ -167,9 +257,9 @@ TEST_F( ResumeTest, AnInterfaceThatIsNotReadyIsWaitedFor ) {
    run.controller.resume( recover( run.journal ) );
    run.advance( 1000ms );
    EXPECT_TRUE( run.controller.running( "Ethernet1" ) );
-   run.kernel.deviceIs( "default", "et1", 9 );
+   run.kernel.deviceIs( "default", "et1", 7 );
    run.advance( 10ms );
-   EXPECT_THAT( run.sentFrames(), ElementsAre( "default/9:a", "default/9:b" ) );
+   EXPECT_THAT( run.sentFrames(), ElementsAre( "default/7:a", "default/7:b" ) );
    run.advance( 500ms );
    EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
 }
@@ -231,7 +321,7 @@ TEST_F( ResumeTest, AnAbortedShutdownIsNotResumed ) {
    {
       DaemonRun run( directory, 0ms );
       run.startAndResume();
-      run.controller.shutdown( "Ethernet1", "root", nullptr );
+      run.controller.shutdown( "Ethernet1", { "root" }, nullptr );
       run.advance( 120ms );
       run.controller.enable( "Ethernet1", "root" );
    }
@@ -257,7 +347,7 @@ TEST_F( ResumeTest, ARequestJoinsAResumedShutdown ) {
    DaemonRun run( directory, 200ms );
    run.startAndResume();
    std::vector< ShutdownStep > steps;
-   run.controller.shutdown( "Ethernet1", "root",
+   run.controller.shutdown( "Ethernet1", { "root" },
                             [ & ]( auto step, auto const & ) { steps.push_back( step ); } );
    run.advance( 300ms );
    EXPECT_THAT( steps, ElementsAre( ShutdownStep::delayed, ShutdownStep::ended ) );
@@ -286,7 +376,7 @@ TEST_F( ResumeTest, WithoutAJournalShutdownsWork ) {
    EXPECT_EQ( run.conditions.raised()[ 0 ].text,
               "cannot open " + work / "state" +
                  ": Not a directory; a shutdown in progress would be lost on restart" );
-   run.controller.shutdown( "Ethernet1", "root", nullptr );
+   run.controller.shutdown( "Ethernet1", { "root" }, nullptr );
    run.advance( 500ms );
    EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
    EXPECT_EQ( run.sentFrames().size(), 2u );

@@ -16,7 +16,7 @@ class SetDownOutsideTest : public DaemonFixture {
    SetDownOutsideTest() : DaemonFixture( stateDirectory() ) {
       start( twoInterfaces() );
       controller.resume( recover( journal ) );
-      seen( "et1", true );
+      seen( "et1", LinkSeen::up );
    }
    static Valen::Test::WorkDirectory const & work() {
       static Valen::Test::WorkDirectory const directory;
@@ -27,16 +27,16 @@ class SetDownOutsideTest : public DaemonFixture {
       return work() / "";
    }
    // The kernel reports a device of the default namespace.
-   void seen( std::string const & device, std::optional< bool > up ) {
-      controller.linkSeen( { "default", device }, up );
+   void seen( std::string const & device, LinkSeen state ) {
+      controller.linkSeen( { "default", device }, state );
       turn();
    }
-   void setOutside( bool up ) {
-      kernel.at( "default", "et1" ).up = up;
-      seen( "et1", up );
+   void setOutside( LinkSeen state ) {
+      kernel.at( "default", "et1" ).up = state == LinkSeen::up;
+      seen( "et1", state );
    }
    void shutdown() {
-      controller.shutdown( "Ethernet1", "root", nullptr );
+      controller.shutdown( "Ethernet1", { "root" }, nullptr );
       turn();
    }
    bool withoutGoodbye() const { return controller.downWithoutGoodbye( { "default", "et1" } ); }
@@ -46,33 +46,33 @@ class SetDownOutsideTest : public DaemonFixture {
 TEST_F( SetDownOutsideTest, ALinkSetDownOutsideIsRecordedAndShown ) {
    std::vector< std::string > lines;
    controller.endedIs( [ & ]( auto const & record ) { lines.push_back( record.summary() ); } );
-   setOutside( false );
+   setOutside( LinkSeen::down );
    EXPECT_THAT( lines, ElementsAre( "Ethernet1: link set down outside valend; no goodbye frames "
                                     "sent" ) );
    EXPECT_EQ( last().ending, Ending::wentDown );
    EXPECT_STREQ( last().endingText(), "went-down" );
-   EXPECT_EQ( last().by, "outside valend" );
+   EXPECT_EQ( last().request.by, "outside valend" );
    EXPECT_EQ( last().why, "link set down outside valend" );
    EXPECT_TRUE( withoutGoodbye() );
    EXPECT_EQ( controller.totals( "Ethernet1" ).wentDown, 1u );
    EXPECT_EQ( controller.totals( "Ethernet1" ).shutdowns, 0u );
    EXPECT_THAT( sentFrames(), IsEmpty() );
-   setOutside( true );
+   setOutside( LinkSeen::up );
    EXPECT_FALSE( withoutGoodbye() );
    EXPECT_EQ( controller.history().size(), 1u );
-   setOutside( false );
+   setOutside( LinkSeen::down );
    EXPECT_EQ( controller.history().size(), 2u );
 }
 
 TEST_F( SetDownOutsideTest, AFlapIsRecordedEvenIfTheLinkIsUpAgain ) {
-   seen( "et1", false ); // the kernel has it up again
+   seen( "et1", LinkSeen::down ); // the kernel has it up again
    EXPECT_EQ( controller.history().size(), 1u );
 }
 
 TEST_F( SetDownOutsideTest, AShutdownByValendIsNotOutside ) {
    shutdown();
    advance( 500ms );
-   seen( "et1", false );
+   seen( "et1", LinkSeen::down );
    EXPECT_EQ( controller.history().size(), 1u );
    EXPECT_EQ( last().ending, Ending::down );
    EXPECT_FALSE( withoutGoodbye() );
@@ -82,20 +82,20 @@ TEST_F( SetDownOutsideTest, AShutdownByValendIsNotOutside ) {
 TEST_F( SetDownOutsideTest, ALateReportOfValendsOwnChangeIsNotOutside ) {
    shutdown();
    advance( 500ms );
-   seen( "et1", true ); // of before the shutdown
+   seen( "et1", LinkSeen::up ); // of before the shutdown
    EXPECT_EQ( controller.enable( "Ethernet1", "root" ), LinkController::Enabled::up );
-   seen( "et1", false ); // of before the enabling
-   seen( "et1", true );
+   seen( "et1", LinkSeen::down ); // of before the enabling
+   seen( "et1", LinkSeen::up );
    EXPECT_EQ( controller.history().size(), 1u );
    EXPECT_FALSE( withoutGoodbye() );
-   setOutside( false );
+   setOutside( LinkSeen::down );
    EXPECT_TRUE( withoutGoodbye() ) << "a real change is recorded, however soon";
 }
 
 TEST_F( SetDownOutsideTest, AHeldShutdownEndsAndItsRecordSaysWhy ) {
    shutdown();
    advance( 120ms );
-   setOutside( false );
+   setOutside( LinkSeen::down );
    EXPECT_FALSE( controller.running( "Ethernet1" ) );
    EXPECT_EQ( last().ending, Ending::down );
    EXPECT_EQ( last().why, "link set down outside valend 120 ms into the delay" );
@@ -111,7 +111,7 @@ TEST_F( SetDownOutsideTest, AShutdownWhoseFramesLeaveTheSocketContinues ) {
    kernel.outstanding = 100;
    shutdown();
    advance( 510ms );
-   setOutside( false );
+   setOutside( LinkSeen::down );
    EXPECT_TRUE( controller.running( "Ethernet1" ) );
    advance( 300ms );
    EXPECT_EQ( last().ending, Ending::down );
@@ -119,15 +119,15 @@ TEST_F( SetDownOutsideTest, AShutdownWhoseFramesLeaveTheSocketContinues ) {
 }
 
 TEST_F( SetDownOutsideTest, ADeviceThatGoesOrIsNotAnInterfaceIsIgnored ) {
-   seen( "et1", std::nullopt );
-   seen( "et1", false ); // another device of that name, never up
-   seen( "eth0", true );
-   seen( "eth0", false );
+   seen( "et1", LinkSeen::gone );
+   seen( "et1", LinkSeen::down ); // another device of that name, never up
+   seen( "eth0", LinkSeen::up );
+   seen( "eth0", LinkSeen::down );
    EXPECT_THAT( controller.history(), IsEmpty() );
 }
 
 TEST_F( SetDownOutsideTest, ItIsInTheJournal ) {
-   setOutside( false );
+   setOutside( LinkSeen::down );
    EXPECT_NE( work().content( "shutdowns" ).find( "\"ending\":\"went-down\"" ), std::string::npos );
 }
 

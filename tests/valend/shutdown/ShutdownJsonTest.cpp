@@ -12,7 +12,8 @@ using Json = nlohmann::json;
 ShutdownRecord record() {
    ShutdownRecord record;
    record.interface = "Ethernet1";
-   record.by = "uid 7";
+   record.place = { "ns-red", "et1" };
+   record.request = { "root", "alice", "new optics", 700ms };
    record.when = std::chrono::system_clock::time_point( 1234567ms );
    record.withDelay = true;
    record.resumed = true;
@@ -47,6 +48,9 @@ TEST( ShutdownJsonTest, AnEmptyTextIsNull ) {
    auto const json = toJson( ShutdownRecord() );
    EXPECT_TRUE( json[ "why" ].is_null() );
    EXPECT_TRUE( json[ "failReason" ].is_null() );
+   EXPECT_TRUE( json[ "login" ].is_null() );
+   EXPECT_TRUE( json[ "reason" ].is_null() );
+   EXPECT_TRUE( json[ "requestedDelayMs" ].is_null() );
 }
 
 TEST( ShutdownJsonTest, RefusedFramesAreListedByError ) {

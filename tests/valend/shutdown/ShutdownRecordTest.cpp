@@ -12,7 +12,7 @@ using Ending = ShutdownRecord::Ending;
 ShutdownRecord delayedShutdown() {
    ShutdownRecord record;
    record.interface = "Ethernet1";
-   record.by = "root";
+   record.request.by = "root";
    record.withDelay = true;
    record.sent = 3;
    record.sending = 249us;
@@ -51,12 +51,23 @@ TEST( ShutdownRecordTest, EachEndingHasASummary ) {
       { Ending::noDevice, "Ethernet1: shutdown by root: total 501 ms, device not present: so" },
       { Ending::failed, "Ethernet1: shutdown by root: total 501 ms, cannot set the link down: so" },
       { Ending::wentDown, "Ethernet1: link set down outside valend; no goodbye frames sent" },
-      { Ending::rebooted, "Ethernet1: shutdown by root: machine rebooted, total 501 ms (so)" } };
+      { Ending::rebooted, "Ethernet1: shutdown by root: machine rebooted, total 501 ms (so)" },
+      { Ending::expired, "Ethernet1: shutdown by root: expired; link left unchanged (so)" },
+      { Ending::goodbye, "Ethernet1: goodbye by root: 3 frames in 0.2 ms, link unchanged (so)" } };
    for ( auto const & [ ending, line ] : lines ) {
       record.ending = ending;
       EXPECT_EQ( record.summary(), line );
    }
    EXPECT_EQ( lines.size(), enumTexts( ShutdownRecord::Ending() ).size() );
+}
+
+TEST( ShutdownRecordTest, TheSummaryNamesWhoAskedAndWhy ) {
+   auto record = delayedShutdown();
+   record.request.login = "alice";
+   record.request.reason = "new optics";
+   EXPECT_EQ( record.summary(),
+              "Ethernet1: shutdown by root (login alice), reason \"new optics\": 3 frames in 0.2 "
+              "ms, held 500 ms, link down, total 501 ms" );
 }
 
 TEST( ShutdownRecordTest, AnEndingIsReadBackFromItsText ) {
