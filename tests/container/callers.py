@@ -1,4 +1,5 @@
 """The programs that call Valen: systemctl, ifdown, nmcli."""
+from fixture import goodbye
 from tap import expect
 
 
@@ -69,12 +70,20 @@ def use_network_manager(machine):
                  "valenctl wait wan2 --until up --timeout 10 && valenctl wait wan2 --until ready --timeout 10")
 
 
+def expect_disconnected(machine, since):
+    """NetworkManager waited for one goodbye, removed the address, and left the link up."""
+    sent = machine.wire.received("eth2", goodbye("wan2"), since)
+    expect(len(sent) == 1, f"{len(sent)} goodbyes of wan2, expected 1")
+    expect("198.51.100.1" not in machine.must("ip address show eth2"), "NetworkManager did not go on")
+    expect(not machine.wire.went_down("eth2", since), "eth2 went down")
+
+
 def nmcli_device(machine):
     """nmcli device disconnect waits for one goodbye"""
     use_network_manager(machine)
     since = machine.wire.now()
     machine.must("nmcli device disconnect eth2")
-    machine.expect_one_goodbye("wan2", since)
+    expect_disconnected(machine, since)
 
 
 def nmcli_connection(machine):
@@ -82,7 +91,7 @@ def nmcli_connection(machine):
     machine.must("nmcli --wait 20 connection up second && valenctl wait wan2 --until up --timeout 10")
     since = machine.wire.now()
     machine.must("nmcli connection down second")
-    machine.expect_one_goodbye("wan2", since)
+    expect_disconnected(machine, since)
     machine.must("nmcli connection delete second; ip link set eth2 up")
 
 
