@@ -34,7 +34,7 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
       entity->linkLayerIs( Quill::Name( linkLayer ) );
       status( netNs )->interfaceDel( ifIndex );
       status( netNs )->interfaceAdd( entity );
-      devices_[ { netNs, name } ] = { ifIndex, true, true, 1500, linkLayer };
+      devices_[ { netNs, name } ] = { ifIndex, true, true, 1500, 0, linkLayer };
    }
    void deviceDel( std::string const & netNs, std::string const & name ) {
       auto const found = devices_.find( { netNs, name } );

@@ -91,7 +91,7 @@ std::optional< LinkDevice > KernelLinks::device( LinkPlace const & place ) const
       if ( device->deviceName() == name ) {
          return LinkDevice{ device->ifIndex(), ( device->flags() & IFF_UP ) != 0,
                             ( device->flags() & IFF_RUNNING ) != 0, device->mtu(),
-                             device->linkLayer().stdString(), device->carrierUps() };
+                             device->carrierUps(), device->linkLayer().stdString() };
       }
    }
    return std::nullopt;

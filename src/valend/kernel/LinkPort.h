@@ -22,8 +22,8 @@ struct LinkDevice {
    bool up = false;            // set up by the operator (IFF_UP)
    bool carrier = false;       // operational (IFF_RUNNING)
    U32 mtu = 0;                // bytes after the link-layer header
-   std::string linkLayer = {}; // empty: Ethernet; else as ip-link(8) has it after "link/": "none"
    U32 carrierUps = 0;         // how often its carrier came up since the device was made
+   std::string linkLayer = {}; // empty: Ethernet; else as ip-link(8) has it after "link/": "none"
 };
 
 // What the kernel reports of a device.
