@@ -41,6 +41,7 @@ TEST( ConfigWriterTest, EverythingIsWritten ) {
                                  "socket: /s\n"
                                  "netns-directory: /n\n"
                                  "state-directory: /d\n"
+                                 "max-shutdown-delay-ms: 20000\n"
                                  "metrics-file: /m\n"
                                  "trace: {levels: A/0, file: /t, ring: /r}\n" );
    ASSERT_EQ( config.agents.at( "lldp" ).at( "Ethernet1" ).size(), 2u );
