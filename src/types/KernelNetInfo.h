@@ -19,7 +19,7 @@ class Interface final : public Quill::Entity {
    // Empty: the device carries Ethernet frames. Else what ip-link(8) shows after "link/": "none", "sit".
    // Set before the device is published.
    QUILL_SINGLE( Quill::Name, linkLayer )
-   QUILL_SINGLE( U32, carrierUps )         // IFLA_CARRIER_UP_COUNT, how often its carrier came up
+   QUILL_SINGLE( U32, carrierUps ) // IFLA_CARRIER_UP_COUNT, how often its carrier came up
 };
 
 class Status final : public Quill::Entity {

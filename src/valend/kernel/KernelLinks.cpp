@@ -89,9 +89,12 @@ std::optional< LinkDevice > KernelLinks::device( LinkPlace const & place ) const
    Quill::Name const name( place.device );
    for ( auto const & device : status->interface() ) {
       if ( device->deviceName() == name ) {
-         return LinkDevice{ device->ifIndex(), ( device->flags() & IFF_UP ) != 0,
-                            ( device->flags() & IFF_RUNNING ) != 0, device->mtu(),
-                             device->carrierUps(), device->linkLayer().stdString() };
+         return LinkDevice{ device->ifIndex(),
+                            ( device->flags() & IFF_UP ) != 0,
+                            ( device->flags() & IFF_RUNNING ) != 0,
+                            device->mtu(),
+                            device->carrierUps(),
+                            device->linkLayer().stdString() };
       }
    }
    return std::nullopt;
