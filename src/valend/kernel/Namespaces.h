@@ -8,7 +8,7 @@ namespace Valend {
 // The result of opening a namespace.
 struct NamespaceView {
    std::string identity; // unique among the namespaces that exist; empty when it cannot be opened
-   std::string error;  // why it cannot be opened; empty when it can
+   std::string error;    // why it cannot be opened; empty when it can
    bool missing = false; // it cannot be opened because it does not exist
 
    bool operator==( NamespaceView const & ) const = default;

@@ -67,7 +67,7 @@ TEST_F( WorkQueueTest, AFaultIsReportedAndTheRestIsStillRun ) {
    queue.run();
    EXPECT_THAT( ran, ElementsAre( 3 ) );
    EXPECT_THAT( faults.messages(), ElementsAre( "fault in WorkQueue owner: no luck",
-                                              "fault in WorkQueue: nor here" ) );
+                                                "fault in WorkQueue: nor here" ) );
 }
 
 } // namespace
