@@ -50,6 +50,8 @@ void LastConfiguration::keep( Settings::Config const & config ) {
 }
 
 std::string LastConfiguration::write( Settings::Config const & config ) const {
+   std::error_code ignored; // the write says why it fails
+   std::filesystem::create_directories( std::filesystem::path( path_ ).parent_path(), ignored );
    auto const error =
       writeAtomically( path_,
                        "# The last valid configuration of " + source_ +

@@ -61,6 +61,11 @@ TEST_F( LastConfigurationTest, WhatIsKeptIsReadAgain ) {
    EXPECT_FALSE( work.has( "configuration.yaml.new" ) );
 }
 
+TEST_F( LastConfigurationTest, TheDirectoryIsMade ) {
+   make( work / "state" )->keep( delayOf( 5 ) ); // the temporary waits for the file
+   EXPECT_TRUE( work.has( "state/configuration.yaml" ) );
+}
+
 TEST_F( LastConfigurationTest, TheNewestOfSeveralIsKept ) {
    {
       auto last = make( work.path() );
@@ -76,14 +81,14 @@ TEST_F( LastConfigurationTest, TheNewestOfSeveralIsKept ) {
 }
 
 TEST_F( LastConfigurationTest, ADirectoryThatCannotBeWrittenIsAConditionUntilItCan ) {
+   work.write( "none", "a file in its place" );
    auto last = make( work / "none" );
    last->keep( delayOf( 5 ) );
    EXPECT_TRUE( eventually( [ & ] { return !condition().empty(); } ) );
    EXPECT_EQ( condition(), "last-configuration: a start with errors in the configuration would "
                            "fail: cannot write " +
-                              ( work / "none/configuration.yaml.new" ) +
-                              ": No such file or directory" );
-   work.directory( "none" );
+                              ( work / "none/configuration.yaml.new" ) + ": Not a directory" );
+   work.remove( "none" );
    clock.advance( LastConfiguration::retryPeriod );
    EXPECT_TRUE( eventually( [ & ] { return condition().empty(); } ) );
 }
