@@ -146,6 +146,9 @@ FrameList framesFromFile( std::string_view text, std::string const & directory )
       throw FrameError( "expected a file and frame numbers, such as \"pcap:FILE#1,3-5\"" );
    }
    auto const name = std::string( text.substr( 0, hash ) );
+   if ( name.find( '\0' ) != name.npos ) { // the kernel, and what() of an error, would end there
+      throw FrameError( "the name of a capture file contains a NUL byte" );
+   }
    auto const file = name.starts_with( '/' ) ? name : directory + name;
    auto const numbers = numbersOf( file, text.substr( hash + 1 ) );
    auto sorted = numbers;

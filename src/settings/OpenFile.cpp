@@ -24,9 +24,6 @@ bool isDevNull( struct stat const & status ) noexcept {
 } // namespace
 
 OpenFile openForReading( std::string const & path ) {
-   if ( path.find( '\0' ) != path.npos ) { // the kernel would open what is before it
-      throw CannotOpen{ Why::missing, "cannot open: the name contains a NUL byte" };
-   }
    // Without O_NONBLOCK it would wait for the writer of a FIFO.
    auto const descriptor = ::open( path.c_str(), O_RDONLY | O_NONBLOCK | O_NOCTTY | O_CLOEXEC );
    if ( descriptor < 0 ) {

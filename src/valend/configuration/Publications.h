@@ -43,7 +43,7 @@ class Publications {
    // time with what surrounds it; so is the entry of an agent for an interface.
    static constexpr std::size_t maxMemory = 128u << 20;
    static constexpr std::size_t frameMemory = 128;  // besides twice its bytes
-   static constexpr std::size_t entryMemory = 1536; // of an agent for an interface
+   static constexpr std::size_t entryMemory = 2048; // of an agent for an interface
    static std::size_t memoryOf( Settings::Frames const & frames ) noexcept;
 
    // What an agent has published with the lifetime "kept" for an interface from now on; no frames: nothing.
