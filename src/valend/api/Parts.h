@@ -24,7 +24,7 @@ struct Reloaded {
    std::vector< std::string > changes;          // a line each
    std::vector< std::string > warnings;         // about the files
    std::vector< ReadinessLoss::Lost > notReady; // interfaces that were ready before
-   std::optional< Refusal > rejected;           // nothing was applied: the files have errors
+   std::optional< Refusal > rejected = {};      // nothing was applied: the files have errors
 };
 
 // All must outlive the API.

@@ -242,8 +242,7 @@ TEST_F( PublicationsTest, TheMemoryOfPublishedFramesIsNoMoreThanItIsCounted ) {
       }
       auto const taken = ::mallinfo2().uordblks - before;
       EXPECT_LE( taken, publications.memory() ) << frames << " frames of " << bytes;
-      RecordProperty( std::to_string( frames ) + "x" + std::to_string( bytes ),
-                      std::to_string( taken ) + " of " + std::to_string( publications.memory() ) );
+      EXPECT_GE( taken, publications.memory() / 4 ) << frames << " frames of " << bytes;
       for ( unsigned i = 0; i < interfaces; ++i ) {
          publications.withdraw( "agent", "port" + std::to_string( i ), 1 );
       }
