@@ -25,8 +25,8 @@ struct Worker::Queue {
 };
 
 Worker::Worker( EventLoop & loop, std::string name,
-                std::optional< std::chrono::milliseconds > patience )
-    : name_( std::move( name ) ), patience_( patience ), inbox_( loop, name_ ),
+                std::optional< std::chrono::milliseconds > endTimeout )
+    : name_( std::move( name ) ), endTimeout_( endTimeout ), inbox_( loop, name_ ),
       queue_( std::make_shared< Queue >() ) {
    queue_->inbox = &inbox_;
 }
@@ -52,9 +52,9 @@ Worker::~Worker() {
 bool Worker::allEnded() {
    std::unique_lock lock( queue_->mutex );
    auto const ended = [ this ] { return queue_->ended; };
-   if ( !patience_ ) {
+   if ( !endTimeout_ ) {
       queue_->changed.wait( lock, ended );
-   } else if ( !queue_->changed.wait_for( lock, *patience_, ended ) ) {
+   } else if ( !queue_->changed.wait_for( lock, *endTimeout_, ended ) ) {
       queue_->jobs.clear();
    }
    return queue_->ended;

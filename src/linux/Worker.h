@@ -21,11 +21,11 @@ class Worker {
    using Job = std::function< Work() >;
 
    // `loop` must outlive this. `name` is for faults, and for ps(1): "valen-files".
-   //   patience   how long the destructor waits for the jobs; by default until they have ended. A job that is
+   //   endTimeout   how long the destructor waits for the jobs; by default until they have ended. A job that is
    //              left behind may use what it owns only: shared plain values.
    Worker( EventLoop & loop, std::string name,
-           std::optional< std::chrono::milliseconds > patience = std::nullopt );
-   // Runs the jobs that are still queued, and drops their results. When `patience` is over, drops the jobs that
+           std::optional< std::chrono::milliseconds > endTimeout = std::nullopt );
+   // Runs the jobs that are still queued, and drops their results. When `endTimeout` is over, drops the jobs that
    // have not begun, and leaves the one that runs behind: it ends with the process at the latest.
    ~Worker();
    Worker( Worker const & ) = delete;
@@ -42,7 +42,7 @@ class Worker {
    bool allEnded();
 
    std::string const name_;
-   std::optional< std::chrono::milliseconds > const patience_;
+   std::optional< std::chrono::milliseconds > const endTimeout_;
    Inbox inbox_;
    std::shared_ptr< Queue > const queue_;
    std::optional< std::thread > thread_;

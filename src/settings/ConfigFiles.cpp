@@ -74,8 +74,8 @@ std::string contentOfStandardInput( Budget & budget ) {
    }
    auto const end = std::chrono::steady_clock::now() + inputTimeout;
    return contentOf( STDIN_FILENO, budget, [ & ] {
-      auto const left = std::chrono::ceil< std::chrono::milliseconds >(
-         end - std::chrono::steady_clock::now() );
+      auto const left =
+         std::chrono::ceil< std::chrono::milliseconds >( end - std::chrono::steady_clock::now() );
       pollfd waiting{ STDIN_FILENO, POLLIN, 0 };
       if ( left.count() <= 0 || ::poll( &waiting, 1, static_cast< int >( left.count() ) ) == 0 ) {
          throw Unreadable{ "no end of the input after " + std::to_string( inputTimeout.count() ) +

@@ -72,7 +72,8 @@ Capture openCapture( std::string const & file ) {
       [[maybe_unused]] auto const closedByPcap = opened.release();
       return capture;
    } catch ( CannotOpen const & e ) {
-      reject( file, ( e.why == CannotOpen::Why::missing ? e.text : "not a regular file" ) + expected );
+      reject( file,
+              ( e.why == CannotOpen::Why::missing ? e.text : "not a regular file" ) + expected );
    }
 }
 

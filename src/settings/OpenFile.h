@@ -1,4 +1,4 @@
-// Opening a file that somebody named in a configuration, without waiting for anything.
+// Opening a file that a configuration names, without waiting for anything.
 #pragma once
 
 #include <cstdio>

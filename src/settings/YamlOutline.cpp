@@ -28,8 +28,7 @@ YamlTooLarge tooMany( YAML::Mark const & mark, std::size_t limit ) {
 // than a hundred unclosed ones to be rejected, and text that it overlooks is counted by the parser's events.
 class BracketScan {
  public:
-   BracketScan( std::string_view text, std::size_t limit )
-       : text_( text ), limit_( limit ) {}
+   BracketScan( std::string_view text, std::size_t limit ) : text_( text ), limit_( limit ) {}
 
    void run() {
       for ( ; at_ < text_.size(); advance() ) {
@@ -50,8 +49,8 @@ class BracketScan {
          } else if ( isOneOf( character, ",&!*?" ) ) {
             count();
          }
-         inProperty_ = inProperty_ ? !isOneOf( character, " \t\r\n" )
-                                   : begins && isOneOf( character, "&!*" );
+         inProperty_ =
+            inProperty_ ? !isOneOf( character, " \t\r\n" ) : begins && isOneOf( character, "&!*" );
       }
    }
 

@@ -65,8 +65,8 @@ void YamlReader::error( YAML::Node const & node, std::string text ) {
 void YamlReader::error( YAML::Mark const & mark, std::string text ) {
    ++errorCount_;
    Found found{ current_, { placeOf( mark ), std::move( text ) } };
-   auto const place =
-      std::upper_bound( errors_.begin(), errors_.end(), found, []( auto const & a, auto const & b ) {
+   auto const place = std::upper_bound(
+      errors_.begin(), errors_.end(), found, []( auto const & a, auto const & b ) {
          return order( a.file, a.error.place ) < order( b.file, b.error.place );
       } );
    errors_.insert( place, std::move( found ) );
@@ -120,9 +120,8 @@ void YamlReader::keyed( YAML::Node const & node, std::string const & what,
       if ( added ) {
          handler( entry.first, entry.second );
       } else {
-         error( entry.first,
-                "duplicate key \"" + key + "\" in " + what +
-                                   firstDefinedAt( placeOf( first->second ) ) );
+         error( entry.first, "duplicate key \"" + key + "\" in " + what +
+                                firstDefinedAt( placeOf( first->second ) ) );
       }
    }
 }

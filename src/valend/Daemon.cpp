@@ -122,16 +122,17 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
    for ( auto const & [ vrf, netNs ] : plan->config().vrfs ) {
       wanted.insert( netNs );
    }
-   return { readinessLoss_.readyInto( readyBefore_ ), followStep( wanted ),
+   return { readinessLoss_.readyInto( readyBefore_ ),
+            followStep( wanted ),
             [ this, plan ] {
                access_.refresh(); // a group may have been added
                publications_.begin( plan );
                return false;
             },
             [ this ] {
-               Quill::underFaultBoundary( { typeid( Feeder ), "Feeder" },
-                                          [] { return std::string( "a step" ); },
-                                          [ this ] { feeder_.step(); } );
+               Quill::underFaultBoundary(
+                  { typeid( Feeder ), "Feeder" }, [] { return std::string( "a step" ); },
+                  [ this ] { feeder_.step(); } );
                return feeder_.applying();
             },
             leaveStep( wanted ),

@@ -220,7 +220,9 @@ TEST_F( DropInsTest, AnErrorSaysWhyAFileCannotBeRead ) {
 TEST_F( DropInsTest, AFileBeyondTheLimitIsRejected ) {
    directory.write( "valen.yaml", "" );
    std::filesystem::resize_file( directory / "valen.yaml", maxConfigBytes + 1 );
-   EXPECT_THAT( errors(), ElementsAre( "valen.yaml: exceeds the limit of 16777216 bytes, of all files together" ) );
+   EXPECT_THAT(
+      errors(),
+      ElementsAre( "valen.yaml: exceeds the limit of 16777216 bytes, of all files together" ) );
 }
 
 } // namespace

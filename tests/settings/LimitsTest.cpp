@@ -48,10 +48,11 @@ std::size_t peakKilobytes() {
 
 TEST( LimitsTest, DeepNestingIsRejectedBeforeItTakesMemory ) {
    auto const before = peakKilobytes();
-   for ( auto const * opening : { "{", "[", "[{", "&a [", "!t {", "a: [", "{\"\": ", "- - - - - " } ) {
+   for ( auto const * opening :
+         { "{", "[", "[{", "&a [", "!t {", "a: [", "{\"\": ", "- - - - - " } ) {
       auto const text = repeated( 4'000'000 / std::strlen( opening ), opening );
-      EXPECT_THAT( errorsOf( text ),
-                   ElementsAre( ::testing::EndsWith( "nested deeper than 100, which is the limit" ) ) )
+      EXPECT_THAT( errorsOf( text ), ElementsAre( ::testing::EndsWith(
+                                        "nested deeper than 100, which is the limit" ) ) )
          << opening;
    }
    EXPECT_LT( peakKilobytes() - before, 100'000u ) << "100 bytes for each bracket would be 400 MB";
@@ -76,8 +77,7 @@ TEST( LimitsTest, BracketsThatAreTextDoNotCount ) {
 TEST( LimitsTest, TooManyValuesAreRejectedBeforeTheTreeIsBuilt ) {
    auto const before = peakKilobytes();
    std::string const limit = "more than 500000 values, which is the limit";
-   EXPECT_THAT( errorsOf( repeated( 260'000, "a: b\n" ) ),
-                ElementsAre( "c:250000:4: " + limit ) );
+   EXPECT_THAT( errorsOf( repeated( 260'000, "a: b\n" ) ), ElementsAre( "c:250000:4: " + limit ) );
    EXPECT_THAT( errorsOf( "[" + repeated( 2'000'000, "a," ) ),
                 ElementsAre( ::testing::EndsWith( limit ) ) );
    EXPECT_THAT( errorsOf( "[" + repeated( 2'000'000, "\"\" " ) ),
@@ -90,7 +90,8 @@ TEST( LimitsTest, TheValuesOfAllFilesCountTogether ) {
    auto const errors = parseConfig( { { "a", list }, { "b", list } } ).errors;
    ASSERT_THAT( errors, SizeIs( 2 ) );
    EXPECT_EQ( errors[ 0 ].place.file, "a" );
-   EXPECT_THAT( errors[ 1 ].message(), ::testing::MatchesRegex( "b:1:.*: more than .* values, .*" ) );
+   EXPECT_THAT( errors[ 1 ].message(),
+                ::testing::MatchesRegex( "b:1:.*: more than .* values, .*" ) );
 }
 
 // --- Errors ---------------------------------------------------------------------------------------
@@ -137,11 +138,10 @@ TEST( LimitsTest, AliasesDoNotMakeMillionsOfFrames ) {
       text += "- {name: p" + std::to_string( i ) + "}\n";
       messages += "    p" + std::to_string( i ) + ": *f\n";
    }
-   auto const result =
-      parseConfig( text + "agents:\n- name: a\n  messages:\n" + messages, "c" );
+   auto const result = parseConfig( text + "agents:\n- name: a\n  messages:\n" + messages, "c" );
    ASSERT_THAT( result.errors, SizeIs( 2 ) ); // the first is the unknown key "x"
    EXPECT_EQ( result.errors[ 1 ].text, "more than 250000 frames or 16777216 bytes in frames, "
-                                         "which is the limit" );
+                                       "which is the limit" );
    std::size_t frames = 0;
    for ( auto const & [ interface, each ] : result.config.agents.at( "a" ) ) {
       frames += each.size();
@@ -206,7 +206,7 @@ TEST_F( LimitsOfFilesTest, ADeviceIsNotRead ) {
    EXPECT_THAT( errors(), IsEmpty() ) << "it is as good as an empty file";
 }
 
-// A pseudo-terminal: reading one waits until somebody types.
+// A pseudo-terminal: reading one waits for the keyboard.
 class Terminal {
  public:
    Terminal() : master_( ::posix_openpt( O_RDWR | O_NOCTTY | O_CLOEXEC ) ) {

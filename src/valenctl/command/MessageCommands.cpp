@@ -94,8 +94,9 @@ class MessagesRemove final : public Command {
       Json const parameters{ { "agent", agent_ }, { "interface", interface_ } };
       auto const answer = session.call( "Withdraw", parameters );
       if ( !answer.value( "saved", true ) ) {
-         session.err() << "not saved: frames that were kept may be back after a restart of valend; see "
-                          "\"valenctl status\"\n";
+         session.err()
+            << "not saved: frames that were kept may be back after a restart of valend; see "
+               "\"valenctl status\"\n";
       }
       session.print( answer, "" );
       return Exit::done;
@@ -116,7 +117,8 @@ Exit publish( Session & session, Publication const & publication, Lifetime lifet
                    { "lifetime", lifetime == Lifetime::kept ? "kept" : "connection" } } );
    session.err() << tooLongText( answer );
    if ( lifetime == Lifetime::kept && !answer.value( "saved", true ) ) {
-      session.err() << "not saved: a restart of valend would lose the frames; see \"valenctl status\"\n";
+      session.err()
+         << "not saved: a restart of valend would lose the frames; see \"valenctl status\"\n";
    }
    session.print( answer, "" );
    return Exit::done;

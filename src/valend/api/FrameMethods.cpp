@@ -19,8 +19,7 @@ void FrameMethods::publish( Call const & call, std::string const & agent,
    for ( auto const & hex : frames ) {
       list.push_back( Publications::frameOf( hex, list.size() + 1 ) );
    }
-   parts_.publications.publish(
-      { agent, interface, std::move( list ), lifetime, call->client() } );
+   parts_.publications.publish( { agent, interface, std::move( list ), lifetime, call->client() } );
    changed( *call );
    answerWhenSaved( call, lifetime, { { "tooLong", tooLong( agent, interface ) } } );
 }
@@ -39,7 +38,7 @@ Json FrameMethods::tooLong( std::string const & agent, std::string const & inter
    return found == interfaces.end() ? Json::array() : report_.tooLong( found->second, agent );
 }
 
-// Whoever gets the answer can rely on the disk.
+// A client that has the answer can rely on the disk.
 void FrameMethods::answerWhenSaved( Call const & call, Publications::Lifetime lifetime,
                                     Json const & parameters ) {
    auto const answer = [ call, parameters ]( bool saved ) {

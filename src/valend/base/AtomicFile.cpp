@@ -29,8 +29,7 @@ bool writeAll( int file, std::string_view text ) {
 bool syncDirectoryOf( std::string const & path ) {
    auto const slash = path.rfind( '/' );
    auto const directory = slash == path.npos ? "." : path.substr( 0, slash + 1 );
-   Valen::Linux::Fd const fd(
-      ::open( directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC ) );
+   Valen::Linux::Fd const fd( ::open( directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC ) );
    return fd && ::fsync( fd.get() ) == 0;
 }
 

@@ -11,8 +11,8 @@ namespace Valend {
 
 struct ActiveConfiguration {
    PlanPtr plan = std::make_shared< Plan const >(); // of the files
-   Settings::Sources sources;           // its places
-   std::vector< std::string > warnings; // about the files
+   Settings::Sources sources;                       // its places
+   std::vector< std::string > warnings;             // about the files
 
    Settings::ProcessConfig commandLine;
    Settings::ProcessConfig process;  // as valend was started, the command line included

@@ -70,8 +70,8 @@ Configurator::Configurator( std::string file, Settings::ProcessConfig commandLin
       read_( std::move( read ) ), slices_( loop.workQueue(), "reload" ),
       timer_( loop.scheduler(), "configurationRead",
               [ this ] {
-                 slow_.raise( "the files of " + file_ +
-                              " have not been read within " + std::to_string( readTimeout.count() ) +
+                 slow_.raise( "the files of " + file_ + " have not been read within " +
+                              std::to_string( readTimeout.count() ) +
                               " s; the previous configuration is active" );
               } ),
       reader_( loop, "valen-config", std::chrono::milliseconds( 0 ) ) {
@@ -133,11 +133,11 @@ void Configurator::begin() {
    running_ = std::exchange( next_, {} );
    notifyManager( "RELOADING=1\nMONOTONIC_USEC=" + monotonicMicroseconds() );
    timer_.start( readTimeout );
-   reader_.run( [ this, file = file_, read = read_,
-                  before = active_.plan ]() -> Valen::Linux::Worker::Work {
-      auto plan = std::make_shared< ReadPlan >( planOf( read( file ), before ) );
-      return [ this, plan ] { readEnded( *plan ); };
-   } );
+   reader_.run(
+      [ this, file = file_, read = read_, before = active_.plan ]() -> Valen::Linux::Worker::Work {
+         auto plan = std::make_shared< ReadPlan >( planOf( read( file ), before ) );
+         return [ this, plan ] { readEnded( *plan ); };
+      } );
 }
 
 void Configurator::readEnded( ReadPlan & read ) {
@@ -210,7 +210,8 @@ void Configurator::makeActive( ReadPlan & read ) {
    auto const wanted = active_.wanted();
 
    append( changes_, Settings::processChanges( before, wanted, TakesEffect::onReload ) );
-   append( changes_, Settings::processChanges( active_.process, wanted, TakesEffect::atNextStart ) );
+   append( changes_,
+           Settings::processChanges( active_.process, wanted, TakesEffect::atNextStart ) );
 
    // Levels that were set over the API stay until the files change theirs.
    auto const levels = wanted.value( "trace.levels" );

@@ -45,7 +45,7 @@ class Configurator {
 
    // What a reload has come to.
    struct Outcome {
-      U64 number; // of the reload; several requests may have the same
+      U64 number;                         // of the reload; several requests may have the same
       std::vector< std::string > changes; // a line each
       std::optional< Refusal > rejected;  // Errors::configRejected(): the files have errors
    };
@@ -82,7 +82,7 @@ class Configurator {
    std::vector< Done > running_; // of the reload that runs
    std::vector< Done > next_;    // of the one after it
    bool reloading_ = false;
-   U64 number_ = 0; // of reloads so far
+   U64 number_ = 0;                     // of reloads so far
    std::vector< std::string > changes_; // of the reload that runs
    std::size_t logged_ = 0;             // of `changes_`
    Slices slices_;

@@ -170,9 +170,9 @@ void Feeder::vrfAddNext() {
 }
 
 void Feeder::interfaceNext() {
-   auto const name = first( { keyAfter( config_.interfaces, cursor_ ),
-                              keyAfter( plan_->config().interfaces, cursor_ ),
-                              keyAfter( withdrawn_, cursor_ ) } );
+   auto const name =
+      first( { keyAfter( config_.interfaces, cursor_ ),
+               keyAfter( plan_->config().interfaces, cursor_ ), keyAfter( withdrawn_, cursor_ ) } );
    if ( !name ) {
       return next( Phase::agents );
    }
@@ -182,8 +182,8 @@ void Feeder::interfaceNext() {
 
 // Those without any frames: the others came, and went, with their frames.
 void Feeder::agentNext() {
-   auto const name = first(
-      { keyAfter( config_.agents, cursor_ ), keyAfter( plan_->config().agents, cursor_ ) } );
+   auto const name =
+      first( { keyAfter( config_.agents, cursor_ ), keyAfter( plan_->config().agents, cursor_ ) } );
    if ( !name ) {
       return finish();
    }
@@ -305,8 +305,7 @@ void Feeder::frameDirAdd( std::string const & agent ) {
    }
 }
 
-void Feeder::entitiesRemove( std::string const & name,
-                             Settings::InterfaceConfig const * wanted ) {
+void Feeder::entitiesRemove( std::string const & name, Settings::InterfaceConfig const * wanted ) {
    auto const entity = store_.allIntfConfigDir->intfConfig( name );
    if ( entity && ( !wanted || wanted->shutdownDelay != entity->adminShutdownDelaySupported() ) ) {
       store_.allIntfConfigDir->intfConfigDel( name );

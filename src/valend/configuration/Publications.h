@@ -103,8 +103,9 @@ class Publications {
    Messages messages_;
    std::size_t memory_ = 0;
    std::map< std::string, std::set< std::string > > agentsOf_; // by interface
-   std::map< U64, std::set< Key > > boundTo_;                  // by client: what its connection holds
-   std::map< std::string, std::map< U64, std::size_t > > clientsOf_; // by agent: how many each holds
+   std::map< U64, std::set< Key > > boundTo_; // by client: what its connection holds
+   std::map< std::string, std::map< U64, std::size_t > >
+      clientsOf_; // by agent: how many each holds
 };
 
 } // namespace Valend

@@ -20,10 +20,11 @@ PublishedFile::PublishedFile( std::string const & directory, Conditions & condit
 
 PublishedFile::~PublishedFile() {
    if ( !changes_.empty() ) { // after what is being written
-      worker_.run( [ file = file_, changes = std::move( changes_ ) ]() -> Valen::Linux::Worker::Work {
-         file->save( changes );
-         return nullptr;
-      } );
+      worker_.run(
+         [ file = file_, changes = std::move( changes_ ) ]() -> Valen::Linux::Worker::Work {
+            file->save( changes );
+            return nullptr;
+         } );
    }
 }
 

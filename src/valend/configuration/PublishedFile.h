@@ -53,10 +53,10 @@ class PublishedFile {
    Valen::Linux::Worker & worker_;
    std::shared_ptr< PublishedFrames > const file_; // the worker's, while it writes
    bool writing_ = false;
-   bool mustWrite_ = false;          // even when nothing has changed
+   bool mustWrite_ = false;           // even when nothing has changed
    PublishedFrames::Entries changes_; // since then
-   std::vector< Done > waiting_;     // for what is being written
-   std::vector< Done > next_;        // for `changes_`
+   std::vector< Done > waiting_;      // for what is being written
+   std::vector< Done > next_;         // for `changes_`
    Gantry::Timer timer_;
 };
 

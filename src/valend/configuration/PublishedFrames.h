@@ -2,7 +2,7 @@
 //
 // Each line is a JSON object with agent, interface, and frames in hexadecimal; a later line replaces an earlier one of
 // the same agent and interface, and one without frames withdraws them. What changes is appended, whatever else is in
-// the file. When most of it is outdated, it is written anew.
+// the file. When most of it is outdated, it is rewritten.
 #pragma once
 
 #include "settings/Frames.h"
@@ -30,7 +30,7 @@ class PublishedFrames {
    explicit PublishedFrames( std::string path ) : path_( std::move( path ) ) {}
 
    // Reads the file. An incomplete last line, of a write that did not end, is ignored. Returns what is wrong with other
-   // lines, which are lost; empty when nothing is. The next save() writes the file anew then.
+   // lines, which are lost; empty when nothing is. The next save() rewrites the file then.
    std::string read();
    // What the file has.
    Entries entries() const;
@@ -53,7 +53,7 @@ class PublishedFrames {
    std::map< Key, Settings::Frames > frames_;
    std::size_t liveBytes_ = 0; // of the file's lines that are not outdated, roughly
    std::size_t fileBytes_ = 0;
-   bool stale_ = true; // the file must be written anew
+   bool stale_ = true; // the file must be rewritten
 };
 
 } // namespace Valend

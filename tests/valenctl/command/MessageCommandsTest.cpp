@@ -44,7 +44,8 @@ TEST_F( MessageCommandsTest, FramesThatAreTooLongAreReported ) {
 TEST_F( MessageCommandsTest, FramesThatAreNotSavedAreReported ) {
    daemon.answers( "Publish", { { { "tooLong", Json::array() }, { "saved", false } } } );
    EXPECT_EQ( run( { "messages", "add", "radv", "Ethernet1", "00" } ), Exit::done );
-   EXPECT_EQ( err, "not saved: a restart of valend would lose the frames; see \"valenctl status\"\n" );
+   EXPECT_EQ( err,
+              "not saved: a restart of valend would lose the frames; see \"valenctl status\"\n" );
    daemon.answers( "Withdraw", { { { "saved", false } } } );
    EXPECT_EQ( run( { "messages", "remove", "radv", "Ethernet1" } ), Exit::done );
    EXPECT_THAT( err, HasSubstr( "not saved: frames that were kept may be back" ) );

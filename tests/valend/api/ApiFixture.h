@@ -109,9 +109,8 @@ class ApiFixture : public DaemonFixture {
                       [] { return Metrics::Clients(); } } };
    Publications publications;
    Valen::Linux::EventLoop loop{ clock.scheduler() }; // is not turned
-   Configurator configurator{
-      "/dev/null", Settings::ProcessConfig(), conditions, loop,
-      []( auto const & ) { return Configurator::Steps(); } };
+   Configurator configurator{ "/dev/null", Settings::ProcessConfig(), conditions, loop,
+                              []( auto const & ) { return Configurator::Steps(); } };
    Api api;
 };
 

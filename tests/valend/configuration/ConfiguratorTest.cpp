@@ -271,7 +271,8 @@ TEST_F( SlowReadTest, ReloadsThatWaitBecomeOneWhichReadsTheNewestFiles ) {
    ::testing::internal::CaptureStderr();
    std::vector< std::pair< char, U64 > > ended;
    auto const ends = [ & ]( char name ) {
-      return [ &ended, name ]( auto const & outcome ) { ended.emplace_back( name, outcome.number ); };
+      return
+         [ &ended, name ]( auto const & outcome ) { ended.emplace_back( name, outcome.number ); };
    };
    configurator->reload( ends( 'a' ) );
    turnUntil( [ & ] { return reads == 1; } );
@@ -299,8 +300,9 @@ TEST_F( SlowReadTest, AReadThatDoesNotEndIsAConditionAndDoesNotHoldUpTheEnd ) {
    while ( condition().empty() && std::chrono::steady_clock::now() < end ) {
       loop.turn( 100ms );
    }
-   EXPECT_EQ( condition(), "configuration-read: the files of " + file +
-                              " have not been read within 5 s; the previous configuration is active" );
+   EXPECT_EQ( condition(),
+              "configuration-read: the files of " + file +
+                 " have not been read within 5 s; the previous configuration is active" );
    configurator.reset(); // or it hangs
 }
 

@@ -103,10 +103,10 @@ TEST_F( PublishedFileTest, AChangeIsAppendedHoweverMuchIsThere ) {
    ::stat( ( directory / "state/published" ).c_str(), &second );
    EXPECT_GT( before, 1'800'000u );
    EXPECT_LT( bytes() - before, 200u );
-   EXPECT_EQ( first.st_ino, second.st_ino ) << "the file was written anew";
+   EXPECT_EQ( first.st_ino, second.st_ino ) << "the file was rewritten";
 }
 
-TEST_F( PublishedFileTest, AFileThatIsMostlyOutdatedIsWrittenAnew ) {
+TEST_F( PublishedFileTest, AFileThatIsMostlyOutdatedIsRewritten ) {
    directory.directory( "state" );
    std::size_t largest = 0;
    for ( char i = 'a'; i < 'z'; ++i ) {
@@ -164,7 +164,8 @@ TEST_F( PublishedFileTest, AnIncompleteLastLineWasNotAnsweredAndIsIgnored ) {
 }
 
 TEST_F( PublishedFileTest, TheListOfAnEarlierVersionIsRead ) {
-   auto const frames = R"("6161616161616161616161616161616161616161", "0000000000000000000000000000")";
+   auto const frames =
+      R"("6161616161616161616161616161616161616161", "0000000000000000000000000000")";
    directory.write( "state/published", std::string( R"([ {"agent": "lldp", "frames": [)" ) +
                                           frames + R"(], "interface": "Ethernet1"} ])" );
    EXPECT_THAT( readAgain(), ElementsAre( "lldp/Ethernet1" ) );
@@ -178,8 +179,9 @@ TEST_F( PublishedFileTest, ADamagedFileIsRenamedAndWhatIsIntactIsKept ) {
    directory.directory( "state" );
    save( entry( "lldp" ) );
    auto const intact = directory.content( "state/published" );
-   directory.write( "state/published",
-                    R"({"agent": "a", "interface": "b", "frames": ["12"]})" "\n" + intact );
+   directory.write( "state/published", R"({"agent": "a", "interface": "b", "frames": ["12"]})"
+                                       "\n" +
+                                          intact );
    make();
    ::testing::internal::CaptureStderr();
    EXPECT_EQ( file->read().size(), 1u );
@@ -222,7 +224,7 @@ TEST_F( PublishedFileTest, WhatTheFileHasIsNotWritten ) {
    EXPECT_TRUE( save( entry( "lldp" ) ) );
    EXPECT_FALSE( directory.has( "state/published" ) );
    EXPECT_TRUE( save( entry( "radv" ) ) );
-   EXPECT_EQ( readAgain().size(), 2u ) << "a file that was removed is written anew";
+   EXPECT_EQ( readAgain().size(), 2u ) << "a file that was removed is rewritten";
 }
 
 TEST_F( PublishedFileTest, WithoutADirectoryNothingIsSaved ) {
