@@ -41,8 +41,8 @@ bool DescriptorReserve::hasRoom() noexcept {
    }
    std::array< Fd, keptForWork > probes; // closed at the end
    for ( auto & probe : probes ) {
-      probe = probes.front() ? Fd( ::fcntl( probes.front().get(), F_DUPFD_CLOEXEC, 0 ) )
-                             : openAny();
+      probe =
+         probes.front() ? Fd( ::fcntl( probes.front().get(), F_DUPFD_CLOEXEC, 0 ) ) : openAny();
       if ( !probe ) {
          return false;
       }

@@ -115,8 +115,7 @@ std::size_t PacketSockets::choose( U32 ifIndex ) {
 }
 
 bool PacketSockets::openExtra() {
-   if ( pool_.extra >= PacketSocketPool::maxExtra ||
-        !DescriptorReserve::ofProcess().hasRoom() ) {
+   if ( pool_.extra >= PacketSocketPool::maxExtra || !DescriptorReserve::ofProcess().hasRoom() ) {
       return false;
    }
    Quill::Expect const expected( Quill::ExceptionId::errnoFailure );

@@ -18,7 +18,6 @@ int openNull() {
    return ::open( "/dev/null", O_RDONLY | O_CLOEXEC );
 }
 
-
 TEST( DescriptorReserveTest, GivesUpOneWhenNoOtherIsLeft ) {
    DescriptorReserve reserve;
    reserve.sizeIs( 2 );

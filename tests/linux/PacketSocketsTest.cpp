@@ -47,8 +47,7 @@ class PacketSocketsTest : public Valen::Test::NetworkTest {
          auto const name = "slow" + std::to_string( i );
          links += "link add " + name + " mtu 9000 type ifb\nlink set " + name + " up\n";
          // What fits in the bucket leaves at once. Then it takes hours until the next frame.
-         queues += "qdisc add dev " + name +
-                   " root tbf rate 8bit burst 10000 limit 1000000000\n";
+         queues += "qdisc add dev " + name + " root tbf rate 8bit burst 10000 limit 1000000000\n";
       }
       batch( "ip", links );
       batch( "tc", queues );

@@ -39,9 +39,8 @@ class RunningDaemonTest : public NetworkTest {
    // Starts valend on the configuration in place, without waiting.
    void launch( std::vector< std::string > const & more = {} ) {
       auto arguments = launcher_;
-      arguments.insert( arguments.end(),
-                        { VALEND, "--config", *work_ / "valen.yaml", "--socket", socket(),
-                          "--state-directory", *work_ / "state" } );
+      arguments.insert( arguments.end(), { VALEND, "--config", *work_ / "valen.yaml", "--socket",
+                                           socket(), "--state-directory", *work_ / "state" } );
       arguments.insert( arguments.end(), more.begin(), more.end() );
       daemon_.emplace( arguments, *work_ / "daemon", &*machine_ );
    }

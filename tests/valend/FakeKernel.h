@@ -48,8 +48,8 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
 
    // What was done to links, in order: "down default/et1".
    std::vector< std::string > actions;
-   int setErrno = 0; // every setUp() and setDown() fails with it
-   int upErrno = 0;  // every up() fails with it
+   int setErrno = 0;    // every setUp() and setDown() fails with it
+   int upErrno = 0;     // every up() fails with it
    U64 outstanding = 0; // bytes of each device that is not in outstandingOf
    std::map< LinkPlace, U64 > outstandingOf;
 

@@ -45,13 +45,12 @@ std::size_t DescriptorLimit::needed( std::size_t vrfs, std::size_t clients ) noe
 void DescriptorLimit::check( std::size_t vrfs, std::size_t clients ) {
    auto const limit = currentLimit().rlim_cur;
    auto const count = needed( vrfs, clients );
-   condition_.update( limit >= count
-                         ? ""
-                         : "up to " + std::to_string( count ) + " file descriptors are needed (" +
-                              Settings::counted( vrfs, "VRF" ) + ", " +
-                              Settings::counted( clients, "client" ) + "), and the limit is " +
-                              std::to_string( limit ) +
-                              "; raise it (LimitNOFILE= of the service)" );
+   condition_.update(
+      limit >= count ? ""
+                     : "up to " + std::to_string( count ) + " file descriptors are needed (" +
+                          Settings::counted( vrfs, "VRF" ) + ", " +
+                          Settings::counted( clients, "client" ) + "), and the limit is " +
+                          std::to_string( limit ) + "; raise it (LimitNOFILE= of the service)" );
 }
 
 } // namespace Valend
