@@ -6,8 +6,8 @@
 
 #include "linux/Inbox.h"
 
-#include <condition_variable>
-#include <deque>
+#include <chrono>
+#include <memory>
 #include <optional>
 #include <thread>
 
@@ -21,8 +21,12 @@ class Worker {
    using Job = std::function< Work() >;
 
    // `loop` must outlive this. `name` is for faults, and for ps(1): "valen-files".
-   Worker( EventLoop & loop, std::string name );
-   // Runs the jobs that are still queued, and drops their results.
+   //   endTimeout   how long the destructor waits for the jobs; by default until they have ended. A job that is
+   //              left behind may use what it owns only: shared plain values.
+   Worker( EventLoop & loop, std::string name,
+           std::optional< std::chrono::milliseconds > endTimeout = std::nullopt );
+   // Runs the jobs that are still queued, and drops their results. When `endTimeout` is over, drops the jobs that
+   // have not begun, and leaves the one that runs behind: it ends with the process at the latest.
    ~Worker();
    Worker( Worker const & ) = delete;
    Worker & operator=( Worker const & ) = delete;
@@ -32,16 +36,15 @@ class Worker {
    void run( Job job );
 
  private:
+   struct Queue;
+
    bool startThreadOnce();
-   void work() noexcept;
-   void execute( Job const & job );
+   bool allEnded();
 
    std::string const name_;
+   std::optional< std::chrono::milliseconds > const endTimeout_;
    Inbox inbox_;
-   std::mutex mutex_;
-   std::condition_variable queued_; // signals a queued job, or the end
-   std::deque< Job > jobs_;         // guarded by the mutex
-   bool ending_ = false;            // guarded by the mutex
+   std::shared_ptr< Queue > const queue_;
    std::optional< std::thread > thread_;
 };
 

@@ -40,9 +40,14 @@ class Daemon {
    static Valen::Linux::NetNsDirectories
    netNsDirectoriesOf( Settings::ProcessConfig const & process );
 
-   void configIs( Settings::Config const & config );
+   Configurator::Steps stepsTo( PlanPtr const & plan );
+   Slices::Step followStep( std::set< std::string > const & netNss );
+   Slices::Step leaveStep( std::set< std::string > const & netNss );
+   std::vector< Publications::Message > publishedMessages();
    void resumeShutdowns();
    void reload( std::function< void( Reloaded const & ) > const & done );
+   void reloadEnded( Configurator::Outcome const & outcome,
+                     std::function< void( Reloaded const & ) > const & done );
    void hangup();
    void stop( char const * signal );
 
@@ -55,6 +60,8 @@ class Daemon {
    DescriptorLimit descriptorLimit_;
    KernelLinks links_;
    Store store_;
+   // After the loop has ended, it waits for the disk for a bounded time.
+   Valen::Linux::Worker fileWorker_;
    Feeder feeder_;
    PublishedFile publishedFile_;
    Publications publications_;
@@ -67,6 +74,9 @@ class Daemon {
    MetricsFile metricsFile_;
    Valen::Linux::NetNsWatcher netNsWatcher_;
    LastConfiguration lastConfiguration_;
+   std::set< std::string > netNss_;         // whose devices are watched
+   std::vector< std::string > readyBefore_; // interfaces, before the last reload
+   U64 lastReload_ = 0;                     // whose losses of readiness are logged
    Configurator configurator_;
    Access access_;
    Api api_;
