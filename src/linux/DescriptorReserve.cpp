@@ -36,9 +36,6 @@ std::size_t DescriptorReserve::held() const noexcept {
 bool DescriptorReserve::hasRoom() noexcept {
    std::lock_guard const lock( mutex_ );
    fillLocked();
-   if ( held_.size() < size_ ) {
-      return false;
-   }
    std::array< Fd, keptForWork > probes; // closed at the end
    for ( auto & probe : probes ) {
       probe =

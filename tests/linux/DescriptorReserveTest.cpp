@@ -62,6 +62,19 @@ TEST( DescriptorReserveTest, IsFilledAgainBeforeOthersGetWhatWasReturned ) {
    EXPECT_LT( openNull(), 0 );
 }
 
+TEST( DescriptorReserveTest, IsFilledAgainAtItsNextUse ) {
+   DescriptorReserve reserve;
+   reserve.sizeIs( 2 );
+   DescriptorLimit const limit( limitLeaving( 0 ) );
+   EXPECT_TRUE( reserve.open( openNull ) ); // and closed
+   EXPECT_EQ( reserve.held(), 1u );
+   EXPECT_FALSE( reserve.open( [] {
+      errno = ENOENT;
+      return -1;
+   } ) );
+   EXPECT_EQ( reserve.held(), 2u );
+}
+
 TEST( DescriptorReserveTest, HasRoomWhileEnoughAreLeftBesides ) {
    DescriptorReserve reserve;
    reserve.sizeIs( 1 );
