@@ -98,6 +98,46 @@ TEST_F( WorkerTest, QueuedJobsStillRunAtItsEndAndTheirResultsAreDropped ) {
    EXPECT_EQ( results, 0 );
 }
 
+TEST_F( WorkerTest, AJobThatDoesNotEndIsLeftBehindAndThoseAfterItAreDropped ) {
+   auto const goesOn = std::make_shared< std::promise< void > >();
+   auto const begun = std::make_shared< std::promise< void > >();
+   auto const ended = std::make_shared< std::promise< void > >();
+   auto const later = std::make_shared< std::atomic< bool > >( false );
+   {
+      Worker worker( loop_, "test", 10ms );
+      worker.run( [ goesOn, begun, ended ]() -> Worker::Work {
+         begun->set_value();
+         goesOn->get_future().wait();
+         ended->set_value();
+         return [] { ADD_FAILURE() << "the loop takes no result any more"; };
+      } );
+      worker.run( [ later ]() -> Worker::Work {
+         *later = true;
+         return nullptr;
+      } );
+      begun->get_future().wait();
+   } // or it hangs
+   goesOn->set_value();
+   ended->get_future().wait();
+   loop_.turn( 50ms );
+   EXPECT_FALSE( *later );
+}
+
+TEST_F( WorkerTest, JobsThatEndInTimeAreWaitedFor ) {
+   std::atomic< int > jobs = 0;
+   {
+      Worker worker( loop_, "test", 60s );
+      for ( int i = 0; i < 10; ++i ) {
+         worker.run( [ & ]() -> Worker::Work {
+            std::this_thread::sleep_for( 1ms );
+            ++jobs;
+            return nullptr;
+         } );
+      }
+   }
+   EXPECT_EQ( jobs, 10 );
+}
+
 TEST_F( WorkerTest, AnInboxTakesWorkOfManyThreads ) {
    Inbox inbox( loop_, "test" );
    int taken = 0;
