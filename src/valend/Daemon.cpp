@@ -1,5 +1,6 @@
 #include "valend/Daemon.h"
 
+#include "linux/DescriptorReserve.h"
 #include "platform/quill/Fault.h"
 #include "settings/Counted.h"
 #include "valend/base/Log.h"
@@ -13,6 +14,7 @@
 
 namespace Valend {
 
+using Valen::Linux::DescriptorReserve;
 using Valen::Linux::NetNsDirectories;
 using Valen::Linux::NetNsWatcher;
 
@@ -31,7 +33,8 @@ Daemon::Daemon( Settings::ConfigResult const & read,
               // Levels on the command line are for debugging in the foreground.
               options.process.given( "trace.levels" ) ? TraceHub::WithoutFile::standardError
                                                       : TraceHub::WithoutFile::nowhere ),
-      endpoints_( netNsDirectories_ ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
+      endpoints_( netNsDirectories_, loop_.scheduler() ), descriptorLimit_( conditions_ ),
+      links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
       fileWorker_( loop_, "valen-files", fileTimeout ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
       publishedFile_( process_.value( "state-directory" ), conditions_, fileWorker_,
@@ -72,7 +75,9 @@ Daemon::Daemon( Settings::ConfigResult const & read,
               [ this ]( auto const & done ) { reload( done ); },
               [ this ]( auto const & done ) { publishedFile_.whenSaved( done ); },
               [ this ] { netNsWatcher_.rescan(); } } ),
-      server_( loop_, process_.value( "socket" ), api_ ), watchdog_( loop_.scheduler() ) {
+      server_( loop_, process_.value( "socket" ), api_, Varlink::Limits(),
+               [] { return DescriptorReserve::ofProcess().hasRoom(); } ),
+      watchdog_( loop_.scheduler() ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
    loop_.signalIs( SIGINT, [ this ] { stop( "SIGINT" ); } );
    loop_.signalIs( SIGHUP, [ this ] { hangup(); } );
@@ -124,7 +129,8 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
    }
    return { readinessLoss_.readyInto( readyBefore_ ),
             followStep( wanted ),
-            [ this, plan ] {
+            [ this, plan, netNss = wanted.size() ] {
+               descriptorLimit_.check( netNss, Varlink::Limits().connections );
                access_.refresh(); // a group may have been added
                publications_.begin( plan );
                return false;
