@@ -5,9 +5,11 @@
 
 #include "platform/corvid/IntfId.h"
 #include "platform/quill/Collections.h"
+#include "platform/quill/Pool.h"
 
-#include <algorithm>
+#include <functional>
 #include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace Interface {
@@ -16,8 +18,17 @@ struct NameHash {
    std::size_t operator()( Quill::Name const & name ) const noexcept { return name.hash(); }
 };
 
+// What belongs to a device name: one value, rarely more.
+template < class T > using NamesValues = std::vector< T, Quill::PoolAllocator< T > >;
+template < class T >
+using ByDeviceName =
+   std::unordered_map< Quill::Name, NamesValues< T >, NameHash, std::equal_to<>,
+                       Quill::PoolAllocator< std::pair< Quill::Name const, NamesValues< T > > > >;
+
 class DeviceNameIndex {
  public:
+   using IntfIds = NamesValues< Corvid::IntfId >;
+
    // The configured device name of the interface; empty if it is not configured.
    Quill::Name deviceName( Corvid::IntfId const & intfId ) const {
       auto const * const name = deviceName_.find( intfId );
@@ -26,9 +37,9 @@ class DeviceNameIndex {
 
    // The interfaces with that configured name, in the order in which they got it. By value, because
    // the caller's loop may change the index.
-   std::vector< Corvid::IntfId > intfIds( Quill::Name const & deviceName ) const {
+   IntfIds intfIds( Quill::Name const & deviceName ) const {
       auto const found = intfIds_.find( deviceName );
-      return found == intfIds_.end() ? std::vector< Corvid::IntfId >() : found->second;
+      return found == intfIds_.end() ? IntfIds() : found->second;
    }
 
    // Configures the name; an empty one removes the interface.
@@ -57,7 +68,7 @@ class DeviceNameIndex {
    }
 
    Quill::Map< Corvid::IntfId, Quill::Name > deviceName_;
-   std::unordered_map< Quill::Name, std::vector< Corvid::IntfId >, NameHash > intfIds_;
+   ByDeviceName< Corvid::IntfId > intfIds_;
 };
 
 } // namespace Interface

@@ -10,6 +10,7 @@
 // fields of entities do (CollectionFields.h).
 #pragma once
 
+#include "platform/quill/Pool.h"
 #include "platform/quill/Ptr.h"
 #include "platform/quill/WalkList.h"
 
@@ -276,7 +277,7 @@ template < class K, class V > class Map {
       }
    }
 
-   struct Entry : TableHook {
+   struct Entry : TableHook, Pooled {
       Entry( K k, V v ) : key( std::move( k ) ), value( std::move( v ) ) {}
       K key;
       V value;
@@ -328,7 +329,7 @@ template < class K > class Set {
       }
    }
 
-   struct Entry : TableHook {
+   struct Entry : TableHook, Pooled {
       explicit Entry( K k ) : key( std::move( k ) ) {}
       K key;
    };
