@@ -7,27 +7,49 @@
 #include "platform/quill/Collections.h"
 #include "platform/quill/Pool.h"
 
-#include <functional>
-#include <unordered_map>
 #include <utility>
 #include <vector>
 
 namespace Interface {
 
-struct NameHash {
-   std::size_t operator()( Quill::Name const & name ) const noexcept { return name.hash(); }
-};
+// What belongs to each device name: one value, rarely more, in the order in which they were added.
+template < class T > class ByDeviceName {
+ public:
+   using Values = std::vector< T, Quill::PoolAllocator< T > >;
 
-// What belongs to a device name: one value, rarely more.
-template < class T > using NamesValues = std::vector< T, Quill::PoolAllocator< T > >;
-template < class T >
-using ByDeviceName =
-   std::unordered_map< Quill::Name, NamesValues< T >, NameHash, std::equal_to<>,
-                       Quill::PoolAllocator< std::pair< Quill::Name const, NamesValues< T > > > >;
+   // Null if there are none. Valid until the next change.
+   Values const * find( Quill::Name const & deviceName ) const noexcept {
+      return values_.find( deviceName );
+   }
+   // By value, for a loop that may change them.
+   Values get( Quill::Name const & deviceName ) const {
+      auto const * const values = find( deviceName );
+      return values ? *values : Values();
+   }
+
+   void add( Quill::Name const & deviceName, T const & value ) {
+      auto values = get( deviceName );
+      values.push_back( value );
+      values_.set( deviceName, std::move( values ) );
+   }
+   void remove( Quill::Name const & deviceName, T const & value ) {
+      auto values = get( deviceName );
+      std::erase( values, value );
+      if ( values.empty() ) {
+         values_.remove( deviceName );
+      } else {
+         values_.set( deviceName, std::move( values ) );
+      }
+   }
+   void clear() noexcept { values_.clear(); }
+
+ private:
+   Quill::Map< Quill::Name, Values > values_;
+};
 
 class DeviceNameIndex {
  public:
-   using IntfIds = NamesValues< Corvid::IntfId >;
+   using IntfIds = ByDeviceName< Corvid::IntfId >::Values;
 
    // The configured device name of the interface; empty if it is not configured.
    Quill::Name deviceName( Corvid::IntfId const & intfId ) const {
@@ -37,10 +59,7 @@ class DeviceNameIndex {
 
    // The interfaces with that configured name, in the order in which they got it. By value, because
    // the caller's loop may change the index.
-   IntfIds intfIds( Quill::Name const & deviceName ) const {
-      auto const found = intfIds_.find( deviceName );
-      return found == intfIds_.end() ? IntfIds() : found->second;
-   }
+   IntfIds intfIds( Quill::Name const & deviceName ) const { return intfIds_.get( deviceName ); }
 
    // Configures the name; an empty one removes the interface.
    void deviceNameIs( Corvid::IntfId const & intfId, Quill::Name const & deviceName ) {
@@ -50,23 +69,15 @@ class DeviceNameIndex {
       }
       if ( !old.empty() ) {
          deviceName_.remove( intfId );
-         remove( intfId, old );
+         intfIds_.remove( old, intfId );
       }
       if ( !deviceName.empty() ) {
          deviceName_.set( intfId, deviceName );
-         intfIds_[ deviceName ].push_back( intfId );
+         intfIds_.add( deviceName, intfId );
       }
    }
 
  private:
-   void remove( Corvid::IntfId const & intfId, Quill::Name const & deviceName ) {
-      auto const found = intfIds_.find( deviceName );
-      std::erase( found->second, intfId );
-      if ( found->second.empty() ) {
-         intfIds_.erase( found );
-      }
-   }
-
    Quill::Map< Corvid::IntfId, Quill::Name > deviceName_;
    ByDeviceName< Corvid::IntfId > intfIds_;
 };
