@@ -27,7 +27,7 @@ MessageDirSm::~MessageDirSm() {
 
 void MessageDirSm::handleInitialized() {
    TRACE0( "" );
-   for ( auto const & entry : messageDir()->message().keys() ) {
+   for ( auto const & entry : messageDir()->message() ) {
       handleMessage( entry.key );
    }
 }
@@ -62,7 +62,7 @@ void MessageDirSm::handleMessageRemoval( Corvid::IntfId intfId ) {
 
 void MessageDirSm::handleDestruction() {
    TRACE0( "" );
-   for ( auto const & entry : messageDir()->message().keys() ) {
+   for ( auto const & entry : messageDir()->message() ) {
       handleMessageRemoval( entry.key );
    }
 }

@@ -102,7 +102,7 @@ template < class K, class V > class MapField : private Field {
    }
 
    void removeAll( Entity const & owner, AttrId attribute ) {
-      for ( auto const & entry : map_.keys() ) {
+      for ( auto const & entry : map_ ) {
          remove( owner, attribute, entry.key );
       }
    }

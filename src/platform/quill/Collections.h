@@ -312,22 +312,6 @@ template < class K, class V > class Map {
    WalkIterator< Entry, Pin > begin() const { return WalkIterator< Entry, Pin >( table_.order() ); }
    std::nullptr_t end() const noexcept { return nullptr; }
 
-   // For a walk over the keys alone, which does not touch what the values refer to.
-   class Keys {
-    public:
-      struct Pin {
-         explicit Pin( Entry const & entry ) : key( entry.key ) {}
-         K key;
-      };
-      explicit Keys( WalkList const & order ) noexcept : order_( order ) {}
-      WalkIterator< Entry, Pin > begin() const { return WalkIterator< Entry, Pin >( order_ ); }
-      std::nullptr_t end() const noexcept { return nullptr; }
-
-    private:
-      WalkList const & order_;
-   };
-   Keys keys() const noexcept { return Keys( table_.order() ); }
-
  private:
    struct KeyOf {
       K const & operator()( Entry const & entry ) const noexcept { return entry.key; }

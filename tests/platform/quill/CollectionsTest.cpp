@@ -189,22 +189,6 @@ TEST_F( CollectionsTest, CollectionMayBeUsedWhileItIsEmptied ) {
    EXPECT_EQ( coins.find( 19 )->number(), 19 );
 }
 
-TEST_F( CollectionsTest, WalkOverKeysDoesNotTouchTheValues ) {
-   Map< String, Ptr< Coin > > map;
-   auto const coin = Quill::make< Coin >( 1 );
-   map.set( "a", coin );
-   map.set( "b", coin );
-   std::string seen;
-   for ( auto const & entry : map.keys() ) {
-      EXPECT_EQ( coin->refs(), 3 ) << "the walk holds no handle";
-      seen += entry.key.stdString();
-      map.set( "c", coin );
-      map.remove( "b" );
-      map.remove( "c" );
-   }
-   EXPECT_EQ( seen, "a" );
-}
-
 TEST_F( CollectionsTest, NumbersOfEverySizeAndSignAreKeys ) {
    Map< S64, U32 > map;
    std::map< S64, U32 > expected;
