@@ -31,8 +31,8 @@ struct RepEqual {
    }
 };
 
-using NameTable = std::unordered_set< StringRep const *, RepHash, RepEqual,
-                                      PoolAllocator< StringRep const * > >;
+using NameTable =
+   std::unordered_set< StringRep const *, RepHash, RepEqual, PoolAllocator< StringRep const * > >;
 
 // Never destroyed: names with static storage may outlive every other static object.
 NameTable & nameTable() {
