@@ -3,7 +3,6 @@
 #include "settings/Counted.h"
 #include "valend/base/Log.h"
 #include "valend/base/MessageIds.h"
-#include "valend/base/Notify.h"
 #include "valend/shutdown/ShutdownLog.h"
 
 #include <csignal>
@@ -14,14 +13,16 @@ using Valen::Linux::NetNsDirectories;
 using Valen::Linux::NetNsWatcher;
 
 Daemon::Daemon( Settings::ConfigResult const & read,
-                std::vector< Settings::ConfigError > const & rejected, Options const & options )
+                std::vector< Settings::ConfigError > const & rejected, Options const & options,
+                Valen::Linux::StandardError & output )
     : process_( read.config.process.overriddenBy( options.process ) ),
       netNsDirectories_( netNsDirectoriesOf( process_ ) ),
       trace_( loop_.workQueue(), process_,
               // Levels on the command line are for debugging in the foreground.
               options.process.given( "trace.levels" ) ? TraceHub::WithoutFile::standardError
                                                       : TraceHub::WithoutFile::nowhere ),
-      endpoints_( netNsDirectories_ ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
+      endpoints_( netNsDirectories_ ), logCondition_( output, conditions_, loop_.scheduler() ),
+      unsentNotifications_( loop_.scheduler() ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
       publishedFile_( process_.value( "state-directory" ), conditions_ ),
       publications_( feeder_,
@@ -39,7 +40,8 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       metrics_( { store_, feeder_, links_, controller_, faults_, conditions_,
                   [ this ] {
                      return Metrics::Clients{ server_.connections(), server_.dropped() };
-                  } } ),
+                  },
+                  [ &output ] { return output.dropped(); } } ),
       metricsFile_(
          process_.value( "metrics-file" ), [ this ] { return metrics_.text(); }, conditions_,
          loop_.scheduler() ),

@@ -7,6 +7,8 @@
 #include "valend/Options.h"
 #include "valend/api/Api.h"
 #include "valend/base/Conditions.h"
+#include "valend/base/LogCondition.h"
+#include "valend/base/Notify.h"
 #include "valend/base/Watchdog.h"
 #include "valend/configuration/Configurator.h"
 #include "valend/configuration/LastConfiguration.h"
@@ -23,9 +25,11 @@ class Daemon {
  public:
    // Applies `read`, which has no errors, and starts the library. Throws Quill::ErrnoException when the
    // process lacks a privilege, a file or a socket that it needs.
+   //   output     of the log; outlives this
    //   rejected   the errors of `options.config`, if `read` is not from it but the last valid configuration
    Daemon( Settings::ConfigResult const & read,
-           std::vector< Settings::ConfigError > const & rejected, Options const & options );
+           std::vector< Settings::ConfigError > const & rejected, Options const & options,
+           Valen::Linux::StandardError & output );
    // Sends no frames and leaves all links unchanged.
    ~Daemon();
    Daemon( Daemon const & ) = delete;
@@ -51,6 +55,8 @@ class Daemon {
    TraceHub trace_;
    Valen::Linux::PacketEndpointProvider endpoints_;
    Conditions conditions_;
+   LogCondition logCondition_;
+   UnsentNotifications unsentNotifications_;
    KernelLinks links_;
    Store store_;
    Feeder feeder_;

@@ -102,7 +102,7 @@ class ApiFixture : public DaemonFixture {
    TraceHub trace;
    Access access{ "4001", "4002" };
    Metrics metrics{ { store, feeder, kernel, controller, faults, conditions,
-                      [] { return Metrics::Clients(); } } };
+                      [] { return Metrics::Clients(); }, [] { return U64( 0 ); } } };
    Publications publications;
    Configurator configurator{
       "/dev/null", Settings::ProcessConfig(), conditions,
