@@ -19,15 +19,15 @@ using ::testing::EndsWith;
 using ::testing::HasSubstr;
 using ::testing::StartsWith;
 
-// Runs work in a child process whose standard error is a pipe of 4 KiB.
+// Runs work in a child process whose standard error is a pipe.
 class StandardErrorTest : public ::testing::Test {
  protected:
-   template < class Work > void start( Work work ) {
+   template < class Work > void start( Work work, int pipeBytes = 4096 ) {
       std::array< int, 2 > ends{};
       ASSERT_EQ( ::pipe2( ends.data(), O_CLOEXEC ), 0 );
       pipe_ = Fd( ends[ 0 ] );
       Fd const writing( ends[ 1 ] );
-      ASSERT_GT( ::fcntl( writing.get(), F_SETPIPE_SZ, 4096 ), 0 );
+      ASSERT_GT( ::fcntl( writing.get(), F_SETPIPE_SZ, pipeBytes ), 0 );
       child_ = ::fork();
       if ( child_ == 0 ) {
          rlimit const none{ 0, 0 };
@@ -88,10 +88,15 @@ TEST_F( StandardErrorTest, TheLastLineSaysHowManyWereDropped ) {
       for ( int i = 0; i < 30'000; ++i ) {
          StandardError::put( "a line of the log with some text " + std::to_string( i ) + "\n" );
       }
+      ::raise( SIGSTOP ); // until the reader begins
       while ( error.dropping() ) {
          ::usleep( 1000 );
       }
    } );
+   int status = 0;
+   ASSERT_EQ( ::waitpid( child_, &status, WUNTRACED ), child_ );
+   ASSERT_TRUE( WIFSTOPPED( status ) );
+   ::kill( child_, SIGCONT );
    auto const all = readAll();
    EXPECT_EQ( wait(), 0 );
    EXPECT_THAT( all, EndsWith( " lines dropped: standard error was not read\n" ) );
@@ -102,13 +107,15 @@ TEST_F( StandardErrorTest, TheLastLineSaysHowManyWereDropped ) {
 }
 
 TEST_F( StandardErrorTest, LinesBeforeAnAssertionComeOutBeforeIt ) {
-   start( [] {
-      StandardError error;
-      for ( int i = 0; i < 20; ++i ) {
-         StandardError::put( std::to_string( i ) + "\n" );
-      }
-      VALEN_ASSERT( 1 == 2 );
-   } );
+   start(
+      [] {
+         StandardError error;
+         for ( int i = 0; i < 20; ++i ) {
+            StandardError::put( std::to_string( i ) + "\n" );
+         }
+         VALEN_ASSERT( 1 == 2 );
+      },
+      65536 );
    EXPECT_EQ( wait(), 1000 + SIGABRT );
    EXPECT_THAT( readAll(), HasSubstr( "\n18\n19\nassertion failed: 1 == 2 at " ) );
 }

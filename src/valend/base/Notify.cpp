@@ -33,8 +33,7 @@ std::optional< UnixAddress > managerAddress() noexcept {
 int managerSocket() noexcept {
    static Valen::Linux::Fd fd;
    if ( !fd ) {
-      fd =
-         Valen::Linux::Fd( ::socket( AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ) );
+      fd = Valen::Linux::Fd( ::socket( AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ) );
    }
    return fd.get();
 }
