@@ -58,7 +58,16 @@ void PacketEndpoint::enabledIs( bool enabled ) {
       return;
    }
    if ( enabled ) {
-      open();
+      try {
+         open();
+      } catch ( Quill::ErrnoException const & e ) {
+         auto const number = errno; // the library reads it
+         if ( endpoints_->openFailed && ( e.number() == ENOENT || e.number() == EINVAL ) ) {
+            endpoints_->openFailed( netNs(), e.text() );
+         }
+         errno = number;
+         throw;
+      }
    } else {
       close();
    }

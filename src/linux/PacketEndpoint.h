@@ -9,6 +9,7 @@
 #include "linux/NetNs.h"
 #include "platform/corvid/RawTxPam.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -19,11 +20,17 @@ namespace Valen::Linux {
 
 class PacketEndpoint;
 
+// Called with the reason, inside the call that enables it, when an endpoint could not be opened and the error
+// is one that the library does not report: ENOENT and EINVAL mean to it that the namespace does not exist.
+using OpenFailed =
+   std::function< void( Corvid::NamespaceName const & netNs, std::string const & why ) >;
+
 // Shared by the endpoints of one provider.
 struct PacketEndpoints {
    NetNsDirectories directories;
    DescriptorReaper reaper;
    std::vector< PacketEndpoint * > live; // all endpoints, enabled or not
+   OpenFailed openFailed;                // may be empty
 };
 
 class PacketEndpoint final : public Corvid::RawTxPam {
@@ -118,6 +125,7 @@ class PacketEndpointProvider final : public Corvid::RawTxPamProvider {
    std::vector< PacketEndpoint * > const & endpoints() const noexcept { return shared_->live; }
 
    DescriptorReaper & reaper() noexcept { return shared_->reaper; }
+   void openFailedIs( OpenFailed openFailed ) { shared_->openFailed = std::move( openFailed ); }
 
  private:
    std::shared_ptr< PacketEndpoints > const shared_;

@@ -70,6 +70,9 @@ Daemon::Daemon( Settings::ConfigResult const & read,
    } );
    links_.seenIs(
       [ this ]( auto const & place, auto seen ) { controller_.linkSeen( place, seen ); } );
+   endpoints_.openFailedIs( [ this ]( auto const & netNs, auto const & why ) {
+      feeder_.namespaceFailed( netNs.stdString(), why );
+   } );
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
    publications_.resume( publishedFile_.read() );
@@ -86,6 +89,7 @@ Daemon::~Daemon() {
    library_ = nullptr;
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, nullptr );
    Corvid::rawTxPamProviderIs( nullptr );
+   endpoints_.openFailedIs( nullptr );
 }
 
 NetNsDirectories Daemon::netNsDirectoriesOf( Settings::ProcessConfig const & process ) {

@@ -16,6 +16,7 @@ struct VrfEntries::Health {
    Condition condition;
    std::string failure; // of the library, in the last attempt; empty when there was none
    Gantry::Backoff pause{ std::chrono::seconds( 1 ), std::chrono::minutes( 1 ) };
+   Gantry::Backoff lookPause{ std::chrono::seconds( 1 ), std::chrono::seconds( 5 ) };
    Gantry::Timer timer;
 };
 
@@ -23,8 +24,7 @@ VrfEntries::VrfEntries( Store & store, Namespaces const & namespaces,
                         Quill::Ptr< Gantry::TaskScheduler > scheduler, Conditions & conditions,
                         RenewDefault renewDefault )
     : store_( store ), namespaces_( namespaces ), scheduler_( std::move( scheduler ) ),
-      conditions_( conditions ), renewDefault_( std::move( renewDefault ) ),
-      defaultIdentity_( namespaces.look( Settings::defaultVrf ).identity ) {}
+      conditions_( conditions ), renewDefault_( std::move( renewDefault ) ) {}
 
 VrfEntries::~VrfEntries() = default;
 
@@ -103,6 +103,17 @@ void VrfEntries::failed( std::string const & vrf, std::string const & why ) {
    }
 }
 
+void VrfEntries::namespaceFailed( std::string const & netNs, std::string const & why ) {
+   if ( netNs == Settings::defaultVrf ) {
+      return failed( Settings::defaultVrf, why );
+   }
+   for ( auto const & [ vrf, state ] : vrfs_ ) {
+      if ( state.netNs == netNs && state.owner.empty() ) {
+         return failed( vrf, why );
+      }
+   }
+}
+
 // --- Attempts ------------------------------------------------------------------------------------
 
 void VrfEntries::renew( std::set< std::string > vrfs ) {
@@ -123,6 +134,9 @@ void VrfEntries::renew( std::set< std::string > vrfs ) {
 
 // Decides which VRF uses a namespace that several refer to. Returns those for which that changed.
 std::set< std::string > VrfEntries::ownersUpdate() {
+   if ( defaultIdentity_.empty() ) {
+      defaultIdentity_ = namespaces_.look( Settings::defaultVrf ).identity;
+   }
    std::set< std::string > changed;
    std::map< std::string, std::string > owners{ { defaultIdentity_, Settings::defaultVrf } };
    for ( auto & [ vrf, state ] : vrfs_ ) {
@@ -149,11 +163,21 @@ void VrfEntries::publish( std::string const & vrf ) {
 
 void VrfEntries::retry( std::string const & vrf ) {
    if ( vrf != Settings::defaultVrf ) {
-      return renew( { vrf } );
+      return lookAgain( vrf );
    }
    attemptBegins( vrf );
    renewDefault_();
    attemptEnds( vrf );
+}
+
+void VrfEntries::lookAgain( std::string const & vrf ) {
+   auto & state = vrfs_.at( vrf );
+   auto & health = healthOf( vrf );
+   auto const before = std::exchange( state.view, namespaces_.look( state.netNs ) );
+   if ( state.view != before || !health.failure.empty() ) {
+      return renew( { vrf } );
+   }
+   health.timer.start( health.lookPause.take() );
 }
 
 void VrfEntries::attemptBegins( std::string const & vrf ) {
@@ -171,9 +195,15 @@ void VrfEntries::attemptEnds( std::string const & vrf ) {
       return;
    }
    auto & health = healthOf( vrf );
+   if ( text != health.condition.text() ) {
+      health.lookPause.reset();
+   }
    health.condition.update( text );
    if ( health.failure.empty() ) {
       health.pause.reset();
+   }
+   if ( !namespaceError( vrf ).empty() && !health.timer.running() ) {
+      health.timer.start( health.lookPause.take() );
    }
 }
 
