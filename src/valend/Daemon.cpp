@@ -22,7 +22,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
               options.process.given( "trace.levels" ) ? TraceHub::WithoutFile::standardError
                                                       : TraceHub::WithoutFile::nowhere ),
       endpoints_( netNsDirectories_ ), logCondition_( output, conditions_, loop_.scheduler() ),
-      unsentNotifications_( loop_.scheduler() ),
+      capabilities_( conditions_, "capabilities" ), unsentNotifications_( loop_.scheduler() ),
       links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
       publishedFile_( process_.value( "state-directory" ), conditions_ ),
@@ -106,9 +106,22 @@ void Daemon::configIs( Settings::Config const & config ) {
       netNss.insert( netNs );
    }
    links_.netNssAre( netNss );
+   capabilities_.update( capabilityError( config.vrfs.empty() ? Valen::Linux::NetNsUse::own
+                                                              : Valen::Linux::NetNsUse::named ) );
    access_.refresh(); // a group may have been added
    publications_.configIs( config );
    lastConfiguration_.keep( config );
+}
+
+std::string Daemon::capabilityError( Valen::Linux::NetNsUse use ) {
+   std::string names;
+   for ( auto const & name : Valen::Linux::missingCapabilities( use ) ) {
+      names += ( names.empty() ? "" : ", " ) + name;
+   }
+   return names.empty() ? ""
+                        : "missing " + names +
+                             ": shutdowns cannot work as configured; grant it to the service "
+                             "(AmbientCapabilities= of the unit)";
 }
 
 void Daemon::resumeShutdowns() {

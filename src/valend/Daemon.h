@@ -2,6 +2,7 @@
 #pragma once
 
 #include "agent/RunnabilitySm.h"
+#include "linux/Capabilities.h"
 #include "linux/NetNsWatcher.h"
 #include "linux/PacketEndpoint.h"
 #include "valend/Options.h"
@@ -43,6 +44,8 @@ class Daemon {
    static Valen::Linux::NetNsDirectories
    netNsDirectoriesOf( Settings::ProcessConfig const & process );
 
+   static std::string capabilityError( Valen::Linux::NetNsUse use );
+
    void configIs( Settings::Config const & config );
    void resumeShutdowns();
    void reload( std::function< void( Reloaded const & ) > const & done );
@@ -56,6 +59,7 @@ class Daemon {
    Valen::Linux::PacketEndpointProvider endpoints_;
    Conditions conditions_;
    LogCondition logCondition_;
+   Condition capabilities_;
    UnsentNotifications unsentNotifications_;
    KernelLinks links_;
    Store store_;

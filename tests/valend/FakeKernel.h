@@ -51,6 +51,7 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
    int setErrno = 0; // every setUp() and setDown() fails with it
    int upErrno = 0;  // every up() fails with it
    U64 outstanding = 0;
+   std::string lookError; // every look() but that of "default" fails with it
 
    std::optional< LinkDevice > device( LinkPlace const & place ) const override {
       auto const found = devices_.find( place );
@@ -85,6 +86,9 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
 
    NamespaceView look( std::string const & name ) const override {
       auto const found = identities_.find( name );
+      if ( !lookError.empty() && name != "default" ) {
+         return { "", lookError, false };
+      }
       return found == identities_.end() ? NamespaceView{ "", "no namespace " + name, true }
                                         : NamespaceView{ found->second, "", false };
    }

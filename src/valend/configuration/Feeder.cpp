@@ -201,7 +201,11 @@ void Feeder::add( Difference const & difference ) {
    }
 }
 
+// The default VRF has no entry that could say that it is not active.
 void Feeder::l3Add( std::string const & interface ) {
+   if ( config_.interfaces.at( interface ).vrf == Settings::defaultVrf && !vrfs_.defaultUsable() ) {
+      return;
+   }
    auto const status = Quill::make< L3::Intf::Status >( Corvid::IntfId( interface ) );
    status->vrfIs( config_.interfaces.at( interface ).vrf );
    store_.l3IntfStatusDir->intfStatusAdd( status );

@@ -29,6 +29,8 @@ VrfEntries::VrfEntries( Store & store, Namespaces const & namespaces,
 VrfEntries::~VrfEntries() = default;
 
 void VrfEntries::add( std::map< std::string, std::string > const & netNss ) {
+   default_ = namespaces_.look( Settings::defaultVrf );
+   attemptEnds( Settings::defaultVrf );
    std::set< std::string > added;
    for ( auto const & [ vrf, netNs ] : netNss ) {
       vrfs_[ vrf ] = { netNs, namespaces_.look( netNs ), "" };
@@ -60,6 +62,9 @@ void VrfEntries::namespaceChanged( std::string const & netNs ) {
 // --- Errors --------------------------------------------------------------------------------------
 
 std::string VrfEntries::namespaceError( std::string const & vrf ) const {
+   if ( vrf == Settings::defaultVrf ) {
+      return default_.error;
+   }
    auto const found = vrfs_.find( vrf );
    if ( found == vrfs_.end() ) {
       return std::string();
@@ -134,11 +139,8 @@ void VrfEntries::renew( std::set< std::string > vrfs ) {
 
 // Decides which VRF uses a namespace that several refer to. Returns those for which that changed.
 std::set< std::string > VrfEntries::ownersUpdate() {
-   if ( defaultIdentity_.empty() ) {
-      defaultIdentity_ = namespaces_.look( Settings::defaultVrf ).identity;
-   }
    std::set< std::string > changed;
-   std::map< std::string, std::string > owners{ { defaultIdentity_, Settings::defaultVrf } };
+   std::map< std::string, std::string > owners{ { default_.identity, Settings::defaultVrf } };
    for ( auto & [ vrf, state ] : vrfs_ ) {
       std::string owner;
       if ( !state.view.identity.empty() ) {
@@ -161,23 +163,26 @@ void VrfEntries::publish( std::string const & vrf ) {
    store_.allVrfStatusLocal->vrfAdd( status );
 }
 
+NamespaceView & VrfEntries::viewOf( std::string const & vrf ) {
+   return vrf == Settings::defaultVrf ? default_ : vrfs_.at( vrf ).view;
+}
+
+// Only a VRF that failed, or whose namespace looks different, is disturbed.
 void VrfEntries::retry( std::string const & vrf ) {
-   if ( vrf != Settings::defaultVrf ) {
-      return lookAgain( vrf );
+   bool const isDefault = vrf == Settings::defaultVrf;
+   auto & health = healthOf( vrf );
+   auto & view = viewOf( vrf );
+   auto const before =
+      std::exchange( view, namespaces_.look( isDefault ? vrf : vrfs_.at( vrf ).netNs ) );
+   if ( view == before && health.failure.empty() ) {
+      return health.timer.start( health.lookPause.take() );
+   }
+   if ( !isDefault ) {
+      return renew( { vrf } );
    }
    attemptBegins( vrf );
    renewDefault_();
    attemptEnds( vrf );
-}
-
-void VrfEntries::lookAgain( std::string const & vrf ) {
-   auto & state = vrfs_.at( vrf );
-   auto & health = healthOf( vrf );
-   auto const before = std::exchange( state.view, namespaces_.look( state.netNs ) );
-   if ( state.view != before || !health.failure.empty() ) {
-      return renew( { vrf } );
-   }
-   health.timer.start( health.lookPause.take() );
 }
 
 void VrfEntries::attemptBegins( std::string const & vrf ) {

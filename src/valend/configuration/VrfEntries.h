@@ -52,6 +52,8 @@ class VrfEntries {
 
    // Why the VRF does not work; empty when it does.
    std::string error( std::string const & vrf ) const;
+   // Whether interfaces of the default VRF can be published: its namespace can be used.
+   bool defaultUsable() const noexcept { return default_.error.empty(); }
    // Whether the namespace of the VRF does not exist.
    bool namespaceMissing( std::string const & vrf ) const;
 
@@ -68,7 +70,7 @@ class VrfEntries {
    std::set< std::string > ownersUpdate();
    void publish( std::string const & vrf );
    void retry( std::string const & vrf );
-   void lookAgain( std::string const & vrf );
+   NamespaceView & viewOf( std::string const & vrf );
    void attemptBegins( std::string const & vrf );
    void attemptEnds( std::string const & vrf );
    Health & healthOf( std::string const & vrf );
@@ -78,7 +80,7 @@ class VrfEntries {
    Quill::Ptr< Gantry::TaskScheduler > const scheduler_;
    Conditions & conditions_;
    RenewDefault const renewDefault_;
-   std::string defaultIdentity_; // of the default VRF's namespace; empty: not known yet
+   NamespaceView default_; // of the default VRF's namespace
    std::map< std::string, Vrf > vrfs_;
    std::map< std::string, std::unique_ptr< Health > > health_; // of VRFs that had an error
 };
