@@ -1,5 +1,7 @@
 #include "linux/PacketEndpoint.h"
 
+#include "platform/quill/Printable.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -120,8 +122,8 @@ void PacketEndpoint::burstIs( U32 ifIndex, Quill::String const & deviceName ) {
                                    ::strnlen( request.ifr_name, sizeof request.ifr_name ) );
    if ( current != deviceName.view() ) {
       burstRefusedIs( ifIndex, ENODEV,
-                      "index " + std::to_string( ifIndex ) + " is now " + std::string( current ) +
-                         ", not " + deviceName.stdString() );
+                      "index " + std::to_string( ifIndex ) + " is now " +
+                         Quill::printable( current ) + ", not " + deviceName.stdString() );
    }
 }
 

@@ -3,6 +3,7 @@
 #include "linux/LineWriter.h"
 #include "linux/StandardError.h"
 #include "platform/quill/Assert.h"
+#include "platform/quill/Printable.h"
 
 #include <algorithm>
 #include <array>
@@ -48,7 +49,7 @@ bool writeLine( int fd, std::string const & line ) noexcept {
 std::string joined( std::string_view head, std::string_view text ) {
    std::string line;
    line.reserve( head.size() + text.size() + 1 );
-   return line.append( head ).append( text ).append( 1, '\n' );
+   return line.append( head ).append( Quill::printable( text ) ).append( 1, '\n' );
 }
 
 Fd openForAppending( std::string const & path ) {

@@ -1,6 +1,7 @@
 #include "valend/base/Log.h"
 
 #include "linux/StandardError.h"
+#include "platform/quill/Printable.h"
 
 #include <algorithm>
 
@@ -41,6 +42,7 @@ void log( LogLevel level, std::string const & text, LogFields const & fields ) {
    static bool const journal = StandardError::isJournal();
    auto line = text;
    std::replace( line.begin(), line.end(), '\n', ' ' );
+   line = Quill::printable( line ); // names of the kernel may have any byte
    if ( journal ) {
       StandardError::put( "<" + std::to_string( static_cast< int >( level ) ) + ">" + line + '\n',
                           journalMessage( level, line, fields ) );

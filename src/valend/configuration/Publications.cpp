@@ -1,5 +1,6 @@
 #include "valend/configuration/Publications.h"
 
+#include "platform/quill/Printable.h"
 #include "settings/Hex.h"
 #include "valend/base/Errors.h"
 
@@ -20,10 +21,12 @@ std::size_t bytesOf( Settings::Frames const & frames ) {
 
 bool isName( std::string const & text ) {
    return !text.empty() && text.size() <= Publications::maxAgentBytes &&
-          std::all_of( text.begin(), text.end(), []( char character ) {
-             auto const byte = static_cast< unsigned char >( character );
-             return byte > 0x20 && byte != 0x7f && character != '/';
-          } );
+          std::all_of( text.begin(), text.end(),
+                       []( char character ) {
+                          auto const byte = static_cast< unsigned char >( character );
+                          return byte > 0x20 && character != '/';
+                       } ) &&
+          !Quill::unprintableIn( text );
 }
 
 } // namespace
@@ -72,7 +75,7 @@ void Publications::requireName( std::string const & agent, U64 client ) const {
 
 void Publications::publish( Message message ) {
    if ( !isName( message.agent ) ) {
-      throw Errors::badAgentName( maxAgentBytes );
+      throw Errors::badAgentName( maxAgentBytes, Quill::unprintableIn( message.agent ) );
    }
    if ( !config_.interfaces.contains( message.interface ) ) {
       throw Errors::noSuchInterface( message.interface );
