@@ -8,6 +8,7 @@
 #include "valend/Options.h"
 #include "valend/api/Api.h"
 #include "valend/base/Conditions.h"
+#include "valend/base/DescriptorLimit.h"
 #include "valend/base/LogCondition.h"
 #include "valend/base/Notify.h"
 #include "valend/base/Watchdog.h"
@@ -61,6 +62,7 @@ class Daemon {
    LogCondition logCondition_;
    Condition capabilities_;
    UnsentNotifications unsentNotifications_;
+   DescriptorLimit descriptorLimit_;
    KernelLinks links_;
    Store store_;
    Feeder feeder_;
