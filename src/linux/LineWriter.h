@@ -17,11 +17,11 @@ class LineWriter {
  public:
    static constexpr std::size_t maxBytes = 1u << 20;
    // How long the end of the process waits for a reader.
-   static constexpr std::chrono::milliseconds patience{ 200 };
+   static constexpr std::chrono::milliseconds flushTimeout{ 200 };
 
    struct Line {
       std::string text;
-      std::string message; // the same for an output that is tried first; empty: there is none
+      std::string message; // the same for an output that is tried first; may be empty
    };
    // All run in the thread, which may still use them after the writer is destroyed.
    struct Output {
@@ -33,7 +33,7 @@ class LineWriter {
 
    //   name   of the thread, at most 15 characters
    LineWriter( char const * name, Output output );
-   // Waits at most `patience` until all is written. The thread writes what is left while the process lives.
+   // Waits at most `flushTimeout` until all is written. The thread writes what is left while the process lives.
    ~LineWriter();
    LineWriter( LineWriter const & ) = delete;
    LineWriter & operator=( LineWriter const & ) = delete;
@@ -41,7 +41,7 @@ class LineWriter {
    // Queues a line. Returns false if it was dropped. If no thread can be started, writes it here.
    bool put( Line line ) noexcept;
    // Waits at most `limit` until all is written. Returns whether it is.
-   bool flush( std::chrono::milliseconds limit = patience ) noexcept;
+   bool flush( std::chrono::milliseconds limit = flushTimeout ) noexcept;
    // The destructor does not wait.
    void abandon() noexcept { abandoned_ = true; }
 

@@ -1,4 +1,4 @@
-// valend whose outputs nobody reads: standard error, the system journal, the service manager.
+// valend with outputs that are not read: standard error, the system journal, the service manager.
 #include "tests/support/NotifySocket.h"
 #include "tests/system/RunningDaemon.h"
 

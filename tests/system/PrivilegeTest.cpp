@@ -14,14 +14,8 @@ class PrivilegeTest : public RunningDaemonTest {
  protected:
    // Starts valend with the capability removed from what it can get, such as "-net_admin".
    void startWithout( std::string const & capability ) {
-      configure( config( 300 ) );
-      daemon_.emplace( std::vector< std::string >{ "/usr/bin/setpriv", "--bounding-set", capability,
-                                                   VALEND, "--config", *work_ / "valen.yaml",
-                                                   "--socket", socket(), "--state-directory",
-                                                   *work_ / "state" },
-                       *work_ / "daemon", &*machine_ );
-      ASSERT_TRUE( eventually( [ this ] { return ctl( { "status" } ).status == 0; } ) )
-         << daemon_->err();
+      launcher_ = { "/usr/bin/setpriv", "--bounding-set", capability };
+      start( config( 300 ) );
    }
 };
 
@@ -45,7 +39,7 @@ TEST_F( PrivilegeTest, WithoutNetAdminNoInterfaceIsReadyAndNothingSaysGoodbye ) 
    EXPECT_TRUE( linkUp( *machine_, "et1" ) );
    EXPECT_THAT( far1.frames( 1, std::chrono::milliseconds( 300 ) ), IsEmpty() );
    EXPECT_THAT( far2.frames( 1, std::chrono::milliseconds( 10 ) ), IsEmpty() );
-   EXPECT_EQ( lastRecord( "Ethernet1" )[ "result" ], "failed" );
+   EXPECT_EQ( lastRecord( "Ethernet1" )[ "ending" ], "failed" );
 }
 
 TEST_F( PrivilegeTest, OtherMissingCapabilitiesAreNamed ) {
