@@ -5,7 +5,6 @@
 #include "settings/Counted.h"
 #include "valend/base/Log.h"
 #include "valend/base/MessageIds.h"
-#include "valend/base/Notify.h"
 #include "valend/shutdown/ShutdownLog.h"
 
 #include <algorithm>
@@ -26,15 +25,18 @@ constexpr std::chrono::seconds fileTimeout{ 20 };
 } // namespace
 
 Daemon::Daemon( Settings::ConfigResult const & read,
-                std::vector< Settings::ConfigError > const & rejected, Options const & options )
+                std::vector< Settings::ConfigError > const & rejected, Options const & options,
+                Valen::Linux::StandardError & output )
     : process_( read.config.process.overriddenBy( options.process ) ),
       netNsDirectories_( netNsDirectoriesOf( process_ ) ),
       trace_( loop_.workQueue(), process_,
               // Levels on the command line are for debugging in the foreground.
               options.process.given( "trace.levels" ) ? TraceHub::WithoutFile::standardError
                                                       : TraceHub::WithoutFile::nowhere ),
-      endpoints_( netNsDirectories_, loop_.scheduler() ), descriptorLimit_( conditions_ ),
-      links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
+      endpoints_( netNsDirectories_, loop_.scheduler() ),
+      logCondition_( output, conditions_, loop_.scheduler() ),
+      capabilities_( conditions_, "capabilities" ), unsentNotifications_( loop_.scheduler() ),
+      descriptorLimit_( conditions_ ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
       fileWorker_( loop_, "valen-files", fileTimeout ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
       publishedFile_( process_.value( "state-directory" ), conditions_, fileWorker_,
@@ -56,7 +58,8 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       metrics_( { store_, feeder_, links_, controller_, faults_, conditions_,
                   [ this ] {
                      return Metrics::Clients{ server_.connections(), server_.dropped() };
-                  } } ),
+                  },
+                  [ &output ] { return output.dropped(); } } ),
       metricsFile_(
          process_.value( "metrics-file" ), [ this ] { return metrics_.text(); }, conditions_,
          loop_.scheduler() ),
@@ -87,6 +90,9 @@ Daemon::Daemon( Settings::ConfigResult const & read,
    } );
    links_.seenIs(
       [ this ]( auto const & place, auto seen ) { controller_.linkSeen( place, seen ); } );
+   endpoints_.openFailedIs( [ this ]( auto const & netNs, auto const & why ) {
+      feeder_.namespaceFailed( netNs.stdString(), why );
+   } );
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
    publications_.resume( publishedMessages() );
@@ -103,6 +109,7 @@ Daemon::~Daemon() {
    library_ = nullptr;
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, nullptr );
    Corvid::rawTxPamProviderIs( nullptr );
+   endpoints_.openFailedIs( nullptr );
 }
 
 NetNsDirectories Daemon::netNsDirectoriesOf( Settings::ProcessConfig const & process ) {
@@ -130,7 +137,10 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
    return { readinessLoss_.readyInto( readyBefore_ ),
             followStep( wanted ),
             [ this, plan, netNss = wanted.size() ] {
+               auto const use = plan->config().vrfs.empty() ? Valen::Linux::NetNsUse::own
+                                                            : Valen::Linux::NetNsUse::named;
                descriptorLimit_.check( netNss, Varlink::Limits().connections );
+               capabilities_.update( capabilityError( use ) );
                access_.refresh(); // a group may have been added
                publications_.begin( plan );
                return false;
@@ -175,6 +185,17 @@ Slices::Step Daemon::leaveStep( std::set< std::string > const & netNss ) {
       links_.netNssAre( netNss_ );
       return true;
    };
+}
+
+std::string Daemon::capabilityError( Valen::Linux::NetNsUse use ) {
+   std::string names;
+   for ( auto const & name : Valen::Linux::missingCapabilities( use ) ) {
+      names += ( names.empty() ? "" : ", " ) + name;
+   }
+   return names.empty() ? ""
+                        : "missing " + names +
+                             ": shutdowns cannot work as configured; grant it to the service "
+                             "(AmbientCapabilities= of the unit)";
 }
 
 void Daemon::resumeShutdowns() {

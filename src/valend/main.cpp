@@ -60,8 +60,9 @@ Exit run( Valend::Options const & options ) {
       std::cout << options.config << ": OK, " << start->read.config.summary() << '\n';
       return Exit::done;
    }
+   Valen::Linux::StandardError output;
    try {
-      Valend::Daemon daemon( start->read, start->rejected, options );
+      Valend::Daemon daemon( start->read, start->rejected, options, output );
       daemon.run();
       return Exit::done;
    } catch ( std::exception const & e ) {

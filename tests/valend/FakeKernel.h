@@ -52,6 +52,7 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
    int upErrno = 0;     // every up() fails with it
    U64 outstanding = 0; // bytes of each device that is not in outstandingOf
    std::map< LinkPlace, U64 > outstandingOf;
+   std::string lookError; // every look() but that of "default" fails with it
 
    std::optional< LinkDevice > device( LinkPlace const & place ) const override {
       auto const found = devices_.find( place );
@@ -89,6 +90,9 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
 
    NamespaceView look( std::string const & name ) const override {
       auto const found = identities_.find( name );
+      if ( !lookError.empty() && name != "default" ) {
+         return { "", lookError, false };
+      }
       return found == identities_.end() ? NamespaceView{ "", "no namespace " + name, true }
                                         : NamespaceView{ found->second, "", false };
    }

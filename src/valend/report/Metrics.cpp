@@ -61,6 +61,9 @@ std::string Metrics::text( MetricsFormat format ) const {
             sources_.faults.count() );
    counter( families, "valen_device_resyncs_total",
             "Full netlink resyncs after lost notifications.", sources_.port.resyncs() );
+   counter( families, "valen_log_lines_dropped_total",
+            "Lines of the log that were dropped because their reader had stopped.",
+            sources_.linesDropped() );
    addConditions( families );
    addClients( families );
    return format == MetricsFormat::openmetrics ? openMetricsText( families )

@@ -40,6 +40,7 @@ class Metrics {
       FaultLog const & faults;
       Conditions const & conditions;
       std::function< Clients() > clients;
+      std::function< U64() > linesDropped; // of the log
    };
 
    explicit Metrics( Sources sources ) : sources_( std::move( sources ) ) {}

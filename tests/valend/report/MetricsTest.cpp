@@ -41,9 +41,11 @@ class MetricsTest : public DaemonFixture {
       }
       start( twoInterfaces() );
    }
-   Metrics metrics{ { store, feeder, kernel, controller, faults, conditions, [] {
-                        return Metrics::Clients{ 3, 7 };
-                     } } };
+   Metrics metrics{ { store, feeder, kernel, controller, faults, conditions,
+                      [] {
+                         return Metrics::Clients{ 3, 7 };
+                      },
+                      [] { return U64( 5 ); } } };
    std::string text() const { return metrics.text(); }
    std::string openMetrics() const { return metrics.text( MetricsFormat::openmetrics ); }
 
