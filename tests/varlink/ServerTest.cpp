@@ -241,11 +241,11 @@ TEST_F( ServerTest, AHugeMessageIsRejectedWithoutBeingKept ) {
    send( fd, std::string( 10'000'000, 'x' ) );
    EXPECT_THAT( answers( fd ), ElementsAre( "closed" ) );
    EXPECT_EQ( server->connections(), 0u );
-   EXPECT_EQ( server->dropped(), 1u );
+   EXPECT_EQ( server->dropped().tooLong, 1u );
 }
 
 TEST_F( ServerTest, ManyIdleConnectionsDoNotKeepANewcomerOut ) {
-   open( { .connections = 10, .connectionsPerUser = 10 } );
+   open( { .connections = 10, .reservedForAdmins = 0, .grace = 0ms } );
    std::vector< int > idle;
    for ( int i = 0; i < 50; ++i ) {
       idle.push_back( connect() );
@@ -255,11 +255,11 @@ TEST_F( ServerTest, ManyIdleConnectionsDoNotKeepANewcomerOut ) {
    auto const fd = connect();
    call( fd, echo );
    EXPECT_THAT( answers( fd ), ElementsAre( echoed ) );
-   EXPECT_EQ( server->dropped(), 41u );
+   EXPECT_EQ( server->dropped().madeRoom, 41u );
 }
 
 TEST_F( ServerTest, AClientWithACallInProgressIsNotDisconnected ) {
-   open( { .connections = 2, .connectionsPerUser = 2 } );
+   open( { .connections = 2, .reservedForAdmins = 0, .grace = 0ms } );
    auto const first = connect();
    call( first, { { "method", "Wait" } } );
    auto const second = connect();
@@ -272,7 +272,7 @@ TEST_F( ServerTest, AClientWithACallInProgressIsNotDisconnected ) {
 }
 
 TEST_F( ServerTest, AConnectionThatSomethingIsBoundToIsNotClosedForOthers ) {
-   open( { .connections = 2, .connectionsPerUser = 2 } );
+   open( { .connections = 2, .reservedForAdmins = 0, .grace = 0ms } );
    auto const first = connect();
    call( first, { { "method", "Wait" } } );
    service.waiting[ 0 ]->neededIs( true );
@@ -307,7 +307,7 @@ TEST_F( ServerTest, ASlowReaderIsDroppedWhenTooMuchWaits ) {
    auto const fd = connect();
    call( fd, { { "method", "Big" }, { "parameters", { { "bytes", 5'000'000 } } } } );
    EXPECT_EQ( server->connections(), 0u );
-   EXPECT_EQ( server->dropped(), 1u );
+   EXPECT_EQ( server->dropped().notReading, 1u );
 }
 
 TEST_F( ServerTest, ASlowReaderIsDroppedWhenItTakesTooLong ) {
@@ -319,7 +319,7 @@ TEST_F( ServerTest, ASlowReaderIsDroppedWhenItTakesTooLong ) {
       loop.turn( 20ms );
    }
    EXPECT_EQ( server->connections(), 0u );
-   EXPECT_EQ( server->dropped(), 1u );
+   EXPECT_EQ( server->dropped().notReading, 1u );
 }
 
 TEST_F( ServerTest, ABigAnswerArrivesWholeWhenItIsRead ) {
