@@ -19,22 +19,25 @@ void FrameMethods::publish( Call const & call, std::string const & agent,
    for ( auto const & hex : frames ) {
       message.frames.push_back( Publications::frameOf( hex, message.frames.size() + 1 ) );
    }
+   if ( lifetime == Publications::Lifetime::connection && !call->mayLast() ) {
+      throw Errors::tooManyClients();
+   }
    parts_.publications.publish( std::move( message ) );
-   changed( *call );
+   changed( *call, interface );
    call->reply( { { "tooLong", report_.tooLong( parts_.interface( interface ), agent ) } } );
 }
 
 void FrameMethods::withdraw( Call const & call, std::string const & agent,
                              std::string const & interface ) {
    parts_.publications.withdraw( agent, interface, call->client() );
-   changed( *call );
+   changed( *call, interface );
    call->reply( Json::object() );
 }
 
 // What is published is not in the store, so watches of the status do not notice.
-void FrameMethods::changed( Varlink::Call & call ) {
+void FrameMethods::changed( Varlink::Call & call, std::string const & interface ) {
    call.neededIs( parts_.publications.isNeeded( call.client() ) );
-   watches_.changed();
+   watches_.changed( interface );
 }
 
 void FrameMethods::listMessages( Call const & call,

@@ -22,7 +22,7 @@ class FrameMethods final : public MethodGroup {
                  std::vector< std::string > const & frames, Publications::Lifetime lifetime );
    void withdraw( Call const & call, std::string const & agent, std::string const & interface );
    void listMessages( Call const & call, std::optional< std::string > const & interface );
-   void changed( Varlink::Call & call );
+   void changed( Varlink::Call & call, std::string const & interface );
 
    Parts const & parts_;
    StatusReport const & report_;

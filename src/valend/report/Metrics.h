@@ -8,6 +8,7 @@
 #include "valend/shutdown/LinkController.h"
 
 #include <functional>
+#include <map>
 #include <prometheus/metric_family.h>
 #include <string>
 #include <vector>
