@@ -13,7 +13,7 @@ using Valen::Linux::Fd;
 namespace {
 
 // What one event sends at most: a long answer to a fast reader must not keep all others waiting.
-constexpr std::size_t bytesPerFlush = 1u << 18;
+constexpr std::size_t bytesPerFlush = 1u << 16;
 
 } // namespace
 
@@ -58,6 +58,9 @@ void Connection::listen() {
    if ( state_ != State::answering && !inputEnded_ &&
         in_.waiting() <= surroundings_.limits.messageBytes ) {
       events |= EPOLLIN | EPOLLRDHUP;
+   }
+   if ( std::exchange( listensFor_, events ) == events ) {
+      return;
    }
    surroundings_.loop.descriptorIs( fd_.get(), events, "varlink client",
                                     [ this ]( U32 happened ) { ready( happened ); } );

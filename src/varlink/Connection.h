@@ -96,6 +96,7 @@ class Connection final : public Replies, public std::enable_shared_from_this< Co
    std::size_t waiting_ = 0;   // bytes of out_ that are not written
    Gantry::Timer stalled_;     // runs while answers wait and none is taken
    Gantry::PostedWork posted_;
+   std::optional< U32 > listensFor_; // the events that the loop reports
    bool lasting_ = false; // the call in progress is a watch or the like
    bool needed_ = false;
    Gantry::Time lastActive_; // when the client did something last, first by connecting

@@ -52,7 +52,10 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
    int upErrno = 0;  // every up() fails with it
    U64 outstanding = 0;
 
+   mutable int looks = 0; // at devices
+
    std::optional< LinkDevice > device( LinkPlace const & place ) const override {
+      ++looks;
       auto const found = devices_.find( place );
       return found == devices_.end() ? std::nullopt : std::optional( found->second );
    }

@@ -37,11 +37,15 @@ class EchoService final : public Service {
       }
    }
 
+   Rank rankOf( Caller const & caller ) const override {
+      return rank.value_or( Service::rankOf( caller ) );
+   }
    void clientGone( U64 client ) override { gone.push_back( client ); }
 
    int calls = 0;
    std::vector< std::shared_ptr< Call > > waiting;
    std::vector< U64 > gone;
+   std::optional< Rank > rank; // of all callers, instead of their own
 };
 
 class ServerTest : public ::testing::Test {
@@ -256,6 +260,60 @@ TEST_F( ServerTest, ManyIdleConnectionsDoNotKeepANewcomerOut ) {
    call( fd, echo );
    EXPECT_THAT( answers( fd ), ElementsAre( echoed ) );
    EXPECT_EQ( server->dropped().madeRoom, 41u );
+}
+
+TEST_F( ServerTest, ANewcomerIsNotDisconnectedForTheNext ) {
+   open( { .connections = 2, .reservedForAdmins = 0, .grace = 10s } );
+   auto const first = connect();
+   auto const second = connect();
+   EXPECT_THAT( answers( connect() ), ElementsAre( "closed" ) );
+   EXPECT_EQ( server->dropped(), ( Server::Dropped{ .refused = 1 } ) );
+   for ( auto const fd : { first, second } ) {
+      call( fd, echo );
+      EXPECT_THAT( answers( fd ), ElementsAre( echoed ) );
+   }
+}
+
+TEST_F( ServerTest, AClientThatDoesNotReadMakesRoom ) {
+   open( { .connections = 2, .reservedForAdmins = 0, .grace = 0ms } );
+   auto const idle = connect();
+   auto const stuck = connect();
+   call( stuck, { { "method", "Big" }, { "parameters", { { "bytes", 5'000'000 } } } } );
+   connect();
+   EXPECT_EQ( server->dropped(), ( Server::Dropped{ .madeRoom = 1 } ) );
+   call( idle, echo );
+   EXPECT_THAT( answers( idle ), ElementsAre( echoed ) );
+}
+
+TEST_F( ServerTest, TheServiceKnowsForWhomThereIsRoom ) {
+   service.rank = Rank::stranger;
+   open( { .strangers = 3, .connectionsPerStranger = 3 } );
+   std::vector< int > strangers;
+   for ( int i = 0; i < 5; ++i ) {
+      strangers.push_back( connect() );
+   }
+   EXPECT_EQ( server->connections(), 3u );
+   service.rank = Rank::admin;
+   for ( int i = 0; i < 5; ++i ) {
+      connect();
+   }
+   EXPECT_EQ( server->connections(), 8u );
+   EXPECT_EQ( server->dropped().refused, 2u );
+}
+
+TEST_F( ServerTest, AllWhoWaitAreAcceptedAtOnce ) {
+   open();
+   std::vector< int > waiting;
+   for ( int i = 0; i < 20; ++i ) {
+      sockaddr_un address{};
+      address.sun_family = AF_UNIX;
+      std::strcpy( address.sun_path, path.c_str() );
+      waiting.push_back( ::socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ) );
+      ::connect( waiting.back(), reinterpret_cast< sockaddr * >( &address ), sizeof address );
+      clients.push_back( waiting.back() );
+   }
+   loop.turn( 1s );
+   EXPECT_EQ( server->connections(), 20u );
 }
 
 TEST_F( ServerTest, AClientWithACallInProgressIsNotDisconnected ) {

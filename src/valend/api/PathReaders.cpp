@@ -2,6 +2,8 @@
 
 #include "valend/base/Slice.h"
 
+#include <algorithm>
+
 namespace Valend {
 
 using Varlink::Continues;
@@ -51,14 +53,22 @@ void PathReaders::look() {
    if ( empty() ) {
       return;
    }
-   if ( auto const now = parts_.scheduler->now(); now < restEnd_ && shows_.empty() ) {
-      pending_ = true;
-      return rest_.start( restEnd_ - now );
+   auto const now = parts_.scheduler->now();
+   onlyNew_ = now < restEnd_;
+   if ( onlyNew_ ) {
+      rest_.start( restEnd_ - now );
+      if ( !hasNewReader() ) {
+         return;
+      }
    }
-   rest_.stop();
    if ( view_.ready() ) {
       readNow();
    }
+}
+
+bool PathReaders::hasNewReader() const {
+   return !shows_.empty() || std::any_of( watches_.begin(), watches_.end(),
+                                          []( auto const & watch ) { return !watch.answered; } );
 }
 
 // Reads the value, and answers with it.
@@ -74,9 +84,13 @@ void PathReaders::readNow() {
       return fail( e );
    }
    answerShows();
-   auto const ended = parts_.scheduler->now();
-   restEnd_ = ended + restFactor * ( ended - began );
+   auto const spent = parts_.scheduler->now() - began;
    answerWatches();
+   if ( !onlyNew_ ) {
+      auto const bytes = ( value_ ? value_->size() : 0 ) * watches_.size();
+      restEnd_ = began + restFactor * spent +
+                 std::chrono::nanoseconds( std::chrono::seconds( 1 ) ) * bytes / bytesPerSecond;
+   }
 }
 
 // --- Answering -----------------------------------------------------------------------------------
@@ -104,6 +118,9 @@ void PathReaders::answerShows() {
 }
 
 bool PathReaders::wants( Watch const & watch ) const {
+   if ( watch.answered && onlyNew_ ) {
+      return false;
+   }
    if ( !watch.answered || watch.last == value_ ) {
       return !watch.answered;
    }

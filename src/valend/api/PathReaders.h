@@ -14,8 +14,10 @@ class PathReaders {
  public:
    // When a client is looked at again that has not taken its last answer.
    static constexpr std::chrono::milliseconds slowPeriod{ 50 };
-   // The pause before the next look is at least this many times as long as the last one took.
+   // The pause before the next answers is this many times as long as it took to make them,
    static constexpr int restFactor = 10;
+   // and so long that all readers together are sent no more than this.
+   static constexpr std::size_t bytesPerSecond = 64u << 20;
 
    // Both must outlive this.
    PathReaders( Parts const & parts, StoreTexts & texts, std::string path );
@@ -42,6 +44,7 @@ class PathReaders {
    void answerShows();
    void answerWatches();
    bool wants( Watch const & watch ) const;
+   bool hasNewReader() const;
 
    Parts const & parts_;
    std::string const path_;
@@ -54,8 +57,9 @@ class PathReaders {
    Gantry::PostedWork posted_;
    Gantry::Timer rest_;
    Gantry::Timer slow_;
-   Gantry::Time restEnd_{};
-   bool pending_ = false; // a look is posted, or comes after the rest
+   Gantry::Time restEnd_{}; // until then, only new readers are answered
+   bool onlyNew_ = false;
+   bool pending_ = false; // a look is posted
 };
 
 } // namespace Valend

@@ -30,7 +30,8 @@ WatchMethods::WatchMethods( Parts const & parts, StatusReport const & report )
     : parts_( parts ), report_( report ),
       model_( parts.store, parts.feeder, report, parts.scheduler, parts.work, [ this ] { news(); } ),
       posted_( parts.work, "status readers" ),
-      slow_( parts.scheduler, "status readers", [ this ] { answerWatches(); } ) {}
+      slow_( parts.scheduler, "status readers", [ this ] { answerWatches(); } ),
+      rest_( parts.scheduler, "status readers", [ this ] { answerWatches(); } ) {}
 
 std::vector< Method > WatchMethods::methods() {
    using Self = WatchMethods;
@@ -89,14 +90,17 @@ void WatchMethods::answerWatches() {
    ended();
    Slice slice( *parts_.scheduler );
    auto oldest = model_.last();
+   auto const rest = restEnd_ - parts_.scheduler->now();
    for ( auto & watch : watches_ ) {
-      bool const isSlow = watch.call->waiting() > 0;
-      if ( wants( watch ) && isSlow ) {
+      if ( wants( watch ) && watch.answered && rest > Gantry::Time( 0 ) ) {
+         rest_.start( rest );
+      } else if ( wants( watch ) && watch.call->waiting() > 0 ) {
          if ( !slow_.running() ) {
             slow_.start( slowPeriod );
          }
       } else if ( wants( watch ) ) {
          if ( !slice.goesOn() ) {
+            spent_ += slice.spent();
             return posted_.post( [ this ] { answerWatches(); } );
          }
          auto const answer = answerTo( watch );
@@ -109,6 +113,10 @@ void WatchMethods::answerWatches() {
       oldest = std::min( oldest, watch.seen );
    }
    model_.forget( oldest );
+   spent_ += slice.spent();
+   if ( rest <= Gantry::Time( 0 ) ) {
+      restEnd_ = parts_.scheduler->now() + restFactor * std::exchange( spent_, Gantry::Time( 0 ) );
+   }
 }
 
 Varlink::Encoded const & WatchMethods::answerTo( Watch const & watch ) {

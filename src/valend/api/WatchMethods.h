@@ -17,6 +17,8 @@ class WatchMethods final : public MethodGroup {
  public:
    // When a client is looked at again that has not taken its last answer.
    static constexpr std::chrono::milliseconds slowPeriod{ 50 };
+   // The pause before the next answers is this many times as long as it took to make and send them.
+   static constexpr int restFactor = 5;
    // The longest that Wait waits.
    static constexpr std::chrono::milliseconds maxTimeout = std::chrono::hours( 24 );
 
@@ -77,6 +79,9 @@ class WatchMethods final : public MethodGroup {
    U64 answersUpTo_ = 0;
    Gantry::PostedWork posted_;
    Gantry::Timer slow_;
+   Gantry::Timer rest_;
+   Gantry::Time restEnd_{};
+   Gantry::Time spent_{}; // on the current answers so far
 };
 
 } // namespace Valend
