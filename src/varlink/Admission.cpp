@@ -78,8 +78,8 @@ Admission admit( Newcomer const & newcomer, std::vector< Seat > const & seats, G
          since && std::all_of( reached.begin(), reached.end(),
                                [ & ]( auto const & bound ) { return bound.bounds( seat ); } );
       if ( makesRoom ) {
-         std::pair const candidate{
-            Order{ !seat.unreadSince, seat.rank != Rank::stranger, *since }, seat.number };
+         std::pair const candidate{ Order{ !seat.unreadSince, seat.rank != Rank::stranger, *since },
+                                    seat.number };
          first = first ? std::min( *first, candidate ) : candidate;
       }
    }

@@ -43,7 +43,7 @@ struct Seat {
    U64 number;
    U32 uid;
    Rank rank;
-   bool lasting; // holds a watch, or something is bound to it
+   bool lasting;                              // holds a watch, or something is bound to it
    std::optional< Gantry::Time > idleSince;   // if it is idle
    std::optional< Gantry::Time > unreadSince; // if its client does not take its answers
 };

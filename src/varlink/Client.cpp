@@ -110,9 +110,10 @@ std::string Client::receiveText() {
 // The connection has ended. A service that accepts no more clients closes new connections at once.
 NoService Client::closed( std::string const & otherwise ) const {
    bool const atOnce = !received_ && std::chrono::steady_clock::now() - connected_ < refusedWithin;
-   return NoService( atOnce ? service_ + " closed the connection at once: too many clients, or it is "
-                                         "exiting (end clients that are not needed, and try again)"
-                            : otherwise );
+   return NoService( atOnce
+                        ? service_ + " closed the connection at once: too many clients, or it is "
+                                     "exiting (end clients that are not needed, and try again)"
+                        : otherwise );
 }
 
 void Client::waitFor( short event ) {

@@ -130,10 +130,8 @@ void Connection::read() {
 
 // Sends what the socket takes of the answers, a part at a time.
 void Connection::flush() {
-   for ( std::size_t sent = 0;
-         state_ != State::closed && !out_.empty() && sent < bytesPerFlush; ) {
-      auto const rest =
-         std::string_view( *out_.front() ).substr( written_, bytesPerFlush - sent );
+   for ( std::size_t sent = 0; state_ != State::closed && !out_.empty() && sent < bytesPerFlush; ) {
+      auto const rest = std::string_view( *out_.front() ).substr( written_, bytesPerFlush - sent );
       auto const count = ::send( fd_.get(), rest.data(), rest.size(), MSG_NOSIGNAL );
       if ( count > 0 ) {
          sent += static_cast< std::size_t >( count );

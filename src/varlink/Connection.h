@@ -90,14 +90,14 @@ class Connection final : public Replies, public std::enable_shared_from_this< Co
    U64 const number_;
    State state_ = State::idle;
    Framing in_;
-   bool inputEnded_ = false; // the client sends nothing more; it may still wait for answers
+   bool inputEnded_ = false;   // the client sends nothing more; it may still wait for answers
    std::deque< Encoded > out_; // none is empty
    std::size_t written_ = 0;   // of the first
    std::size_t waiting_ = 0;   // bytes of out_ that are not written
    Gantry::Timer stalled_;     // runs while answers wait and none is taken
    Gantry::PostedWork posted_;
    std::optional< U32 > listensFor_; // the events that the loop reports
-   bool lasting_ = false; // the call in progress is a watch or the like
+   bool lasting_ = false;            // the call in progress is a watch or the like
    bool needed_ = false;
    Gantry::Time lastActive_; // when the client did something last, first by connecting
    Gantry::Time lastTaken_;  // when it took some of its answers last, or the first of them came

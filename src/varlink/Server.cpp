@@ -75,7 +75,8 @@ bool Server::accept() {
 
 // Whether there is room for another client, or another one can make it.
 bool Server::admit( Caller const & caller, Rank rank ) {
-   auto const admission = Varlink::admit( { caller.uid, rank }, seats(), loop_.scheduler()->now(), limits_ );
+   auto const admission =
+      Varlink::admit( { caller.uid, rank }, seats(), loop_.scheduler()->now(), limits_ );
    if ( admission.leaves ) {
       auto const leaving = connections_.at( *admission.leaves ); // closing it removes it
       leaving->close( Connection::End::madeRoom );

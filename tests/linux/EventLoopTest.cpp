@@ -337,7 +337,8 @@ TEST_F( EventLoopTest, ALateTimerDoesNotWaitForADescriptorThatIsAlwaysReady ) {
    Gantry::Timer timer( loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } );
    Pipe pipe;
    pipe.poke();
-   loop_.descriptorIs( pipe.near.get(), EPOLLIN, "busy", [ & ]( U32 ) { told_.push_back( "busy" ); } );
+   loop_.descriptorIs( pipe.near.get(), EPOLLIN, "busy",
+                       [ & ]( U32 ) { told_.push_back( "busy" ); } );
    timer.start( 1ms );
    std::this_thread::sleep_for( 50ms );
    loop_.turn( 1s );

@@ -30,7 +30,8 @@ class PressureTest : public RunningDaemonTest {
          for ( int i = 0; connected && i < count; ++i ) {
             clients_.emplace_back( socket() );
          }
-      } ).join();
+      } )
+         .join();
       return connected;
    }
 

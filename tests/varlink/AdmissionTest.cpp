@@ -153,8 +153,8 @@ TEST_F( AdmissionTest, WatchesOfRootLeaveConnectionsForItsOtherCommands ) {
       EXPECT_TRUE( connect( root ) ) << i;
       now += 50ms;
    }
-   EXPECT_EQ( std::count_if( seats.begin(), seats.end(), []( auto & seat ) { return seat.lasting; } ),
-              224 )
+   EXPECT_EQ(
+      std::count_if( seats.begin(), seats.end(), []( auto & seat ) { return seat.lasting; } ), 224 )
       << "a watch that is served stays";
 }
 

@@ -70,8 +70,9 @@ TEST_F( ClientTest, AServiceThatAcceptsNoMoreClientsIsNamedAsSuch ) {
       client.call( "Status", Json::object() );
       FAIL();
    } catch ( NoService const & e ) {
-      EXPECT_STREQ( e.what(), "the service closed the connection at once: too many clients, or it is "
-                              "exiting (end clients that are not needed, and try again)" );
+      EXPECT_STREQ( e.what(),
+                    "the service closed the connection at once: too many clients, or it is "
+                    "exiting (end clients that are not needed, and try again)" );
    }
 }
 

@@ -36,7 +36,8 @@ void PathReaders::watch( Call const & call ) {
 }
 
 void PathReaders::clientGone( U64 client ) {
-   std::erase_if( watches_, [ & ]( auto const & watch ) { return watch.call->client() == client; } );
+   std::erase_if( watches_,
+                  [ & ]( auto const & watch ) { return watch.call->client() == client; } );
    std::erase_if( shows_, [ & ]( auto const & call ) { return call->client() == client; } );
 }
 
@@ -88,8 +89,7 @@ void PathReaders::readNow() {
    answerWatches();
    if ( !onlyNew_ ) {
       auto const bytes = ( value_ ? value_->size() : 0 ) * watches_.size();
-      restEnd_ = began + restFactor * spent +
-                 std::chrono::nanoseconds( std::chrono::seconds( 1 ) ) * bytes / bytesPerSecond;
+      restEnd_ = began + restFactor * spent + std::chrono::milliseconds( bytes / bytesPerMs );
    }
 }
 

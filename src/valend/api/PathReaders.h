@@ -17,7 +17,7 @@ class PathReaders {
    // The pause before the next answers is this many times as long as it took to make them,
    static constexpr int restFactor = 10;
    // and so long that all readers together are sent no more than this.
-   static constexpr std::size_t bytesPerSecond = 64u << 20;
+   static constexpr std::size_t bytesPerMs = 64u << 10;
 
    // Both must outlive this.
    PathReaders( Parts const & parts, StoreTexts & texts, std::string path );
@@ -51,7 +51,7 @@ class PathReaders {
    StoreView view_;
    std::vector< Call > shows_;
    std::vector< Watch > watches_;
-   StoreView::Text value_; // as it was read last
+   StoreView::Text value_;  // as it was read last
    Varlink::Encoded shown_; // the answers with that value
    Varlink::Encoded watched_;
    Gantry::PostedWork posted_;

@@ -28,7 +28,8 @@ bool isMet( Json const & interface, Until until ) {
 
 WatchMethods::WatchMethods( Parts const & parts, StatusReport const & report )
     : parts_( parts ), report_( report ),
-      model_( parts.store, parts.feeder, report, parts.scheduler, parts.work, [ this ] { news(); } ),
+      model_( parts.store, parts.feeder, report, parts.scheduler, parts.work,
+              [ this ] { news(); } ),
       posted_( parts.work, "status readers" ),
       slow_( parts.scheduler, "status readers", [ this ] { answerWatches(); } ),
       rest_( parts.scheduler, "status readers", [ this ] { answerWatches(); } ) {}

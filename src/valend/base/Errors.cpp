@@ -79,8 +79,9 @@ Refusal tooManyValues( U64 maxValues ) {
 }
 
 Refusal tooManyClients() {
-   return Refusal( "TooManyClients", "too many clients watch, or have frames bound to their connections; "
-                                     "end some that are not needed" );
+   return Refusal( "TooManyClients",
+                   "too many clients watch, or have frames bound to their connections; "
+                   "end some that are not needed" );
 }
 
 Refusal agentIsConfigured( std::string const & agent ) {

@@ -29,7 +29,7 @@ class Metrics {
  public:
    // Connections of the control API.
    struct Clients {
-      U64 connected = 0;                     // now
+      U64 connected = 0;                      // now
       std::map< std::string, U64 > dropped{}; // since the start, for exceeding a limit, by reason
    };
    // What the metrics are taken from. All must outlive this.

@@ -60,14 +60,14 @@ class StatusChanges::Devices {
       }
       auto const name = device->deviceName().stdString();
       changed( name );
-      devices_[ ifIndex ] = { name,
-                              std::make_unique< Follower >( device, [ this, name, ifIndex ](
-                                                                       auto attribute, auto const & ) {
-                                 changed( name );
-                                 if ( attribute == KernelNetInfo::Interface::deviceNameAttr::id ) {
-                                    renamed( ifIndex );
-                                 }
-                              } ) };
+      devices_[ ifIndex ] = {
+         name, std::make_unique< Follower >(
+                  device, [ this, name, ifIndex ]( auto attribute, auto const & ) {
+                     changed( name );
+                     if ( attribute == KernelNetInfo::Interface::deviceNameAttr::id ) {
+                        renamed( ifIndex );
+                     }
+                  } ) };
    }
 
    void renamed( U32 ifIndex ) {
@@ -76,9 +76,7 @@ class StatusChanges::Devices {
       }
    }
 
-   void changed( std::string const & name ) const {
-      changes_.changed_.device( { netNs_, name } );
-   }
+   void changed( std::string const & name ) const { changes_.changed_.device( { netNs_, name } ); }
 
    StatusChanges & changes_;
    std::string const netNs_;
@@ -90,15 +88,15 @@ class StatusChanges::Devices {
 StatusChanges::StatusChanges( Store const & store, Feeder const & feeder, Changed changed )
     : store_( store ), feeder_( feeder ), changed_( std::move( changed ) ) {
    using Valen::Status::StatusDir;
-   dirs_.push_back( std::make_unique< Follower >(
-      store.statusDir, [ this ]( auto attribute, auto const & key ) {
+   dirs_.push_back(
+      std::make_unique< Follower >( store.statusDir, [ this ]( auto attribute, auto const & key ) {
          if ( attribute == StatusDir::intfStatusAttr::id ) {
             follow( key );
             changed_.interface( key );
          }
       } ) );
-   dirs_.push_back( std::make_unique< Follower >(
-      store.allIntfConfigDir, [ this ]( auto, auto const & key ) {
+   dirs_.push_back(
+      std::make_unique< Follower >( store.allIntfConfigDir, [ this ]( auto, auto const & key ) {
          if ( !key.empty() ) {
             changed_.interface( key );
          }
@@ -117,10 +115,8 @@ void StatusChanges::follow( std::string const & interface ) {
       interfaces_.erase( interface );
       return;
    }
-   interfaces_[ interface ] =
-      std::make_unique< Follower >( status, [ this, interface ]( auto, auto const & ) {
-         changed_.interface( interface );
-      } );
+   interfaces_[ interface ] = std::make_unique< Follower >(
+      status, [ this, interface ]( auto, auto const & ) { changed_.interface( interface ); } );
 }
 
 void StatusChanges::followNamespaces() {
@@ -129,7 +125,8 @@ void StatusChanges::followNamespaces() {
    for ( auto const & [ vrf, netNs ] : config.vrfs ) {
       wanted.insert( netNs );
    }
-   std::erase_if( namespaces_, [ & ]( auto const & entry ) { return !wanted.contains( entry.first ); } );
+   std::erase_if( namespaces_,
+                  [ & ]( auto const & entry ) { return !wanted.contains( entry.first ); } );
    for ( auto const & netNs : wanted ) {
       auto const status = Quill::ptrCast< KernelNetInfo::Status const >( Ptr< Entity const >(
          store_.entityManager->mounted( "kni/ns/" + netNs + "/status" ).get() ) );

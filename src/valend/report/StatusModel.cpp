@@ -163,8 +163,8 @@ void StatusModel::update( std::string const & interface ) {
 
 void StatusModel::placeDel( LinkPlace const & place, std::string const & interface ) {
    auto const [ begin, end ] = places_.equal_range( place );
-   auto const found = std::find_if(
-      begin, end, [ & ]( auto const & entry ) { return entry.second == interface; } );
+   auto const found =
+      std::find_if( begin, end, [ & ]( auto const & entry ) { return entry.second == interface; } );
    if ( found != end ) {
       places_.erase( found );
    }

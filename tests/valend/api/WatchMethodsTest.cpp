@@ -25,17 +25,16 @@ class WatchMethodsTest : public ApiFixture {
                                      bool roomToLast = true ) {
       auto const answers = std::make_shared< Answers >( method );
       answers->roomToLast = roomToLast;
-      api.call( std::make_shared< Varlink::Call >(
-         "org.valen.daemon." + method, parameters, Varlink::Wanted::many,
-         Varlink::Caller{ 0, 1, { 0 } }, 9, answers ) );
+      api.call( std::make_shared< Varlink::Call >( "org.valen.daemon." + method, parameters,
+                                                   Varlink::Wanted::many,
+                                                   Varlink::Caller{ 0, 1, { 0 } }, 9, answers ) );
       return answers;
    }
 };
 
 TEST_F( WatchMethodsTest, ReadersShareTheEncodedAnswers ) {
-   for ( auto const & [ method, parameters ] :
-         std::vector< std::pair< std::string, Json > >{ { "Watch", { { "path", "status" } } },
-                                                        { "WatchStatus", Json::object() } } ) {
+   for ( auto const & [ method, parameters ] : std::vector< std::pair< std::string, Json > >{
+            { "Watch", { { "path", "status" } } }, { "WatchStatus", Json::object() } } ) {
       std::vector< std::shared_ptr< Answers > > readers;
       for ( U64 client = 1; client <= 3; ++client ) {
          readers.push_back( call( method, parameters, true, client ) );
@@ -64,7 +63,8 @@ TEST_F( WatchMethodsTest, OnlyInterfacesThatHaveChangedAreLookedAt ) {
    call( "Shutdown", { { "interface", "Ethernet1" } }, false, 99 );
    EXPECT_LT( kernel.looks - before, 20 );
    advance( 250ms );
-   EXPECT_LT( kernel.looks - before, 1100 ) << "all of them once a period, however many the readers";
+   EXPECT_LT( kernel.looks - before, 1100 )
+      << "all of them once a period, however many the readers";
 }
 
 TEST_F( WatchMethodsTest, ManyInterfacesAreLookedAtInSlices ) {
@@ -113,8 +113,9 @@ TEST_F( WatchMethodsTest, WithoutRoomNoWatchBegins ) {
             { "Trace", Json::object() } } ) {
       auto const refused = begin( method, parameters, false );
       turn();
-      EXPECT_EQ( refused->error(), "org.valen.daemon.TooManyClients: too many clients watch, or have "
-                                   "frames bound to their connections; end some that are not needed" );
+      EXPECT_EQ( refused->error(),
+                 "org.valen.daemon.TooManyClients: too many clients watch, or have "
+                 "frames bound to their connections; end some that are not needed" );
       EXPECT_FALSE( refused->lasting );
       auto const begun = begin( method, parameters );
       EXPECT_TRUE( begun->lasting ) << method;

@@ -73,7 +73,9 @@ TEST_F( MetricsTest, ADaemonThatDidNothingHasItsGauges ) {
    EXPECT_THAT( samples, HasSubstr( "gauge valen_active [] 1.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "counter valen_device_resyncs_total [] 3.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "gauge valen_api_connections [] 3.0\n" ) );
-   EXPECT_THAT( samples, HasSubstr( "counter valen_api_connections_dropped_total [('reason', 'refused')] 7.0\n" ) );
+   EXPECT_THAT(
+      samples,
+      HasSubstr( "counter valen_api_connections_dropped_total [('reason', 'refused')] 7.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( std::string( "gauge valen_build_info [('version', '" ) +
                                     Settings::version + "')] 1.0\n" ) );
 }
