@@ -22,7 +22,7 @@ class AdmissionTest : public ::testing::Test {
                             : Rank::stranger;
    }
 
-   // Connects; whoever has to leave does.
+   // Connects, and lets the one leave that has to make room.
    bool connect( U32 uid ) {
       auto const admission = admit( { uid, rankOf( uid ) }, seats, now, limits );
       if ( admission.leaves ) {
