@@ -75,8 +75,9 @@ Admission admit( Newcomer const & newcomer, std::vector< Seat > const & seats, G
    for ( auto const & seat : seats ) {
       auto const since = freeSince( seat, now, limits );
       bool const makesRoom =
-         since && std::all_of( reached.begin(), reached.end(),
-                               [ & ]( auto const & bound ) { return bound.bounds( seat ); } );
+         since && seat.rank <= newcomer.rank &&
+         std::all_of( reached.begin(), reached.end(),
+                      [ & ]( auto const & bound ) { return bound.bounds( seat ); } );
       if ( makesRoom ) {
          std::pair const candidate{ Order{ !seat.unreadSince, seat.rank != Rank::stranger, *since },
                                     seat.number };

@@ -12,7 +12,7 @@
 //
 // When a bound is reached, a client of those whom it bounds makes room: first one that does not read
 // its answers, the longest waiting one; then an idle one, strangers before others, the longest idle one.
-// If all of them do something or have just come, the new client is refused.
+// If all of them do something, have just come or may do more, the new client is refused.
 #pragma once
 
 #include "platform/gantry/TaskScheduler.h"

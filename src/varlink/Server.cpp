@@ -2,6 +2,7 @@
 
 #include "varlink/UnixSocket.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <sys/epoll.h>
 #include <sys/socket.h>
@@ -17,9 +18,10 @@ constexpr int backlog = 128; // as many as listenAt() lets wait
 
 } // namespace
 
-Server::Server( Valen::Linux::EventLoop & loop, std::string path, Service & service, Limits limits )
+Server::Server( Valen::Linux::EventLoop & loop, std::string path, Service & service, Limits limits,
+                Room room )
     : loop_( loop ), path_( std::move( path ) ), service_( service ), limits_( limits ),
-      listener_( listenAt( path_ ) ),
+      room_( std::move( room ) ), listener_( listenAt( path_ ) ),
       pause_( loop.scheduler(), "varlink socket", [ this ] { listen(); } ),
       posted_( loop.workQueue(), "varlink server" ) {
    listen();
@@ -75,8 +77,12 @@ bool Server::accept() {
 
 // Whether there is room for another client, or another one can make it.
 bool Server::admit( Caller const & caller, Rank rank ) {
+   auto limits = limits_;
+   if ( room_ && !room_() ) {
+      limits.connections = std::min( limits.connections, connections_.size() );
+   }
    auto const admission =
-      Varlink::admit( { caller.uid, rank }, seats(), loop_.scheduler()->now(), limits_ );
+      Varlink::admit( { caller.uid, rank }, seats(), loop_.scheduler()->now(), limits );
    if ( admission.leaves ) {
       auto const leaving = connections_.at( *admission.leaves ); // closing it removes it
       leaving->close( Connection::End::madeRoom );

@@ -142,6 +142,14 @@ TEST_F( AdmissionTest, OnlyThoseOfTheSameUserLeaveForAUserWithTooMany ) {
    EXPECT_EQ( countOf( alice ), 64u );
 }
 
+TEST_F( AdmissionTest, NoneLeavesForAClientThatMayDoLess ) {
+   connectMany( root, 256 );
+   now += 1min;
+   EXPECT_FALSE( connect( alice ) );
+   EXPECT_FALSE( connect( eve ) );
+   EXPECT_TRUE( connect( root ) );
+}
+
 TEST_F( AdmissionTest, WatchesOfRootLeaveConnectionsForItsOtherCommands ) {
    std::size_t watches = 0;
    for ( int i = 0; i < 250; ++i ) {

@@ -316,6 +316,24 @@ TEST_F( ServerTest, AllWhoWaitAreAcceptedAtOnce ) {
    EXPECT_EQ( server->connections(), 20u );
 }
 
+// The last descriptors are not for clients.
+TEST_F( ServerTest, WithoutRoomForItANewcomerTakesThePlaceOfAnIdleOneOrNone ) {
+   bool room = true;
+   server.emplace( loop, path, service, Limits{ .grace = 0ms }, [ & ] { return room; } );
+   auto const idle = connect();
+   auto const busy = connect();
+   call( busy, { { "method", "Wait" } } );
+   room = false;
+   auto const replacing = connect();
+   call( replacing, echo );
+   EXPECT_THAT( answers( replacing ), ElementsAre( echoed ) );
+   EXPECT_THAT( answers( idle ), ElementsAre( "closed" ) );
+   call( replacing, { { "method", "Wait" } } );
+   EXPECT_THAT( answers( connect() ), ElementsAre( "closed" ) );
+   EXPECT_EQ( server->connections(), 2u );
+   EXPECT_EQ( server->dropped(), ( Server::Dropped{ .madeRoom = 1, .refused = 1 } ) );
+}
+
 TEST_F( ServerTest, AClientWithACallInProgressIsNotDisconnected ) {
    open( { .connections = 2, .reservedForAdmins = 0, .grace = 0ms } );
    auto const first = connect();
