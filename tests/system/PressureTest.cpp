@@ -17,8 +17,8 @@ class PressureTest : public RunningDaemonTest {
    // How often the carrier of et1 went down.
    int carrierDowns() const {
       auto const file = *work_ / "carrier";
-      run( "ip netns exec " + machine_->text() + " cat /sys/class/net/et1/carrier_down_count > " +
-           file );
+      run( "sh -c 'ip netns exec " + machine_->text() +
+           " cat /sys/class/net/et1/carrier_down_count > " + file + "'" );
       return std::stoi( contentOf( file ) );
    }
 
