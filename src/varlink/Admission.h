@@ -35,7 +35,7 @@ struct Limits {
    std::size_t connectionsPerStranger = 4;
    std::size_t connectionsPerUser = 64; // except root
    // How long a client stays, whatever happens, after it has connected or done something.
-   std::chrono::milliseconds grace = std::chrono::seconds( 1 );
+   std::chrono::milliseconds grace{ 20 };
 };
 
 // A connection, as far as it matters here.

@@ -58,7 +58,7 @@ class AdmissionTest : public ::testing::Test {
                           [ & ]( auto & seat ) { return seat.number == number; } );
    }
 
-   Limits const limits;
+   Limits const limits{ .grace = 1s };
    Gantry::Time now = 1h;
    U64 numbers = 0;
    std::vector< Seat > seats;
