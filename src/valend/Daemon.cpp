@@ -57,7 +57,12 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       readinessLoss_( feeder_, report_, loop_.scheduler(), loop_.workQueue() ),
       metrics_( { store_, feeder_, links_, controller_, faults_, conditions_,
                   [ this ] {
-                     return Metrics::Clients{ server_.connections(), server_.dropped() };
+                     auto const & dropped = server_.dropped();
+                     return Metrics::Clients{ server_.connections(),
+                                              { { "call-too-long", dropped.tooLong },
+                                                { "not-reading", dropped.notReading },
+                                                { "made-room", dropped.madeRoom },
+                                                { "refused", dropped.refused } } };
                   },
                   [ &output ] { return output.dropped(); } } ),
       metricsFile_(

@@ -54,7 +54,10 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
    std::map< LinkPlace, U64 > outstandingOf;
    std::string lookError; // every look() but that of "default" fails with it
 
+   mutable int looks = 0; // at devices
+
    std::optional< LinkDevice > device( LinkPlace const & place ) const override {
+      ++looks;
       auto const found = devices_.find( place );
       return found == devices_.end() ? std::nullopt : std::optional( found->second );
    }

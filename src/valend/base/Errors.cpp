@@ -80,6 +80,12 @@ Refusal tooManyValues( U64 maxValues ) {
                                   " values at this path; ask for a longer path" );
 }
 
+Refusal tooManyClients() {
+   return Refusal( "TooManyClients",
+                   "too many clients watch, or have frames bound to their connections; "
+                   "end some that are not needed" );
+}
+
 Refusal agentIsConfigured( std::string const & agent ) {
    return Refusal( "AgentExists", "agent " + quoted( agent ) +
                                      " is in the configuration; publish under another name" );

@@ -30,6 +30,7 @@ Refusal badTraceLevels( std::string const & why );
 Refusal noFrames();
 Refusal tooMuchMemory( std::size_t bytes, std::size_t maxBytes );
 Refusal tooManyValues( U64 maxValues );
+Refusal tooManyClients();
 
 // An agent's name that is taken.
 Refusal agentIsConfigured( std::string const & agent );

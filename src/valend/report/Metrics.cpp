@@ -150,9 +150,12 @@ void Metrics::addClients( Families & families ) const {
    auto const clients = sources_.clients();
    gauge( families, "valen_api_connections", "Open connections to the control API.",
           clients.connected );
-   counter( families, "valen_api_connections_dropped_total",
-            "Connections to the control API that were dropped for exceeding a limit.",
-            clients.dropped );
+   auto & dropped = family(
+      families, "valen_api_connections_dropped_total", MetricType::Counter,
+      "Connections to the control API that were dropped for exceeding a limit, by reason." );
+   for ( auto const & [ reason, count ] : clients.dropped ) {
+      sample( dropped, { { "reason", reason } }, count );
+   }
 }
 
 } // namespace Valend

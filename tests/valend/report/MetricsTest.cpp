@@ -43,7 +43,7 @@ class MetricsTest : public DaemonFixture {
    }
    Metrics metrics{ { store, feeder, kernel, controller, faults, conditions,
                       [] {
-                         return Metrics::Clients{ 3, 7 };
+                         return Metrics::Clients{ 3, { { "refused", 7 } } };
                       },
                       [] { return U64( 5 ); } } };
    std::string text() const { return metrics.text(); }
@@ -75,7 +75,9 @@ TEST_F( MetricsTest, ADaemonThatDidNothingHasItsGauges ) {
    EXPECT_THAT( samples, HasSubstr( "gauge valen_active [] 1.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "counter valen_device_resyncs_total [] 3.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "gauge valen_api_connections [] 3.0\n" ) );
-   EXPECT_THAT( samples, HasSubstr( "counter valen_api_connections_dropped_total [] 7.0\n" ) );
+   EXPECT_THAT(
+      samples,
+      HasSubstr( "counter valen_api_connections_dropped_total [('reason', 'refused')] 7.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( std::string( "gauge valen_build_info [('version', '" ) +
                                     Settings::version + "')] 1.0\n" ) );
 }
