@@ -13,7 +13,7 @@ Fd openInside( NetNs const & netNs ) {
    Fd fd( ::socket( AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE ) );
    if ( !fd ) {
       throwErrno( "cannot open an rtnetlink socket in network namespace \"" +
-                     netNs.name.stdString() + "\"",
+                     netNs.name + "\"",
                   errno );
    }
    return fd;

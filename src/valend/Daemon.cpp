@@ -32,7 +32,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
          }
       } ),
       journal_( process_.value( "state-directory" ), Journal::Machine::real(), conditions_ ),
-      controller_( store_, feeder_.config(), links_, journal_, loop_.scheduler(),
+      controller_( store_, feeder_.config(), links_, journal_, conditions_, loop_.scheduler(),
                    loop_.workQueue() ),
       report_( store_, feeder_, links_, controller_ ),
       readinessLoss_( feeder_, report_, loop_.scheduler() ),
@@ -101,6 +101,7 @@ void Daemon::configIs( Settings::Config const & config ) {
    links_.netNssAre( netNss );
    access_.refresh(); // a group may have been added
    publications_.configIs( config );
+   controller_.configChanged();
    lastConfiguration_.keep( config );
 }
 
@@ -150,7 +151,7 @@ void Daemon::run() {
 void Daemon::stop( char const * signal ) {
    log( LogLevel::notice, std::string( "received " ) + signal + ", exiting; links left unchanged",
         { { "MESSAGE_ID", MessageIds::stopping } } );
-   auto const pending = controller_.pending();
+   auto const pending = controller_.stop();
    for ( auto const & line : pending ) {
       log( LogLevel::notice, line, { { "MESSAGE_ID", MessageIds::shutdownPending } } );
    }
@@ -158,7 +159,7 @@ void Daemon::stop( char const * signal ) {
                   ( pending.empty()
                        ? std::string()
                        : "\nSTATUS=Exiting; links left unchanged, " +
-                            Settings::counted( pending.size(), "shutdown" ) + " in progress" ) );
+                            Settings::counted( pending.size(), "request" ) + " in progress" ) );
    loop_.stop();
 }
 

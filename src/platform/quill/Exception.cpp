@@ -1,13 +1,14 @@
 #include "platform/quill/Exception.h"
 
+#include <atomic>
 #include <cerrno>
 
 namespace Quill {
 
 namespace {
 
-Expect const * innermost = nullptr;
-U64 unexpected = 0;
+thread_local Expect const * innermost = nullptr;
+std::atomic< U64 > unexpected = 0;
 
 } // namespace
 
