@@ -13,7 +13,8 @@ namespace Valen::Linux {
 namespace {
 
 constexpr char const * name = "valen-links";
-constexpr std::chrono::seconds timeout{ 1 }; // of the kernel's answer, which is there when it has done it
+constexpr std::chrono::seconds timeout{
+   1 }; // of the kernel's answer, which is there when it has done it
 
 } // namespace
 

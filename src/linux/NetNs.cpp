@@ -77,8 +77,8 @@ NetNs NetNsDirectories::openNamed( std::string const & name ) const {
       return { name, identityOf( fd.get() ), Fd() };
    }
    if ( !validName( name ) ) {
-      throw Quill::ErrnoException(
-         "\"" + name + "\" cannot be the name of a network namespace", EINVAL );
+      throw Quill::ErrnoException( "\"" + name + "\" cannot be the name of a network namespace",
+                                   EINVAL );
    }
    for ( auto const & directory : directories_ ) {
       auto const path = directory + "/" + name;

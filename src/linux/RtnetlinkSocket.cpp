@@ -12,8 +12,7 @@ Fd openInside( NetNs const & netNs ) {
    NetNsScope const inside( netNs );
    Fd fd( ::socket( AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE ) );
    if ( !fd ) {
-      throwErrno( "cannot open an rtnetlink socket in network namespace \"" +
-                     netNs.name + "\"",
+      throwErrno( "cannot open an rtnetlink socket in network namespace \"" + netNs.name + "\"",
                   errno );
    }
    return fd;

@@ -71,7 +71,8 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
    std::unique_ptr< LinkRequest >
    request( LinkPlace const & place, LinkChange change, Gantry::Time deadline,
             std::function< void( LinkAnswer const & ) > done ) override {
-      auto const request = std::make_shared< Request >( Request{ place, change, std::move( done ) } );
+      auto const request =
+         std::make_shared< Request >( Request{ place, change, std::move( done ) } );
       if ( !stopped ) {
          queue_[ { deadline, ++requests_ } ] = request;
          work_.post( [ this ] { makeNext(); } );
@@ -93,8 +94,8 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
    // The kernel answers it.
    void answer() {
       auto const request = std::exchange( running_, nullptr );
-      if ( request->done ) {
-         request->done( request->answer );
+      if ( auto const done = std::exchange( request->done, nullptr ) ) { // else it was dropped
+         done( request->answer );
       }
    }
    // The kernel goes on, and makes the changes that wait.

@@ -14,7 +14,8 @@ KernelLinks::KernelLinks( Valen::Linux::EventLoop & loop,
                           Valen::Linux::PacketEndpointProvider const & endpoints,
                           Conditions & conditions )
     : netNsDirectories_( directories ), endpoints_( endpoints ), devices_( loop, directories ),
-      worker_( loop, directories ), posted_( loop.workQueue(), "links" ), conditions_( conditions ) {}
+      worker_( loop, directories ), posted_( loop.workQueue(), "links" ),
+      conditions_( conditions ) {}
 
 bool LinkAnswer::missing() const noexcept {
    return error == ENODEV || error == ENOENT;
@@ -173,12 +174,12 @@ KernelLinks::request( LinkPlace const & place, LinkChange change, Gantry::Time d
       return std::make_unique< Unmade >( posted_, LinkAnswer{ ENODEV, whyMissing( place ), false },
                                          std::move( done ) );
    }
-   auto const id = worker_.request(
-      { place.netNs, place.device, found->ifIndex },
-      change == LinkChange::up ? LinkState::up : LinkState::down, deadline,
-      [ done = std::move( done ) ]( LinkWorker::Answer const & answer ) {
-         done( { answer.error, answer.why, answer.changed } );
-      } );
+   auto const id =
+      worker_.request( { place.netNs, place.device, found->ifIndex },
+                       change == LinkChange::up ? LinkState::up : LinkState::down, deadline,
+                       [ done = std::move( done ) ]( LinkWorker::Answer const & answer ) {
+                          done( { answer.error, answer.why, answer.changed } );
+                       } );
    return std::make_unique< Made >( worker_, id );
 }
 

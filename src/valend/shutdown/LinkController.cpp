@@ -186,9 +186,10 @@ std::vector< std::string > LinkController::stop() {
       lines.push_back( pendingLine( *shutdown ) );
    }
    for ( auto const & [ name, enabling ] : enablings_ ) {
-      lines.push_back( name + ( enabling.request->begun()
-                                   ? ": link being set up at this moment"
-                                   : ": request to set the link up dropped; link left unchanged" ) );
+      lines.push_back( name +
+                       ( enabling.request->begun()
+                            ? ": link being set up at this moment"
+                            : ": request to set the link up dropped; link left unchanged" ) );
    }
    return lines;
 }
@@ -201,11 +202,11 @@ std::string LinkController::pendingLine( Shutdown const & shutdown ) const {
    return record.interface + ": shutdown by " + record.request.requester() + " in progress" +
           ( held ? ", link held for another " + std::to_string( held->count() ) + " ms" : "" ) +
           ( shutdown.changing() ? ", link being set " + ( direction + " at this moment"s ) : "" ) +
-          ( lost.empty() ? "; resumed when valend starts, unless that is more than " +
-                              std::to_string( expiry.count() ) + " s after its delay"
-                         : "; lost, link " +
-                              ( shutdown.changing() ? "not looked after"s : "stays up"s ) + ": " +
-                              lost );
+          ( lost.empty()
+               ? "; resumed when valend starts, unless that is more than " +
+                    std::to_string( expiry.count() ) + " s after its delay"
+               : "; lost, link " + ( shutdown.changing() ? "not looked after"s : "stays up"s ) +
+                    ": " + lost );
 }
 
 // --- Shutdowns -----------------------------------------------------------------------------------

@@ -415,7 +415,7 @@ void Shutdown::retry( LinkAnswer const & answer ) {
 // What did not go as expected until the link was down.
 void Shutdown::noteDown( LinkAnswer const & answer ) {
    if ( retryingSince_ ) {
-      note( "link set down at the " + std::to_string( attempts_ ) + ". attempt, after " +
+      note( "link set down at attempt " + std::to_string( attempts_ ) + ", after " +
             std::to_string( inMs( now() - *retryingSince_ ).count() ) + " ms" );
    }
    if ( setDownOutside_.empty() ) {

@@ -181,7 +181,7 @@ class Shutdown final {
    std::optional< Gantry::Time > retryingSince_;
    unsigned attempts_ = 0; // to set the link down
    Gantry::Backoff pause_;
-   std::optional< Condition > condition_; // while it is retried for long
+   std::optional< Condition > condition_;                 // while it is retried for long
    Quill::Ptr< Valen::Status::IntfStatus const > status_; // the entry by which the library holds it
    Gantry::Timer timer_;
    std::unique_ptr< LinkRequest > request_; // whose answer is awaited

@@ -183,7 +183,7 @@ TEST_F( LinkControllerTest, AnUnknownInterfaceIsRefused ) {
       EXPECT_EQ( e.name(), "NoSuchInterface" );
       EXPECT_STREQ( e.what(), "interface \"Ethernet9\" is not configured" );
    }
-   EXPECT_THROW( controller.enable( "Ethernet9", "root" ), Refusal );
+   EXPECT_THROW( enable( "Ethernet9" ), Refusal );
 }
 
 // --- Joining and aborting ------------------------------------------------------------------------
@@ -513,8 +513,8 @@ TEST_F( LinkControllerTest, HistoryIsBounded ) {
 
 TEST_F( LinkControllerTest, DestroyingTheControllerChangesNoLink ) {
    {
-      LinkController other( store, feeder.config(), kernel, journal, conditions,
-                            clock.scheduler(), work );
+      LinkController other( store, feeder.config(), kernel, journal, conditions, clock.scheduler(),
+                            work );
       other.shutdown( "Ethernet1", { "root" }, nullptr );
       turn();
       EXPECT_TRUE( other.running( "Ethernet1" ) );

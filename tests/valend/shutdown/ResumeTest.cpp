@@ -36,6 +36,7 @@ class DaemonRun final : public DaemonFixture {
    using DaemonFixture::controller;
    using DaemonFixture::delayed;
    using DaemonFixture::enable;
+   using DaemonFixture::enabling;
    using DaemonFixture::feeder;
    using DaemonFixture::journal;
    using DaemonFixture::kernel;
@@ -91,6 +92,29 @@ TEST_F( ResumeTest, AfterACrashInAnyPhaseTheLinkGoesDownAndRecordedFramesAreNotS
       EXPECT_EQ( run.last().sent, 2u );
       EXPECT_FALSE( run.controller.running( "Ethernet1" ) );
    }
+}
+
+// The operator enabled it while the kernel set it down.
+TEST_F( ResumeTest, ALinkThatWasBeingSetUpAgainIsSetUp ) {
+   {
+      DaemonRun run( directory, 0ms );
+      run.startAndResume();
+      run.kernel.busy = true;
+      run.controller.shutdown( "Ethernet1", { "root" }, nullptr );
+      run.advance( 500ms );
+      run.kernel.begin();
+      run.enabling( run.controller, "Ethernet1" );
+   }
+   DaemonRun run( directory, 600ms );
+   run.start( run.twoInterfaces() );
+   run.kernel.at( "default", "et1" ).up = false;
+   run.controller.resume( recover( run.journal ) );
+   run.advance( 100ms );
+   EXPECT_THAT( run.kernel.actions, ElementsAre( "up default/et1" ) );
+   ASSERT_FALSE( run.controller.history().empty() );
+   EXPECT_EQ( run.last().ending, Ending::aborted );
+   EXPECT_EQ( run.last().why, "enabled after 500 ms; link was down, and set up again" );
+   EXPECT_FALSE( run.controller.running( "Ethernet1" ) );
 }
 
 TEST_F( ResumeTest, AnEndedShutdownIsHistory ) {
