@@ -18,7 +18,7 @@ namespace Valen::Test {
 // during which the kernel walks all routes for each of them.
 class BusyKernel {
  public:
-   BusyKernel() {
+   explicit BusyKernel( int devices = 250 ) {
       std::ofstream links( work_ / "links" );
       for ( int i = 0; i < devices; ++i ) {
          links << "link add a" << i << " group 7 type veth peer name b" << i << "\n";
@@ -42,7 +42,7 @@ class BusyKernel {
    BusyKernel( BusyKernel const & ) = delete;
    BusyKernel & operator=( BusyKernel const & ) = delete;
 
-   // From now on the kernel is busy for a second or more.
+   // From now on the kernel is busy: with 250 devices for a second or more.
    void beBusy() {
       std::string const name = netNs_.text();
       char const * const argv[] = { "ip",    "-n", name.c_str(), "link", "set",
@@ -61,7 +61,6 @@ class BusyKernel {
    }
 
  private:
-   static constexpr int devices = 250;
    static constexpr int routes = 20'000;
 
    // Reading the flags does not wait for the lock.
