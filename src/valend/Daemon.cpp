@@ -155,11 +155,11 @@ void Daemon::stop( char const * signal ) {
    for ( auto const & line : pending ) {
       log( LogLevel::notice, line, { { "MESSAGE_ID", MessageIds::shutdownPending } } );
    }
-   notifyManager( "STOPPING=1" +
-                  ( pending.empty()
-                       ? std::string()
-                       : "\nSTATUS=Exiting; links left unchanged, " +
-                            Settings::counted( pending.size(), "request" ) + " in progress" ) );
+   notifyManager( "STOPPING=1" + ( pending.empty()
+                                      ? std::string()
+                                      : "\nSTATUS=Exiting; links left unchanged, " +
+                                           Settings::counted( controller_.running(), "shutdown" ) +
+                                           " in progress" ) );
    loop_.stop();
 }
 
