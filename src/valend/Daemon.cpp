@@ -1,5 +1,6 @@
 #include "valend/Daemon.h"
 
+#include "linux/DescriptorReserve.h"
 #include "settings/Counted.h"
 #include "valend/base/Log.h"
 #include "valend/base/MessageIds.h"
@@ -10,6 +11,7 @@
 
 namespace Valend {
 
+using Valen::Linux::DescriptorReserve;
 using Valen::Linux::NetNsDirectories;
 using Valen::Linux::NetNsWatcher;
 
@@ -21,7 +23,8 @@ Daemon::Daemon( Settings::ConfigResult const & read,
               // Levels on the command line are for debugging in the foreground.
               options.process.given( "trace.levels" ) ? TraceHub::WithoutFile::standardError
                                                       : TraceHub::WithoutFile::nowhere ),
-      endpoints_( netNsDirectories_ ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
+      endpoints_( netNsDirectories_, loop_.scheduler() ), descriptorLimit_( conditions_ ),
+      links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
       publishedFile_( process_.value( "state-directory" ), conditions_ ),
       publications_( feeder_,
@@ -57,7 +60,9 @@ Daemon::Daemon( Settings::ConfigResult const & read,
               trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue(),
               [ this ]( auto const & done ) { reload( done ); },
               [ this ] { netNsWatcher_.rescan(); } } ),
-      server_( loop_, process_.value( "socket" ), api_ ), watchdog_( loop_.scheduler() ) {
+      server_( loop_, process_.value( "socket" ), api_, Varlink::Limits(),
+               [] { return DescriptorReserve::ofProcess().hasRoom(); } ),
+      watchdog_( loop_.scheduler() ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
    loop_.signalIs( SIGINT, [ this ] { stop( "SIGINT" ); } );
    loop_.signalIs( SIGHUP, [ this ] { hangup(); } );
@@ -98,6 +103,7 @@ void Daemon::configIs( Settings::Config const & config ) {
    for ( auto const & [ vrf, netNs ] : config.vrfs ) {
       netNss.insert( netNs );
    }
+   descriptorLimit_.check( netNss.size(), Varlink::Limits().connections );
    links_.netNssAre( netNss );
    access_.refresh(); // a group may have been added
    publications_.configIs( config );

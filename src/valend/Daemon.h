@@ -7,6 +7,7 @@
 #include "valend/Options.h"
 #include "valend/api/Api.h"
 #include "valend/base/Conditions.h"
+#include "valend/base/DescriptorLimit.h"
 #include "valend/base/Watchdog.h"
 #include "valend/configuration/Configurator.h"
 #include "valend/configuration/LastConfiguration.h"
@@ -51,6 +52,7 @@ class Daemon {
    TraceHub trace_;
    Valen::Linux::PacketEndpointProvider endpoints_;
    Conditions conditions_;
+   DescriptorLimit descriptorLimit_;
    KernelLinks links_;
    Store store_;
    Feeder feeder_;

@@ -58,7 +58,8 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
    bool busy = false;
    bool stopped = false;
 
-   U64 outstanding = 0;
+   U64 outstanding = 0; // bytes of each device that is not in outstandingOf
+   std::map< LinkPlace, U64 > outstandingOf;
 
    std::optional< LinkDevice > device( LinkPlace const & place ) const override {
       auto const found = devices_.find( place );
@@ -116,7 +117,10 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
       return refused;
    }
    U64 resyncs() const override { return 3; }
-   U64 outstandingBytes( std::string const & ) const override { return outstanding; }
+   U64 outstandingBytes( LinkPlace const & place ) const override {
+      auto const found = outstandingOf.find( place );
+      return found == outstandingOf.end() ? outstanding : found->second;
+   }
 
    NamespaceView look( std::string const & name ) const override {
       auto const found = identities_.find( name );

@@ -37,7 +37,7 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    void stop() override { worker_.stop(); }
    Counters counters( std::string const & netNs ) const override;
    std::vector< RefusedPacket > refused( LinkPlace const & place ) const override;
-   U64 outstandingBytes( std::string const & netNs ) const override;
+   U64 outstandingBytes( LinkPlace const & place ) const override;
    U64 resyncs() const override;
 
    NamespaceView look( std::string const & name ) const override;

@@ -77,7 +77,7 @@ class Shutdown final {
  public:
    // How long after the delay's end the library may still hold the link.
    static constexpr std::chrono::milliseconds margin{ 500 };
-   // How long frames may take to leave the socket.
+   // How long its frames may take to leave the socket.
    static constexpr std::chrono::milliseconds flushTimeout{ 200 };
    // How long to wait for a device that is missing: one that was just recreated may not have been reported
    // yet. And how long to try to set a link up again.
