@@ -67,7 +67,7 @@ bool LinkSocket::stateIs( LinkId const & link, LinkState state ) {
    return true;
 }
 
-// Returns the kernel's error; 0 if there is none.
+// Returns the kernel's error; 0 after a success.
 int LinkSocket::ask( std::vector< std::byte > const & request, LinkId const & link ) {
    auto const deadline = Clock::now() + timeout_;
    broken_ = true; // until it has answered

@@ -95,7 +95,7 @@ class DaemonFixture : public ::testing::Test {
    }
 
    // Enables an interface, runs the loop, and returns the result: "up", "already-up", "aborted", the name
-   // and text of an error; empty while there is none.
+   // and text of an error; empty until it is known.
    std::string enable( std::string const & interface, std::string const & by = "root" ) {
       return enable( controller, interface, by );
    }

@@ -66,7 +66,7 @@ TEST_F( LinkMethodsTest, OneThatCannotBeEnabledDoesNotKeepTheOthersDown ) {
          { { "interface", "Ethernet2" }, { "result", "up" }, { "message", nullptr } } } ) );
 }
 
-// A call does not wait for ever; valend does.
+// A call waits for a second, valend as long as it takes.
 TEST_F( LinkMethodsTest, ALinkThatTheKernelDoesNotSetDownEndsTheCalls ) {
    kernel.setErrno = EPERM;
    auto const many = call( "ShutdownMany", { { "all", true } }, true );
