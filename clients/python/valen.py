@@ -300,8 +300,9 @@ class Client:
 
     def shutdown(self, interface, /, *, wait=False, **parameters):
         """Shuts an interface down, and returns the object `Step`: "delayed", or "ended" if there is no
-        delay. With `wait`, returns once it has ended. A shutdown that does not go as expected is not an
-        exception: look at `ending` and `why` of step["shutdown"]."""
+        delay. With `wait`, returns once it has ended, or at the step "retrying": the kernel does not set the
+        link down, and valend goes on trying. A shutdown that does not go as expected is not an exception: look
+        at `ending` and `why` of step["shutdown"]."""
         parameters["interface"] = interface
         if not wait:
             return self._call("Shutdown", parameters, self._timeout)

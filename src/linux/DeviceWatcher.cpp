@@ -22,13 +22,17 @@ DeviceWatcher::DeviceWatcher( EventLoop & loop, NetNs const & netNs,
    for ( auto const & interface : status_->interface() ) {
       indexes_[ interface->deviceName().stdString() ] = interface->ifIndex();
    }
-   loop_.descriptorIs( socket_->fd(), EPOLLIN, "rtnetlink of " + netNs.name.stdString(),
+   loop_.descriptorIs( socket_->fd(), EPOLLIN, "rtnetlink of " + netNs.name,
                        [ this ]( U32 ) { readable(); } );
    startDump();
 }
 
 DeviceWatcher::~DeviceWatcher() {
    close();
+}
+
+LinkState DeviceWatcher::state( LinkId const & link ) const {
+   return linkState( socket_ ? socket_->fd() : -1, link );
 }
 
 void DeviceWatcher::close() noexcept {

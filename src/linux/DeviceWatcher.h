@@ -5,6 +5,7 @@
 #pragma once
 
 #include "linux/EventLoop.h"
+#include "linux/LinkSocket.h"
 #include "linux/Rtnetlink.h"
 #include "linux/RtnetlinkSocket.h"
 #include "platform/gantry/Backoff.h"
@@ -31,6 +32,9 @@ class DeviceWatcher {
    DeviceWatcher & operator=( DeviceWatcher const & ) = delete;
 
    NetNsIdentity const & netNsIdentity() const noexcept { return identity_; }
+
+   // Asks the kernel for the state of a device's link; throws as linkState does.
+   LinkState state( LinkId const & link ) const;
 
    // Stops watching and leaves the status unchanged. If a notification of the status calls this, the
    // watcher must not be destroyed before the end of the loop's turn.

@@ -85,6 +85,16 @@ KernelNetInfoProvider::status( Corvid::NamespaceName const & name ) const noexce
    return found == entries_.end() ? nullptr : found->second->status;
 }
 
+LinkState KernelNetInfoProvider::state( Corvid::NamespaceName const & name, U32 ifIndex,
+                                        Quill::Name const & deviceName ) const {
+   LinkId const link{ name.stdString(), deviceName.stdString(), ifIndex };
+   auto const found = entries_.find( name );
+   if ( found == entries_.end() || !found->second->watcher ) {
+      throw Quill::ErrnoException( link.text() + " is not watched", ENODEV );
+   }
+   return found->second->watcher->state( link );
+}
+
 std::string KernelNetInfoProvider::path( Corvid::NamespaceName const & name ) {
    return prefix + name.stdString() + std::string( suffix );
 }

@@ -5,6 +5,7 @@
 #pragma once
 
 #include "linux/EventLoop.h"
+#include "linux/LinkControl.h"
 #include "linux/NetNs.h"
 #include "platform/orrery/EntityManager.h"
 #include "types/KernelNetInfo.h"
@@ -35,6 +36,12 @@ class KernelNetInfoProvider final : public Orrery::MountProvider {
 
    // The published status; null if the namespace is not mounted.
    Quill::Ptr< KernelNetInfo::Status > status( Corvid::NamespaceName const & name ) const noexcept;
+
+   // Asks the kernel for the state of a device's link, and never waits for it. Throws
+   // Quill::ErrnoException: ENODEV if the index does not exist, or belongs to another name, or the
+   // namespace is not watched.
+   LinkState state( Corvid::NamespaceName const & name, U32 ifIndex,
+                    Quill::Name const & deviceName ) const;
 
    // "kni/ns/ns-blue/status"
    static std::string path( Corvid::NamespaceName const & name );

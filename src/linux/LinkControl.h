@@ -1,4 +1,4 @@
-// Sets kernel devices up and down.
+// Sets kernel devices up and down, and waits for it. That may take a while: 0.4 s beside a full IPv6 table.
 #pragma once
 
 #include "linux/NetNs.h"

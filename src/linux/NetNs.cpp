@@ -17,18 +17,18 @@ namespace {
 
 constexpr char const * ownNamespace = "/proc/thread-self/ns/net";
 
-std::string quoted( Corvid::NamespaceName const & name ) {
-   return "network namespace \"" + name.stdString() + "\"";
+std::string quoted( std::string const & name ) {
+   return "network namespace \"" + name + "\"";
 }
 
-[[noreturn]] void notThere( Corvid::NamespaceName const & name,
+[[noreturn]] void notThere( std::string const & name,
                             std::vector< std::string > const & directories ) {
    std::string where;
    for ( auto const & directory : directories ) {
       where += ( where.empty() ? "" : " or " ) + directory;
    }
    throw Quill::ErrnoException( quoted( name ) + " does not exist in " + where +
-                                   "; create it with \"ip netns add " + name.stdString() + "\"",
+                                   "; create it with \"ip netns add " + name + "\"",
                                 ENOENT );
 }
 
@@ -74,20 +74,20 @@ std::string NetNsIdentity::text() const {
 NetNsDirectories::NetNsDirectories( std::vector< std::string > directories )
     : directories_( std::move( directories ) ) {}
 
-NetNs NetNsDirectories::open( Corvid::NamespaceName const & name ) const {
-   if ( name == Corvid::NamespaceName::defaultNamespace() ) {
+NetNs NetNsDirectories::openNamed( std::string const & name ) const {
+   if ( name == Corvid::NamespaceName::defaultText ) {
       auto const fd = openFile( ownNamespace );
       if ( !fd ) {
          cannotOpen( ownNamespace, errno );
       }
       return { name, identityOf( fd.get() ), Fd() };
    }
-   if ( !validName( name.view() ) ) {
-      throw Quill::ErrnoException(
-         "\"" + name.stdString() + "\" cannot be the name of a network namespace", EINVAL );
+   if ( !validName( name ) ) {
+      throw Quill::ErrnoException( "\"" + name + "\" cannot be the name of a network namespace",
+                                   EINVAL );
    }
    for ( auto const & directory : directories_ ) {
-      auto const path = directory + "/" + name.stdString();
+      auto const path = directory + "/" + name;
       auto fd = openFile( path );
       if ( fd ) {
          auto const type = ::ioctl( fd.get(), NS_GET_NSTYPE );
@@ -115,6 +115,23 @@ NetNsDirectories::identity( Corvid::NamespaceName const & name ) const noexcept 
    } catch ( Quill::ErrnoException const & ) {
       return std::nullopt;
    }
+}
+
+bool NetNsDirectories::isStill( std::string const & name,
+                                NetNsIdentity const & identity ) const noexcept {
+   if ( name == Corvid::NamespaceName::defaultText ) {
+      return true;
+   }
+   for ( auto const & directory : directories_ ) {
+      struct stat status;
+      if ( ::stat( ( directory + "/" + name ).c_str(), &status ) == 0 ) {
+         return identity == NetNsIdentity{ status.st_dev, status.st_ino };
+      }
+      if ( errno != ENOENT && errno != ENOTDIR ) {
+         return false;
+      }
+   }
+   return false;
 }
 
 bool NetNsDirectories::validName( std::string_view name ) noexcept {

@@ -23,7 +23,7 @@ struct NetNsIdentity {
 
 // An open namespace. The descriptor keeps the namespace alive after its deletion, so close it soon.
 struct NetNs {
-   Corvid::NamespaceName name;
+   std::string name;
    NetNsIdentity identity;
    Fd fd; // empty for the process's own namespace, which need not be entered
 };
@@ -41,9 +41,15 @@ class NetNsDirectories {
    // Opens the namespace of that name. Throws Quill::ErrnoException: ENOENT if it does not exist, EINVAL
    // if the name is not a valid file name ("", ".", with a '/' or "..") or the file is not a network
    // namespace, EMFILE or ENFILE if no descriptor is left.
-   NetNs open( Corvid::NamespaceName const & name ) const;
+   NetNs open( Corvid::NamespaceName const & name ) const { return openNamed( name.stdString() ); }
+   // The same, for any thread.
+   NetNs openNamed( std::string const & name ) const;
    // The identity of the namespace of that name; nothing if it cannot be opened.
    std::optional< NetNsIdentity > identity( Corvid::NamespaceName const & name ) const noexcept;
+
+   // Whether the namespace of that name is still the one with this identity. Needs no descriptor, and may be
+   // called by any thread.
+   bool isStill( std::string const & name, NetNsIdentity const & identity ) const noexcept;
 
    // Whether `name` is a valid name of a file in a directory.
    static bool validName( std::string_view name ) noexcept;

@@ -184,12 +184,6 @@ std::vector< std::byte > dumpRequest( U32 sequence ) {
    return request( RTM_GETLINK, NLM_F_DUMP, sequence, ifinfomsg{} );
 }
 
-std::vector< std::byte > linkRequest( U32 sequence, U32 ifIndex ) {
-   ifinfomsg info{};
-   info.ifi_index = static_cast< int >( ifIndex );
-   return request( RTM_GETLINK, 0, sequence, info );
-}
-
 std::vector< std::byte > upRequest( U32 sequence, U32 ifIndex ) {
    return flagRequest( sequence, ifIndex, IFF_UP );
 }

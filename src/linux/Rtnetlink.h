@@ -56,8 +56,6 @@ std::string linkLayerOf( U16 hardwareType );
 
 // A request for all devices of the namespace.
 std::vector< std::byte > dumpRequest( U32 sequence );
-// A request for one device.
-std::vector< std::byte > linkRequest( U32 sequence, U32 ifIndex );
 // Requests to set a device up, and down, with an acknowledgment.
 std::vector< std::byte > upRequest( U32 sequence, U32 ifIndex );
 std::vector< std::byte > downRequest( U32 sequence, U32 ifIndex );

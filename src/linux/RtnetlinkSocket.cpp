@@ -20,8 +20,7 @@ Fd openInside( NetNs const & netNs, std::optional< int > const & receiveBuffer )
    NetNsScope const inside( netNs );
    auto fd = receiveBuffer ? Fd( openSocket() ) : DescriptorReserve::ofProcess().open( openSocket );
    if ( !fd ) {
-      throwErrno( "cannot open an rtnetlink socket in network namespace \"" +
-                     netNs.name.stdString() + "\"",
+      throwErrno( "cannot open an rtnetlink socket in network namespace \"" + netNs.name + "\"",
                   errno );
    }
    return fd;

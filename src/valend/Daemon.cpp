@@ -51,7 +51,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
          }
       } ),
       journal_( process_.value( "state-directory" ), Journal::Machine::real(), conditions_ ),
-      controller_( store_, feeder_.config(), links_, journal_, loop_.scheduler(),
+      controller_( store_, feeder_.config(), links_, journal_, conditions_, loop_.scheduler(),
                    loop_.workQueue() ),
       report_( store_, feeder_, links_, controller_ ),
       readinessLoss_( feeder_, report_, loop_.scheduler(), loop_.workQueue() ),
@@ -158,6 +158,7 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
             },
             leaveStep( wanted ),
             [ this, plan ] {
+               controller_.configChanged();
                lastConfiguration_.keep( plan );
                return false;
             } };
@@ -256,15 +257,15 @@ void Daemon::run() {
 void Daemon::stop( char const * signal ) {
    log( LogLevel::notice, std::string( "received " ) + signal + ", exiting; links left unchanged",
         { { "MESSAGE_ID", MessageIds::stopping } } );
-   auto const pending = controller_.pending();
+   auto const pending = controller_.stop();
    for ( auto const & line : pending ) {
       log( LogLevel::notice, line, { { "MESSAGE_ID", MessageIds::shutdownPending } } );
    }
-   notifyManager( "STOPPING=1" +
-                  ( pending.empty()
-                       ? std::string()
-                       : "\nSTATUS=Exiting; links left unchanged, " +
-                            Settings::counted( pending.size(), "shutdown" ) + " in progress" ) );
+   notifyManager( "STOPPING=1" + ( pending.empty()
+                                      ? std::string()
+                                      : "\nSTATUS=Exiting; links left unchanged, " +
+                                           Settings::counted( controller_.running(), "shutdown" ) +
+                                           " in progress" ) );
    loop_.stop();
 }
 

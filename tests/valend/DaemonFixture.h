@@ -14,6 +14,9 @@
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>
 
+#include <array>
+#include <memory>
+
 namespace Valend::Test {
 
 using namespace std::chrono_literals;
@@ -27,14 +30,15 @@ class DaemonFixture : public ::testing::Test {
  protected:
    // Shutdowns are recorded in `stateDirectory`; not at all when it is empty.
    explicit DaemonFixture( std::string const & stateDirectory = "" )
-       : kernel( sent ), feeder( store, kernel, clock.scheduler(), conditions ),
+       : kernel( sent, work ), feeder( store, kernel, clock.scheduler(), conditions ),
          faults( [ this ]( auto const & fault ) {
             if ( Valen::isVrfSetupFault( fault ) ) {
                feeder.vrfFailed( fault.key, fault.text );
             }
          } ),
          journal( stateDirectory, machine(), conditions, []( auto const & ) {} ),
-         controller( store, feeder.config(), kernel, journal, clock.scheduler(), work ) {
+         controller( store, feeder.config(), kernel, journal, conditions, clock.scheduler(),
+                     work ) {
       store.entityManager->mountProviderIs( "kni/ns/", &kernel );
    }
    ~DaemonFixture() override {
@@ -88,6 +92,31 @@ class DaemonFixture : public ::testing::Test {
          clock.advance( 1ms );
          turn();
       }
+   }
+
+   // Enables an interface, runs the loop, and returns the result: "up", "already-up", "aborted", the name
+   // and text of an error; empty until it is known.
+   std::string enable( std::string const & interface, std::string const & by = "root" ) {
+      return enable( controller, interface, by );
+   }
+   std::string enable( LinkController & links, std::string const & interface,
+                       std::string const & by ) {
+      auto const result = enabling( links, interface, by );
+      turn();
+      return *result;
+   }
+   // The same, without running the loop: what the result will be.
+   std::shared_ptr< std::string > enabling( LinkController & links, std::string const & interface,
+                                            std::string const & by = "root" ) {
+      auto text = std::make_shared< std::string >();
+      links.enable( interface, by, [ text ]( EnableResult const & result ) {
+         auto const * const enabled = std::get_if< Enabled >( &result );
+         *text += enabled ? std::array{ "up", "already-up", "aborted" }.at(
+                               static_cast< std::size_t >( *enabled ) )
+                          : std::get< Refusal >( result ).name() + ": " +
+                               std::get< Refusal >( result ).what();
+      } );
+      return text;
    }
 
    bool ready( std::string const & interface ) const {

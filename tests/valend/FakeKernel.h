@@ -1,6 +1,7 @@
 // Namespaces, devices and links, as the kernel would have them.
 #pragma once
 
+#include "platform/gantry/WorkQueue.h"
 #include "platform/orrery/EntityManager.h"
 #include "platform/quill/Exception.h"
 #include "tests/support/RecordingRawTxPam.h"
@@ -10,14 +11,17 @@
 
 #include <cerrno>
 #include <map>
+#include <memory>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Valend::Test {
 
 class FakeKernel final : public LinkPort, public Namespaces, public Orrery::MountProvider {
  public:
-   explicit FakeKernel( Valen::Test::RecordingRawTxPams const & sent ) : sent_( sent ) {
+   FakeKernel( Valen::Test::RecordingRawTxPams const & sent, Gantry::WorkQueue & work )
+       : sent_( sent ), work_( work ) {
       netNsIs( "default", "1:1" );
    }
 
@@ -48,8 +52,12 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
 
    // What was done to links, in order: "down default/et1".
    std::vector< std::string > actions;
-   int setErrno = 0;    // every setUp() and setDown() fails with it
-   int upErrno = 0;     // every up() fails with it
+   int setErrno = 0; // every change fails with it
+   int upErrno = 0;  // every up() fails with it
+   // Changes are made in the next turn, in the order of their deadlines. When busy, none begins; see begin().
+   bool busy = false;
+   bool stopped = false;
+
    U64 outstanding = 0; // bytes of each device that is not in outstandingOf
    std::map< LinkPlace, U64 > outstandingOf;
    std::string lookError; // every look() but that of "default" fails with it
@@ -65,15 +73,42 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
       failIf( upErrno );
       return require( place ).up;
    }
-   void setUp( LinkPlace const & place ) override {
-      failIf( setErrno );
-      require( place ).up = true;
-      actions.push_back( "up " + place.netNs + "/" + place.device );
+   std::unique_ptr< LinkRequest >
+   request( LinkPlace const & place, LinkChange change, Gantry::Time deadline,
+            std::function< void( LinkAnswer const & ) > done ) override {
+      auto const request =
+         std::make_shared< Request >( Request{ place, change, std::move( done ) } );
+      if ( !stopped ) {
+         queue_[ { deadline, ++requests_ } ] = request;
+         work_.post( [ this ] { makeNext(); } );
+      }
+      return std::make_unique< Handle >( *this, request );
    }
-   void setDown( LinkPlace const & place ) override {
-      failIf( setErrno );
-      require( place ).up = false;
-      actions.push_back( "down " + place.netNs + "/" + place.device );
+   void stop() override {
+      stopped = true;
+      queue_.clear();
+   }
+   // How many changes have not begun.
+   std::size_t queued() const { return queue_.size(); }
+   // The first change begins, and is made: the kernel has not answered.
+   void begin() {
+      auto const node = queue_.extract( queue_.begin() );
+      running_ = node.mapped();
+      running_->answer = make( *running_ );
+   }
+   // The kernel answers it.
+   void answer() {
+      auto const request = std::exchange( running_, nullptr );
+      if ( auto const done = std::exchange( request->done, nullptr ) ) { // else it was dropped
+         done( request->answer );
+      }
+   }
+   // The kernel goes on, and makes the changes that wait.
+   void goOn() {
+      busy = false;
+      while ( !queue_.empty() ) {
+         makeNext();
+      }
    }
    Counters counters( std::string const & ) const override {
       return { sent_.packets.size(), sent_.sends - sent_.packets.size() };
@@ -107,6 +142,57 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
    void unmount( std::string_view ) override {}
 
  private:
+   struct Request {
+      LinkPlace place;
+      LinkChange change;
+      std::function< void( LinkAnswer const & ) > done;
+      LinkAnswer answer = {};
+   };
+
+   class Handle final : public LinkRequest {
+    public:
+      Handle( FakeKernel & kernel, std::shared_ptr< Request > request )
+          : kernel_( kernel ), request_( std::move( request ) ) {}
+      ~Handle() override {
+         withdraw();
+         request_->done = nullptr;
+      }
+
+      bool begun() const override { return kernel_.running_ == request_; }
+      bool withdraw() override {
+         std::erase_if( kernel_.queue_,
+                        [ & ]( auto const & entry ) { return entry.second == request_; } );
+         return !begun();
+      }
+
+    private:
+      FakeKernel & kernel_;
+      std::shared_ptr< Request > const request_;
+   };
+
+   void makeNext() {
+      if ( !busy && !running_ && !queue_.empty() ) {
+         begin();
+         answer();
+      }
+   }
+   LinkAnswer make( Request const & request ) {
+      auto const found = devices_.find( request.place );
+      if ( found == devices_.end() ) {
+         return { ENODEV, "no device " + request.place.device, false };
+      }
+      if ( setErrno ) {
+         return { setErrno, "the kernel said " + std::to_string( setErrno ), false };
+      }
+      bool const up = request.change == LinkChange::up;
+      if ( found->second.up == up ) {
+         return {};
+      }
+      found->second.up = up;
+      actions.push_back( ( up ? "up " : "down " ) + request.place.netNs + "/" +
+                         request.place.device );
+      return { 0, "", true };
+   }
    static void failIf( int number ) {
       if ( number ) {
          throw Quill::ErrnoException( "the kernel said " + std::to_string( number ), number );
@@ -128,6 +214,10 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
    }
 
    Valen::Test::RecordingRawTxPams const & sent_;
+   Gantry::WorkQueue & work_;
+   std::map< std::pair< Gantry::Time, U64 >, std::shared_ptr< Request > > queue_;
+   std::shared_ptr< Request > running_; // made, and not answered
+   U64 requests_ = 0;
    std::map< std::string, std::string > identities_;
    std::map< LinkPlace, LinkDevice > devices_;
    std::map< std::string, Quill::Ptr< KernelNetInfo::Status > > statuses_;

@@ -143,6 +143,10 @@ def shut_down(client, interfaces, params):
         f"{record['interface']}: shutdown ended as {record['ending']}" + (f": {record['why']}" if record["why"] else "")
         for record in records
         if record["ending"] not in ("running", "down", "already-down")
+    ] + [
+        f"{step['shutdown']['interface']}: cannot set the link down, valend goes on trying: {step['shutdown']['why']}"
+        for step in steps.values()
+        if step["step"] == "retrying"
     ]
     return changed, records, failed
 

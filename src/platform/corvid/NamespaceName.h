@@ -20,7 +20,8 @@ class NamespaceName : public Quill::NameOf< NamespaceName > {
    NamespaceName( Quill::String const & text ) : NamespaceName( text.view() ) {} // NOLINT
 
    // The namespace of the default VRF: the process's own. No other namespace has this name.
-   static NamespaceName defaultNamespace() { return NamespaceName( "default" ); }
+   static constexpr char const * defaultText = "default";
+   static NamespaceName defaultNamespace() { return NamespaceName( defaultText ); }
 };
 
 } // namespace Corvid

@@ -1,4 +1,4 @@
-// The framework's exceptions. what() is the text that callers and tests rely on.
+// The framework's exceptions. what() is the text that callers and tests rely on. Any thread may throw them.
 #pragma once
 
 #include "platform/quill/Int.h"
@@ -66,7 +66,7 @@ class ErrnoException : public Exception {
 };
 
 // While it exists, exceptions of one id are expected: they are part of the caller's plan and not
-// counted as unexpected. Scopes nest.
+// counted as unexpected. Scopes nest, and concern their own thread.
 class Expect {
  public:
    explicit Expect( U32 exceptionId ) noexcept;

@@ -11,6 +11,9 @@ std::string explainText( std::string const & interface, Json const & answer,
    auto const readiness =
       flagField( answer, "ready" ) ? palette.green( "ready" ) : palette.red( "not ready" );
    auto text = interface + ": " + readiness + ", link " + textField( answer, "link" ) + "\n";
+   if ( auto const why = textField( answer, "retrying" ); !why.empty() ) {
+      text += "  " + palette.red( "NO " ) + "  link set down: " + why + "; valend goes on trying\n";
+   }
    for ( auto const & each : listField( answer, "requirements" ) ) {
       auto const met = flagField( each, "met" ) ? palette.green( "yes" ) : palette.red( "NO " );
       auto const detail = textField( each, "detail" );

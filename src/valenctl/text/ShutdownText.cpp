@@ -80,12 +80,17 @@ std::string stepText( Json const & step ) {
    if ( kind == "delayed" ) {
       return name + "held for " + std::to_string( numberField( step, "delayMs" ) ) + " ms";
    }
+   if ( kind == "retrying" ) {
+      return name + "cannot set link down: " + textField( shutdown, "why" ) +
+             "; valend goes on trying";
+   }
    return name + endText( shutdown );
 }
 
 bool stepSucceeded( Json const & step ) {
    auto const ending = textField( anyField( step, "shutdown" ), "ending" );
-   return textField( step, "step" ) != "ended" || ending == "down" || ending == "already-down";
+   auto const kind = textField( step, "step" );
+   return kind == "sent" || kind == "delayed" || ending == "down" || ending == "already-down";
 }
 
 std::string enableText( Json const & result ) {

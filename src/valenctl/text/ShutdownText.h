@@ -12,7 +12,7 @@ using Json = nlohmann::json;
 std::string stepText( Json const & step );
 
 // Whether the step is one that a shutdown takes when nothing goes wrong. False when the shutdown has
-// ended and the link is not down.
+// ended and the link is not down, or when valend goes on trying to set it down.
 bool stepSucceeded( Json const & step );
 
 // One interface of the answer of EnableMany: "Ethernet1: link up".

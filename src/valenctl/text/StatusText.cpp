@@ -12,10 +12,13 @@ using Settings::counted;
 
 namespace {
 
-// How long the link is still held; empty when no shutdown is in progress.
+// How long the link is still held, or what is done instead; empty when no shutdown is in progress.
 std::string remainingText( Json const & interface ) {
    if ( anyField( interface, "remainingMs" ).is_number() ) {
       return std::to_string( numberField( interface, "remainingMs" ) ) + " ms left";
+   }
+   if ( !textField( interface, "retrying" ).empty() ) {
+      return "retrying";
    }
    return flagField( interface, "shuttingDown" ) ? "shutting down" : "";
 }
@@ -122,7 +125,8 @@ std::string interfaceText( Json const & interface ) {
    if ( flagField( interface, "delayed" ) ) {
       text += ", held";
    } else if ( flagField( interface, "shuttingDown" ) ) {
-      text += ", shutting down";
+      auto const why = textField( interface, "retrying" );
+      text += ", shutting down" + ( why.empty() ? "" : " (retrying: " + why + ")" );
    }
    text += ", frames: " + orElse( frameCountsText( interface ), "none" ) + ", sent " +
            std::to_string( numberField( interface, "sent" ) );

@@ -14,11 +14,11 @@ namespace Valend {
 constexpr auto enumTexts( ShutdownStep ) {
    return std::to_array< EnumText< ShutdownStep > >( { { ShutdownStep::sent, "sent" },
                                                        { ShutdownStep::delayed, "delayed" },
+                                                       { ShutdownStep::retrying, "retrying" },
                                                        { ShutdownStep::ended, "ended" } } );
 }
 
-constexpr auto enumTexts( LinkController::Enabled ) {
-   using Enabled = LinkController::Enabled;
+constexpr auto enumTexts( Enabled ) {
    return std::to_array< EnumText< Enabled > >( { { Enabled::up, "up" },
                                                   { Enabled::alreadyUp, "already-up" },
                                                   { Enabled::aborted, "aborted" } } );
@@ -79,6 +79,11 @@ Request LinkMethods::requestOf( Call const & call, Text const & reason, Number d
 
 // --- Shutting down -------------------------------------------------------------------------------
 
+// Whether a call does not wait for more: the shutdown has ended, or it is not known when it will.
+constexpr bool isLast( ShutdownStep step ) noexcept {
+   return step == ShutdownStep::ended || step == ShutdownStep::retrying;
+}
+
 // A call that waits for the shutdowns of several interfaces. What they do in one turn of the loop
 // becomes one answer.
 class LinkMethods::Many : public std::enable_shared_from_this< Many > {
@@ -86,14 +91,16 @@ class LinkMethods::Many : public std::enable_shared_from_this< Many > {
    Many( LinkMethods & links, Call call, std::size_t count )
        : work_( links.work_ ), call_( std::move( call ) ), pending_( count ), unbegun_( count ) {}
 
-   // The first step of an interface.
-   void begun( Json step ) {
-      --unbegun_;
-      add( std::move( step ) );
-   }
-   void add( Json step ) {
-      pending_ -= step[ "step" ] == textOf( ShutdownStep::ended );
-      steps_.push_back( std::move( step ) );
+   // How far one of the shutdowns is.
+   struct Progress {
+      bool begun = false;
+      bool over = false; // nothing more is told
+   };
+   void add( Progress & progress, ShutdownStep step, Json json ) {
+      unbegun_ -= !std::exchange( progress.begun, true );
+      progress.over = isLast( step );
+      pending_ -= progress.over;
+      steps_.push_back( std::move( json ) );
       if ( !posted_ && ( call_->more() || !unbegun_ ) ) {
          posted_ = true;
          work_.post( [ self = shared_from_this() ] { self->answer(); } );
@@ -113,7 +120,7 @@ class LinkMethods::Many : public std::enable_shared_from_this< Many > {
 
    Gantry::WorkQueue & work_;
    Call const call_;
-   std::size_t pending_; // have not ended
+   std::size_t pending_; // are not over
    std::size_t unbegun_; // have not begun
    bool posted_ = false; // an answer is
    Json steps_ = Json::array();
@@ -140,7 +147,7 @@ void LinkMethods::shutdown( Call const & call, std::string const & interface, Te
    auto const came = cameTo( interface );
    controller_.shutdown( interface, requestOf( call, reason, delayMs ),
                          [ this, call, came ]( ShutdownStep step, ShutdownRecord const & record ) {
-                            if ( call->more() && step != ShutdownStep::ended ) {
+                            if ( call->more() && !isLast( step ) ) {
                                call->replyContinues( stepJson( step, record, came ) );
                             } else if ( step != ShutdownStep::sent ) {
                                call->reply( stepJson( step, record, came ) );
@@ -159,16 +166,12 @@ void LinkMethods::shutdownMany( Call const & call, Names const & names, Text con
    auto const many = std::make_shared< Many >( *this, call, selected.size() );
    for ( auto const & name : selected ) {
       controller_.shutdown( name, request,
-                            [ this, call, many, came = cameTo( name ), begun = false ](
-                               ShutdownStep step, ShutdownRecord const & record ) mutable {
-                               if ( step == ShutdownStep::sent && !call->more() ) {
-                                  return;
-                               }
-                               auto json = stepJson( step, record, came );
-                               if ( std::exchange( begun, true ) ) {
-                                  many->add( std::move( json ) );
-                               } else {
-                                  many->begun( std::move( json ) );
+                            [ this, call, many, came = cameTo( name ),
+                              progress = std::make_shared< Many::Progress >() ](
+                               ShutdownStep step, ShutdownRecord const & record ) {
+                               bool const told = step != ShutdownStep::sent || call->more();
+                               if ( told && !progress->over ) {
+                                  many->add( *progress, step, stepJson( step, record, came ) );
                                }
                             } );
    }
@@ -176,62 +179,77 @@ void LinkMethods::shutdownMany( Call const & call, Names const & names, Text con
 
 // --- Enabling ------------------------------------------------------------------------------------
 
+// A call that waits for the results of several interfaces.
+class LinkMethods::Results {
+ public:
+   // Answers at once if there are none.
+   static std::shared_ptr< Results > of( Call const & call, std::size_t count ) {
+      auto results = std::make_shared< Results >();
+      results->call_ = call;
+      results->pending_ = count;
+      results->answerIfDone();
+      return results;
+   }
+   void add( std::string const & interface, Json result ) {
+      byInterface_[ interface ] = std::move( result );
+      --pending_;
+      answerIfDone();
+   }
+
+ private:
+   void answerIfDone() const {
+      if ( pending_ > 0 ) {
+         return;
+      }
+      auto list = Json::array();
+      for ( auto const & [ name, result ] : byInterface_ ) {
+         list.push_back( result );
+      }
+      call_->reply( { { "results", std::move( list ) } } );
+   }
+
+   Call call_;
+   std::size_t pending_ = 0;
+   std::map< std::string, Json > byInterface_;
+};
+
 void LinkMethods::enable( Call const & call, std::string const & interface ) {
    auto const requester = requestOf( call, {}, {} ).requester();
-   auto const result = controller_.enable( interface, requester );
-   call->reply( { { "result", textOf( result ) } } );
+   controller_.enable( interface, requester, [ call ]( EnableResult const & result ) {
+      if ( auto const * const enabled = std::get_if< Enabled >( &result ) ) {
+         call->reply( { { "result", textOf( *enabled ) } } );
+      } else {
+         answer( *call, std::get< Refusal >( result ) );
+      }
+   } );
 }
 
 void LinkMethods::enableMany( Call const & call, Names const & names, Text const & vrf,
                               Text const & device, Flag ready, Flag all ) {
    auto const requester = requestOf( call, {}, {} ).requester();
-   auto results = Json::array();
-   for ( auto const & name : required( { names, vrf, device, ready, all } ) ) {
-      Json result{ { "interface", name }, { "result", "failed" }, { "message", nullptr } };
-      try {
-         result[ "result" ] = textOf( controller_.enable( name, requester ) );
-      } catch ( Refusal const & e ) { // of this one; the others are enabled all the same
-         result[ "message" ] = e.what();
-      }
-      results.push_back( std::move( result ) );
+   auto const selected = required( { names, vrf, device, ready, all } );
+   auto const results = Results::of( call, selected.size() );
+   for ( auto const & name : selected ) { // one that is refused does not keep the others
+      controller_.enable( name, requester, [ results, name ]( EnableResult const & result ) {
+         auto const * const enabled = std::get_if< Enabled >( &result );
+         auto const * const refusal = std::get_if< Refusal >( &result );
+         results->add( name, { { "interface", name },
+                               { "result", enabled ? textOf( *enabled ) : "failed" },
+                               { "message", refusal ? Json( refusal->what() ) : Json() } } );
+      } );
    }
-   call->reply( { { "results", std::move( results ) } } );
 }
 
 // --- Saying goodbye ------------------------------------------------------------------------------
-
-// A call that waits for the goodbyes of several interfaces.
-struct LinkMethods::Goodbyes {
-   Call call;
-   std::size_t pending = 0;
-   std::map< std::string, Json > results = {}; // by interface
-
-   void add( std::string const & interface, char const * result, Json message, Json record ) {
-      results[ interface ] = { { "interface", interface },
-                               { "result", result },
-                               { "message", std::move( message ) },
-                               { "goodbye", std::move( record ) } };
-   }
-   void answerIfDone() const {
-      if ( pending == 0 ) {
-         auto list = Json::array();
-         for ( auto const & [ name, result ] : results ) {
-            list.push_back( result );
-         }
-         call->reply( { { "results", std::move( list ) } } );
-      }
-   }
-};
 
 void LinkMethods::goodbye( Call const & call, Names const & names, Text const & vrf,
                            Text const & device, Flag ready, Flag all, Text const & reason ) {
    auto const selected = required( { names, vrf, device, ready, all } );
    auto const request = requestOf( call, reason, {} );
-   auto const goodbyes = std::make_shared< Goodbyes >( Goodbyes{ call, selected.size() } );
+   auto const results = Results::of( call, selected.size() );
    for ( auto const & name : selected ) {
-      sayGoodbye( goodbyes, name, request );
+      sayGoodbye( results, name, request );
    }
-   goodbyes->answerIfDone();
 }
 
 // A device that is missing is not down: its interface is not ready.
@@ -244,24 +262,25 @@ bool LinkMethods::isDown( std::string const & interface ) const {
    }
 }
 
-void LinkMethods::sayGoodbye( std::shared_ptr< Goodbyes > const & goodbyes,
-                              std::string const & name, Request const & request ) {
+void LinkMethods::sayGoodbye( std::shared_ptr< Results > const & results, std::string const & name,
+                              Request const & request ) {
+   auto const add = [ results, name ]( char const * result, Json message, Json record ) {
+      results->add( name, { { "interface", name },
+                            { "result", result },
+                            { "message", std::move( message ) },
+                            { "goodbye", std::move( record ) } } );
+   };
    if ( isDown( name ) ) {
-      --goodbyes->pending;
-      return goodbyes->add( name, "already-down", {}, {} );
+      return add( "already-down", {}, {} );
    }
    auto const whyNot =
-      controller_.goodbye( name, request, [ goodbyes ]( auto, ShutdownRecord const & record ) {
+      controller_.goodbye( name, request, [ add ]( auto, ShutdownRecord const & record ) {
          bool const sent = record.sent > 0 && record.failed == 0 && record.unflushedBytes == 0;
-         goodbyes->add( record.interface, sent ? "sent" : "failed",
-                        record.why.empty() ? Json() : Json( record.why ),
-                        StatusReport::record( record ) );
-         --goodbyes->pending;
-         goodbyes->answerIfDone();
+         add( sent ? "sent" : "failed", record.why.empty() ? Json() : Json( record.why ),
+              StatusReport::record( record ) );
       } );
    if ( !whyNot.empty() ) {
-      --goodbyes->pending;
-      goodbyes->add( name, "not-ready", whyNot, {} );
+      add( "not-ready", whyNot, {} );
    }
 }
 

@@ -22,7 +22,7 @@ class LinkMethods final : public MethodGroup {
 
  private:
    class Many;
-   struct Goodbyes;
+   class Results;
 
    using Names = std::optional< std::vector< std::string > >;
    using Text = std::optional< std::string >;
@@ -43,7 +43,7 @@ class LinkMethods final : public MethodGroup {
    void goodbye( Call const & call, Names const & names, Text const & vrf, Text const & device,
                  Flag ready, Flag all, Text const & reason );
    bool isDown( std::string const & interface ) const;
-   void sayGoodbye( std::shared_ptr< Goodbyes > const & goodbyes, std::string const & name,
+   void sayGoodbye( std::shared_ptr< Results > const & results, std::string const & name,
                     Request const & request );
 
    std::vector< std::string > chosen( Choice const & choice ) const;

@@ -52,6 +52,7 @@ void StatusMethods::explain( Call const & call, std::string const & interface ) 
    auto const now = report_.interface( config );
    call->reply( { { "ready", now[ "ready" ] },
                   { "link", now[ "link" ] },
+                  { "retrying", now[ "retrying" ] },
                   { "requirements", report_.requirements( config ) } } );
 }
 

@@ -8,13 +8,20 @@
 namespace Valend {
 
 using Valen::Linux::KernelNetInfoProvider;
+using Valen::Linux::LinkState;
+using Valen::Linux::LinkWorker;
 
 KernelLinks::KernelLinks( Valen::Linux::EventLoop & loop,
                           Valen::Linux::NetNsDirectories directories,
                           Valen::Linux::PacketEndpointProvider const & endpoints,
                           Conditions & conditions )
     : netNsDirectories_( directories ), endpoints_( endpoints ), devices_( loop, directories ),
-      control_( directories ), conditions_( conditions ) {}
+      worker_( loop, directories ), posted_( loop.workQueue(), "links" ),
+      conditions_( conditions ) {}
+
+bool LinkAnswer::missing() const noexcept {
+   return error == ENODEV || error == ENOENT;
+}
 
 // --- Devices -------------------------------------------------------------------------------------
 
@@ -29,6 +36,7 @@ void KernelLinks::netNssAre( std::set< std::string > const & netNss ) {
       }
    }
    netNss_ = netNss;
+   worker_.netNssAre( netNss );
    auto const before = std::exchange( ours_, std::move( wanted ) );
    for ( auto const & path : ours_ ) {
       devices_.mount( path );
@@ -75,6 +83,7 @@ void KernelLinks::unmount( std::string_view path ) {
 
 void KernelLinks::refresh( std::string const & netNs ) {
    devices_.refresh( Corvid::NamespaceName( netNs ) );
+   worker_.refresh( netNs );
 }
 
 // Why the devices of the namespace are unknown; empty when they are known.
@@ -102,34 +111,78 @@ std::optional< LinkDevice > KernelLinks::device( LinkPlace const & place ) const
    return std::nullopt;
 }
 
+std::string KernelLinks::whyMissing( LinkPlace const & place ) const {
+   auto const why = errorOf( place.netNs );
+   return "no device \"" + place.device + "\" in namespace \"" + place.netNs + "\"" +
+          ( why.empty() ? "" : ": " + why );
+}
+
 LinkDevice KernelLinks::requireDevice( LinkPlace const & place ) const {
    if ( auto const found = device( place ) ) {
       return *found;
    }
-   auto const why = errorOf( place.netNs );
-   throw Quill::ErrnoException( "no device \"" + place.device + "\" in namespace \"" + place.netNs +
-                                   "\"" + ( why.empty() ? "" : ": " + why ),
-                                ENODEV );
+   throw Quill::ErrnoException( whyMissing( place ), ENODEV );
 }
 
 // --- Links ---------------------------------------------------------------------------------------
 
 bool KernelLinks::up( LinkPlace const & place ) {
-   return control_.state( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
-                          Quill::Name( place.device ) ) == Valen::Linux::LinkState::up;
+   return devices_.state( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
+                          Quill::Name( place.device ) ) == LinkState::up;
 }
 
-void KernelLinks::setUp( LinkPlace const & place ) {
-   stateIs( place, Valen::Linux::LinkState::up );
-}
+// Its device is missing: the answer is known.
+class KernelLinks::Unmade final : public LinkRequest {
+ public:
+   Unmade( Gantry::PostedWork & posted, LinkAnswer answer,
+           std::function< void( LinkAnswer const & answer ) > done ) {
+      posted.post( [ dropped = std::weak_ptr( kept_ ), answer = std::move( answer ),
+                     done = std::move( done ) ] {
+         if ( !dropped.expired() ) {
+            done( answer );
+         }
+      } );
+   }
 
-void KernelLinks::setDown( LinkPlace const & place ) {
-   stateIs( place, Valen::Linux::LinkState::down );
-}
+   bool begun() const override { return false; }
+   bool withdraw() override {
+      kept_ = nullptr;
+      return true;
+   }
 
-void KernelLinks::stateIs( LinkPlace const & place, Valen::Linux::LinkState state ) {
-   control_.stateIs( Corvid::NamespaceName( place.netNs ), requireDevice( place ).ifIndex,
-                     Quill::Name( place.device ), state );
+ private:
+   std::shared_ptr< char > kept_ = std::make_shared< char >();
+};
+
+// The worker makes it.
+class KernelLinks::Made final : public LinkRequest {
+ public:
+   Made( LinkWorker & worker, LinkWorker::Id id ) : worker_( worker ), id_( id ) {}
+   ~Made() override { worker_.forget( id_ ); }
+
+   bool begun() const override { return worker_.begun( id_ ); }
+   bool withdraw() override { return worker_.withdraw( id_ ); }
+
+ private:
+   LinkWorker & worker_;
+   LinkWorker::Id const id_;
+};
+
+std::unique_ptr< LinkRequest >
+KernelLinks::request( LinkPlace const & place, LinkChange change, Gantry::Time deadline,
+                      std::function< void( LinkAnswer const & answer ) > done ) {
+   auto const found = device( place );
+   if ( !found ) {
+      return std::make_unique< Unmade >( posted_, LinkAnswer{ ENODEV, whyMissing( place ), false },
+                                         std::move( done ) );
+   }
+   auto const id =
+      worker_.request( { place.netNs, place.device, found->ifIndex },
+                       change == LinkChange::up ? LinkState::up : LinkState::down, deadline,
+                       [ done = std::move( done ) ]( LinkWorker::Answer const & answer ) {
+                          done( { answer.error, answer.why, answer.changed } );
+                       } );
+   return std::make_unique< Made >( worker_, id );
 }
 
 // --- Frames --------------------------------------------------------------------------------------

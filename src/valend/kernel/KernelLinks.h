@@ -1,12 +1,12 @@
 // The kernel as the daemon uses it: the devices of every configured namespace, whether the library
-// needs them or not; links up and down; and what happened to the frames.
+// needs them or not; links up and down, which a thread does; and what happened to the frames.
 //
 // The library mounts the devices of a namespace through this class, so that library and daemon share
 // one rtnetlink socket per namespace. It is closed when neither needs it any more.
 #pragma once
 
 #include "linux/KernelNetInfoProvider.h"
-#include "linux/LinkControl.h"
+#include "linux/LinkWorker.h"
 #include "linux/PacketEndpoint.h"
 #include "valend/kernel/DeviceCondition.h"
 #include "valend/kernel/LinkPort.h"
@@ -31,8 +31,10 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    void refresh( std::string const & netNs );
    std::optional< LinkDevice > device( LinkPlace const & place ) const override;
    bool up( LinkPlace const & place ) override;
-   void setUp( LinkPlace const & place ) override;
-   void setDown( LinkPlace const & place ) override;
+   std::unique_ptr< LinkRequest >
+   request( LinkPlace const & place, LinkChange change, Gantry::Time deadline,
+            std::function< void( LinkAnswer const & answer ) > done ) override;
+   void stop() override { worker_.stop(); }
    Counters counters( std::string const & netNs ) const override;
    std::vector< RefusedPacket > refused( LinkPlace const & place ) const override;
    U64 outstandingBytes( LinkPlace const & place ) const override;
@@ -44,16 +46,20 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    void unmount( std::string_view path ) override;
 
  private:
+   class Made;
+   class Unmade;
+
    void follow( std::string const & netNs );
    void unfollow( std::string const & netNs );
    std::string errorOf( std::string const & netNs ) const;
+   std::string whyMissing( LinkPlace const & place ) const;
    LinkDevice requireDevice( LinkPlace const & place ) const;
-   void stateIs( LinkPlace const & place, Valen::Linux::LinkState state );
 
    Valen::Linux::NetNsDirectories const netNsDirectories_;
    Valen::Linux::PacketEndpointProvider const & endpoints_;
    Valen::Linux::KernelNetInfoProvider devices_;
-   Valen::Linux::LinkControl control_;
+   Valen::Linux::LinkWorker worker_;
+   Gantry::PostedWork posted_;
    LinkWatch watch_;
    Conditions & conditions_;
    std::map< std::string, Quill::Ptr< DeviceCondition > > deviceConditions_; // by namespace

@@ -1,9 +1,12 @@
 // What the link controller needs from the kernel: devices by name, links up and down, and what happened
-// to the frames. Implemented by KernelLinks, and by a fake in tests.
+// to the frames. Implemented by KernelLinks, and by a fake in tests. No function waits for the kernel.
 #pragma once
 
+#include "platform/gantry/TaskScheduler.h"
 #include "platform/quill/Int.h"
 
+#include <functional>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -40,6 +43,29 @@ struct RefusedPacket {
    std::string why; // "Network is down", "index 7 is now eth9, not et1"
 };
 
+enum class LinkChange : U8 { up, down };
+
+// What became of a requested change.
+struct LinkAnswer {
+   int error = 0;        // errno; 0 when the link is in the requested state
+   std::string why;      // of the error
+   bool changed = false; // it was in the other state before
+
+   // Whether there is no such device, or no such namespace.
+   bool missing() const noexcept;
+};
+
+// A change that was requested. Its destruction drops the change if that has not begun, and the answer.
+class LinkRequest {
+ public:
+   virtual ~LinkRequest() = default;
+
+   // Whether the kernel is changing the link, or has done so, and the answer is still to come.
+   virtual bool begun() const = 0;
+   // Drops a change that has not begun, and returns whether that is so.
+   virtual bool withdraw() = 0;
+};
+
 class LinkPort {
  public:
    // Packets that the kernel accepted and rejected, summed over the endpoints of a namespace.
@@ -53,12 +79,16 @@ class LinkPort {
    // The device as rtnetlink last reported it; nothing if no device has that name.
    virtual std::optional< LinkDevice > device( LinkPlace const & place ) const = 0;
 
-   // Whether the link is administratively up; asks the kernel. Throws Quill::ErrnoException: ENODEV when
-   // there is no such device, ENOENT when there is no such namespace.
+   // Whether the link is administratively up, at this moment: asks the kernel. Throws
+   // Quill::ErrnoException: ENODEV when there is no such device.
    virtual bool up( LinkPlace const & place ) = 0;
-   // Sets the link up, or down; done when it returns. Throws as up() does, and the kernel's error.
-   virtual void setUp( LinkPlace const & place ) = 0;
-   virtual void setDown( LinkPlace const & place ) = 0;
+   // Sets the link up, or down, in a while: the change with the earliest deadline comes first.
+   //   done   called once, from the loop, not before this has returned
+   virtual std::unique_ptr< LinkRequest >
+   request( LinkPlace const & place, LinkChange change, Gantry::Time deadline,
+            std::function< void( LinkAnswer const & answer ) > done ) = 0;
+   // Drops the changes that have not begun, and those that are requested from now on, without an answer.
+   virtual void stop() = 0;
 
    virtual Counters counters( std::string const & netNs ) const = 0;
    // The packets of the last burst to the device that the kernel rejected, in order of sending.

@@ -39,6 +39,7 @@ Json StatusReport::interface( Settings::InterfaceConfig const & config ) const {
       { "delayed", status && status->delayed() },
       { "remainingMs", remaining ? Json( remaining->count() ) : Json() },
       { "shuttingDown", controller_.running( name ) },
+      { "retrying", orNull( controller_.whyRetrying( name ) ) },
       { "frames", frames( name, device ? &*device : nullptr ) },
       { "shutdowns", totals.shutdowns },
       { "sent", totals.sent },

@@ -1,15 +1,18 @@
 #include "valend/shutdown/LinkController.h"
 
+#include "platform/quill/Fault.h"
 #include "valend/base/Errors.h"
 #include "valend/shutdown/Places.h"
 
 #include <algorithm>
-#include <cerrno>
 
 namespace Valend {
 
+using namespace std::string_literals;
+
 LinkController::LinkController( Store & store, Settings::Config const & config, LinkPort & port,
-                                Journal & journal, Quill::Ptr< Gantry::TaskScheduler > scheduler,
+                                Journal & journal, Conditions & conditions,
+                                Quill::Ptr< Gantry::TaskScheduler > scheduler,
                                 Gantry::WorkQueue & work )
     : journal_( journal ), config_( config ), port_( port ), posted_( work, "link controller" ),
       links_( port, scheduler, [ this ]( auto const & place ) { setDownOutside( place ); } ),
@@ -19,9 +22,11 @@ LinkController::LinkController( Store & store, Settings::Config const & config, 
          port,
          std::move( scheduler ),
          journal,
+         conditions,
          Quill::make< DelayWatch >( store.statusDir,
                                     [ this ]( auto const & name ) { libraryChanged( name ); } ),
          [ this ]( auto const & place ) { links_.setDown( place ); },
+         [ this ]( auto const & place ) { links_.setUp( place ); },
          [ this ]( auto & shutdown ) { ended( shutdown ); } },
       goodbyeSurroundings_{ store, port, surroundings_.scheduler,
                             [ this ]( auto & goodbye ) { ended( goodbye ); } } {}
@@ -102,25 +107,65 @@ void LinkController::resume( Recovered recovered ) {
    }
 }
 
-LinkController::Enabled LinkController::enable( std::string const & name,
-                                                std::string const & requester ) {
+void LinkController::enable( std::string const & name, std::string const & requester,
+                             EnableObserver observer ) {
    if ( auto * const shutdown = find( name ) ) {
-      shutdown->enabled( requester );
-      return Enabled::aborted;
+      return shutdown->enabled( requester, std::move( observer ) );
    }
    auto const place = placeOf( config_, interface( name ) );
+   if ( auto const running = enablings_.find( name ); running != enablings_.end() ) {
+      return running->second.observers.push_back( std::move( observer ) );
+   }
    InterfaceDelay( surroundings_.store, name ).lowerFlag();
    try {
-      if ( port_.up( place ) ) {
-         return Enabled::alreadyUp;
+      if ( !port_.up( place ) ) {
+         return setUp( name, place, std::move( observer ) );
       }
-      port_.setUp( place );
    } catch ( Quill::ErrnoException const & e ) {
-      bool const missing = e.number() == ENODEV || e.number() == ENOENT;
-      throw missing ? Errors::noDevice( e.what() ) : Errors::linkFailed( e.what() );
+      return observer( whyNotUp( { e.number(), e.what(), false } ) );
    }
-   links_.setUp( place );
-   return Enabled::up;
+   observer( Enabled::alreadyUp );
+}
+
+void LinkController::setUp( std::string const & name, LinkPlace const & place,
+                            EnableObserver observer ) {
+   auto & enabling = enablings_[ name ];
+   enabling.observers.push_back( std::move( observer ) );
+   enabling.request = port_.request(
+      place, LinkChange::up, surroundings_.scheduler->now(),
+      [ this, name, place ]( auto const & answer ) { setUpAnswered( name, place, answer ); } );
+}
+
+void LinkController::setUpAnswered( std::string const & name, LinkPlace const & place,
+                                    LinkAnswer const & answer ) {
+   if ( answer.error == 0 ) {
+      links_.setUp( place );
+   }
+   auto const enabling = enablings_.extract( name );
+   if ( find( name ) ) { // requested meanwhile
+      enqueueShutdown( name );
+   }
+   auto const result = [ & ]() -> EnableResult {
+      if ( answer.error ) {
+         return whyNotUp( answer );
+      }
+      return answer.changed ? Enabled::up : Enabled::alreadyUp;
+   };
+   for ( auto const & observer : enabling.mapped().observers ) {
+      Quill::underFaultBoundary(
+         { typeid( LinkController ), "LinkController", typeid( void ), "enabled" },
+         [ & ] { return name; }, [ & ] { observer( result() ); } );
+   }
+}
+
+void LinkController::configChanged() {
+   std::vector< Shutdown * > running; // one that ends leaves the map
+   for ( auto const & [ name, shutdown ] : shutdowns_ ) {
+      running.push_back( shutdown.get() );
+   }
+   for ( auto * const shutdown : running ) {
+      shutdown->configChanged();
+   }
 }
 
 std::optional< std::chrono::milliseconds >
@@ -129,19 +174,39 @@ LinkController::remaining( std::string const & name ) const {
    return shutdown ? shutdown->remaining() : std::nullopt;
 }
 
-std::vector< std::string > LinkController::pending() const {
+std::string LinkController::whyRetrying( std::string const & name ) const {
+   auto const * const shutdown = find( name );
+   return shutdown ? shutdown->whyRetrying() : "";
+}
+
+std::vector< std::string > LinkController::stop() {
+   port_.stop();
    std::vector< std::string > lines;
-   auto const lost = journal_.conditionText();
    for ( auto const & [ name, shutdown ] : shutdowns_ ) {
-      auto const held = shutdown->remaining();
-      lines.push_back(
-         name + ": shutdown by " + shutdown->record().request.requester() + " in progress" +
-         ( held ? ", link held for another " + std::to_string( held->count() ) + " ms" : "" ) +
-         ( lost.empty() ? "; resumed when valend starts, unless that is more than " +
-                             std::to_string( expiry.count() ) + " s after its delay"
-                        : "; lost, link stays up: " + lost ) );
+      lines.push_back( pendingLine( *shutdown ) );
+   }
+   for ( auto const & [ name, enabling ] : enablings_ ) {
+      lines.push_back( name +
+                       ( enabling.request->begun()
+                            ? ": link being set up at this moment"
+                            : ": request to set the link up dropped; link left unchanged" ) );
    }
    return lines;
+}
+
+std::string LinkController::pendingLine( Shutdown const & shutdown ) const {
+   auto const held = shutdown.remaining();
+   auto const lost = journal_.conditionText();
+   auto const & record = shutdown.record();
+   auto const * const direction = shutdown.phase() == Phase::settingUp ? "up again" : "down";
+   return record.interface + ": shutdown by " + record.request.requester() + " in progress" +
+          ( held ? ", link held for another " + std::to_string( held->count() ) + " ms" : "" ) +
+          ( shutdown.changing() ? ", link being set " + ( direction + " at this moment"s ) : "" ) +
+          ( lost.empty()
+               ? "; resumed when valend starts, unless that is more than " +
+                    std::to_string( expiry.count() ) + " s after its delay"
+               : "; lost, link " + ( shutdown.changing() ? "not looked after"s : "stays up"s ) +
+                    ": " + lost );
 }
 
 // --- Shutdowns -----------------------------------------------------------------------------------
@@ -156,10 +221,11 @@ void LinkController::enqueue( std::function< bool() > begin ) {
 void LinkController::enqueueShutdown( std::string const & name ) {
    enqueue( [ this, name ] {
       auto * const shutdown = find( name );
-      if ( shutdown ) { // else it was aborted
-         shutdown->begin();
+      if ( !shutdown || enablings_.contains( name ) ) {
+         return false; // it was aborted, or begins when the link is up
       }
-      return shutdown != nullptr;
+      shutdown->begin();
+      return true;
    } );
 }
 

@@ -2,11 +2,11 @@
 // Continues the shutdowns of the previous run, and records links that are set down outside valend.
 //
 // Acts from the loop only: it posts what it is notified of, and handles it later. Shutdowns begin one
-// per turn of the loop, so that due timers run in between.
+// per turn of the loop, so that due timers run in between. A shutdown that is requested while its link is being
+// set up begins after that.
 #pragma once
 
 #include "platform/gantry/WorkQueue.h"
-#include "valend/base/Refusal.h"
 #include "valend/shutdown/Goodbye.h"
 #include "valend/shutdown/LinkTracker.h"
 #include "valend/shutdown/Recovery.h"
@@ -27,8 +27,8 @@ class LinkController final {
 
    // `config` is the active configuration. All must outlive the controller.
    LinkController( Store & store, Settings::Config const & config, LinkPort & port,
-                   Journal & journal, Quill::Ptr< Gantry::TaskScheduler > scheduler,
-                   Gantry::WorkQueue & work );
+                   Journal & journal, Conditions & conditions,
+                   Quill::Ptr< Gantry::TaskScheduler > scheduler, Gantry::WorkQueue & work );
    ~LinkController(); // changes no link
    LinkController( LinkController const & ) = delete;
    LinkController & operator=( LinkController const & ) = delete;
@@ -46,13 +46,13 @@ class LinkController final {
    // observer will not be called; else an empty text. Throws Refusal.
    std::string goodbye( std::string const & interface, Request request, ShutdownObserver observer );
 
-   enum class Enabled : U8 {
-      up,        // the link was down and is up
-      alreadyUp, // it was up
-      aborted,   // a shutdown was running and is aborted; the link stays up
-   };
-   // Throws Refusal.
-   Enabled enable( std::string const & interface, std::string const & requester );
+   // Sets the link up, or aborts the shutdown. `observer` is called with the result, from the loop or
+   // inside the call. Throws Refusal if there is no such interface.
+   void enable( std::string const & interface, std::string const & requester,
+                EnableObserver observer );
+
+   // The configuration has changed.
+   void configChanged();
 
    // The kernel reported a device. May be called inside a notification.
    void linkSeen( LinkPlace const & place, LinkSeen seen );
@@ -67,8 +67,11 @@ class LinkController final {
    std::optional< std::chrono::milliseconds > remaining( std::string const & interface ) const;
    bool running( std::string const & interface ) const { return find( interface ) != nullptr; }
    std::size_t running() const noexcept { return shutdowns_.size(); }
-   // What becomes of each shutdown in progress when valend stops now, a line each.
-   std::vector< std::string > pending() const;
+   // Why the kernel does not set the interface's link down, while that is tried again; else empty.
+   std::string whyRetrying( std::string const & interface ) const;
+   // Drops the changes of links that have not begun: valend stops. Returns what becomes of each shutdown
+   // in progress, and of each link that was to be set up, a line each.
+   std::vector< std::string > stop();
    // Whether the link was set down outside valend, and is down since.
    bool downWithoutGoodbye( LinkPlace const & place ) const {
       return links_.downWithoutGoodbye( place );
@@ -81,7 +84,17 @@ class LinkController final {
    ShutdownStatistics const & statistics() const noexcept { return statistics_; }
 
  private:
+   // A link that is being set up.
+   struct Enabling {
+      std::unique_ptr< LinkRequest > request;
+      std::vector< EnableObserver > observers;
+   };
+
    Settings::InterfaceConfig const & interface( std::string const & name ) const;
+   void setUp( std::string const & name, LinkPlace const & place, EnableObserver observer );
+   void setUpAnswered( std::string const & name, LinkPlace const & place,
+                       LinkAnswer const & answer );
+   std::string pendingLine( Shutdown const & shutdown ) const;
    void enqueue( std::function< bool() > begin );
    void enqueueShutdown( std::string const & name );
    void beginNext();
@@ -104,6 +117,7 @@ class LinkController final {
    Goodbye::Surroundings const goodbyeSurroundings_;
    std::map< std::string, std::unique_ptr< Shutdown > > shutdowns_; // by interface
    std::map< std::string, std::unique_ptr< Goodbye > > goodbyes_;   // by interface
+   std::map< std::string, Enabling > enablings_;                    // by interface
    std::vector< std::shared_ptr< void > > done_;                    // destroyed from the loop
    std::set< std::string > unseen_; // resumed shutdowns whose device was not seen yet
    std::deque< std::function< bool() > >

@@ -2,8 +2,9 @@
 //
 //   requested -> sending -> held -> flushing -> settingDown -> ended
 //
-// A shutdown without a delay goes from requested to settingDown. After a restart of valend it
-// continues in waiting, heldToDeadline or settingDown (Recovery.h).
+// A shutdown without a delay goes from requested to settingDown. One that is enabled when its link is
+// down already goes to settingUp, and one that is enabled earlier ends. After a restart of valend it
+// continues in waiting, heldToDeadline, settingDown or settingUp (Recovery.h).
 #pragma once
 
 #include "platform/quill/Int.h"
@@ -20,6 +21,7 @@ enum class Phase : U8 {
    heldToDeadline, // the same, until the delay's own end: the library no longer holds it, or too long
    flushing,       // the delay is over; frames leave the socket
    settingDown,    // the link is being set down
+   settingUp,      // it was enabled meanwhile: the link is being set up again
    ended,
 };
 
@@ -33,6 +35,7 @@ constexpr auto enumTexts( Phase ) {
       { Phase::heldToDeadline, "held-to-deadline" },
       { Phase::flushing, "flushing" },
       { Phase::settingDown, "setting-down" },
+      { Phase::settingUp, "setting-up" },
       { Phase::ended, "ended" },
    } );
 }

@@ -70,6 +70,8 @@ Phase phaseAfterRestart( Phase recorded ) noexcept {
    case Phase::flushing:
    case Phase::settingDown:
       return Phase::settingDown;
+   case Phase::settingUp:
+      return Phase::settingUp;
    case Phase::ended:
       break;
    }

@@ -7,6 +7,7 @@
 //                             which frames left before the restart is not known
 //   held, held-to-deadline    held to the recorded deadline; no frames are sent again
 //   flushing, setting-down    setting the link down
+//   setting-up                setting the link up
 //   ended                     not at all: it is history
 //   any, of another boot      not at all: it ends as rebooted, as the links were reset
 //   any, long ago             not at all: it ends as expired, as the link may be used again

@@ -21,6 +21,10 @@ constexpr milliseconds readyInterval{ 5 };
 constexpr milliseconds flushInterval{ 2 };
 constexpr milliseconds downInterval{ 10 };
 
+// What the kernel does not do at once.
+constexpr milliseconds firstPause = downInterval;
+constexpr milliseconds lastPause{ 1000 };
+
 constexpr char const * otherOwner =
    "interface removed from the configuration, and its device belongs to another interface";
 
@@ -41,6 +45,7 @@ Quill::FaultSource faultSource( char const * event ) {
 Shutdown::Shutdown( Surroundings const & surroundings, Settings::InterfaceConfig const & interface,
                     Request request )
     : surroundings_( surroundings ), delay_( surroundings.store, interface.name ),
+      pause_( firstPause, lastPause ),
       timer_( surroundings.scheduler, "shutdown::" + interface.name, [ this ] { timedOut(); } ) {
    placeIs( placeOf( surroundings.config, interface ) );
    entry_.requestedAt = surroundings.journal.uptime();
@@ -52,7 +57,7 @@ Shutdown::Shutdown( Surroundings const & surroundings, Settings::InterfaceConfig
 
 Shutdown::Shutdown( Surroundings const & surroundings, JournalEntry entry )
     : surroundings_( surroundings ), delay_( surroundings.store, entry.record.interface ),
-      entry_( std::move( entry ) ),
+      entry_( std::move( entry ) ), pause_( firstPause, lastPause ),
       timer_( surroundings.scheduler, "shutdown::" + entry_.record.interface,
               [ this ] { timedOut(); } ) {
    if ( entry_.hold ) {
@@ -83,7 +88,8 @@ template < class Work > void Shutdown::guard( char const * event, Work const & w
    }
 }
 
-// The handler of an exception should have little to fail in: the next turn sets the link down.
+// The handler of an exception should have little to fail in: the next turn sets the link down. Unless it was
+// enabled.
 void Shutdown::failOpen( std::string const & why ) {
    if ( phase() == Phase::ended ) {
       return;
@@ -91,10 +97,17 @@ void Shutdown::failOpen( std::string const & why ) {
    if ( record().why.find( why ) == std::string::npos ) { // a retry may throw the same
       note( why );
    }
-   if ( phase() != Phase::settingDown ) {
+   if ( phase() != Phase::settingDown && phase() != Phase::settingUp ) {
       enter( Phase::settingDown, now() + downTimeout );
    }
-   retrySetLinkDown( Ending::failed, "" );
+   if ( request_ ) {
+      return; // its answer is to come
+   }
+   if ( now() < deadline_ ) {
+      timer_.start( downInterval );
+   } else {
+      end( Ending::failed, "" );
+   }
 }
 
 void Shutdown::begin() {
@@ -106,6 +119,8 @@ void Shutdown::begin() {
          return waitForInterface();
       case Phase::settingDown:
          return setLinkDown();
+      case Phase::settingUp:
+         return setLinkUp();
       case Phase::heldToDeadline:
          return deviceSeen();
       case Phase::sending:
@@ -131,11 +146,9 @@ void Shutdown::libraryChanged() {
 
 void Shutdown::setDownOutside() {
    guard( "setDownOutside", [ this ] {
-      auto const why = ShutdownRecord::setDownOutside + ( " " + intoDelay() );
-      if ( isHeld( phase() ) ) {
-         end( Ending::down, why );
-      } else if ( phase() == Phase::flushing ) {
-         note( why );
+      bool const notes = isHeld( phase() ) || phase() == Phase::flushing;
+      if ( notes && setDownOutside_.empty() ) {
+         setDownOutside_ = intoDelay();
       }
    } );
 }
@@ -156,6 +169,8 @@ void Shutdown::timedOut() {
          return flushSocket();
       case Phase::settingDown:
          return setLinkDown();
+      case Phase::settingUp:
+         return setLinkUp();
       case Phase::requested:
       case Phase::ended:
          return;
@@ -163,13 +178,36 @@ void Shutdown::timedOut() {
    } );
 }
 
-void Shutdown::enabled( std::string const & requester ) {
-   bool const same = requester == record().request.requester();
-   auto const who = same ? std::string( "enabled " ) : "enabled by " + requester + " ";
-   auto const when = hold_
-                        ? "after " + std::to_string( inMs( now() - hold_->from ).count() ) + " ms"
-                        : std::string( "before the delay began" );
-   end( Ending::aborted, who + when );
+void Shutdown::enabled( std::string const & requester, EnableObserver observer ) {
+   guard( "enabled", [ & ] {
+      if ( observer ) {
+         enablers_.push_back( std::move( observer ) );
+      }
+      if ( phase() == Phase::settingUp ) {
+         return;
+      }
+      bool const same = requester == record().request.requester();
+      auto const who = same ? std::string( "enabled " ) : "enabled by " + requester + " ";
+      note( who + ( hold_ ? "after " + std::to_string( inMs( now() - hold_->from ).count() ) + " ms"
+                          : std::string( "before the delay began" ) ) );
+      if ( request_ && !request_->withdraw() ) {
+         enter( Phase::settingUp, now() + downTimeout );
+         timer_.stop(); // until downAnswered()
+      } else {
+         request_ = nullptr;
+         abortUnlessDown();
+      }
+   } );
+}
+
+void Shutdown::configChanged() {
+   guard( "configChanged", [ this ] {
+      bool const moved = placeNow( surroundings_.config, record().interface, place() ) != place();
+      if ( phase() == Phase::settingDown && moved && request_ && request_->withdraw() ) {
+         request_ = nullptr;
+         setLinkDown();
+      }
+   } );
 }
 
 std::optional< milliseconds > Shutdown::remaining() const {
@@ -307,6 +345,9 @@ void Shutdown::flushSocket() {
 }
 
 void Shutdown::setLinkDown() {
+   if ( request_ ) {
+      return;
+   }
    if ( !updatePlace() ) {
       return end( Ending::noDevice, otherOwner );
    }
@@ -316,22 +357,110 @@ void Shutdown::setLinkDown() {
    if ( phase() != Phase::settingDown ) {
       enter( Phase::settingDown, now() + ( record().resumed ? readyTimeout : downTimeout ) );
    }
-   try {
-      surroundings_.port.setDown( place() );
-   } catch ( Quill::ErrnoException const & e ) {
-      auto const ending = isMissing( e ) ? Ending::noDevice : Ending::failed;
-      return e.number() == EPERM ? end( ending, e.what() ) : retrySetLinkDown( ending, e.what() );
+   request( LinkChange::down, &Shutdown::downAnswered );
+}
+
+// Of the changes that wait for the kernel, the ones that were due first come first.
+void Shutdown::request( LinkChange change, void ( Shutdown::*answered )( LinkAnswer const & ) ) {
+   timer_.stop();
+   request_ = surroundings_.port.request( place(), change, hold_ ? hold_->until : now(),
+                                          [ this, answered ]( auto const & answer ) {
+                                             guard( "answer", [ & ] {
+                                                request_ = nullptr;
+                                                ( this->*answered )( answer );
+                                             } );
+                                          } );
+}
+
+void Shutdown::downAnswered( LinkAnswer const & answer ) {
+   ++attempts_;
+   if ( answer.error == 0 ) {
+      surroundings_.linkSetDown( place() );
    }
-   surroundings_.linkSetDown( place() );
+   if ( phase() == Phase::settingUp ) { // enabled meanwhile
+      deadline_ = now() + downTimeout;
+      return abortUnlessDown();
+   }
+   if ( answer.error ) {
+      return retry( answer );
+   }
+   noteDown( answer );
    end( Ending::down, "" );
 }
 
-// What the kernel refuses now it may do in a moment.
-void Shutdown::retrySetLinkDown( Ending ending, std::string const & why ) {
-   if ( now() < deadline_ ) {
-      timer_.start( downInterval );
+void Shutdown::retry( LinkAnswer const & answer ) {
+   if ( answer.missing() ) {
+      return now() < deadline_ ? timer_.start( downInterval ) : end( Ending::noDevice, answer.why );
+   }
+   deadline_ = now() + downTimeout;
+   timer_.start( pause_.take() );
+   if ( whyRetrying_ != answer.why ) {
+      whyRetrying_ = answer.why;
+      note( answer.why );
+   }
+   retryingSince_ = retryingSince_.value_or( now() );
+   if ( now() < *retryingSince_ + retryNotice ) {
+      return;
+   }
+   bool const first = !condition_;
+   if ( first ) {
+      condition_.emplace( surroundings_.conditions, "link/" + record().interface );
+   }
+   condition_->raise( whyRetrying_ + "; trying again until the link is down or enabled" );
+   if ( first ) {
+      observers_.tell( ShutdownStep::retrying, entry_.record );
+   }
+}
+
+// What did not go as expected until the link was down.
+void Shutdown::noteDown( LinkAnswer const & answer ) {
+   if ( retryingSince_ ) {
+      note( "link set down at attempt " + std::to_string( attempts_ ) + ", after " +
+            std::to_string( inMs( now() - *retryingSince_ ).count() ) + " ms" );
+   }
+   if ( setDownOutside_.empty() ) {
+      return;
+   }
+   note( answer.changed ? "link went down " + setDownOutside_ + " and came up again"
+                        : ShutdownRecord::setDownOutside + ( " " + setDownOutside_ ) );
+}
+
+void Shutdown::abortUnlessDown() {
+   if ( isDown() ) {
+      setLinkUp();
    } else {
-      end( ending, why );
+      end( Ending::aborted, "" );
+   }
+}
+
+void Shutdown::setLinkUp() {
+   if ( request_ ) {
+      return;
+   }
+   if ( phase() != Phase::settingUp ) {
+      enter( Phase::settingUp, now() + downTimeout );
+   }
+   request( LinkChange::up, &Shutdown::upAnswered );
+}
+
+void Shutdown::upAnswered( LinkAnswer const & answer ) {
+   if ( answer.error == 0 ) {
+      surroundings_.linkSetUp( place() );
+      setUpAgain_ = answer.changed;
+      return end( Ending::aborted, answer.changed ? "link was down, and set up again" : "" );
+   }
+   if ( now() < deadline_ ) {
+      return timer_.start( downInterval );
+   }
+   notUp_ = answer;
+   end( answer.missing() ? Ending::noDevice : Ending::down, answer.why );
+}
+
+bool Shutdown::isDown() const {
+   try {
+      return !surroundings_.port.up( place() );
+   } catch ( std::exception const & ) { // there is nothing to set up
+      return false;
    }
 }
 
@@ -343,6 +472,10 @@ void Shutdown::end( Ending ending, std::string const & why ) {
    record.ending = ending;
    record.total = inMs( surroundings_.journal.uptime() - entry_.requestedAt );
    note( why );
+   request_ = nullptr;
+   if ( condition_ ) {
+      condition_->clear();
+   }
    enter( Phase::ended, noDeadline );
    surroundings_.delayWatch->unfollow( delay_.intfId() );
    if ( ending == Ending::aborted || ending == Ending::expired ) {
@@ -352,6 +485,20 @@ void Shutdown::end( Ending ending, std::string const & why ) {
    Quill::underFaultBoundary( faultSource( "ended" ), name,
                               [ & ] { surroundings_.ended( *this ); } );
    observers_.tell( ShutdownStep::ended, entry_.record );
+   answerEnablers();
+}
+
+void Shutdown::answerEnablers() {
+   auto const result = [ this ]() -> EnableResult {
+      if ( record().ending == Ending::aborted ) {
+         return setUpAgain_ ? Enabled::up : Enabled::aborted;
+      }
+      return whyNotUp( notUp_.value_or( LinkAnswer{ EIO, record().why, false } ) );
+   };
+   for ( auto const & enabler : enablers_ ) {
+      auto const name = [ & ] { return record().interface; };
+      Quill::underFaultBoundary( faultSource( "enabled" ), name, [ & ] { enabler( result() ); } );
+   }
 }
 
 // After a restart: whether the link was set up while valend was not running. Then it is not what was

@@ -28,7 +28,7 @@ struct ShutdownRecord {
       aborted,     // enabled in time; the link stayed up
       alreadyDown, // it was down before; no frames were sent
       noDevice,    // there is no device to set down
-      failed,      // the kernel did not set the link down
+      failed,      // valend itself failed again and again; the link was not set down
       wentDown,    // not a shutdown: the link was set down outside valend, without goodbye frames
       rebooted,    // the machine rebooted meanwhile, which reset its links
       expired,     // valend came back too late to finish it; the link was left unchanged
@@ -93,9 +93,10 @@ ShutdownRecord::Ending endingOf( std::string const & text ) noexcept;
 
 // A step of a running shutdown.
 enum class ShutdownStep : U8 {
-   sent,    // the frames are out
-   delayed, // the link is held
-   ended,   // see the record's ending
+   sent,     // the frames are out
+   delayed,  // the link is held
+   retrying, // the kernel does not set the link down: the record says why. valend goes on trying
+   ended,    // see the record's ending
 };
 
 // Called at each step with the record at that moment.

@@ -22,6 +22,13 @@ TEST( ReportTextTest, ExplainShowsWhatIsMissing ) {
       "Ethernet1: \x1b[32mready\x1b[0m, link up\n" );
 }
 
+TEST( ReportTextTest, ExplainShowsWhyALinkDoesNotGoDown ) {
+   EXPECT_EQ( explainText( "Ethernet1",
+                           { { "ready", true }, { "link", "up" }, { "retrying", "no memory" } } ),
+              "Ethernet1: ready, link up\n"
+              "  NO   link set down: no memory; valend goes on trying\n" );
+}
+
 TEST( ReportTextTest, MemoryIsListedByTypeAndAddedUp ) {
    Json const answer{ { "types",
                         { { { "type", "Valen::IntfSm" }, { "live", 10 }, { "bytes", 2400 } },

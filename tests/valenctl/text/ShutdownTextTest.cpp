@@ -58,6 +58,12 @@ TEST_F( ShutdownTextTest, FramesThatTheKernelRejectedAreReportedWithTheReason ) 
    EXPECT_EQ( step( "sent" ), "Ethernet1: 1 frame sent, 2 failed (Message too long)" );
 }
 
+TEST_F( ShutdownTextTest, ALinkThatTheKernelDoesNotSetDownHasItsText ) {
+   shutdown[ "why" ] = "cannot set down et1: Device or resource busy";
+   EXPECT_EQ( step( "retrying" ), "Ethernet1: cannot set link down: cannot set down et1: Device or "
+                                  "resource busy; valend goes on trying" );
+}
+
 TEST_F( ShutdownTextTest, AShutdownSucceedsWhenTheLinkIsDown ) {
    auto const succeeds = []( char const * step, char const * ending ) {
       return stepSucceeded( { { "step", step }, { "shutdown", { { "ending", ending } } } } );
@@ -69,6 +75,7 @@ TEST_F( ShutdownTextTest, AShutdownSucceedsWhenTheLinkIsDown ) {
    EXPECT_FALSE( succeeds( "ended", "aborted" ) );
    EXPECT_FALSE( succeeds( "ended", "no-device" ) );
    EXPECT_FALSE( succeeds( "ended", "failed" ) );
+   EXPECT_FALSE( succeeds( "retrying", "running" ) );
    EXPECT_FALSE( succeeds( "ended", "expired" ) );
 }
 

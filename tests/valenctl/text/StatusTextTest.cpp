@@ -131,6 +131,11 @@ TEST( StatusTextTest, AnInterfaceInAFewWords ) {
                                { "lastError", "Network is down" } } ),
               "down, not ready: no device, shutting down, frames: none, sent 0, failed 1 (Network "
               "is down)" );
+   EXPECT_EQ( interfaceText( { { "link", "up" },
+                               { "ready", true },
+                               { "shuttingDown", true },
+                               { "retrying", "no memory" } } ),
+              "up, ready, shutting down (retrying: no memory), frames: none, sent 0" );
 }
 
 } // namespace

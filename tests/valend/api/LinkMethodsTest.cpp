@@ -66,6 +66,47 @@ TEST_F( LinkMethodsTest, OneThatCannotBeEnabledDoesNotKeepTheOthersDown ) {
          { { "interface", "Ethernet2" }, { "result", "up" }, { "message", nullptr } } } ) );
 }
 
+// A call waits for a second, valend as long as it takes.
+TEST_F( LinkMethodsTest, ALinkThatTheKernelDoesNotSetDownEndsTheCalls ) {
+   kernel.setErrno = EPERM;
+   auto const many = call( "ShutdownMany", { { "all", true } }, true );
+   auto const one = call( "Shutdown", { { "interface", "Ethernet1" } }, true, 2 );
+   advance( 5000ms );
+   EXPECT_TRUE( many->last );
+   EXPECT_TRUE( one->last );
+   auto const & last = one->messages.back()[ "parameters" ];
+   EXPECT_EQ( last[ "step" ], "retrying" );
+   EXPECT_EQ( last[ "shutdown" ][ "ending" ], "running" );
+   EXPECT_EQ( last[ "shutdown" ][ "why" ], "the kernel said 1" );
+   EXPECT_EQ( many->messages.back()[ "parameters" ][ "pending" ], 0 );
+   auto const status = call( "Status", { { "interface", "Ethernet1" } } )->parameters();
+   EXPECT_EQ( status[ "interfaces" ][ 0 ][ "retrying" ], "the kernel said 1" );
+   EXPECT_EQ( status[ "conditions" ].size(), 2u );
+   EXPECT_EQ( call( "Explain", { { "interface", "Ethernet1" } } )->parameters()[ "retrying" ],
+              "the kernel said 1" );
+   auto const joined = call( "Shutdown", { { "interface", "Ethernet1" } }, false, 3 );
+   EXPECT_EQ( joined->parameters()[ "step" ], "retrying" ) << "it is answered at once";
+   kernel.setErrno = 0;
+   advance( 2000ms );
+   EXPECT_THAT( kernel.actions,
+                ::testing::UnorderedElementsAre( "down default/et1", "down ns-red/et2" ) );
+   EXPECT_EQ( many->messages.back()[ "parameters" ][ "pending" ], 0 );
+}
+
+TEST_F( LinkMethodsTest, EnableIsAnsweredWhenTheLinkIsUp ) {
+   kernel.at( "default", "et1" ).up = false;
+   kernel.busy = true;
+   auto const one = call( "Enable", { { "interface", "Ethernet1" } } );
+   auto const many = call( "EnableMany", { { "all", true } } );
+   EXPECT_TRUE( one->messages.empty() );
+   EXPECT_TRUE( many->messages.empty() );
+   kernel.goOn();
+   EXPECT_EQ( one->parameters()[ "result" ], "up" );
+   auto const & results = many->parameters()[ "results" ];
+   EXPECT_EQ( results[ 0 ][ "result" ], "up" );
+   EXPECT_EQ( results[ 1 ][ "result" ], "already-up" );
+}
+
 TEST_F( LinkMethodsTest, JoiningAShutdownAnswersWhatIsLeftOfIt ) {
    Json const first{ { "interface", "Ethernet1" } };
    EXPECT_EQ( call( "Shutdown", first )->parameters()[ "delayMs" ], 500 );

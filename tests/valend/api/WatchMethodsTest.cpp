@@ -177,7 +177,7 @@ TEST_F( WatchMethodsTest, ASlowReaderGetsTheNewestOnly ) {
    answers->untaken = 100;
    controller.shutdown( "Ethernet1", { "root" }, nullptr );
    advance( 600ms );
-   controller.enable( "Ethernet1", "root" );
+   enable( "Ethernet1" );
    controller.shutdown( "Ethernet1", { "root" }, nullptr );
    advance( 100ms );
    EXPECT_EQ( answers->messages.size(), 1u );

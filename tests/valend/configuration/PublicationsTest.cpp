@@ -42,7 +42,7 @@ class PublicationsTest : public ApiFixture {
       sent.packets.clear();
       controller.shutdown( "Ethernet2", { "root" }, nullptr );
       advance( 1100ms );
-      controller.enable( "Ethernet2", "root" );
+      enable( "Ethernet2" );
       turn();
       std::string last;
       for ( auto const & packet : sent.packets ) {

@@ -243,7 +243,7 @@ class ReconfigurationsTest : public DaemonFixture,
             }
             asked_[ name ].insert( placeOf( name ) );
          } else {
-            controller.enable( name, "root" );
+            enable( name );
             asked_.erase( name );
          }
       } catch ( Refusal const & ) { // not configured, or no device
@@ -349,7 +349,7 @@ class ReconfigurationsTest : public DaemonFixture,
       }
       for ( auto const & [ name, places ] : std::exchange( asked_, {} ) ) {
          try {
-            controller.enable( name, "root" );
+            enable( name );
          } catch ( Refusal const & ) {
          }
       }

@@ -30,14 +30,14 @@ class KernelLinksTest : public Valen::Test::NetworkTest {
       ASSERT_TRUE( turnUntil( [ this ] { return links.device( et1() ).has_value(); } ) );
    }
    LinkPlace et1() const { return { red->text(), "et1" }; }
-   // The text and number of the error when the link is set down.
-   std::pair< std::string, int > errorOf( LinkPlace const & place ) {
-      try {
-         links.setDown( place );
-      } catch ( Quill::ErrnoException const & e ) {
-         return { e.text(), e.number() };
-      }
-      return {};
+   // The answer to a change.
+   LinkAnswer change( LinkPlace const & place, LinkChange change ) {
+      std::optional< LinkAnswer > answered;
+      auto const request =
+         links.request( place, change, {}, [ & ]( auto const & answer ) { answered = answer; } );
+      EXPECT_FALSE( answered ) << "not before request() has returned";
+      EXPECT_TRUE( turnUntil( [ & ] { return answered.has_value(); } ) );
+      return *answered;
    }
    std::string mountPath() const {
       return Valen::Linux::KernelNetInfoProvider::path( red->name() );
@@ -55,20 +55,33 @@ TEST_F( KernelLinksTest, ALinkIsSetDownAndUp ) {
    EXPECT_EQ( links.device( et1() )->ifIndex, red->index( "et1" ) );
    EXPECT_EQ( links.device( et1() )->mtu, 1500u );
    EXPECT_TRUE( links.up( et1() ) );
-   links.setDown( et1() );
+   EXPECT_TRUE( change( et1(), LinkChange::down ).changed );
    EXPECT_FALSE( links.up( et1() ) );
    EXPECT_TRUE( turnUntil( [ this ] { return !links.device( et1() )->up; } ) );
-   links.setUp( et1() );
+   EXPECT_TRUE( change( et1(), LinkChange::up ).changed );
    EXPECT_TRUE( links.up( et1() ) );
 }
 
 TEST_F( KernelLinksTest, ADeviceThatDoesNotExistIsAnErrorThatNamesIt ) {
    watch();
-   auto const [ text, number ] = errorOf( { red->text(), "et9" } );
-   EXPECT_EQ( text, "no device \"et9\" in namespace \"" + red->text() + "\"" );
-   EXPECT_EQ( number, ENODEV );
-   EXPECT_THAT( errorOf( { "elsewhere", "et1" } ).first,
+   auto const answer = change( { red->text(), "et9" }, LinkChange::down );
+   EXPECT_EQ( answer.why, "no device \"et9\" in namespace \"" + red->text() + "\"" );
+   EXPECT_EQ( answer.error, ENODEV );
+   EXPECT_TRUE( answer.missing() );
+   EXPECT_THAT( change( { "elsewhere", "et1" }, LinkChange::down ).why,
                 HasSubstr( ": the namespace is not watched" ) );
+}
+
+TEST_F( KernelLinksTest, ARequestThatIsDroppedIsNotAnswered ) {
+   watch();
+   bool answered = false;
+   auto const note = [ & ]( auto const & ) { answered = true; };
+   links.request( { red->text(), "et9" }, LinkChange::down, {}, note ).reset();
+   auto const missing = links.request( { red->text(), "et9" }, LinkChange::down, {}, note );
+   EXPECT_TRUE( missing->withdraw() );
+   links.request( et1(), LinkChange::down, {}, note ).reset();
+   settle();
+   EXPECT_FALSE( answered );
 }
 
 TEST_F( KernelLinksTest, ALinkSetDownOutsideValendIsReported ) {

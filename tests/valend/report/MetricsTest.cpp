@@ -57,7 +57,7 @@ class MetricsTest : public DaemonFixture {
       advance( 100ms );
       EXPECT_THAT( parsed( text() ), HasSubstr( "gauge valen_interfaces_held [] 2.0\n" ) );
       EXPECT_THAT( parsed( text() ), HasSubstr( "gauge valen_shutdowns_running [] 2.0\n" ) );
-      controller.enable( "Ethernet2", "root" );
+      enable( "Ethernet2" );
       advance( 400ms );
       journalCondition.raise( "cannot write x" );
    }

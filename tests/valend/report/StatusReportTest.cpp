@@ -32,6 +32,7 @@ TEST_F( StatusReportTest, AReadyInterfaceIsShownWhole ) {
                       { "delayed", false },
                       { "remainingMs", nullptr },
                       { "shuttingDown", false },
+                      { "retrying", nullptr },
                       { "frames",
                         { { { "agent", "lldp" }, { "count", 1 }, { "tooLong", Json::array() } } } },
                       { "shutdowns", 0 },

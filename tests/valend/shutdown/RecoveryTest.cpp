@@ -64,7 +64,8 @@ TEST_F( RecoveryTest, ShutdownsOfAnotherBootEndAsRebooted ) {
    }
    auto const lines =
       ElementsAre( "requested rebooted", "waiting rebooted", "sending rebooted", "held rebooted",
-                   "held-to-deadline rebooted", "flushing rebooted", "setting-down rebooted" );
+                   "held-to-deadline rebooted", "flushing rebooted", "setting-down rebooted",
+                   "setting-up rebooted" );
    auto const first = start( "b2" );
    EXPECT_THAT( first.unfinished, IsEmpty() );
    EXPECT_THAT( endings( first.ended ), lines );

@@ -10,7 +10,6 @@ using namespace Test;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using Enabled = LinkController::Enabled;
 using Ending = ShutdownRecord::Ending;
 
 // One run of valend. Its end is a crash: the journal is left as it is.
@@ -36,6 +35,8 @@ class DaemonRun final : public DaemonFixture {
    using DaemonFixture::conditions;
    using DaemonFixture::controller;
    using DaemonFixture::delayed;
+   using DaemonFixture::enable;
+   using DaemonFixture::enabling;
    using DaemonFixture::feeder;
    using DaemonFixture::journal;
    using DaemonFixture::kernel;
@@ -91,6 +92,29 @@ TEST_F( ResumeTest, AfterACrashInAnyPhaseTheLinkGoesDownAndRecordedFramesAreNotS
       EXPECT_EQ( run.last().sent, 2u );
       EXPECT_FALSE( run.controller.running( "Ethernet1" ) );
    }
+}
+
+// The operator enabled it while the kernel set it down.
+TEST_F( ResumeTest, ALinkThatWasBeingSetUpAgainIsSetUp ) {
+   {
+      DaemonRun run( directory, 0ms );
+      run.startAndResume();
+      run.kernel.busy = true;
+      run.controller.shutdown( "Ethernet1", { "root" }, nullptr );
+      run.advance( 500ms );
+      run.kernel.begin();
+      run.enabling( run.controller, "Ethernet1" );
+   }
+   DaemonRun run( directory, 600ms );
+   run.start( run.twoInterfaces() );
+   run.kernel.at( "default", "et1" ).up = false;
+   run.controller.resume( recover( run.journal ) );
+   run.advance( 100ms );
+   EXPECT_THAT( run.kernel.actions, ElementsAre( "up default/et1" ) );
+   ASSERT_FALSE( run.controller.history().empty() );
+   EXPECT_EQ( run.last().ending, Ending::aborted );
+   EXPECT_EQ( run.last().why, "enabled after 500 ms; link was down, and set up again" );
+   EXPECT_FALSE( run.controller.running( "Ethernet1" ) );
 }
 
 TEST_F( ResumeTest, AnEndedShutdownIsHistory ) {
@@ -241,7 +265,7 @@ TEST_F( ResumeTest, ARequestedDelayIsKept ) {
       DaemonRun run( directory, 200ms );
       run.startAndResume();
       EXPECT_EQ( run.controller.remaining( "Ethernet1" ), lines == 3 ? 1800ms : 2000ms );
-      run.controller.enable( "Ethernet1", "root" );
+      run.enable( "Ethernet1" );
       EXPECT_EQ( run.last().request, ( Request{ "root", "alice", "new optics", 2000ms } ) );
    }
 }
@@ -309,7 +333,7 @@ TEST_F( ResumeTest, EnablingAbortsAResumedShutdown ) {
       keepLines( lines );
       DaemonRun run( directory, 120ms );
       run.startAndResume();
-      EXPECT_EQ( run.controller.enable( "Ethernet1", "root" ), Enabled::aborted );
+      EXPECT_EQ( run.enable( "Ethernet1" ), "aborted" );
       run.advance( 5000ms );
       EXPECT_THAT( run.kernel.actions, IsEmpty() );
       EXPECT_EQ( run.last().ending, Ending::aborted );
@@ -323,7 +347,7 @@ TEST_F( ResumeTest, AnAbortedShutdownIsNotResumed ) {
       run.startAndResume();
       run.controller.shutdown( "Ethernet1", { "root" }, nullptr );
       run.advance( 120ms );
-      run.controller.enable( "Ethernet1", "root" );
+      run.enable( "Ethernet1" );
    }
    DaemonRun run( directory, 200ms );
    run.startAndResume();
@@ -337,7 +361,7 @@ TEST_F( ResumeTest, AResumedShutdownOfARemovedInterfaceCanBeAborted ) {
    crash( 100ms );
    DaemonRun run( directory, 200ms );
    run.startAndResume( Settings::Config() );
-   EXPECT_EQ( run.controller.enable( "Ethernet1", "root" ), Enabled::aborted );
+   EXPECT_EQ( run.enable( "Ethernet1" ), "aborted" );
    run.advance( 1000ms );
    EXPECT_THAT( run.kernel.actions, IsEmpty() );
 }

@@ -83,7 +83,7 @@ TEST_F( SetDownOutsideTest, ALateReportOfValendsOwnChangeIsNotOutside ) {
    shutdown();
    advance( 500ms );
    seen( "et1", LinkSeen::up ); // of before the shutdown
-   EXPECT_EQ( controller.enable( "Ethernet1", "root" ), LinkController::Enabled::up );
+   EXPECT_EQ( enable( "Ethernet1" ), "up" );
    seen( "et1", LinkSeen::down ); // of before the enabling
    seen( "et1", LinkSeen::up );
    EXPECT_EQ( controller.history().size(), 1u );
@@ -92,19 +92,81 @@ TEST_F( SetDownOutsideTest, ALateReportOfValendsOwnChangeIsNotOutside ) {
    EXPECT_TRUE( withoutGoodbye() ) << "a real change is recorded, however soon";
 }
 
-TEST_F( SetDownOutsideTest, AHeldShutdownEndsAndItsRecordSaysWhy ) {
+// The kernel reports a link as down before it deletes or moves the device, and other programs set one down for a
+// moment to change it. Only at the end of the delay is it known.
+TEST_F( SetDownOutsideTest, AHeldShutdownGoesOnToItsDeadline ) {
    shutdown();
    advance( 120ms );
    setOutside( LinkSeen::down );
-   EXPECT_FALSE( controller.running( "Ethernet1" ) );
+   EXPECT_EQ( controller.remaining( "Ethernet1" ), 380ms );
+   advance( 1000ms );
    EXPECT_EQ( last().ending, Ending::down );
    EXPECT_EQ( last().why, "link set down outside valend 120 ms into the delay" );
-   EXPECT_EQ( last().held, 120ms );
+   EXPECT_EQ( last().held, 500ms );
    EXPECT_EQ( last().sent, 2u );
    EXPECT_FALSE( withoutGoodbye() ) << "its goodbye frames were sent";
-   advance( 1000ms );
    EXPECT_THAT( kernel.actions, IsEmpty() );
    EXPECT_EQ( controller.history().size(), 1u );
+}
+
+TEST_F( SetDownOutsideTest, ALinkThatIsUpAgainIsSetDownAtTheEndOfItsDelay ) {
+   shutdown();
+   advance( 120ms );
+   setOutside( LinkSeen::down );
+   setOutside( LinkSeen::up );
+   advance( 100ms );
+   setOutside( LinkSeen::down ); // and once more
+   setOutside( LinkSeen::up );
+   advance( 279ms );
+   EXPECT_THAT( kernel.actions, IsEmpty() );
+   advance( 1ms );
+   EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_EQ( last().ending, Ending::down );
+   EXPECT_EQ( last().why, "link went down 120 ms into the delay and came up again" );
+   EXPECT_EQ( controller.history().size(), 1u );
+}
+
+// The kernel's reports, in their order, of a device that moves to another namespace and comes back.
+TEST_F( SetDownOutsideTest, ADeviceThatIsRecreatedWhileItIsHeldIsSetDownAtTheEnd ) {
+   shutdown();
+   advance( 120ms );
+   setOutside( LinkSeen::down );
+   kernel.deviceDel( "default", "et1" );
+   seen( "et1", LinkSeen::gone );
+   advance( 100ms );
+   kernel.deviceIs( "default", "et1", 9 );
+   seen( "et1", LinkSeen::up );
+   advance( 279ms );
+   EXPECT_THAT( kernel.actions, IsEmpty() );
+   advance( 1ms );
+   EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_EQ( last().ending, Ending::down );
+   EXPECT_EQ( last().why, "readiness lost 120 ms into the delay; link went down 120 ms into the "
+                          "delay and came up again" );
+}
+
+TEST_F( SetDownOutsideTest, ADeviceThatDoesNotComeBackEndsTheShutdownAfterItsDelay ) {
+   shutdown();
+   advance( 120ms );
+   setOutside( LinkSeen::down );
+   kernel.deviceDel( "default", "et1" );
+   seen( "et1", LinkSeen::gone );
+   advance( 380ms );
+   EXPECT_TRUE( controller.running( "Ethernet1" ) );
+   advance( Shutdown::downTimeout + 10ms );
+   EXPECT_EQ( last().ending, Ending::noDevice );
+   EXPECT_EQ( last().why, "readiness lost 120 ms into the delay; no device et1" );
+}
+
+// The answer to the operator must be true.
+TEST_F( SetDownOutsideTest, EnablingAHeldShutdownWhoseLinkIsDownSetsItUp ) {
+   shutdown();
+   advance( 120ms );
+   setOutside( LinkSeen::down );
+   EXPECT_EQ( enable( "Ethernet1" ), "up" );
+   EXPECT_THAT( kernel.actions, ElementsAre( "up default/et1" ) );
+   EXPECT_EQ( last().ending, Ending::aborted );
+   EXPECT_EQ( last().why, "enabled after 120 ms; link was down, and set up again" );
 }
 
 TEST_F( SetDownOutsideTest, AShutdownWhoseFramesLeaveTheSocketContinues ) {
