@@ -49,7 +49,7 @@ TEST_F( WatchMethodsTest, ReadersShareTheEncodedAnswers ) {
       advance( 100ms );
       ASSERT_EQ( readers[ 2 ]->sent.size(), 2u );
       EXPECT_EQ( readers[ 2 ]->messages.back(), readers[ 0 ]->messages.back() );
-      controller.enable( "Ethernet1", "root" );
+      controller.enable( "Ethernet1", "root", {} );
       advance( 20ms );
    }
 }
