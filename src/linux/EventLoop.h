@@ -5,6 +5,9 @@
 // in between. A callback may add, change and remove any descriptor, including its own; a descriptor that
 // is removed before its turn is not called.
 //
+// If the kernel's timer cannot be set, that is a fault, and turns wait for the next deadline themselves; no
+// timer is lost.
+//
 // An exception that leaves a callback goes to the fault sink (platform/quill/Fault.h), and the loop
 // continues.
 #pragma once
@@ -91,6 +94,7 @@ class EventLoop {
    std::map< int, Work > signalWork_;
    Gantry::WorkQueue work_;
    std::optional< Gantry::Time > armedFor_; // the setting of the kernel's timer
+   bool timerFailed_ = false;               // it could not be set: turns wait no longer than the next deadline
    U64 turns_ = 0;
    U64 timerSettings_ = 0;
    U32 serial_ = 0;
