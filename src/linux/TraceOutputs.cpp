@@ -66,7 +66,11 @@ bool isJournal() noexcept {
 }
 
 Fd openForAppending( std::string const & path ) {
-   Fd file( ::open( path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0640 ) );
+   Fd file( ::open( path.c_str(),
+                    O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0640 ) );
+   if ( !file && errno == ELOOP ) {
+      throwErrno( "trace file " + path + " is a symbolic link, which is not followed", errno );
+   }
    if ( !file ) {
       throwErrno( "cannot open trace file " + path, errno );
    }

@@ -1,12 +1,9 @@
 #include "varlink/Server.h"
 
-#include "varlink/UnixSocket.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <sys/epoll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace Varlink {
 
@@ -14,28 +11,27 @@ using Valen::Linux::Fd;
 
 Server::Server( Valen::Linux::EventLoop & loop, std::string path, Service & service, Limits limits )
     : loop_( loop ), path_( std::move( path ) ), service_( service ), limits_( limits ),
-      listener_( listenAt( path_ ) ),
+      listener_( path_ ),
       pause_( loop.scheduler(), "varlink socket", [ this ] { listen(); } ),
       posted_( loop.workQueue(), "varlink server" ) {
    listen();
 }
 
 Server::~Server() {
-   loop_.descriptorDel( listener_.get() );
+   loop_.descriptorDel( listener_.fd() );
    connections_.clear();
-   ::unlink( path_.c_str() );
 }
 
 void Server::listen() {
-   loop_.descriptorIs( listener_.get(), EPOLLIN, "varlink socket", [ this ]( U32 ) { accept(); } );
+   loop_.descriptorIs( listener_.fd(), EPOLLIN, "varlink socket", [ this ]( U32 ) { accept(); } );
 }
 
 void Server::accept() {
-   Fd fd( ::accept4( listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK ) );
+   Fd fd( ::accept4( listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK ) );
    if ( !fd ) {
       if ( errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS ) {
          loop_.descriptorDel(
-            listener_.get() ); // or the loop would spin while clients wait outside
+            listener_.fd() ); // or the loop would spin while clients wait outside
          pause_.start( std::chrono::seconds( 1 ) );
       }
       return;

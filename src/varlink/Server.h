@@ -6,6 +6,7 @@
 #pragma once
 
 #include "varlink/Connection.h"
+#include "varlink/UnixSocket.h"
 
 #include <map>
 
@@ -13,8 +14,8 @@ namespace Varlink {
 
 class Server {
  public:
-   // Listens at `path` as listenAt does. `loop` and `service` must outlive the server. Throws what
-   // listenAt throws.
+   // Listens at `path`, as a ListeningSocket. `loop` and `service` must outlive the server. Throws what
+   // that throws.
    Server( Valen::Linux::EventLoop & loop, std::string path, Service & service,
            Limits limits = Limits() );
    ~Server(); // closes all connections, removes the socket
@@ -37,7 +38,7 @@ class Server {
    std::string const path_;
    Service & service_;
    Limits const limits_;
-   Valen::Linux::Fd listener_;
+   ListeningSocket const listener_;
    Gantry::Timer pause_; // when the process is out of descriptors
    Gantry::PostedWork posted_;
    std::map< U64, std::shared_ptr< Connection > > connections_; // by number

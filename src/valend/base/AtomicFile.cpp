@@ -1,9 +1,8 @@
 #include "valend/base/AtomicFile.h"
 
-#include "linux/Fd.h"
+#include "linux/Directory.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <fcntl.h>
 #include <string_view>
 #include <sys/stat.h>
@@ -25,25 +24,38 @@ bool writeAll( int file, std::string_view text ) {
    return true;
 }
 
+std::string failure( std::string const & path, int number ) {
+   return "cannot write " + path + ": " + Valen::Linux::errorText( number );
+}
+
 } // namespace
 
 std::string writeAtomically( std::string const & path, std::string const & text, unsigned mode ) {
-   auto const beside = path + ".new";
-   auto const failure = [ & ]( std::string const & where ) {
+   auto const directory = Valen::Linux::openDirectory( Valen::Linux::directoryOf( path ) );
+   return directory ? writeAtomically( directory.get(), path, text, mode )
+                    : failure( path + ".new", errno );
+}
+
+std::string writeAtomically( int directory, std::string const & path, std::string const & text,
+                             unsigned mode ) {
+   auto const name = path.substr( path.rfind( '/' ) + 1 ); // npos + 1 is 0
+   auto const beside = name + ".new";
+   auto const failed = [ & ]( std::string const & where ) {
       auto const number = errno;
-      ::unlink( beside.c_str() );
-      return "cannot write " + where + ": " + Valen::Linux::errorText( number );
+      ::unlinkat( directory, beside.c_str(), 0 );
+      return failure( where, number );
    };
    // What is there, from a crash or from another user of the directory, is not written to.
-   ::unlink( beside.c_str() );
-   Valen::Linux::Fd file(
-      ::open( beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode & 0600 ) );
+   ::unlinkat( directory, beside.c_str(), 0 );
+   Valen::Linux::Fd file( ::openat( directory, beside.c_str(),
+                                    O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                    mode & 0600 ) );
    if ( !file || !writeAll( file.get(), text ) || ::fchmod( file.get(), mode ) < 0 ) {
-      return failure( beside );
+      return failed( path + ".new" );
    }
    file.close();
-   if ( ::rename( beside.c_str(), path.c_str() ) < 0 ) {
-      return failure( path );
+   if ( ::renameat( directory, beside.c_str(), directory, name.c_str() ) < 0 ) {
+      return failed( path );
    }
    return "";
 }

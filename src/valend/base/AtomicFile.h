@@ -5,9 +5,15 @@
 
 namespace Valend {
 
-// Replaces the content of the file `path` by `text`: writes a new file "PATH.new" and renames it. Its
-// permissions are exactly `mode`, whatever the umask. Returns an empty text, or "cannot write PATH: REASON"; the old file is then
-// unchanged.
+// Replaces the content of the file `path` by `text`: writes a new file "PATH.new" and renames it. Both are
+// in the directory that the path has when this begins, and neither follows a symbolic link. Its permissions
+// are exactly `mode`, whatever the umask. Returns an empty text, or "cannot write PATH: REASON"; the old file is then
+// unchanged. May be called in any thread.
 std::string writeAtomically( std::string const & path, std::string const & text, unsigned mode );
+
+// The same in a directory that is open on `directory`: a change of the directory's path has no effect. The
+// directory part of `path` is only for the texts.
+std::string writeAtomically( int directory, std::string const & path, std::string const & text,
+                             unsigned mode );
 
 } // namespace Valend
