@@ -16,6 +16,7 @@ using Valen::Linux::NetNsWatcher;
 Daemon::Daemon( Settings::ConfigResult const & read,
                 std::vector< Settings::ConfigError > const & rejected, Options const & options )
     : process_( read.config.process.overriddenBy( options.process ) ),
+      stateDirectory_( process_.value( "state-directory" ) ),
       netNsDirectories_( netNsDirectoriesOf( process_ ) ),
       trace_( loop_.workQueue(), process_,
               // Levels on the command line are for debugging in the foreground.
@@ -31,7 +32,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
             feeder_.vrfFailed( fault.key, fault.text );
          }
       } ),
-      journal_( process_.value( "state-directory" ), Journal::Machine::real(), conditions_ ),
+      journal_( stateDirectory_, loop_.scheduler(), Journal::Machine::real(), conditions_ ),
       controller_( store_, feeder_.config(), links_, journal_, loop_.scheduler(),
                    loop_.workQueue() ),
       report_( store_, feeder_, links_, controller_ ),

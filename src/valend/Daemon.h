@@ -7,6 +7,7 @@
 #include "valend/Options.h"
 #include "valend/api/Api.h"
 #include "valend/base/Conditions.h"
+#include "valend/base/StateDirectory.h"
 #include "valend/base/Watchdog.h"
 #include "valend/configuration/Configurator.h"
 #include "valend/configuration/LastConfiguration.h"
@@ -46,6 +47,7 @@ class Daemon {
    void stop( char const * signal );
 
    Settings::ProcessConfig const process_;
+   StateDirectory stateDirectory_; // before all others: it decides which process is the daemon
    Valen::Linux::EventLoop loop_;
    Valen::Linux::NetNsDirectories const netNsDirectories_;
    TraceHub trace_;

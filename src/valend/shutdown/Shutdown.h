@@ -98,6 +98,7 @@ class Shutdown final {
    // How long the link is still held; nothing when it is not.
    std::optional< std::chrono::milliseconds > remaining() const;
    Phase phase() const noexcept { return entry_.phase; }
+   U64 id() const noexcept { return entry_.id; } // in the journal
    LinkPlace const & place() const noexcept { return entry_.record.place; }
    ShutdownRecord const & record() const noexcept { return entry_.record; }
 
