@@ -94,7 +94,7 @@ class EventLoop {
    std::map< int, Work > signalWork_;
    Gantry::WorkQueue work_;
    std::optional< Gantry::Time > armedFor_; // the setting of the kernel's timer
-   bool timerFailed_ = false;               // it could not be set: turns wait no longer than the next deadline
+   bool timerFailed_ = false; // it could not be set: turns wait no longer than the next deadline
    U64 turns_ = 0;
    U64 timerSettings_ = 0;
    U32 serial_ = 0;

@@ -74,9 +74,8 @@ Exit run( Valend::Options const & options ) {
       return Exit::done;
    }
    std::optional< Valend::Daemon > daemon;
-   if ( !done( "cannot start", [ & ] {
-           daemon.emplace( start->read, start->rejected, options );
-        } ) ) {
+   if ( !done( "cannot start",
+               [ & ] { daemon.emplace( start->read, start->rejected, options ); } ) ) {
       return Exit::failed;
    }
    return done( "exiting after an error", [ & ] { daemon->run(); } ) ? Exit::done : Exit::failed;

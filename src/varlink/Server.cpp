@@ -11,8 +11,7 @@ using Valen::Linux::Fd;
 
 Server::Server( Valen::Linux::EventLoop & loop, std::string path, Service & service, Limits limits )
     : loop_( loop ), path_( std::move( path ) ), service_( service ), limits_( limits ),
-      listener_( path_ ),
-      pause_( loop.scheduler(), "varlink socket", [ this ] { listen(); } ),
+      listener_( path_ ), pause_( loop.scheduler(), "varlink socket", [ this ] { listen(); } ),
       posted_( loop.workQueue(), "varlink server" ) {
    listen();
 }
@@ -30,8 +29,7 @@ void Server::accept() {
    Fd fd( ::accept4( listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK ) );
    if ( !fd ) {
       if ( errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS ) {
-         loop_.descriptorDel(
-            listener_.fd() ); // or the loop would spin while clients wait outside
+         loop_.descriptorDel( listener_.fd() ); // or the loop would spin while clients wait outside
          pause_.start( std::chrono::seconds( 1 ) );
       }
       return;

@@ -33,7 +33,7 @@ bool isListenedAt( UnixAddress const & address ) {
           errno == EAGAIN; // alive, and busy
 }
 
-// That of the file at `path`, or of one that is open; an empty one if there is none.
+// That of the file at `path`, or of one that is open; an empty one if it does not exist.
 Inode inodeOf( std::string const & path ) noexcept {
    struct stat status;
    return ::lstat( path.c_str(), &status ) == 0 ? Inode{ status.st_dev, status.st_ino } : Inode();

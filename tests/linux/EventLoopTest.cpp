@@ -345,8 +345,9 @@ TEST_F( EventLoopTest, TimersRunInTimeWhenTheKernelsTimerCannotBeSet ) {
    EXPECT_THAT( told_, ElementsAre( "ready", "timer" ) );
    EXPECT_GE( after, 20ms );
    EXPECT_LT( loop_.turns(), 20u ) << "it waited for the timer instead of spinning";
-   EXPECT_THAT( faults.messages(),
-                ElementsAre( "fault in EventLoop on timer: timerfd_settime: Cannot allocate memory" ) );
+   EXPECT_THAT(
+      faults.messages(),
+      ElementsAre( "fault in EventLoop on timer: timerfd_settime: Cannot allocate memory" ) );
 }
 
 TEST_F( EventLoopTest, AKernelsTimerThatCanBeSetAgainIsUsedAgain ) {

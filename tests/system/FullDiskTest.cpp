@@ -24,8 +24,7 @@ class FullDiskTest : public RunningDaemonTest {
          return;
       }
       for ( auto const * netNs : { &*machine_, &*neighbors_ } ) {
-         run( "ip netns exec " + netNs->text() +
-              " sysctl -q -w net.ipv6.conf.all.disable_ipv6=0" );
+         run( "ip netns exec " + netNs->text() + " sysctl -q -w net.ipv6.conf.all.disable_ipv6=0" );
       }
       run( "mkdir -m 700 " + state() );
       run( "mount -t tmpfs -o size=512k,mode=700 none " + state() );
@@ -57,7 +56,8 @@ class FullDiskTest : public RunningDaemonTest {
    }
    // Takes all room that is left.
    void fill() const {
-      (void)std::system( ( "dd if=/dev/zero of=" + state() + "/filler bs=4k 2>/dev/null" ).c_str() );
+      (void)std::system(
+         ( "dd if=/dev/zero of=" + state() + "/filler bs=4k 2>/dev/null" ).c_str() );
    }
    void makeRoom() const { run( "rm " + state() + "/filler" ); }
    bool linkUp() const { return RunningDaemonTest::linkUp( *machine_, "et1" ); }
@@ -74,7 +74,8 @@ class FullDiskTest : public RunningDaemonTest {
       std::optional< Valend::JournalEntry > last;
       std::istringstream lines( work_->content( "state/shutdowns" ) );
       for ( std::string line; std::getline( lines, line ); ) {
-         if ( auto entry = Valend::entryIn( line ); entry && entry->record.interface == "Ethernet1" ) {
+         if ( auto entry = Valend::entryIn( line );
+              entry && entry->record.interface == "Ethernet1" ) {
             last = std::move( entry );
          }
       }

@@ -41,9 +41,9 @@ TEST_F( OutOfMemorySystemTest, TheProcessEndsAndTheNextOneResumesTheShutdown ) {
                            "the next start\n" ) );
    EXPECT_TRUE( linkUp( *machine_, "et1" ) );
    launch();
-   ASSERT_TRUE( eventually( [ & ] {
-      return interface( "Ethernet1" ).value( "shuttingDown", false );
-   } ) ) << daemon_->err();
+   ASSERT_TRUE(
+      eventually( [ & ] { return interface( "Ethernet1" ).value( "shuttingDown", false ); } ) )
+      << daemon_->err();
    EXPECT_THAT( daemon_->err(), HasSubstr( "resuming 1 shutdown from the previous run\n" ) );
    ASSERT_EQ( ctl( { "enable", "Ethernet1" } ).status, 0 );
    EXPECT_EQ( lastRecord( "Ethernet1" )[ "ending" ], "aborted" );

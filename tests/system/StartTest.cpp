@@ -39,9 +39,9 @@ class StartTest : public RunningDaemonTest {
    void race( Shared shared, std::string const & why ) const {
       auto first = startOne( shared, "a" );
       auto second = startOne( shared, "b" );
-      ASSERT_TRUE( eventually( [ & ] {
-         return !first.process->running() || !second.process->running();
-      } ) ) << "both live";
+      ASSERT_TRUE(
+         eventually( [ & ] { return !first.process->running() || !second.process->running(); } ) )
+         << "both live";
       bool const firstLives = first.process->running();
       auto & winner = firstLives ? first : second;
       auto & loser = firstLives ? second : first;
@@ -94,8 +94,8 @@ TEST_F( UmaskTest, DirectoriesHaveTheirPermissionsWhateverTheUmask ) {
                                                 "--state-directory", *work_ / "lib/valen" },
                     *work_ / "daemon", &*machine_ );
    ::umask( before );
-   EXPECT_TRUE( eventually(
-      [ & ] { return daemon_->err().find( "ready: " ) != std::string::npos; } ) );
+   EXPECT_TRUE(
+      eventually( [ & ] { return daemon_->err().find( "ready: " ) != std::string::npos; } ) );
    EXPECT_EQ( mode( "run" ), 0755u );
    EXPECT_EQ( mode( "run/valen" ), 0755u );
    EXPECT_EQ( mode( "lib" ), 0755u );

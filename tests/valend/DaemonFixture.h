@@ -34,7 +34,7 @@ class DaemonFixture : public ::testing::Test {
             }
          } ),
          stateDir( stateDirectory, []( auto const & ) {} ),
-        journal( stateDir, clock.scheduler(), machine(), conditions, []( auto const & ) {} ),
+         journal( stateDir, clock.scheduler(), machine(), conditions, []( auto const & ) {} ),
          controller( store, feeder.config(), kernel, journal, clock.scheduler(), work ) {
       store.entityManager->mountProviderIs( "kni/ns/", &kernel );
    }

@@ -79,8 +79,7 @@ TEST_F( ListeningSocketTest, ASymbolicLinkInPlaceOfTheLockIsNotFollowed ) {
       ListeningSocket const socket( path );
       FAIL() << "accepted";
    } catch ( Quill::ErrnoException const & e ) {
-      EXPECT_EQ( e.text(),
-                 "cannot lock " + path + ".lock: Too many levels of symbolic links" );
+      EXPECT_EQ( e.text(), "cannot lock " + path + ".lock: Too many levels of symbolic links" );
    }
    EXPECT_FALSE( work.has( "other" ) );
 }

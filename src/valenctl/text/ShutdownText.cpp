@@ -127,9 +127,8 @@ std::string historyText( Json const & answer ) {
    Table table( { "WHEN", "INTERFACE", "BY", "SENT", "FAILED", "HELD", "RESULT", "REASON" } );
    for ( auto const & shutdown : listField( answer, "shutdowns" ) ) {
       auto const reason = textField( shutdown, "reason" );
-      table.add( { atText( shutdown, "whenMs" ),
-                   textField( shutdown, "interface" ), requesterText( shutdown ),
-                   std::to_string( numberField( shutdown, "sent" ) ),
+      table.add( { atText( shutdown, "whenMs" ), textField( shutdown, "interface" ),
+                   requesterText( shutdown ), std::to_string( numberField( shutdown, "sent" ) ),
                    countWithReason( shutdown, "failed", "failReason" ),
                    flagField( shutdown, "withDelay" ) ? heldText( shutdown ) : "-",
                    resultText( shutdown ), reason.empty() ? "-" : reason } );

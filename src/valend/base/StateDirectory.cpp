@@ -51,8 +51,9 @@ StateDirectory::StateDirectory( std::string path, Warning const & warning )
    }
    auto const others = fd_ ? whoElseMayWrite( fd_.get() ) : "";
    if ( !others.empty() ) {
-      warning( "state directory " + path_ + " " + others +
-               ": other users can change shutdowns and frames; only valend's user should write there" );
+      warning(
+         "state directory " + path_ + " " + others +
+         ": other users can change shutdowns and frames; only valend's user should write there" );
    }
 }
 

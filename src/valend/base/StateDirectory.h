@@ -19,7 +19,7 @@ class StateDirectory {
 
    static constexpr unsigned mode = 0700; // of one that valend creates
 
-   // Opens the directory, and creates it if it does not exist. An empty path: there is none. Throws
+   // Opens the directory, and creates it if it does not exist. Without a path there is no such directory. Throws
    // Quill::ErrnoException when another valend process uses it; whatever else is wrong with it, open()
    // returns.
    explicit StateDirectory( std::string path );
@@ -31,7 +31,7 @@ class StateDirectory {
    // "cannot open PATH: Permission denied", "PATH is used by another valend process".
    std::string open();
 
-   // Without a "/" at the end; empty when there is none.
+   // Without a "/" at the end; empty if there is no such directory.
    std::string const & path() const noexcept { return path_; }
    // For texts: the path of the file `name` in it.
    std::string pathOf( std::string const & name ) const { return path_ + "/" + name; }

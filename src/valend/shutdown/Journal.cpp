@@ -221,8 +221,7 @@ void Journal::addLine( JournalEntry & entry ) {
    }
    auto line = lineOf( entry ) + '\n';
    auto const room = roomAfter( entry, line );
-   auto const kind =
-      begun_.count( entry.id ) ? OwedLines::Kind::needed : OwedLines::Kind::optional;
+   auto const kind = begun_.count( entry.id ) ? OwedLines::Kind::needed : OwedLines::Kind::optional;
    owed_.add( { entry.id, std::move( line ), room, kind } );
    writeOwed();
 }

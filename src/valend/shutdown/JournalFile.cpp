@@ -32,8 +32,7 @@ JournalFile::JournalFile( StateDirectory & directory, std::string name, std::str
     : directory_( directory ), name_( std::move( name ) ), header_( std::move( header ) ) {}
 
 std::string JournalFile::failed( char const * what, int number ) const {
-   return std::string( "cannot " ) + what + " " + path() + ": " +
-          Valen::Linux::errorText( number );
+   return std::string( "cannot " ) + what + " " + path() + ": " + Valen::Linux::errorText( number );
 }
 
 std::string JournalFile::open() {

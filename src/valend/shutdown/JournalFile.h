@@ -35,7 +35,9 @@ class JournalFile {
 
    // The size of the file.
    std::size_t bytes() const noexcept { return bytes_; }
-   std::string path( char const * suffix = "" ) const { return directory_.pathOf( name_ + suffix ); }
+   std::string path( char const * suffix = "" ) const {
+      return directory_.pathOf( name_ + suffix );
+   }
    std::string const & header() const noexcept { return header_; }
 
    // The whole file with that suffix. Nothing, with errno set, when it is not readable, not a regular

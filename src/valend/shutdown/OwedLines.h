@@ -21,7 +21,7 @@ class OwedLines {
    };
    struct Line {
       U64 id;
-      std::string text; // with the newline
+      std::string text;      // with the newline
       std::size_t roomAfter; // bytes that the further lines of that shutdown will need
       Kind kind;
    };

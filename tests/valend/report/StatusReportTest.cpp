@@ -161,8 +161,8 @@ TEST_F( StatusReportTest, AShutdownIsShownWhole ) {
               { "unflushedBytes", 0 },
               { "ending", "down" },
               { "why", nullptr },
-                      { "count", 1 },
-                      { "untilMs", nullptr } } ) );
+              { "count", 1 },
+              { "untilMs", nullptr } } ) );
 }
 
 } // namespace

@@ -340,9 +340,10 @@ TEST_F( JournalTest, ASymbolicLinkIsNotFollowed ) {
    work.directory( "state" );
    work.link( work / "other", "state/shutdowns" );
    open();
-   EXPECT_THAT( damages,
-                ElementsAre( "cannot read " + file + ": Too many levels of symbolic links; moved "
-                             "to " + file + ".damaged" ) );
+   EXPECT_THAT( damages, ElementsAre( "cannot read " + file +
+                                      ": Too many levels of symbolic links; moved "
+                                      "to " +
+                                      file + ".damaged" ) );
    write( "Ethernet1", Phase::held );
    EXPECT_EQ( work.content( "other" ), "not ours\n" );
    EXPECT_EQ( open().unfinished.size(), 1u );
