@@ -14,16 +14,7 @@ namespace Valen::Bench {
 
 namespace {
 
-// Switches IPv6 off for devices that are created from now on, so that the kernel sends no frames of its
-// own on them and sets them up in constant time.
-void noIpv6() {
-   for ( auto const * which : { "all", "default" } ) {
-      std::ofstream( std::string( "/proc/sys/net/ipv6/conf/" ) + which + "/disable_ipv6" ) << 1;
-   }
-}
-
 void ipBatch( std::string const & commands ) {
-   noIpv6();
    auto * const ip = ::popen( "ip -batch -", "w" );
    if ( !ip ) {
       Linux::throwErrno( "popen ip", errno );
@@ -36,8 +27,31 @@ void ipBatch( std::string const & commands ) {
 
 } // namespace
 
+void ipv6Is( Ipv6 ipv6 ) {
+   for ( auto const * which : { "all", "default" } ) {
+      std::ofstream( std::string( "/proc/sys/net/ipv6/conf/" ) + which + "/disable_ipv6" )
+         << ( ipv6 == Ipv6::off );
+   }
+}
+
+void makeRoutes( U32 count ) {
+   std::string commands;
+   if ( ::if_nametoindex( "routes" ) != 0 ) {
+      commands += "link del routes\n";
+   }
+   commands += "link add routes type ifb\nlink set routes up\n";
+   char route[ 64 ];
+   for ( U32 i = 0; i < count; ++i ) {
+      std::snprintf( route, sizeof route, "route add 2001:db8:%x:%x::/64 dev routes\n", i >> 16,
+                     i & 0xffff );
+      commands += route;
+   }
+   ipBatch( commands );
+}
+
 void makeVethPair() {
    if ( ::if_nametoindex( "e0" ) == 0 ) {
+      ipv6Is( Ipv6::off );
       ipBatch( "link add e0 type veth peer name p0\nlink set e0 up\nlink set p0 up\n" );
    }
 }
@@ -46,6 +60,7 @@ void makeDropDevices( U32 count ) {
    if ( ::if_nametoindex( "e0" ) != 0 ) {
       return;
    }
+   ipv6Is( Ipv6::off ); // or each new one would cost more than the one before
    std::string commands;
    for ( U32 i = 0; i < count; ++i ) {
       auto const name = std::string( "e" ).append( std::to_string( i ) );

@@ -11,6 +11,14 @@
 
 namespace Valen::Bench {
 
+// Whether the kernel speaks IPv6 on all devices, existing ones included. With it, it sends frames of its
+// own, and does more for each link that changes. Off until it is set.
+enum class Ipv6 : U8 { off, on };
+void ipv6Is( Ipv6 ipv6 );
+
+// Creates a device "routes" and adds `count` IPv6 routes through it, in place of those that it had.
+void makeRoutes( U32 count );
+
 // Creates a veth pair whose one end is "e0" and sets both ends up. No effect if "e0" exists.
 void makeVethPair();
 

@@ -55,6 +55,7 @@ set( VALEN_HEADERS
    linux/LinkControl.h
    linux/NetNs.h
    linux/PacketEndpoint.h
+   linux/PacketSockets.h
    linux/TraceOutputs.h )
 
 set( VALEN_INCLUDE_DIR "${CMAKE_BINARY_DIR}/include" )

@@ -1,30 +1,8 @@
 #include "linux/DescriptorReaper.h"
 
-#include <csignal>
-#include <pthread.h>
-#include <system_error>
+#include "linux/Thread.h"
 
 namespace Valen::Linux {
-
-namespace {
-
-// Threads started in its scope block all signals: the event loop handles them.
-class SignalsBlocked {
- public:
-   SignalsBlocked() noexcept {
-      sigset_t all;
-      sigfillset( &all );
-      ::pthread_sigmask( SIG_SETMASK, &all, &before_ );
-   }
-   ~SignalsBlocked() { ::pthread_sigmask( SIG_SETMASK, &before_, nullptr ); }
-   SignalsBlocked( SignalsBlocked const & ) = delete;
-   SignalsBlocked & operator=( SignalsBlocked const & ) = delete;
-
- private:
-   sigset_t before_;
-};
-
-} // namespace
 
 DescriptorReaper::~DescriptorReaper() {
    {
@@ -48,7 +26,7 @@ void DescriptorReaper::reap( Fd fd ) noexcept {
       return; // no memory: `fd` closes here
    }
    try {
-      startThread();
+      addThread();
    } catch ( std::exception const & ) {
       if ( threads_.empty() ) {
          queue_.clear();
@@ -70,10 +48,9 @@ std::size_t DescriptorReaper::pending() const noexcept {
 }
 
 // Starts another thread if all existing ones are busy.
-void DescriptorReaper::startThread() {
+void DescriptorReaper::addThread() {
    if ( threads_.size() < maxThreads && queue_.size() + closing_ > threads_.size() ) {
-      SignalsBlocked const blocked;
-      threads_.emplace_back( [ this ] { work(); } );
+      threads_.push_back( startThread( "valen-close", [ this ] { work(); } ) );
    }
 }
 

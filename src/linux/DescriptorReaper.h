@@ -31,7 +31,7 @@ class DescriptorReaper {
    std::size_t pending() const noexcept;
 
  private:
-   void startThread();
+   void addThread();
    void work() noexcept;
 
    mutable std::mutex mutex_;

@@ -1,5 +1,6 @@
 #include "linux/NetNs.h"
 
+#include "linux/DescriptorReserve.h"
 #include "platform/quill/Assert.h"
 
 #include <cerrno>
@@ -56,7 +57,8 @@ NetNsIdentity identityOf( int fd ) {
 }
 
 Fd openFile( std::string const & path ) noexcept {
-   return Fd( ::open( path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK ) );
+   return DescriptorReserve::ofProcess().open(
+      [ & ] { return ::open( path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK ); } );
 }
 
 } // namespace

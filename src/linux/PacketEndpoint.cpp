@@ -4,7 +4,6 @@
 #include <cerrno>
 #include <cstring>
 #include <linux/if_packet.h>
-#include <linux/sockios.h>
 #include <net/if.h>
 #include <sys/ioctl.h>
 #include <sys/socket.h>
@@ -17,34 +16,13 @@ namespace {
 // Number of devices whose errors are kept. The lowest index, of the oldest device, is dropped first.
 constexpr std::size_t maxSendErrors = 1024;
 
-[[noreturn]] void cannotOpenSocket( Corvid::NamespaceName const & netNs, int number ) {
-   auto const object = "a packet socket in network namespace \"" + netNs.stdString() + "\"";
-   if ( number == EPERM || number == EACCES ) {
-      throw Quill::ErrnoException( "no privilege to open " + object + "; CAP_NET_RAW is needed",
-                                   number );
-   }
-   if ( number == EMFILE || number == ENFILE ) {
-      throw Quill::ErrnoException( "no file descriptor left to open " + object + ": " +
-                                      errorText( number ) +
-                                      "; raise the limit (LimitNOFILE= of the service)",
-                                   number );
-   }
-   throwErrno( "cannot open " + object, number );
-}
-
-// SO_SNDBUFFORCE needs CAP_NET_ADMIN. Without it, the system's limit applies.
-void sendBufferIs( int fd, int bytes ) noexcept {
-   if ( ::setsockopt( fd, SOL_SOCKET, SO_SNDBUFFORCE, &bytes, sizeof bytes ) < 0 ) {
-      ::setsockopt( fd, SOL_SOCKET, SO_SNDBUF, &bytes, sizeof bytes );
-   }
-}
-
 } // namespace
 
 // --- PacketEndpoint ------------------------------------------------------------------------------
 
 PacketEndpoint::PacketEndpoint( Quill::String name, std::shared_ptr< PacketEndpoints > endpoints )
-    : RawTxPam( std::move( name ) ), endpoints_( std::move( endpoints ) ) {
+    : RawTxPam( std::move( name ) ), endpoints_( std::move( endpoints ) ),
+      sockets_( endpoints_->pool ) {
    endpoints_->live.push_back( this );
 }
 
@@ -65,28 +43,12 @@ void PacketEndpoint::enabledIs( bool enabled ) {
 }
 
 void PacketEndpoint::open() {
-   auto const namespaceOpened = endpoints_->directories.open( netNs() );
-   Fd socket;
-   {
-      NetNsScope const inside( namespaceOpened );
-      socket = openSocket();
-   }
-   sendBufferIs( socket.get(), sendBufferBytes );
-   identity_ = namespaceOpened.identity;
-   socket_ = std::move( socket );
+   sockets_.open( endpoints_->directories.open( netNs() ) );
 }
 
 void PacketEndpoint::close() noexcept {
    burst_ = Burst();
-   endpoints_->reaper.reap( std::exchange( socket_, Fd() ) );
-}
-
-Fd PacketEndpoint::openSocket() const {
-   Fd socket( ::socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ) );
-   if ( !socket ) {
-      cannotOpenSocket( netNs(), errno );
-   }
-   return socket;
+   sockets_.close();
 }
 
 void PacketEndpoint::burstIs( U32 ifIndex, Quill::String const & deviceName ) {
@@ -98,9 +60,14 @@ void PacketEndpoint::burstIs( U32 ifIndex, Quill::String const & deviceName ) {
    if ( !enabled() || ifIndex == 0 ) {
       return; // send() rejects every packet
    }
+   sockets_.burstIs( ifIndex );
+   auto & timer = endpoints_->closeUnused;
+   if ( endpoints_->pool.extra > 0 && timer && !timer->running() ) {
+      timer->start( PacketEndpointProvider::closeUnusedAfter );
+   }
    ifreq request{};
    request.ifr_ifindex = static_cast< int >( ifIndex );
-   if ( ::ioctl( socket_.get(), SIOCGIFNAME, &request ) < 0 ) {
+   if ( ::ioctl( sockets_.fd(), SIOCGIFNAME, &request ) < 0 ) {
       auto const number = errno;
       return burstRefusedIs( ifIndex, number,
                              number == ENODEV ? "index " + std::to_string( ifIndex ) +
@@ -140,7 +107,7 @@ bool PacketEndpoint::send( Corvid::Pkt const & pkt, U32 ifIndex ) {
    sockaddr_ll device{};
    device.sll_family = AF_PACKET;
    device.sll_ifindex = static_cast< int >( ifIndex );
-   auto const sent = ::sendto( socket_.get(), pkt.data(), pkt.length(), MSG_DONTWAIT,
+   auto const sent = ::sendto( sockets_.fd(), pkt.data(), pkt.length(), MSG_DONTWAIT,
                                reinterpret_cast< sockaddr const * >( &device ), sizeof device );
    if ( sent != static_cast< ssize_t >( pkt.length() ) ) {
       return refuse( ifIndex, sent < 0 ? errno : EMSGSIZE );
@@ -178,19 +145,25 @@ PacketEndpoint::SendError & PacketEndpoint::sendErrorOf( U32 ifIndex ) {
    return sendErrors_[ ifIndex ];
 }
 
-U32 PacketEndpoint::outstandingBytes() const noexcept {
-   int bytes = 0;
-   if ( enabled() && ::ioctl( socket_.get(), SIOCOUTQ, &bytes ) < 0 ) {
-      return 0;
-   }
-   return static_cast< U32 >( bytes );
-}
-
 // --- PacketEndpointProvider ----------------------------------------------------------------------
 
-PacketEndpointProvider::PacketEndpointProvider( NetNsDirectories directories )
+PacketEndpointProvider::PacketEndpointProvider( NetNsDirectories directories,
+                                                Quill::Ptr< Gantry::TaskScheduler > scheduler )
     : shared_( std::make_shared< PacketEndpoints >() ) {
    shared_->directories = std::move( directories );
+   if ( scheduler ) {
+      shared_->closeUnused.emplace( std::move( scheduler ), "packet sockets",
+                                    [ endpoints = shared_.get() ] { closeUnused( *endpoints ); } );
+   }
+}
+
+void PacketEndpointProvider::closeUnused( PacketEndpoints & endpoints ) {
+   for ( auto * const endpoint : endpoints.live ) {
+      endpoint->closeUnused();
+   }
+   if ( endpoints.pool.extra > 0 ) {
+      endpoints.closeUnused->start( closeUnusedAfter );
+   }
 }
 
 Quill::Ptr< Corvid::RawTxPam > PacketEndpointProvider::newRawTxPam( Quill::String name ) {
@@ -206,6 +179,14 @@ PacketEndpointProvider::endpoints( Corvid::NamespaceName const & netNs ) const {
       }
    }
    return found;
+}
+
+U64 PacketEndpointProvider::sharedBursts() const noexcept {
+   U64 sum = 0;
+   for ( auto const * endpoint : shared_->live ) {
+      sum += endpoint->sockets().sharedBursts();
+   }
+   return sum;
 }
 
 } // namespace Valen::Linux

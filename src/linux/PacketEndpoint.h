@@ -1,13 +1,13 @@
 // Raw transmit endpoints on packet sockets.
 //
-// An endpoint has one AF_PACKET socket with protocol 0, which receives nothing. Enabling the endpoint
-// opens the socket inside its namespace. Sending takes one system call per packet and allocates nothing.
-// Closing the socket blocks in the kernel, so the reaper does it.
+// An endpoint has AF_PACKET sockets with protocol 0, which receive nothing: see PacketSockets.h.
+// Enabling the endpoint opens the resident one inside its namespace. Sending takes one system call per
+// packet and allocates nothing. Closing a socket blocks in the kernel, so the reaper does it.
 #pragma once
 
-#include "linux/DescriptorReaper.h"
-#include "linux/NetNs.h"
+#include "linux/PacketSockets.h"
 #include "platform/corvid/RawTxPam.h"
+#include "platform/gantry/Timer.h"
 
 #include <map>
 #include <memory>
@@ -22,16 +22,14 @@ class PacketEndpoint;
 // Shared by the endpoints of one provider.
 struct PacketEndpoints {
    NetNsDirectories directories;
-   DescriptorReaper reaper;
-   std::vector< PacketEndpoint * > live; // all endpoints, enabled or not
+   PacketSocketPool pool;
+   std::vector< PacketEndpoint * > live;       // all endpoints, enabled or not
+   std::optional< Gantry::Timer > closeUnused; // closes extra sockets
 };
 
 class PacketEndpoint final : public Corvid::RawTxPam {
    QUILL_TRACKED( Valen::Linux::PacketEndpoint )
  public:
-   // Bytes that may be queued in the socket. The kernel's default has room for only 96 large frames.
-   static constexpr int sendBufferBytes = 16 << 20;
-
    // Counts since the endpoint was created.
    struct Counters {
       U64 sent = 0;        // packets that the kernel accepted
@@ -64,9 +62,10 @@ class PacketEndpoint final : public Corvid::RawTxPam {
    // No effect if the endpoint is in that state already. The text of an error says what failed and what
    // to do.
    void enabledIs( bool enabled ) override;
-   bool enabled() const noexcept override { return static_cast< bool >( socket_ ); }
+   bool enabled() const noexcept override { return sockets_.isOpen(); }
 
-   // Makes one system call. Clears the error of the device's previous burst.
+   // Makes one system call, and those of PacketSockets::burstIs. Clears the error of the device's
+   // previous burst.
    void burstIs( U32 ifIndex, Quill::String const & deviceName ) override;
 
    // Also fails without a system call: EINVAL for index 0, ENOTCONN if not enabled, ENODEV if the burst
@@ -80,23 +79,27 @@ class PacketEndpoint final : public Corvid::RawTxPam {
    Burst const & burst() const noexcept { return burst_; }
    // The error of the last burst on the device; null if there was none.
    SendError const * sendError( U32 ifIndex ) const noexcept;
-   // Bytes that have not left the machine yet: frames that the kernel accepted may still wait for the
-   // device. Counts the kernel's overhead as well. 0 if not enabled.
-   U32 outstandingBytes() const noexcept;
-   // The namespace of the socket; valid while enabled.
-   NetNsIdentity const & netNsIdentity() const noexcept { return identity_; }
+   // Bytes of the device's frames that have not left the machine yet: frames that the kernel accepted
+   // may still wait for the device. See PacketSockets. 0 if not enabled.
+   U64 outstandingBytes( U32 ifIndex ) const noexcept {
+      return sockets_.outstandingBytes( ifIndex );
+   }
+   // The sockets, for their numbers.
+   PacketSockets const & sockets() const noexcept { return sockets_; }
+   // Closes extra sockets that are not needed any more; the provider does it if it has a scheduler.
+   void closeUnused() noexcept { sockets_.closeUnused(); }
+   // The namespace of the sockets; valid while enabled.
+   NetNsIdentity const & netNsIdentity() const noexcept { return sockets_.netNsIdentity(); }
 
  private:
    void open();
    void close() noexcept;
-   Fd openSocket() const;
    bool refuse( U32 ifIndex, int number );
    SendError & sendErrorOf( U32 ifIndex );
    void burstRefusedIs( U32 ifIndex, int number, std::string text );
 
    std::shared_ptr< PacketEndpoints > const endpoints_;
-   Fd socket_;
-   NetNsIdentity identity_;
+   PacketSockets sockets_;
    Burst burst_;
    int burstRefused_ = 0; // the errno for all packets of the burst; 0: they may be sent
    int lastErrno_ = 0;
@@ -107,7 +110,12 @@ class PacketEndpoint final : public Corvid::RawTxPam {
 // The process's provider (Corvid::rawTxPamProviderIs). The endpoints may outlive it.
 class PacketEndpointProvider final : public Corvid::RawTxPamProvider {
  public:
-   explicit PacketEndpointProvider( NetNsDirectories directories = NetNsDirectories() );
+   // How long an extra socket is kept after its last use, at least; at most twice as long.
+   static constexpr std::chrono::seconds closeUnusedAfter{ 10 };
+
+   //   scheduler   for closing extra sockets; without it, they are closed with their endpoint
+   explicit PacketEndpointProvider( NetNsDirectories directories = NetNsDirectories(),
+                                    Quill::Ptr< Gantry::TaskScheduler > scheduler = nullptr );
 
    Quill::Ptr< Corvid::RawTxPam > newRawTxPam( Quill::String name ) override;
 
@@ -117,9 +125,13 @@ class PacketEndpointProvider final : public Corvid::RawTxPamProvider {
    // All endpoints.
    std::vector< PacketEndpoint * > const & endpoints() const noexcept { return shared_->live; }
 
-   DescriptorReaper & reaper() noexcept { return shared_->reaper; }
+   DescriptorReaper & reaper() noexcept { return shared_->pool.reaper; }
+   // Bursts of all endpoints that had to share a socket; see PacketSockets.
+   U64 sharedBursts() const noexcept;
 
  private:
+   static void closeUnused( PacketEndpoints & endpoints );
+
    std::shared_ptr< PacketEndpoints > const shared_;
 };
 

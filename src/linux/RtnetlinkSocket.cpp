@@ -1,5 +1,7 @@
 #include "linux/RtnetlinkSocket.h"
 
+#include "linux/DescriptorReserve.h"
+
 #include <cerrno>
 #include <linux/rtnetlink.h>
 #include <sys/socket.h>
@@ -8,9 +10,15 @@ namespace Valen::Linux {
 
 namespace {
 
-Fd openInside( NetNs const & netNs ) {
+int openSocket() noexcept {
+   return ::socket( AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE );
+}
+
+// A socket for requests may come from the reserve: a link has to go down even when the process is out of
+// descriptors.
+Fd openInside( NetNs const & netNs, std::optional< int > const & receiveBuffer ) {
    NetNsScope const inside( netNs );
-   Fd fd( ::socket( AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, NETLINK_ROUTE ) );
+   auto fd = receiveBuffer ? Fd( openSocket() ) : DescriptorReserve::ofProcess().open( openSocket );
    if ( !fd ) {
       throwErrno( "cannot open an rtnetlink socket in network namespace \"" +
                      netNs.name.stdString() + "\"",
@@ -29,7 +37,7 @@ void receiveBufferIs( int fd, int bytes ) noexcept {
 } // namespace
 
 RtnetlinkSocket::RtnetlinkSocket( NetNs const & netNs, std::optional< int > receiveBuffer )
-    : fd_( openInside( netNs ) ) {
+    : fd_( openInside( netNs, receiveBuffer ) ) {
    sockaddr_nl address{};
    address.nl_family = AF_NETLINK;
    if ( receiveBuffer ) {

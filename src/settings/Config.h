@@ -2,12 +2,12 @@
 #pragma once
 
 #include "platform/quill/Int.h"
+#include "settings/Frames.h"
 #include "settings/ProcessSettings.h"
 
 #include <map>
 #include <optional>
 #include <string>
-#include <vector>
 
 namespace Settings {
 
@@ -21,9 +21,6 @@ struct InterfaceConfig {
    bool shutdownDelay = true; // whether its shutdown may be delayed
    bool operator==( InterfaceConfig const & ) const = default;
 };
-
-// The frames that one agent has queued, in order of sending. Each is the complete bytes of one.
-using Frames = std::vector< std::string >;
 
 // Valid as a whole: every name is bounded, every reference names something that exists, no two VRFs
 // share a namespace, no device of a VRF carries two interfaces.

@@ -1,11 +1,16 @@
 #include "settings/ConfigFiles.h"
 
+#include "settings/Limits.h"
+#include "settings/OpenFile.h"
+
 #include <algorithm>
 #include <cerrno>
+#include <chrono>
 #include <filesystem>
-#include <fstream>
-#include <iostream>
+#include <functional>
+#include <poll.h>
 #include <system_error>
+#include <unistd.h>
 
 namespace Settings {
 
@@ -25,41 +30,70 @@ std::string errnoText( int number ) {
    return std::generic_category().message( number );
 }
 
-// All of the stream. Throws Unreadable.
-std::string contentOf( std::istream & stream ) {
+// All files together.
+class Budget {
+ public:
+   // Throws Unreadable.
+   void take( std::size_t bytes ) {
+      if ( bytes > left_ ) {
+         throw Unreadable{ "exceeds the limit of " + std::to_string( limit_ ) +
+                           " bytes, of all files together" };
+      }
+      left_ -= bytes;
+   }
+   explicit Budget( std::size_t limit ) : limit_( limit ), left_( limit ) {}
+
+ private:
+   std::size_t const limit_;
+   std::size_t left_;
+};
+
+// All that can be read from the descriptor. `wait` is called before each read. Throws Unreadable.
+std::string contentOf( int descriptor, Budget & budget, std::function< void() > const & wait ) {
    std::string text;
    std::vector< char > chunk( 1u << 16 );
-   errno = 0;
-   while ( stream && text.size() <= maxConfigBytes ) {
-      stream.read( chunk.data(), static_cast< std::streamsize >( chunk.size() ) );
-      text.append( chunk.data(), static_cast< std::size_t >( stream.gcount() ) );
+   for ( ;; ) {
+      wait();
+      auto const got = ::read( descriptor, chunk.data(), chunk.size() );
+      if ( got == 0 ) {
+         return text;
+      }
+      if ( got < 0 && errno != EINTR && errno != EAGAIN ) {
+         throw Unreadable{ "cannot read: " + errnoText( errno ) };
+      }
+      auto const bytes = got < 0 ? 0 : static_cast< std::size_t >( got );
+      budget.take( bytes );
+      text.append( chunk.data(), bytes );
    }
-   if ( text.size() > maxConfigBytes ) {
-      throw Unreadable{ "exceeds the limit of " + std::to_string( maxConfigBytes ) + " bytes" };
-   }
-   if ( stream.bad() || !stream.eof() ) {
-      throw Unreadable{ "cannot read: " + errnoText( errno ? errno : EIO ) };
-   }
-   return text;
 }
 
-std::string contentOf( std::string const & file ) {
+// Until its end, which must come in time: a pipe may never end.
+std::string contentOfStandardInput( Budget & budget ) {
+   if ( ::isatty( STDIN_FILENO ) ) {
+      throw Unreadable{ "is a terminal; expected a file or a pipe" };
+   }
+   auto const end = std::chrono::steady_clock::now() + inputTimeout;
+   return contentOf( STDIN_FILENO, budget, [ & ] {
+      auto const left =
+         std::chrono::ceil< std::chrono::milliseconds >( end - std::chrono::steady_clock::now() );
+      pollfd waiting{ STDIN_FILENO, POLLIN, 0 };
+      if ( left.count() <= 0 || ::poll( &waiting, 1, static_cast< int >( left.count() ) ) == 0 ) {
+         throw Unreadable{ "no end of the input after " + std::to_string( inputTimeout.count() ) +
+                           " s" };
+      }
+   } );
+}
+
+std::string contentOf( std::string const & file, Budget & budget ) {
    if ( file == "-" ) {
-      return contentOf( std::cin );
+      return contentOfStandardInput( budget );
    }
-   std::error_code code;
-   auto const status = fs::status( file, code );
-   if ( fs::is_directory( status ) ) {
-      throw Unreadable{ "cannot read: " + errnoText( EISDIR ) };
+   try {
+      auto const opened = openForReading( file );
+      return contentOf( ::fileno( opened.get() ), budget, [] {} );
+   } catch ( CannotOpen const & e ) {
+      throw Unreadable{ e.text };
    }
-   if ( fs::is_fifo( status ) ) { // opening it would wait indefinitely
-      throw Unreadable{ "cannot read: not a regular file" };
-   }
-   std::ifstream stream( file, std::ios::binary );
-   if ( !stream ) {
-      throw Unreadable{ "cannot open: " + errnoText( errno ) };
-   }
-   return contentOf( stream );
 }
 
 bool isDropIn( fs::path const & path ) {
@@ -103,9 +137,9 @@ DropIns dropInsIn( fs::path const & directory ) {
    return found;
 }
 
-ConfigText textOf( std::string const & file ) {
+ConfigText textOf( std::string const & file, Budget & budget ) {
    try {
-      return { file, contentOf( file ) };
+      return { file, contentOf( file, budget ) };
    } catch ( Unreadable const & e ) {
       return { file, "", e.text };
    }
@@ -127,7 +161,8 @@ void add( std::vector< fs::path > & dropIns, fs::path const & file ) {
 } // namespace
 
 ConfigResult readConfig( std::string const & file, std::string const & dropIn ) {
-   std::vector< ConfigText > texts{ textOf( file ) };
+   Budget budget( maxConfigBytes );
+   std::vector< ConfigText > texts{ textOf( file, budget ) };
    DropIns dropIns;
    if ( file != "-" ) {
       auto const directory = fs::path( file ).parent_path() / dropInDirectory;
@@ -141,7 +176,7 @@ ConfigResult readConfig( std::string const & file, std::string const & dropIn ) 
       add( dropIns.files, dropIn );
    }
    for ( auto const & path : dropIns.files ) {
-      texts.push_back( textOf( path.string() ) );
+      texts.push_back( textOf( path.string(), budget ) );
    }
    auto result = parseConfig( texts );
    if ( !dropIn.empty() && !isDropIn( dropIn ) ) {
@@ -156,7 +191,8 @@ ConfigResult readConfig( std::string const & file, std::string const & dropIn ) 
 }
 
 ConfigResult readConfigFile( std::string const & file ) {
-   return parseConfig( { textOf( file ) } );
+   Budget budget( maxWrittenBytes );
+   return parseConfig( { textOf( file, budget ) } );
 }
 
 } // namespace Settings

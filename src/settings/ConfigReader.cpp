@@ -2,6 +2,7 @@
 
 #include "platform/corvid/NamespaceName.h"
 #include "settings/FrameText.h"
+#include "settings/Limits.h"
 #include "settings/YamlReader.h"
 #include "types/L3Types.h"
 
@@ -41,7 +42,7 @@ class ConfigReader : private YamlReader {
       each( interfaces_, "interfaces", [ & ]( auto const & node ) { readInterface( node ); } );
       each( agents_, "agents", [ & ]( auto const & node ) { readAgent( node ); } );
       sources_.files = files();
-      return { std::move( config_ ), sortedErrors(), std::move( sources_ ) };
+      return { std::move( config_ ), listedErrors(), std::move( sources_ ) };
    }
 
  private:
@@ -186,7 +187,7 @@ class ConfigReader : private YamlReader {
 
    void checkNamespace( YAML::Node const & node, std::string const & vrf,
                         std::string const & space ) {
-      if ( space == Corvid::NamespaceName::defaultNamespace().view() ) {
+      if ( space == defaultVrf ) {
          return error( node, "namespace \"default\" is reserved for VRF \"default\", the network "
                              "namespace of valend; use another name" );
       }
@@ -295,21 +296,33 @@ class ConfigReader : private YamlReader {
                                                       quoted( interface ) +
                                                       "; expected a list of one or more" );
       }
-      auto & frames = config_.agents[ agent ][ interface ];
+      FrameList frames;
       sequence( node, interface, [ & ]( auto const & frame ) { readFrame( frame, frames ); } );
+      config_.agents[ agent ].emplace( interface, std::move( frames ) );
    }
 
-   void readFrame( YAML::Node const & node, Frames & frames ) {
+   void readFrame( YAML::Node const & node, FrameList & frames ) {
+      if ( tooManyFrames_ ) { // which was reported; aliases may stand for millions
+         return;
+      }
       if ( !node.IsScalar() ) {
          return error( node, "a frame must be text: hexadecimal digits, \"base64:...\", "
                              "\"pcap:...\" or \"pcapng:...\"" );
       }
       try {
          for ( auto & frame : framesOf( node.Scalar(), directoryOf( file() ) ) ) {
+            frameBytes_ += frame.size();
+            ++frames_;
             frames.push_back( std::move( frame ) );
          }
       } catch ( FrameError const & e ) {
          error( node, e.what() );
+      }
+      if ( frames_ > maxConfigFrames || frameBytes_ > maxConfigFrameBytes ) {
+         tooManyFrames_ = true;
+         error( node, "more than " + std::to_string( maxConfigFrames ) + " frames or " +
+                         std::to_string( maxConfigFrameBytes ) +
+                         " bytes in frames, which is the limit" );
       }
    }
 
@@ -321,6 +334,9 @@ class ConfigReader : private YamlReader {
    std::map< std::pair< std::string, std::string >, std::string > interfaceOfDevice_; // in a VRF
    std::map< std::pair< std::string, std::string >, YAML::Node > agentsOfFile_; // by file and name
    Sources sources_;
+   std::size_t frames_ = 0;
+   std::size_t frameBytes_ = 0;
+   bool tooManyFrames_ = false;
    bool isWhole_ = true; // all files so far were read and parsed
 };
 

@@ -2,10 +2,12 @@
 
 #include "settings/Counted.h"
 #include "settings/Hex.h"
+#include "settings/Limits.h"
+#include "settings/OpenFile.h"
 
 #include <algorithm>
 #include <charconv>
-#include <filesystem>
+#include <map>
 #include <memory>
 #include <pcap/pcap.h>
 
@@ -59,20 +61,24 @@ Numbers numbersOf( std::string const & file, std::string_view text ) {
 using Capture = std::unique_ptr< pcap_t, void ( * )( pcap_t * ) >;
 
 Capture openCapture( std::string const & file ) {
-   std::error_code code;
-   auto const status = std::filesystem::status( file, code );
-   if ( !std::filesystem::exists( status ) ) {
-      auto const why = code ? code : std::make_error_code( std::errc::no_such_file_or_directory );
-      reject( file, "cannot open: " + why.message() + "; expected a pcap or pcapng file" );
+   static constexpr char const * expected = "; expected a pcap or pcapng file";
+   try {
+      auto opened = openForReading( file );
+      char text[ PCAP_ERRBUF_SIZE ] = "";
+      Capture capture( pcap_fopen_offline( opened.get(), text ), pcap_close );
+      if ( !capture ) {
+         reject( file, ( *text ? std::string( text ) : "not readable" ) + expected );
+      }
+      [[maybe_unused]] auto const closedByPcap = opened.release();
+      return capture;
+   } catch ( CannotOpen const & e ) {
+      reject( file,
+              ( e.why == CannotOpen::Why::missing ? e.text : "not a regular file" ) + expected );
    }
-   if ( !std::filesystem::is_regular_file( status ) ) { // opening a pipe would block
-      reject( file, "not a regular file; expected a pcap or pcapng file" );
-   }
-   char text[ PCAP_ERRBUF_SIZE ] = "";
-   Capture capture( pcap_open_offline( file.c_str(), text ), pcap_close );
-   if ( !capture ) {
-      reject( file, std::string( text ) + "; expected a pcap or pcapng file" );
-   }
+}
+
+Capture openEthernetCapture( std::string const & file ) {
+   auto capture = openCapture( file );
    auto const type = pcap_datalink( capture.get() );
    if ( type != DLT_EN10MB ) {
       auto const * const name = pcap_datalink_val_to_name( type );
@@ -96,12 +102,20 @@ std::string frameOf( std::string const & file, std::size_t number, pcap_pkthdr c
    return std::string( reinterpret_cast< char const * >( bytes ), header.caplen );
 }
 
+void requireBytes( std::string const & file, std::size_t bytes ) {
+   if ( bytes > maxConfigFrameBytes ) {
+      reject( file, "more than " + std::to_string( maxConfigFrameBytes ) +
+                       " bytes in frames, which is the limit" );
+   }
+}
+
 // The frames of the sorted `numbers`, each once.
 std::map< std::size_t, std::string > readFrames( std::string const & file,
                                                  Numbers const & numbers ) {
-   auto const capture = openCapture( file );
+   auto const capture = openEthernetCapture( file );
    std::map< std::size_t, std::string > frames;
    std::size_t count = 0;
+   std::size_t bytesRead = 0;
    for ( auto const number : numbers ) {
       while ( count < number ) {
          pcap_pkthdr * header = nullptr;
@@ -117,6 +131,8 @@ std::map< std::size_t, std::string > readFrames( std::string const & file,
          }
          if ( ++count == number ) {
             frames[ number ] = frameOf( file, number, *header, bytes );
+            bytesRead += header->caplen;
+            requireBytes( file, bytesRead );
          }
       }
    }
@@ -125,20 +141,26 @@ std::map< std::size_t, std::string > readFrames( std::string const & file,
 
 } // namespace
 
-Frames framesFromFile( std::string_view text, std::string const & directory ) {
+FrameList framesFromFile( std::string_view text, std::string const & directory ) {
    auto const hash = text.rfind( '#' );
    if ( hash == 0 || hash == text.npos ) {
       throw FrameError( "expected a file and frame numbers, such as \"pcap:FILE#1,3-5\"" );
    }
    auto const name = std::string( text.substr( 0, hash ) );
+   if ( name.find( '\0' ) != name.npos ) { // the kernel, and what() of an error, would end there
+      throw FrameError( "the name of a capture file contains a NUL byte" );
+   }
    auto const file = name.starts_with( '/' ) ? name : directory + name;
    auto const numbers = numbersOf( file, text.substr( hash + 1 ) );
    auto sorted = numbers;
    std::sort( sorted.begin(), sorted.end() );
    sorted.erase( std::unique( sorted.begin(), sorted.end() ), sorted.end() );
    auto const found = readFrames( file, sorted );
-   Frames frames;
+   FrameList frames;
+   std::size_t bytes = 0;
    for ( auto const number : numbers ) {
+      bytes += found.at( number ).size();
+      requireBytes( file, bytes );
       frames.push_back( found.at( number ) );
    }
    return frames;

@@ -1,7 +1,7 @@
 // Frames of capture files.
 #pragma once
 
-#include "settings/Config.h"
+#include "settings/Frames.h"
 
 #include <string>
 #include <string_view>
@@ -13,6 +13,6 @@ inline constexpr std::size_t maxFramesOfText = 10'000;
 
 // The frames that `text`, "FILE#1,3-5", names, in its order. FILE is a pcap or pcapng file of complete
 // Ethernet frames, relative to `directory`, which ends in "/" or is empty. Throws FrameError.
-Frames framesFromFile( std::string_view text, std::string const & directory );
+FrameList framesFromFile( std::string_view text, std::string const & directory );
 
 } // namespace Settings

@@ -63,7 +63,7 @@ std::string bytesFromBase64( std::string_view text ) {
    return bytes;
 }
 
-Frames framesOf( std::string_view text, std::string const & directory ) {
+FrameList framesOf( std::string_view text, std::string const & directory ) {
    if ( takePrefix( text, "base64:" ) ) {
       return { requireHeader( bytesFromBase64( text ) ) };
    }

@@ -1,7 +1,7 @@
 // Frames as the configuration writes them: hexadecimal digits, base64, or frames of a capture file.
 #pragma once
 
-#include "settings/Config.h"
+#include "settings/Frames.h"
 #include "settings/Hex.h"
 
 #include <string>
@@ -15,7 +15,7 @@ namespace Settings {
 //   pcap:FILE#1,3-5           frames of a capture file, counted from 1. "pcapng:" means the same: the
 //                             file's content decides which it is. FILE is relative to `directory`.
 // Throws FrameError; an error of a file begins with the file's path.
-Frames framesOf( std::string_view text, std::string const & directory );
+FrameList framesOf( std::string_view text, std::string const & directory );
 
 // The bytes of base64 text. Throws FrameError.
 std::string bytesFromBase64( std::string_view text );

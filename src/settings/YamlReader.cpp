@@ -1,10 +1,11 @@
 #include "settings/YamlReader.h"
 
+#include "settings/Counted.h"
+#include "settings/Limits.h"
+#include "settings/YamlOutline.h"
+
 #include <algorithm>
-#include <sstream>
 #include <tuple>
-#include <utility>
-#include <yaml-cpp/eventhandler.h>
 
 namespace Settings {
 
@@ -19,50 +20,9 @@ std::string listed( std::vector< std::string > const & names ) {
    return text;
 }
 
-// Collects the place where each document of a stream begins: its first node.
-class Beginnings final : public YAML::EventHandler {
- public:
-   std::vector< YAML::Mark > marks;
-
-   void OnDocumentStart( YAML::Mark const & ) override { inside_ = false; }
-   void OnDocumentEnd() override {}
-   void OnNull( YAML::Mark const & mark, YAML::anchor_t ) override { node( mark ); }
-   void OnAlias( YAML::Mark const & mark, YAML::anchor_t ) override { node( mark ); }
-   void OnScalar( YAML::Mark const & mark, std::string const &, YAML::anchor_t,
-                  std::string const & ) override {
-      node( mark );
-   }
-   void OnSequenceStart( YAML::Mark const & mark, std::string const &, YAML::anchor_t,
-                         YAML::EmitterStyle::value ) override {
-      node( mark );
-   }
-   void OnSequenceEnd() override {}
-   void OnMapStart( YAML::Mark const & mark, std::string const &, YAML::anchor_t,
-                    YAML::EmitterStyle::value ) override {
-      node( mark );
-   }
-   void OnMapEnd() override {}
-
- private:
-   void node( YAML::Mark const & mark ) {
-      if ( !std::exchange( inside_, true ) ) {
-         marks.push_back( mark );
-      }
-   }
-
-   bool inside_ = false;
-};
-
-// Where the first two documents begin. Asking for all of them would loop forever, because the parser
-// does not advance past a comma at the beginning of a document.
-std::vector< YAML::Mark > beginningsIn( std::string const & text ) {
-   std::istringstream stream( text );
-   YAML::Parser parser( stream );
-   Beginnings beginnings;
-   if ( parser.HandleNextDocument( beginnings ) ) {
-      parser.HandleNextDocument( beginnings );
-   }
-   return beginnings.marks;
+// One after the other, as they are listed.
+auto order( std::size_t file, Place const & place ) {
+   return std::tuple( file, place.line, place.column );
 }
 
 } // namespace
@@ -77,7 +37,9 @@ void YamlReader::fileIs( std::string const & file ) {
 
 YAML::Node YamlReader::document( std::string const & text ) {
    try {
-      auto const begins = beginningsIn( text );
+      auto const outline = outlineOf( text, maxValues - values_ );
+      values_ += outline.values;
+      auto const & begins = outline.documents;
       if ( begins.size() > 1 ) {
          error( begins[ 1 ], begins[ 1 ].pos == begins[ 0 ].pos
                                 ? "not valid YAML here"
@@ -86,8 +48,10 @@ YAML::Node YamlReader::document( std::string const & text ) {
       return YAML::Load( text );
    } catch ( YAML::Exception const & e ) {
       error( e.mark, "not valid YAML: " + e.msg );
-      return YAML::Node();
+   } catch ( YamlTooLarge const & e ) {
+      error( e.mark, e.text );
    }
+   return YAML::Node();
 }
 
 Place YamlReader::placeOf( YAML::Mark const & mark ) const {
@@ -99,19 +63,26 @@ void YamlReader::error( YAML::Node const & node, std::string text ) {
 }
 
 void YamlReader::error( YAML::Mark const & mark, std::string text ) {
-   errors_.push_back( { current_, { placeOf( mark ), std::move( text ) } } );
+   ++errorCount_;
+   Found found{ current_, { placeOf( mark ), std::move( text ) } };
+   auto const place = std::upper_bound(
+      errors_.begin(), errors_.end(), found, []( auto const & a, auto const & b ) {
+         return order( a.file, a.error.place ) < order( b.file, b.error.place );
+      } );
+   errors_.insert( place, std::move( found ) );
+   if ( errors_.size() > maxErrors ) {
+      errors_.pop_back();
+   }
 }
 
-std::vector< ConfigError > YamlReader::sortedErrors() {
-   auto const order = []( Found const & found ) {
-      auto const & place = found.error.place;
-      return std::tuple( found.file, place.line, place.column );
-   };
-   std::stable_sort( errors_.begin(), errors_.end(),
-                     [ & ]( auto const & a, auto const & b ) { return order( a ) < order( b ); } );
+std::vector< ConfigError > YamlReader::listedErrors() {
    std::vector< ConfigError > errors;
    for ( auto & found : errors_ ) {
       errors.push_back( std::move( found.error ) );
+   }
+   if ( errorCount_ > errors.size() ) {
+      errors.push_back( { { errors.back().place.file },
+                          "and " + counted( errorCount_ - errors.size(), "more error" ) } );
    }
    return errors;
 }
@@ -138,19 +109,19 @@ void YamlReader::keyed( YAML::Node const & node, std::string const & what,
    if ( !node.IsMap() ) {
       return error( node, what + " must be a mapping (\"key: value\" lines)" );
    }
-   std::map< std::string, Place > seen;
+   std::map< std::string_view, YAML::Mark > seen;
    for ( auto const & entry : node ) {
       if ( !entry.first.IsScalar() ) {
          error( entry.first, "a key in " + what + " is not text; expected a name" );
          continue;
       }
       auto const & key = entry.first.Scalar();
-      auto const [ first, added ] = seen.emplace( key, placeOf( entry.first ) );
+      auto const [ first, added ] = seen.emplace( key, entry.first.Mark() );
       if ( added ) {
          handler( entry.first, entry.second );
       } else {
-         error( entry.first,
-                "duplicate key \"" + key + "\" in " + what + firstDefinedAt( first->second ) );
+         error( entry.first, "duplicate key \"" + key + "\" in " + what +
+                                firstDefinedAt( placeOf( first->second ) ) );
       }
    }
 }

@@ -31,8 +31,9 @@ class YamlReader {
    Place placeOf( YAML::Node const & node ) const { return placeOf( node.Mark() ); }
    void error( YAML::Node const & node, std::string text );
    void error( YAML::Mark const & mark, std::string text );
-   std::vector< ConfigError > sortedErrors();
-   std::size_t errorCount() const { return errors_.size(); }
+   // In order of files and places, at most maxErrors (Limits.h); then how many more there are.
+   std::vector< ConfigError > listedErrors();
+   std::size_t errorCount() const { return errorCount_; }
 
    // Calls the handler of each key that `node` has. `what` is the mapping's name in errors.
    void mapping( YAML::Node const & node, std::string const & what,
@@ -73,7 +74,9 @@ class YamlReader {
 
    std::vector< std::string > files_;
    std::size_t current_ = 0;
-   std::vector< Found > errors_;
+   std::vector< Found > errors_; // the first ones, in order
+   std::size_t errorCount_ = 0;
+   std::size_t values_ = 0; // of the documents so far
 };
 
 } // namespace Settings

@@ -1,17 +1,29 @@
 #include "valend/Daemon.h"
 
+#include "linux/DescriptorReserve.h"
+#include "platform/quill/Fault.h"
 #include "settings/Counted.h"
 #include "valend/base/Log.h"
 #include "valend/base/MessageIds.h"
 #include "valend/base/Notify.h"
 #include "valend/shutdown/ShutdownLog.h"
 
+#include <algorithm>
 #include <csignal>
+#include <iterator>
 
 namespace Valend {
 
+using Valen::Linux::DescriptorReserve;
 using Valen::Linux::NetNsDirectories;
 using Valen::Linux::NetNsWatcher;
+
+namespace {
+
+// How long a daemon that stops waits for the disk.
+constexpr std::chrono::seconds fileTimeout{ 20 };
+
+} // namespace
 
 Daemon::Daemon( Settings::ConfigResult const & read,
                 std::vector< Settings::ConfigError > const & rejected, Options const & options )
@@ -22,11 +34,16 @@ Daemon::Daemon( Settings::ConfigResult const & read,
               // Levels on the command line are for debugging in the foreground.
               options.process.given( "trace.levels" ) ? TraceHub::WithoutFile::standardError
                                                       : TraceHub::WithoutFile::nowhere ),
-      endpoints_( netNsDirectories_ ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
+      endpoints_( netNsDirectories_, loop_.scheduler() ), descriptorLimit_( conditions_ ),
+      links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
+      fileWorker_( loop_, "valen-files", fileTimeout ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
-      publishedFile_( process_.value( "state-directory" ), conditions_ ),
+      publishedFile_( process_.value( "state-directory" ), conditions_, fileWorker_,
+                      loop_.scheduler() ),
       publications_( feeder_,
-                     [ this ]( auto const & messages ) { publishedFile_.write( messages ); } ),
+                     [ this ]( auto const & agent, auto const & interface, auto const & frames ) {
+                        publishedFile_.save( { agent, interface, frames } );
+                     } ),
       faults_( [ this ]( auto const & fault ) {
          if ( Valen::isVrfSetupFault( fault ) ) {
             feeder_.vrfFailed( fault.key, fault.text );
@@ -36,7 +53,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       controller_( store_, feeder_.config(), links_, journal_, loop_.scheduler(),
                    loop_.workQueue() ),
       report_( store_, feeder_, links_, controller_ ),
-      readinessLoss_( feeder_, report_, loop_.scheduler() ),
+      readinessLoss_( feeder_, report_, loop_.scheduler(), loop_.workQueue() ),
       metrics_( { store_, feeder_, links_, controller_, faults_, conditions_,
                   [ this ] {
                      return Metrics::Clients{ server_.connections(), server_.dropped() };
@@ -50,15 +67,18 @@ Daemon::Daemon( Settings::ConfigResult const & read,
                         feeder_.namespaceChanged( name.stdString() );
                      } ),
       lastConfiguration_( options.config == "-" ? "" : process_.value( "state-directory" ),
-                          options.config, conditions_, loop_.scheduler() ),
-      configurator_( options.config, options.process, conditions_,
-                     [ this ]( auto const & config ) { configIs( config ); } ),
+                          options.config, conditions_, fileWorker_, loop_.scheduler() ),
+      configurator_( options.config, options.process, conditions_, loop_,
+                     [ this ]( auto const & plan ) { return stepsTo( plan ); } ),
       access_( process_.value( "read-group" ), process_.value( "admin-group" ) ),
       api_( { store_, feeder_, publications_, links_, controller_, faults_, conditions_, metrics_,
               trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue(),
               [ this ]( auto const & done ) { reload( done ); },
+              [ this ]( auto const & done ) { publishedFile_.whenSaved( done ); },
               [ this ] { netNsWatcher_.rescan(); } } ),
-      server_( loop_, process_.value( "socket" ), api_ ), watchdog_( loop_.scheduler() ) {
+      server_( loop_, process_.value( "socket" ), api_, Varlink::Limits(),
+               [] { return DescriptorReserve::ofProcess().hasRoom(); } ),
+      watchdog_( loop_.scheduler() ) {
    loop_.signalIs( SIGTERM, [ this ] { stop( "SIGTERM" ); } );
    loop_.signalIs( SIGINT, [ this ] { stop( "SIGINT" ); } );
    loop_.signalIs( SIGHUP, [ this ] { hangup(); } );
@@ -70,7 +90,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       [ this ]( auto const & place, auto seen ) { controller_.linkSeen( place, seen ); } );
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
-   publications_.resume( publishedFile_.read() );
+   publications_.resume( publishedMessages() );
    configurator_.start( read, rejected );
    library_ = Valen::runnabilitySmFactory(
       store_.configDir, store_.agentConfigDir, store_.allIntfConfigDir, store_.allIntfStatusDir,
@@ -94,15 +114,68 @@ NetNsDirectories Daemon::netNsDirectoriesOf( Settings::ProcessConfig const & pro
    return NetNsDirectories( std::move( directories ) );
 }
 
-void Daemon::configIs( Settings::Config const & config ) {
-   std::set< std::string > netNss{ config.netNsOf( Settings::defaultVrf ) };
-   for ( auto const & [ vrf, netNs ] : config.vrfs ) {
-      netNss.insert( netNs );
+std::vector< Publications::Message > Daemon::publishedMessages() {
+   std::vector< Publications::Message > messages;
+   for ( auto const & [ agent, interface, frames ] : publishedFile_.read() ) {
+      messages.push_back( { agent, interface, frames, Publications::Lifetime::kept, 0 } );
    }
-   links_.netNssAre( netNss );
-   access_.refresh(); // a group may have been added
-   publications_.configIs( config );
-   lastConfiguration_.keep( config );
+   return messages;
+}
+
+// Namespaces are followed before an interface is in them, and left after the last interface has left.
+Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
+   std::set< std::string > wanted{ plan->config().netNsOf( Settings::defaultVrf ) };
+   for ( auto const & [ vrf, netNs ] : plan->config().vrfs ) {
+      wanted.insert( netNs );
+   }
+   return { readinessLoss_.readyInto( readyBefore_ ),
+            followStep( wanted ),
+            [ this, plan, netNss = wanted.size() ] {
+               descriptorLimit_.check( netNss, Varlink::Limits().connections );
+               access_.refresh(); // a group may have been added
+               publications_.begin( plan );
+               return false;
+            },
+            [ this ] {
+               Quill::underFaultBoundary(
+                  { typeid( Feeder ), "Feeder" }, [] { return std::string( "a step" ); },
+                  [ this ] { feeder_.step(); } );
+               return feeder_.applying();
+            },
+            leaveStep( wanted ),
+            [ this, plan ] {
+               lastConfiguration_.keep( plan );
+               return false;
+            } };
+}
+
+Slices::Step Daemon::followStep( std::set< std::string > const & netNss ) {
+   std::vector< std::string > missing;
+   std::set_difference( netNss.begin(), netNss.end(), netNss_.begin(), netNss_.end(),
+                        std::back_inserter( missing ) );
+   return [ this, missing = std::move( missing ) ]() mutable {
+      if ( missing.empty() ) {
+         return false;
+      }
+      netNss_.insert( missing.back() );
+      missing.pop_back();
+      links_.netNssAre( netNss_ );
+      return true;
+   };
+}
+
+Slices::Step Daemon::leaveStep( std::set< std::string > const & netNss ) {
+   return [ this, netNss ] {
+      auto const unused =
+         std::find_if( netNss_.begin(), netNss_.end(),
+                       [ & ]( auto const & netNs ) { return !netNss.contains( netNs ); } );
+      if ( unused == netNss_.end() ) {
+         return false;
+      }
+      netNss_.erase( unused );
+      links_.netNssAre( netNss_ );
+      return true;
+   };
 }
 
 void Daemon::resumeShutdowns() {
@@ -121,22 +194,29 @@ void Daemon::reload( std::function< void( Reloaded const & ) > const & done ) {
    } catch ( Quill::ErrnoException const & e ) {
       log( LogLevel::error, e.text() + "; tracing to the old file" );
    }
-   auto const ready = readinessLoss_.ready();
-   auto const changes = configurator_.reload();
+   configurator_.reload( [ this, done ]( auto const & outcome ) { reloadEnded( outcome, done ); } );
+}
+
+void Daemon::reloadEnded( Configurator::Outcome const & outcome,
+                          std::function< void( Reloaded const & ) > const & done ) {
+   if ( outcome.rejected ) {
+      return done( { {}, {}, {}, outcome.rejected } );
+   }
+   bool const isFirst = std::exchange( lastReload_, outcome.number ) != outcome.number;
    auto const warnings = configurator_.active().warnings;
-   readinessLoss_.reportSince( ready, [ changes, warnings, done ]( auto const & lost ) {
-      for ( auto const & [ interface, why ] : lost ) {
-         log( LogLevel::warning, interface + ": no longer ready after the reload: " + why );
-      }
-      done( { changes, warnings, lost } );
-   } );
+   readinessLoss_.reportSince(
+      readyBefore_, [ changes = outcome.changes, warnings, done, isFirst ]( auto const & lost ) {
+         for ( auto const & [ interface, why ] : lost ) {
+            if ( isFirst ) { // of those who asked for it
+               log( LogLevel::warning, interface + ": no longer ready after the reload: " + why );
+            }
+         }
+         done( { changes, warnings, lost, std::nullopt } );
+      } );
 }
 
 void Daemon::hangup() {
-   try {
-      reload( []( auto const & ) {} );
-   } catch ( Refusal const & ) { // logged, with all errors
-   }
+   reload( []( auto const & ) {} ); // errors are logged
 }
 
 void Daemon::run() {

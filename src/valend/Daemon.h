@@ -7,6 +7,7 @@
 #include "valend/Options.h"
 #include "valend/api/Api.h"
 #include "valend/base/Conditions.h"
+#include "valend/base/DescriptorLimit.h"
 #include "valend/base/StateDirectory.h"
 #include "valend/base/Watchdog.h"
 #include "valend/configuration/Configurator.h"
@@ -40,9 +41,14 @@ class Daemon {
    static Valen::Linux::NetNsDirectories
    netNsDirectoriesOf( Settings::ProcessConfig const & process );
 
-   void configIs( Settings::Config const & config );
+   Configurator::Steps stepsTo( PlanPtr const & plan );
+   Slices::Step followStep( std::set< std::string > const & netNss );
+   Slices::Step leaveStep( std::set< std::string > const & netNss );
+   std::vector< Publications::Message > publishedMessages();
    void resumeShutdowns();
    void reload( std::function< void( Reloaded const & ) > const & done );
+   void reloadEnded( Configurator::Outcome const & outcome,
+                     std::function< void( Reloaded const & ) > const & done );
    void hangup();
    void stop( char const * signal );
 
@@ -53,8 +59,11 @@ class Daemon {
    TraceHub trace_;
    Valen::Linux::PacketEndpointProvider endpoints_;
    Conditions conditions_;
+   DescriptorLimit descriptorLimit_;
    KernelLinks links_;
    Store store_;
+   // After the loop has ended, it waits for the disk for a bounded time.
+   Valen::Linux::Worker fileWorker_;
    Feeder feeder_;
    PublishedFile publishedFile_;
    Publications publications_;
@@ -67,6 +76,9 @@ class Daemon {
    MetricsFile metricsFile_;
    Valen::Linux::NetNsWatcher netNsWatcher_;
    LastConfiguration lastConfiguration_;
+   std::set< std::string > netNss_;         // whose devices are watched
+   std::vector< std::string > readyBefore_; // interfaces, before the last reload
+   U64 lastReload_ = 0;                     // whose losses of readiness are logged
    Configurator configurator_;
    Access access_;
    Api api_;

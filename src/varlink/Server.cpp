@@ -9,9 +9,11 @@ namespace Varlink {
 
 using Valen::Linux::Fd;
 
-Server::Server( Valen::Linux::EventLoop & loop, std::string path, Service & service, Limits limits )
+Server::Server( Valen::Linux::EventLoop & loop, std::string path, Service & service, Limits limits,
+                Room room )
     : loop_( loop ), path_( std::move( path ) ), service_( service ), limits_( limits ),
-      listener_( path_ ), pause_( loop.scheduler(), "varlink socket", [ this ] { listen(); } ),
+      room_( std::move( room ) ), listener_( path_ ),
+      pause_( loop.scheduler(), "varlink socket", [ this ] { listen(); } ),
       posted_( loop.workQueue(), "varlink server" ) {
    listen();
 }
@@ -57,7 +59,7 @@ bool Server::admit( Caller const & caller ) {
       } );
    bool const tooManyOfUser =
       !caller.isRoot() && static_cast< std::size_t >( ofUser ) >= limits_.connectionsPerUser;
-   if ( !tooManyOfUser && connections_.size() < limits_.connections ) {
+   if ( !tooManyOfUser && connections_.size() < limits_.connections && ( !room_ || room_() ) ) {
       return true;
    }
    auto * const candidate =

@@ -14,10 +14,13 @@ namespace Varlink {
 
 class Server {
  public:
-   // Listens at `path`, as a ListeningSocket. `loop` and `service` must outlive the server. Throws what
-   // that throws.
+   // Whether the process can do without the descriptor of another client.
+   using Room = std::function< bool() >;
+
+   // Listens at `path`, as a ListeningSocket. `loop` and `service` must outlive the server. Without `room`,
+   // there always is. Throws what that throws.
    Server( Valen::Linux::EventLoop & loop, std::string path, Service & service,
-           Limits limits = Limits() );
+           Limits limits = Limits(), Room room = nullptr );
    ~Server(); // closes all connections, removes the socket
    Server( Server const & ) = delete;
    Server & operator=( Server const & ) = delete;
@@ -38,6 +41,7 @@ class Server {
    std::string const path_;
    Service & service_;
    Limits const limits_;
+   Room const room_;
    ListeningSocket const listener_;
    Gantry::Timer pause_; // when the process is out of descriptors
    Gantry::PostedWork posted_;

@@ -81,7 +81,6 @@ class RunningDaemonTest(unittest.TestCase):
         run("ip", "link", "add", device, "type", "veth", "peer", "name", far)
         self.addCleanup(run, "ip", "link", "delete", device)
         for end in device, far:
-            pathlib.Path(f"/proc/sys/net/ipv6/conf/{end}/disable_ipv6").write_text("1", encoding="ascii")
             run("ip", "link", "set", end, "up")
 
     def configure(self, delay_ms):

@@ -3,6 +3,7 @@
 
 #include "platform/quill/Exception.h"
 
+#include <fcntl.h>
 #include <gtest/gtest.h>
 #include <linux/capability.h>
 #include <sys/resource.h>
@@ -21,6 +22,15 @@ inline void dropCapability( unsigned dropped ) {
    data[ dropped / 32 ].permitted &= mask;
    data[ dropped / 32 ].inheritable &= mask;
    ASSERT_EQ( ::syscall( SYS_capset, &header, data ), 0 );
+}
+
+// The limit that leaves the process `count` descriptors.
+inline int limitLeaving( int count ) {
+   int limit = 0;
+   for ( int left = 0; left < count || ::fcntl( limit, F_GETFD ) >= 0; ++limit ) {
+      left += ::fcntl( limit, F_GETFD ) < 0;
+   }
+   return limit;
 }
 
 // While it exists, only descriptors below `limit` can be opened.

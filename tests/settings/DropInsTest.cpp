@@ -1,5 +1,6 @@
 // The main file and its drop-ins, read as one configuration; files that cannot be read.
 #include "settings/ConfigFiles.h"
+#include "settings/Limits.h"
 #include "tests/settings/CaptureFile.h"
 #include "tests/support/WorkDirectory.h"
 
@@ -219,7 +220,9 @@ TEST_F( DropInsTest, AnErrorSaysWhyAFileCannotBeRead ) {
 TEST_F( DropInsTest, AFileBeyondTheLimitIsRejected ) {
    directory.write( "valen.yaml", "" );
    std::filesystem::resize_file( directory / "valen.yaml", maxConfigBytes + 1 );
-   EXPECT_THAT( errors(), ElementsAre( "valen.yaml: exceeds the limit of 67108864 bytes" ) );
+   EXPECT_THAT(
+      errors(),
+      ElementsAre( "valen.yaml: exceeds the limit of 16777216 bytes, of all files together" ) );
 }
 
 } // namespace

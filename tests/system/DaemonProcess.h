@@ -55,7 +55,7 @@ class Process {
    Process( Process const & ) = delete;
    Process & operator=( Process const & ) = delete;
 
-   pid_t id() const { return pid_; }
+   pid_t pid() const { return pid_; }
    void signal( int number ) const { ::kill( pid_, number ); }
    bool running() {
       int status = 0;

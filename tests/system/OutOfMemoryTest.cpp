@@ -17,7 +17,7 @@ class OutOfMemorySystemTest : public RunningDaemonTest {
    // threads have a lot of that in reserve.)
    void limitMemory() const {
       rlimit const limit{ 1, RLIM_INFINITY };
-      ASSERT_EQ( ::prlimit( daemon_->id(), RLIMIT_DATA, &limit, nullptr ), 0 );
+      ASSERT_EQ( ::prlimit( daemon_->pid(), RLIMIT_DATA, &limit, nullptr ), 0 );
    }
 };
 

@@ -4,6 +4,7 @@
 #include "tests/system/RunningDaemon.h"
 
 #include <algorithm>
+#include <atomic>
 #include <filesystem>
 #include <gmock/gmock.h>
 
@@ -302,6 +303,40 @@ TEST_F( ReconfigureTest, TheServiceManagerIsNotifiedOfEachReload ) {
    reload( parts );
    EXPECT_THAT( manager.received(), ::testing::StartsWith( "RELOADING=1" ) );
    EXPECT_EQ( manager.received(), "READY=1\nSTATUS=Configuration reloaded: 1 change" );
+}
+
+// --- A large configuration -----------------------------------------------------------------------
+
+TEST_F( ReconfigureTest, WhileALargeConfigurationIsReadAndAppliedNothingWaits ) {
+   startWith( {} );
+   Parts large;
+   auto const bytes = hex( std::string( 8000, 'x' ) );
+   large.lldp = "{Ethernet1: [" + hex( "new" );
+   for ( int i = 0; i < 300; ++i ) {
+      large.lldp += ", " + bytes;
+   }
+   large.lldp += "], Ethernet2: [" + hex( "red" ) + "]}";
+   large.interfaces.pop_back();
+   for ( int i = 0; i < 2000; ++i ) {
+      large.interfaces += ", {name: port" + std::to_string( i ) + "}";
+   }
+   large.interfaces += "]";
+   std::ofstream( *work_ / "valen.yaml" ) << text( large );
+   Process reload( { VALENCTL, "--socket", socket(), "reload" }, *work_ / "reload" );
+   std::atomic< bool > ended = false;
+   std::thread waiting( [ & ] {
+      EXPECT_THAT( reload.wait(), AnyOf( 0, 5 ) );
+      ended = true;
+   } );
+   int answers = 0; // meanwhile
+   while ( !ended ) {
+      EXPECT_EQ( ctl( { "status", "Ethernet2" } ).status, 0 );
+      answers += !ended;
+   }
+   waiting.join();
+   EXPECT_GT( answers, 5 ) << "the daemon answers calls while it reloads";
+   EXPECT_EQ( interface( "Ethernet1" )[ "frames" ][ 0 ][ "count" ], 301 );
+   EXPECT_EQ( interface( "port1999" )[ "device" ], "port1999" );
 }
 
 } // namespace

@@ -24,11 +24,6 @@ class RunningDaemonTest : public NetworkTest {
       machine_.emplace();
       red_.emplace();
       neighbors_.emplace();
-      for ( auto const * netNs : { &*machine_, &*red_, &*neighbors_ } ) {
-         run( "ip netns exec " + netNs->text() +
-              " sysctl -q -w net.ipv6.conf.all.disable_ipv6=1 "
-              "net.ipv6.conf.default.disable_ipv6=1" );
-      }
       machine_->veth( "et1", *neighbors_, "far1" );
       red_->veth( "et2", *neighbors_, "far2" );
    }
@@ -43,9 +38,9 @@ class RunningDaemonTest : public NetworkTest {
    void configure( std::string const & config ) const { work_->write( "valen.yaml", config ); }
    // Starts valend on the configuration in place, without waiting.
    void launch( std::vector< std::string > const & more = {} ) {
-      std::vector< std::string > arguments{ VALEND,          "--config", *work_ / "valen.yaml",
-                                            "--socket",      socket(),   "--state-directory",
-                                            *work_ / "state" };
+      auto arguments = launcher_;
+      arguments.insert( arguments.end(), { VALEND, "--config", *work_ / "valen.yaml", "--socket",
+                                           socket(), "--state-directory", *work_ / "state" } );
       arguments.insert( arguments.end(), more.begin(), more.end() );
       daemon_.emplace( arguments, *work_ / "daemon", &*machine_ );
    }
@@ -132,6 +127,7 @@ class RunningDaemonTest : public NetworkTest {
    std::optional< TestNetNs > machine_;
    std::optional< TestNetNs > red_;
    std::optional< TestNetNs > neighbors_;
+   std::vector< std::string > launcher_; // a program that executes valend, with its arguments
    std::optional< Process > daemon_;
 };
 

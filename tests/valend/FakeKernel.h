@@ -48,9 +48,10 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
 
    // What was done to links, in order: "down default/et1".
    std::vector< std::string > actions;
-   int setErrno = 0; // every setUp() and setDown() fails with it
-   int upErrno = 0;  // every up() fails with it
-   U64 outstanding = 0;
+   int setErrno = 0;    // every setUp() and setDown() fails with it
+   int upErrno = 0;     // every up() fails with it
+   U64 outstanding = 0; // bytes of each device that is not in outstandingOf
+   std::map< LinkPlace, U64 > outstandingOf;
 
    std::optional< LinkDevice > device( LinkPlace const & place ) const override {
       auto const found = devices_.find( place );
@@ -81,7 +82,10 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
       return refused;
    }
    U64 resyncs() const override { return 3; }
-   U64 outstandingBytes( std::string const & ) const override { return outstanding; }
+   U64 outstandingBytes( LinkPlace const & place ) const override {
+      auto const found = outstandingOf.find( place );
+      return found == outstandingOf.end() ? outstanding : found->second;
+   }
 
    NamespaceView look( std::string const & name ) const override {
       auto const found = identities_.find( name );

@@ -258,6 +258,24 @@ TEST_F( ServerTest, ManyIdleConnectionsDoNotKeepANewcomerOut ) {
    EXPECT_EQ( server->dropped(), 41u );
 }
 
+// The last descriptors are not for clients.
+TEST_F( ServerTest, WithoutRoomForItANewcomerTakesThePlaceOfAnIdleOneOrNone ) {
+   bool room = true;
+   server.emplace( loop, path, service, Limits(), [ & ] { return room; } );
+   auto const idle = connect();
+   auto const busy = connect();
+   call( busy, { { "method", "Wait" } } );
+   room = false;
+   auto const replacing = connect();
+   call( replacing, echo );
+   EXPECT_THAT( answers( replacing ), ElementsAre( echoed ) );
+   EXPECT_THAT( answers( idle ), ElementsAre( "closed" ) );
+   call( replacing, { { "method", "Wait" } } );
+   EXPECT_THAT( answers( connect() ), ElementsAre( "closed" ) );
+   EXPECT_EQ( server->connections(), 2u );
+   EXPECT_EQ( server->dropped(), 2u );
+}
+
 TEST_F( ServerTest, AClientWithACallInProgressIsNotDisconnected ) {
    open( { .connections = 2, .connectionsPerUser = 2 } );
    auto const first = connect();

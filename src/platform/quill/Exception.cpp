@@ -1,13 +1,15 @@
 #include "platform/quill/Exception.h"
 
+#include <atomic>
 #include <cerrno>
 
 namespace Quill {
 
 namespace {
 
-Expect const * innermost = nullptr;
-U64 unexpected = 0;
+// Exceptions are also made in other threads than the loop's.
+thread_local Expect const * innermost = nullptr;
+std::atomic< U64 > unexpected = 0;
 
 } // namespace
 

@@ -92,7 +92,13 @@ class MessagesRemove final : public Command {
 
    Exit run( Session & session ) override {
       Json const parameters{ { "agent", agent_ }, { "interface", interface_ } };
-      session.print( session.call( "Withdraw", parameters ), "" );
+      auto const answer = session.call( "Withdraw", parameters );
+      if ( !answer.value( "saved", true ) ) {
+         session.err()
+            << "not saved: frames that were kept may be back after a restart of valend; see "
+               "\"valenctl status\"\n";
+      }
+      session.print( answer, "" );
       return Exit::done;
    }
 
@@ -110,6 +116,10 @@ Exit publish( Session & session, Publication const & publication, Lifetime lifet
                    { "frames", publication.frames },
                    { "lifetime", lifetime == Lifetime::kept ? "kept" : "connection" } } );
    session.err() << tooLongText( answer );
+   if ( lifetime == Lifetime::kept && !answer.value( "saved", true ) ) {
+      session.err()
+         << "not saved: a restart of valend would lose the frames; see \"valenctl status\"\n";
+   }
    session.print( answer, "" );
    return Exit::done;
 }

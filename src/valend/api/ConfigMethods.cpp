@@ -19,6 +19,9 @@ void ConfigMethods::config( Call const & call ) {
 
 void ConfigMethods::reload( Call const & call ) {
    parts_.reload( [ call ]( auto const & reloaded ) {
+      if ( reloaded.rejected ) {
+         return answer( *call, *reloaded.rejected );
+      }
       auto notReady = Json::array();
       for ( auto const & [ interface, why ] : reloaded.notReady ) {
          notReady.push_back( { { "interface", interface }, { "why", why } } );

@@ -15,20 +15,42 @@ void FrameMethods::publish( Call const & call, std::string const & agent,
                             std::string const & interface,
                             std::vector< std::string > const & frames,
                             Publications::Lifetime lifetime ) {
-   Publications::Message message{ agent, interface, {}, lifetime, call->client() };
+   Settings::FrameList list;
    for ( auto const & hex : frames ) {
-      message.frames.push_back( Publications::frameOf( hex, message.frames.size() + 1 ) );
+      list.push_back( Publications::frameOf( hex, list.size() + 1 ) );
    }
-   parts_.publications.publish( std::move( message ) );
+   parts_.publications.publish( { agent, interface, std::move( list ), lifetime, call->client() } );
    changed( *call );
-   call->reply( { { "tooLong", report_.tooLong( parts_.interface( interface ), agent ) } } );
+   answerWhenSaved( call, lifetime, { { "tooLong", tooLong( agent, interface ) } } );
 }
 
 void FrameMethods::withdraw( Call const & call, std::string const & agent,
                              std::string const & interface ) {
-   parts_.publications.withdraw( agent, interface, call->client() );
+   auto const lifetime = parts_.publications.withdraw( agent, interface, call->client() );
    changed( *call );
-   call->reply( Json::object() );
+   answerWhenSaved( call, lifetime, Json::object() );
+}
+
+// While a configuration is being applied, the interface may be there in a moment.
+Json FrameMethods::tooLong( std::string const & agent, std::string const & interface ) const {
+   auto const & interfaces = parts_.feeder.config().interfaces;
+   auto const found = interfaces.find( interface );
+   return found == interfaces.end() ? Json::array() : report_.tooLong( found->second, agent );
+}
+
+// A client that has the answer can rely on the disk.
+void FrameMethods::answerWhenSaved( Call const & call, Publications::Lifetime lifetime,
+                                    Json const & parameters ) {
+   auto const answer = [ call, parameters ]( bool saved ) {
+      auto reply = parameters;
+      reply[ "saved" ] = saved;
+      call->reply( std::move( reply ) );
+   };
+   if ( lifetime == Publications::Lifetime::kept ) {
+      parts_.whenSaved( answer );
+   } else {
+      answer( false );
+   }
 }
 
 // What is published is not in the store, so watches of the status do not notice.

@@ -22,6 +22,9 @@ class FrameMethods final : public MethodGroup {
                  std::vector< std::string > const & frames, Publications::Lifetime lifetime );
    void withdraw( Call const & call, std::string const & agent, std::string const & interface );
    void listMessages( Call const & call, std::optional< std::string > const & interface );
+   Json tooLong( std::string const & agent, std::string const & interface ) const;
+   void answerWhenSaved( Call const & call, Publications::Lifetime lifetime,
+                         Json const & parameters );
    void changed( Varlink::Call & call );
 
    Parts const & parts_;

@@ -13,6 +13,7 @@
 #include "valend/shutdown/LinkController.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -23,6 +24,7 @@ struct Reloaded {
    std::vector< std::string > changes;          // a line each
    std::vector< std::string > warnings;         // about the files
    std::vector< ReadinessLoss::Lost > notReady; // interfaces that were ready before
+   std::optional< Refusal > rejected = {};      // nothing was applied: the files have errors
 };
 
 // All must outlive the API.
@@ -40,9 +42,11 @@ struct Parts {
    Access & access;
    Quill::Ptr< Gantry::TaskScheduler > scheduler;
    Gantry::WorkQueue & work;
-   // Reads the configuration again and calls the function with what came of it, at once or later. Throws
-   // Refusal.
+   // Reads the configuration again and calls the function with what came of it, at once or later.
    std::function< void( std::function< void( Reloaded const & ) > const & done ) > reload;
+   // Calls the function when what was published is on the disk, or cannot be written (`saved` is false then), at once or
+   // later.
+   std::function< void( std::function< void( bool saved ) > const & done ) > whenSaved;
    // Looks at the network namespaces again.
    std::function< void() > rescan;
 

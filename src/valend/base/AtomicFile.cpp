@@ -24,40 +24,51 @@ bool writeAll( int file, std::string_view text ) {
    return true;
 }
 
-std::string failure( std::string const & path, int number ) {
+std::string cannotWrite( std::string const & path, int number ) {
    return "cannot write " + path + ": " + Valen::Linux::errorText( number );
 }
 
 } // namespace
 
-std::string writeAtomically( std::string const & path, std::string const & text, unsigned mode ) {
+std::string writeAtomically( std::string const & path, std::string const & text, unsigned mode,
+                             Sync sync ) {
    auto const directory = Valen::Linux::openDirectory( Valen::Linux::directoryOf( path ) );
-   return directory ? writeAtomically( directory.get(), path, text, mode )
-                    : failure( path + ".new", errno );
+   return directory ? writeAtomically( directory.get(), path, text, mode, sync )
+                    : cannotWrite( path + ".new", errno );
 }
 
 std::string writeAtomically( int directory, std::string const & path, std::string const & text,
-                             unsigned mode ) {
+                             unsigned mode, Sync sync ) {
    auto const name = path.substr( path.rfind( '/' ) + 1 ); // npos + 1 is 0
    auto const beside = name + ".new";
    auto const failed = [ & ]( std::string const & where ) {
       auto const number = errno;
       ::unlinkat( directory, beside.c_str(), 0 );
-      return failure( where, number );
+      return cannotWrite( where, number );
    };
    // What is there, from a crash or from another user of the directory, is not written to.
    ::unlinkat( directory, beside.c_str(), 0 );
    Valen::Linux::Fd file( ::openat( directory, beside.c_str(),
                                     O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
                                     mode & 0600 ) );
-   if ( !file || !writeAll( file.get(), text ) || ::fchmod( file.get(), mode ) < 0 ) {
+   if ( !file || !writeAll( file.get(), text ) || ::fchmod( file.get(), mode ) < 0 ||
+        ( sync == Sync::yes && ::fsync( file.get() ) < 0 ) ) {
       return failed( path + ".new" );
    }
    file.close();
    if ( ::renameat( directory, beside.c_str(), directory, name.c_str() ) < 0 ) {
       return failed( path );
    }
-   return "";
+   // So that the new name survives a power failure.
+   return sync == Sync::yes && ::fsync( directory ) < 0 ? cannotWrite( path, errno ) : "";
+}
+
+std::string appendSynced( std::string const & path, std::string const & text ) {
+   Valen::Linux::Fd const file(
+      ::open( path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC ) );
+   return file && writeAll( file.get(), text ) && ::fdatasync( file.get() ) == 0
+             ? ""
+             : cannotWrite( path, errno );
 }
 
 } // namespace Valend

@@ -68,9 +68,9 @@ Refusal noFrames() {
    return Refusal( "NoFrames", "no frames given; to withdraw, use \"valenctl messages remove\"" );
 }
 
-Refusal tooManyBytes( std::size_t bytes, std::size_t maxBytes ) {
-   return Refusal( "TooMuch", "published frames would total " + std::to_string( bytes ) +
-                                 " bytes; the limit is " + std::to_string( maxBytes ) );
+Refusal tooMuchMemory( std::size_t bytes, std::size_t maxBytes ) {
+   return Refusal( "TooMuch", "published frames would take " + std::to_string( bytes ) +
+                                 " bytes of memory; the limit is " + std::to_string( maxBytes ) );
 }
 
 Refusal tooManyValues( U64 maxValues ) {

@@ -26,7 +26,7 @@ Refusal badFrame( std::size_t number, std::string const & why );
 Refusal badAgentName( std::size_t maxBytes );
 Refusal badTraceLevels( std::string const & why );
 Refusal noFrames();
-Refusal tooManyBytes( std::size_t bytes, std::size_t maxBytes );
+Refusal tooMuchMemory( std::size_t bytes, std::size_t maxBytes );
 Refusal tooManyValues( U64 maxValues );
 
 // An agent's name that is taken.

@@ -1,8 +1,8 @@
 // The configuration that is active, and where each part of it comes from.
 #pragma once
 
-#include "settings/Config.h"
 #include "settings/Sources.h"
+#include "valend/configuration/Plan.h"
 
 #include <string>
 #include <vector>
@@ -10,17 +10,18 @@
 namespace Valend {
 
 struct ActiveConfiguration {
-   Settings::Config config;             // of the files
-   Settings::Sources sources;           // the places of `config`
-   std::vector< std::string > warnings; // about the files of `config`
+   PlanPtr plan = std::make_shared< Plan const >(); // of the files
+   Settings::Sources sources;                       // its places
+   std::vector< std::string > warnings;             // about the files
 
    Settings::ProcessConfig commandLine;
    Settings::ProcessConfig process;  // as valend was started, the command line included
    Settings::Sources processSources; // the places of `process`
 
+   Settings::Config const & config() const noexcept { return plan->config(); }
    // The settings of the process that are wanted now. They differ from `process` in what takes effect
    // at the next start.
-   Settings::ProcessConfig wanted() const { return config.process.overriddenBy( commandLine ); }
+   Settings::ProcessConfig wanted() const { return config().process.overriddenBy( commandLine ); }
 };
 
 } // namespace Valend

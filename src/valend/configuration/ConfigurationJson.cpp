@@ -27,7 +27,7 @@ Json textOrNull( std::string const & text ) {
 }
 
 Json delayJson( ActiveConfiguration const & active ) {
-   auto const & delay = active.config.shutdownDelayMs;
+   auto const & delay = active.config().shutdownDelayMs;
    auto const * const place = find( active.sources.settings, "shutdown-delay-ms" );
    return { { "name", "shutdown-delay-ms" },
             { "value", delay ? Json( std::to_string( *delay ) ) : Json() },
@@ -66,7 +66,7 @@ Json settingsJson( ActiveConfiguration const & active ) {
 
 Json vrfsJson( ActiveConfiguration const & active ) {
    auto list = Json::array();
-   for ( auto const & [ name, netNs ] : active.config.vrfs ) {
+   for ( auto const & [ name, netNs ] : active.config().vrfs ) {
       list.push_back( { { "name", name },
                         { "namespace", netNs },
                         { "place", placeJson( find( active.sources.vrfs, name ) ) } } );
@@ -76,7 +76,7 @@ Json vrfsJson( ActiveConfiguration const & active ) {
 
 Json interfacesJson( ActiveConfiguration const & active ) {
    auto list = Json::array();
-   for ( auto const & [ name, interface ] : active.config.interfaces ) {
+   for ( auto const & [ name, interface ] : active.config().interfaces ) {
       list.push_back( { { "name", name },
                         { "device", interface.device },
                         { "vrf", interface.vrf },
@@ -96,7 +96,7 @@ Json framesJson( Settings::Frames const & frames ) {
 
 Json messagesJson( ActiveConfiguration const & active ) {
    auto list = Json::array();
-   for ( auto const & [ agent, messages ] : active.config.agents ) {
+   for ( auto const & [ agent, messages ] : active.config().agents ) {
       for ( auto const & [ interface, frames ] : messages ) {
          auto const & places = active.sources.messages.at( agent );
          list.push_back( { { "agent", agent },

@@ -8,6 +8,7 @@
 #include "valend/base/Notify.h"
 
 #include <ctime>
+#include <utility>
 
 namespace Valend {
 
@@ -49,16 +50,37 @@ std::string rejectionText( std::vector< Settings::ConfigError > const & errors,
 
 } // namespace
 
+// A configuration that was read, with what the loop would take long to work out.
+struct Configurator::ReadPlan {
+   Settings::ConfigResult result; // without its configuration, which is in `plan`
+   PlanPtr plan;
+   Lines changes;
+};
+
+struct Configurator::Old {
+   PlanPtr plan;
+   Settings::Sources sources;
+};
+
 Configurator::Configurator( std::string file, Settings::ProcessConfig commandLine,
-                            Conditions & conditions, Apply apply )
+                            Conditions & conditions, Valen::Linux::EventLoop & loop, Apply apply,
+                            Read read )
     : file_( std::move( file ) ), condition_( conditions, "configuration" ),
-      apply_( std::move( apply ) ) {
+      slow_( conditions, "configuration-read" ), apply_( std::move( apply ) ),
+      read_( std::move( read ) ), slices_( loop.workQueue(), "reload" ),
+      timer_( loop.scheduler(), "configurationRead",
+              [ this ] {
+                 slow_.raise( "the files of " + file_ + " have not been read within " +
+                              std::to_string( readTimeout.count() ) +
+                              " s; the previous configuration is active" );
+              } ),
+      reader_( loop, "valen-config", std::chrono::milliseconds( 0 ) ) {
    active_.commandLine = std::move( commandLine );
 }
 
 void Configurator::start( Settings::ConfigResult read,
                           std::vector< Settings::ConfigError > const & rejected ) {
-   active_.config = std::move( read.config );
+   active_.plan = std::make_shared< Plan const >( std::move( read.config ) );
    active_.process = active_.wanted();
    active_.processSources = read.sources;
    sourcesAre( read );
@@ -69,24 +91,92 @@ void Configurator::start( Settings::ConfigResult read,
       notifyManager( "STATUS=Configuration rejected (" + counted( rejected.size(), "error" ) +
                      "); running with the last valid one" );
    }
-   apply_( active_.config );
+   for ( auto const & step : apply_( active_.plan ) ) {
+      while ( step() ) {
+      }
+   }
 }
 
-Lines Configurator::reload() {
+// --- A reload ------------------------------------------------------------------------------------
+
+void Configurator::reload( Done done ) {
+   next_.push_back( std::move( done ) );
+   if ( !reloading_ ) {
+      begin();
+   }
+}
+
+Settings::ConfigResult Configurator::readFiles( std::string const & file ) {
+   if ( file != "-" ) {
+      return Settings::readConfig( file );
+   }
+   Settings::ConfigResult result;
+   result.errors.push_back( { { file }, "standard input cannot be read again" } );
+   return result;
+}
+
+// In the other thread.
+Configurator::ReadPlan Configurator::planOf( Settings::ConfigResult result,
+                                             PlanPtr const & before ) {
+   ReadPlan read;
+   if ( result.errors.empty() ) {
+      read.plan = std::make_shared< Plan const >( std::move( result.config ) );
+      read.changes = Settings::changesBetween( before->config(), read.plan->config() );
+   }
+   read.result = std::move( result );
+   return read;
+}
+
+void Configurator::begin() {
+   reloading_ = true;
+   ++number_;
+   running_ = std::exchange( next_, {} );
    notifyManager( "RELOADING=1\nMONOTONIC_USEC=" + monotonicMicroseconds() );
-   auto read = Settings::readConfig( file_ );
-   if ( !read.errors.empty() ) {
-      reject( read.errors );
+   timer_.start( readTimeout );
+   reader_.run(
+      [ this, file = file_, read = read_, before = active_.plan ]() -> Valen::Linux::Worker::Work {
+         auto plan = std::make_shared< ReadPlan >( planOf( read( file ), before ) );
+         return [ this, plan ] { readEnded( *plan ); };
+      } );
+}
+
+void Configurator::readEnded( ReadPlan & read ) {
+   timer_.stop();
+   slow_.clear();
+   if ( !read.result.errors.empty() ) {
+      return reject( read.result.errors );
    }
-   auto const changes = applyChanges( std::move( read ) );
-   condition_.clear();
-   for ( auto const & change : changes ) {
-      log( LogLevel::notice, change );
+   // What is large of the old configuration is destroyed in the other thread.
+   auto old = std::make_shared< Old >( Old{ active_.plan, std::move( active_.sources ) } );
+   makeActive( read );
+   for ( auto & step : apply_( active_.plan ) ) {
+      slices_.add( std::move( step ) );
    }
-   auto const summary = "reloaded: " + counted( changes.size(), "change" );
+   slices_.add( [ this ] {
+      condition_.clear();
+      return false;
+   } );
+   slices_.add( [ this ] {
+      if ( logged_ < changes_.size() ) {
+         log( LogLevel::notice, changes_[ logged_++ ] );
+      }
+      return logged_ < changes_.size();
+   } );
+   slices_.add( [ this, old = std::move( old ) ]() mutable {
+      reader_.run( [ last = std::move( old ) ]() mutable -> Valen::Linux::Worker::Work {
+         last = nullptr;
+         return nullptr;
+      } );
+      applied();
+      return false;
+   } );
+}
+
+void Configurator::applied() {
+   auto const summary = "reloaded: " + counted( changes_.size(), "change" );
    log( LogLevel::notice, summary );
    notifyManager( "READY=1\nSTATUS=Configuration " + summary );
-   return changes;
+   end( { number_, std::exchange( changes_, {} ), std::nullopt } );
 }
 
 void Configurator::reject( std::vector< Settings::ConfigError > const & errors ) {
@@ -95,26 +185,39 @@ void Configurator::reject( std::vector< Settings::ConfigError > const & errors )
    condition_.raise( rejectionText( errors, "the previous one is active" ) );
    notifyManager( "READY=1\nSTATUS=Configuration rejected (" + counted( errors.size(), "error" ) +
                   "); keeping the previous one" );
-   throw rejected;
+   end( { number_, {}, rejected } );
 }
 
-Lines Configurator::applyChanges( Settings::ConfigResult read ) {
-   auto changes = Settings::changesBetween( active_.config, read.config );
+void Configurator::end( Outcome const & outcome ) {
+   auto const running = std::exchange( running_, {} );
+   reloading_ = false;
+   if ( !next_.empty() ) {
+      begin();
+   }
+   for ( auto const & done : running ) {
+      if ( done ) {
+         done( outcome );
+      }
+   }
+}
+
+void Configurator::makeActive( ReadPlan & read ) {
+   changes_ = std::move( read.changes );
+   logged_ = 0;
    auto const before = active_.wanted();
-   active_.config = std::move( read.config );
-   sourcesAre( read );
+   active_.plan = read.plan;
+   sourcesAre( read.result );
    auto const wanted = active_.wanted();
 
-   append( changes, Settings::processChanges( before, wanted, TakesEffect::onReload ) );
-   append( changes, Settings::processChanges( active_.process, wanted, TakesEffect::atNextStart ) );
+   append( changes_, Settings::processChanges( before, wanted, TakesEffect::onReload ) );
+   append( changes_,
+           Settings::processChanges( active_.process, wanted, TakesEffect::atNextStart ) );
 
    // Levels that were set over the API stay until the files change theirs.
    auto const levels = wanted.value( "trace.levels" );
    if ( levels != before.value( "trace.levels" ) ) {
       Quill::traceLevelsIs( levels );
    }
-   apply_( active_.config );
-   return changes;
 }
 
 void Configurator::sourcesAre( Settings::ConfigResult & read ) {

@@ -1,11 +1,21 @@
 // Applies the configuration, reloads it on request, and knows which configuration is active.
+//
+// A reload reads and checks the files in another thread, and applies the configuration in slices, so that the loop
+// never waits for it. One reload runs at a time. What is requested meanwhile is done by one more that begins
+// afterwards, because the files may have been changed in between.
 #pragma once
 
+#include "linux/Worker.h"
+#include "platform/gantry/Timer.h"
 #include "settings/ConfigFiles.h"
 #include "valend/base/Conditions.h"
+#include "valend/base/Refusal.h"
+#include "valend/base/Slices.h"
 #include "valend/configuration/ActiveConfiguration.h"
 
+#include <chrono>
 #include <functional>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -13,35 +23,72 @@ namespace Valend {
 
 class Configurator {
  public:
-   using Apply = std::function< void( Settings::Config const & ) >;
+   // The steps that apply a valid configuration, in order.
+   using Steps = std::vector< Slices::Step >;
+   using Apply = std::function< Steps( PlanPtr const & plan ) >;
+   // Reads the configuration, in another thread.
+   using Read = std::function< Settings::ConfigResult( std::string const & file ) >;
 
-   // `file` is read on reload; the settings of `commandLine` override those of the files. `apply`
-   // applies a valid configuration. The condition "configuration" is raised while the active configuration
-   // is not that of the files, because they have errors. `conditions` must outlive this.
+   // When it raises the condition "configuration-read", because the files are still being read.
+   static constexpr std::chrono::seconds readTimeout{ 5 };
+
+   // `file` is read on reload; the settings of `commandLine` override those of the files. The condition "configuration"
+   // is raised while the active configuration is not that of the files, because they have errors. `loop` and
+   // `conditions` must outlive this.
    Configurator( std::string file, Settings::ProcessConfig commandLine, Conditions & conditions,
-                 Apply apply );
+                 Valen::Linux::EventLoop & loop, Apply apply, Read read = readFiles );
 
-   // Applies the configuration that valend starts with. Requires one without errors.
+   // Applies the configuration that valend starts with, in one go. Requires one without errors.
    //   rejected   the errors of the files, if it is not theirs but the last valid one
    void start( Settings::ConfigResult read,
                std::vector< Settings::ConfigError > const & rejected = {} );
 
-   // Reads the file and its drop-ins again and applies what differs. Errors and changes are logged
-   // and reported to the service manager. Returns a line for each change. Throws the
-   // Refusal Errors::configRejected() when the files have errors. Never called inside a notification.
-   std::vector< std::string > reload();
+   // What a reload has come to.
+   struct Outcome {
+      U64 number;                         // of the reload; several requests may have the same
+      std::vector< std::string > changes; // a line each
+      std::optional< Refusal > rejected;  // Errors::configRejected(): the files have errors
+   };
+   using Done = std::function< void( Outcome const & outcome ) >;
 
+   // Reads the file and its drop-ins again, applies what differs, and calls `done` (may be empty) afterwards. Errors and
+   // changes are logged and reported to the service manager.
+   void reload( Done done );
+
+   // From the moment at which its application begins.
    ActiveConfiguration const & active() const noexcept { return active_; }
 
  private:
-   [[noreturn]] void reject( std::vector< Settings::ConfigError > const & errors );
-   std::vector< std::string > applyChanges( Settings::ConfigResult read );
+   struct ReadPlan;
+   struct Old;
+
+   static Settings::ConfigResult readFiles( std::string const & file );
+   static ReadPlan planOf( Settings::ConfigResult result, PlanPtr const & before );
+
+   void begin();
+   void readEnded( ReadPlan & read );
+   void reject( std::vector< Settings::ConfigError > const & errors );
+   void makeActive( ReadPlan & read );
+   void applied();
+   void end( Outcome const & outcome );
    void sourcesAre( Settings::ConfigResult & read );
 
    std::string const file_;
    Condition condition_;
+   Condition slow_;
    Apply const apply_;
+   Read const read_;
    ActiveConfiguration active_;
+   std::vector< Done > running_; // of the reload that runs
+   std::vector< Done > next_;    // of the one after it
+   bool reloading_ = false;
+   U64 number_ = 0;                     // of reloads so far
+   std::vector< std::string > changes_; // of the reload that runs
+   std::size_t logged_ = 0;             // of `changes_`
+   Slices slices_;
+   Gantry::Timer timer_; // of a read that takes long
+   // Leaves a read behind that does not end.
+   Valen::Linux::Worker reader_;
 };
 
 } // namespace Valend

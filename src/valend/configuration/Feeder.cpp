@@ -1,35 +1,42 @@
 #include "valend/configuration/Feeder.h"
 
+#include "platform/quill/Assert.h"
+
+#include <algorithm>
+#include <initializer_list>
+#include <optional>
+
 namespace Valend {
 
 using Valen::Config::Agent::Message;
 using Valen::Config::Agent::MessageDir;
 
-// What is removed from the store, and added again if it is still configured, on the way to the next
-// configuration.
-struct Feeder::Difference {
-   std::set< std::string > interfaces; // their L3 status
-   std::set< std::string > vrfs;       // their status entry
-};
-
 namespace {
 
-// The interfaces for which at least one agent has frames in both configurations.
-std::set< std::string > interfacesThatKeepFrames( Settings::Config const & before,
-                                                  Settings::Config const & next ) {
-   std::set< std::string > keeping;
-   for ( auto const & [ agent, messages ] : before.agents ) {
-      auto const found = next.agents.find( agent );
-      if ( found == next.agents.end() ) {
-         continue;
-      }
-      for ( auto const & [ interface, frames ] : messages ) {
-         if ( found->second.contains( interface ) ) {
-            keeping.insert( interface );
-         }
+template < class Map > auto const * find( Map const & map, std::string const & key ) {
+   auto const found = map.find( key );
+   return found == map.end() ? nullptr : &found->second;
+}
+
+// The key after `key`, in order; null at the end.
+template < class Map > std::string const * keyAfter( Map const & map, std::string const & key ) {
+   auto const found = map.upper_bound( key );
+   return found == map.end() ? nullptr : &found->first;
+}
+std::string const * keyAfter( std::set< std::string > const & set, std::string const & key ) {
+   auto const found = set.upper_bound( key );
+   return found == set.end() ? nullptr : &*found;
+}
+
+// The first in order; nothing when all are null.
+std::optional< std::string > first( std::initializer_list< std::string const * > names ) {
+   std::optional< std::string > least;
+   for ( auto const * const name : names ) {
+      if ( name && ( !least || *name < *least ) ) {
+         least = *name;
       }
    }
-   return keeping;
+   return least;
 }
 
 Quill::Ptr< Message > messageOf( std::string const & interface, Settings::Frames const & frames ) {
@@ -45,107 +52,271 @@ Quill::Ptr< Message > messageOf( std::string const & interface, Settings::Frames
 Feeder::Feeder( Store & store, Namespaces const & namespaces,
                 Quill::Ptr< Gantry::TaskScheduler > scheduler, Conditions & conditions )
     : store_( store ), vrfs_( store, namespaces, std::move( scheduler ), conditions,
-                              [ this ] { defaultVrfRenew(); } ) {
+                              [ this ] { defaultVrfRenew(); } ),
+      plan_( std::make_shared< Plan const >() ) {
    // The flag survives a crash, and the library does not start while it is set.
    store_.statusDir->agentActiveIs( false );
 }
 
-void Feeder::apply( Settings::Config next ) {
-   auto const difference = differenceTo( next );
-   remove( difference, next );
-   auto const before = std::exchange( config_, std::move( next ) );
-   for ( auto const & [ name, interface ] : config_.interfaces ) {
-      interfaceAdd( interface );
+void Feeder::apply( Settings::Config config ) {
+   begin( std::make_shared< Plan const >( std::move( config ) ) );
+   while ( step() ) {
    }
-   agentsAdd( before );
-   add( difference );
-   globalAdd();
 }
 
-Feeder::Difference Feeder::differenceTo( Settings::Config const & next ) const {
-   Difference difference;
-   for ( auto const & [ vrf, netNs ] : config_.vrfs ) {
-      auto const found = next.vrfs.find( vrf );
-      if ( found == next.vrfs.end() || found->second != netNs ) {
-         difference.vrfs.insert( vrf );
-      }
-   }
-   for ( auto const & [ vrf, netNs ] : next.vrfs ) {
-      if ( !config_.vrfs.contains( vrf ) ) {
-         difference.vrfs.insert( vrf );
-      }
-   }
-   auto const keeping = interfacesThatKeepFrames( config_, next );
-   for ( auto const & [ name, interface ] : config_.interfaces ) {
-      auto const found = next.interfaces.find( name );
-      bool const losesFrames = config_.hasFrames( name ) && !keeping.contains( name );
-      if ( found == next.interfaces.end() || found->second != interface || losesFrames ||
-           difference.vrfs.contains( interface.vrf ) ) {
-         difference.interfaces.insert( name );
-      }
-   }
-   for ( auto const & [ name, interface ] : next.interfaces ) {
-      if ( !config_.interfaces.contains( name ) ) {
-         difference.interfaces.insert( name );
-      }
-   }
-   return difference;
-}
+// --- Steps ---------------------------------------------------------------------------------------
 
-// --- Removing, consumers before what they depend on ----------------------------------------------
-
-void Feeder::remove( Difference const & difference, Settings::Config const & next ) {
-   if ( !next.shutdownDelayMs ) {
+void Feeder::begin( PlanPtr plan ) {
+   VALEN_ASSERT( !applying() );
+   plan_ = std::move( plan );
+   auto const & wanted = plan_->config();
+   if ( !wanted.shutdownDelayMs ) {
       store_.configDir->globalConfigIs( nullptr );
+      config_.shutdownDelayMs.reset();
    }
-   for ( auto const & interface : difference.interfaces ) {
-      l3Remove( interface );
+   next( Phase::withdrawing );
+   newVrfs_.clear();
+   for ( auto const & [ vrf, netNs ] : config_.vrfs ) {
+      auto const * const found = find( wanted.vrfs, vrf );
+      if ( !found || *found != netNs ) {
+         vrfsLeft_.insert( vrf );
+      }
    }
-   agentsRemove( next );
-   for ( auto const & vrf : difference.vrfs ) {
-      vrfs_.remove( vrf );
-   }
-   for ( auto const & [ name, interface ] : config_.interfaces ) {
-      interfaceRemove( interface, next );
+   for ( auto const & [ vrf, netNs ] : wanted.vrfs ) {
+      if ( vrfsLeft_.contains( vrf ) || !config_.vrfs.contains( vrf ) ) {
+         newVrfs_.insert( vrf );
+      }
    }
 }
 
-void Feeder::agentsRemove( Settings::Config const & next ) {
-   for ( auto const & [ agent, messages ] : config_.agents ) {
-      auto const found = next.agents.find( agent );
-      if ( found == next.agents.end() ) {
-         store_.agentConfigDir->entryDel( agent );
+void Feeder::next( Phase phase ) {
+   phase_ = phase;
+   cursor_.clear(); // no name is empty
+}
+
+bool Feeder::step() {
+   switch ( phase_ ) {
+   case Phase::withdrawing:
+      withdrawNext();
+      break;
+   case Phase::removingVrfs:
+      vrfRemoveNext();
+      break;
+   case Phase::addingVrfs:
+      vrfAddNext();
+      break;
+   case Phase::interfaces:
+      interfaceNext();
+      break;
+   case Phase::agents:
+      agentNext();
+      break;
+   case Phase::done:
+      break;
+   }
+   return applying();
+}
+
+bool Feeder::leavesItsPlace( Settings::InterfaceConfig const & interface ) const {
+   auto const * const wanted = find( plan_->config().interfaces, interface.name );
+   return !wanted || wanted->device != interface.device || wanted->vrf != interface.vrf ||
+          vrfsLeft_.contains( interface.vrf );
+}
+
+void Feeder::withdrawNext() {
+   auto const * const name = keyAfter( config_.interfaces, cursor_ );
+   if ( !name ) {
+      placesSwitch();
+      return next( Phase::removingVrfs );
+   }
+   cursor_ = *name;
+   if ( leavesItsPlace( config_.interfaces.at( cursor_ ) ) ) {
+      l3Remove( cursor_ );
+      withdrawn_.insert( cursor_ );
+   }
+}
+
+void Feeder::placesSwitch() {
+   auto const & wanted = plan_->config();
+   config_.vrfs = wanted.vrfs;
+   for ( auto const & name : withdrawn_ ) {
+      if ( auto const * const interface = find( wanted.interfaces, name ) ) {
+         config_.interfaces[ name ] = *interface;
+      } else {
+         config_.interfaces.erase( name );
+      }
+   }
+}
+
+void Feeder::vrfRemoveNext() {
+   if ( vrfsLeft_.empty() ) {
+      return next( Phase::addingVrfs );
+   }
+   auto const vrf = *vrfsLeft_.begin();
+   vrfsLeft_.erase( vrfsLeft_.begin() );
+   vrfs_.remove( vrf );
+   if ( vrfsLeft_.empty() && newVrfs_.empty() ) {
+      vrfs_.add( {} ); // another VRF may use its namespace now
+   }
+}
+
+void Feeder::vrfAddNext() {
+   if ( newVrfs_.empty() ) {
+      return next( Phase::interfaces );
+   }
+   auto const vrf = *newVrfs_.begin();
+   newVrfs_.erase( newVrfs_.begin() );
+   vrfs_.add( { { vrf, config_.vrfs.at( vrf ) } } );
+}
+
+void Feeder::interfaceNext() {
+   auto const name =
+      first( { keyAfter( config_.interfaces, cursor_ ),
+               keyAfter( plan_->config().interfaces, cursor_ ), keyAfter( withdrawn_, cursor_ ) } );
+   if ( !name ) {
+      return next( Phase::agents );
+   }
+   cursor_ = *name;
+   interfaceIs( cursor_ );
+}
+
+// Those without any frames: the others came, and went, with their frames.
+void Feeder::agentNext() {
+   auto const name =
+      first( { keyAfter( config_.agents, cursor_ ), keyAfter( plan_->config().agents, cursor_ ) } );
+   if ( !name ) {
+      return finish();
+   }
+   cursor_ = *name;
+   if ( plan_->config().agents.contains( cursor_ ) ) {
+      frameDirAdd( cursor_ );
+   } else if ( config_.agents.at( cursor_ ).empty() ) {
+      store_.agentConfigDir->entryDel( cursor_ );
+      config_.agents.erase( cursor_ );
+   }
+}
+
+void Feeder::finish() {
+   auto const & wanted = plan_->config();
+   config_.process = wanted.process;
+   config_.shutdownDelayMs = wanted.shutdownDelayMs;
+   if ( wanted.shutdownDelayMs ) {
+      store_.globalConfig->shutdownDelayMsIs( *wanted.shutdownDelayMs );
+      store_.configDir->globalConfigIs( store_.globalConfig );
+   }
+   withdrawn_.clear();
+   next( Phase::done );
+}
+
+// --- One interface -------------------------------------------------------------------------------
+
+void Feeder::framesChanged( std::string const & interface ) {
+   if ( phase_ >= Phase::interfaces ) { // before that, its VRF may not be there
+      interfaceIs( interface );
+   }
+}
+
+// Makes the interface, and its frames, what is wanted now. Consumers are removed before what they depend on, and
+// added after it.
+void Feeder::interfaceIs( std::string const & name ) {
+   auto const * const old = find( config_.interfaces, name );
+   auto const * const wanted = find( plan_->config().interfaces, name );
+   auto const frames = wanted ? wantedFrames( name ) : FramesByAgent();
+   bool const l3Renewed = !old || !wanted || *old != *wanted || withdrawn_.contains( name ) ||
+                          losesAllFrames( name, frames );
+   if ( l3Renewed ) {
+      l3Remove( name );
+   }
+   framesRemove( name, frames );
+   entitiesRemove( name, wanted );
+   if ( wanted ) {
+      config_.interfaces.insert_or_assign( name, *wanted );
+      entitiesAdd( *wanted );
+      framesAdd( name, frames );
+   } else {
+      config_.interfaces.erase( name );
+   }
+   withdrawn_.erase( name );
+   if ( l3Renewed && wanted ) {
+      l3Add( *wanted );
+   }
+}
+
+Feeder::FramesByAgent Feeder::wantedFrames( std::string const & interface ) const {
+   auto frames = additional_ ? additional_( interface ) : FramesByAgent();
+   for ( auto const & [ agent, configured ] : plan_->framesFor( interface ) ) {
+      frames.insert_or_assign( agent, configured );
+   }
+   return frames;
+}
+
+// Whether it has frames, and none of their agents is to have any for it.
+bool Feeder::losesAllFrames( std::string const & interface, FramesByAgent const & wanted ) const {
+   auto const * const agents = find( agentsOf_, interface );
+   return agents && std::none_of( agents->begin(), agents->end(), [ & ]( auto const & agent ) {
+             return wanted.contains( agent );
+          } );
+}
+
+void Feeder::framesRemove( std::string const & interface, FramesByAgent const & wanted ) {
+   auto const found = agentsOf_.find( interface );
+   if ( found == agentsOf_.end() ) {
+      return;
+   }
+   for ( auto agent = found->second.begin(); agent != found->second.end(); ) {
+      if ( wanted.contains( *agent ) ) {
+         ++agent;
          continue;
       }
-      auto const dir = store_.messageDir( agent );
-      for ( auto const & [ interface, frames ] : messages ) {
-         if ( !found->second.contains( interface ) ) {
-            dir->messageDel( interface );
-         }
+      auto & messages = config_.agents.at( *agent );
+      messages.erase( interface );
+      if ( messages.empty() && !plan_->config().agents.contains( *agent ) ) {
+         store_.agentConfigDir->entryDel( *agent );
+         config_.agents.erase( *agent );
+      } else {
+         store_.messageDir( *agent )->messageDel( interface );
+      }
+      agent = found->second.erase( agent );
+   }
+   if ( found->second.empty() ) {
+      agentsOf_.erase( found );
+   }
+}
+
+void Feeder::framesAdd( std::string const & interface, FramesByAgent const & wanted ) {
+   for ( auto const & [ agent, frames ] : wanted ) {
+      frameDirAdd( agent );
+      auto & messages = config_.agents.at( agent );
+      auto const * const old = find( messages, interface );
+      if ( !old || *old != frames ) {
+         messages.insert_or_assign( interface, frames );
+         agentsOf_[ interface ].insert( agent );
+         store_.messageDir( agent )->messageIs( interface, messageOf( interface, frames ) );
       }
    }
 }
 
-void Feeder::interfaceRemove( Settings::InterfaceConfig const & interface,
-                              Settings::Config const & next ) {
-   auto const found = next.interfaces.find( interface.name );
-   bool const isConfigured = found != next.interfaces.end();
-   if ( !isConfigured || found->second.shutdownDelay != interface.shutdownDelay ) {
-      store_.allIntfConfigDir->intfConfigDel( interface.name );
-   }
-   if ( !isConfigured ) {
-      store_.allIntfStatusLocalDir->intfStatusLocalDel( interface.name );
-      store_.allIntfStatusDir->intfStatusDel( interface.name );
+// An empty one, unless the agent has one.
+void Feeder::frameDirAdd( std::string const & agent ) {
+   if ( config_.agents.try_emplace( agent ).second ) {
+      auto const agentDir = Quill::make< Quill::Dir >();
+      agentDir->entryIs( "messages", Quill::make< MessageDir >() );
+      store_.agentConfigDir->entryIs( agent, agentDir );
    }
 }
 
-void Feeder::l3Remove( std::string const & interface ) {
-   store_.l3IntfStatusDir->intfStatusDel( interface );
+void Feeder::entitiesRemove( std::string const & name, Settings::InterfaceConfig const * wanted ) {
+   auto const entity = store_.allIntfConfigDir->intfConfig( name );
+   if ( entity && ( !wanted || wanted->shutdownDelay != entity->adminShutdownDelaySupported() ) ) {
+      store_.allIntfConfigDir->intfConfigDel( name );
+   }
+   if ( !wanted ) {
+      store_.allIntfStatusLocalDir->intfStatusLocalDel( name );
+      store_.allIntfStatusDir->intfStatusDel( name );
+   }
 }
 
-// --- Adding, in the opposite order ---------------------------------------------------------------
-
-void Feeder::interfaceAdd( Settings::InterfaceConfig const & interface ) {
+void Feeder::entitiesAdd( Settings::InterfaceConfig const & interface ) {
    Corvid::IntfId const intfId( interface.name );
    store_.allIntfStatusDir->intfStatusIs( intfId )->deviceNameIs( interface.device );
    store_.allIntfStatusLocalDir->intfStatusLocalIs( intfId )->netNsNameIs(
@@ -158,72 +329,27 @@ void Feeder::interfaceAdd( Settings::InterfaceConfig const & interface ) {
    }
 }
 
-void Feeder::agentsAdd( Settings::Config const & before ) {
-   for ( auto const & [ agent, messages ] : config_.agents ) {
-      auto const found = before.agents.find( agent );
-      messagesAdd( agent, messages, found == before.agents.end() ? nullptr : &found->second );
-   }
+void Feeder::l3Remove( std::string const & interface ) {
+   store_.l3IntfStatusDir->intfStatusDel( interface );
 }
 
-void Feeder::messagesAdd( std::string const & agent,
-                          std::map< std::string, Settings::Frames > const & messages,
-                          std::map< std::string, Settings::Frames > const * before ) {
-   auto dir = store_.messageDir( agent );
-   bool const isNew = !dir;
-   if ( isNew ) {
-      dir = Quill::make< MessageDir >();
-   }
-   for ( auto const & [ interface, frames ] : messages ) {
-      auto const same = before ? before->find( interface ) : messages.end();
-      if ( !before || same == before->end() || same->second != frames ) {
-         dir->messageIs( interface, messageOf( interface, frames ) );
-      }
-   }
-   if ( isNew ) {
-      auto const agentDir = Quill::make< Quill::Dir >();
-      agentDir->entryIs( "messages", dir );
-      store_.agentConfigDir->entryIs( agent, agentDir );
-   }
-}
-
-void Feeder::add( Difference const & difference ) {
-   std::map< std::string, std::string > netNss;
-   for ( auto const & vrf : difference.vrfs ) {
-      if ( config_.vrfs.contains( vrf ) ) {
-         netNss[ vrf ] = config_.netNsOf( vrf );
-      }
-   }
-   vrfs_.add( netNss );
-   for ( auto const & interface : difference.interfaces ) {
-      if ( config_.interfaces.contains( interface ) ) {
-         l3Add( interface );
-      }
-   }
-}
-
-void Feeder::l3Add( std::string const & interface ) {
-   auto const status = Quill::make< L3::Intf::Status >( Corvid::IntfId( interface ) );
-   status->vrfIs( config_.interfaces.at( interface ).vrf );
+void Feeder::l3Add( Settings::InterfaceConfig const & interface ) {
+   auto const status = Quill::make< L3::Intf::Status >( Corvid::IntfId( interface.name ) );
+   status->vrfIs( interface.vrf );
    store_.l3IntfStatusDir->intfStatusAdd( status );
-}
-
-void Feeder::globalAdd() {
-   if ( !config_.shutdownDelayMs ) {
-      return;
-   }
-   store_.globalConfig->shutdownDelayMsIs( *config_.shutdownDelayMs );
-   store_.configDir->globalConfigIs( store_.globalConfig );
 }
 
 // The record of the default VRF is created and removed with its interfaces.
 void Feeder::defaultVrfRenew() {
-   for ( auto const step : { &Feeder::l3Remove, &Feeder::l3Add } ) {
+   auto const each = [ this ]( auto const & call ) {
       for ( auto const & [ name, interface ] : config_.interfaces ) {
-         if ( interface.vrf == Settings::defaultVrf ) {
-            ( this->*step )( name );
+         if ( interface.vrf == Settings::defaultVrf && !withdrawn_.contains( name ) ) {
+            call( interface );
          }
       }
-   }
+   };
+   each( [ this ]( auto const & interface ) { l3Remove( interface.name ); } );
+   each( [ this ]( auto const & interface ) { l3Add( interface ); } );
 }
 
 } // namespace Valend

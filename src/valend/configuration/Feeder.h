@@ -9,13 +9,20 @@
 //   - When the last message of an interface is removed, or anything but its messages changes, its L3
 //     status is removed before and added after, so that nothing stays bound to the old record.
 //
+// A large configuration is applied in steps, between which the loop does other work. On the way, config() is what
+// the store has: every interface is, with its frames, either as before or as after. First the interfaces that
+// change their device or VRF, or lose them, are withdrawn from the library one after the other. Then config() has the
+// new places of all of them at once, so that no device ever belongs to two. Then come the VRFs, and at last the
+// interfaces, each of which is set right in one step.
+//
 // Never called inside a notification.
 #pragma once
 
-#include "settings/Config.h"
+#include "valend/configuration/Plan.h"
 #include "valend/configuration/VrfEntries.h"
 #include "valend/store/Store.h"
 
+#include <functional>
 #include <map>
 #include <set>
 #include <string>
@@ -30,8 +37,24 @@ class Feeder {
    Feeder( Feeder const & ) = delete;
    Feeder & operator=( Feeder const & ) = delete;
 
-   // Applies `config`, which must be valid. What it does not change is not disturbed.
+   // Frames for an interface besides those of the configuration, by agent. No agent has both.
+   using Additional =
+      std::function< std::map< std::string, Settings::Frames >( std::string const & interface ) >;
+   void additionalIs( Additional additional ) { additional_ = std::move( additional ); }
+
+   // Applies `config`, which must be valid, in one go. What it does not change is not disturbed.
    void apply( Settings::Config config );
+   // Begins to apply `plan`, whose configuration must be valid. Requires that none is being applied. Call step()
+   // until it returns false.
+   void begin( PlanPtr plan );
+   // Takes a small step. Returns whether more are left.
+   bool step();
+   bool applying() const noexcept { return phase_ != Phase::done; }
+   // Applies what has changed in the additional frames for the interface. While a configuration is being applied, its
+   // turn may still come.
+   void framesChanged( std::string const & interface );
+
+   // What is in the store.
    Settings::Config const & config() const noexcept { return config_; }
 
    // The namespace was created or deleted, or was replaced by another one of the same name.
@@ -45,30 +68,45 @@ class Feeder {
    bool namespaceMissing( std::string const & vrf ) const { return vrfs_.namespaceMissing( vrf ); }
 
  private:
-   struct Difference;
+   enum class Phase : U8 { withdrawing, removingVrfs, addingVrfs, interfaces, agents, done };
+   using FramesByAgent = std::map< std::string, Settings::Frames >;
 
-   Difference differenceTo( Settings::Config const & next ) const;
+   void next( Phase phase );
+   bool leavesItsPlace( Settings::InterfaceConfig const & interface ) const;
 
-   void remove( Difference const & difference, Settings::Config const & next );
-   void agentsRemove( Settings::Config const & next );
-   void interfaceRemove( Settings::InterfaceConfig const & interface,
-                         Settings::Config const & next );
+   void withdrawNext();
+   void placesSwitch();
+   void vrfRemoveNext();
+   void vrfAddNext();
+   void interfaceNext();
+   void agentNext();
+   void finish();
+
+   void interfaceIs( std::string const & name );
+   FramesByAgent wantedFrames( std::string const & interface ) const;
+   bool losesAllFrames( std::string const & interface, FramesByAgent const & wanted ) const;
+   void framesRemove( std::string const & interface, FramesByAgent const & wanted );
+   void framesAdd( std::string const & interface, FramesByAgent const & wanted );
+   void frameDirAdd( std::string const & agent );
+   void entitiesRemove( std::string const & name, Settings::InterfaceConfig const * wanted );
+   void entitiesAdd( Settings::InterfaceConfig const & interface );
    void l3Remove( std::string const & interface );
-
-   void add( Difference const & difference );
-   void agentsAdd( Settings::Config const & before );
-   void messagesAdd( std::string const & agent,
-                     std::map< std::string, Settings::Frames > const & messages,
-                     std::map< std::string, Settings::Frames > const * before );
-   void interfaceAdd( Settings::InterfaceConfig const & interface );
-   void l3Add( std::string const & interface );
-   void globalAdd();
+   void l3Add( Settings::InterfaceConfig const & interface );
 
    void defaultVrfRenew();
 
    Store & store_;
+   Additional additional_;
    Settings::Config config_;
+   std::map< std::string, std::set< std::string > > agentsOf_; // by interface, in `config_`
    VrfEntries vrfs_;
+
+   PlanPtr plan_; // never null
+   Phase phase_ = Phase::done;
+   std::string cursor_;                // the name that was handled last in this phase
+   std::set< std::string > vrfsLeft_;  // to be removed, or added, in this phase
+   std::set< std::string > newVrfs_;   // to be added
+   std::set< std::string > withdrawn_; // interfaces that are to be set right in this application
 };
 
 } // namespace Valend

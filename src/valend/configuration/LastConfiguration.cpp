@@ -23,70 +23,86 @@ LastConfiguration::read( std::string const & stateDirectory ) {
    return Settings::readConfigFile( path );
 }
 
+// In the worker's thread. No function throws.
+class LastConfiguration::File {
+ public:
+   File( std::string path, std::string source )
+       : path_( std::move( path ) ), source_( std::move( source ) ) {}
+
+   // Returns an empty text, or why it cannot be written.
+   std::string write( PlanPtr const & plan ) {
+      if ( written_ && written_->config() == plan->config() ) {
+         return "";
+      }
+      std::error_code ignored; // the write says why it fails
+      std::filesystem::create_directories( std::filesystem::path( path_ ).parent_path(), ignored );
+      auto const error =
+         writeAtomically( path_,
+                          "# The last valid configuration of " + source_ +
+                             ". Written by valend, for a start at which that has errors.\n" +
+                             Settings::yamlOf( plan->config() ),
+                          0600, Sync::yes );
+      written_ = error.empty() ? plan : nullptr;
+      return error.empty() ? "" : "a start with errors in the configuration would fail: " + error;
+   }
+
+ private:
+   std::string const path_;
+   std::string const source_;
+   PlanPtr written_; // what the file has; null when that is not known
+};
+
 LastConfiguration::LastConfiguration( std::string const & stateDirectory, std::string source,
-                                      Conditions & conditions,
+                                      Conditions & conditions, Valen::Linux::Worker & worker,
                                       Quill::Ptr< Gantry::TaskScheduler > scheduler )
-    : path_( pathIn( stateDirectory ) ), source_( std::move( source ) ),
-      condition_( conditions, "last-configuration" ),
-      timer_( std::move( scheduler ), "lastConfiguration", [ this ] { look(); } ) {}
+    : file_( stateDirectory.empty()
+                ? nullptr
+                : std::make_shared< File >( pathIn( stateDirectory ), std::move( source ) ) ),
+      condition_( conditions, "last-configuration" ), worker_( worker ),
+      timer_( std::move( scheduler ), "lastConfiguration", [ this ] { start(); } ) {}
 
 LastConfiguration::~LastConfiguration() {
-   if ( writing_.valid() ) {
-      writing_.wait();
-   }
    if ( next_ ) {
-      write( *next_ );
+      worker_.run( [ file = file_, plan = next_ ]() -> Valen::Linux::Worker::Work {
+         file->write( plan );
+         return nullptr;
+      } );
    }
 }
 
-void LastConfiguration::keep( Settings::Config const & config ) {
-   if ( path_.empty() ) {
+void LastConfiguration::keep( PlanPtr plan ) {
+   if ( !file_ ) {
       return;
    }
-   next_ = std::make_shared< Settings::Config const >( config );
-   if ( !writing_.valid() ) {
+   next_ = std::move( plan );
+   if ( !writing_ ) {
       start();
    }
-}
-
-std::string LastConfiguration::write( Settings::Config const & config ) const {
-   std::error_code ignored; // the write says why it fails
-   std::filesystem::create_directories( std::filesystem::path( path_ ).parent_path(), ignored );
-   auto const error =
-      writeAtomically( path_,
-                       "# The last valid configuration of " + source_ +
-                          ". Written by valend, for a start at which that has errors.\n" +
-                          Settings::yamlOf( config ),
-                       0600 );
-   return error.empty() ? "" : "a start with errors in the configuration would fail: " + error;
 }
 
 void LastConfiguration::start() {
-   current_ = std::exchange( next_, nullptr );
-   try {
-      writing_ =
-         std::async( std::launch::async, [ this, config = current_ ] { return write( *config ); } );
-   } catch ( std::system_error const & ) { // no thread can be started
-      std::promise< std::string > written;
-      written.set_value( write( *current_ ) );
-      writing_ = written.get_future();
-   }
-   timer_.start( period );
+   writing_ = true;
+   timer_.stop();
+   worker_.run( [ this, file = file_,
+                  plan = std::exchange( next_, nullptr ) ]() -> Valen::Linux::Worker::Work {
+      return [ this, plan, error = file->write( plan ) ] {
+         if ( !error.empty() && !next_ ) {
+            next_ = plan; // to be tried again
+         }
+         written( error );
+      };
+   } );
 }
 
-void LastConfiguration::look() {
-   if ( !writing_.valid() ) {
-      return start(); // again, after an error
-   }
-   if ( writing_.wait_for( std::chrono::seconds( 0 ) ) != std::future_status::ready ) {
-      return timer_.start( period );
-   }
-   auto const error = writing_.get();
+void LastConfiguration::written( std::string const & error ) {
+   writing_ = false;
    condition_.update( error );
-   if ( next_ ) {
+   if ( !next_ ) {
+      return;
+   }
+   if ( error.empty() ) {
       start();
-   } else if ( !error.empty() ) {
-      next_ = current_;
+   } else {
       timer_.start( retryPeriod );
    }
 }

@@ -1,17 +1,18 @@
 // Keeps the last valid configuration in the file "configuration.yaml" of the state directory, for a start at
 // which the files have errors: the links are to be protected all the same.
 //
-// The file is a configuration of its own, with the frames of capture files in it. It is written in another
-// thread, because a large one takes long. No function throws. While it cannot be written, the condition
-// "last-configuration" is raised.
+// The file is a configuration of its own, with the frames of capture files in it. A worker thread writes it, because a
+// large one takes long. No function throws. While it cannot be written, the condition "last-configuration" is
+// raised.
 #pragma once
 
+#include "linux/Worker.h"
 #include "platform/gantry/Timer.h"
 #include "settings/ConfigReader.h"
 #include "valend/base/Conditions.h"
+#include "valend/configuration/Plan.h"
 
 #include <chrono>
-#include <future>
 #include <memory>
 #include <optional>
 #include <string>
@@ -20,8 +21,6 @@ namespace Valend {
 
 class LastConfiguration {
  public:
-   // How often it looks whether the thread has ended.
-   static constexpr std::chrono::milliseconds period{ 50 };
    // When it tries again after an error.
    static constexpr std::chrono::seconds retryPeriod{ 60 };
 
@@ -30,30 +29,30 @@ class LastConfiguration {
    // What was kept, with the errors in it, if any; nothing when there is no such file.
    static std::optional< Settings::ConfigResult > read( std::string const & stateDirectory );
 
-   // Keeps nothing when `stateDirectory` is empty. `conditions` must outlive this.
+   // Keeps nothing when `stateDirectory` is empty. All must outlive this; `worker` runs what is left to be written at the
+   // end.
    //   source   the file that the configuration is read from
    LastConfiguration( std::string const & stateDirectory, std::string source,
-                      Conditions & conditions, Quill::Ptr< Gantry::TaskScheduler > scheduler );
-   ~LastConfiguration(); // waits until the last one is written
+                      Conditions & conditions, Valen::Linux::Worker & worker,
+                      Quill::Ptr< Gantry::TaskScheduler > scheduler );
+   ~LastConfiguration();
    LastConfiguration( LastConfiguration const & ) = delete;
    LastConfiguration & operator=( LastConfiguration const & ) = delete;
 
-   // Keeps `config`, which is valid. Returns at once.
-   void keep( Settings::Config const & config );
+   // Keeps the configuration of `plan`, which is valid. Returns at once.
+   void keep( PlanPtr plan );
 
  private:
-   using Kept = std::shared_ptr< Settings::Config const >;
+   class File;
 
-   std::string write( Settings::Config const & config ) const;
    void start();
-   void look();
+   void written( std::string const & error );
 
-   std::string const path_;
-   std::string const source_;
+   std::shared_ptr< File > const file_; // the worker's; null when nothing is kept
    Condition condition_;
-   Kept current_;                       // being written, or written last
-   Kept next_;                          // to be written then; null: none
-   std::future< std::string > writing_; // its error, or an empty text
+   Valen::Linux::Worker & worker_;
+   PlanPtr next_; // to be written; null: none
+   bool writing_ = false;
    Gantry::Timer timer_;
 };
 

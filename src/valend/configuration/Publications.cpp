@@ -4,19 +4,10 @@
 #include "valend/base/Errors.h"
 
 #include <algorithm>
-#include <tuple>
 
 namespace Valend {
 
 namespace {
-
-std::size_t bytesOf( Settings::Frames const & frames ) {
-   std::size_t bytes = 0;
-   for ( auto const & frame : frames ) {
-      bytes += frame.size();
-   }
-   return bytes;
-}
 
 bool isName( std::string const & text ) {
    return !text.empty() && text.size() <= Publications::maxAgentBytes &&
@@ -28,19 +19,42 @@ bool isName( std::string const & text ) {
 
 } // namespace
 
+Publications::Publications( Feeder & feeder, Kept kept )
+    : feeder_( feeder ), kept_( std::move( kept ) ), plan_( std::make_shared< Plan const >() ) {
+   feeder_.additionalIs( [ this ]( auto const & interface ) { return activeFrames( interface ); } );
+}
+
+Publications::~Publications() {
+   feeder_.additionalIs( nullptr );
+}
+
+std::size_t Publications::memoryOf( Settings::Frames const & frames ) noexcept {
+   auto memory = entryMemory;
+   for ( auto const & frame : frames ) {
+      memory += frameMemory + 2 * frame.size();
+   }
+   return memory;
+}
+
 void Publications::resume( std::vector< Message > messages ) {
    for ( auto & message :
          messages ) { // checked as in publish(), but the interface may not exist now
-      auto const same = find( message.agent, message.interface );
-      if ( isName( message.agent ) && !message.frames.empty() && same == messages_.end() ) {
-         add( std::move( message ) );
+      if ( isName( message.agent ) && !message.frames.empty() &&
+           !messages_.contains( { message.agent, message.interface } ) ) {
+         put( std::move( message ) );
       }
    }
 }
 
 void Publications::configIs( Settings::Config config ) {
-   config_ = std::move( config );
-   apply();
+   begin( std::make_shared< Plan const >( std::move( config ) ) );
+   while ( feeder_.step() ) {
+   }
+}
+
+void Publications::begin( PlanPtr plan ) {
+   plan_ = std::move( plan );
+   feeder_.begin( plan_ );
 }
 
 std::string Publications::frameOf( std::string const & hex, std::size_t number ) {
@@ -59,14 +73,12 @@ std::string Publications::frameOf( std::string const & hex, std::size_t number )
 
 // Throws when the name belongs to the configuration or to another client.
 void Publications::requireName( std::string const & agent, U64 client ) const {
-   if ( config_.agents.contains( agent ) ) {
+   if ( config().agents.contains( agent ) ) {
       throw Errors::agentIsConfigured( agent );
    }
-   for ( auto const & message : messages_ ) {
-      if ( message.agent == agent && message.lifetime == Lifetime::connection &&
-           message.client != client ) {
-         throw Errors::agentIsOfAnotherClient( agent );
-      }
+   auto const clients = clientsOf_.find( agent );
+   if ( clients != clientsOf_.end() && !clients->second.contains( client ) ) {
+      throw Errors::agentIsOfAnotherClient( agent );
    }
 }
 
@@ -74,96 +86,114 @@ void Publications::publish( Message message ) {
    if ( !isName( message.agent ) ) {
       throw Errors::badAgentName( maxAgentBytes );
    }
-   if ( !config_.interfaces.contains( message.interface ) ) {
+   if ( !config().interfaces.contains( message.interface ) ) {
       throw Errors::noSuchInterface( message.interface );
    }
    if ( message.frames.empty() ) {
       throw Errors::noFrames();
    }
    requireName( message.agent, message.client );
-   auto const old = find( message.agent, message.interface );
-   std::size_t bytes = bytesOf( message.frames );
-   for ( auto other = messages_.begin(); other != messages_.end(); ++other ) {
-      bytes += other == old ? 0 : bytesOf( other->frames );
+   auto const old = messages_.find( { message.agent, message.interface } );
+   auto const memory = memory_ - ( old == messages_.end() ? 0 : memoryOf( old->second.frames ) ) +
+                       memoryOf( message.frames );
+   if ( memory > maxMemory ) {
+      throw Errors::tooMuchMemory( memory, maxMemory );
    }
-   if ( bytes > maxBytes ) {
-      throw Errors::tooManyBytes( bytes, maxBytes );
+   bool const wasKept = old != messages_.end() && old->second.lifetime == Lifetime::kept;
+   bool const isKept = message.lifetime == Lifetime::kept;
+   if ( kept_ && ( wasKept || isKept ) ) {
+      kept_( message.agent, message.interface, isKept ? message.frames : Settings::Frames() );
    }
    if ( old != messages_.end() ) {
-      *old = std::move( message );
-   } else {
-      add( std::move( message ) );
+      remove( old );
    }
-   changed();
+   auto const interface = message.interface;
+   put( std::move( message ) );
+   feeder_.framesChanged( interface );
 }
 
-// Keeps the order by agent, then interface.
-void Publications::add( Message message ) {
-   auto const key = []( Message const & each ) { return std::tie( each.agent, each.interface ); };
-   auto const place =
-      std::upper_bound( messages_.begin(), messages_.end(), message,
-                        [ & ]( auto const & a, auto const & b ) { return key( a ) < key( b ); } );
-   messages_.insert( place, std::move( message ) );
+void Publications::put( Message message ) {
+   Key const key( message.agent, message.interface );
+   memory_ += memoryOf( message.frames );
+   agentsOf_[ message.interface ].insert( message.agent );
+   if ( message.lifetime == Lifetime::connection ) {
+      boundTo_[ message.client ].insert( key );
+      ++clientsOf_[ message.agent ][ message.client ];
+   }
+   messages_.emplace( key, std::move( message ) );
 }
 
-void Publications::withdraw( std::string const & agent, std::string const & interface,
-                             U64 client ) {
-   auto const old = find( agent, interface );
+// Removes `element` from the collection under `key`, and the collection when it is empty.
+template < class Map, class Element >
+void removeFrom( Map & map, typename Map::key_type const & key, Element const & element ) {
+   auto const found = map.find( key );
+   found->second.erase( element );
+   if ( found->second.empty() ) {
+      map.erase( found );
+   }
+}
+
+void Publications::remove( Messages::iterator message ) {
+   auto const & [ key, old ] = *message;
+   memory_ -= memoryOf( old.frames );
+   removeFrom( agentsOf_, old.interface, old.agent );
+   if ( old.lifetime == Lifetime::connection ) {
+      removeFrom( boundTo_, old.client, key );
+      if ( --clientsOf_[ old.agent ][ old.client ] == 0 ) {
+         removeFrom( clientsOf_, old.agent, old.client );
+      }
+   }
+   messages_.erase( message );
+}
+
+Publications::Lifetime Publications::withdraw( std::string const & agent,
+                                               std::string const & interface, U64 client ) {
+   auto const old = messages_.find( { agent, interface } );
    if ( old == messages_.end() ) {
-      bool const configured =
-         config_.agents.contains( agent ) && config_.agents.at( agent ).contains( interface );
-      throw configured ? Errors::messagesAreConfigured( agent, interface )
-                       : Errors::noSuchMessages( agent, interface );
+      auto const configured = config().agents.find( agent );
+      throw configured != config().agents.end() && configured->second.contains( interface )
+         ? Errors::messagesAreConfigured( agent, interface )
+         : Errors::noSuchMessages( agent, interface );
    }
-   if ( old->lifetime == Lifetime::connection && old->client != client ) {
+   auto const lifetime = old->second.lifetime;
+   if ( lifetime == Lifetime::connection && old->second.client != client ) {
       requireName( agent, client );
    }
-   messages_.erase( old );
-   changed();
+   remove( old );
+   if ( kept_ && lifetime == Lifetime::kept ) {
+      kept_( agent, interface, {} );
+   }
+   feeder_.framesChanged( interface );
+   return lifetime;
 }
 
 void Publications::clientGone( U64 client ) {
-   auto const gone = std::erase_if( messages_, [ & ]( auto const & message ) {
-      return message.lifetime == Lifetime::connection && message.client == client;
-   } );
-   if ( gone ) {
-      changed();
+   while ( isNeeded( client ) ) {
+      auto const key = *boundTo_.at( client ).begin();
+      remove( messages_.find( key ) );
+      feeder_.framesChanged( key.second );
    }
-}
-
-bool Publications::isNeeded( U64 client ) const noexcept {
-   return std::any_of( messages_.begin(), messages_.end(), [ & ]( auto const & message ) {
-      return message.lifetime == Lifetime::connection && message.client == client;
-   } );
 }
 
 bool Publications::isActive( Message const & message ) const {
-   return config_.interfaces.contains( message.interface ) &&
-          !config_.agents.contains( message.agent );
+   return config().interfaces.contains( message.interface ) &&
+          !config().agents.contains( message.agent );
 }
 
-std::vector< Publications::Message >::iterator Publications::find( std::string const & agent,
-                                                                   std::string const & interface ) {
-   return std::find_if( messages_.begin(), messages_.end(), [ & ]( auto const & message ) {
-      return message.agent == agent && message.interface == interface;
-   } );
-}
-
-void Publications::changed() {
-   if ( changed_ ) {
-      changed_( messages_ );
+std::map< std::string, Settings::Frames >
+Publications::activeFrames( std::string const & interface ) const {
+   std::map< std::string, Settings::Frames > frames;
+   auto const agents = agentsOf_.find( interface );
+   if ( agents == agentsOf_.end() ) {
+      return frames;
    }
-   apply();
-}
-
-void Publications::apply() {
-   auto combined = config_;
-   for ( auto const & message : messages_ ) {
+   for ( auto const & agent : agents->second ) {
+      auto const & message = messages_.at( { agent, interface } );
       if ( isActive( message ) ) {
-         combined.agents[ message.agent ][ message.interface ] = message.frames;
+         frames.emplace( agent, message.frames );
       }
    }
-   feeder_.apply( std::move( combined ) );
+   return frames;
 }
 
 } // namespace Valend

@@ -10,7 +10,10 @@
 #include "valend/configuration/Feeder.h"
 
 #include <functional>
+#include <map>
+#include <set>
 #include <string>
+#include <utility>
 #include <vector>
 
 namespace Valend {
@@ -35,22 +38,33 @@ class Publications {
    };
 
    static constexpr std::size_t maxFrameBytes = 65535;
-   static constexpr std::size_t maxBytes = 64u << 20; // of all published frames together
-   static constexpr std::size_t maxAgentBytes = 255;  // of a name
+   static constexpr std::size_t maxAgentBytes = 255; // of a name
+   // The memory that all published frames together may take. A frame is held twice, here and in the state store, each
+   // time with what surrounds it; so is the entry of an agent for an interface.
+   static constexpr std::size_t maxMemory = 128u << 20;
+   static constexpr std::size_t frameMemory = 128;  // besides twice its bytes
+   static constexpr std::size_t entryMemory = 2048; // of an agent for an interface
+   static std::size_t memoryOf( Settings::Frames const & frames ) noexcept;
 
-   // `feeder` must outlive this. `changed` (may be empty) is called with all published messages after
-   // each change.
-   using Changed = std::function< void( std::vector< Message > const & ) >;
-   explicit Publications( Feeder & feeder, Changed changed = {} )
-       : feeder_( feeder ), changed_( std::move( changed ) ) {}
+   // What an agent has published with the lifetime "kept" for an interface from now on; no frames: nothing.
+   using Kept = std::function< void( std::string const & agent, std::string const & interface,
+                                     Settings::Frames const & frames ) >;
+
+   // `feeder` must outlive this. `kept` (may be empty) is called with each change.
+   explicit Publications( Feeder & feeder, Kept kept = {} );
+   ~Publications();
+   Publications( Publications const & ) = delete;
+   Publications & operator=( Publications const & ) = delete;
 
    // Restores what the previous run kept. Called before the first configIs().
    void resume( std::vector< Message > messages );
 
-   // Applies the configuration of the files, together with what is published.
+   // Applies the configuration of the files, together with what is published, in one go.
    void configIs( Settings::Config config );
+   // Begins to do so: see Feeder::begin(). From now on calls are answered by that configuration.
+   void begin( PlanPtr plan );
    // The configuration of the files alone.
-   Settings::Config const & config() const noexcept { return config_; }
+   Settings::Config const & config() const noexcept { return plan_->config(); }
 
    // The bytes of the frame `hex`. Throws Refusal "BadFrame"; `number` is the frame's number in the
    // error.
@@ -58,33 +72,40 @@ class Publications {
 
    // Publishes `message`, which replaces what its agent has published for its interface. Throws
    // Refusal "NoSuchInterface", "AgentExists", "BadName", "NoFrames" or "TooMuch", and changes nothing
-   // then.
+   // then. It takes the time for one interface, however much else is published.
    void publish( Message message );
-   // Withdraws what the agent has published for the interface. Throws Refusal "NoSuchMessages" or
-   // "AgentExists".
-   void withdraw( std::string const & agent, std::string const & interface, U64 client );
+   // Withdraws what the agent has published for the interface, and returns its lifetime. Throws Refusal
+   // "NoSuchMessages" or "AgentExists".
+   Lifetime withdraw( std::string const & agent, std::string const & interface, U64 client );
    // Withdraws what was bound to the client's connection.
    void clientGone( U64 client );
 
    // Whether anything is bound to the client's connection.
-   bool isNeeded( U64 client ) const noexcept;
-   // What is published, sorted by agent, then interface.
-   std::vector< Message > const & messages() const noexcept { return messages_; }
+   bool isNeeded( U64 client ) const noexcept { return boundTo_.contains( client ); }
+   // What is published, by agent, then interface.
+   using Key = std::pair< std::string, std::string >;
+   using Messages = std::map< Key, Message >;
+   Messages const & messages() const noexcept { return messages_; }
    // Whether the configuration lets the message be applied now.
    bool isActive( Message const & message ) const;
+   // See maxMemory.
+   std::size_t memory() const noexcept { return memory_; }
 
  private:
-   std::vector< Message >::iterator find( std::string const & agent,
-                                          std::string const & interface );
    void requireName( std::string const & agent, U64 client ) const;
-   void add( Message message );
-   void changed();
-   void apply();
+   void put( Message message );
+   void remove( Messages::iterator message );
+   std::map< std::string, Settings::Frames > activeFrames( std::string const & interface ) const;
 
    Feeder & feeder_;
-   Changed const changed_;
-   Settings::Config config_;
-   std::vector< Message > messages_;
+   Kept const kept_;
+   PlanPtr plan_; // never null
+   Messages messages_;
+   std::size_t memory_ = 0;
+   std::map< std::string, std::set< std::string > > agentsOf_; // by interface
+   std::map< U64, std::set< Key > > boundTo_; // by client: what its connection holds
+   std::map< std::string, std::map< U64, std::size_t > >
+      clientsOf_; // by agent: how many each holds
 };
 
 } // namespace Valend

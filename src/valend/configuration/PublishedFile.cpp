@@ -1,79 +1,91 @@
 #include "valend/configuration/PublishedFile.h"
 
-#include "settings/Hex.h"
-#include "valend/base/AtomicFile.h"
 #include "valend/base/Log.h"
 
 #include <cstdio>
-#include <fstream>
-#include <iterator>
-#include <nlohmann/json.hpp>
+#include <utility>
 
 namespace Valend {
 
-using Json = nlohmann::json;
-using Message = Publications::Message;
-using Lifetime = Publications::Lifetime;
+PublishedFile::PublishedFile( std::string const & directory, Conditions & conditions,
+                              Valen::Linux::Worker & worker,
+                              Quill::Ptr< Gantry::TaskScheduler > scheduler )
+    : path_( directory.empty() ? "" : directory + "/published" ),
+      condition_( conditions, "published-frames" ), worker_( worker ),
+      file_( std::make_shared< PublishedFrames >( path_ ) ),
+      timer_( std::move( scheduler ), "publishedFile", [ this ] {
+         mustWrite_ = true;
+         start();
+      } ) {}
 
-namespace {
-
-// Throws when `text` is damaged.
-std::vector< Message > messagesIn( std::string const & text ) {
-   std::vector< Message > messages;
-   for ( auto const & each : Json::parse( text ) ) {
-      Message message{ each.at( "agent" ), each.at( "interface" ), {}, Lifetime::kept, 0 };
-      for ( auto const & frame : each.at( "frames" ) ) {
-         message.frames.push_back( Settings::frameFromHex( frame.get< std::string >() ) );
-      }
-      messages.push_back( std::move( message ) );
+PublishedFile::~PublishedFile() {
+   if ( !changes_.empty() ) { // after what is being written
+      worker_.run(
+         [ file = file_, changes = std::move( changes_ ) ]() -> Valen::Linux::Worker::Work {
+            file->save( changes );
+            return nullptr;
+         } );
    }
-   return messages;
 }
 
-std::string textOf( std::vector< Message > const & messages ) {
-   auto list = Json::array();
-   for ( auto const & message : messages ) {
-      if ( message.lifetime == Lifetime::kept ) {
-         auto frames = Json::array();
-         for ( auto const & frame : message.frames ) {
-            frames.push_back( Settings::toHex( frame ) );
-         }
-         list.push_back( { { "agent", message.agent },
-                           { "interface", message.interface },
-                           { "frames", std::move( frames ) } } );
-      }
-   }
-   return list.empty() ? "" : list.dump( 1, ' ', false, Json::error_handler_t::replace ) + "\n";
-}
-
-} // namespace
-
-std::vector< Message > PublishedFile::read() const {
-   std::ifstream file( path_, std::ios::binary );
-   if ( path_.empty() || !file ) {
+PublishedFrames::Entries PublishedFile::read() {
+   if ( path_.empty() ) {
       return {};
    }
-   std::string const text( std::istreambuf_iterator< char >( file ), {} );
-   try {
-      return text.empty() ? std::vector< Message >() : messagesIn( text );
-   } catch ( std::exception const & e ) {
+   auto const damage = file_->read();
+   if ( !damage.empty() ) {
       auto const aside = path_ + ".damaged";
       std::rename( path_.c_str(), aside.c_str() );
       log( LogLevel::error, "published frames lost: " + path_ + " is damaged and was renamed to " +
-                               aside + ": " + e.what() );
-      return {};
+                               aside + ": " + damage );
+      mustWrite_ = !file_->entries().empty();
+      start();
+   }
+   return file_->entries();
+}
+
+void PublishedFile::save( PublishedFrames::Entry change ) {
+   if ( !path_.empty() ) {
+      changes_.push_back( std::move( change ) );
+      start();
    }
 }
 
-void PublishedFile::write( std::vector< Message > const & messages ) {
-   auto text = textOf( messages );
-   if ( path_.empty() || ( text == written_ && !condition_.raised() ) ) {
+void PublishedFile::whenSaved( Done done ) {
+   if ( !changes_.empty() ) {
+      next_.push_back( std::move( done ) );
+   } else if ( writing_ ) {
+      waiting_.push_back( std::move( done ) );
+   } else {
+      done( !path_.empty() && !condition_.raised() );
+   }
+}
+
+void PublishedFile::start() {
+   if ( writing_ || ( changes_.empty() && !mustWrite_ ) ) {
       return;
    }
-   auto const error = writeAtomically( path_, text, 0600 );
+   writing_ = true;
+   mustWrite_ = false;
+   timer_.stop();
+   auto const changes = std::make_shared< PublishedFrames::Entries const >( std::move( changes_ ) );
+   changes_.clear();
+   waiting_ = std::exchange( next_, {} );
+   worker_.run( [ this, file = file_, changes ]() -> Valen::Linux::Worker::Work {
+      return [ this, error = file->save( *changes ) ] { written( error ); };
+   } );
+}
+
+void PublishedFile::written( std::string const & error ) {
+   writing_ = false;
    condition_.update( error.empty() ? "" : "published frames would be lost on restart: " + error );
-   if ( error.empty() ) {
-      written_ = std::move( text );
+   if ( !error.empty() ) {
+      timer_.start( retryPeriod );
+   }
+   auto const waiting = std::exchange( waiting_, {} );
+   start();
+   for ( auto const & done : waiting ) {
+      done( error.empty() );
    }
 }
 

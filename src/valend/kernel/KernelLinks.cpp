@@ -159,10 +159,11 @@ std::vector< RefusedPacket > KernelLinks::refused( LinkPlace const & place ) con
    return refused;
 }
 
-U64 KernelLinks::outstandingBytes( std::string const & netNs ) const {
+U64 KernelLinks::outstandingBytes( LinkPlace const & place ) const {
    U64 sum = 0;
-   for ( auto const * endpoint : endpoints_.endpoints( Corvid::NamespaceName( netNs ) ) ) {
-      sum += endpoint->outstandingBytes();
+   auto const found = device( place );
+   for ( auto const * endpoint : endpoints_.endpoints( Corvid::NamespaceName( place.netNs ) ) ) {
+      sum += found ? endpoint->outstandingBytes( found->ifIndex ) : 0;
    }
    return sum;
 }

@@ -35,7 +35,7 @@ class KernelLinks final : public LinkPort, public Namespaces, public Orrery::Mou
    void setDown( LinkPlace const & place ) override;
    Counters counters( std::string const & netNs ) const override;
    std::vector< RefusedPacket > refused( LinkPlace const & place ) const override;
-   U64 outstandingBytes( std::string const & netNs ) const override;
+   U64 outstandingBytes( LinkPlace const & place ) const override;
    U64 resyncs() const override;
 
    NamespaceView look( std::string const & name ) const override;

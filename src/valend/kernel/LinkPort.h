@@ -63,8 +63,9 @@ class LinkPort {
    virtual Counters counters( std::string const & netNs ) const = 0;
    // The packets of the last burst to the device that the kernel rejected, in order of sending.
    virtual std::vector< RefusedPacket > refused( LinkPlace const & place ) const = 0;
-   // Bytes of frames that are still queued in the send buffers of the namespace's endpoints.
-   virtual U64 outstandingBytes( std::string const & netNs ) const = 0;
+   // Bytes of frames to the device that the kernel accepted and that have not left yet; 0 if there is
+   // no such device.
+   virtual U64 outstandingBytes( LinkPlace const & place ) const = 0;
 
    // How often notifications were lost and all devices of a namespace were read again.
    virtual U64 resyncs() const = 0;

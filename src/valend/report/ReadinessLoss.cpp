@@ -1,61 +1,82 @@
 #include "valend/report/ReadinessLoss.h"
 
+#include <utility>
+
 namespace Valend {
 
 ReadinessLoss::ReadinessLoss( Feeder const & feeder, StatusReport const & report,
-                              Quill::Ptr< Gantry::TaskScheduler > scheduler )
-    : feeder_( feeder ), report_( report ),
-      timer_( std::move( scheduler ), "readinessLoss", [ this ] { look(); } ) {}
+                              Quill::Ptr< Gantry::TaskScheduler > scheduler,
+                              Gantry::WorkQueue & work )
+    : feeder_( feeder ), report_( report ), slices_( work, "readiness" ),
+      timer_( std::move( scheduler ), "readinessLoss", [ this ] {
+         for ( auto const & check : std::exchange( checks_, {} ) ) {
+            pass( check );
+         }
+      } ) {}
 
-std::vector< std::string > ReadinessLoss::ready() const {
-   std::vector< std::string > names;
-   for ( auto const & [ name, config ] : feeder_.config().interfaces ) {
-      if ( report_.ready( name ) ) {
-         names.push_back( name );
+Slices::Step ReadinessLoss::readyInto( std::vector< std::string > & names ) const {
+   names.clear();
+   return [ this, &names, last = std::string() ]() mutable { // no name is empty
+      auto const & interfaces = feeder_.config().interfaces;
+      auto const found = interfaces.upper_bound( last );
+      if ( found == interfaces.end() ) {
+         return false;
       }
-   }
-   return names;
+      last = found->first;
+      if ( report_.ready( last ) ) {
+         names.push_back( last );
+      }
+      return true;
+   };
 }
 
 void ReadinessLoss::reportSince( std::vector< std::string > before, Done done ) {
-   removeReady( before );
-   if ( before.empty() ) {
-      return done( {} );
-   }
-   checks_.push_back( { std::move( before ), std::move( done ), settle } );
-   timer_.start( period );
+   pass( std::make_shared< Check >(
+      Check{ std::move( before ), 0, {}, {}, std::move( done ), settle } ) );
 }
 
-// Leaves those that are configured and not ready.
-void ReadinessLoss::removeReady( std::vector< std::string > & names ) const {
-   auto const & interfaces = feeder_.config().interfaces;
-   std::erase_if( names, [ & ]( auto const & name ) {
-      return !interfaces.contains( name ) || report_.ready( name );
+bool ReadinessLoss::isLost( std::string const & name ) const {
+   return feeder_.config().interfaces.contains( name ) && !report_.ready( name );
+}
+
+void ReadinessLoss::pass( CheckPtr const & check ) {
+   slices_.add( [ this, check ] {
+      if ( check->next == check->names.size() ) {
+         passEnded( check );
+         return false;
+      }
+      auto & name = check->names[ check->next++ ];
+      if ( isLost( name ) ) {
+         check->lost.push_back( std::move( name ) );
+      }
+      return true;
    } );
 }
 
-std::vector< ReadinessLoss::Lost >
-ReadinessLoss::withReasons( std::vector< std::string > const & names ) const {
-   std::vector< Lost > lost;
-   for ( auto const & name : names ) {
-      lost.push_back( { name, report_.notReady( feeder_.config().interfaces.at( name ) ) } );
+void ReadinessLoss::passEnded( CheckPtr const & check ) {
+   check->names = std::exchange( check->lost, {} );
+   check->next = 0;
+   if ( check->names.empty() || check->left.count() <= 0 ) {
+      return slices_.add( [ this, check ] { return reasonNext( *check ); } );
    }
-   return lost;
-}
-
-void ReadinessLoss::look() {
-   for ( auto & check : std::exchange( checks_, {} ) ) { // `done` may add others
-      removeReady( check.lost );
-      check.left -= period;
-      if ( check.lost.empty() || check.left.count() <= 0 ) {
-         check.done( withReasons( check.lost ) );
-      } else {
-         checks_.push_back( std::move( check ) );
-      }
-   }
-   if ( !checks_.empty() ) {
+   check->left -= period;
+   checks_.push_back( check );
+   if ( !timer_.running() ) {
       timer_.start( period );
    }
+}
+
+bool ReadinessLoss::reasonNext( Check & check ) const {
+   if ( check.next == check.names.size() ) {
+      check.done( check.reasons );
+      return false;
+   }
+   auto const & name = check.names[ check.next++ ];
+   if ( isLost( name ) ) {
+      check.reasons.push_back(
+         { name, report_.notReady( feeder_.config().interfaces.at( name ) ) } );
+   }
+   return true;
 }
 
 } // namespace Valend

@@ -157,7 +157,7 @@ Json StatusReport::messages( Publications const & publications ) const {
          add( agent, interface, frames, "configuration", true );
       }
    }
-   for ( auto const & message : publications.messages() ) {
+   for ( auto const & [ key, message ] : publications.messages() ) {
       add( message.agent, message.interface, message.frames, textOf( message.lifetime ),
            publications.isActive( message ) );
    }

@@ -55,7 +55,7 @@ void Goodbye::send() {
 }
 
 void Goodbye::flush() {
-   auto const bytes = surroundings_.port.outstandingBytes( record_.place.netNs );
+   auto const bytes = surroundings_.port.outstandingBytes( record_.place );
    if ( bytes && surroundings_.scheduler->now() < deadline_ ) {
       return timer_.start( flushInterval );
    }

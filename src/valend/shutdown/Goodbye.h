@@ -19,7 +19,7 @@ namespace Valend {
 
 class Goodbye final {
  public:
-   // How long frames may take to leave the socket.
+   // How long its frames may take to leave the socket.
    static constexpr std::chrono::milliseconds flushTimeout{ 200 };
 
    // What a goodbye works with. All must outlive it.

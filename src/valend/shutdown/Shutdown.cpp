@@ -298,7 +298,7 @@ void Shutdown::flushSocket() {
       entry_.record.held = inMs( now() - hold_->from );
       enter( Phase::flushing, now() + flushTimeout );
    }
-   auto const bytes = surroundings_.port.outstandingBytes( place().netNs );
+   auto const bytes = surroundings_.port.outstandingBytes( place() );
    if ( bytes && now() < deadline_ ) {
       return timer_.start( flushInterval );
    }

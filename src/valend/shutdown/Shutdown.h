@@ -54,7 +54,7 @@ class Shutdown final {
  public:
    // How long after the delay's end the library may still hold the link.
    static constexpr std::chrono::milliseconds margin{ 500 };
-   // How long frames may take to leave the socket.
+   // How long its frames may take to leave the socket.
    static constexpr std::chrono::milliseconds flushTimeout{ 200 };
    // How long to retry when the kernel does not set the link down, or when the device is missing: one
    // that was just recreated may not have been reported yet.

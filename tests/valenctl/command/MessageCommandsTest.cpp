@@ -41,6 +41,16 @@ TEST_F( MessageCommandsTest, FramesThatAreTooLongAreReported ) {
    EXPECT_EQ( err, "frame 1 (9 bytes) exceeds the limit of the device (8) and will not be sent\n" );
 }
 
+TEST_F( MessageCommandsTest, FramesThatAreNotSavedAreReported ) {
+   daemon.answers( "Publish", { { { "tooLong", Json::array() }, { "saved", false } } } );
+   EXPECT_EQ( run( { "messages", "add", "radv", "Ethernet1", "00" } ), Exit::done );
+   EXPECT_EQ( err,
+              "not saved: a restart of valend would lose the frames; see \"valenctl status\"\n" );
+   daemon.answers( "Withdraw", { { { "saved", false } } } );
+   EXPECT_EQ( run( { "messages", "remove", "radv", "Ethernet1" } ), Exit::done );
+   EXPECT_THAT( err, HasSubstr( "not saved: frames that were kept may be back" ) );
+}
+
 TEST_F( MessageCommandsTest, ADashReadsFramesFromStandardInput ) {
    daemon.answers( "Publish", { Json::object() } );
    std::istringstream input( "22\n\n33\n" );

@@ -71,7 +71,8 @@ class ApiFixture : public DaemonFixture {
          publications( feeder ),
          api( { store, feeder, publications, kernel, controller, faults, conditions, metrics, trace,
                 configurator, access, clock.scheduler(), work,
-                [ this ]( auto const & done ) { reload( done ); }, [ this ] { ++rescans; } } ) {}
+                [ this ]( auto const & done ) { reload( done ); },
+                [ this ]( auto const & done ) { whenSaved( done ); }, [ this ] { ++rescans; } } ) {}
 
    void startPublishing( Settings::Config const & config ) {
       start( Settings::Config() );
@@ -98,15 +99,18 @@ class ApiFixture : public DaemonFixture {
    std::function< void( std::function< void( Reloaded const & ) > const & ) > reload =
       []( auto const & done ) { done( {} ); };
    int rescans = 0;
+   // What an answer of Publish and Withdraw waits for.
+   std::function< void( std::function< void( bool ) > const & ) > whenSaved =
+      []( auto const & done ) { done( true ); };
 
    TraceHub trace;
    Access access{ "4001", "4002" };
    Metrics metrics{ { store, feeder, kernel, controller, faults, conditions,
                       [] { return Metrics::Clients(); } } };
    Publications publications;
-   Configurator configurator{
-      "/dev/null", Settings::ProcessConfig(), conditions,
-      [ this ]( auto const & config ) { publications.configIs( config ); } };
+   Valen::Linux::EventLoop loop{ clock.scheduler() }; // is not turned
+   Configurator configurator{ "/dev/null", Settings::ProcessConfig(), conditions, loop,
+                              []( auto const & ) { return Configurator::Steps(); } };
    Api api;
 };
 

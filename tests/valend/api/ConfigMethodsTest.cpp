@@ -24,7 +24,9 @@ TEST_F( ConfigMethodsTest, ReloadAnswersTheChanges ) {
 }
 
 TEST_F( ConfigMethodsTest, ARejectedConfigurationIsAnsweredWithAllThatIsWrong ) {
-   reload = []( auto const & ) { throw Errors::configRejected( { "a", "b" } ); };
+   reload = []( auto const & done ) {
+      done( { {}, {}, {}, Errors::configRejected( { "a", "b" } ) } );
+   };
    auto const answers = call( "Reload", Json::object() );
    EXPECT_EQ( answers->error(), "org.valen.daemon.ConfigRefused: configuration rejected; keeping "
                                 "the previous one" );

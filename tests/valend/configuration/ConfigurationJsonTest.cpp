@@ -20,8 +20,10 @@ class ConfigurationJsonTest : public ::testing::Test {
                                       Settings::ProcessConfig commandLine = {} ) {
       auto read = Settings::parseConfig( text, "f" );
       EXPECT_TRUE( read.errors.empty() );
-      ActiveConfiguration active{ read.config, read.sources, {}, std::move( commandLine ),
-                                  {},          read.sources };
+      ActiveConfiguration active;
+      active.plan = std::make_shared< Plan const >( read.config );
+      active.sources = active.processSources = read.sources;
+      active.commandLine = std::move( commandLine );
       active.process = active.wanted();
       return active;
    }
@@ -105,7 +107,7 @@ TEST_F( ConfigurationJsonTest, ASettingSaysWhereItComesFrom ) {
 TEST_F( ConfigurationJsonTest, AfterAReloadASettingOfTheNextStartIsShownAsItIsUsed ) {
    auto configuration = active( "socket: /a" );
    auto const next = Settings::parseConfig( "# moved\nsocket: /b", "f" );
-   configuration.config = next.config;
+   configuration.plan = std::make_shared< Plan const >( next.config );
    configuration.sources = next.sources;
    auto const socket = settingOf( configuration, "socket" );
    EXPECT_EQ( socket[ "value" ], "/a" );

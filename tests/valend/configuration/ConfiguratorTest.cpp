@@ -5,11 +5,15 @@
 #include "tests/support/WorkDirectory.h"
 #include "valend/base/Refusal.h"
 
+#include <atomic>
+#include <future>
 #include <gmock/gmock.h>
+#include <thread>
 
 namespace Valend {
 namespace {
 
+using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
@@ -22,8 +26,18 @@ class ConfiguratorTest : public ::testing::Test {
    void write( std::string const & text ) { directory.write( "valen.yaml", text ); }
    std::unique_ptr< Configurator > make( Settings::ProcessConfig commandLine = {} ) {
       return std::make_unique< Configurator >(
-         file, std::move( commandLine ), conditions,
-         [ this ]( auto const & config ) { applied.push_back( config ); } );
+         file, std::move( commandLine ), conditions, loop,
+         [ this ]( auto const & plan ) {
+            return Configurator::Steps{ [ this, plan ] {
+               if ( applySteps ) {
+                  std::this_thread::sleep_for( 100us );
+               } else {
+                  applied.push_back( plan->config() );
+               }
+               return applySteps ? --applySteps > 0 : false;
+            } };
+         },
+         read );
    }
    std::unique_ptr< Configurator > started( std::string const & text,
                                             Settings::ProcessConfig commandLine = {} ) {
@@ -36,18 +50,34 @@ class ConfiguratorTest : public ::testing::Test {
       auto const raised = conditions.raised();
       return raised.empty() ? "" : raised.front().name + ": " + raised.front().text;
    }
-   // The changes of a reload; its log is kept.
-   std::vector< std::string > reload( Configurator & configurator ) {
+   // Turns the loop until `done()`; fails after ten seconds.
+   template < class Done > void turnUntil( Done const & done ) {
+      auto const end = std::chrono::steady_clock::now() + 10s;
+      while ( !done() ) {
+         ASSERT_LT( std::chrono::steady_clock::now(), end );
+         loop.turn( 10ms );
+      }
+   }
+   // What comes of a reload; its log is kept.
+   Configurator::Outcome outcomeOf( Configurator & configurator ) {
       ::testing::internal::CaptureStderr();
-      auto const changes = configurator.reload();
+      std::optional< Configurator::Outcome > outcome;
+      configurator.reload( [ & ]( auto const & each ) { outcome = each; } );
+      turnUntil( [ & ] { return outcome.has_value(); } );
       log = ::testing::internal::GetCapturedStderr();
-      return changes;
+      return *outcome;
+   }
+   std::vector< std::string > reload( Configurator & configurator ) {
+      return outcomeOf( configurator ).changes;
    }
 
    WorkDirectory directory;
    Conditions conditions{ []( auto, auto const & ) {} };
    std::string const file = directory / "valen.yaml";
+   Valen::Linux::EventLoop loop;
+   Configurator::Read read = []( auto const & each ) { return Settings::readConfig( each ); };
    std::vector< Settings::Config > applied;
+   unsigned applySteps = 0; // of the next application; 0: one
    std::string log;
 };
 
@@ -56,7 +86,7 @@ TEST_F( ConfiguratorTest, TheConfigurationOfTheStartIsApplied ) {
    auto const & configurator = *owner;
    ASSERT_EQ( applied.size(), 1u );
    EXPECT_EQ( applied[ 0 ].shutdownDelayMs, 5 );
-   EXPECT_EQ( configurator.active().config, applied[ 0 ] );
+   EXPECT_EQ( configurator.active().config(), applied[ 0 ] );
 }
 
 TEST_F( ConfiguratorTest, AReloadAppliesLogsAndReturnsWhatChanged ) {
@@ -78,34 +108,26 @@ TEST_F( ConfiguratorTest, AReloadAppliesLogsAndReturnsWhatChanged ) {
 TEST_F( ConfiguratorTest, AConfigurationWithErrorsChangesNothing ) {
    auto const owner = started( "shutdown-delay-ms: 5" );
    auto & configurator = *owner;
-   auto const before = configurator.active().config;
+   auto const before = configurator.active().config();
    write( "shutdown-delay-ms: x\ncolor: blue" );
-   ::testing::internal::CaptureStderr();
-   try {
-      configurator.reload();
-      ADD_FAILURE() << "the configuration was accepted";
-   } catch ( Refusal const & e ) {
-      EXPECT_EQ( e.name(), "ConfigRefused" );
-      EXPECT_STREQ( e.what(), "configuration rejected; keeping the previous one" );
-      EXPECT_EQ( e.parameters().at( "errors" ).size(), 2u );
-      EXPECT_EQ( e.parameters().at( "errors" ).at( 0 ),
-                 file +
-                    ":1:20: shutdown-delay-ms is \"x\"; expected milliseconds from 0 to 65535" );
-   }
-   log = ::testing::internal::GetCapturedStderr();
+   auto const rejected = outcomeOf( configurator ).rejected;
+   ASSERT_TRUE( rejected );
+   EXPECT_EQ( rejected->name(), "ConfigRefused" );
+   EXPECT_STREQ( rejected->what(), "configuration rejected; keeping the previous one" );
+   EXPECT_EQ( rejected->parameters().at( "errors" ).size(), 2u );
+   EXPECT_EQ( rejected->parameters().at( "errors" ).at( 0 ),
+              file + ":1:20: shutdown-delay-ms is \"x\"; expected milliseconds from 0 to 65535" );
    EXPECT_THAT( log, HasSubstr( "valend: " + file + ":2:1: unknown key \"color\"" ) );
    EXPECT_THAT( log, HasSubstr( "valend: configuration rejected; keeping the previous one\n" ) );
    EXPECT_EQ( applied.size(), 1u );
-   EXPECT_EQ( configurator.active().config, before );
+   EXPECT_EQ( configurator.active().config(), before );
 }
 
 TEST_F( ConfiguratorTest, ARejectedReloadIsAConditionUntilAValidOne ) {
    auto const configurator = started( "shutdown-delay-ms: 5" );
    EXPECT_EQ( condition(), "" );
    write( "shutdown-delay-ms: x\ncolor: blue" );
-   ::testing::internal::CaptureStderr();
-   EXPECT_THROW( configurator->reload(), Refusal );
-   ::testing::internal::GetCapturedStderr();
+   EXPECT_TRUE( outcomeOf( *configurator ).rejected );
    EXPECT_EQ( condition(),
               "configuration: rejected: " + file +
                  ":1:20: shutdown-delay-ms is \"x\"; expected milliseconds from 0 to 65535 (and 1 "
@@ -202,6 +224,122 @@ TEST_F( ConfiguratorTest, TheCommandLineOverridesTheFiles ) {
    write( "socket: /other\ntrace: {levels: B/0}" );
    EXPECT_THAT( reload( configurator ), IsEmpty() );
    EXPECT_EQ( Quill::traceLevels(), "A/0" );
+}
+
+// --- While a reload runs --------------------------------------------------------------------------
+
+// Reads that wait until they are let go on.
+class SlowReadTest : public ConfiguratorTest {
+ protected:
+   SlowReadTest() {
+      read = [ this, gate = goesOn.get_future().share() ]( auto const & each ) {
+         ++reads;
+         gate.wait();
+         return Settings::readConfig( each );
+      };
+   }
+   ~SlowReadTest() override { letGo(); }
+   void letGo() {
+      if ( !std::exchange( gone, true ) ) {
+         goesOn.set_value();
+      }
+   }
+
+   std::promise< void > goesOn;
+   bool gone = false;
+   std::atomic< int > reads = 0;
+};
+
+TEST_F( SlowReadTest, TheLoopDoesNotWaitForTheFiles ) {
+   auto const configurator = started( "shutdown-delay-ms: 5" );
+   write( "shutdown-delay-ms: 6" );
+   bool done = false;
+   configurator->reload( [ & ]( auto const & ) { done = true; } );
+   bool turned = false;
+   Gantry::Timer timer( loop.scheduler(), "test", [ & ] { turned = true; } );
+   timer.start( 20ms );
+   turnUntil( [ & ] { return turned && reads == 1; } );
+   EXPECT_FALSE( done );
+   EXPECT_EQ( configurator->active().config().shutdownDelayMs, 5 );
+   ::testing::internal::CaptureStderr();
+   letGo();
+   turnUntil( [ & ] { return done; } );
+   ::testing::internal::GetCapturedStderr();
+   EXPECT_EQ( configurator->active().config().shutdownDelayMs, 6 );
+}
+
+TEST_F( SlowReadTest, ReloadsThatWaitBecomeOneWhichReadsTheNewestFiles ) {
+   auto const configurator = started( "shutdown-delay-ms: 5" );
+   write( "shutdown-delay-ms: 6" );
+   Valen::Test::NotifySocket const manager( directory / "notify" );
+   ::setenv( "NOTIFY_SOCKET", manager.path().c_str(), 1 );
+   ::testing::internal::CaptureStderr();
+   std::vector< std::pair< char, U64 > > ended;
+   auto const ends = [ & ]( char name ) {
+      return
+         [ &ended, name ]( auto const & outcome ) { ended.emplace_back( name, outcome.number ); };
+   };
+   configurator->reload( ends( 'a' ) );
+   turnUntil( [ & ] { return reads == 1; } );
+   configurator->reload( ends( 'b' ) );
+   configurator->reload( ends( 'c' ) );
+   configurator->reload( ends( 'd' ) );
+   letGo();
+   turnUntil( [ & ] { return ended.size() == 4; } );
+   ::testing::internal::GetCapturedStderr();
+   ::unsetenv( "NOTIFY_SOCKET" );
+   EXPECT_EQ( ended, ( std::vector< std::pair< char, U64 > >{
+                        { 'a', 1 }, { 'b', 2 }, { 'c', 2 }, { 'd', 2 } } ) );
+   EXPECT_EQ( reads, 2 );
+   for ( int i = 0; i < 2; ++i ) { // each begins after the one before has ended
+      EXPECT_THAT( manager.received(), ::testing::StartsWith( "RELOADING=1" ) );
+      EXPECT_THAT( manager.received(), ::testing::StartsWith( "READY=1" ) );
+   }
+}
+
+TEST_F( SlowReadTest, AReadThatDoesNotEndIsAConditionAndDoesNotHoldUpTheEnd ) {
+   auto configurator = started( "shutdown-delay-ms: 5" );
+   configurator->reload( nullptr );
+   turnUntil( [ & ] { return reads == 1; } );
+   auto const end = std::chrono::steady_clock::now() + Configurator::readTimeout + 30s;
+   while ( condition().empty() && std::chrono::steady_clock::now() < end ) {
+      loop.turn( 100ms );
+   }
+   EXPECT_EQ( condition(),
+              "configuration-read: the files of " + file +
+                 " have not been read within 5 s; the previous configuration is active" );
+   configurator.reset(); // or it hangs
+}
+
+TEST_F( ConfiguratorTest, ALargeConfigurationIsAppliedInManyTurns ) {
+   auto const configurator = started( "shutdown-delay-ms: 5" );
+   std::string text = "shutdown-delay-ms: 6\ninterfaces:\n";
+   for ( int i = 0; i < 100; ++i ) {
+      text += "- {name: p" + std::to_string( i ) + "}\n";
+   }
+   write( text );
+   applySteps = 200;
+   std::optional< Configurator::Outcome > outcome;
+   ::testing::internal::CaptureStderr();
+   configurator->reload( [ & ]( auto const & each ) { outcome = each; } );
+   turnUntil( [ & ] { return applySteps < 200; } );
+   auto const before = loop.turns();
+   turnUntil( [ & ] { return outcome.has_value(); } );
+   ::testing::internal::GetCapturedStderr();
+   EXPECT_EQ( outcome->changes.size(), 101u );
+   EXPECT_GT( loop.turns() - before, 10u );
+}
+
+TEST_F( ConfiguratorTest, StandardInputIsNotReadAgain ) {
+   Configurator configurator( "-", {}, conditions, loop, [ this ]( auto const & ) {
+      return Configurator::Steps{ [ this ] {
+         applied.emplace_back();
+         return false;
+      } };
+   } );
+   EXPECT_THAT( outcomeOf( configurator ).rejected->parameters().at( "errors" ),
+                ElementsAre( "-: standard input cannot be read again" ) );
+   EXPECT_THAT( applied, IsEmpty() );
 }
 
 } // namespace

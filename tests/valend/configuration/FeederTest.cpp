@@ -260,5 +260,88 @@ TEST_F( FeederTest, RandomChangesEndWhereTheLastConfigurationSays ) {
    EXPECT_EQ( faults.count(), 0u );
 }
 
+// --- In steps ------------------------------------------------------------------------------------
+
+class FeederStepsTest : public DaemonFixture {
+ protected:
+   void begin( Settings::Config const & config ) {
+      feeder.begin( std::make_shared< Plan const >( config ) );
+   }
+   void finish() {
+      while ( feeder.step() ) {
+      }
+      turn();
+   }
+};
+
+TEST_F( FeederStepsTest, WhatDoesNotChangeIsReadyAllTheTime ) {
+   auto config = twoInterfaces();
+   for ( int i = 0; i < 20; ++i ) {
+      auto const name = "Port" + std::to_string( i );
+      config.interfaces[ name ] = { name, name, "red", true };
+      config.agents[ "lldp" ][ name ] = { frame( 'p' ) };
+   }
+   start( config );
+   for ( auto & [ name, interface ] : config.interfaces ) {
+      interface.shutdownDelay = name != "Port7";
+   }
+   config.agents[ "lldp" ][ "Ethernet2" ] = { frame( 'd' ) };
+   begin( config );
+   unsigned steps = 0;
+   for ( ; feeder.step(); ++steps ) {
+      ASSERT_TRUE( ready( "Ethernet1" ) );
+      ASSERT_TRUE( ready( "Ethernet2" ) ) << "its frames are exchanged in one step";
+   }
+   EXPECT_GT( steps, 40u );
+   EXPECT_EQ( feeder.config(), config );
+   EXPECT_THAT( framesOf( "Ethernet2" ), ::testing::ElementsAre( "ns-red/7:d" ) );
+}
+
+// Devices that two interfaces exchange never belong to both.
+TEST_F( FeederStepsTest, NoDeviceBelongsToTwoInterfacesOnTheWay ) {
+   auto config = twoInterfaces();
+   config.interfaces[ "Ethernet3" ] = { "Ethernet3", "et3", "default", true };
+   config.vrfs[ "blue" ] = "ns-blue";
+   start( config );
+   std::swap( config.interfaces[ "Ethernet1" ].device, config.interfaces[ "Ethernet3" ].device );
+   std::swap( config.vrfs[ "blue" ], config.vrfs[ "red" ] );
+   config.interfaces[ "Ethernet4" ] = { "Ethernet4", "et2", "blue", true };
+   begin( config );
+   do {
+      std::set< std::pair< std::string, std::string > > places;
+      for ( auto const & [ name, interface ] : feeder.config().interfaces ) {
+         ASSERT_TRUE(
+            places.emplace( feeder.config().netNsOf( interface.vrf ), interface.device ).second )
+            << name;
+      }
+   } while ( feeder.step() );
+   EXPECT_EQ( feeder.config(), config );
+}
+
+TEST_F( FeederStepsTest, FramesThatChangeMeanwhileAreThoseThatStay ) {
+   std::map< std::string, Settings::Frames > published;
+   feeder.additionalIs( [ & ]( auto const & interface ) {
+      return interface == "Ethernet1" ? published : decltype( published )();
+   } );
+   auto config = twoInterfaces();
+   start( config );
+   config.agents.clear();
+   config.interfaces[ "Ethernet1" ].device = "et9";
+   kernel.deviceIs( "default", "et9", 9 );
+   for ( unsigned before = 0; before < 20; ++before ) {
+      config.interfaces[ "Ethernet1" ].device = before % 2 ? "et1" : "et9";
+      published.clear();
+      begin( config );
+      for ( unsigned i = 0; i < before && feeder.step(); ++i ) {
+      }
+      published[ "radv" ] = { frame( static_cast< char >( 'a' + before ) ) };
+      feeder.framesChanged( "Ethernet1" );
+      finish();
+      EXPECT_TRUE( ready( "Ethernet1" ) ) << before;
+      EXPECT_EQ( feeder.config().agents.at( "radv" ).at( "Ethernet1" ), published.at( "radv" ) );
+      EXPECT_EQ( framesOf( "Ethernet1" ).size(), 1u );
+   }
+}
+
 } // namespace
 } // namespace Valend

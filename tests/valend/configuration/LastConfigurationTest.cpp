@@ -8,7 +8,6 @@
 #include <ctime>
 #include <functional>
 #include <sys/stat.h>
-#include <thread>
 
 namespace Valend {
 namespace {
@@ -23,14 +22,18 @@ class LastConfigurationTest : public ::testing::Test {
  protected:
    std::optional< LastConfiguration > make( std::string const & directory ) {
       return std::optional< LastConfiguration >( std::in_place, directory, "valen.yaml", conditions,
-                                                 clock.scheduler() );
+                                                 *worker, clock.scheduler() );
    }
-   // Steps the clock until `condition`, while the thread writes. Returns whether it became true.
+   static PlanPtr planOf( Settings::Config config ) {
+      return std::make_shared< Plan const >( std::move( config ) );
+   }
+   // Waits until everything is written.
+   void workerEnd() { worker.reset(); }
+   // Turns the loop until `condition`, while the thread writes. Returns whether it became true.
    bool eventually( std::function< bool() > const & condition ) {
       auto const end = std::chrono::steady_clock::now() + std::chrono::seconds( 30 );
       while ( !condition() && std::chrono::steady_clock::now() < end ) {
-         std::this_thread::yield();
-         clock.advance( LastConfiguration::period );
+         loop.turn( std::chrono::milliseconds( 10 ) );
       }
       return condition();
    }
@@ -46,12 +49,14 @@ class LastConfigurationTest : public ::testing::Test {
    Valen::Test::WorkDirectory const work;
    Valen::Test::SteppedClock clock;
    Conditions conditions{ []( auto, auto const & ) {} };
+   Valen::Linux::EventLoop loop{ clock.scheduler() };
+   std::optional< Valen::Linux::Worker > worker{ std::in_place, loop, "test" };
 };
 
 TEST_F( LastConfigurationTest, WhatIsKeptIsReadAgain ) {
    EXPECT_EQ( LastConfiguration::read( work.path() ), std::nullopt );
    auto last = make( work.path() );
-   last->keep( delayOf( 5 ) );
+   last->keep( planOf( delayOf( 5 ) ) );
    EXPECT_TRUE( eventually( [ & ] { return keptDelay() == U16( 5 ); } ) );
    struct stat status {};
    ASSERT_EQ( ::stat( ( work / "configuration.yaml" ).c_str(), &status ), 0 );
@@ -62,7 +67,8 @@ TEST_F( LastConfigurationTest, WhatIsKeptIsReadAgain ) {
 }
 
 TEST_F( LastConfigurationTest, TheDirectoryIsMade ) {
-   make( work / "state" )->keep( delayOf( 5 ) ); // the temporary waits for the file
+   make( work / "state" )->keep( planOf( delayOf( 5 ) ) );
+   workerEnd();
    EXPECT_TRUE( work.has( "state/configuration.yaml" ) );
 }
 
@@ -70,20 +76,22 @@ TEST_F( LastConfigurationTest, TheNewestOfSeveralIsKept ) {
    {
       auto last = make( work.path() );
       for ( U16 delay = 1; delay <= 100; ++delay ) {
-         last->keep( delayOf( delay ) );
+         last->keep( planOf( delayOf( delay ) ) );
       }
-   } // which waits for it
+   }
+   workerEnd();
    EXPECT_EQ( keptDelay(), U16( 100 ) );
+   worker.emplace( loop, "test" );
    auto last = make( work.path() );
-   last->keep( delayOf( 7 ) );
-   last->keep( delayOf( 8 ) );
+   last->keep( planOf( delayOf( 7 ) ) );
+   last->keep( planOf( delayOf( 8 ) ) );
    EXPECT_TRUE( eventually( [ & ] { return keptDelay() == U16( 8 ); } ) );
 }
 
 TEST_F( LastConfigurationTest, ADirectoryThatCannotBeWrittenIsAConditionUntilItCan ) {
    work.write( "none", "a file in its place" );
    auto last = make( work / "none" );
-   last->keep( delayOf( 5 ) );
+   last->keep( planOf( delayOf( 5 ) ) );
    EXPECT_TRUE( eventually( [ & ] { return !condition().empty(); } ) );
    EXPECT_EQ( condition(), "last-configuration: a start with errors in the configuration would "
                            "fail: cannot write " +
@@ -93,10 +101,21 @@ TEST_F( LastConfigurationTest, ADirectoryThatCannotBeWrittenIsAConditionUntilItC
    EXPECT_TRUE( eventually( [ & ] { return condition().empty(); } ) );
 }
 
+TEST_F( LastConfigurationTest, WhatTheFileHasIsNotWrittenAgain ) {
+   auto last = make( work.path() );
+   last->keep( planOf( delayOf( 5 ) ) );
+   ASSERT_TRUE( eventually( [ & ] { return keptDelay() == U16( 5 ); } ) );
+   work.remove( "configuration.yaml" );
+   last->keep( planOf( delayOf( 5 ) ) );
+   last.reset();
+   workerEnd();
+   EXPECT_FALSE( work.has( "configuration.yaml" ) );
+}
+
 TEST_F( LastConfigurationTest, WithoutADirectoryNothingIsKept ) {
    {
       auto last = make( "" );
-      last->keep( delayOf( 5 ) );
+      last->keep( planOf( delayOf( 5 ) ) );
    }
    EXPECT_EQ( LastConfiguration::read( "" ), std::nullopt );
    EXPECT_EQ( condition(), "" );
@@ -120,12 +139,14 @@ S64 cpuTime( clockid_t clock ) {
 TEST_F( LastConfigurationTest, TheCallerDoesNotWriteTheFile ) {
    Settings::Config config;
    config.interfaces[ "et1" ] = { "et1", "et1", "default", true };
-   config.agents[ "bulk" ][ "et1" ] = Settings::Frames( 50, std::string( 65000, 'x' ) );
+   config.agents[ "bulk" ][ "et1" ] = Settings::FrameList( 50, std::string( 65000, 'x' ) );
+   auto const plan = planOf( config );
    auto last = make( work.path() );
    auto const before = cpuTime( CLOCK_PROCESS_CPUTIME_ID );
    auto const callerBefore = cpuTime( CLOCK_THREAD_CPUTIME_ID );
-   last->keep( config );
+   last->keep( plan );
    last.reset();
+   workerEnd();
    auto const caller = cpuTime( CLOCK_THREAD_CPUTIME_ID ) - callerBefore;
    EXPECT_LT( 2 * caller, cpuTime( CLOCK_PROCESS_CPUTIME_ID ) - before );
    EXPECT_TRUE( work.has( "configuration.yaml" ) );

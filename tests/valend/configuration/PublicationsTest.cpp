@@ -3,6 +3,8 @@
 
 #include "settings/Hex.h"
 
+#include <malloc.h>
+
 namespace Valend {
 namespace {
 
@@ -65,7 +67,7 @@ TEST_F( PublicationsTest, PublishedFramesMakeAnInterfaceReadyAndAreSent ) {
    ASSERT_FALSE( ready( "Ethernet2" ) );
    auto const answers = publish( "radv", { hex( 'x' ), hex( 'y' ) } );
    EXPECT_EQ( answers->messages.at( 0 ),
-              ( Json{ { "parameters", { { "tooLong", Json::array() } } } } ) );
+              ( Json{ { "parameters", { { "tooLong", Json::array() }, { "saved", true } } } } ) );
    EXPECT_TRUE( ready( "Ethernet2" ) );
    EXPECT_EQ( goodbye(), "xy" );
    EXPECT_THAT( messages(),
@@ -177,18 +179,90 @@ TEST_F( PublicationsTest, TheLinkIsStillHeldWhenItsFramesAreWithdrawnDuringTheDe
    EXPECT_THAT( kernel.actions, ElementsAre( "down ns-red/et2" ) );
 }
 
-TEST_F( PublicationsTest, TheBytesOfAllPublishedFramesAreLimited ) {
-   Publications::Message message{ "a", "Ethernet2", {}, Publications::Lifetime::kept, 1 };
-   message.frames.assign( Publications::maxBytes / 60'000 + 1, std::string( 60'000, 'f' ) );
+TEST_F( PublicationsTest, TheMemoryOfAllPublishedFramesIsLimited ) {
+   auto const count = Publications::maxMemory / ( 2 * 60'000 + Publications::frameMemory ) + 1;
    try {
-      publications.publish( message );
+      publications.publish( { "a", "Ethernet2",
+                              Settings::FrameList( count, std::string( 60'000, 'f' ) ),
+                              Publications::Lifetime::kept, 1 } );
       FAIL();
    } catch ( Refusal const & e ) {
       EXPECT_EQ( e.name(), "TooMuch" );
-      EXPECT_STREQ( e.what(),
-                    "published frames would total 67140000 bytes; the limit is 67108864" );
+      EXPECT_EQ( e.what(), "published frames would take " +
+                              std::to_string( count * 120'128 + Publications::entryMemory ) +
+                              " bytes of memory; the limit is 134217728" );
    }
    EXPECT_THAT( publications.messages(), IsEmpty() );
+   EXPECT_EQ( publications.memory(), 0u );
+}
+
+TEST_F( PublicationsTest, WhatIsReplacedOrWithdrawnTakesNoMemory ) {
+   publish( "radv", { hex( 'x' ), hex( 'y' ) } );
+   auto const two = publications.memory();
+   publish( "radv", { hex( 'z' ) } );
+   EXPECT_EQ( publications.memory(), two - Publications::frameMemory - 28 );
+   publish( "ospf", { hex( 'z' ) }, "connection", 7 );
+   api.clientGone( 7 );
+   withdraw( "radv" );
+   EXPECT_EQ( publications.memory(), 0u );
+}
+
+// What the limit counts is what the process takes, for the smallest frames and for large ones.
+TEST_F( PublicationsTest, TheMemoryOfPublishedFramesIsNoMoreThanItIsCounted ) {
+#if defined( __SANITIZE_ADDRESS__ ) || defined( __SANITIZE_THREAD__ )
+   GTEST_SKIP() << "the sanitizer has its own heap";
+#endif
+   auto config = twoInterfaces();
+   for ( int i = 0; i < 300; ++i ) {
+      auto const name = "port" + std::to_string( i );
+      config.interfaces[ name ] = { name, name, "default", true };
+   }
+   publications.configIs( config );
+   struct Sample {
+      unsigned interfaces, frames;
+      std::size_t bytes;
+   };
+   for ( auto const & [ interfaces, frames, bytes ] :
+         { Sample{ 10, 5000, 14 }, Sample{ 10, 1000, 15 }, Sample{ 10, 1000, 100 },
+           Sample{ 10, 100, 9000 }, Sample{ 300, 1, 14 } } ) {
+      auto const before = ::mallinfo2().uordblks;
+      U64 number = 0;
+      for ( unsigned i = 0; i < interfaces; ++i ) {
+         Settings::FrameList list;
+         for ( unsigned k = 0; k < frames; ++k ) { // all differ
+            std::string each( bytes, 'f' );
+            ++number;
+            each.replace( 0, sizeof number, reinterpret_cast< char const * >( &number ),
+                          sizeof number );
+            list.push_back( std::move( each ) );
+         }
+         list.shrink_to_fit();
+         publications.publish( { "agent", "port" + std::to_string( i ), std::move( list ),
+                                 Publications::Lifetime::kept, 1 } );
+      }
+      auto const taken = ::mallinfo2().uordblks - before;
+      EXPECT_LE( taken, publications.memory() ) << frames << " frames of " << bytes;
+      EXPECT_GE( taken, publications.memory() / 4 ) << frames << " frames of " << bytes;
+      for ( unsigned i = 0; i < interfaces; ++i ) {
+         publications.withdraw( "agent", "port" + std::to_string( i ), 1 );
+      }
+   }
+}
+
+TEST_F( PublicationsTest, ThePublisherIsAnsweredWhenItsFramesAreOnTheDisk ) {
+   std::vector< std::function< void( bool ) > > waiting;
+   whenSaved = [ & ]( auto const & done ) { waiting.push_back( done ); };
+   auto const answers = publish( "radv", { hex( 'x' ) } );
+   EXPECT_TRUE( ready( "Ethernet2" ) ) << "it is published at once";
+   EXPECT_FALSE( answers->last );
+   EXPECT_TRUE( publish( "ospf", { hex( 'o' ) }, "connection" )->last ) << "it is not saved";
+   ASSERT_EQ( waiting.size(), 1u );
+   waiting[ 0 ]( false );
+   EXPECT_EQ( answers->parameters()[ "saved" ], false );
+   auto const withdrawn = withdraw( "radv" );
+   EXPECT_FALSE( withdrawn->last );
+   waiting.at( 1 )( true );
+   EXPECT_EQ( withdrawn->parameters()[ "saved" ], true );
 }
 
 } // namespace

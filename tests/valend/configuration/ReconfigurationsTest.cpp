@@ -1,6 +1,7 @@
 // Random reconfigurations before and during shutdowns: 10 histories of 1,000 each. After every step
 // the state is compared with the configuration and the kernel: which interfaces are ready, which
-// frames may be sent where, and which links may go down.
+// frames may be sent where, and which links may go down. Half of the configurations are applied in steps, between
+// which devices come and go, and shutdowns begin, end and are aborted.
 #include "tests/valend/DaemonFixture.h"
 
 #include <random>
@@ -70,7 +71,30 @@ class ReconfigurationsTest : public DaemonFixture,
          change( next );
       }
       config_ = next;
-      feeder.apply( next );
+      if ( below( 2 ) ) {
+         feeder.apply( next );
+         return placesNote();
+      }
+      feeder.begin( std::make_shared< Plan const >( next ) );
+      while ( feeder.step() && !HasFatalFailure() ) {
+         placesNote();
+         if ( below( 3 ) == 0 ) {
+            meanwhile();
+         }
+      }
+      placesNote();
+   }
+   // Something else that the loop does between two steps.
+   void meanwhile() {
+      step();
+      turn();
+      requireFrames();
+      if ( !HasFatalFailure() ) {
+         requireLinks();
+      }
+   }
+   // A link may go down in any of the places that the interface had since it was to be shut down.
+   void placesNote() {
       for ( auto & [ name, places ] : asked_ ) {
          places.insert( placeOf( name ) );
       }
@@ -170,7 +194,7 @@ class ReconfigurationsTest : public DaemonFixture,
    }
 
    Settings::Frames anyFrames( std::string const & name ) {
-      Settings::Frames frames;
+      Settings::FrameList frames;
       for ( unsigned count = 1 + below( 3 ); count; --count ) {
          frames.push_back( std::string( 13, 'h' ) + name + "/" + std::to_string( random_() ) );
       }
@@ -244,10 +268,11 @@ class ReconfigurationsTest : public DaemonFixture,
 
    using Place = std::pair< std::string, std::string >; // namespace and device
    Place placeOf( std::string const & name ) const {
-      auto const found = config_.interfaces.find( name );
-      return found == config_.interfaces.end()
+      auto const & config = feeder.config(); // in the middle of a reconfiguration, too
+      auto const found = config.interfaces.find( name );
+      return found == config.interfaces.end()
                 ? Place()
-                : Place( config_.netNsOf( found->second.vrf ), found->second.device );
+                : Place( config.netNsOf( found->second.vrf ), found->second.device );
    }
 
    bool shouldBeReady( std::string const & name ) const {
@@ -290,10 +315,11 @@ class ReconfigurationsTest : public DaemonFixture,
          auto const isIts = [ & ]( Place const & place ) {
             return action == "down " + place.first + "/" + place.second;
          };
+         auto const & interfaces = feeder.config().interfaces;
          auto const owner =
-            std::find_if( config_.interfaces.begin(), config_.interfaces.end(),
+            std::find_if( interfaces.begin(), interfaces.end(),
                           [ & ]( auto const & each ) { return isIts( placeOf( each.first ) ); } );
-         if ( owner != config_.interfaces.end() ) {
+         if ( owner != interfaces.end() ) {
             ASSERT_TRUE( asked_.contains( owner->first ) )
                << action << " of " << owner->first << " without a request";
          } else {

@@ -15,7 +15,7 @@ class ReadinessLossTest : public DaemonFixture {
 
    // Applies `config` and asks what was lost.
    void reload( Settings::Config const & config ) {
-      auto const before = loss.ready();
+      auto const before = ready();
       feeder.apply( config );
       loss.reportSince( before, [ this ]( auto const & lost ) {
          ++answers;
@@ -24,16 +24,24 @@ class ReadinessLossTest : public DaemonFixture {
             texts.push_back( interface + ": " + why );
          }
       } );
+      turn();
+   }
+   std::vector< std::string > ready() const {
+      std::vector< std::string > names;
+      auto const step = loss.readyInto( names );
+      while ( step() ) {
+      }
+      return names;
    }
 
    StatusReport report{ store, feeder, kernel, controller };
-   ReadinessLoss loss{ feeder, report, clock.scheduler() };
+   ReadinessLoss loss{ feeder, report, clock.scheduler(), work };
    int answers = 0;
    std::vector< std::string > texts;
 };
 
 TEST_F( ReadinessLossTest, AReloadThatLosesNothingIsAnsweredAtOnce ) {
-   EXPECT_THAT( loss.ready(), ElementsAre( "Ethernet1", "Ethernet2" ) );
+   EXPECT_THAT( ready(), ElementsAre( "Ethernet1", "Ethernet2" ) );
    auto config = twoInterfaces();
    config.shutdownDelayMs = 700;
    reload( config );

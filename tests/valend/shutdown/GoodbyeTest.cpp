@@ -72,6 +72,13 @@ TEST_F( GoodbyeTest, ItEndsWhenTheFramesHaveLeftTheSocket ) {
    EXPECT_EQ( controller.history().back().unflushedBytes, 0u );
 }
 
+TEST_F( GoodbyeTest, ItDoesNotWaitForTheFramesOfOtherInterfaces ) {
+   kernel.outstandingOf[ { "default", "et9" } ] = 64;
+   goodbye( "Ethernet1" );
+   turn();
+   EXPECT_EQ( ended.size(), 1u );
+}
+
 TEST_F( GoodbyeTest, FramesThatDoNotLeaveAreRecorded ) {
    kernel.outstanding = 64;
    goodbye( "Ethernet1" );

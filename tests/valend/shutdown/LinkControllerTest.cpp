@@ -353,6 +353,19 @@ TEST_F( LinkControllerTest, TheLinkGoesDownWhenTheFramesHaveLeftTheMachine ) {
    EXPECT_EQ( last().unflushedBytes, 0u );
 }
 
+TEST_F( LinkControllerTest, TheFramesOfOtherInterfacesDoNotDelayTheLink ) {
+   kernel.outstandingOf[ { "default", "et9" } ] = 100;
+   kernel.outstandingOf[ { "ns-red", "et1" } ] = 100;
+   shutdown( "Ethernet1" );
+   advance( 500ms );
+   EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_EQ( last().unflushedBytes, 0u );
+   kernel.outstandingOf[ { "ns-red", "et2" } ] = 100;
+   shutdown( "Ethernet2" );
+   advance( 550ms );
+   EXPECT_EQ( kernel.actions.size(), 1u ) << "its own do";
+}
+
 TEST_F( LinkControllerTest, FramesThatDoNotLeaveDelayTheLinkForALimitedTime ) {
    kernel.outstanding = 100;
    shutdown( "Ethernet1" );
