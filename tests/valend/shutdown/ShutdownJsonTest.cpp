@@ -76,6 +76,9 @@ TEST( ShutdownJsonTest, ARecordThatLacksAFieldIsAnError ) {
    for ( auto const & [ name, value ] : whole.items() ) {
       auto json = whole;
       json.erase( name );
+      if ( name == "count" ) { // see above
+         continue;
+      }
       EXPECT_THROW( recordFromJson( json ), Json::exception ) << name;
    }
 }
