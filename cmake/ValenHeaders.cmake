@@ -36,6 +36,7 @@ set( VALEN_HEADERS
    platform/quill/Field.h
    platform/quill/Int.h
    platform/quill/LinkQueue.h
+   platform/quill/Pool.h
    platform/quill/Ptr.h
    platform/quill/Reactor.h
    platform/quill/Reflection.h

@@ -5,19 +5,52 @@
 
 #include "platform/corvid/IntfId.h"
 #include "platform/quill/Collections.h"
+#include "platform/quill/Pool.h"
 
-#include <algorithm>
-#include <unordered_map>
+#include <utility>
 #include <vector>
 
 namespace Interface {
 
-struct NameHash {
-   std::size_t operator()( Quill::Name const & name ) const noexcept { return name.hash(); }
+// What belongs to each device name: one value, rarely more, in the order in which they were added.
+template < class T > class ByDeviceName {
+ public:
+   using Values = std::vector< T, Quill::PoolAllocator< T > >;
+
+   // Null if there are none. Valid until the next change.
+   Values const * find( Quill::Name const & deviceName ) const noexcept {
+      return values_.find( deviceName );
+   }
+   // By value, for a loop that may change them.
+   Values get( Quill::Name const & deviceName ) const {
+      auto const * const values = find( deviceName );
+      return values ? *values : Values();
+   }
+
+   void add( Quill::Name const & deviceName, T const & value ) {
+      auto values = get( deviceName );
+      values.push_back( value );
+      values_.set( deviceName, std::move( values ) );
+   }
+   void remove( Quill::Name const & deviceName, T const & value ) {
+      auto values = get( deviceName );
+      std::erase( values, value );
+      if ( values.empty() ) {
+         values_.remove( deviceName );
+      } else {
+         values_.set( deviceName, std::move( values ) );
+      }
+   }
+   void clear() noexcept { values_.clear(); }
+
+ private:
+   Quill::Map< Quill::Name, Values > values_;
 };
 
 class DeviceNameIndex {
  public:
+   using IntfIds = ByDeviceName< Corvid::IntfId >::Values;
+
    // The configured device name of the interface; empty if it is not configured.
    Quill::Name deviceName( Corvid::IntfId const & intfId ) const {
       auto const * const name = deviceName_.find( intfId );
@@ -26,10 +59,7 @@ class DeviceNameIndex {
 
    // The interfaces with that configured name, in the order in which they got it. By value, because
    // the caller's loop may change the index.
-   std::vector< Corvid::IntfId > intfIds( Quill::Name const & deviceName ) const {
-      auto const found = intfIds_.find( deviceName );
-      return found == intfIds_.end() ? std::vector< Corvid::IntfId >() : found->second;
-   }
+   IntfIds intfIds( Quill::Name const & deviceName ) const { return intfIds_.get( deviceName ); }
 
    // Configures the name; an empty one removes the interface.
    void deviceNameIs( Corvid::IntfId const & intfId, Quill::Name const & deviceName ) {
@@ -39,25 +69,17 @@ class DeviceNameIndex {
       }
       if ( !old.empty() ) {
          deviceName_.remove( intfId );
-         remove( intfId, old );
+         intfIds_.remove( old, intfId );
       }
       if ( !deviceName.empty() ) {
          deviceName_.set( intfId, deviceName );
-         intfIds_[ deviceName ].push_back( intfId );
+         intfIds_.add( deviceName, intfId );
       }
    }
 
  private:
-   void remove( Corvid::IntfId const & intfId, Quill::Name const & deviceName ) {
-      auto const found = intfIds_.find( deviceName );
-      std::erase( found->second, intfId );
-      if ( found->second.empty() ) {
-         intfIds_.erase( found );
-      }
-   }
-
    Quill::Map< Corvid::IntfId, Quill::Name > deviceName_;
-   std::unordered_map< Quill::Name, std::vector< Corvid::IntfId >, NameHash > intfIds_;
+   ByDeviceName< Corvid::IntfId > intfIds_;
 };
 
 } // namespace Interface

@@ -64,25 +64,21 @@ void NetNsIntfStatusManager::deviceNameRefresh( Quill::Name const & deviceName )
 
 void NetNsIntfStatusManager::intfRefresh( Corvid::IntfId const & intfId ) {
    auto const deviceName = root_.deviceName( intfId );
-   auto const found = ifIndexes_.find( deviceName );
-   if ( found == ifIndexes_.end() || root_.intfId( deviceName, namespaceName_ ) != intfId ) {
+   auto const * const ifIndexes = ifIndexes_.find( deviceName );
+   if ( !ifIndexes || root_.intfId( deviceName, namespaceName_ ) != intfId ) {
       deviceIntfStatusDir_->intfStatusAndDeviceNameDel( intfId );
    } else {
       deviceIntfStatusDir_->intfStatusAndDeviceNameIs(
-         intfId, { root_.intfStatus( intfId ), deviceName, found->second.back() } );
+         intfId, { root_.intfStatus( intfId ), deviceName, ifIndexes->back() } );
    }
 }
 
 void NetNsIntfStatusManager::deviceMoved( U32 ifIndex, Quill::Name from, Quill::Name to ) {
    if ( !from.empty() ) {
-      auto const found = ifIndexes_.find( from );
-      std::erase( found->second, ifIndex );
-      if ( found->second.empty() ) {
-         ifIndexes_.erase( found );
-      }
+      ifIndexes_.remove( from, ifIndex );
    }
    if ( !to.empty() ) {
-      ifIndexes_[ to ].push_back( ifIndex );
+      ifIndexes_.add( to, ifIndex );
    }
    if ( !from.empty() ) {
       deviceNameRefresh( from );

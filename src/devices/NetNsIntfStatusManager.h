@@ -80,7 +80,7 @@ class NetNsIntfStatusManager final : public Quill::Reactor {
    Corvid::NamespaceName const namespaceName_;
    Quill::Children< DeviceSm, &DeviceSm::ifIndex > deviceSm_;
    // The indexes of the devices of each name, in the order in which they were seen under it.
-   std::unordered_map< Quill::Name, std::vector< U32 >, NameHash > ifIndexes_;
+   ByDeviceName< U32 > ifIndexes_;
 };
 
 } // namespace Interface

@@ -107,7 +107,9 @@ void NetNsIntfStatusManagerRoot::handleInitialized() {
    }
    if ( auto const dir = allIntfStatusLocalDir() ) {
       for ( auto const & local : dir->intfStatusLocal() ) {
-         handleIntf( local->intfId() );
+         if ( !intfSm_.has( local->intfId() ) ) { // else handled above, with its status
+            handleIntf( local->intfId() );
+         }
       }
    }
 }

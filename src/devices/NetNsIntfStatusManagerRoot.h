@@ -61,7 +61,7 @@ class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
    Corvid::IntfId intfId( Quill::Name const & deviceName,
                           Corvid::NamespaceName const & namespaceName ) const;
    // The interfaces that are configured to a device of that name, in any namespace.
-   std::vector< Corvid::IntfId > intfIds( Quill::Name const & deviceName ) const {
+   DeviceNameIndex::IntfIds intfIds( Quill::Name const & deviceName ) const {
       return index_.intfIds( deviceName );
    }
    Quill::Ptr< IntfStatus const > intfStatus( Corvid::IntfId const & intfId ) const noexcept;

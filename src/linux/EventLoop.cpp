@@ -3,10 +3,8 @@
 #include "platform/quill/Fault.h"
 
 #include <algorithm>
-#include <array>
 #include <cerrno>
 #include <climits>
-#include <sys/epoll.h>
 #include <sys/signalfd.h>
 #include <sys/timerfd.h>
 #include <unistd.h>
@@ -16,7 +14,9 @@ namespace Valen::Linux {
 
 namespace {
 
-constexpr int eventsPerTurn = 64;
+// A timer that is later than this was not only held up by another callback: the process was stopped, or
+// the machine was.
+constexpr std::chrono::milliseconds lateAfter{ 5 };
 
 // The data of an event: the descriptor, and its serial number in the upper half.
 U64 eventData( int fd, U32 serial ) noexcept {
@@ -110,16 +110,57 @@ void EventLoop::run() {
 void EventLoop::turn( std::optional< std::chrono::nanoseconds > timeout ) {
    ++turns_;
    timerIs( scheduler_->nextDeadline() );
-   std::array< epoll_event, eventsPerTurn > events;
-   auto const ready = ::epoll_wait( epoll_.get(), events.data(), eventsPerTurn, waitMs( timeout ) );
+   Events events;
+   for ( auto const & event : wait( events, waitMs( timeout ) ) ) {
+      dispatch( event.data.u64, event.events );
+      if ( runTimers() == Timers::late ) {
+         break; // the kernel reports again what has not been read
+      }
+   }
+   runTimers();
+   work_.run( [ this ] { runTimers(); } );
+}
+
+// The descriptors that are ready, as many as `events` holds.
+std::span< epoll_event const > EventLoop::wait( Events & events, int timeoutMs ) {
+   auto const ready = ::epoll_wait( epoll_.get(), events.data(), eventsPerTurn, timeoutMs );
    if ( ready < 0 && errno != EINTR ) {
       throwErrno( "epoll_wait", errno );
    }
-   for ( int i = 0; i < ready; ++i ) {
-      dispatch( events[ i ].data.u64, events[ i ].events );
+   return std::span( events ).first( static_cast< std::size_t >( std::max( ready, 0 ) ) );
+}
+
+// Runs the timer tasks that are due. If they are late, what waits in the descriptors may have come before
+// they were due, and is read first: a shutdown that was aborted in time is not completed.
+EventLoop::Timers EventLoop::runTimers() {
+   auto const deadline = scheduler_->nextDeadline();
+   auto const now = scheduler_->now();
+   if ( !deadline || now < *deadline ) {
+      return Timers::inTime;
+   }
+   bool const late = now - *deadline > lateAfter;
+   if ( late ) {
+      readWaiting();
    }
    scheduler_->runDue();
-   work_.run();
+   return late ? Timers::late : Timers::inTime;
+}
+
+// Lets each descriptor read once what waits in it, and those that were added meanwhile, such as new
+// connections. The timers wait for one pass, not for as long as something comes in.
+void EventLoop::readWaiting() {
+   Events events;
+   for ( std::size_t pass = 0; pass <= 1 + sources_.size() / eventsPerTurn; ++pass ) {
+      auto const ready = wait( events, 0 );
+      for ( auto const & event : ready ) {
+         if ( event.events & ~static_cast< U32 >( EPOLLOUT ) ) {
+            dispatch( event.data.u64, event.events );
+         }
+      }
+      if ( ready.empty() ) {
+         return;
+      }
+   }
 }
 
 int EventLoop::waitMs( std::optional< std::chrono::nanoseconds > timeout ) const noexcept {

@@ -1,9 +1,12 @@
 // The event loop of the process: descriptors, signals, timers and deferred work on one thread.
 //
-// A turn waits for the kernel, then runs, in this order: the callbacks of ready descriptors, due timer
-// tasks, and deferred work. Work that deferred work defers runs in the next turn, so that due timers run
-// in between. A callback may add, change and remove any descriptor, including its own; a descriptor that
-// is removed before its turn is not called.
+// A turn waits for the kernel, then runs the callbacks of ready descriptors, and deferred work. After each
+// of them it runs the timer tasks that are due, so that they wait for one callback at most. Work that
+// deferred work defers runs in the next turn. A callback may add, change and remove any descriptor,
+// including its own; a descriptor that is removed before its turn is not called.
+//
+// If a timer task is late by more than 5 ms, because the process was stopped or the machine is busy, the
+// callbacks of all ready descriptors run before it, once each.
 //
 // If the kernel's timer cannot be set, that is a fault, and turns wait for the next deadline themselves; no
 // timer is lost.
@@ -16,13 +19,16 @@
 #include "platform/gantry/TaskScheduler.h"
 #include "platform/gantry/WorkQueue.h"
 
+#include <array>
 #include <chrono>
 #include <csignal>
 #include <functional>
 #include <map>
 #include <memory>
 #include <optional>
+#include <span>
 #include <string>
+#include <sys/epoll.h>
 #include <unordered_map>
 #include <vector>
 
@@ -79,9 +85,16 @@ class EventLoop {
       U32 serial; // distinguishes it from a later one with the same number
    };
 
+   static constexpr int eventsPerTurn = 64;
+   using Events = std::array< epoll_event, eventsPerTurn >;
+   enum class Timers : U8 { inTime, late };
+
    int waitMs( std::optional< std::chrono::nanoseconds > timeout ) const noexcept;
    void timerIs( std::optional< Gantry::Time > deadline );
    void timerExpired();
+   std::span< epoll_event const > wait( Events & events, int timeoutMs );
+   Timers runTimers();
+   void readWaiting();
    void dispatch( U64 data, U32 events );
    void signalsReady();
 

@@ -1,5 +1,7 @@
 #include "linux/LinkControl.h"
 
+#include "platform/quill/Printable.h"
+
 #include "linux/Rtnetlink.h"
 #include "linux/RtnetlinkSocket.h"
 
@@ -38,7 +40,8 @@ class Conversation {
          throwErrno( "cannot query " + object_, answer.error );
       }
       if ( answer.deviceName != deviceName_.view() ) {
-         throw Quill::ErrnoException( object_ + " is now " + answer.deviceName, ENODEV );
+         throw Quill::ErrnoException( object_ + " is now " + Quill::printable( answer.deviceName ),
+                                      ENODEV );
       }
       return answer.flags & IFF_UP ? LinkState::up : LinkState::down;
    }

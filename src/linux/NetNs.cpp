@@ -32,9 +32,13 @@ std::string quoted( Corvid::NamespaceName const & name ) {
                                 ENOENT );
 }
 
-[[noreturn]] void notANamespace( std::string const & path ) {
-   throw Quill::ErrnoException( path + " is not a network namespace; remove the file, or mount a "
-                                       "network namespace on it",
+[[noreturn]] void notANamespace( std::string const & path, int fd ) {
+   struct stat status;
+   bool const directory = ::fstat( fd, &status ) == 0 && S_ISDIR( status.st_mode );
+   throw Quill::ErrnoException( path + ( directory ? " is a directory, not a network namespace; "
+                                                     "remove the directory"
+                                                   : " is not a network namespace; remove the "
+                                                     "file, or mount a network namespace on it" ),
                                 EINVAL );
 }
 
@@ -86,8 +90,12 @@ NetNs NetNsDirectories::open( Corvid::NamespaceName const & name ) const {
       auto const path = directory + "/" + name.stdString();
       auto fd = openFile( path );
       if ( fd ) {
-         if ( ::ioctl( fd.get(), NS_GET_NSTYPE ) != CLONE_NEWNET ) {
-            notANamespace( path );
+         auto const type = ::ioctl( fd.get(), NS_GET_NSTYPE );
+         if ( type < 0 && errno != ENOTTY ) { // ENOTTY: the file is not a namespace
+            throwErrno( "cannot find out whether " + path + " is a network namespace", errno );
+         }
+         if ( type != CLONE_NEWNET ) {
+            notANamespace( path, fd.get() );
          }
          auto const identity = identityOf( fd.get() );
          return { name, identity, std::move( fd ) };

@@ -5,6 +5,7 @@
 #include <cerrno>
 #include <cstring>
 #include <dirent.h>
+#include <fcntl.h>
 #include <sys/epoll.h>
 #include <sys/inotify.h>
 #include <sys/stat.h>
@@ -21,6 +22,8 @@ constexpr U32 directoryEvents =
 // Usually, the namespace is mounted within a millisecond after the file was created.
 constexpr auto firstPause = std::chrono::milliseconds( 2 );
 constexpr auto lastPause = std::chrono::milliseconds( 2000 );
+
+constexpr auto mountsPause = std::chrono::milliseconds( 200 );
 
 std::string parentOf( std::string const & path ) {
    auto const slash = path.find_last_of( '/' );
@@ -46,7 +49,9 @@ NetNsWatcher::NetNsWatcher( EventLoop & loop, NetNsDirectories directories, Chan
       changed_( std::move( changed ) ),
       inotify_( requireFd( ::inotify_init1( IN_CLOEXEC | IN_NONBLOCK ), "inotify_init1" ) ),
       pause_( firstPause, lastPause ),
-      timer_( loop.scheduler(), "namespace retry", [ this ] { retry(); } ) {
+      timer_( loop.scheduler(), "namespace retry", [ this ] { retry(); } ),
+      mounts_( ::open( "/proc/self/mountinfo", O_RDONLY | O_CLOEXEC | O_NONBLOCK ) ),
+      mountsTimer_( loop.scheduler(), "mounts", [ this ] { rescan(); } ) {
    for ( auto const & path : netNsDirectories_.directories() ) {
       directories_.push_back( { path, "", -1 } );
    }
@@ -59,10 +64,14 @@ NetNsWatcher::NetNsWatcher( EventLoop & loop, NetNsDirectories directories, Chan
       }
    }
    loop_.descriptorIs( inotify_.get(), EPOLLIN, "namespaces", [ this ]( U32 ) { eventsReady(); } );
+   if ( mounts_ ) {
+      loop_.descriptorIs( mounts_.get(), EPOLLPRI, "mounts", [ this ]( U32 ) { mountsChanged(); } );
+   }
 }
 
 NetNsWatcher::~NetNsWatcher() {
    loop_.descriptorDel( inotify_.get() );
+   loop_.descriptorDel( mounts_.get() );
 }
 
 void NetNsWatcher::rescan() {
@@ -170,6 +179,13 @@ bool NetNsWatcher::handleEvents( char const * bytes, std::size_t length ) {
       }
    }
    return directoriesMoved;
+}
+
+// Many mounts at a time lead to one scan.
+void NetNsWatcher::mountsChanged() {
+   if ( !mountsTimer_.running() ) {
+      mountsTimer_.start( mountsPause );
+   }
 }
 
 // --- Namespaces ----------------------------------------------------------------------------------

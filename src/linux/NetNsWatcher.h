@@ -3,7 +3,8 @@
 // Watches the directories with inotify; for a directory that does not exist yet, its nearest existing
 // parent. `ip netns add` creates an empty file and mounts the namespace on it later, which inotify does
 // not report. So a file that is not a namespace is checked again, with increasing pauses, as long as it
-// exists.
+// exists. And when anything was mounted or unmounted, everything is checked again: a namespace may have
+// been unmounted, or another one mounted over it, while its file stayed.
 #pragma once
 
 #include "linux/EventLoop.h"
@@ -36,8 +37,7 @@ class NetNsWatcher {
    std::map< Corvid::NamespaceName, NetNsIdentity > const & known() const noexcept {
       return known_;
    }
-   // Checks everything again and reports the differences. Needed where inotify reports nothing: after a
-   // namespace was mounted over another one.
+   // Checks everything again and reports the differences.
    void rescan();
 
  private:
@@ -50,6 +50,7 @@ class NetNsWatcher {
    void watchDirectory( Directory & directory );
    void directoryWatchIs( Directory & directory, std::string const & path, int watch );
    void eventsReady();
+   void mountsChanged();
    bool handleEvents( char const * bytes, std::size_t length );
    void directoriesChanged();
    void check( Corvid::NamespaceName const & name );
@@ -70,6 +71,8 @@ class NetNsWatcher {
    std::set< Corvid::NamespaceName > unfinished_; // files that are not namespaces yet
    Gantry::Backoff pause_;
    Gantry::Timer timer_;
+   Fd const mounts_; // empty without /proc
+   Gantry::Timer mountsTimer_;
 };
 
 } // namespace Valen::Linux

@@ -1,5 +1,7 @@
 #include "linux/PacketEndpoint.h"
 
+#include "platform/quill/Printable.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstring>
@@ -36,7 +38,16 @@ void PacketEndpoint::enabledIs( bool enabled ) {
       return;
    }
    if ( enabled ) {
-      open();
+      try {
+         open();
+      } catch ( Quill::ErrnoException const & e ) {
+         auto const number = errno; // the library reads it
+         if ( endpoints_->openFailed && ( e.number() == ENOENT || e.number() == EINVAL ) ) {
+            endpoints_->openFailed( netNs(), e.text() );
+         }
+         errno = number;
+         throw;
+      }
    } else {
       close();
    }
@@ -78,8 +89,8 @@ void PacketEndpoint::burstIs( U32 ifIndex, Quill::String const & deviceName ) {
                                    ::strnlen( request.ifr_name, sizeof request.ifr_name ) );
    if ( current != deviceName.view() ) {
       burstRefusedIs( ifIndex, ENODEV,
-                      "index " + std::to_string( ifIndex ) + " is now " + std::string( current ) +
-                         ", not " + deviceName.stdString() );
+                      "index " + std::to_string( ifIndex ) + " is now " +
+                         Quill::printable( current ) + ", not " + deviceName.stdString() );
    }
 }
 

@@ -9,6 +9,7 @@
 #include "platform/corvid/RawTxPam.h"
 #include "platform/gantry/Timer.h"
 
+#include <functional>
 #include <map>
 #include <memory>
 #include <optional>
@@ -19,12 +20,18 @@ namespace Valen::Linux {
 
 class PacketEndpoint;
 
+// Called with the reason, inside the call that enables it, when an endpoint could not be opened and the error
+// is one that the library does not report: ENOENT and EINVAL mean to it that the namespace does not exist.
+using OpenFailed =
+   std::function< void( Corvid::NamespaceName const & netNs, std::string const & why ) >;
+
 // Shared by the endpoints of one provider.
 struct PacketEndpoints {
    NetNsDirectories directories;
    PacketSocketPool pool;
    std::vector< PacketEndpoint * > live;       // all endpoints, enabled or not
    std::optional< Gantry::Timer > closeUnused; // closes extra sockets
+   OpenFailed openFailed;                      // may be empty
 };
 
 class PacketEndpoint final : public Corvid::RawTxPam {
@@ -126,6 +133,7 @@ class PacketEndpointProvider final : public Corvid::RawTxPamProvider {
    std::vector< PacketEndpoint * > const & endpoints() const noexcept { return shared_->live; }
 
    DescriptorReaper & reaper() noexcept { return shared_->pool.reaper; }
+   void openFailedIs( OpenFailed openFailed ) { shared_->openFailed = std::move( openFailed ); }
    // Bursts of all endpoints that had to share a socket; see PacketSockets.
    U64 sharedBursts() const noexcept;
 

@@ -73,7 +73,7 @@ RtnetlinkSocket::Received RtnetlinkSocket::receive( std::span< std::byte > buffe
       if ( received < 0 && errno == EAGAIN ) {
          return Received::nothing;
       }
-      if ( received < 0 && errno == ENOBUFS ) {
+      if ( received < 0 && ( errno == ENOBUFS || errno == ENOMEM ) ) {
          return Received::lost;
       }
       if ( received < 0 ) {

@@ -1,18 +1,18 @@
 #include "linux/TraceOutputs.h"
 
+#include "linux/LineWriter.h"
+#include "linux/StandardError.h"
 #include "platform/quill/Assert.h"
+#include "platform/quill/Printable.h"
 
 #include <algorithm>
 #include <array>
 #include <cerrno>
-#include <charconv>
 #include <cstdio>
-#include <cstdlib>
 #include <ctime>
 #include <fcntl.h>
 #include <sys/mman.h>
 #include <sys/stat.h>
-#include <sys/uio.h>
 #include <unistd.h>
 
 namespace Valen::Linux {
@@ -42,27 +42,14 @@ class Stamp {
    std::size_t length_ = 0;
 };
 
-iovec part( std::string_view text ) noexcept {
-   return { const_cast< char * >( text.data() ), text.size() };
+bool writeLine( int fd, std::string const & line ) noexcept {
+   return ::write( fd, line.data(), line.size() ) == static_cast< ssize_t >( line.size() );
 }
 
-// Writes a line with one system call, so that the lines of two processes do not mix.
-bool writeLine( int fd, std::string_view head, std::string_view text ) noexcept {
-   std::array< iovec, 3 > const parts{ part( head ), part( text ), part( "\n" ) };
-   auto const number = errno;
-   auto const written = ::writev( fd, parts.data(), static_cast< int >( parts.size() ) );
-   errno = number; // tracing must not change the traced code's errno
-   return written == static_cast< ssize_t >( head.size() + text.size() + 1 );
-}
-
-// Whether standard error is the journal's file, which JOURNAL_STREAM gives as "DEVICE:INODE".
-bool isJournal() noexcept {
-   auto const * const stream = std::getenv( "JOURNAL_STREAM" );
-   struct stat status;
-   if ( !stream || ::fstat( STDERR_FILENO, &status ) < 0 ) {
-      return false;
-   }
-   return stream == std::to_string( status.st_dev ) + ":" + std::to_string( status.st_ino );
+std::string joined( std::string_view head, std::string_view text ) {
+   std::string line;
+   line.reserve( head.size() + text.size() + 1 );
+   return line.append( head ).append( Quill::printable( text ) ).append( 1, '\n' );
 }
 
 Fd openForAppending( std::string const & path ) {
@@ -108,29 +95,59 @@ std::span< std::byte > mapNewFile( std::string const & path, std::size_t bytes )
 // --- StderrTraceSink -----------------------------------------------------------------------------
 
 StderrTraceSink::StderrTraceSink()
-    : StderrTraceSink( isJournal() ? Reader::journal : Reader::other ) {}
+    : StderrTraceSink( StandardError::isJournal() ? Reader::journal : Reader::other ) {}
 
 void StderrTraceSink::line( Quill::TraceLine const & line ) noexcept {
    if ( journal() ) {
-      writeLine( STDERR_FILENO, line.point.level == 0 ? "<6>" : "<7>", line.text );
+      StandardError::put( joined( line.point.level == 0 ? "<6>" : "<7>", line.text ) );
    } else {
-      writeLine( STDERR_FILENO, Stamp( line ).view(), line.text );
+      StandardError::put( joined( Stamp( line ).view(), line.text ) );
    }
 }
 
 // --- FileTraceSink -------------------------------------------------------------------------------
 
-FileTraceSink::FileTraceSink( std::string path )
-    : path_( std::move( path ) ), file_( openForAppending( path_ ) ) {}
+FileTraceSink::FileTraceSink( std::string path ) : path_( std::move( path ) ) {
+   open();
+}
+
+FileTraceSink::~FileTraceSink() = default;
+
+void FileTraceSink::open() {
+   auto const file = std::make_shared< Fd >( openForAppending( path_ ) );
+   writer_ = std::make_unique< LineWriter >(
+      "valen-trace",
+      LineWriter::Output{
+         [ file ]( auto const & line ) { return writeLine( file->get(), line.text ); },
+         []( U64 count ) {
+            return LineWriter::Line{ std::to_string( count ) + " lines dropped\n", "" };
+         } } );
+}
 
 void FileTraceSink::line( Quill::TraceLine const & line ) noexcept {
-   if ( !writeLine( file_.get(), Stamp( line ).view(), line.text ) ) {
-      ++lost_;
-   }
+   auto const number = errno; // tracing must not change the traced code's errno
+   writer_->put( { joined( Stamp( line ).view(), line.text ), "" } );
+   errno = number;
 }
 
 void FileTraceSink::reopen() {
-   file_ = openForAppending( path_ );
+   auto old = std::exchange( writer_, nullptr );
+   try {
+      open();
+   } catch ( ... ) {
+      writer_ = std::move( old );
+      throw;
+   }
+   lost_ += old->dropped();
+   old->abandon(); // its thread writes the rest to the old file
+}
+
+U64 FileTraceSink::lost() const noexcept {
+   return lost_ + writer_->dropped();
+}
+
+void FileTraceSink::flush() noexcept {
+   writer_->flush();
 }
 
 // --- RingFile ------------------------------------------------------------------------------------

@@ -6,13 +6,16 @@
 #include "platform/trace/Trace.h"
 
 #include <cstddef>
+#include <memory>
 #include <optional>
 #include <span>
 #include <string>
 
 namespace Valen::Linux {
 
-// Writes lines to standard error: to the journal with its priorities, "<6>" for level 0 and "<7>" for the
+class LineWriter;
+
+// Writes lines to standard error (StandardError.h): to the journal with its priorities, "<6>" for level 0 and "<7>" for the
 // others; else with the time of day, as in a file.
 class StderrTraceSink final : public Quill::TraceSink {
  public:
@@ -29,24 +32,29 @@ class StderrTraceSink final : public Quill::TraceSink {
    Reader const reader_;
 };
 
-// Appends lines to a file, each with its time in UTC, its unit and its level:
+// Appends lines to a file, in a thread (LineWriter.h), each with its time in UTC, its unit and its level:
 // "2026-01-31T12:00:00.123456Z ConfigSm/0 void Valen::ConfigSm::handleVrf(L3::VrfName): vrf red".
 class FileTraceSink final : public Quill::TraceSink {
  public:
    // Throws Quill::ErrnoException if the file cannot be opened.
    explicit FileTraceSink( std::string path );
+   ~FileTraceSink() override; // waits a short time until all lines are written
 
    void line( Quill::TraceLine const & line ) noexcept override;
    // Opens the path again, after log rotation has moved the file. If that fails, throws
    // Quill::ErrnoException and keeps the old file.
    void reopen();
-   // Number of lines that could not be written completely.
-   U64 lost() const noexcept { return lost_; }
+   // Number of lines that could not be written completely, or were dropped because too many were queued.
+   U64 lost() const noexcept;
+   // Waits a short time until all lines are written.
+   void flush() noexcept;
 
  private:
+   void open();
+
    std::string const path_;
-   Fd file_;
-   U64 lost_ = 0;
+   std::unique_ptr< LineWriter > writer_;
+   U64 lost_ = 0; // of the files before
 };
 
 // The process's trace ring in a file, which survives a crash. Installs the ring and the abort hook, and

@@ -1,6 +1,7 @@
 #include "settings/ConfigReader.h"
 
 #include "platform/corvid/NamespaceName.h"
+#include "platform/quill/Printable.h"
 #include "settings/FrameText.h"
 #include "settings/Limits.h"
 #include "settings/YamlReader.h"
@@ -18,7 +19,7 @@ constexpr std::size_t maxInterfaceBytes = 255;
 constexpr std::size_t maxAgentBytes = 255;
 
 std::string quoted( std::string const & text ) {
-   return "\"" + text + "\"";
+   return "\"" + Quill::printable( text ) + "\"";
 }
 
 std::string directoryOf( std::string const & file ) {
@@ -242,6 +243,10 @@ class ConfigReader : private YamlReader {
       bool const fits = !device.empty() && device.size() <= maxDeviceBytes && device != "." &&
                         device != ".." &&
                         device.find_first_of( "/: \t\n\v\f\r" ) == std::string::npos;
+      if ( auto const where = Quill::unprintableIn( device ); fits && where ) {
+         return error( node, "device of interface " + quoted( interface.name ) +
+                                " is not printable text: " + *where );
+      }
       if ( !fits ) {
          return error( node, "device " + quoted( device ) + " of interface " +
                                 quoted( interface.name ) + " is not a valid name; expected 1 to " +

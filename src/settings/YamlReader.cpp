@@ -1,5 +1,6 @@
 #include "settings/YamlReader.h"
 
+#include "platform/quill/Printable.h"
 #include "settings/Counted.h"
 #include "settings/Limits.h"
 #include "settings/YamlOutline.h"
@@ -171,14 +172,11 @@ std::optional< std::string > YamlReader::requiredName( YAML::Node const & parent
    if ( !node.IsScalar() ) { // that error was reported
       return std::nullopt;
    }
-   auto const isControl = []( char c ) {
-      return static_cast< unsigned char >( c ) < 0x20 || c == 0x7f;
-   };
    if ( name.empty() || name.size() > nameKey.maxBytes ) {
       error( node, what + " has " + std::to_string( name.size() ) + " bytes; expected 1 to " +
                       std::to_string( nameKey.maxBytes ) );
-   } else if ( std::any_of( name.begin(), name.end(), isControl ) ) {
-      error( node, what + " contains a control character; expected printable text" );
+   } else if ( auto const where = Quill::unprintableIn( name ) ) {
+      error( node, what + " is not printable text: " + *where );
    } else {
       return name;
    }

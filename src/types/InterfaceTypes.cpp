@@ -6,7 +6,10 @@ std::string DeviceIntfStatusDir::IntfStatusAndDeviceName::displayValue() const {
    if ( *this == IntfStatusAndDeviceName() ) {
       return "no device";
    }
-   return deviceName.stdString() + " (index " + std::to_string( ifIndex ) + ")";
+   auto const index = std::to_string( ifIndex );
+   std::string text;
+   text.reserve( deviceName.length() + index.size() + 9 ); // one allocation: each handler traces it
+   return text.append( deviceName.view() ).append( " (index " ).append( index ).append( ")" );
 }
 
 } // namespace Interface

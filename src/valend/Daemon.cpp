@@ -5,7 +5,6 @@
 #include "settings/Counted.h"
 #include "valend/base/Log.h"
 #include "valend/base/MessageIds.h"
-#include "valend/base/Notify.h"
 #include "valend/shutdown/ShutdownLog.h"
 
 #include <algorithm>
@@ -26,7 +25,8 @@ constexpr std::chrono::seconds fileTimeout{ 20 };
 } // namespace
 
 Daemon::Daemon( Settings::ConfigResult const & read,
-                std::vector< Settings::ConfigError > const & rejected, Options const & options )
+                std::vector< Settings::ConfigError > const & rejected, Options const & options,
+                Valen::Linux::StandardError & output )
     : process_( read.config.process.overriddenBy( options.process ) ),
       stateDirectory_( process_.value( "state-directory" ) ),
       netNsDirectories_( netNsDirectoriesOf( process_ ) ),
@@ -34,8 +34,10 @@ Daemon::Daemon( Settings::ConfigResult const & read,
               // Levels on the command line are for debugging in the foreground.
               options.process.given( "trace.levels" ) ? TraceHub::WithoutFile::standardError
                                                       : TraceHub::WithoutFile::nowhere ),
-      endpoints_( netNsDirectories_, loop_.scheduler() ), descriptorLimit_( conditions_ ),
-      links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
+      endpoints_( netNsDirectories_, loop_.scheduler() ),
+      logCondition_( output, conditions_, loop_.scheduler() ),
+      capabilities_( conditions_, "capabilities" ), unsentNotifications_( loop_.scheduler() ),
+      descriptorLimit_( conditions_ ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
       fileWorker_( loop_, "valen-files", fileTimeout ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
       publishedFile_( process_.value( "state-directory" ), conditions_, fileWorker_,
@@ -56,8 +58,14 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       readinessLoss_( feeder_, report_, loop_.scheduler(), loop_.workQueue() ),
       metrics_( { store_, feeder_, links_, controller_, faults_, conditions_,
                   [ this ] {
-                     return Metrics::Clients{ server_.connections(), server_.dropped() };
-                  } } ),
+                     auto const & dropped = server_.dropped();
+                     return Metrics::Clients{ server_.connections(),
+                                              { { "call-too-long", dropped.tooLong },
+                                                { "not-reading", dropped.notReading },
+                                                { "made-room", dropped.madeRoom },
+                                                { "refused", dropped.refused } } };
+                  },
+                  [ &output ] { return output.dropped(); } } ),
       metricsFile_(
          process_.value( "metrics-file" ), [ this ] { return metrics_.text(); }, conditions_,
          loop_.scheduler() ),
@@ -88,6 +96,9 @@ Daemon::Daemon( Settings::ConfigResult const & read,
    } );
    links_.seenIs(
       [ this ]( auto const & place, auto seen ) { controller_.linkSeen( place, seen ); } );
+   endpoints_.openFailedIs( [ this ]( auto const & netNs, auto const & why ) {
+      feeder_.namespaceFailed( netNs.stdString(), why );
+   } );
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
    publications_.resume( publishedMessages() );
@@ -104,6 +115,7 @@ Daemon::~Daemon() {
    library_ = nullptr;
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, nullptr );
    Corvid::rawTxPamProviderIs( nullptr );
+   endpoints_.openFailedIs( nullptr );
 }
 
 NetNsDirectories Daemon::netNsDirectoriesOf( Settings::ProcessConfig const & process ) {
@@ -131,7 +143,10 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
    return { readinessLoss_.readyInto( readyBefore_ ),
             followStep( wanted ),
             [ this, plan, netNss = wanted.size() ] {
+               auto const use = plan->config().vrfs.empty() ? Valen::Linux::NetNsUse::own
+                                                            : Valen::Linux::NetNsUse::named;
                descriptorLimit_.check( netNss, Varlink::Limits().connections );
+               capabilities_.update( capabilityError( use ) );
                access_.refresh(); // a group may have been added
                publications_.begin( plan );
                return false;
@@ -176,6 +191,17 @@ Slices::Step Daemon::leaveStep( std::set< std::string > const & netNss ) {
       links_.netNssAre( netNss_ );
       return true;
    };
+}
+
+std::string Daemon::capabilityError( Valen::Linux::NetNsUse use ) {
+   std::string names;
+   for ( auto const & name : Valen::Linux::missingCapabilities( use ) ) {
+      names += ( names.empty() ? "" : ", " ) + name;
+   }
+   return names.empty() ? ""
+                        : "missing " + names +
+                             ": shutdowns cannot work as configured; grant it to the service "
+                             "(AmbientCapabilities= of the unit)";
 }
 
 void Daemon::resumeShutdowns() {

@@ -2,12 +2,15 @@
 #pragma once
 
 #include "agent/RunnabilitySm.h"
+#include "linux/Capabilities.h"
 #include "linux/NetNsWatcher.h"
 #include "linux/PacketEndpoint.h"
 #include "valend/Options.h"
 #include "valend/api/Api.h"
 #include "valend/base/Conditions.h"
 #include "valend/base/DescriptorLimit.h"
+#include "valend/base/LogCondition.h"
+#include "valend/base/Notify.h"
 #include "valend/base/StateDirectory.h"
 #include "valend/base/Watchdog.h"
 #include "valend/configuration/Configurator.h"
@@ -25,9 +28,11 @@ class Daemon {
  public:
    // Applies `read`, which has no errors, and starts the library. Throws Quill::ErrnoException when the
    // process lacks a privilege, a file or a socket that it needs.
+   //   output     of the log; outlives this
    //   rejected   the errors of `options.config`, if `read` is not from it but the last valid configuration
    Daemon( Settings::ConfigResult const & read,
-           std::vector< Settings::ConfigError > const & rejected, Options const & options );
+           std::vector< Settings::ConfigError > const & rejected, Options const & options,
+           Valen::Linux::StandardError & output );
    // Sends no frames and leaves all links unchanged.
    ~Daemon();
    Daemon( Daemon const & ) = delete;
@@ -45,6 +50,7 @@ class Daemon {
    Slices::Step followStep( std::set< std::string > const & netNss );
    Slices::Step leaveStep( std::set< std::string > const & netNss );
    std::vector< Publications::Message > publishedMessages();
+   static std::string capabilityError( Valen::Linux::NetNsUse use );
    void resumeShutdowns();
    void reload( std::function< void( Reloaded const & ) > const & done );
    void reloadEnded( Configurator::Outcome const & outcome,
@@ -59,6 +65,9 @@ class Daemon {
    TraceHub trace_;
    Valen::Linux::PacketEndpointProvider endpoints_;
    Conditions conditions_;
+   LogCondition logCondition_;
+   Condition capabilities_;
+   UnsentNotifications unsentNotifications_;
    DescriptorLimit descriptorLimit_;
    KernelLinks links_;
    Store store_;

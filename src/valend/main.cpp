@@ -73,9 +73,10 @@ Exit run( Valend::Options const & options ) {
       std::cout << options.config << ": OK, " << start->read.config.summary() << '\n';
       return Exit::done;
    }
+   Valen::Linux::StandardError output;
    std::optional< Valend::Daemon > daemon;
    if ( !done( "cannot start",
-               [ & ] { daemon.emplace( start->read, start->rejected, options ); } ) ) {
+               [ & ] { daemon.emplace( start->read, start->rejected, options, output ); } ) ) {
       return Exit::failed;
    }
    return done( "exiting after an error", [ & ] { daemon->run(); } ) ? Exit::done : Exit::failed;

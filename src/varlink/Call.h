@@ -3,6 +3,7 @@
 
 #include "platform/quill/Int.h"
 #include "varlink/Errors.h"
+#include "varlink/Framing.h"
 
 #include <algorithm>
 #include <memory>
@@ -26,6 +27,14 @@ struct Caller {
    std::string name() const { return isRoot() ? "root" : "uid " + std::to_string( uid ); }
 };
 
+// How much a client's user may do. Connections are reserved for those who may do more.
+enum class Rank : U8 {
+   stranger, // nothing that matters
+   user,     // look
+   admin,    // change something
+   root,
+};
+
 // How many answers a client takes: with "more" as many as there are, with "oneway" none.
 enum class Wanted : U8 { one, many, none };
 
@@ -33,12 +42,16 @@ enum class Wanted : U8 { one, many, none };
 class Replies {
  public:
    virtual ~Replies() = default;
-   virtual void send( Json const & message ) = 0;
+   virtual void send( Encoded message ) = 0;
    // The call has had its last answer.
    virtual void finished() = 0;
    // Bytes of answers that the client has not taken yet.
    virtual std::size_t waiting() const noexcept = 0;
-   // Whether something is bound to the connection, so that it is not closed to make room.
+   // Whether there is room for one more connection that lasts, which this one may become.
+   virtual bool mayLast() const = 0;
+   // The call lasts until its client goes, as a watch does.
+   virtual void lasts() noexcept = 0;
+   // Whether something is bound to the connection, so that it lasts and is not closed to make room.
    virtual void neededIs( bool needed ) noexcept = 0;
 };
 
@@ -60,7 +73,9 @@ class Call {
    bool open() const noexcept { return !done_ && !replies_.expired(); }
    // Bytes of answers that the client has not taken yet.
    std::size_t waiting() const noexcept;
-   // See Replies::neededIs.
+   // See Replies. A call whose client is gone may last.
+   bool mayLast() const;
+   void lasts() noexcept;
    void neededIs( bool needed ) noexcept;
 
    // The last answer. Without effect, like the others, once the call is answered or its client is
@@ -68,12 +83,16 @@ class Call {
    void reply( Json parameters );
    // An answer that is followed by another. The call must be one with more().
    void replyContinues( Json parameters );
+   // The same, with what encodedAnswer() has made for one or more calls.
+   void reply( Encoded answer );
+   void replyContinues( Encoded answer );
    // Ends the call with an error; `name` is qualified.
    void error( std::string const & name, Json parameters );
    void error( Error const & error ) { this->error( error.name(), error.parameters() ); }
 
  private:
    std::shared_ptr< Replies > replies() const;
+   void sendLast( Encoded message );
    void sendLast( Json const & message );
 
    std::string const method_;
@@ -91,6 +110,10 @@ class Service {
    virtual ~Service() = default;
    // Answers now, or keeps the call and answers later. Must not throw.
    virtual void call( std::shared_ptr< Call > call ) = 0;
+   // Decides for which connections there is room.
+   virtual Rank rankOf( Caller const & caller ) const {
+      return caller.isRoot() ? Rank::root : Rank::user;
+   }
    // The client is gone. Called from the loop, never inside call() or an answer.
    virtual void clientGone( U64 /* client */ ) {}
 };

@@ -14,6 +14,7 @@ using Valen::Linux::Fd;
 namespace {
 
 constexpr std::size_t maxAnswerBytes = 64u << 20;
+constexpr std::chrono::seconds refusedWithin{ 1 };
 
 Fd connected( std::string const & socket, std::string const & service ) {
    try {
@@ -62,7 +63,7 @@ void Client::send( Json const & message ) {
       waitFor( POLLOUT );
       auto const count = ::send( fd_.get(), rest.data(), rest.size(), MSG_NOSIGNAL );
       if ( count < 0 && errno != EINTR ) {
-         throw NoService( "lost the connection to " + service_ + ": " + errorText( errno ) );
+         throw closed( "lost the connection to " + service_ + ": " + errorText( errno ) );
       }
       rest.remove_prefix( count > 0 ? static_cast< std::size_t >( count ) : 0 );
    }
@@ -99,10 +100,20 @@ std::string Client::receiveText() {
          continue;
       }
       if ( count <= 0 || in_.tooLong() ) {
-         throw NoService( service_ + " closed the connection before it answered" );
+         throw closed( service_ + " closed the connection before it answered" );
       }
+      received_ = true;
       in_.feed( { chunk, static_cast< std::size_t >( count ) } );
    }
+}
+
+// The connection has ended. A service that accepts no more clients closes new connections at once.
+NoService Client::closed( std::string const & otherwise ) const {
+   bool const atOnce = !received_ && std::chrono::steady_clock::now() - connected_ < refusedWithin;
+   return NoService( atOnce
+                        ? service_ + " closed the connection at once: too many clients, or it is "
+                                     "exiting (end clients that are not needed, and try again)"
+                        : otherwise );
 }
 
 void Client::waitFor( short event ) {

@@ -64,11 +64,14 @@ class Client {
    Json receive();
    std::string receiveText();
    void waitFor( short event );
+   NoService closed( std::string const & otherwise ) const;
 
    std::string const interface_;
    std::string const service_;
    Valen::Linux::Fd const fd_;
    Framing in_;
+   std::chrono::steady_clock::time_point const connected_ = std::chrono::steady_clock::now();
+   bool received_ = false; // anything
    std::chrono::milliseconds timeout_{ 10'000 };
 };
 

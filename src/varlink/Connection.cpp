@@ -10,12 +10,21 @@ namespace Varlink {
 
 using Valen::Linux::Fd;
 
-Connection::Connection( Surroundings const & surroundings, Fd fd, Caller caller, U64 number )
+namespace {
+
+// What one event sends at most: a long answer to a fast reader must not keep all others waiting.
+constexpr std::size_t bytesPerFlush = 1u << 16;
+
+} // namespace
+
+Connection::Connection( Surroundings const & surroundings, Fd fd, Caller caller, Rank rank,
+                        U64 number )
     : surroundings_( surroundings ), fd_( std::move( fd ) ), caller_( std::move( caller ) ),
-      number_( number ), in_( surroundings.limits.messageBytes ),
+      rank_( rank ), number_( number ), in_( surroundings.limits.messageBytes ),
       stalled_( surroundings.loop.scheduler(), "varlink client",
-                [ this ] { close( End::limitPassed ); } ),
-      posted_( surroundings.loop.workQueue(), "varlink client" ) {}
+                [ this ] { close( End::notReading ); } ),
+      posted_( surroundings.loop.workQueue(), "varlink client" ),
+      lastActive_( surroundings.loop.scheduler()->now() ), lastTaken_( lastActive_ ) {}
 
 Connection::~Connection() {
    if ( fd_ ) {
@@ -35,6 +44,12 @@ void Connection::close( End end ) {
    surroundings_.closed( *this, end );
 }
 
+Seat Connection::seat() const noexcept {
+   auto const idleSince = idle() ? std::optional( lastActive_ ) : std::nullopt;
+   auto const unreadSince = waiting_ ? std::optional( lastTaken_ ) : std::nullopt;
+   return { number_, caller_.uid, rank_, lasting_ || needed_, idleSince, unreadSince };
+}
+
 // --- Events --------------------------------------------------------------------------------------
 
 // Asks the loop for what the state waits for.
@@ -43,6 +58,9 @@ void Connection::listen() {
    if ( state_ != State::answering && !inputEnded_ &&
         in_.waiting() <= surroundings_.limits.messageBytes ) {
       events |= EPOLLIN | EPOLLRDHUP;
+   }
+   if ( std::exchange( listensFor_, events ) == events ) {
+      return;
    }
    surroundings_.loop.descriptorIs( fd_.get(), events, "varlink client",
                                     [ this ]( U32 happened ) { ready( happened ); } );
@@ -64,13 +82,17 @@ void Connection::ready( U32 events ) {
    proceed();
 }
 
-void Connection::send( Json const & message ) {
+void Connection::send( Encoded message ) {
    if ( state_ == State::closed ) {
       return;
    }
-   out_ += encoded( message );
-   if ( waiting() > surroundings_.limits.waitingBytes ) {
-      return close( End::limitPassed );
+   if ( out_.empty() ) {
+      lastTaken_ = surroundings_.loop.scheduler()->now();
+   }
+   waiting_ += message->size();
+   out_.push_back( std::move( message ) );
+   if ( waiting_ > surroundings_.limits.waitingBytes ) {
+      return close( End::notReading );
    }
    if ( state_ == State::answering ) {
       flush();
@@ -79,6 +101,7 @@ void Connection::send( Json const & message ) {
 }
 
 void Connection::finished() {
+   lasting_ = false;
    if ( state_ == State::calling ) {
       state_ = State::draining; // begin() goes on once the service's function has returned
    } else if ( state_ == State::answering ) {
@@ -105,28 +128,36 @@ void Connection::read() {
    }
 }
 
-// Sends what the socket takes of the answers.
+// Sends what the socket takes of the answers, a part at a time.
 void Connection::flush() {
-   while ( state_ != State::closed && written_ < out_.size() ) {
-      auto const count =
-         ::send( fd_.get(), out_.data() + written_, out_.size() - written_, MSG_NOSIGNAL );
+   for ( std::size_t sent = 0; state_ != State::closed && !out_.empty() && sent < bytesPerFlush; ) {
+      auto const rest = std::string_view( *out_.front() ).substr( written_, bytesPerFlush - sent );
+      auto const count = ::send( fd_.get(), rest.data(), rest.size(), MSG_NOSIGNAL );
       if ( count > 0 ) {
-         written_ += static_cast< std::size_t >( count );
-         stalled_.stop();
+         sent += static_cast< std::size_t >( count );
+         taken( static_cast< std::size_t >( count ) );
       } else if ( count == 0 || errno == EAGAIN ) {
          break;
       } else if ( errno != EINTR ) {
          return close( End::hungUp );
       }
    }
-   if ( written_ > out_.size() / 2 ) { // seldom, so that a long answer is not moved all the time
-      out_.erase( 0, std::exchange( written_, 0 ) );
-   }
    if ( !out_.empty() && !stalled_.running() ) {
       stalled_.start( surroundings_.limits.stallTimeout );
    } else if ( out_.empty() && state_ == State::draining ) {
       state_ = State::idle;
    }
+}
+
+void Connection::taken( std::size_t bytes ) {
+   waiting_ -= bytes;
+   written_ += bytes;
+   if ( written_ == out_.front()->size() ) {
+      out_.pop_front();
+      written_ = 0;
+   }
+   stalled_.stop();
+   lastTaken_ = surroundings_.loop.scheduler()->now();
 }
 
 // Begins the next call if there is one, and waits for what comes next. At most one call a turn, so
@@ -137,7 +168,7 @@ void Connection::proceed() {
          return begin( *text );
       }
       if ( in_.tooLong() ) {
-         return close( End::limitPassed );
+         return close( End::tooLong );
       }
       if ( inputEnded_ ) {
          return close( End::hungUp );

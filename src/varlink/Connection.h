@@ -20,28 +20,22 @@
 
 #include "linux/EventLoop.h"
 #include "platform/gantry/Timer.h"
+#include "varlink/Admission.h"
 #include "varlink/Call.h"
-#include "varlink/Framing.h"
 
-#include <chrono>
+#include <deque>
 #include <functional>
 #include <memory>
 
 namespace Varlink {
 
-struct Limits {
-   std::size_t messageBytes = 1u << 18;  // of one call
-   std::size_t waitingBytes = 32u << 20; // of answers that a client does not take
-   std::chrono::milliseconds stallTimeout = std::chrono::seconds( 10 ); // for one that takes none
-   std::size_t connections = 256;
-   std::size_t connectionsPerUser = 64; // except root
-};
-
 class Connection final : public Replies, public std::enable_shared_from_this< Connection > {
  public:
    enum class End : U8 {
-      hungUp,      // by the client, or it does not speak the protocol
-      limitPassed, // or closed to make room
+      hungUp,     // by the client, or it does not speak the protocol
+      tooLong,    // its call was
+      notReading, // its answers were not taken
+      madeRoom,   // for another client
    };
    // Called once, when the connection is closed; may drop the last reference to it.
    using Closed = std::function< void( Connection const & connection, End end ) >;
@@ -52,26 +46,29 @@ class Connection final : public Replies, public std::enable_shared_from_this< Co
       Service & service;
       Limits const & limits;
       Closed closed;
+      std::function< bool( Connection const & connection ) > mayLast;
    };
 
    // `number` is the client's, as Call::client has it.
-   Connection( Surroundings const & surroundings, Valen::Linux::Fd fd, Caller caller, U64 number );
+   Connection( Surroundings const & surroundings, Valen::Linux::Fd fd, Caller caller, Rank rank,
+               U64 number );
    ~Connection() override;
 
    // Begins to take calls.
    void start() { listen(); }
    void close( End end );
 
-   Caller const & caller() const noexcept { return caller_; }
    U64 number() const noexcept { return number_; }
    // Whether the client would lose nothing if the connection were closed.
    bool idle() const noexcept { return state_ == State::idle && !needed_; }
-   // When the client did something last; the clock's beginning if it never did.
-   Gantry::Time lastActive() const noexcept { return lastActive_; }
+   // What decides whether it makes room for another.
+   Seat seat() const noexcept;
 
-   void send( Json const & message ) override;
+   void send( Encoded message ) override;
    void finished() override;
-   std::size_t waiting() const noexcept override { return out_.size() - written_; }
+   std::size_t waiting() const noexcept override { return waiting_; }
+   bool mayLast() const override { return lasting_ || needed_ || surroundings_.mayLast( *this ); }
+   void lasts() noexcept override { lasting_ = true; }
    void neededIs( bool needed ) noexcept override { needed_ = needed; }
 
  private:
@@ -81,6 +78,7 @@ class Connection final : public Replies, public std::enable_shared_from_this< Co
    void ready( U32 events );
    void read();
    void flush();
+   void taken( std::size_t bytes );
    void proceed();
    void proceedLater();
    void begin( std::string const & text );
@@ -88,16 +86,21 @@ class Connection final : public Replies, public std::enable_shared_from_this< Co
    Surroundings const surroundings_;
    Valen::Linux::Fd fd_;
    Caller const caller_;
+   Rank const rank_;
    U64 const number_;
    State state_ = State::idle;
    Framing in_;
-   bool inputEnded_ = false; // the client sends nothing more; it may still wait for answers
-   std::string out_;
-   std::size_t written_ = 0; // of out_
-   Gantry::Timer stalled_;   // runs while answers wait and none is taken
+   bool inputEnded_ = false;   // the client sends nothing more; it may still wait for answers
+   std::deque< Encoded > out_; // none is empty
+   std::size_t written_ = 0;   // of the first
+   std::size_t waiting_ = 0;   // bytes of out_ that are not written
+   Gantry::Timer stalled_;     // runs while answers wait and none is taken
    Gantry::PostedWork posted_;
+   std::optional< U32 > listensFor_; // the events that the loop reports
+   bool lasting_ = false;            // the call in progress is a watch or the like
    bool needed_ = false;
-   Gantry::Time lastActive_{};
+   Gantry::Time lastActive_; // when the client did something last, first by connecting
+   Gantry::Time lastTaken_;  // when it took some of its answers last, or the first of them came
 };
 
 } // namespace Varlink

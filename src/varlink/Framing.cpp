@@ -6,6 +6,15 @@ std::string encoded( Json const & message ) {
    return message.dump( -1, ' ', false, Json::error_handler_t::replace ) + '\0';
 }
 
+Encoded encodedAnswer( std::string_view parameters, Continues continues ) {
+   std::string_view const begin =
+      continues == Continues::yes ? R"({"continues":true,"parameters":)" : R"({"parameters":)";
+   std::string text;
+   text.reserve( begin.size() + parameters.size() + 2 );
+   text.append( begin ).append( parameters ).append( "}" ).push_back( '\0' );
+   return std::make_shared< std::string const >( std::move( text ) );
+}
+
 std::optional< std::string > Framing::next() {
    if ( tooLong() ) {
       return std::nullopt;

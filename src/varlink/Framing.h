@@ -1,6 +1,9 @@
 // Messages on a byte stream: JSON objects, each ended by a zero byte. For both ends.
 #pragma once
 
+#include "platform/quill/Int.h"
+
+#include <memory>
 #include <nlohmann/json.hpp>
 #include <optional>
 #include <string>
@@ -12,6 +15,13 @@ using Json = nlohmann::json;
 
 // The bytes of a message, its end included. Text that is not UTF-8 is replaced.
 std::string encoded( Json const & message );
+
+// A message's bytes, encoded once and shared by all connections that still have to send them.
+using Encoded = std::shared_ptr< std::string const >;
+
+// An answer of `parameters`, the text of a JSON object.
+enum class Continues : U8 { no, yes };
+Encoded encodedAnswer( std::string_view parameters, Continues continues );
 
 // Splits the received bytes into messages. Bounded.
 class Framing {

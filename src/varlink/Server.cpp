@@ -9,6 +9,12 @@ namespace Varlink {
 
 using Valen::Linux::Fd;
 
+namespace {
+
+constexpr int backlog = 128; // as many as a ListeningSocket lets wait
+
+} // namespace
+
 Server::Server( Valen::Linux::EventLoop & loop, std::string path, Service & service, Limits limits,
                 Room room )
     : loop_( loop ), path_( std::move( path ) ), service_( service ), limits_( limits ),
@@ -24,66 +30,73 @@ Server::~Server() {
 }
 
 void Server::listen() {
-   loop_.descriptorIs( listener_.fd(), EPOLLIN, "varlink socket", [ this ]( U32 ) { accept(); } );
+   loop_.descriptorIs( listener_.fd(), EPOLLIN, "varlink socket",
+                       [ this ]( U32 ) { acceptAll(); } );
 }
 
-void Server::accept() {
+// Accepts all who wait, so that none of them is served later than those who come after.
+void Server::acceptAll() {
+   for ( int i = 0; i < backlog && accept(); ++i ) {
+   }
+}
+
+// Returns false when no client waits, or none can be accepted now.
+bool Server::accept() {
    Fd fd( ::accept4( listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK ) );
    if ( !fd ) {
       if ( errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS ) {
          loop_.descriptorDel( listener_.fd() ); // or the loop would spin while clients wait outside
          pause_.start( std::chrono::seconds( 1 ) );
       }
-      return;
+      return errno == ECONNABORTED || errno == EINTR;
    }
    auto caller = callerOf( fd.get() );
-   if ( !admit( caller ) ) {
-      ++dropped_;
-      return;
+   auto const rank = service_.rankOf( caller );
+   if ( !admit( caller, rank ) ) {
+      ++dropped_.refused;
+      return true;
    }
    Connection::Surroundings const surroundings{
       loop_, service_, limits_,
-      [ this ]( auto const & connection, auto end ) { closed( connection, end ); } };
+      [ this ]( auto const & connection, auto end ) { closed( connection, end ); },
+      [ this ]( auto const & connection ) {
+         return mayLast( connection.seat().rank, seats(), limits_ );
+      } };
    auto const number = ++clients_;
-   auto const connection =
-      std::make_shared< Connection >( surroundings, std::move( fd ), std::move( caller ), number );
+   auto const connection = std::make_shared< Connection >( surroundings, std::move( fd ),
+                                                           std::move( caller ), rank, number );
    connections_[ number ] = connection;
    connection->start();
+   return true;
 }
 
-// Whether there is room for another client. If there is not, an idle one has to make it.
-bool Server::admit( Caller const & caller ) {
-   auto const ofUser =
-      std::count_if( connections_.begin(), connections_.end(), [ & ]( auto const & entry ) {
-         return entry.second->caller().uid == caller.uid;
-      } );
-   bool const tooManyOfUser =
-      !caller.isRoot() && static_cast< std::size_t >( ofUser ) >= limits_.connectionsPerUser;
-   if ( !tooManyOfUser && connections_.size() < limits_.connections && ( !room_ || room_() ) ) {
-      return true;
+// Whether there is room for another client, or another one can make it.
+bool Server::admit( Caller const & caller, Rank rank ) {
+   auto limits = limits_;
+   if ( room_ && !room_() ) {
+      limits.connections = std::min( limits.connections, connections_.size() );
    }
-   auto * const candidate =
-      longestIdle( tooManyOfUser ? std::optional( caller.uid ) : std::nullopt );
-   if ( candidate ) {
-      candidate->close( Connection::End::limitPassed );
+   auto const admission =
+      Varlink::admit( { caller.uid, rank }, seats(), loop_.scheduler()->now(), limits );
+   if ( admission.leaves ) {
+      auto const leaving = connections_.at( *admission.leaves ); // closing it removes it
+      leaving->close( Connection::End::madeRoom );
    }
-   return candidate != nullptr;
+   return admission.admitted;
 }
 
-// Of the user's connections, if one is given; null when none is idle.
-Connection * Server::longestIdle( std::optional< U32 > uid ) const {
-   Connection * longest = nullptr;
+std::vector< Seat > Server::seats() const {
+   std::vector< Seat > seats;
    for ( auto const & [ number, connection ] : connections_ ) {
-      if ( connection->idle() && ( !uid || connection->caller().uid == *uid ) &&
-           ( !longest || connection->lastActive() < longest->lastActive() ) ) {
-         longest = connection.get();
-      }
+      seats.push_back( connection->seat() );
    }
-   return longest;
+   return seats;
 }
 
 void Server::closed( Connection const & connection, Connection::End end ) {
-   dropped_ += end == Connection::End::limitPassed;
+   dropped_.tooLong += end == Connection::End::tooLong;
+   dropped_.notReading += end == Connection::End::notReading;
+   dropped_.madeRoom += end == Connection::End::madeRoom;
    auto const number = connection.number();
    connections_.erase( number );
    posted_.post( [ this, number ] { service_.clientGone( number ); } );

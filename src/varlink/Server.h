@@ -1,4 +1,4 @@
-// A service at a Unix socket: accepts connections, and bounds how many there are.
+// A service at a Unix socket: accepts connections, and bounds how many there are (Admission.h).
 //
 // Everything a client can do is bounded: the size of a message, the number of connections in all
 // and of each user, the answers that wait for a slow reader and how long they do. The clients' calls
@@ -27,14 +27,22 @@ class Server {
 
    std::string const & path() const noexcept { return path_; }
    std::size_t connections() const noexcept { return connections_.size(); }
-   // Clients disconnected for passing a limit.
-   U64 dropped() const noexcept { return dropped_; }
+   // Clients that were disconnected for passing a limit, by reason.
+   struct Dropped {
+      U64 tooLong = 0;    // a call was
+      U64 notReading = 0; // answers were not taken
+      U64 madeRoom = 0;   // for another client
+      U64 refused = 0;    // as soon as they connected
+      bool operator==( Dropped const & ) const = default;
+   };
+   Dropped const & dropped() const noexcept { return dropped_; }
 
  private:
    void listen();
-   void accept();
-   bool admit( Caller const & caller );
-   Connection * longestIdle( std::optional< U32 > uid ) const;
+   void acceptAll();
+   bool accept();
+   bool admit( Caller const & caller, Rank rank );
+   std::vector< Seat > seats() const;
    void closed( Connection const & connection, Connection::End end );
 
    Valen::Linux::EventLoop & loop_;
@@ -47,7 +55,7 @@ class Server {
    Gantry::PostedWork posted_;
    std::map< U64, std::shared_ptr< Connection > > connections_; // by number
    U64 clients_ = 0;                                            // ever
-   U64 dropped_ = 0;
+   Dropped dropped_;
 };
 
 } // namespace Varlink

@@ -10,6 +10,7 @@
 #include <sys/socket.h>
 #include <sys/syscall.h>
 #include <sys/timerfd.h>
+#include <thread>
 #include <unistd.h>
 
 namespace {
@@ -213,17 +214,18 @@ TEST_F( EventLoopTest, PostedWorkRunsAtTheEndOfTheTurn ) {
    EXPECT_THAT( told_, ElementsAre( "ready", "ready", "posted", "posted" ) );
 }
 
-TEST_F( EventLoopTest, WorkThatPostedWorkPostsRunsInTheNextTurnAfterTimers ) {
+TEST_F( EventLoopTest, WorkThatPostedWorkPostsRunsInTheNextTurnAndTimersInBetween ) {
    Gantry::Timer timer( loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } );
    loop_.post( [ & ] {
       told_.push_back( "one" );
       timer.start( 0ms );
       loop_.post( [ & ] { told_.push_back( "two" ); } );
    } );
+   loop_.post( [ & ] { told_.push_back( "posted with one" ); } );
    loop_.turn(); // does not wait, since work is posted
-   EXPECT_THAT( told_, ElementsAre( "one" ) );
+   EXPECT_THAT( told_, ElementsAre( "one", "timer", "posted with one" ) );
    loop_.turn();
-   EXPECT_THAT( told_, ElementsAre( "one", "timer", "two" ) );
+   EXPECT_THAT( told_, ElementsAre( "one", "timer", "posted with one", "two" ) );
 }
 
 TEST_F( EventLoopTest, RunTurnsUntilStop ) {
@@ -286,6 +288,67 @@ TEST_F( EventLoopTest, FaultOfATimerIsReported ) {
    timer.start( 0ms );
    loop_.turn( 1s );
    EXPECT_THAT( faults.messages(), ElementsAre( "fault in Timer my timer: no luck" ) );
+}
+
+TEST_F( EventLoopTest, ADueTimerWaitsForOneCallbackOnly ) {
+   Gantry::Timer timer( loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } );
+   Pipe a;
+   Pipe b;
+   watch( a, "ready", [ & ] { timer.start( 0ms ); } );
+   watch( b, "ready" );
+   a.poke();
+   b.poke();
+   loop_.turn( 1s );
+   ASSERT_EQ( told_.size(), 3u );
+   if ( told_[ 0 ] == "ready" && told_[ 2 ] == "timer" ) { // b was first
+      told_.clear();
+      a.poke();
+      loop_.turn( 1s );
+      EXPECT_THAT( told_, ElementsAre( "ready", "timer" ) );
+   } else {
+      EXPECT_THAT( told_, ElementsAre( "ready", "timer", "ready" ) );
+   }
+}
+
+// The process was stopped, say: what came in meanwhile may have come before the timer was due.
+TEST_F( EventLoopTest, ALateTimerRunsAfterWhatWaits ) {
+   Gantry::Timer timer( loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } );
+   Pipe listener;
+   Pipe connection;
+   watch( listener, "connected", [ & ] { watch( connection, "called" ); } );
+   timer.start( 1ms );
+   listener.poke();
+   connection.poke();
+   std::this_thread::sleep_for( 50ms );
+   loop_.turn( 1s );
+   EXPECT_THAT( told_, ElementsAre( "connected", "called", "timer" ) );
+}
+
+TEST_F( EventLoopTest, ALateTimerRunsAfterAllThatWaitsHoweverManyThatAre ) {
+   Gantry::Timer timer( loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } );
+   std::vector< Pipe > pipes( 200 );
+   for ( auto & pipe : pipes ) {
+      watch( pipe, "ready" );
+      pipe.poke();
+   }
+   timer.start( 1ms );
+   std::this_thread::sleep_for( 50ms );
+   loop_.turn( 1s );
+   ASSERT_EQ( told_.size(), 201u );
+   EXPECT_EQ( told_.back(), "timer" );
+}
+
+TEST_F( EventLoopTest, ALateTimerDoesNotWaitForADescriptorThatIsAlwaysReady ) {
+   Gantry::Timer timer( loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } );
+   Pipe pipe;
+   pipe.poke();
+   loop_.descriptorIs( pipe.near.get(), EPOLLIN, "busy",
+                       [ & ]( U32 ) { told_.push_back( "busy" ); } );
+   timer.start( 1ms );
+   std::this_thread::sleep_for( 50ms );
+   loop_.turn( 1s );
+   EXPECT_EQ( told_.back(), "timer" );
+   EXPECT_LT( told_.size(), 5u );
 }
 
 TEST_F( EventLoopTest, KernelTimerIsSetOncePerTurnWhateverManyTimersDo ) {

@@ -72,8 +72,12 @@ TEST( NetNsDirectoriesTest, AFileThatIsNotANamespaceIsEINVAL ) {
    for ( std::string const name : { "plain", "directory", "pipe", "mount" } ) {
       auto const one = refusal( NetNsDirectories( { directory.path() } ), name );
       EXPECT_EQ( one.number, EINVAL ) << name;
-      EXPECT_EQ( one.text, directory / name + " is not a network namespace; remove the file, "
-                                              "or mount a network namespace on it" );
+      EXPECT_EQ( one.text,
+                 directory / name +
+                    ( name == "directory"
+                         ? " is a directory, not a network namespace; remove the directory"
+                         : " is not a network namespace; remove the file, or mount a "
+                           "network namespace on it" ) );
       EXPECT_EQ( NetNsDirectories( { directory.path() } )
                     .identity( NamespaceName( std::string_view( name ) ) ),
                  std::nullopt );

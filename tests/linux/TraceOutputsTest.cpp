@@ -4,6 +4,7 @@
 #include "tests/support/WorkDirectory.h"
 
 #include <csignal>
+#include <fcntl.h>
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
@@ -109,6 +110,7 @@ TEST_F( TraceOutputsTest, LinesAreAppendedToTheFile ) {
    FileTraceSink sink( file( "trace" ) );
    Quill::traceSinkIs( &sink );
    traceTwoLines();
+   sink.flush();
    auto const written = lines( file( "trace" ) );
    ASSERT_EQ( written.size(), 3u );
    EXPECT_EQ( written[ 0 ], "before" );
@@ -124,8 +126,10 @@ TEST_F( TraceOutputsTest, AMovedFileIsReopened ) {
    traceTwoLines();
    std::filesystem::rename( file( "trace" ), file( "trace.1" ) );
    traceTwoLines();
+   sink.flush();
    sink.reopen();
    traceTwoLines();
+   sink.flush();
    EXPECT_EQ( lines( file( "trace.1" ) ).size(), 4u );
    EXPECT_EQ( lines( file( "trace" ) ).size(), 2u );
 }
@@ -144,6 +148,7 @@ TEST_F( TraceOutputsTest, FailedReopeningKeepsTheOldFile ) {
       EXPECT_EQ( e.number(), ENOENT );
    }
    traceTwoLines();
+   sink.flush();
    EXPECT_EQ( lines( file( "old/trace" ) ).size(), 2u );
 }
 
@@ -151,7 +156,20 @@ TEST_F( TraceOutputsTest, LinesThatCannotBeWrittenAreCounted ) {
    FileTraceSink sink( "/dev/full" );
    Quill::traceSinkIs( &sink );
    traceTwoLines();
+   sink.flush();
    EXPECT_EQ( sink.lost(), 2u );
+}
+
+TEST_F( TraceOutputsTest, AFileThatBlocksIsNotWaitedFor ) {
+   ASSERT_EQ( ::mkfifo( file( "fifo" ).c_str(), 0600 ), 0 );
+   Fd const reader( ::open( file( "fifo" ).c_str(), O_RDONLY | O_NONBLOCK | O_CLOEXEC ) );
+   FileTraceSink sink( file( "fifo" ) );
+   Quill::traceSinkIs( &sink );
+   for ( int i = 0; i < 2000; ++i ) {
+      traceTwoLines();
+   }
+   sink.flush();
+   EXPECT_GT( sink.lost(), 0u );
 }
 
 // --- Ring ----------------------------------------------------------------------------------------

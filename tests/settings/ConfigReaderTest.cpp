@@ -204,8 +204,19 @@ TEST( ConfigReaderTest, NamesHaveALimitedLength ) {
    EXPECT_THAT( errorsOf( "agents: [{name: \"\"}]" ),
                 ElementsAre( "f:1:17: agent name has 0 bytes; expected 1 to 255" ) );
    EXPECT_THAT( errorsOf( "agents: [{name: \"a\\tb\"}]" ),
-                ElementsAre( "f:1:17: agent name contains a control character; expected printable "
-                             "text" ) );
+                ElementsAre( "f:1:17: agent name is not printable text: character 2 is U+0009" ) );
+   EXPECT_THAT( errorsOf( "agents: [{name: \"a\\x85b\"}]" ),
+                ElementsAre( "f:1:17: agent name is not printable text: character 2 is U+0085" ) );
+   EXPECT_THAT(
+      errorsOf( "interfaces: [{name: \"a\\e[1m\", device: a}]" ),
+      ElementsAre( "f:1:21: interface name is not printable text: character 2 is U+001B" ) );
+   EXPECT_THAT( errorsOf( "vrfs: [{name: \"a\\u202e\", namespace: \"b\\u2028\"}]" ),
+                ElementsAre( "f:1:15: VRF name is not printable text: character 2 is U+202E",
+                             "f:1:37: VRF namespace is not printable text: character 2 is "
+                             "U+2028" ) );
+   EXPECT_THAT( errorsOf( "interfaces: [{name: a, device: \"e\\x9b1\"}]" ),
+                ElementsAre( "f:1:32: device of interface \"a\" is not printable text: character 2 "
+                             "is U+009B" ) );
 }
 
 TEST( ConfigReaderTest, MissingNamesAreErrors ) {
@@ -283,7 +294,7 @@ TEST( ConfigReaderTest, ProcessSettingsAreChecked ) {
 
 TEST( ConfigReaderTest, ErrorsAreSingleLines ) {
    EXPECT_THAT( errorsOf( "interfaces: [{name: a, vrf: \"b\\nc\"}]" ),
-                ElementsAre( "f:1:29: unknown VRF \"b c\"; expected \"default\" or one of "
+                ElementsAre( "f:1:29: unknown VRF \"b\\x0ac\"; expected \"default\" or one of "
                              "\"vrfs\"" ) );
 }
 

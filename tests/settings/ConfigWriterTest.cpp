@@ -60,7 +60,7 @@ TEST( ConfigWriterTest, NamesMayHaveAnyPrintableText ) {
    for ( auto const & name :
          { std::string( 255, '"' ), std::string( "true" ), std::string( "~" ),
            std::string( "#no comment" ), std::string( "a: b" ), std::string( " spaces " ),
-           std::string( "\xc3\xa4\xe2\x80\xa8\xf0\x9f\x98\x80" ), std::string( "\\x41'" ) } ) {
+           std::string( "\xc3\xa4\xe2\x82\xac\xf0\x9f\x98\x80" ), std::string( "\\x41'" ) } ) {
       Config config;
       config.interfaces[ name ] = { name, "et1", "default", true };
       config.agents[ name ][ name ] = { std::string( 14, '\xff' ) };

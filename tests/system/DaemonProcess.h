@@ -21,9 +21,10 @@ inline std::string contentOf( std::string const & path ) {
 // A running program. Its output goes to files.
 class Process {
  public:
-   // Starts `arguments` as user `uid`, inside `netNs` if one is given.
+   // Starts `arguments` as user `uid`, inside `netNs` if one is given. Standard error goes to `standardError`
+   // if that is given.
    Process( std::vector< std::string > const & arguments, std::string const & outputs,
-            TestNetNs const * netNs = nullptr, uid_t uid = 0 )
+            TestNetNs const * netNs = nullptr, uid_t uid = 0, int standardError = -1 )
        : out_( outputs + ".out" ), err_( outputs + ".err" ) {
       std::vector< char * > argv;
       for ( auto const & argument : arguments ) {
@@ -40,6 +41,9 @@ class Process {
          }
          redirect( out_, STDOUT_FILENO );
          redirect( err_, STDERR_FILENO );
+         if ( standardError >= 0 ) {
+            ::dup2( standardError, STDERR_FILENO );
+         }
          if ( uid == 0 || ::setuid( uid ) == 0 ) {
             ::execv( argv[ 0 ], argv.data() );
          }

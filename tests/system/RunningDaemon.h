@@ -37,12 +37,12 @@ class RunningDaemonTest : public NetworkTest {
    }
    void configure( std::string const & config ) const { work_->write( "valen.yaml", config ); }
    // Starts valend on the configuration in place, without waiting.
-   void launch( std::vector< std::string > const & more = {} ) {
+   void launch( std::vector< std::string > const & more = {}, int standardError = -1 ) {
       auto arguments = launcher_;
       arguments.insert( arguments.end(), { VALEND, "--config", *work_ / "valen.yaml", "--socket",
                                            socket(), "--state-directory", *work_ / "state" } );
       arguments.insert( arguments.end(), more.begin(), more.end() );
-      daemon_.emplace( arguments, *work_ / "daemon", &*machine_ );
+      daemon_.emplace( arguments, *work_ / "daemon", &*machine_, 0, standardError );
    }
    // As a crash ends it.
    void kill() {

@@ -52,8 +52,12 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
    int upErrno = 0;     // every up() fails with it
    U64 outstanding = 0; // bytes of each device that is not in outstandingOf
    std::map< LinkPlace, U64 > outstandingOf;
+   std::string lookError; // every look() but that of "default" fails with it
+
+   mutable int looks = 0; // at devices
 
    std::optional< LinkDevice > device( LinkPlace const & place ) const override {
+      ++looks;
       auto const found = devices_.find( place );
       return found == devices_.end() ? std::nullopt : std::optional( found->second );
    }
@@ -89,6 +93,9 @@ class FakeKernel final : public LinkPort, public Namespaces, public Orrery::Moun
 
    NamespaceView look( std::string const & name ) const override {
       auto const found = identities_.find( name );
+      if ( !lookError.empty() && name != "default" ) {
+         return { "", lookError, false };
+      }
       return found == identities_.end() ? NamespaceView{ "", "no namespace " + name, true }
                                         : NamespaceView{ found->second, "", false };
    }

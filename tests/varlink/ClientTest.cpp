@@ -63,6 +63,19 @@ class ClientTest : public ::testing::Test {
    std::thread service;
 };
 
+TEST_F( ClientTest, AServiceThatAcceptsNoMoreClientsIsNamedAsSuch ) {
+   service = std::thread( [ this ] { ::close( ::accept( listener, nullptr, nullptr ) ); } );
+   Client client( path, "org.example.service" );
+   try {
+      client.call( "Status", Json::object() );
+      FAIL();
+   } catch ( NoService const & e ) {
+      EXPECT_STREQ( e.what(),
+                    "the service closed the connection at once: too many clients, or it is "
+                    "exiting (end clients that are not needed, and try again)" );
+   }
+}
+
 TEST_F( ClientTest, ACallIsAskedAndAnswered ) {
    serviceSends( { R"({"parame)", R"(ters":{"a":1}})", std::string( 1, '\0' ) } );
    Client client( path, "org.example.service" );

@@ -38,9 +38,10 @@ class ConnectionTest : public ::testing::Test {
                                                    [ this ]( auto const &, auto end ) {
                                                       ended.push_back( end );
                                                       connection = nullptr;
-                                                   } };
+                                                   },
+                                                   [ this ]( auto const & ) { return mayLast; } };
       connection = std::make_shared< Connection >( surroundings, Valen::Linux::Fd( ends[ 1 ] ),
-                                                   Caller{ 7, 1, { 7 } }, 3 );
+                                                   Caller{ 7, 1, { 7 } }, Rank::user, 3 );
       connection->start();
    }
 
@@ -78,6 +79,7 @@ class ConnectionTest : public ::testing::Test {
    Valen::Linux::Fd client;
    Framing in{ 8'000'000 };
    std::vector< Connection::End > ended;
+   bool mayLast = true;
    std::shared_ptr< Connection > connection;
 };
 
@@ -166,7 +168,7 @@ TEST_F( ConnectionTest, AStalledClientIsDisconnectedByATimerThatGoesWithIt ) {
    for ( int i = 0; i < 100 && ended.empty(); ++i ) {
       loop.turn( 20ms );
    }
-   EXPECT_THAT( ended, ElementsAre( Connection::End::limitPassed ) );
+   EXPECT_THAT( ended, ElementsAre( Connection::End::notReading ) );
 }
 
 TEST_F( ConnectionTest, AnswersBeyondTheLimitDisconnectTheClient ) {
@@ -175,7 +177,7 @@ TEST_F( ConnectionTest, AnswersBeyondTheLimitDisconnectTheClient ) {
    service.calls[ 0 ]->replyContinues( big );
    EXPECT_THAT( ended, IsEmpty() );
    service.calls[ 0 ]->replyContinues( big );
-   EXPECT_THAT( ended, ElementsAre( Connection::End::limitPassed ) );
+   EXPECT_THAT( ended, ElementsAre( Connection::End::notReading ) );
 }
 
 TEST_F( ConnectionTest, AConnectionThatIsNeededIsNotIdle ) {

@@ -37,11 +37,15 @@ class EchoService final : public Service {
       }
    }
 
+   Rank rankOf( Caller const & caller ) const override {
+      return rank.value_or( Service::rankOf( caller ) );
+   }
    void clientGone( U64 client ) override { gone.push_back( client ); }
 
    int calls = 0;
    std::vector< std::shared_ptr< Call > > waiting;
    std::vector< U64 > gone;
+   std::optional< Rank > rank; // of all callers, instead of their own
 };
 
 class ServerTest : public ::testing::Test {
@@ -241,11 +245,11 @@ TEST_F( ServerTest, AHugeMessageIsRejectedWithoutBeingKept ) {
    send( fd, std::string( 10'000'000, 'x' ) );
    EXPECT_THAT( answers( fd ), ElementsAre( "closed" ) );
    EXPECT_EQ( server->connections(), 0u );
-   EXPECT_EQ( server->dropped(), 1u );
+   EXPECT_EQ( server->dropped().tooLong, 1u );
 }
 
 TEST_F( ServerTest, ManyIdleConnectionsDoNotKeepANewcomerOut ) {
-   open( { .connections = 10, .connectionsPerUser = 10 } );
+   open( { .connections = 10, .reservedForAdmins = 0, .grace = 0ms } );
    std::vector< int > idle;
    for ( int i = 0; i < 50; ++i ) {
       idle.push_back( connect() );
@@ -255,13 +259,67 @@ TEST_F( ServerTest, ManyIdleConnectionsDoNotKeepANewcomerOut ) {
    auto const fd = connect();
    call( fd, echo );
    EXPECT_THAT( answers( fd ), ElementsAre( echoed ) );
-   EXPECT_EQ( server->dropped(), 41u );
+   EXPECT_EQ( server->dropped().madeRoom, 41u );
+}
+
+TEST_F( ServerTest, ANewcomerIsNotDisconnectedForTheNext ) {
+   open( { .connections = 2, .reservedForAdmins = 0, .grace = 10s } );
+   auto const first = connect();
+   auto const second = connect();
+   EXPECT_THAT( answers( connect() ), ElementsAre( "closed" ) );
+   EXPECT_EQ( server->dropped(), ( Server::Dropped{ .refused = 1 } ) );
+   for ( auto const fd : { first, second } ) {
+      call( fd, echo );
+      EXPECT_THAT( answers( fd ), ElementsAre( echoed ) );
+   }
+}
+
+TEST_F( ServerTest, AClientThatDoesNotReadMakesRoom ) {
+   open( { .connections = 2, .reservedForAdmins = 0, .grace = 0ms } );
+   auto const idle = connect();
+   auto const stuck = connect();
+   call( stuck, { { "method", "Big" }, { "parameters", { { "bytes", 5'000'000 } } } } );
+   connect();
+   EXPECT_EQ( server->dropped(), ( Server::Dropped{ .madeRoom = 1 } ) );
+   call( idle, echo );
+   EXPECT_THAT( answers( idle ), ElementsAre( echoed ) );
+}
+
+TEST_F( ServerTest, TheServiceKnowsForWhomThereIsRoom ) {
+   service.rank = Rank::stranger;
+   open( { .strangers = 3, .connectionsPerStranger = 3 } );
+   std::vector< int > strangers;
+   for ( int i = 0; i < 5; ++i ) {
+      strangers.push_back( connect() );
+   }
+   EXPECT_EQ( server->connections(), 3u );
+   service.rank = Rank::admin;
+   for ( int i = 0; i < 5; ++i ) {
+      connect();
+   }
+   EXPECT_EQ( server->connections(), 8u );
+   EXPECT_EQ( server->dropped().refused, 2u );
+}
+
+TEST_F( ServerTest, AllWhoWaitAreAcceptedAtOnce ) {
+   open();
+   std::vector< int > waiting;
+   for ( int i = 0; i < 20; ++i ) {
+      sockaddr_un address{};
+      address.sun_family = AF_UNIX;
+      std::strcpy( address.sun_path, path.c_str() );
+      waiting.push_back( ::socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ) );
+      ::connect( waiting.back(), reinterpret_cast< sockaddr * >( &address ), sizeof address );
+      clients.push_back( waiting.back() );
+   }
+   loop.turn( 1s );
+   EXPECT_EQ( server->connections(), 20u );
 }
 
 // The last descriptors are not for clients.
 TEST_F( ServerTest, WithoutRoomForItANewcomerTakesThePlaceOfAnIdleOneOrNone ) {
    bool room = true;
-   server.emplace( loop, path, service, Limits(), [ & ] { return room; } );
+   server.emplace( loop, path, service, Limits{ .grace = 0ms }, [ & ] { return room; } );
    auto const idle = connect();
    auto const busy = connect();
    call( busy, { { "method", "Wait" } } );
@@ -273,11 +331,11 @@ TEST_F( ServerTest, WithoutRoomForItANewcomerTakesThePlaceOfAnIdleOneOrNone ) {
    call( replacing, { { "method", "Wait" } } );
    EXPECT_THAT( answers( connect() ), ElementsAre( "closed" ) );
    EXPECT_EQ( server->connections(), 2u );
-   EXPECT_EQ( server->dropped(), 2u );
+   EXPECT_EQ( server->dropped(), ( Server::Dropped{ .madeRoom = 1, .refused = 1 } ) );
 }
 
 TEST_F( ServerTest, AClientWithACallInProgressIsNotDisconnected ) {
-   open( { .connections = 2, .connectionsPerUser = 2 } );
+   open( { .connections = 2, .reservedForAdmins = 0, .grace = 0ms } );
    auto const first = connect();
    call( first, { { "method", "Wait" } } );
    auto const second = connect();
@@ -290,7 +348,7 @@ TEST_F( ServerTest, AClientWithACallInProgressIsNotDisconnected ) {
 }
 
 TEST_F( ServerTest, AConnectionThatSomethingIsBoundToIsNotClosedForOthers ) {
-   open( { .connections = 2, .connectionsPerUser = 2 } );
+   open( { .connections = 2, .reservedForAdmins = 0, .grace = 0ms } );
    auto const first = connect();
    call( first, { { "method", "Wait" } } );
    service.waiting[ 0 ]->neededIs( true );
@@ -325,7 +383,7 @@ TEST_F( ServerTest, ASlowReaderIsDroppedWhenTooMuchWaits ) {
    auto const fd = connect();
    call( fd, { { "method", "Big" }, { "parameters", { { "bytes", 5'000'000 } } } } );
    EXPECT_EQ( server->connections(), 0u );
-   EXPECT_EQ( server->dropped(), 1u );
+   EXPECT_EQ( server->dropped().notReading, 1u );
 }
 
 TEST_F( ServerTest, ASlowReaderIsDroppedWhenItTakesTooLong ) {
@@ -337,7 +395,7 @@ TEST_F( ServerTest, ASlowReaderIsDroppedWhenItTakesTooLong ) {
       loop.turn( 20ms );
    }
    EXPECT_EQ( server->connections(), 0u );
-   EXPECT_EQ( server->dropped(), 1u );
+   EXPECT_EQ( server->dropped().notReading, 1u );
 }
 
 TEST_F( ServerTest, ABigAnswerArrivesWholeWhenItIsRead ) {

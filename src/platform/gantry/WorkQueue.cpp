@@ -10,10 +10,13 @@ void WorkQueue::post( Work work ) {
    entries_.push_back( { std::move( work ), false, {} } );
 }
 
-void WorkQueue::run() {
+void WorkQueue::run( Work const & after ) {
    auto const entries = std::exchange( entries_, {} );
    for ( auto const & entry : entries ) {
       run( entry );
+      if ( after ) {
+         after();
+      }
    }
 }
 

@@ -24,7 +24,8 @@ class WorkQueue {
    void post( Work work );
    // Runs what was posted before the call, in order; what is posted meanwhile waits for the next call.
    // An exception that leaves the work goes to the fault sink, and the rest is still run.
-   void run();
+   //   after   called after each, if given: for what must not wait for the rest
+   void run( Work const & after = nullptr );
    bool empty() const noexcept { return entries_.empty(); }
 
  private:

@@ -8,9 +8,20 @@ namespace Quill {
 
 namespace {
 
+AbortHook beforeAbort = nullptr;
 AbortHook abortHook = nullptr;
 
+void run( AbortHook & hook ) noexcept {
+   if ( auto const once = std::exchange( hook, nullptr ) ) {
+      once();
+   }
+}
+
 } // namespace
+
+AbortHook beforeAbortIs( AbortHook hook ) noexcept {
+   return std::exchange( beforeAbort, hook );
+}
 
 AbortHook abortHookIs( AbortHook hook ) noexcept {
    return std::exchange( abortHook, hook );
@@ -18,19 +29,17 @@ AbortHook abortHookIs( AbortHook hook ) noexcept {
 
 void assertionFailed( char const * expression, char const * file, int line,
                       char const * function ) noexcept {
+   run( beforeAbort );
    std::fprintf( stderr, "assertion failed: %s at %s:%d in %s\n", expression, file, line,
                  function );
-   if ( auto const hook = std::exchange( abortHook, nullptr ) ) {
-      hook();
-   }
+   run( abortHook );
    std::abort();
 }
 
 void abortWith( char const * text ) noexcept {
+   run( beforeAbort );
    std::fprintf( stderr, "%s\n", text );
-   if ( auto const hook = std::exchange( abortHook, nullptr ) ) {
-      hook();
-   }
+   run( abortHook );
    std::abort();
 }
 

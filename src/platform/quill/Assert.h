@@ -1,6 +1,6 @@
 // Assertions: invariants of our own, checked in every build type.
 //
-// A failed assertion prints the source text of the expression, its file and line and the function
+// A failed assertion runs the first hook (which writes the lines before it), prints the source text of the expression, its file and line and the function
 // on standard error, runs the abort hook (which saves the trace ring) and aborts. Input and answers
 // of the kernel are never asserted.
 #pragma once
@@ -8,6 +8,10 @@
 namespace Quill {
 
 using AbortHook = void ( * )() noexcept;
+
+// Installs the hook that runs once before the last text is printed, and makes standard error ready for
+// it; null removes it. Returns the old one.
+AbortHook beforeAbortIs( AbortHook hook ) noexcept;
 
 // Installs the hook that runs once before the process aborts; null removes it. Returns the old one.
 AbortHook abortHookIs( AbortHook hook ) noexcept;

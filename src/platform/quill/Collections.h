@@ -10,6 +10,7 @@
 // fields of entities do (CollectionFields.h).
 #pragma once
 
+#include "platform/quill/Pool.h"
 #include "platform/quill/Ptr.h"
 #include "platform/quill/WalkList.h"
 
@@ -48,18 +49,13 @@ template < class K > inline constexpr bool hashIdentifies = !requires( K const &
    key.identity();
 };
 
-// An element of a hash table: a place in its order and in its bucket, and its key's hash, so that a
-// search need not touch more of it.
-class TableHook : public WalkHook {
- private:
-   template < class, class, class > friend class HashTable;
-   TableHook * chain_ = nullptr;
-   U64 hash_ = 0;
-};
-
-// The table under all three collections: elements of type E (derived from TableHook) found by a
-// key that KeyOf reads from the element. Owns nothing but its buckets. Small tables have none: they
-// are searched in order.
+// The table under all three collections: elements of type E (derived from WalkHook) found by a key
+// that KeyOf reads from the element. Owns nothing but its index; a small table has none and is
+// searched in order.
+//
+// The index is one array. An element is at the place that its key's hash selects, or at one of the
+// next (linear probing). The hash is beside the address, so that neither a search nor the growth of
+// the index touches an element, each of which is somewhere else in memory.
 template < class E, class K, class KeyOf > class HashTable {
  public:
    HashTable() = default;
@@ -71,18 +67,18 @@ template < class E, class K, class KeyOf > class HashTable {
    E * first() const noexcept { return static_cast< E * >( order_.head() ); }
 
    E * find( K const & key ) const noexcept {
-      U64 const hash = hashOf( key );
-      if ( buckets_ ) {
-         for ( auto * hook = bucket( hash ); hook; hook = hook->chain_ ) {
-            if ( isOf( *hook, hash, key ) ) {
-               return static_cast< E * >( hook );
+      if ( index_ ) {
+         U64 const hash = hashOf( key );
+         for ( auto place = home( hash ); index_[ place ].element; place = after( place ) ) {
+            if ( isOf( index_[ place ], hash, key ) ) {
+               return index_[ place ].element;
             }
          }
          return nullptr;
       }
       for ( auto * hook = order_.head(); hook; hook = WalkList::after( *hook ) ) {
          auto * const element = static_cast< E * >( hook );
-         if ( isOf( *element, hash, key ) ) {
+         if ( KeyOf()( *element ) == key ) {
             return element;
          }
       }
@@ -94,59 +90,86 @@ template < class E, class K, class KeyOf > class HashTable {
       if ( count_ >= capacity() ) {
          grow();
       }
-      TableHook & hook = element;
-      hook.hash_ = hashOf< K >( KeyOf()( element ) );
       order_.append( element );
       ++count_;
-      if ( buckets_ ) {
-         link( hook );
+      if ( index_ ) {
+         put( { hashOf< K >( KeyOf()( element ) ), &element } );
       }
    }
 
+   // Requires that the element's key is still the same.
    void remove( E & element ) noexcept {
-      TableHook & hook = element;
-      if ( buckets_ ) {
-         auto ** place = &bucket( hook.hash_ );
-         while ( *place != &hook ) {
-            place = &( *place )->chain_;
+      if ( index_ ) {
+         auto place = home( hashOf< K >( KeyOf()( element ) ) );
+         while ( index_[ place ].element != &element ) {
+            place = after( place );
          }
-         *place = hook.chain_;
+         close( place );
       }
       order_.remove( element );
       --count_;
    }
 
  private:
+   struct Slot {
+      U64 hash;
+      E * element; // null: empty
+   };
    static constexpr U32 smallCount = 8;
 
-   U32 capacity() const noexcept { return buckets_ ? ( mask_ + 1 ) / 2 : smallCount; }
-   TableHook *& bucket( U64 hash ) const noexcept { return buckets_[ hash & mask_ ]; }
+   U32 capacity() const noexcept { return index_ ? ( mask_ + 1 ) / 4 * 3 : smallCount; }
+   U32 home( U64 hash ) const noexcept { return static_cast< U32 >( hash ) & mask_; }
+   U32 after( U32 place ) const noexcept { return ( place + 1 ) & mask_; }
 
-   static bool isOf( TableHook const & hook, U64 hash, K const & key ) noexcept {
+   static bool isOf( Slot const & slot, U64 hash, K const & key ) noexcept {
       if constexpr ( hashIdentifies< K > ) {
-         return hook.hash_ == hash;
+         return slot.hash == hash;
       } else {
-         return hook.hash_ == hash && KeyOf()( static_cast< E const & >( hook ) ) == key;
+         return slot.hash == hash && KeyOf()( *slot.element ) == key;
       }
    }
 
-   void link( TableHook & hook ) noexcept {
-      auto *& head = bucket( hook.hash_ );
-      hook.chain_ = head;
-      head = &hook;
+   void put( Slot const & slot ) noexcept {
+      auto place = home( slot.hash );
+      while ( index_[ place ].element ) {
+         place = after( place );
+      }
+      index_[ place ] = slot;
+   }
+
+   // Empties the place. Of what follows without a gap, an element moves into it that a search would
+   // not find behind it.
+   void close( U32 gap ) noexcept {
+      for ( auto place = after( gap ); index_[ place ].element; place = after( place ) ) {
+         auto const fromHome = ( place - home( index_[ place ].hash ) ) & mask_;
+         if ( fromHome >= ( ( place - gap ) & mask_ ) ) {
+            index_[ gap ] = index_[ place ];
+            gap = place;
+         }
+      }
+      index_[ gap ].element = nullptr;
    }
 
    void grow() {
-      U32 const size = capacity() * 4;
-      buckets_ = std::make_unique< TableHook *[] >( size );
-      mask_ = size - 1;
-      for ( auto * hook = order_.head(); hook; hook = WalkList::after( *hook ) ) {
-         link( *static_cast< E * >( hook ) );
+      U32 const size = index_ ? ( mask_ + 1 ) * 2 : smallCount * 2;
+      auto const old = std::exchange( index_, std::make_unique< Slot[] >( size ) );
+      auto const oldMask = std::exchange( mask_, size - 1 );
+      if ( !old ) {
+         for ( auto * hook = order_.head(); hook; hook = WalkList::after( *hook ) ) {
+            auto * const element = static_cast< E * >( hook );
+            put( { hashOf< K >( KeyOf()( *element ) ), element } );
+         }
+         return;
+      }
+      for ( U32 place = 0; place <= oldMask; ++place ) {
+         if ( old[ place ].element ) {
+            put( old[ place ] );
+         }
       }
    }
 
    WalkList order_;
-   std::unique_ptr< TableHook *[] > buckets_; // twice as many as elements, at least
+   std::unique_ptr< Slot[] > index_; // a power of two; at most three quarters are in use
    U32 mask_ = 0;
    U32 count_ = 0;
 };
@@ -180,7 +203,7 @@ template < class E, class Pin > class WalkIterator {
 };
 
 // Base of everything that a Members collection can hold.
-class Member : public PtrInterface, public TableHook {
+class Member : public PtrInterface, public WalkHook {
  protected:
    Member() = default;
 };
@@ -276,7 +299,7 @@ template < class K, class V > class Map {
       }
    }
 
-   struct Entry : TableHook {
+   struct Entry : WalkHook, Pooled {
       Entry( K k, V v ) : key( std::move( k ) ), value( std::move( v ) ) {}
       K key;
       V value;
@@ -328,7 +351,7 @@ template < class K > class Set {
       }
    }
 
-   struct Entry : TableHook {
+   struct Entry : WalkHook, Pooled {
       explicit Entry( K k ) : key( std::move( k ) ) {}
       K key;
    };

@@ -3,6 +3,7 @@
 
 #include "platform/quill/Assert.h"
 #include "platform/quill/Int.h"
+#include "platform/quill/Pool.h"
 
 #include <cstddef>
 #include <iterator>
@@ -11,7 +12,7 @@
 namespace Quill {
 
 template < class T > class LinkQueue {
-   struct Link {
+   struct Link : Pooled {
       explicit Link( T v ) : value( std::move( v ) ) {}
       T value;
       Link * next = nullptr;

@@ -34,7 +34,12 @@ class Pool {
  public:
    void * take( std::size_t size ) {
       auto *& free = free_[ size / unit ];
-      return free ? std::exchange( free, free->next ) : cut( size );
+      if ( !free ) {
+         return cut( size );
+      }
+      auto * const piece = std::exchange( free, free->next );
+      __builtin_prefetch( free, 1 ); // in the cache by the time that the next object needs it
+      return piece;
    }
 
    void give( void * memory, std::size_t size ) noexcept {

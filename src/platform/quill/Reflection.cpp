@@ -4,7 +4,9 @@
 #include "platform/quill/Exception.h"
 
 #include <algorithm>
-#include <cstdio>
+#include <charconv>
+#include <cstdint>
+#include <iterator>
 
 namespace Quill {
 
@@ -12,9 +14,10 @@ std::string displayAddress( void const * address ) {
    if ( !address ) {
       return "null";
    }
-   char text[ 24 ];
-   std::snprintf( text, sizeof text, "%p", address );
-   return text;
+   char text[ 2 + 2 * sizeof address ] = { '0', 'x' };
+   auto const end = std::to_chars( text + 2, std::end( text ),
+                                   reinterpret_cast< std::uintptr_t >( address ), 16 );
+   return { text, end.ptr };
 }
 
 void valueMismatch( char const * expected ) {

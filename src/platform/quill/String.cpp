@@ -2,6 +2,7 @@
 
 #include "platform/quill/Allocation.h"
 #include "platform/quill/Exception.h"
+#include "platform/quill/Pool.h"
 
 #include <cstring>
 #include <new>
@@ -30,7 +31,8 @@ struct RepEqual {
    }
 };
 
-using NameTable = std::unordered_set< StringRep const *, RepHash, RepEqual >;
+using NameTable =
+   std::unordered_set< StringRep const *, RepHash, RepEqual, PoolAllocator< StringRep const * > >;
 
 // Never destroyed: names with static storage may outlive every other static object.
 NameTable & nameTable() {

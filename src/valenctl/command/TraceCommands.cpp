@@ -1,4 +1,5 @@
 // trace: its newest lines, levels, follow and dump.
+#include "platform/quill/Printable.h"
 #include "platform/trace/Blipline.h"
 #include "valenctl/command/CommandGroups.h"
 #include "valenctl/command/Session.h"
@@ -110,7 +111,7 @@ class TraceDump final : public Command {
          printTraceLine( session, { { "timeNs", reader.wallTime( line.time ).count() },
                                     { "unit", line.unit },
                                     { "level", line.level },
-                                    { "text", line.text.view() } } );
+                                    { "text", Quill::printable( line.text.view() ) } } );
       }
       if ( reader.damaged() ) {
          session.err() << "valenctl: " << file_ << " is damaged; only readable lines are shown\n";

@@ -45,6 +45,16 @@ void Api::call( Call call ) {
    }
 }
 
+Varlink::Rank Api::rankOf( Varlink::Caller const & caller ) const {
+   if ( caller.isRoot() ) {
+      return Varlink::Rank::root;
+   }
+   auto const right = parts_.access.of( caller );
+   return right == Right::change ? Varlink::Rank::admin
+          : right == Right::read ? Varlink::Rank::user
+                                 : Varlink::Rank::stranger;
+}
+
 void Api::clientGone( U64 client ) {
    for ( auto * const group : groups_ ) {
       group->clientGone( client );

@@ -22,6 +22,7 @@ class Api final : public Varlink::Service {
    explicit Api( Parts const & parts );
 
    void call( std::shared_ptr< Varlink::Call > call ) override;
+   Varlink::Rank rankOf( Varlink::Caller const & caller ) const override;
    void clientGone( U64 client ) override;
 
    // The qualified names of all methods: "org.valen.daemon.Shutdown".

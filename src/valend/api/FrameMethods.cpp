@@ -19,15 +19,18 @@ void FrameMethods::publish( Call const & call, std::string const & agent,
    for ( auto const & hex : frames ) {
       list.push_back( Publications::frameOf( hex, list.size() + 1 ) );
    }
+   if ( lifetime == Publications::Lifetime::connection && !call->mayLast() ) {
+      throw Errors::tooManyClients();
+   }
    parts_.publications.publish( { agent, interface, std::move( list ), lifetime, call->client() } );
-   changed( *call );
+   changed( *call, interface );
    answerWhenSaved( call, lifetime, { { "tooLong", tooLong( agent, interface ) } } );
 }
 
 void FrameMethods::withdraw( Call const & call, std::string const & agent,
                              std::string const & interface ) {
    auto const lifetime = parts_.publications.withdraw( agent, interface, call->client() );
-   changed( *call );
+   changed( *call, interface );
    answerWhenSaved( call, lifetime, Json::object() );
 }
 
@@ -54,9 +57,9 @@ void FrameMethods::answerWhenSaved( Call const & call, Publications::Lifetime li
 }
 
 // What is published is not in the store, so watches of the status do not notice.
-void FrameMethods::changed( Varlink::Call & call ) {
+void FrameMethods::changed( Varlink::Call & call, std::string const & interface ) {
    call.neededIs( parts_.publications.isNeeded( call.client() ) );
-   watches_.changed();
+   watches_.changed( interface );
 }
 
 void FrameMethods::listMessages( Call const & call,

@@ -25,7 +25,7 @@ class FrameMethods final : public MethodGroup {
    Json tooLong( std::string const & agent, std::string const & interface ) const;
    void answerWhenSaved( Call const & call, Publications::Lifetime lifetime,
                          Json const & parameters );
-   void changed( Varlink::Call & call );
+   void changed( Varlink::Call & call, std::string const & interface );
 
    Parts const & parts_;
    StatusReport const & report_;

@@ -1,5 +1,7 @@
 #include "valend/api/LinkMethods.h"
 
+#include "platform/quill/Printable.h"
+
 #include "valend/api/Users.h"
 #include "valend/report/StatusReport.h"
 #include "valend/shutdown/Places.h"
@@ -50,19 +52,6 @@ void LinkMethods::list( Call const & call, Names const & names, Text const & vrf
    call->reply( { { "interfaces", chosen( { names, vrf, device, ready, {} } ) } } );
 }
 
-// Of a reason that people and programs read line by line: no control characters, C1 (U+0080 to U+009F)
-// included. That it is UTF-8 is known.
-bool LinkMethods::isReason( std::string const & text ) {
-   for ( std::size_t i = 0; i < text.size(); ++i ) {
-      auto const byte = static_cast< unsigned char >( text[ i ] );
-      auto const next = i + 1 < text.size() ? static_cast< unsigned char >( text[ i + 1 ] ) : 0u;
-      if ( byte < 0x20 || byte == 0x7f || ( byte == 0xc2 && next < 0xa0 ) ) {
-         return false;
-      }
-   }
-   return !text.empty() && text.size() <= maxReasonBytes;
-}
-
 U64 LinkMethods::maxDelayMs() const {
    auto const text = configurator_.active().wanted().value( "max-shutdown-delay-ms" );
    U64 value = 0;
@@ -71,8 +60,9 @@ U64 LinkMethods::maxDelayMs() const {
 }
 
 Request LinkMethods::requestOf( Call const & call, Text const & reason, Number delayMs ) const {
-   if ( reason && !isReason( *reason ) ) {
-      throw Errors::badReason( maxReasonBytes );
+   auto const unprintable = Quill::unprintableIn( reason.value_or( "" ) );
+   if ( reason && ( unprintable || reason->empty() || reason->size() > maxReasonBytes ) ) {
+      throw Errors::badReason( maxReasonBytes, unprintable );
    }
    if ( delayMs && *delayMs > maxDelayMs() ) {
       throw Errors::delayTooLong( *delayMs, maxDelayMs() );

@@ -50,7 +50,6 @@ class LinkMethods final : public MethodGroup {
    // The same, for a call that changes something.
    std::vector< std::string > required( Choice const & choice ) const;
 
-   static bool isReason( std::string const & text );
    U64 maxDelayMs() const;
    // Who calls, and what for. Throws Refusal: "BadReason", "DelayTooLong".
    Request requestOf( Call const & call, Text const & reason, Number delayMs ) const;

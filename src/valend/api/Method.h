@@ -3,7 +3,7 @@
 
 #include "valend/api/Access.h"
 #include "valend/api/Arguments.h"
-#include "valend/base/Refusal.h"
+#include "valend/base/Errors.h"
 #include "varlink/Call.h"
 
 #include <functional>
@@ -34,6 +34,14 @@ struct Method {
 // Ends a call of the daemon's interface with an error.
 inline void answer( Varlink::Call & call, Refusal const & refusal ) {
    call.error( "org.valen.daemon." + refusal.name(), refusal.parameters() );
+}
+
+// To be called for a call that lasts until its client goes. Throws Refusal "TooManyClients".
+inline void lasts( Varlink::Call & call ) {
+   if ( !call.mayLast() ) {
+      throw Errors::tooManyClients();
+   }
+   call.lasts();
 }
 
 // Methods of one subject. They live as long as the API.

@@ -26,6 +26,7 @@ void TraceMethods::trace( Call const & call, std::optional< U64 > lines ) {
    if ( !call->more() ) {
       return call->reply( std::move( recent ) );
    }
+   lasts( *call );
    call->replyContinues( std::move( recent ) );
    trace_.follow( [ this, call ]( auto const & more ) {
       if ( !more.empty() ) {

@@ -1,19 +1,14 @@
 #include "valend/api/WatchMethods.h"
 
+#include "valend/base/Slice.h"
+
+#include <algorithm>
+
 namespace Valend {
 
 namespace {
 
 using Until = WatchMethods::Until;
-
-// Answers that a client has not taken hold further ones back.
-bool isSlow( Varlink::Call const & call ) {
-   return call.waiting() > 0;
-}
-
-StoreWatch::Looked lookLater() {
-   return { .skipped = true, .next = WatchMethods::slowPeriod };
-}
 
 bool isMet( Json const & interface, Until until ) {
    switch ( until ) {
@@ -29,172 +24,169 @@ bool isMet( Json const & interface, Until until ) {
    return false;
 }
 
-// What of `now` is not the same in `before`, and the names that are not there any more.
-Json difference( Json const & before, Json const & now ) {
-   auto changed = Json::array();
-   auto gone = Json::array();
-   for ( auto const & [ name, interface ] : now.items() ) {
-      auto const old = before.find( name );
-      if ( old == before.end() || *old != interface ) {
-         changed.push_back( interface );
-      }
-   }
-   for ( auto const & [ name, interface ] : before.items() ) {
-      if ( !now.contains( name ) ) {
-         gone.push_back( name );
-      }
-   }
-   return { { "interfaces", std::move( changed ) }, { "gone", std::move( gone ) } };
-}
-
 } // namespace
+
+WatchMethods::WatchMethods( Parts const & parts, StatusReport const & report )
+    : parts_( parts ), report_( report ),
+      model_( parts.store, parts.feeder, report, parts.scheduler, parts.work,
+              [ this ] { news(); } ),
+      posted_( parts.work, "status readers" ),
+      slow_( parts.scheduler, "status readers", [ this ] { answerWatches(); } ),
+      rest_( parts.scheduler, "status readers", [ this ] { answerWatches(); } ) {}
 
 std::vector< Method > WatchMethods::methods() {
    using Self = WatchMethods;
    return {
-      method( "Watch", Right::read, *this, &Self::watch, Replies::stream ),
       method( "WatchStatus", Right::read, *this, &Self::watchStatus, Replies::stream ),
       method( "Wait", Right::read, *this, &Self::wait ),
    };
 }
 
-// --- The store -----------------------------------------------------------------------------------
-
-void WatchMethods::watch( Call const & call, std::string const & path ) {
-   auto const & entities = *parts_.store.entityManager;
-   if ( !showPath( entities, path ) ) {
-      throw Errors::noSuchPath( path );
-   }
-   add( call,
-        [ &entities, call, path,
-          last = std::optional< Json >() ]( StoreVisits & visits ) mutable -> Looked {
-           if ( call->open() && isSlow( *call ) ) {
-              return lookLater();
-           }
-           try {
-              auto now = showPath( entities, path, &visits ).value_or( Json() );
-              if ( last != now ) {
-                 call->replyContinues( { { "value", now } } );
-                 last = std::move( now );
-              }
-           } catch ( Refusal const & e ) { // it has grown
-              answer( *call, e );
-           }
-           return { .over = !call->open() };
-        } );
+void WatchMethods::clientGone( U64 client ) {
+   auto const isOf = [ & ]( auto const & each ) { return each.call->client() == client; };
+   std::erase_if( watches_, isOf );
+   std::erase_if( waits_, isOf );
+   ended();
 }
 
-// --- The status ----------------------------------------------------------------------------------
-
-// What the status is made of, as far as the store has it: the library's entries and the devices.
-void WatchMethods::visitStatus( StoreVisits & visits ) const {
-   auto const visit = [ & ]( std::string const & path ) {
-      try {
-         showPath( *parts_.store.entityManager, path, &visits );
-      } catch ( Refusal const & ) { // the status is looked at now and then, too
-      }
-   };
-   auto const & config = parts_.feeder.config();
-   visit( "status" );
-   visit( "kni/ns/" + config.netNsOf( Settings::defaultVrf ) + "/status" );
-   for ( auto const & [ vrf, netNs ] : config.vrfs ) {
-      visit( "kni/ns/" + netNs + "/status" );
+// A watch or a wait has ended.
+void WatchMethods::ended() {
+   if ( watches_.empty() && waits_.empty() ) {
+      model_.neededIs( false );
+      answers_.clear();
    }
 }
 
-Json WatchMethods::interfaces( std::optional< std::string > const & wanted ) const {
-   auto byName = Json::object();
-   for ( auto const & [ name, config ] : parts_.feeder.config().interfaces ) {
-      if ( !wanted || name == *wanted ) {
-         byName[ name ] = report_.interface( config );
-      }
-   }
-   return byName;
+void WatchMethods::news() {
+   answerWaits();
+   answerWatches();
 }
+
+// --- WatchStatus ---------------------------------------------------------------------------------
 
 void WatchMethods::watchStatus( Call const & call,
                                 std::optional< std::string > const & interface ) {
    if ( interface ) {
       parts_.interface( *interface );
    }
-   add( call,
-        [ this, call, interface,
-          last = std::optional< Json >() ]( StoreVisits & visits ) mutable -> Looked {
-           if ( !call->open() ) {
-              return { .over = true };
-           }
-           if ( isSlow( *call ) ) {
-              return lookLater();
-           }
-           visitStatus( visits );
-           auto now = interfaces( interface );
-           if ( last != now ) {
-              call->replyContinues( difference( last.value_or( Json::object() ), now ) );
-              last = std::move( now );
-           }
-           return { .next = statusPeriod };
-        } );
-}
-
-// --- Waiting -------------------------------------------------------------------------------------
-
-// Whether the call is answered now: the interface is so, or is not configured any more.
-bool WatchMethods::answerIfMet( Call const & call, std::string const & interface, Until until ) {
-   try {
-      auto now = report_.interface( parts_.interface( interface ) );
-      if ( !isMet( now, until ) ) {
-         return false;
-      }
-      call->reply( { { "interface", std::move( now ) } } );
-   } catch ( Refusal const & e ) {
-      answer( *call, e );
+   lasts( *call );
+   model_.neededIs( true );
+   if ( interface ) {
+      model_.update( *interface );
    }
-   return true;
+   watches_.push_back( { call, interface } );
+   posted_.post( [ this ] { answerWatches(); } );
 }
+
+bool WatchMethods::wants( Watch const & watch ) const {
+   if ( watch.interface ) {
+      return !watch.answered || model_.last( *watch.interface ) > watch.seen;
+   }
+   return model_.complete() && ( !watch.answered || model_.last() > watch.seen );
+}
+
+// As many as a slice allows; the others in the next turn.
+void WatchMethods::answerWatches() {
+   std::erase_if( watches_, []( auto const & watch ) { return !watch.call->open(); } );
+   ended();
+   Slice slice( *parts_.scheduler );
+   auto oldest = model_.last();
+   auto const rest = restEnd_ - parts_.scheduler->now();
+   for ( auto & watch : watches_ ) {
+      if ( wants( watch ) && watch.answered && rest > Gantry::Time( 0 ) ) {
+         rest_.start( rest );
+      } else if ( wants( watch ) && watch.call->waiting() > 0 ) {
+         if ( !slow_.running() ) {
+            slow_.start( slowPeriod );
+         }
+      } else if ( wants( watch ) ) {
+         if ( !slice.goesOn() ) {
+            spent_ += slice.spent();
+            return posted_.post( [ this ] { answerWatches(); } );
+         }
+         auto const answer = answerTo( watch );
+         watch.answered = true;
+         watch.seen = model_.last();
+         watch.call->replyContinues( answer );
+      } else if ( watch.answered ) {
+         watch.seen = model_.last(); // nothing of the changes concerns it
+      }
+      oldest = std::min( oldest, watch.seen );
+   }
+   model_.forget( oldest );
+   spent_ += slice.spent();
+   if ( rest <= Gantry::Time( 0 ) ) {
+      restEnd_ = parts_.scheduler->now() + restFactor * std::exchange( spent_, Gantry::Time( 0 ) );
+   }
+}
+
+Varlink::Encoded const & WatchMethods::answerTo( Watch const & watch ) {
+   if ( answersUpTo_ != model_.last() ) {
+      answers_.clear();
+      answersUpTo_ = model_.last();
+   }
+   auto & answer = answers_[ { watch.interface.value_or( "" ), watch.seen } ];
+   if ( !answer ) {
+      answer = Varlink::encodedAnswer( model_.difference( watch.seen, watch.interface ),
+                                       Varlink::Continues::yes );
+   }
+   return answer;
+}
+
+// --- Wait ----------------------------------------------------------------------------------------
 
 void WatchMethods::wait( Call const & call, std::string const & interface, Until until,
                          std::optional< U64 > timeoutMs ) {
-   using std::chrono::milliseconds;
-   parts_.interface( interface );
-   auto const now = [ this ] { return parts_.scheduler->now(); };
-   std::optional< Gantry::Time > end;
+   auto const & config = parts_.interface( interface );
+   auto const now = report_.interface( config );
+   if ( isMet( now, until ) ) {
+      return call->reply( { { "interface", now } } );
+   }
+   lasts( *call );
+   model_.neededIs( true );
+   model_.update( interface );
+   auto & kept = waits_.emplace_back( call, interface, until );
+   kept.seen = model_.last( interface );
    if ( timeoutMs ) {
       auto const most = static_cast< U64 >( maxTimeout.count() );
-      end = now() + milliseconds( std::min( *timeoutMs, most ) );
+      kept.timeout.emplace( parts_.scheduler, "wait", [ this, &kept ] { timedOut( kept ); } );
+      kept.timeout->start( std::chrono::milliseconds( std::min( *timeoutMs, most ) ) );
    }
-   add( call, [ this, call, interface, until, now, end ]( StoreVisits & visits ) -> Looked {
-      visitStatus( visits );
-      if ( !call->open() || answerIfMet( call, interface, until ) ) {
-         return { .over = true };
+}
+
+// Whether the call is answered: the interface is so, or is not configured any more.
+bool WatchMethods::answerIfMet( Wait const & wait, Json const * now ) {
+   if ( !now ) {
+      answer( *wait.call, Errors::noSuchInterface( wait.interface ) );
+      return true;
+   }
+   if ( !isMet( *now, wait.until ) ) {
+      return false;
+   }
+   wait.call->reply( { { "interface", *now } } );
+   return true;
+}
+
+void WatchMethods::answerWaits() {
+   std::erase_if( waits_, [ this ]( auto & wait ) {
+      auto const last = model_.last( wait.interface );
+      if ( !wait.call->open() ) {
+         return true;
       }
-      if ( !end ) {
-         return { .next = statusPeriod };
-      }
-      if ( now() >= *end ) {
-         answer( *call, Errors::timedOut( interface, textOf( until ) ) );
-         return { .over = true };
-      }
-      auto const left = std::chrono::ceil< milliseconds >( *end - now() );
-      return { .next = std::clamp( left, milliseconds( 1 ), statusPeriod ) };
+      bool const isNew = last > wait.seen;
+      wait.seen = last;
+      return isNew && answerIfMet( wait, model_.find( wait.interface ) );
    } );
+   ended();
 }
 
-// --- The watches ---------------------------------------------------------------------------------
-
-void WatchMethods::changed() {
-   for ( auto const & one : watches_ ) {
-      one.watch->changed();
+void WatchMethods::timedOut( Wait const & wait ) {
+   model_.update( wait.interface ); // what has not been noticed
+   if ( !answerIfMet( wait, model_.find( wait.interface ) ) ) {
+      answer( *wait.call, Errors::timedOut( wait.interface, textOf( wait.until ) ) );
    }
-}
-
-void WatchMethods::clientGone( U64 client ) {
-   std::erase_if( watches_, [ & ]( auto const & one ) { return one.client == client; } );
-}
-
-void WatchMethods::add( Call const & call, StoreWatch::Look look ) {
-   std::erase_if( watches_, []( auto const & one ) { return one.watch->over(); } );
-   watches_.push_back( { call->client(), std::make_unique< StoreWatch >(
-                                            parts_.scheduler, parts_.work, std::move( look ) ) } );
+   std::erase_if( waits_, [ & ]( auto const & each ) { return &each == &wait; } );
+   ended();
 }
 
 } // namespace Valend

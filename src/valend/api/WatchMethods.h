@@ -1,5 +1,5 @@
-// The methods that answer again and again, or once something has happened: Watch, WatchStatus and
-// Wait.
+// The methods that follow the status of interfaces: WatchStatus answers after each change, Wait once a
+// condition is met. All of them share one StatusModel, and the answers.
 //
 // A client that takes its answers slowly gets fewer of them, each with the newest state: at most one
 // waits for it at a time.
@@ -7,8 +7,7 @@
 
 #include "valend/api/Method.h"
 #include "valend/api/Parts.h"
-#include "valend/report/StatusReport.h"
-#include "valend/store/StoreWatch.h"
+#include "valend/report/StatusModel.h"
 
 #include <list>
 
@@ -16,10 +15,10 @@ namespace Valend {
 
 class WatchMethods final : public MethodGroup {
  public:
-   // How often remaining times and counters are looked at, change or not.
-   static constexpr std::chrono::milliseconds statusPeriod{ 250 };
    // When a client is looked at again that has not taken its last answer.
    static constexpr std::chrono::milliseconds slowPeriod{ 50 };
+   // The pause before the next answers is this many times as long as it took to make and send them.
+   static constexpr int restFactor = 5;
    // The longest that Wait waits.
    static constexpr std::chrono::milliseconds maxTimeout = std::chrono::hours( 24 );
 
@@ -32,36 +31,57 @@ class WatchMethods final : public MethodGroup {
    }
 
    // Both must outlive this.
-   WatchMethods( Parts const & parts, StatusReport const & report )
-       : parts_( parts ), report_( report ) {}
+   WatchMethods( Parts const & parts, StatusReport const & report );
 
    std::vector< Method > methods() override;
    void clientGone( U64 client ) override;
 
-   // Something has changed of which the store does not notify.
-   void changed();
-   std::size_t count() const noexcept { return watches_.size(); }
+   // Something of the interface has changed of which the store does not notify.
+   void changed( std::string const & interface ) { model_.changed( interface ); }
 
  private:
-   struct One {
-      U64 client;
-      std::unique_ptr< StoreWatch > watch;
+   struct Watch {
+      Call call;
+      std::optional< std::string > interface; // only this one
+      U64 seen = 0;                           // the last change that was answered
+      bool answered = false;
    };
-   using Looked = StoreWatch::Looked;
+   struct Wait {
+      Wait( Call const & waiting, std::string name, Until condition )
+          : call( waiting ), interface( std::move( name ) ), until( condition ) {}
+      Call call;
+      std::string interface;
+      Until until;
+      std::optional< Gantry::Timer > timeout = std::nullopt;
+      U64 seen = 0; // the last change that was looked at
+   };
 
-   void watch( Call const & call, std::string const & path );
    void watchStatus( Call const & call, std::optional< std::string > const & interface );
    void wait( Call const & call, std::string const & interface, Until until,
               std::optional< U64 > timeoutMs );
 
-   bool answerIfMet( Call const & call, std::string const & interface, Until until );
-   void add( Call const & call, StoreWatch::Look look );
-   void visitStatus( StoreVisits & visits ) const;
-   Json interfaces( std::optional< std::string > const & wanted ) const;
+   void news();
+   void answerWatches();
+   bool wants( Watch const & watch ) const;
+   Varlink::Encoded const & answerTo( Watch const & watch );
+   void answerWaits();
+   bool answerIfMet( Wait const & wait, Json const * now );
+   void timedOut( Wait const & wait );
+   void ended();
 
    Parts const & parts_;
    StatusReport const & report_;
-   std::list< One > watches_;
+   StatusModel model_;
+   std::list< Watch > watches_;
+   std::list< Wait > waits_;
+   // The answers with the changes up to `answersUpTo_`, by the interface (empty: all) and what was seen.
+   std::map< std::pair< std::string, U64 >, Varlink::Encoded > answers_;
+   U64 answersUpTo_ = 0;
+   Gantry::PostedWork posted_;
+   Gantry::Timer slow_;
+   Gantry::Timer rest_;
+   Gantry::Time restEnd_{};
+   Gantry::Time spent_{}; // on the current answers so far
 };
 
 } // namespace Valend

@@ -40,9 +40,10 @@ Refusal badSelection() {
                    "all, alone, for all interfaces" );
 }
 
-Refusal badReason( std::size_t maxBytes ) {
+Refusal badReason( std::size_t maxBytes, std::optional< std::string > const & unprintable ) {
    return Refusal( "BadReason", "a reason must have 1 to " + std::to_string( maxBytes ) +
-                                   " bytes, without control characters" );
+                                   " bytes, without control characters" +
+                                   ( unprintable ? ": " + *unprintable : "" ) );
 }
 
 Refusal delayTooLong( U64 delayMs, U64 maxMs ) {
@@ -55,9 +56,10 @@ Refusal badFrame( std::size_t number, std::string const & why ) {
    return Refusal( "BadFrame", "frame " + std::to_string( number ) + ": " + why );
 }
 
-Refusal badAgentName( std::size_t maxBytes ) {
+Refusal badAgentName( std::size_t maxBytes, std::optional< std::string > const & unprintable ) {
    return Refusal( "BadName", "an agent's name must have 1 to " + std::to_string( maxBytes ) +
-                                 " bytes, without whitespace and slashes" );
+                                 " bytes, without whitespace and slashes" +
+                                 ( unprintable ? ": " + *unprintable : "" ) );
 }
 
 Refusal badTraceLevels( std::string const & why ) {
@@ -76,6 +78,12 @@ Refusal tooMuchMemory( std::size_t bytes, std::size_t maxBytes ) {
 Refusal tooManyValues( U64 maxValues ) {
    return Refusal( "TooLarge", "more than " + std::to_string( maxValues ) +
                                   " values at this path; ask for a longer path" );
+}
+
+Refusal tooManyClients() {
+   return Refusal( "TooManyClients",
+                   "too many clients watch, or have frames bound to their connections; "
+                   "end some that are not needed" );
 }
 
 Refusal agentIsConfigured( std::string const & agent ) {

@@ -6,6 +6,7 @@
 
 #include "platform/quill/Int.h"
 
+#include <optional>
 #include <vector>
 
 namespace Valend::Errors {
@@ -20,14 +21,16 @@ Refusal messagesAreConfigured( std::string const & agent, std::string const & in
 
 // A parameter that valend rejects.
 Refusal badSelection();
-Refusal badReason( std::size_t maxBytes );
+// `unprintable`: the character that it may not have, if there is one.
+Refusal badReason( std::size_t maxBytes, std::optional< std::string > const & unprintable );
 Refusal delayTooLong( U64 delayMs, U64 maxMs );
 Refusal badFrame( std::size_t number, std::string const & why );
-Refusal badAgentName( std::size_t maxBytes );
+Refusal badAgentName( std::size_t maxBytes, std::optional< std::string > const & unprintable );
 Refusal badTraceLevels( std::string const & why );
 Refusal noFrames();
 Refusal tooMuchMemory( std::size_t bytes, std::size_t maxBytes );
 Refusal tooManyValues( U64 maxValues );
+Refusal tooManyClients();
 
 // An agent's name that is taken.
 Refusal agentIsConfigured( std::string const & agent );

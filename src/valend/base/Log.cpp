@@ -1,13 +1,13 @@
 #include "valend/base/Log.h"
 
-#include "linux/Fd.h"
-#include "linux/TraceOutputs.h"
-#include "linux/UnixAddress.h"
+#include "linux/StandardError.h"
+#include "platform/quill/Printable.h"
 
 #include <algorithm>
-#include <unistd.h>
 
 namespace Valend {
+
+using Valen::Linux::StandardError;
 
 namespace {
 
@@ -38,27 +38,17 @@ std::string journalMessage( LogLevel level, std::string const & text, LogFields 
    return message;
 }
 
-bool sendToJournal( std::string const & message, std::string const & socket ) noexcept {
-   // Not blocking: the journal may be stuck, and shutdowns must not wait for it.
-   static Valen::Linux::Fd const fd(
-      ::socket( AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ) );
-   auto const address = Valen::Linux::UnixAddress::at( socket );
-   return fd && address &&
-          ::sendto( fd.get(), message.data(), message.size(), MSG_NOSIGNAL, address->get(),
-                    address->size() ) == static_cast< ssize_t >( message.size() );
-}
-
 void log( LogLevel level, std::string const & text, LogFields const & fields ) {
-   static bool const journal = Valen::Linux::StderrTraceSink().journal();
+   static bool const journal = StandardError::isJournal();
    auto line = text;
    std::replace( line.begin(), line.end(), '\n', ' ' );
-   if ( journal && sendToJournal( journalMessage( level, line, fields ) ) ) {
-      return;
+   line = Quill::printable( line ); // names of the kernel may have any byte
+   if ( journal ) {
+      StandardError::put( "<" + std::to_string( static_cast< int >( level ) ) + ">" + line + '\n',
+                          journalMessage( level, line, fields ) );
+   } else {
+      StandardError::put( "valend: " + line + '\n' );
    }
-   line = ( journal ? "<" + std::to_string( static_cast< int >( level ) ) + ">" : "valend: " ) +
-          line + '\n';
-   // One call, so that lines of several processes do not mix. A failure cannot be reported anywhere.
-   [[maybe_unused]] auto const written = ::write( STDERR_FILENO, line.data(), line.size() );
 }
 
 } // namespace Valend

@@ -1,5 +1,5 @@
 // The daemon's log: to the system journal, with fields, when the journal reads standard error;
-// otherwise lines on standard error.
+// otherwise lines on standard error. It never waits for the reader of either (linux/StandardError.h).
 #pragma once
 
 #include <string>
@@ -24,9 +24,5 @@ void log( LogLevel level, std::string const & text, LogFields const & fields = {
 // A message in the journal's native protocol: "NAME=value" and a newline for each field; a value that
 // contains a newline is preceded by its length instead.
 std::string journalMessage( LogLevel level, std::string const & text, LogFields const & fields );
-
-// Sends a message to the journal at `socket` without blocking. Returns whether it was sent.
-bool sendToJournal( std::string const & message,
-                    std::string const & socket = "/run/systemd/journal/socket" ) noexcept;
 
 } // namespace Valend

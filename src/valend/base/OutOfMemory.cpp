@@ -1,8 +1,9 @@
 #include "valend/base/OutOfMemory.h"
 
-#include "linux/TraceOutputs.h"
+#include "linux/StandardError.h"
 
 #include <new>
+#include <poll.h>
 #include <string_view>
 #include <unistd.h>
 
@@ -17,8 +18,12 @@ constexpr std::string_view journalLine =
 
 std::string_view line = plainLine;
 
-// Must not allocate.
+// Must not allocate, nor wait for a reader: a pipe that is full loses the line.
 [[noreturn]] void end() {
+   pollfd output{ STDERR_FILENO, POLLOUT, 0 };
+   if ( ::poll( &output, 1, 0 ) == 0 ) {
+      ::_exit( outOfMemoryStatus );
+   }
    [[maybe_unused]] auto const written = ::write( STDERR_FILENO, line.data(), line.size() );
    ::_exit( outOfMemoryStatus );
 }
@@ -26,7 +31,7 @@ std::string_view line = plainLine;
 } // namespace
 
 void endWhenOutOfMemory() noexcept {
-   line = Valen::Linux::StderrTraceSink().journal() ? journalLine : plainLine;
+   line = Valen::Linux::StandardError::isJournal() ? journalLine : plainLine;
    std::set_new_handler( end );
 }
 

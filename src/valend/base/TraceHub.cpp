@@ -1,5 +1,7 @@
 #include "valend/base/TraceHub.h"
 
+#include "platform/quill/Printable.h"
+
 #include <algorithm>
 
 namespace Valend {
@@ -62,7 +64,8 @@ std::vector< TraceHub::Line > TraceHub::recent( std::size_t count ) const {
          lines.pop_front();
       }
       lines.push_back( { static_cast< U64 >( reader.wallTime( line.time ).count() ),
-                         std::string( line.unit ), line.level, std::string( line.text.view() ) } );
+                         std::string( line.unit ), line.level,
+                         Quill::printable( line.text.view() ) } );
    }
    return { std::make_move_iterator( lines.begin() ), std::make_move_iterator( lines.end() ) };
 }
@@ -96,7 +99,8 @@ void TraceHub::line( Quill::TraceLine const & line ) noexcept {
    if ( pending_.empty() ) {
       posted_.post( [ this ] { tell( std::exchange( pending_, {} ) ); } );
    }
-   pending_.push_back( { nowNs(), line.point.unit, line.point.level, std::string( line.text ) } );
+   pending_.push_back(
+      { nowNs(), line.point.unit, line.point.level, Quill::printable( line.text ) } );
 }
 
 } // namespace Valend

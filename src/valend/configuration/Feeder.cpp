@@ -333,7 +333,11 @@ void Feeder::l3Remove( std::string const & interface ) {
    store_.l3IntfStatusDir->intfStatusDel( interface );
 }
 
+// The default VRF has no entry that could say that it is not active.
 void Feeder::l3Add( Settings::InterfaceConfig const & interface ) {
+   if ( interface.vrf == Settings::defaultVrf && !vrfs_.defaultUsable() ) {
+      return;
+   }
    auto const status = Quill::make< L3::Intf::Status >( Corvid::IntfId( interface.name ) );
    status->vrfIs( interface.vrf );
    store_.l3IntfStatusDir->intfStatusAdd( status );

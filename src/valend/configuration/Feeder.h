@@ -61,6 +61,10 @@ class Feeder {
    void namespaceChanged( std::string const & name ) { vrfs_.namespaceChanged( name ); }
    // The library could not set the VRF up: see VrfEntries. May be called inside a notification.
    void vrfFailed( std::string const & vrf, std::string const & why ) { vrfs_.failed( vrf, why ); }
+   // The same, by the VRF's namespace.
+   void namespaceFailed( std::string const & netNs, std::string const & why ) {
+      vrfs_.namespaceFailed( netNs, why );
+   }
 
    // Why the VRF does not work; empty when it does.
    std::string vrfError( std::string const & vrf ) const { return vrfs_.error( vrf ); }

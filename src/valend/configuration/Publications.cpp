@@ -1,5 +1,6 @@
 #include "valend/configuration/Publications.h"
 
+#include "platform/quill/Printable.h"
 #include "settings/Hex.h"
 #include "valend/base/Errors.h"
 
@@ -11,10 +12,12 @@ namespace {
 
 bool isName( std::string const & text ) {
    return !text.empty() && text.size() <= Publications::maxAgentBytes &&
-          std::all_of( text.begin(), text.end(), []( char character ) {
-             auto const byte = static_cast< unsigned char >( character );
-             return byte > 0x20 && byte != 0x7f && character != '/';
-          } );
+          std::all_of( text.begin(), text.end(),
+                       []( char character ) {
+                          auto const byte = static_cast< unsigned char >( character );
+                          return byte > 0x20 && character != '/';
+                       } ) &&
+          !Quill::unprintableIn( text );
 }
 
 } // namespace
@@ -84,7 +87,7 @@ void Publications::requireName( std::string const & agent, U64 client ) const {
 
 void Publications::publish( Message message ) {
    if ( !isName( message.agent ) ) {
-      throw Errors::badAgentName( maxAgentBytes );
+      throw Errors::badAgentName( maxAgentBytes, Quill::unprintableIn( message.agent ) );
    }
    if ( !config().interfaces.contains( message.interface ) ) {
       throw Errors::noSuchInterface( message.interface );

@@ -16,6 +16,7 @@ struct VrfEntries::Health {
    Condition condition;
    std::string failure; // of the library, in the last attempt; empty when there was none
    Gantry::Backoff pause{ std::chrono::seconds( 1 ), std::chrono::minutes( 1 ) };
+   Gantry::Backoff lookPause{ std::chrono::seconds( 1 ), std::chrono::seconds( 5 ) };
    Gantry::Timer timer;
 };
 
@@ -23,12 +24,13 @@ VrfEntries::VrfEntries( Store & store, Namespaces const & namespaces,
                         Quill::Ptr< Gantry::TaskScheduler > scheduler, Conditions & conditions,
                         RenewDefault renewDefault )
     : store_( store ), namespaces_( namespaces ), scheduler_( std::move( scheduler ) ),
-      conditions_( conditions ), renewDefault_( std::move( renewDefault ) ),
-      defaultIdentity_( namespaces.look( Settings::defaultVrf ).identity ) {}
+      conditions_( conditions ), renewDefault_( std::move( renewDefault ) ) {}
 
 VrfEntries::~VrfEntries() = default;
 
 void VrfEntries::add( std::map< std::string, std::string > const & netNss ) {
+   default_ = namespaces_.look( Settings::defaultVrf );
+   attemptEnds( Settings::defaultVrf );
    std::set< std::string > added;
    for ( auto const & [ vrf, netNs ] : netNss ) {
       vrfs_[ vrf ] = { netNs, namespaces_.look( netNs ), "" };
@@ -60,6 +62,9 @@ void VrfEntries::namespaceChanged( std::string const & netNs ) {
 // --- Errors --------------------------------------------------------------------------------------
 
 std::string VrfEntries::namespaceError( std::string const & vrf ) const {
+   if ( vrf == Settings::defaultVrf ) {
+      return default_.error;
+   }
    auto const found = vrfs_.find( vrf );
    if ( found == vrfs_.end() ) {
       return std::string();
@@ -103,6 +108,17 @@ void VrfEntries::failed( std::string const & vrf, std::string const & why ) {
    }
 }
 
+void VrfEntries::namespaceFailed( std::string const & netNs, std::string const & why ) {
+   if ( netNs == Settings::defaultVrf ) {
+      return failed( Settings::defaultVrf, why );
+   }
+   for ( auto const & [ vrf, state ] : vrfs_ ) {
+      if ( state.netNs == netNs && state.owner.empty() ) {
+         return failed( vrf, why );
+      }
+   }
+}
+
 // --- Attempts ------------------------------------------------------------------------------------
 
 void VrfEntries::renew( std::set< std::string > vrfs ) {
@@ -124,7 +140,7 @@ void VrfEntries::renew( std::set< std::string > vrfs ) {
 // Decides which VRF uses a namespace that several refer to. Returns those for which that changed.
 std::set< std::string > VrfEntries::ownersUpdate() {
    std::set< std::string > changed;
-   std::map< std::string, std::string > owners{ { defaultIdentity_, Settings::defaultVrf } };
+   std::map< std::string, std::string > owners{ { default_.identity, Settings::defaultVrf } };
    for ( auto & [ vrf, state ] : vrfs_ ) {
       std::string owner;
       if ( !state.view.identity.empty() ) {
@@ -147,8 +163,21 @@ void VrfEntries::publish( std::string const & vrf ) {
    store_.allVrfStatusLocal->vrfAdd( status );
 }
 
+NamespaceView & VrfEntries::viewOf( std::string const & vrf ) {
+   return vrf == Settings::defaultVrf ? default_ : vrfs_.at( vrf ).view;
+}
+
+// Only a VRF that failed, or whose namespace looks different, is disturbed.
 void VrfEntries::retry( std::string const & vrf ) {
-   if ( vrf != Settings::defaultVrf ) {
+   bool const isDefault = vrf == Settings::defaultVrf;
+   auto & health = healthOf( vrf );
+   auto & view = viewOf( vrf );
+   auto const before =
+      std::exchange( view, namespaces_.look( isDefault ? vrf : vrfs_.at( vrf ).netNs ) );
+   if ( view == before && health.failure.empty() ) {
+      return health.timer.start( health.lookPause.take() );
+   }
+   if ( !isDefault ) {
       return renew( { vrf } );
    }
    attemptBegins( vrf );
@@ -171,9 +200,15 @@ void VrfEntries::attemptEnds( std::string const & vrf ) {
       return;
    }
    auto & health = healthOf( vrf );
+   if ( text != health.condition.text() ) {
+      health.lookPause.reset();
+   }
    health.condition.update( text );
    if ( health.failure.empty() ) {
       health.pause.reset();
+   }
+   if ( !namespaceError( vrf ).empty() && !health.timer.running() ) {
+      health.timer.start( health.lookPause.take() );
    }
 }
 

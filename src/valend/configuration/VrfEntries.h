@@ -4,6 +4,8 @@
 //   - The namespace of an entry never changes in place: the entry is removed and added again.
 //   - An entry is active only while its namespace can be opened and no other VRF uses the namespace.
 //     Two names can refer to the same namespace; the VRF whose name sorts first uses it.
+//   - A namespace that cannot be used is looked at again, after pauses that grow from 1 s to 5 s: what
+//     prevented it may have been short, and the text of its condition is to be true.
 //   - The default VRF has no entry. An entry that is not active would remove its record for good.
 #pragma once
 
@@ -45,8 +47,13 @@ class VrfEntries {
    // May be called inside a notification.
    void failed( std::string const & vrf, std::string const & why );
 
+   // The same for the VRF of that namespace.
+   void namespaceFailed( std::string const & netNs, std::string const & why );
+
    // Why the VRF does not work; empty when it does.
    std::string error( std::string const & vrf ) const;
+   // Whether interfaces of the default VRF can be published: its namespace can be used.
+   bool defaultUsable() const noexcept { return default_.error.empty(); }
    // Whether the namespace of the VRF does not exist.
    bool namespaceMissing( std::string const & vrf ) const;
 
@@ -63,6 +70,7 @@ class VrfEntries {
    std::set< std::string > ownersUpdate();
    void publish( std::string const & vrf );
    void retry( std::string const & vrf );
+   NamespaceView & viewOf( std::string const & vrf );
    void attemptBegins( std::string const & vrf );
    void attemptEnds( std::string const & vrf );
    Health & healthOf( std::string const & vrf );
@@ -72,7 +80,7 @@ class VrfEntries {
    Quill::Ptr< Gantry::TaskScheduler > const scheduler_;
    Conditions & conditions_;
    RenewDefault const renewDefault_;
-   std::string const defaultIdentity_; // of the default VRF's namespace
+   NamespaceView default_; // of the default VRF's namespace
    std::map< std::string, Vrf > vrfs_;
    std::map< std::string, std::unique_ptr< Health > > health_; // of VRFs that had an error
 };

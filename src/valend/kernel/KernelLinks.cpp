@@ -1,5 +1,7 @@
 #include "valend/kernel/KernelLinks.h"
 
+#include "linux/Capabilities.h"
+
 #include <cerrno>
 #include <net/if.h>
 
@@ -181,7 +183,13 @@ U64 KernelLinks::resyncs() const {
 
 NamespaceView KernelLinks::look( std::string const & name ) const {
    try {
-      return { netNsDirectories_.open( Corvid::NamespaceName( name ) ).identity.text(), "", false };
+      auto const netNs = netNsDirectories_.open( Corvid::NamespaceName( name ) );
+      return { netNs.identity.text(),
+               Valen::Linux::mayChangeLinks( netNs )
+                  ? ""
+                  : "no privilege to set links in network namespace \"" + name +
+                       "\" up or down; grant CAP_NET_ADMIN (AmbientCapabilities= of the unit)",
+               false };
    } catch ( Quill::ErrnoException const & e ) {
       return { "", e.text(), e.number() == ENOENT };
    }

@@ -8,7 +8,7 @@ namespace Valend {
 // The result of opening a namespace.
 struct NamespaceView {
    std::string identity; // unique among the namespaces that exist; empty when it cannot be opened
-   std::string error;    // why it cannot be opened; empty when it can
+   std::string error;    // why it cannot be used: opened, or its links changed; empty when it can
    bool missing = false; // it cannot be opened because it does not exist
 
    bool operator==( NamespaceView const & ) const = default;
@@ -17,7 +17,7 @@ struct NamespaceView {
 class Namespaces {
  public:
    virtual ~Namespaces() = default;
-   // Opens and closes the namespace of that name; "default" is that of the process.
+   // Opens, tries and closes the namespace of that name; "default" is that of the process.
    virtual NamespaceView look( std::string const & name ) const = 0;
 };
 

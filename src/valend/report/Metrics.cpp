@@ -61,6 +61,9 @@ std::string Metrics::text( MetricsFormat format ) const {
             sources_.faults.count() );
    counter( families, "valen_device_resyncs_total",
             "Full netlink resyncs after lost notifications.", sources_.port.resyncs() );
+   counter( families, "valen_log_lines_dropped_total",
+            "Lines of the log that were dropped because their reader had stopped.",
+            sources_.linesDropped() );
    addConditions( families );
    addClients( families );
    return format == MetricsFormat::openmetrics ? openMetricsText( families )
@@ -147,9 +150,12 @@ void Metrics::addClients( Families & families ) const {
    auto const clients = sources_.clients();
    gauge( families, "valen_api_connections", "Open connections to the control API.",
           clients.connected );
-   counter( families, "valen_api_connections_dropped_total",
-            "Connections to the control API that were dropped for exceeding a limit.",
-            clients.dropped );
+   auto & dropped = family(
+      families, "valen_api_connections_dropped_total", MetricType::Counter,
+      "Connections to the control API that were dropped for exceeding a limit, by reason." );
+   for ( auto const & [ reason, count ] : clients.dropped ) {
+      sample( dropped, { { "reason", reason } }, count );
+   }
 }
 
 } // namespace Valend

@@ -8,6 +8,7 @@
 #include "valend/shutdown/LinkController.h"
 
 #include <functional>
+#include <map>
 #include <prometheus/metric_family.h>
 #include <string>
 #include <vector>
@@ -28,8 +29,8 @@ class Metrics {
  public:
    // Connections of the control API.
    struct Clients {
-      U64 connected = 0; // now
-      U64 dropped = 0;   // since the start, for exceeding a limit
+      U64 connected = 0;                      // now
+      std::map< std::string, U64 > dropped{}; // since the start, for exceeding a limit, by reason
    };
    // What the metrics are taken from. All must outlive this.
    struct Sources {
@@ -40,6 +41,7 @@ class Metrics {
       FaultLog const & faults;
       Conditions const & conditions;
       std::function< Clients() > clients;
+      std::function< U64() > linesDropped; // of the log
    };
 
    explicit Metrics( Sources sources ) : sources_( std::move( sources ) ) {}

@@ -51,7 +51,14 @@ Json StatusReport::interface( Settings::InterfaceConfig const & config ) const {
 
 bool StatusReport::ready( std::string const & interface ) const {
    auto const status = store_.statusDir->intfStatus( Corvid::IntfId( interface ) );
-   return status && status->shouldDelay();
+   return status && status->shouldDelay() && usable( interface );
+}
+
+// The library takes an interface for ready whose VRF has no endpoint.
+bool StatusReport::usable( std::string const & interface ) const {
+   auto const & interfaces = feeder_.config().interfaces;
+   auto const found = interfaces.find( interface );
+   return found == interfaces.end() || feeder_.vrfError( found->second.vrf ).empty();
 }
 
 // The first requirement that is not met.

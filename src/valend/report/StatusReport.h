@@ -39,6 +39,7 @@ class StatusReport {
    static Json record( ShutdownRecord const & record );
 
  private:
+   bool usable( std::string const & interface ) const;
    std::string kernelVrfHint( std::string const & vrf ) const;
    Json frames( std::string const & interface, LinkDevice const * device ) const;
    std::optional< LinkDevice > device( Settings::InterfaceConfig const & config ) const;

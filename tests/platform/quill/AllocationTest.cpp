@@ -2,6 +2,7 @@
 #include "platform/quill/Allocation.h"
 
 #include "platform/quill/Assert.h"
+#include "platform/quill/Entity.h"
 #include "platform/quill/LinkQueue.h"
 #include "platform/quill/Pool.h"
 #include "platform/quill/Ptr.h"
@@ -135,6 +136,46 @@ TEST( PoolTest, MemoryGivenBackIsNotHadByALargerSize ) {
    auto * const large = Quill::poolAllocate( 17 );
    EXPECT_NE( reinterpret_cast< std::size_t >( large ), address );
    Quill::poolDeallocate( large, 17 );
+}
+
+// Whether `object` is in the piece of that size that was given back last.
+bool isInFreedPiece( void const * object, void const * piece, std::size_t size ) {
+   auto const address = reinterpret_cast< std::size_t >( object );
+   auto const begin = reinterpret_cast< std::size_t >( piece );
+   return address >= begin && address < begin + size;
+}
+
+void * freedPiece( std::size_t size ) {
+   auto * const piece = Quill::poolAllocate( size );
+   Quill::poolDeallocate( piece, size );
+   return piece;
+}
+
+TEST( PoolTest, NodesOfCollectionsAreMadeInIt ) {
+   if ( !pooling ) {
+      GTEST_SKIP() << "every object is allocated separately";
+   }
+   using Map = Quill::Map< U64, U64 >;
+   auto * piece = freedPiece( sizeof( Map::Entry ) );
+   Map map;
+   map.set( 1, 2 );
+   EXPECT_TRUE( isInFreedPiece( map.find( 1 ), piece, sizeof( Map::Entry ) ) );
+
+   constexpr auto linkSize = sizeof( U64 ) + sizeof( void * );
+   piece = freedPiece( linkSize );
+   Quill::LinkQueue< U64 > queue;
+   queue.append( 3 );
+   EXPECT_TRUE( isInFreedPiece( &*queue.begin(), piece, linkSize ) );
+
+   piece = freedPiece( 3 * sizeof( U32 ) );
+   std::vector< U32, Quill::PoolAllocator< U32 > > const vector{ 1, 2, 3 };
+   EXPECT_TRUE( isInFreedPiece( vector.data(), piece, 3 * sizeof( U32 ) ) );
+}
+
+// What every entity and every entry of a map cost, in memory and in the caches.
+TEST( PoolTest, EntitiesAndEntriesStaySmall ) {
+   EXPECT_LE( sizeof( Quill::Entity ), 72 );
+   EXPECT_LE( sizeof( Quill::Map< U64, U64 >::Entry ), 32 );
 }
 
 TEST( PoolTest, PiecesStayWholeUnderRandomUse ) {

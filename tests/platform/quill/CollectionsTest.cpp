@@ -9,6 +9,7 @@
 
 #include <functional>
 #include <map>
+#include <random>
 #include <set>
 
 namespace {
@@ -135,6 +136,57 @@ TEST_F( CollectionsTest, KeysOfEqualHashAreDistinguished ) {
       ASSERT_EQ( value != nullptr, number % 3 != 0 ) << number;
       EXPECT_TRUE( !value || *value == number * 10 );
    }
+}
+
+// A key whose hash selects one of the last places of the index, so that what is displaced from there goes on
+// at the first places.
+struct LateKey {
+   U32 number;
+   U64 hash() const { return ~U64( number % 3 ); }
+   bool operator==( LateKey const & ) const = default;
+};
+
+TEST_F( CollectionsTest, KeysAreFoundWhateverWasRemovedBeforeThem ) {
+   std::minstd_rand random( 3 );
+   Map< LateKey, U32 > map;
+   std::map< U32, U32 > expected;
+   for ( U32 step = 0; step < 2000; ++step ) {
+      U32 const number = static_cast< U32 >( random() ) % 40;
+      if ( random() % 2 ) {
+         map.set( { number }, step );
+         expected[ number ] = step;
+      } else {
+         EXPECT_EQ( map.remove( { number } ), expected.erase( number ) == 1 );
+      }
+      for ( U32 each = 0; each < 40; ++each ) {
+         auto const * const value = map.find( { each } );
+         auto const wanted = expected.find( each );
+         ASSERT_EQ( value != nullptr, wanted != expected.end() ) << each << " in step " << step;
+         ASSERT_TRUE( !value || *value == wanted->second );
+      }
+   }
+}
+
+TEST_F( CollectionsTest, CollectionMayBeUsedWhileItIsEmptied ) {
+   Coins coins;
+   U32 found = 0;
+   for ( U32 number = 0; number < 100; ++number ) {
+      coins.insert( Quill::make< Coin >( number, [ &coins, &found, number ] {
+         found += coins.has( 99 );
+         EXPECT_FALSE( coins.has( number ) );
+         if ( number == 50 ) {
+            coins.insert( Quill::make< Coin >( 100 ) );
+            EXPECT_TRUE( coins.has( 100 ) );
+            EXPECT_TRUE( coins.has( 51 ) );
+            EXPECT_EQ( coins.remove( 60 )->number(), 60 );
+         }
+      } ) );
+   }
+   coins.clear();
+   EXPECT_EQ( coins.count(), 0 );
+   EXPECT_EQ( found, 99 );
+   fill( coins, 20 );
+   EXPECT_EQ( coins.find( 19 )->number(), 19 );
 }
 
 TEST_F( CollectionsTest, NumbersOfEverySizeAndSignAreKeys ) {

@@ -23,7 +23,9 @@ class Answers final : public Varlink::Replies {
       type_ = found == methods.end() ? nullptr : &found->second.answer;
    }
 
-   void send( Json const & message ) override {
+   void send( Varlink::Encoded encoded ) override {
+      auto const message = Json::parse( encoded->substr( 0, encoded->size() - 1 ) );
+      sent.push_back( std::move( encoded ) );
       messages.push_back( message );
       if ( message.contains( "error" ) ) {
          expectDescribedError( message );
@@ -34,6 +36,8 @@ class Answers final : public Varlink::Replies {
    }
    void finished() override { last = true; }
    std::size_t waiting() const noexcept override { return untaken; }
+   bool mayLast() const override { return roomToLast; }
+   void lasts() noexcept override { lasting = true; }
    void neededIs( bool isNeeded ) noexcept override { needed = isNeeded; }
 
    Json const & parameters( std::size_t i = 0 ) const { return messages.at( i )[ "parameters" ]; }
@@ -45,8 +49,11 @@ class Answers final : public Varlink::Replies {
    }
 
    std::vector< Json > messages;
+   std::vector< Varlink::Encoded > sent; // the same
    bool last = false;
    bool needed = false;
+   bool lasting = false;
+   bool roomToLast = true;
    std::size_t untaken = 0; // bytes that the client does not take
 
  private:
@@ -106,7 +113,7 @@ class ApiFixture : public DaemonFixture {
    TraceHub trace;
    Access access{ "4001", "4002" };
    Metrics metrics{ { store, feeder, kernel, controller, faults, conditions,
-                      [] { return Metrics::Clients(); } } };
+                      [] { return Metrics::Clients(); }, [] { return U64( 0 ); } } };
    Publications publications;
    Valen::Linux::EventLoop loop{ clock.scheduler() }; // is not turned
    Configurator configurator{ "/dev/null", Settings::ProcessConfig(), conditions, loop,

@@ -108,12 +108,17 @@ TEST_F( LinkMethodsTest, AReasonIsKept ) {
    call( "Shutdown", { { "interface", "Ethernet1" }, { "reason", "new optics, \u00e9" } } );
    advance( 600ms );
    EXPECT_EQ( controller.history().back().request.reason, "new optics, \u00e9" );
-   for ( auto const & reason : std::vector< std::string >{ "", "two\nlines", "\x7f", "\xc2\x85",
-                                                           std::string( 256, 'x' ) } ) {
+   for ( auto const & [ reason, where ] : std::vector< std::pair< std::string, std::string > >{
+            { "", "" },
+            { "two\nlines", ": character 4 is U+000A" },
+            { "\x7f", ": character 1 is U+007F" },
+            { "\xc2\x85", ": character 1 is U+0085" },
+            { "\u202e", ": character 1 is U+202E" },
+            { std::string( 256, 'x' ), "" } } ) {
       EXPECT_EQ( call( "ShutdownMany", { { "all", true }, { "reason", reason } } )->error(),
                  "org.valen.daemon.BadReason: a reason must have 1 to 255 bytes, without control "
-                 "characters" )
-         << reason;
+                 "characters" +
+                    where );
    }
    EXPECT_EQ( controller.running(), 0u );
 }

@@ -9,7 +9,125 @@ using ::testing::IsEmpty;
 class WatchMethodsTest : public ApiFixture {
  protected:
    WatchMethodsTest() { startPublishing( twoInterfaces() ); }
+
+   // Besides the two, `count` interfaces without devices or frames.
+   void addInterfaces( int count ) {
+      auto config = twoInterfaces();
+      for ( int i = 0; i < count; ++i ) {
+         auto const name = "Other" + std::to_string( i );
+         config.interfaces[ name ] = { name, name, "default", true };
+      }
+      publications.configIs( config );
+      turn();
+   }
+   // As call(), without running what the call posts.
+   std::shared_ptr< Answers > begin( std::string const & method, Json const & parameters,
+                                     bool roomToLast = true ) {
+      auto const answers = std::make_shared< Answers >( method );
+      answers->roomToLast = roomToLast;
+      api.call( std::make_shared< Varlink::Call >( "org.valen.daemon." + method, parameters,
+                                                   Varlink::Wanted::many,
+                                                   Varlink::Caller{ 0, 1, { 0 } }, 9, answers ) );
+      return answers;
+   }
 };
+
+TEST_F( WatchMethodsTest, ReadersShareTheEncodedAnswers ) {
+   for ( auto const & [ method, parameters ] : std::vector< std::pair< std::string, Json > >{
+            { "Watch", { { "path", "status" } } }, { "WatchStatus", Json::object() } } ) {
+      std::vector< std::shared_ptr< Answers > > readers;
+      for ( U64 client = 1; client <= 3; ++client ) {
+         readers.push_back( call( method, parameters, true, client ) );
+      }
+      readers[ 2 ]->untaken = 1;
+      controller.shutdown( "Ethernet1", { "root" }, nullptr );
+      advance( 20ms );
+      ASSERT_EQ( readers[ 0 ]->sent.size(), 2u );
+      EXPECT_EQ( readers[ 0 ]->sent[ 1 ], readers[ 1 ]->sent.at( 1 ) );
+      EXPECT_EQ( readers[ 2 ]->sent.size(), 1u );
+      readers[ 2 ]->untaken = 0;
+      advance( 100ms );
+      ASSERT_EQ( readers[ 2 ]->sent.size(), 2u );
+      EXPECT_EQ( readers[ 2 ]->messages.back(), readers[ 0 ]->messages.back() );
+      controller.enable( "Ethernet1", "root" );
+      advance( 20ms );
+   }
+}
+
+TEST_F( WatchMethodsTest, OnlyInterfacesThatHaveChangedAreLookedAt ) {
+   addInterfaces( 500 );
+   for ( U64 client = 1; client <= 20; ++client ) {
+      call( "WatchStatus", Json::object(), true, client );
+   }
+   auto const before = kernel.looks;
+   call( "Shutdown", { { "interface", "Ethernet1" } }, false, 99 );
+   EXPECT_LT( kernel.looks - before, 20 );
+   advance( 250ms );
+   EXPECT_LT( kernel.looks - before, 1100 )
+      << "all of them once a period, however many the readers";
+}
+
+TEST_F( WatchMethodsTest, ManyInterfacesAreLookedAtInSlices ) {
+   addInterfaces( 2000 );
+   auto const answers = begin( "WatchStatus", Json::object() );
+   for ( int turns = 0; !work.empty(); ++turns ) {
+      auto const before = kernel.looks;
+      work.run();
+      EXPECT_LT( kernel.looks - before, 1000 ) << "turn " << turns;
+   }
+   ASSERT_EQ( answers->messages.size(), 1u ) << "whole";
+   EXPECT_EQ( answers->parameters()[ "interfaces" ].size(), 2002u );
+}
+
+TEST_F( WatchMethodsTest, WhatIsNotNoticedIsSeenWithinAPeriod ) {
+   auto const answers = call( "WatchStatus", Json::object(), true );
+   kernel.at( "default", "et1" ).mtu = 9000;
+   advance( 250ms );
+   ASSERT_EQ( answers->messages.size(), 2u );
+   EXPECT_EQ( answers->parameters( 1 )[ "interfaces" ].size(), 1u );
+   EXPECT_EQ( answers->parameters( 1 )[ "interfaces" ][ 0 ][ "mtu" ], 9000 );
+}
+
+TEST_F( WatchMethodsTest, OneInterfaceIsFollowedAlone ) {
+   auto const answers = call( "WatchStatus", { { "interface", "Ethernet2" } }, true );
+   ASSERT_EQ( answers->messages.size(), 1u );
+   EXPECT_EQ( answers->parameters()[ "interfaces" ].size(), 1u );
+   kernel.at( "default", "et1" ).mtu = 9000;
+   advance( 300ms );
+   EXPECT_EQ( answers->messages.size(), 1u );
+   kernel.deviceDel( "ns-red", "et2" );
+   turn();
+   ASSERT_EQ( answers->messages.size(), 2u ) << "the device is followed";
+   EXPECT_EQ( answers->parameters( 1 )[ "interfaces" ][ 0 ][ "link" ], "absent" );
+   publications.configIs( Settings::Config() );
+   turn();
+   EXPECT_EQ( answers->messages.back()[ "parameters" ],
+              ( Json{ { "gone", { "Ethernet2" } }, { "interfaces", Json::array() } } ) );
+}
+
+TEST_F( WatchMethodsTest, WithoutRoomNoWatchBegins ) {
+   for ( auto const & [ method, parameters ] : std::vector< std::pair< std::string, Json > >{
+            { "Watch", { { "path", "status" } } },
+            { "WatchStatus", Json::object() },
+            { "Wait", { { "interface", "Ethernet1" }, { "until", "down" } } },
+            { "Trace", Json::object() } } ) {
+      auto const refused = begin( method, parameters, false );
+      turn();
+      EXPECT_EQ( refused->error(),
+                 "org.valen.daemon.TooManyClients: too many clients watch, or have "
+                 "frames bound to their connections; end some that are not needed" );
+      EXPECT_FALSE( refused->lasting );
+      auto const begun = begin( method, parameters );
+      EXPECT_TRUE( begun->lasting ) << method;
+   }
+   Json const frames{ { "agent", "a" },
+                      { "interface", "Ethernet1" },
+                      { "frames", { std::string( 40, '0' ) } },
+                      { "lifetime", "connection" } };
+   EXPECT_THAT( begin( "Publish", frames, false )->error(),
+                ::testing::StartsWith( "org.valen.daemon.TooManyClients" ) );
+   EXPECT_TRUE( begin( "Publish", frames )->needed );
+}
 
 TEST_F( WatchMethodsTest, WatchAnswersWithTheValueAndThenWithEachChange ) {
    auto const answers =

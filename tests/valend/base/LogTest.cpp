@@ -1,6 +1,8 @@
 #include "valend/base/Log.h"
 
 #include "linux/Fd.h"
+#include "linux/StandardError.h"
+#include "tests/support/NotifySocket.h"
 #include "tests/support/WorkDirectory.h"
 
 #include <gmock/gmock.h>
@@ -9,6 +11,10 @@
 
 namespace Valend {
 namespace {
+
+using Valen::Linux::JournalSent;
+using Valen::Linux::JournalWait;
+using Valen::Linux::sendToJournal;
 
 // --- The journal's socket ------------------------------------------------------------------------
 
@@ -32,15 +38,26 @@ TEST( LogTest, AMessageArrivesAsOneDatagram ) {
    Valen::Linux::Fd const listener( ::socket( AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC, 0 ) );
    ASSERT_EQ( ::bind( listener.get(), reinterpret_cast< sockaddr * >( &address ), sizeof address ),
               0 );
-   EXPECT_TRUE( sendToJournal( "MESSAGE=x\n", path ) );
+   EXPECT_EQ( sendToJournal( "MESSAGE=x\n", JournalWait::none, path ), JournalSent::sent );
    char text[ 100 ];
    auto const got = ::recv( listener.get(), text, sizeof text, MSG_DONTWAIT );
    EXPECT_EQ( std::string( text, got > 0 ? static_cast< std::size_t >( got ) : 0 ), "MESSAGE=x\n" );
 }
 
 TEST( LogTest, AJournalThatIsNotThereIsSaidSo ) {
-   EXPECT_FALSE( sendToJournal( "MESSAGE=x\n", "/nowhere" ) );
-   EXPECT_FALSE( sendToJournal( "MESSAGE=x\n", std::string( 200, 'x' ) ) );
+   for ( auto const & socket : { std::string( "/nowhere" ), std::string( 200, 'x' ) } ) {
+      EXPECT_EQ( sendToJournal( "MESSAGE=x\n", JournalWait::none, socket ), JournalSent::failed );
+   }
+}
+
+TEST( LogTest, AJournalThatDoesNotReadIsNotWaitedFor ) {
+   Valen::Test::WorkDirectory const work;
+   Valen::Test::NotifySocket const journal( work / "socket" ); // receives nothing before received()
+   auto sent = JournalSent::sent;
+   for ( int i = 0; i < 100'000 && sent == JournalSent::sent; ++i ) {
+      sent = sendToJournal( "MESSAGE=x\n", JournalWait::none, journal.path() );
+   }
+   EXPECT_EQ( sent, JournalSent::full );
 }
 
 } // namespace

@@ -1,6 +1,7 @@
 #include "valend/base/Notify.h"
 
 #include "tests/support/NotifySocket.h"
+#include "tests/support/SteppedClock.h"
 #include "tests/support/WorkDirectory.h"
 
 #include <cstdlib>
@@ -36,6 +37,78 @@ TEST_F( NotifyTest, ASocketThatCannotBeReachedIsNotAnError ) {
    EXPECT_FALSE( notifyAt( work / "none" ) );
    EXPECT_FALSE( notifyAt( "relative/path" ) );
    EXPECT_FALSE( notifyAt( "/" + std::string( 200, 'x' ) ) ) << "longer than an address can be";
+}
+
+// --- A service manager that does not read --------------------------------------------------------
+
+class StoppedManagerTest : public NotifyTest {
+ protected:
+   StoppedManagerTest() {
+      ::setenv( "NOTIFY_SOCKET", manager.path().c_str(), 1 );
+      while ( notifyManager( "WATCHDOG=1" ) ) { // until its queue is full
+         ++queued;
+      }
+   }
+   // Reads what was in the queue.
+   void managerReads() const {
+      for ( int i = 0; i < queued; ++i ) {
+         EXPECT_EQ( manager.received(), "WATCHDOG=1" );
+      }
+   }
+
+   Valen::Test::NotifySocket const manager{ work / "notify" };
+   Valen::Test::SteppedClock clock;
+   UnsentNotifications unsent{ clock.scheduler() };
+   int queued = 0;
+};
+
+TEST_F( StoppedManagerTest, IsNotWaitedFor ) {
+   EXPECT_GT( queued, 0 );
+   EXPECT_FALSE( notifyManager( "READY=1" ) );
+}
+
+TEST_F( StoppedManagerTest, GetsTheNewestOfEachKindInOrderWhenItReads ) {
+   for ( auto const * state :
+         { "READY=1", "RELOADING=1\nMONOTONIC_USEC=1", "STATUS=one", "READY=1\nSTATUS=two",
+           "WATCHDOG=1", "RELOADING=1\nMONOTONIC_USEC=2", "READY=1\nSTATUS=three" } ) {
+      EXPECT_FALSE( notifyManager( state ) );
+   }
+   clock.advance( std::chrono::seconds( 10 ) );
+   EXPECT_EQ( unsent.states().size(), 3u );
+   managerReads();
+   clock.advance( std::chrono::seconds( 1 ) );
+   EXPECT_EQ( manager.received(), "STATUS=one" );
+   EXPECT_EQ( manager.received(), "RELOADING=1\nMONOTONIC_USEC=2" );
+   EXPECT_EQ( manager.received(), "READY=1\nSTATUS=three" );
+   EXPECT_TRUE( unsent.states().empty() );
+   EXPECT_TRUE( notifyManager( "STATUS=four" ) );
+   EXPECT_EQ( manager.received(), "STATUS=four" );
+}
+
+TEST_F( StoppedManagerTest, GetsWhatWaitsBeforeWhatIsNew ) {
+   EXPECT_FALSE( notifyManager( "READY=1" ) );
+   managerReads();
+   EXPECT_FALSE( notifyManager( "STOPPING=1" ) );
+   clock.advance( std::chrono::seconds( 1 ) );
+   EXPECT_EQ( manager.received(), "READY=1" );
+   EXPECT_EQ( manager.received(), "STOPPING=1" );
+}
+
+TEST_F( NotifyTest, WhatWaitsIsTriedOnceMoreAtTheEnd ) {
+   Valen::Test::NotifySocket const manager( work / "notify" );
+   Valen::Test::SteppedClock clock;
+   {
+      UnsentNotifications const unsent( clock.scheduler() );
+      int queued = 0;
+      while ( notifyAt( manager.path(), "WATCHDOG=1" ) ) {
+         ++queued;
+      }
+      notifyManager( "STOPPING=1" );
+      for ( int i = 0; i < queued; ++i ) {
+         manager.received();
+      }
+   }
+   EXPECT_EQ( manager.received(), "STOPPING=1" );
 }
 
 // WatchdogTest covers an abstract name.

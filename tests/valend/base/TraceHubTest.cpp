@@ -2,7 +2,9 @@
 
 #include "tests/support/WorkDirectory.h"
 
+#include <filesystem>
 #include <gtest/gtest.h>
+#include <thread>
 
 namespace Valend {
 namespace {
@@ -14,11 +16,16 @@ TEST( TraceHubTest, AReopenedFileIsANewOneAfterTheOldOneWasMovedAside ) {
    Gantry::WorkQueue work;
    Settings::ProcessConfig config;
    config.valueIs( "trace.file", directory / "trace" );
-   TraceHub hub( work, config, TraceHub::WithoutFile::nowhere );
-   TRACE0( "one" );
-   std::filesystem::rename( directory / "trace", directory / "trace.1" );
-   hub.reopen();
-   TRACE0( "two" );
+   {
+      TraceHub hub( work, config, TraceHub::WithoutFile::nowhere );
+      TRACE0( "one" );
+      std::filesystem::rename( directory / "trace", directory / "trace.1" );
+      hub.reopen();
+      TRACE0( "two" );
+   }
+   for ( int i = 0; i < 3000 && directory.content( "trace.1" ).empty(); ++i ) {
+      std::this_thread::sleep_for( std::chrono::milliseconds( 10 ) ); // its thread writes the rest
+   }
    EXPECT_NE( directory.content( "trace.1" ).find( ": one\n" ), std::string::npos );
    EXPECT_EQ( directory.content( "trace.1" ).find( ": two\n" ), std::string::npos );
    EXPECT_NE( directory.content( "trace" ).find( ": two\n" ), std::string::npos );

@@ -197,6 +197,56 @@ TEST_F( VrfEntriesTest, TheConditionOfAFailedVrfLastsUntilARetrySucceeds ) {
                 ElementsAre( "vrf/default: too many open files", "vrf/default: recovered" ) );
 }
 
+TEST_F( VrfEntriesTest, ANamespaceThatCouldNotBeOpenedIsLookedAtAgain ) {
+   kernel.lookError = "cannot open ns-red: Cannot allocate memory";
+   start( twoInterfaces() );
+   EXPECT_EQ( stateOf( "red" ), VrfState::initializing );
+   EXPECT_THAT( raised(), ElementsAre( "vrf/red: " + kernel.lookError ) );
+   kernel.lookError.clear();
+   advance( 1001ms );
+   EXPECT_EQ( stateOf( "red" ), VrfState::active );
+   EXPECT_TRUE( ready( "Ethernet2" ) );
+   EXPECT_THAT( raised(), IsEmpty() );
+}
+
+TEST_F( VrfEntriesTest, TheTextFollowsWhatIsThere ) {
+   feeder.apply( twoInterfaces() ); // its namespace does not exist
+   EXPECT_THAT( raised(), ElementsAre( "vrf/red: no namespace ns-red" ) );
+   advance( 60'000ms );
+   kernel.lookError = "ns-red is a directory";
+   advance( 5001ms );
+   EXPECT_THAT( raised(), ElementsAre( "vrf/red: ns-red is a directory" ) );
+   EXPECT_FALSE( feeder.namespaceMissing( "red" ) );
+   kernel.lookError.clear();
+   advance( 5001ms );
+   EXPECT_THAT( raised(), ElementsAre( "vrf/red: no namespace ns-red" ) );
+   EXPECT_TRUE( feeder.namespaceMissing( "red" ) );
+}
+
+TEST_F( VrfEntriesTest, AnEntryIsNotRenewedWhileItsNamespaceLooksTheSame ) {
+   feeder.apply( twoInterfaces() );
+   auto const entry = store.allVrfStatusLocal->vrf( "red" );
+   advance( 20'000ms );
+   EXPECT_EQ( store.allVrfStatusLocal->vrf( "red" ), entry );
+}
+
+TEST_F( VrfEntriesTest, AnEndpointThatTheLibraryDoesNotReportIsRetried ) {
+   sent.enableErrno = EINVAL; // to the library, the namespace does not exist
+   start( twoInterfaces() );
+   EXPECT_EQ( faults.count(), 0u );
+   auto const entry = store.allVrfStatusLocal->vrf( "red" );
+   feeder.namespaceFailed( "ns-red", "cannot enter ns-red: Invalid argument" );
+   feeder.namespaceFailed( "default", "cannot open /proc" );
+   EXPECT_THAT( raised(), ElementsAre( "vrf/default: cannot open /proc",
+                                       "vrf/red: cannot enter ns-red: Invalid argument" ) );
+   sent.enableErrno = 0;
+   advance( 1001ms );
+   EXPECT_NE( store.allVrfStatusLocal->vrf( "red" ), entry ) << "it was added again";
+   EXPECT_TRUE( ready( "Ethernet1" ) );
+   EXPECT_TRUE( ready( "Ethernet2" ) );
+   EXPECT_THAT( raised(), IsEmpty() );
+}
+
 TEST_F( VrfEntriesTest, AChangeOfTheNamespaceIsTheRetry ) {
    sent.enableErrno = EMFILE;
    start( twoInterfaces() );

@@ -41,9 +41,11 @@ class MetricsTest : public DaemonFixture {
       }
       start( twoInterfaces() );
    }
-   Metrics metrics{ { store, feeder, kernel, controller, faults, conditions, [] {
-                        return Metrics::Clients{ 3, 7 };
-                     } } };
+   Metrics metrics{ { store, feeder, kernel, controller, faults, conditions,
+                      [] {
+                         return Metrics::Clients{ 3, { { "refused", 7 } } };
+                      },
+                      [] { return U64( 5 ); } } };
    std::string text() const { return metrics.text(); }
    std::string openMetrics() const { return metrics.text( MetricsFormat::openmetrics ); }
 
@@ -73,7 +75,9 @@ TEST_F( MetricsTest, ADaemonThatDidNothingHasItsGauges ) {
    EXPECT_THAT( samples, HasSubstr( "gauge valen_active [] 1.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "counter valen_device_resyncs_total [] 3.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "gauge valen_api_connections [] 3.0\n" ) );
-   EXPECT_THAT( samples, HasSubstr( "counter valen_api_connections_dropped_total [] 7.0\n" ) );
+   EXPECT_THAT(
+      samples,
+      HasSubstr( "counter valen_api_connections_dropped_total [('reason', 'refused')] 7.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( std::string( "gauge valen_build_info [('version', '" ) +
                                     Settings::version + "')] 1.0\n" ) );
 }

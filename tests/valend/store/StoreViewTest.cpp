@@ -1,0 +1,160 @@
+#include "valend/store/StoreView.h"
+
+#include "tests/support/LeakCheck.h"
+#include "tests/support/SteppedClock.h"
+#include "valend/base/Refusal.h"
+#include "valend/store/Store.h"
+
+#include <nlohmann/json.hpp>
+
+namespace Valend {
+namespace {
+
+using Json = nlohmann::json;
+
+class StoreViewTest : public ::testing::Test {
+ protected:
+   std::unique_ptr< StoreView > view( std::string const & path ) {
+      return std::make_unique< StoreView >( *store.entityManager, texts, path,
+                                            [ this ] { ++changes; } );
+   }
+   // Runs the posted work to its end. Returns how many turns it took.
+   int turns() {
+      int turns = 0;
+      for ( ; !work.empty(); ++turns ) {
+         work.run();
+      }
+      return turns;
+   }
+   void statusesAre( int count ) {
+      for ( int i = 0; i < count; ++i ) {
+         store.statusDir->intfStatusIs( "Ethernet" + std::to_string( i ) );
+      }
+   }
+   auto status( std::string const & name ) const { return store.statusDir->intfStatus( name ); }
+
+   Valen::Test::LeakCheck leaks;
+   Valen::Test::SteppedClock clock;
+   Gantry::WorkQueue work;
+   Store store;
+   StoreTexts texts{ clock.scheduler(), work };
+   int changes = 0;
+};
+
+TEST_F( StoreViewTest, TheTextIsTheSameUntilSomethingBelowChanges ) {
+   statusesAre( 3 );
+   auto const status = view( "status" );
+   auto const first = status->text();
+   EXPECT_EQ( status->text(), first );
+   store.globalConfig->shutdownDelayMsIs( 7 );
+   EXPECT_EQ( changes, 0 );
+   EXPECT_EQ( status->text(), first ) << "what is elsewhere does not matter";
+   this->status( "Ethernet1" )->delayedIs( true );
+   EXPECT_EQ( changes, 1 );
+   auto const second = Json::parse( *status->text() );
+   EXPECT_EQ( second[ "intfStatus" ][ "Ethernet1" ][ "delayed" ], true );
+   EXPECT_EQ( second[ "intfStatus" ][ "Ethernet2" ][ "delayed" ], false );
+}
+
+TEST_F( StoreViewTest, ManyChangesAreReportedOnceAndThoseThatCancelOutGiveTheSameText ) {
+   statusesAre( 1 );
+   auto const status = view( "status" );
+   auto const first = status->text();
+   for ( int i = 0; i < 10; ++i ) {
+      this->status( "Ethernet0" )->delayedIs( i % 2 == 0 );
+   }
+   EXPECT_EQ( changes, 1 );
+   EXPECT_EQ( status->text(), first );
+   this->status( "Ethernet0" )->delayedIs( true );
+   EXPECT_EQ( changes, 2 );
+}
+
+TEST_F( StoreViewTest, WhatIsAddedAndRemovedIsSeen ) {
+   auto const status = view( "status/intfStatus" );
+   auto const one = view( "status/intfStatus/Ethernet0" );
+   EXPECT_EQ( *status->text(), "{}" );
+   EXPECT_EQ( one->text(), nullptr );
+   statusesAre( 1 );
+   EXPECT_EQ( Json::parse( *status->text() ).size(), 1u );
+   EXPECT_EQ( Json::parse( *one->text() )[ "intfId" ], "Ethernet0" );
+   store.statusDir->intfStatusDel( "Ethernet0" );
+   EXPECT_EQ( *status->text(), "{}" );
+   EXPECT_EQ( one->text(), nullptr );
+}
+
+TEST_F( StoreViewTest, AnAttributeAndAPlainValueAreFollowed ) {
+   statusesAre( 1 );
+   auto const delayed = view( "status/intfStatus/Ethernet0/delayed" );
+   auto const active = view( "status/agentActive" );
+   EXPECT_EQ( *delayed->text(), "false" );
+   EXPECT_EQ( *active->text(), "false" );
+   status( "Ethernet0" )->delayedIs( true );
+   store.statusDir->agentActiveIs( true );
+   EXPECT_EQ( *delayed->text(), "true" );
+   EXPECT_EQ( *active->text(), "true" );
+}
+
+TEST_F( StoreViewTest, ViewsOfTheSameEntitiesShareThem ) {
+   statusesAre( 10 );
+   std::vector< std::unique_ptr< StoreView > > views;
+   for ( int i = 0; i < 64; ++i ) {
+      views.push_back( view( i % 2 ? "status" : "" ) );
+      views.back()->text();
+   }
+   auto const nodes = texts.nodes();
+   EXPECT_LT( nodes, 50u );
+   status( "Ethernet1" )->delayedIs( true );
+   EXPECT_EQ( changes, 64 );
+   for ( auto const & each : views ) {
+      EXPECT_NE( each->text()->find( "\"delayed\":true" ), std::string::npos );
+   }
+   views.clear();
+   EXPECT_EQ( texts.nodes(), 0u );
+   EXPECT_FALSE( store.statusDir->hasNotifiees() );
+}
+
+TEST_F( StoreViewTest, ManyEntitiesAreReadInSlices ) {
+   statusesAre( 5000 );
+   auto const status = view( "status" );
+   EXPECT_FALSE( status->ready() );
+   EXPECT_GT( turns(), 20 );
+   EXPECT_EQ( changes, 1 );
+   EXPECT_TRUE( status->ready() );
+   EXPECT_EQ( Json::parse( *status->text() )[ "intfStatus" ].size(), 5000u );
+   this->status( "Ethernet77" )->delayedIs( true );
+   EXPECT_FALSE( status->ready() );
+   EXPECT_LE( turns(), 3 ) << "only what has changed is read again";
+   EXPECT_TRUE( status->ready() );
+   EXPECT_NE( status->text()->find( "\"delayed\":true" ), std::string::npos );
+}
+
+TEST_F( StoreViewTest, AFewEntitiesDoNotWaitForManyOthers ) {
+   statusesAre( 5000 );
+   auto const status = view( "status" );
+   EXPECT_FALSE( status->ready() );
+   auto const config = view( "config/valen" );
+   EXPECT_TRUE( config->ready() );
+   EXPECT_FALSE( status->ready() );
+}
+
+TEST_F( StoreViewTest, AViewMayEndWhileItsEntitiesAreRead ) {
+   statusesAre( 5000 );
+   auto status = view( "status" );
+   EXPECT_FALSE( status->ready() );
+   work.run();
+   status = nullptr;
+   turns();
+   EXPECT_EQ( changes, 0 );
+   EXPECT_EQ( texts.nodes(), 0u );
+}
+
+TEST_F( StoreViewTest, TooManyValuesAreRefused ) {
+   statusesAre( 70'000 ); // of three values each
+   auto const status = view( "status" );
+   EXPECT_THROW( status->text(), Refusal );
+   auto const one = view( "status/intfStatus/Ethernet1" );
+   EXPECT_NO_THROW( one->text() );
+}
+
+} // namespace
+} // namespace Valend
