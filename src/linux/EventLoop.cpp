@@ -167,6 +167,11 @@ int EventLoop::waitMs( std::optional< std::chrono::nanoseconds > timeout ) const
    if ( !work_.empty() ) {
       return 0;
    }
+   auto const deadline = timerFailed_ ? scheduler_->nextDeadline() : std::nullopt;
+   if ( deadline ) { // which the kernel's timer does not report
+      auto const left = *deadline - scheduler_->now();
+      timeout = std::min( timeout.value_or( left ), left );
+   }
    if ( !timeout ) {
       return -1;
    }
@@ -184,10 +189,13 @@ void EventLoop::timerIs( std::optional< Gantry::Time > deadline ) {
       setting.it_value = toTimespec( std::max( *deadline, Gantry::Time( 1 ) ) );
    }
    ++timerSettings_;
-   if ( ::timerfd_settime( timer_.get(), TFD_TIMER_ABSTIME, &setting, nullptr ) < 0 ) {
-      throwErrno( "timerfd_settime", errno );
+   if ( ::timerfd_settime( timer_.get(), TFD_TIMER_ABSTIME, &setting, nullptr ) == 0 ) {
+      armedFor_ = deadline;
+      timerFailed_ = false;
+   } else if ( !std::exchange( timerFailed_, true ) ) { // reported once; each turn tries again
+      auto const number = errno;
+      guarded( "timer", "", [ & ] { throwErrno( "timerfd_settime", number ); } );
    }
-   armedFor_ = deadline;
 }
 
 void EventLoop::timerExpired() {

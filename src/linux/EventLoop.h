@@ -8,6 +8,9 @@
 // If a timer task is late by more than 5 ms, because the process was stopped or the machine is busy, the
 // callbacks of all ready descriptors run before it, once each.
 //
+// If the kernel's timer cannot be set, that is a fault, and turns wait for the next deadline themselves; no
+// timer is lost.
+//
 // An exception that leaves a callback goes to the fault sink (platform/quill/Fault.h), and the loop
 // continues.
 #pragma once
@@ -104,6 +107,7 @@ class EventLoop {
    std::map< int, Work > signalWork_;
    Gantry::WorkQueue work_;
    std::optional< Gantry::Time > armedFor_; // the setting of the kernel's timer
+   bool timerFailed_ = false; // it could not be set: turns wait no longer than the next deadline
    U64 turns_ = 0;
    U64 timerSettings_ = 0;
    U32 serial_ = 0;

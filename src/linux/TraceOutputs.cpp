@@ -53,7 +53,11 @@ std::string joined( std::string_view head, std::string_view text ) {
 }
 
 Fd openForAppending( std::string const & path ) {
-   Fd file( ::open( path.c_str(), O_WRONLY | O_APPEND | O_CREAT | O_CLOEXEC | O_NONBLOCK, 0640 ) );
+   Fd file( ::open( path.c_str(),
+                    O_WRONLY | O_APPEND | O_CREAT | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK, 0640 ) );
+   if ( !file && errno == ELOOP ) {
+      throwErrno( "trace file " + path + " is a symbolic link, which is not followed", errno );
+   }
    if ( !file ) {
       throwErrno( "cannot open trace file " + path, errno );
    }

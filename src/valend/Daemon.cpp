@@ -28,6 +28,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
                 std::vector< Settings::ConfigError > const & rejected, Options const & options,
                 Valen::Linux::StandardError & output )
     : process_( read.config.process.overriddenBy( options.process ) ),
+      stateDirectory_( process_.value( "state-directory" ) ),
       netNsDirectories_( netNsDirectoriesOf( process_ ) ),
       trace_( loop_.workQueue(), process_,
               // Levels on the command line are for debugging in the foreground.
@@ -50,7 +51,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
             feeder_.vrfFailed( fault.key, fault.text );
          }
       } ),
-      journal_( process_.value( "state-directory" ), Journal::Machine::real(), conditions_ ),
+      journal_( stateDirectory_, loop_.scheduler(), Journal::Machine::real(), conditions_ ),
       controller_( store_, feeder_.config(), links_, journal_, conditions_, loop_.scheduler(),
                    loop_.workQueue() ),
       report_( store_, feeder_, links_, controller_ ),

@@ -11,6 +11,7 @@
 #include "valend/base/DescriptorLimit.h"
 #include "valend/base/LogCondition.h"
 #include "valend/base/Notify.h"
+#include "valend/base/StateDirectory.h"
 #include "valend/base/Watchdog.h"
 #include "valend/configuration/Configurator.h"
 #include "valend/configuration/LastConfiguration.h"
@@ -58,6 +59,7 @@ class Daemon {
    void stop( char const * signal );
 
    Settings::ProcessConfig const process_;
+   StateDirectory stateDirectory_; // before all others: it decides which process is the daemon
    Valen::Linux::EventLoop loop_;
    Valen::Linux::NetNsDirectories const netNsDirectories_;
    TraceHub trace_;

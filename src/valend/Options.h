@@ -12,8 +12,9 @@ namespace Valend {
 // The exit status of the process.
 enum class Exit : int {
    done = 0,
-   failed = 1,     // could not start
-   usage = 2,      // invalid option
+   failed = 1, // could not start, or the event loop failed
+   usage = 2,  // invalid option
+   // 71: out of memory, see base/OutOfMemory.h
    badConfig = 78, // configuration rejected; restarting does not help
 };
 

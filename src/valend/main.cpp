@@ -1,9 +1,11 @@
 #include "settings/ConfigFiles.h"
 #include "valend/Daemon.h"
 #include "valend/base/Log.h"
+#include "valend/base/OutOfMemory.h"
 
 #include <csignal>
 #include <iostream>
+#include <optional>
 
 namespace {
 
@@ -50,6 +52,17 @@ std::optional< Start > startOf( Valend::Options const & options ) {
    return std::nullopt;
 }
 
+// Whether `work` was done; else why not is logged.
+template < class Work > bool done( char const * failed, Work const & work ) {
+   try {
+      work();
+      return true;
+   } catch ( std::exception const & e ) {
+      Valend::log( Valend::LogLevel::error, std::string( failed ) + ": " + e.what() );
+      return false;
+   }
+}
+
 Exit run( Valend::Options const & options ) {
    auto const start = startOf( options );
    if ( !start ) {
@@ -61,20 +74,20 @@ Exit run( Valend::Options const & options ) {
       return Exit::done;
    }
    Valen::Linux::StandardError output;
-   try {
-      Valend::Daemon daemon( start->read, start->rejected, options, output );
-      daemon.run();
-      return Exit::done;
-   } catch ( std::exception const & e ) {
-      Valend::log( Valend::LogLevel::error, std::string( "cannot start: " ) + e.what() );
+   std::optional< Valend::Daemon > daemon;
+   if ( !done( "cannot start",
+               [ & ] { daemon.emplace( start->read, start->rejected, options, output ); } ) ) {
       return Exit::failed;
    }
+   return done( "exiting after an error", [ & ] { daemon->run(); } ) ? Exit::done : Exit::failed;
 }
 
 } // namespace
 
 int main( int argc, char ** argv ) {
+   Valend::endWhenOutOfMemory();
    std::signal( SIGPIPE, SIG_IGN ); // a reader of our output may exit before us
+   std::signal( SIGXFSZ, SIG_IGN ); // the write fails instead
    Exit exit = Exit::done;
    auto const options = Valend::parseOptions( argc, argv, exit );
    return static_cast< int >( options ? run( *options ) : exit );

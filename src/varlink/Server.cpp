@@ -1,12 +1,9 @@
 #include "varlink/Server.h"
 
-#include "varlink/UnixSocket.h"
-
 #include <algorithm>
 #include <cerrno>
 #include <sys/epoll.h>
 #include <sys/socket.h>
-#include <unistd.h>
 
 namespace Varlink {
 
@@ -14,27 +11,26 @@ using Valen::Linux::Fd;
 
 namespace {
 
-constexpr int backlog = 128; // as many as listenAt() lets wait
+constexpr int backlog = 128; // as many as a ListeningSocket lets wait
 
 } // namespace
 
 Server::Server( Valen::Linux::EventLoop & loop, std::string path, Service & service, Limits limits,
                 Room room )
     : loop_( loop ), path_( std::move( path ) ), service_( service ), limits_( limits ),
-      room_( std::move( room ) ), listener_( listenAt( path_ ) ),
+      room_( std::move( room ) ), listener_( path_ ),
       pause_( loop.scheduler(), "varlink socket", [ this ] { listen(); } ),
       posted_( loop.workQueue(), "varlink server" ) {
    listen();
 }
 
 Server::~Server() {
-   loop_.descriptorDel( listener_.get() );
+   loop_.descriptorDel( listener_.fd() );
    connections_.clear();
-   ::unlink( path_.c_str() );
 }
 
 void Server::listen() {
-   loop_.descriptorIs( listener_.get(), EPOLLIN, "varlink socket",
+   loop_.descriptorIs( listener_.fd(), EPOLLIN, "varlink socket",
                        [ this ]( U32 ) { acceptAll(); } );
 }
 
@@ -46,11 +42,10 @@ void Server::acceptAll() {
 
 // Returns false when no client waits, or none can be accepted now.
 bool Server::accept() {
-   Fd fd( ::accept4( listener_.get(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK ) );
+   Fd fd( ::accept4( listener_.fd(), nullptr, nullptr, SOCK_CLOEXEC | SOCK_NONBLOCK ) );
    if ( !fd ) {
       if ( errno == EMFILE || errno == ENFILE || errno == ENOMEM || errno == ENOBUFS ) {
-         loop_.descriptorDel(
-            listener_.get() ); // or the loop would spin while clients wait outside
+         loop_.descriptorDel( listener_.fd() ); // or the loop would spin while clients wait outside
          pause_.start( std::chrono::seconds( 1 ) );
       }
       return errno == ECONNABORTED || errno == EINTR;

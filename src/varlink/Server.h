@@ -6,6 +6,7 @@
 #pragma once
 
 #include "varlink/Connection.h"
+#include "varlink/UnixSocket.h"
 
 #include <map>
 
@@ -16,8 +17,8 @@ class Server {
    // Whether the process can do without the descriptor of another client.
    using Room = std::function< bool() >;
 
-   // Listens at `path` as listenAt does. `loop` and `service` must outlive the server. Without `room`,
-   // there always is. Throws what listenAt throws.
+   // Listens at `path`, as a ListeningSocket. `loop` and `service` must outlive the server. Without `room`,
+   // there always is. Throws what that throws.
    Server( Valen::Linux::EventLoop & loop, std::string path, Service & service,
            Limits limits = Limits(), Room room = nullptr );
    ~Server(); // closes all connections, removes the socket
@@ -49,7 +50,7 @@ class Server {
    Service & service_;
    Limits const limits_;
    Room const room_;
-   Valen::Linux::Fd listener_;
+   ListeningSocket const listener_;
    Gantry::Timer pause_; // when the process is out of descriptors
    Gantry::PostedWork posted_;
    std::map< U64, std::shared_ptr< Connection > > connections_; // by number

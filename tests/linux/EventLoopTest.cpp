@@ -16,13 +16,18 @@
 namespace {
 
 U64 timerSystemCalls = 0;
+int timerError = 0; // the call fails with it
 
 } // namespace
 
-// Replaces the function of the C library, to count the calls that reach the kernel.
+// Replaces the function of the C library, to count the calls that reach the kernel, and to let them fail.
 extern "C" int timerfd_settime( int fd, int flags, itimerspec const * value,
                                 itimerspec * old ) noexcept {
    ++timerSystemCalls;
+   if ( timerError ) {
+      errno = timerError;
+      return -1;
+   }
    return static_cast< int >( ::syscall( SYS_timerfd_settime, fd, flags, value, old ) );
 }
 
@@ -381,6 +386,46 @@ TEST_F( EventLoopTest, KernelTimerIsLeftAloneWhileTheNextDeadlineStays ) {
    first.stop();
    loop_.turn( 0ms );
    EXPECT_EQ( timerSystemCalls, calls + 1 );
+}
+
+TEST_F( EventLoopTest, TimersRunInTimeWhenTheKernelsTimerCannotBeSet ) {
+   Valen::Test::FaultRecorder faults;
+   Pipe pipe;
+   watch( pipe, "ready" );
+   Gantry::Timer late( loop_.scheduler(), "late", [ & ] { told_.push_back( "late" ); } );
+   Gantry::Timer timer( loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } );
+   late.start( 1h );
+   loop_.turn( 0ms ); // the kernel's timer is set to that
+   timerError = ENOMEM;
+   auto const begin = std::chrono::steady_clock::now();
+   timer.start( 20ms );
+   pipe.poke();
+   while ( timer.running() && std::chrono::steady_clock::now() < begin + 10s ) {
+      loop_.turn();
+   }
+   auto const after = std::chrono::steady_clock::now() - begin;
+   timerError = 0;
+   EXPECT_THAT( told_, ElementsAre( "ready", "timer" ) );
+   EXPECT_GE( after, 20ms );
+   EXPECT_LT( loop_.turns(), 20u ) << "it waited for the timer instead of spinning";
+   EXPECT_THAT(
+      faults.messages(),
+      ElementsAre( "fault in EventLoop on timer: timerfd_settime: Cannot allocate memory" ) );
+}
+
+TEST_F( EventLoopTest, AKernelsTimerThatCanBeSetAgainIsUsedAgain ) {
+   Valen::Test::FaultRecorder faults;
+   Gantry::Timer timer( loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } );
+   timer.start( 1h );
+   for ( auto const error : { ENOMEM, ENOMEM, 0, EPERM, 0 } ) {
+      timerError = error;
+      timer.start( 1h );
+      loop_.turn( 0ms );
+   }
+   EXPECT_EQ( faults.messages().size(), 2u ) << "once for each time that it stopped working";
+   timer.start( 5ms );
+   loop_.turn();
+   EXPECT_THAT( told_, ElementsAre( "timer" ) );
 }
 
 // --- Signals -------------------------------------------------------------------------------------

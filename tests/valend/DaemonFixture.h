@@ -36,7 +36,8 @@ class DaemonFixture : public ::testing::Test {
                feeder.vrfFailed( fault.key, fault.text );
             }
          } ),
-         journal( stateDirectory, machine(), conditions, []( auto const & ) {} ),
+         stateDir( stateDirectory, []( auto const & ) {} ),
+         journal( stateDir, clock.scheduler(), machine(), conditions, []( auto const & ) {} ),
          controller( store, feeder.config(), kernel, journal, conditions, clock.scheduler(),
                      work ) {
       store.entityManager->mountProviderIs( "kni/ns/", &kernel );
@@ -155,6 +156,7 @@ class DaemonFixture : public ::testing::Test {
    Store store;
    Feeder feeder;
    FaultLog faults;
+   StateDirectory stateDir;
    Journal journal;
    LinkController controller;
    Quill::Ptr< Valen::RunnabilitySm > library;

@@ -497,7 +497,8 @@ TEST_F( ServerTest, ASecondServerIsRejectedAndTheFirstGoesOn ) {
       FAIL();
    } catch ( Quill::ErrnoException const & e ) {
       EXPECT_EQ( e.number(), EADDRINUSE );
-      EXPECT_EQ( e.text(), "another process is listening at " + path + ": Address already in use" );
+      EXPECT_EQ( e.text(), "another process is listening at " + path +
+                              " (stop it, or set another socket): Address already in use" );
    }
    auto const fd = connect();
    call( fd, echo );

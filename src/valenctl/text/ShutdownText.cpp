@@ -59,8 +59,16 @@ std::string endText( Json const & shutdown ) {
    return "cannot set link down" + afterColon;
 }
 
+std::string atText( Json const & shutdown, char const * field ) {
+   return timeText( std::chrono::milliseconds( numberField( shutdown, field ) ) );
+}
+
+// "went-down, 12 times until 2026-01-31T12:00:00.123Z (link set down outside valend)"
 std::string resultText( Json const & shutdown ) {
    auto text = textField( shutdown, "ending" );
+   if ( auto const count = numberField( shutdown, "count" ); count > 1 ) {
+      text += ", " + std::to_string( count ) + " times until " + atText( shutdown, "untilMs" );
+   }
    if ( auto const bytes = numberField( shutdown, "unflushedBytes" ) ) {
       text += ", " + std::to_string( bytes ) + " bytes not sent";
    }
@@ -124,9 +132,8 @@ std::string historyText( Json const & answer ) {
    Table table( { "WHEN", "INTERFACE", "BY", "SENT", "FAILED", "HELD", "RESULT", "REASON" } );
    for ( auto const & shutdown : listField( answer, "shutdowns" ) ) {
       auto const reason = textField( shutdown, "reason" );
-      table.add( { timeText( std::chrono::milliseconds( numberField( shutdown, "whenMs" ) ) ),
-                   textField( shutdown, "interface" ), requesterText( shutdown ),
-                   std::to_string( numberField( shutdown, "sent" ) ),
+      table.add( { atText( shutdown, "whenMs" ), textField( shutdown, "interface" ),
+                   requesterText( shutdown ), std::to_string( numberField( shutdown, "sent" ) ),
                    countWithReason( shutdown, "failed", "failReason" ),
                    flagField( shutdown, "withDelay" ) ? heldText( shutdown ) : "-",
                    resultText( shutdown ), reason.empty() ? "-" : reason } );

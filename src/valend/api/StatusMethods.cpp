@@ -56,7 +56,8 @@ void StatusMethods::explain( Call const & call, std::string const & interface ) 
                   { "requirements", report_.requirements( config ) } } );
 }
 
-// In the order in which they were requested. The controller has them in the order of their ends.
+// In the order in which they were requested or, of repeats, the last happened. The controller has them in
+// the order of their ends.
 void StatusMethods::history( Call const & call,
                              std::optional< std::vector< std::string > > const & interfaces,
                              std::optional< U64 > last, std::optional< U64 > sinceMs ) {
@@ -65,13 +66,13 @@ void StatusMethods::history( Call const & call,
    for ( auto const & record : parts_.controller.history() ) {
       bool const named =
          !interfaces || std::count( interfaces->begin(), interfaces->end(), record.interface );
-      auto const when = std::chrono::floor< milliseconds >( record.when.time_since_epoch() );
+      auto const when = std::chrono::floor< milliseconds >( record.last().time_since_epoch() );
       if ( named && ( !sinceMs || when.count() >= static_cast< S64 >( *sinceMs ) ) ) {
          chosen.push_back( &record );
       }
    }
    std::stable_sort( chosen.begin(), chosen.end(),
-                     []( auto const * a, auto const * b ) { return a->when < b->when; } );
+                     []( auto const * a, auto const * b ) { return a->last() < b->last(); } );
    auto const count = std::min< U64 >( last.value_or( chosen.size() ), chosen.size() );
    auto list = Json::array();
    for ( auto record = chosen.end() - static_cast< S64 >( count ); record != chosen.end();

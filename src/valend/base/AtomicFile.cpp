@@ -1,9 +1,8 @@
 #include "valend/base/AtomicFile.h"
 
-#include "linux/Fd.h"
+#include "linux/Directory.h"
 
 #include <cerrno>
-#include <cstdio>
 #include <fcntl.h>
 #include <string_view>
 #include <sys/stat.h>
@@ -25,14 +24,6 @@ bool writeAll( int file, std::string_view text ) {
    return true;
 }
 
-// So that a new name in it survives a power failure.
-bool syncDirectoryOf( std::string const & path ) {
-   auto const slash = path.rfind( '/' );
-   auto const directory = slash == path.npos ? "." : path.substr( 0, slash + 1 );
-   Valen::Linux::Fd const fd( ::open( directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC ) );
-   return fd && ::fsync( fd.get() ) == 0;
-}
-
 std::string cannotWrite( std::string const & path, int number ) {
    return "cannot write " + path + ": " + Valen::Linux::errorText( number );
 }
@@ -41,25 +32,35 @@ std::string cannotWrite( std::string const & path, int number ) {
 
 std::string writeAtomically( std::string const & path, std::string const & text, unsigned mode,
                              Sync sync ) {
-   auto const beside = path + ".new";
-   auto const failure = [ & ]( std::string const & where ) {
+   auto const directory = Valen::Linux::openDirectory( Valen::Linux::directoryOf( path ) );
+   return directory ? writeAtomically( directory.get(), path, text, mode, sync )
+                    : cannotWrite( path + ".new", errno );
+}
+
+std::string writeAtomically( int directory, std::string const & path, std::string const & text,
+                             unsigned mode, Sync sync ) {
+   auto const name = path.substr( path.rfind( '/' ) + 1 ); // npos + 1 is 0
+   auto const beside = name + ".new";
+   auto const failed = [ & ]( std::string const & where ) {
       auto const number = errno;
-      ::unlink( beside.c_str() );
+      ::unlinkat( directory, beside.c_str(), 0 );
       return cannotWrite( where, number );
    };
    // What is there, from a crash or from another user of the directory, is not written to.
-   ::unlink( beside.c_str() );
-   Valen::Linux::Fd file(
-      ::open( beside.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, mode & 0600 ) );
+   ::unlinkat( directory, beside.c_str(), 0 );
+   Valen::Linux::Fd file( ::openat( directory, beside.c_str(),
+                                    O_WRONLY | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC,
+                                    mode & 0600 ) );
    if ( !file || !writeAll( file.get(), text ) || ::fchmod( file.get(), mode ) < 0 ||
         ( sync == Sync::yes && ::fsync( file.get() ) < 0 ) ) {
-      return failure( beside );
+      return failed( path + ".new" );
    }
    file.close();
-   if ( ::rename( beside.c_str(), path.c_str() ) < 0 ) {
-      return failure( path );
+   if ( ::renameat( directory, beside.c_str(), directory, name.c_str() ) < 0 ) {
+      return failed( path );
    }
-   return sync == Sync::yes && !syncDirectoryOf( path ) ? cannotWrite( path, errno ) : "";
+   // So that the new name survives a power failure.
+   return sync == Sync::yes && ::fsync( directory ) < 0 ? cannotWrite( path, errno ) : "";
 }
 
 std::string appendSynced( std::string const & path, std::string const & text ) {

@@ -9,8 +9,9 @@ namespace Valend {
 // loop.
 enum class Sync : unsigned char { no, yes };
 
-// Replaces the content of the file `path` by `text`: writes a new file "PATH.new" and renames it. Its
-// permissions are exactly `mode`, whatever the umask. Returns an empty text, or "cannot write PATH: REASON"; the old file is then
+// Replaces the content of the file `path` by `text`: writes a new file "PATH.new" and renames it. Both are
+// in the directory that the path has when this begins, and neither follows a symbolic link. Its permissions
+// are exactly `mode`, whatever the umask. Returns an empty text, or "cannot write PATH: REASON"; the old file is then
 // unchanged.
 std::string writeAtomically( std::string const & path, std::string const & text, unsigned mode,
                              Sync sync = Sync::no );
@@ -18,5 +19,10 @@ std::string writeAtomically( std::string const & path, std::string const & text,
 // Appends `text` to the file, which must exist, and waits for the disk. Returns an empty text, or
 // "cannot write PATH: REASON"; then a part of the text may be there.
 std::string appendSynced( std::string const & path, std::string const & text );
+
+// The same in a directory that is open on `directory`: a change of the directory's path has no effect. The
+// directory part of `path` is only for the texts.
+std::string writeAtomically( int directory, std::string const & path, std::string const & text,
+                             unsigned mode, Sync sync = Sync::no );
 
 } // namespace Valend

@@ -15,7 +15,7 @@ MetricsFile::MetricsFile( std::string path, std::function< std::string() > text,
 }
 
 MetricsFile::~MetricsFile() {
-   if ( !path_.empty() ) {
+   if ( written_ ) {
       ::unlink( path_.c_str() );
    }
 }
@@ -32,7 +32,9 @@ void MetricsFile::write() {
    timer_.start( period );
    // The collector reads names that end in ".prom", so not the file that is being written. It runs as a
    // user of its own, so everyone may read the file, which holds counters and names of agents.
-   condition_.update( writeAtomically( path_, text_(), 0644 ) );
+   auto const error = writeAtomically( path_, text_(), 0644 );
+   written_ |= error.empty();
+   condition_.update( error );
 }
 
 } // namespace Valend

@@ -19,7 +19,7 @@ class MetricsFile {
    // "metrics-file" is raised while it cannot be written.
    MetricsFile( std::string path, std::function< std::string() > text, Conditions & conditions,
                 Quill::Ptr< Gantry::TaskScheduler > scheduler );
-   ~MetricsFile(); // removes the file: a process that has ended has no metrics
+   ~MetricsFile(); // removes the file that it wrote: a process that has ended has no metrics
    MetricsFile( MetricsFile const & ) = delete;
    MetricsFile & operator=( MetricsFile const & ) = delete;
 
@@ -32,6 +32,7 @@ class MetricsFile {
    std::string const path_;
    std::function< std::string() > const text_;
    bool soon_ = false;
+   bool written_ = false; // ever: the file may be another daemon's until then
    Condition condition_;
    Gantry::Timer timer_;
 };

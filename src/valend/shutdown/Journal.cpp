@@ -2,51 +2,51 @@
 
 #include "settings/Counted.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <chrono>
-#include <fcntl.h>
-#include <filesystem>
 #include <fstream>
-#include <sys/file.h>
-#include <sys/stat.h>
+#include <set>
 #include <time.h>
-#include <unistd.h>
 
 namespace Valend {
 
 using Valen::Linux::errorText;
-using Valen::Linux::Fd;
 
 namespace {
 
 // The first line of every journal.
-constexpr std::string_view header = "valen journal of shutdowns, 1\n";
+constexpr char const * header = "valen journal of shutdowns, 1\n";
 
-// The whole file. Nothing, with errno set, when it is not readable, not a regular file or too large.
-std::optional< std::string > contentOf( std::string const & path, std::size_t limit ) {
-   Fd const fd( ::open( path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK ) );
-   struct stat status {};
-   if ( !fd || ::fstat( fd.get(), &status ) < 0 ) {
-      return std::nullopt;
+// How many lines a shutdown writes after that of `phase`, at most, without its being resumed.
+constexpr std::size_t linesAfter( Phase phase ) {
+   switch ( phase ) {
+   case Phase::requested:
+   case Phase::waiting:
+      return 7;
+   case Phase::sending:
+      return 6;
+   case Phase::held:
+      return 5;
+   case Phase::heldToDeadline:
+      return 4;
+   case Phase::flushing:
+      return 3;
+   case Phase::settingDown:
+      return 2;
+   case Phase::settingUp:
+      return 1;
+   case Phase::ended:
+      break;
    }
-   if ( !S_ISREG( status.st_mode ) || static_cast< std::size_t >( status.st_size ) > limit ) {
-      errno = EFBIG;
-      return std::nullopt;
-   }
-   std::string content( static_cast< std::size_t >( status.st_size ), '\0' );
-   std::size_t got = 0;
-   while ( got < content.size() ) {
-      auto const count = ::read( fd.get(), content.data() + got, content.size() - got );
-      if ( count < 0 ) {
-         return std::nullopt;
-      }
-      if ( count == 0 ) {
-         break;
-      }
-      got += static_cast< std::size_t >( count );
-   }
-   content.resize( got );
-   return content;
+   return 0;
+}
+
+// Bytes for the lines after `line`, which get longer: the agents are added when the frames are sent, and then only
+// what did not go as expected.
+std::size_t roomAfter( JournalEntry const & entry, std::string const & line ) {
+   std::size_t const growth = entry.phase < Phase::held ? 1024 : 256;
+   return linesAfter( entry.phase ) * ( line.size() + growth );
 }
 
 } // namespace
@@ -54,18 +54,32 @@ std::optional< std::string > contentOf( std::string const & path, std::size_t li
 // What was read so far, of all files.
 struct Journal::Reading {
    std::map< U64, JournalEntry > entries; // the last line of each
-   std::vector< U64 > ended;              // in the order of their ends
+   std::vector< U64 > ends;               // in the order of their lines; one may have several
    bool damaged = false;                  // in any file
 
    void add( JournalEntry entry ) {
+      bool const end = entry.phase == Phase::ended;
       auto const [ place, added ] = entries.try_emplace( entry.id );
-      if ( !added && place->second.phase == Phase::ended ) {
+      if ( !added && place->second.phase == Phase::ended && !end ) {
          return; // it was copied into the next file
       }
-      if ( entry.phase == Phase::ended ) {
-         ended.push_back( entry.id );
+      if ( end ) {
+         ends.push_back( entry.id );
       }
       place->second = std::move( entry );
+   }
+
+   // Those that have ended, in the order of their last lines.
+   std::vector< U64 > ended() const {
+      std::vector< U64 > ids;
+      std::set< U64 > seen;
+      for ( auto id = ends.rbegin(); id != ends.rend(); ++id ) {
+         if ( seen.insert( *id ).second ) {
+            ids.push_back( *id );
+         }
+      }
+      std::reverse( ids.begin(), ids.end() );
+      return ids;
    }
 
    // Adds the entries in `lines`. Returns how many lines are damaged, one that has no end included.
@@ -95,24 +109,30 @@ Journal::Machine Journal::Machine::real() {
            } };
 }
 
-Journal::Journal( std::string directory, Machine machine, Conditions & conditions, Damaged damaged )
-    : directory_( std::move( directory ) ), machine_( std::move( machine ) ),
-      condition_( conditions, "journal" ), damaged_( std::move( damaged ) ) {}
+Journal::Journal( StateDirectory & directory, Quill::Ptr< Gantry::TaskScheduler > scheduler,
+                  Machine machine, Conditions & conditions, Damaged damaged )
+    : directory_( directory ), machine_( std::move( machine ) ),
+      condition_( conditions, "journal" ), damaged_( std::move( damaged ) ),
+      file_( directory, "shutdowns", header ),
+      timer_( std::move( scheduler ), "journal", [ this ] { retry(); } ) {}
 
-std::string Journal::path( char const * suffix ) const {
-   return directory_ + "/shutdowns" + suffix;
+Journal::~Journal() {
+   if ( !owed_.empty() ) {
+      writeOwed();
+   }
 }
 
 // --- Reading -------------------------------------------------------------------------------------
 
 Journal::Content Journal::read() {
    Content content;
-   if ( !openDirectory() ) {
+   if ( auto const why = directory_.open(); !why.empty() ) {
+      report( why );
       return content;
    }
    Reading reading;
-   readFile( path( ".1" ), reading );
-   readFile( path(), reading );
+   readFile( ".1", reading );
+   readFile( "", reading );
    std::map< std::string, U64 > newest; // by interface
    for ( auto const & [ id, entry ] : reading.entries ) {
       if ( entry.record.ending != ShutdownRecord::Ending::goodbye ) { // that changes no link
@@ -124,83 +144,61 @@ Journal::Content Journal::read() {
       if ( entry.phase != Phase::ended ) {
          bool const last = newest[ entry.record.interface ] == id;
          ( last ? content.unfinished : content.superseded ).push_back( entry );
-         running_[ id ] = lineOf( entry ) + '\n';
+         auto line = lineOf( entry ) + '\n';
+         auto const room = roomAfter( entry, line );
+         begunIs( id, std::move( line ), room );
       }
    }
-   auto & ended = reading.ended;
-   ended.erase( ended.begin(), ended.end() - static_cast< std::ptrdiff_t >(
-                                                std::min( ended.size(), historyLimit ) ) );
-   for ( auto const id : ended ) {
-      content.history.push_back( reading.entries.at( id ).record );
+   for ( auto const id : reading.ended() ) {
+      auto const & record = reading.entries.at( id ).record;
+      if ( !content.history.repeat( record ) ) { // of a version that wrote each
+         content.history.add( id, record );
+      }
    }
-   openFile();
    if ( reading.damaged ) {
       copyUndamaged( reading );
    }
+   retry();
    return content;
 }
 
 // The damaged file was set aside.
 void Journal::copyUndamaged( Reading const & reading ) {
-   for ( auto const id : reading.ended ) {
-      append( lineOf( reading.entries.at( id ) ) + '\n' );
+   for ( auto const id : reading.ended() ) {
+      owed_.add( { id, lineOf( reading.entries.at( id ) ) + '\n', 0, OwedLines::Kind::optional } );
    }
-   for ( auto const & [ id, line ] : running_ ) {
-      append( line );
+   for ( auto & [ id, begun ] : begun_ ) {
+      owed_.add( { id, begun.line, begun.roomAfter, OwedLines::Kind::needed } );
    }
 }
 
-bool Journal::openDirectory() {
-   if ( lock_ ) {
-      return true;
-   }
-   if ( directory_.empty() ) {
-      raise( "no state directory" );
-      return false;
-   }
-   std::error_code code;
-   std::filesystem::create_directories( directory_, code );
-   Fd directory( ::open( directory_.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC ) );
-   if ( !directory ) {
-      raise( "cannot open " + directory_ + ": " + ( code ? code.message() : errorText( errno ) ) );
-      return false;
-   }
-   if ( ::flock( directory.get(), LOCK_EX | LOCK_NB ) < 0 ) {
-      raise( errno == EWOULDBLOCK ? directory_ + " is used by another valend process"
-                                  : "cannot lock " + directory_ + ": " + errorText( errno ) );
-      return false;
-   }
-   lock_ = std::move( directory );
-   return true;
-}
-
-// A file that does not exist is not an error.
-void Journal::readFile( std::string const & path, Reading & reading ) {
-   auto const content = contentOf( path, readLimit );
-   if ( !content && errno == ENOENT ) {
+// A file that does not exist is not an error, nor is one whose header could not be written.
+void Journal::readFile( char const * suffix, Reading & reading ) {
+   auto const content = file_.content( suffix, readLimit );
+   if ( content ? content->empty() : errno == ENOENT ) {
       return;
    }
+   auto const path = file_.path( suffix );
    std::string why;
    if ( !content ) {
       why = "cannot read " + path + ": " + errorText( errno );
-   } else if ( !content->starts_with( header ) ) {
+   } else if ( !content->starts_with( file_.header() ) ) {
       why = path + " is not a journal of shutdowns";
-   } else if ( auto const lines = reading.addLines( content->substr( header.size() ) ) ) {
+   } else if ( auto const lines = reading.addLines( content->substr( file_.header().size() ) ) ) {
       why = path + " has " + Settings::counted( lines, "damaged line" );
    }
    if ( !why.empty() ) {
       reading.damaged = true;
-      setAside( path, why );
+      setAside( suffix, why );
    }
 }
 
-void Journal::setAside( std::string const & path, std::string const & why ) {
-   auto const aside = path + ".damaged";
-   if ( ::rename( path.c_str(), aside.c_str() ) < 0 ) {
-      damaged_( why + "; cannot move it to " + aside + ": " + errorText( errno ) );
-   } else {
-      damaged_( why + "; moved to " + aside );
-   }
+void Journal::setAside( char const * suffix, std::string const & why ) {
+   auto const aside = std::string( suffix ) + ".damaged";
+   auto const number = file_.rename( suffix, aside.c_str() );
+   auto const path = file_.path( aside.c_str() );
+   damaged_( why + ( number ? "; cannot move it to " + path + ": " + errorText( number )
+                            : "; moved to " + path ) );
 }
 
 // --- Writing -------------------------------------------------------------------------------------
@@ -209,7 +207,7 @@ void Journal::write( JournalEntry & entry ) noexcept {
    try {
       addLine( entry );
    } catch ( std::exception const & e ) { // out of memory
-      raise( std::string( "cannot write " ) + e.what() );
+      report( std::string( "cannot write " ) + e.what() );
    }
 }
 
@@ -220,77 +218,99 @@ void Journal::addLine( JournalEntry & entry ) {
       entry.id = lastId_;
    }
    entry.bootId = machine_.bootId;
-   if ( directory_.empty() ) {
+   if ( directory_.path().empty() ) {
       return;
    }
    auto line = lineOf( entry ) + '\n';
-   bool const written = append( line );
-   if ( entry.phase == Phase::ended ) {
-      running_.erase( entry.id );
+   auto const room = roomAfter( entry, line );
+   auto const kind = begun_.count( entry.id ) ? OwedLines::Kind::needed : OwedLines::Kind::optional;
+   owed_.add( { entry.id, std::move( line ), room, kind } );
+   writeOwed();
+}
+
+// Also reserves room for those that have begun, if there was none.
+void Journal::retry() {
+   auto const why = file_.reserve( room_ );
+   if ( why.empty() || !owed_.empty() ) {
+      writeOwed();
    } else {
-      running_[ entry.id ] = std::move( line );
-   }
-   if ( written && bytes_ > fileLimit + 2 * copiedBytes_ ) {
-      rotate();
+      report( why );
    }
 }
 
-// Opens the file, and writes the header of a new one.
-bool Journal::openFile() {
-   if ( file_ ) {
-      return true;
-   }
-   if ( !openDirectory() ) {
-      return false;
-   }
-   Fd file( ::open( path().c_str(), O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600 ) );
-   struct stat status {};
-   if ( !file || ::fstat( file.get(), &status ) < 0 ) {
-      raise( "cannot open " + path() + ": " + errorText( errno ) );
-      return false;
-   }
-   file_ = std::move( file );
-   bytes_ = static_cast< std::size_t >( status.st_size );
-   return bytes_ > 0 || append( std::string( header ) );
-}
-
-// Adds the whole text to the file, or none of it.
-bool Journal::append( std::string const & text ) {
-   if ( !openFile() ) {
-      return false;
-   }
-   auto const written = ::write( file_.get(), text.data(), text.size() );
-   if ( written == static_cast< ssize_t >( text.size() ) ) {
-      bytes_ += text.size();
-      condition_.clear();
-      return true;
-   }
-   auto const number = written < 0 ? errno : ENOSPC;
-   if ( written > 0 && ::ftruncate( file_.get(), static_cast< off_t >( bytes_ ) ) < 0 ) {
-      // A damaged line, which the next start reports.
-      [[maybe_unused]] auto const ended = ::write( file_.get(), "\n", 1 );
-   }
-   file_.close(); // the next line opens it again
-   raise( "cannot write " + path() + ": " + errorText( number ) );
-   return false;
-}
-
-// Begins a new file, with the shutdowns that are running.
-void Journal::rotate() {
-   if ( ::rename( path().c_str(), path( ".1" ).c_str() ) < 0 ) {
-      return raise( "cannot rename " + path() + ": " + errorText( errno ) );
-   }
-   file_.close();
-   for ( auto const & [ id, line ] : running_ ) {
-      if ( !append( line ) ) {
-         break;
+// Of a shutdown that has begun, the room that is reserved for it takes the line even if the disk is full.
+void Journal::writeOwed() {
+   std::string failed;
+   for ( auto line = owed_.begin(); line != owed_.end(); ) {
+      if ( !failed.empty() && line->kind == OwedLines::Kind::optional ) {
+         ++line; // it would fail as well
+         continue;
       }
+      auto const why = writeLine( *line );
+      failed = why.empty() ? failed : why;
+      line = why.empty() ? owed_.remove( line ) : std::next( line );
    }
-   copiedBytes_ = bytes_;
+   if ( failed.empty() ) {
+      failed = file_.bytes() > rotateAt_ ? rotate() : file_.reserve( room_ );
+   }
+   if ( begun_.empty() ) {
+      file_.release( 0 );
+   }
+   report( failed );
 }
 
-void Journal::raise( std::string const & what ) {
-   condition_.raise( what + "; a shutdown in progress would be lost on restart" );
+std::string Journal::writeLine( OwedLines::Line const & line ) {
+   auto const found = begun_.find( line.id );
+   auto const others = room_ - ( found == begun_.end() ? 0 : found->second.roomAfter );
+   auto why = file_.reserve( line.text.size() + others + line.roomAfter );
+   bool const reserved = found != begun_.end() && file_.fits( line.text.size() );
+   if ( why.empty() || reserved ) {
+      why = file_.append( line.text );
+   }
+   if ( why.empty() ) {
+      begunIs( line.id, line.text, line.roomAfter );
+   }
+   return why;
+}
+
+// One that needs no more room has ended.
+void Journal::begunIs( U64 id, std::string line, std::size_t roomAfter ) {
+   begunDel( id );
+   if ( roomAfter ) {
+      room_ += roomAfter;
+      begun_[ id ] = { std::move( line ), roomAfter };
+   }
+}
+
+void Journal::begunDel( U64 id ) {
+   if ( auto const found = begun_.find( id ); found != begun_.end() ) {
+      room_ -= found->second.roomAfter;
+      begun_.erase( found );
+   }
+}
+
+// Begins a new file, with the shutdowns that are running. If that fails, the old one grows a little first.
+std::string Journal::rotate() {
+   std::string lines;
+   for ( auto const & [ id, begun ] : begun_ ) {
+      lines += begun.line;
+   }
+   auto const why = file_.replace( lines, room_ );
+   rotateAt_ = why.empty() ? fileLimit + 2 * file_.bytes() : file_.bytes() + fileLimit / 8;
+   return why;
+}
+
+// `why`: what failed; empty when nothing did.
+void Journal::report( std::string const & why ) {
+   if ( why.empty() ) {
+      condition_.clear();
+      pause_.reset();
+      return timer_.stop();
+   }
+   condition_.raise( why + "; a shutdown in progress would be lost on restart" );
+   if ( !timer_.running() && !directory_.path().empty() ) {
+      timer_.start( pause_.take() );
+   }
 }
 
 } // namespace Valend

@@ -9,14 +9,24 @@
 // Lines are written but not synced: they survive a crash of valend. A power failure may lose the last
 // ones, but it also resets the links.
 //
+// A shutdown is recorded from its beginning to its end, or not at all: its first line is written when the
+// file has room for all of its lines, which is then reserved. One that has begun and whose end is missing
+// would be resumed by the next start, although its interface may have been enabled since.
+//
+// A line that cannot be written is kept, and written before any other of its shutdown when there is room: with a
+// later line, by a timer, or when valend stops.
+//
 // A journal that cannot be written does not stop shutdowns: it raises the condition "journal".
 #pragma once
 
-#include "linux/Fd.h"
+#include "platform/gantry/Backoff.h"
+#include "platform/gantry/Timer.h"
 #include "valend/base/Conditions.h"
+#include "valend/shutdown/History.h"
 #include "valend/shutdown/JournalEntry.h"
+#include "valend/shutdown/JournalFile.h"
+#include "valend/shutdown/OwedLines.h"
 
-#include <deque>
 #include <functional>
 #include <map>
 #include <optional>
@@ -38,7 +48,7 @@ class Journal {
    struct Content {
       std::vector< JournalEntry > unfinished; // of any boot, oldest first
       std::vector< JournalEntry > superseded; // unfinished; the interface has a newer entry
-      std::deque< ShutdownRecord > history;   // the newest last
+      History history;
    };
 
    // Called with each file that is damaged: what is wrong, and where it was moved.
@@ -46,13 +56,17 @@ class Journal {
 
    static constexpr std::size_t fileLimit = 4u << 20;  // bytes; a shutdown takes about 3,500
    static constexpr std::size_t readLimit = 64u << 20; // bytes; a longer file is not a journal
-   static constexpr std::size_t historyLimit = 1000;   // shutdowns
+   // Pauses before what could not be written is tried again.
+   static constexpr std::chrono::seconds firstRetry{ 1 };
+   static constexpr std::chrono::seconds lastRetry{ 60 };
 
-   // Keeps the journal in `directory`, which it creates; an empty name raises the condition.
-   // `conditions` must outlive the journal.
+   // Without a state directory it raises the condition. The first two, and `conditions`, must outlive
+   // the journal.
    Journal(
-      std::string directory, Machine machine, Conditions & conditions,
+      StateDirectory & directory, Quill::Ptr< Gantry::TaskScheduler > scheduler, Machine machine,
+      Conditions & conditions,
       Damaged damaged = []( std::string const & text ) { log( LogLevel::error, text ); } );
+   ~Journal(); // writes what is owed, if there is room now
    Journal( Journal const & ) = delete;
    Journal & operator=( Journal const & ) = delete;
 
@@ -69,28 +83,36 @@ class Journal {
 
  private:
    struct Reading;
+   // A shutdown that has a line in the file, and has not ended there.
+   struct Begun {
+      std::string line;
+      std::size_t roomAfter;
+   };
 
-   std::string path( char const * suffix = "" ) const;
-   bool openDirectory();
-   void readFile( std::string const & path, Reading & reading );
-   void setAside( std::string const & path, std::string const & why );
+   void readFile( char const * suffix, Reading & reading );
+   void setAside( char const * suffix, std::string const & why );
    void copyUndamaged( Reading const & reading );
    void addLine( JournalEntry & entry );
-   bool openFile();
-   bool append( std::string const & text );
-   void rotate();
-   void raise( std::string const & what );
+   void retry();
+   void writeOwed();
+   std::string writeLine( OwedLines::Line const & line );
+   void begunIs( U64 id, std::string line, std::size_t roomAfter );
+   void begunDel( U64 id );
+   std::string rotate();
+   void report( std::string const & why );
 
-   std::string const directory_;
+   StateDirectory & directory_;
    Machine const machine_;
    Condition condition_;
    Damaged const damaged_;
-   Valen::Linux::Fd lock_; // the directory
-   Valen::Linux::Fd file_;
-   std::size_t bytes_ = 0;       // in the file
-   std::size_t copiedBytes_ = 0; // of them when it was begun
+   JournalFile file_;
+   std::size_t rotateAt_ = fileLimit; // bytes
    U64 lastId_ = 0;
-   std::map< U64, std::string > running_; // the last line of each
+   OwedLines owed_;
+   std::map< U64, Begun > begun_;
+   std::size_t room_ = 0; // that those that have begun need
+   Gantry::Backoff pause_{ firstRetry, lastRetry };
+   Gantry::Timer timer_; // while something is owed
 };
 
 } // namespace Valend

@@ -29,7 +29,8 @@ LinkController::LinkController( Store & store, Settings::Config const & config, 
          [ this ]( auto const & place ) { links_.setUp( place ); },
          [ this ]( auto & shutdown ) { ended( shutdown ); } },
       goodbyeSurroundings_{ store, port, surroundings_.scheduler,
-                            [ this ]( auto & goodbye ) { ended( goodbye ); } } {}
+                            [ this ]( auto & goodbye ) { ended( goodbye ); } },
+      repeats_( journal, surroundings_.scheduler ) {}
 
 LinkController::~LinkController() = default;
 
@@ -94,8 +95,8 @@ std::string LinkController::goodbye( std::string const & name, Request request,
 
 void LinkController::resume( Recovered recovered ) {
    history_ = std::move( recovered.history );
-   for ( auto const & record : recovered.ended ) {
-      remember( record );
+   for ( auto const & entry : recovered.ended ) {
+      remember( entry.id, entry.record );
    }
    for ( auto & entry : recovered.unfinished ) {
       auto const name = entry.record.interface;
@@ -255,7 +256,7 @@ void LinkController::ended( Shutdown & shutdown ) {
    done_.push_back( std::move( node.mapped() ) );
    posted_.post( [ this ] { done_.clear(); } );
    unseen_.erase( shutdown.record().interface );
-   remember( shutdown.record() );
+   remember( shutdown.id(), shutdown.record() );
 }
 
 void LinkController::ended( Goodbye & goodbye ) {
@@ -272,15 +273,16 @@ void LinkController::recordEnded( ShutdownRecord const & record ) {
    entry.requestedAt = journal_.uptime();
    entry.record = record;
    journal_.write( entry );
-   remember( record );
+   remember( entry.id, record );
 }
 
-void LinkController::remember( ShutdownRecord const & record ) {
+void LinkController::remember( U64 id, ShutdownRecord const & record ) {
+   history_.add( id, record );
+   tellEnded( record );
+}
+
+void LinkController::tellEnded( ShutdownRecord const & record ) {
    statistics_.add( record );
-   history_.push_back( record );
-   if ( history_.size() > historyLimit ) {
-      history_.pop_front();
-   }
    if ( ended_ ) {
       ended_( record );
    }
@@ -328,7 +330,12 @@ void LinkController::recordSetDownOutside( std::string const & interface,
    record.when = std::chrono::system_clock::now();
    record.ending = ShutdownRecord::Ending::wentDown;
    record.why = ShutdownRecord::setDownOutside;
-   recordEnded( record );
+   if ( auto const repeated = history_.repeat( record ) ) {
+      repeats_.repeated( *repeated );
+      tellEnded( record );
+   } else {
+      recordEnded( record );
+   }
 }
 
 } // namespace Valend

@@ -10,6 +10,7 @@
 #include "valend/shutdown/Goodbye.h"
 #include "valend/shutdown/LinkTracker.h"
 #include "valend/shutdown/Recovery.h"
+#include "valend/shutdown/Repeats.h"
 #include "valend/shutdown/Shutdown.h"
 #include "valend/shutdown/ShutdownStatistics.h"
 
@@ -23,8 +24,6 @@ namespace Valend {
 
 class LinkController final {
  public:
-   static constexpr std::size_t historyLimit = Journal::historyLimit;
-
    // `config` is the active configuration. All must outlive the controller.
    LinkController( Store & store, Settings::Config const & config, LinkPort & port,
                    Journal & journal, Conditions & conditions,
@@ -77,7 +76,7 @@ class LinkController final {
       return links_.downWithoutGoodbye( place );
    }
    // In the order of their ends, the newest last.
-   std::deque< ShutdownRecord > const & history() const noexcept { return history_; }
+   History::Records const & history() const noexcept { return history_.records(); }
    ShutdownTotals totals( std::string const & interface ) const {
       return statistics_.totals( interface );
    }
@@ -105,7 +104,8 @@ class LinkController final {
    void ended( Shutdown & shutdown );
    void ended( Goodbye & goodbye );
    void recordEnded( ShutdownRecord const & record );
-   void remember( ShutdownRecord const & record );
+   void remember( U64 id, ShutdownRecord const & record );
+   void tellEnded( ShutdownRecord const & record );
    Shutdown * find( std::string const & interface ) const;
 
    Journal & journal_;
@@ -122,7 +122,8 @@ class LinkController final {
    std::set< std::string > unseen_; // resumed shutdowns whose device was not seen yet
    std::deque< std::function< bool() > >
       queue_; // to begin, oldest first; false if there is nothing
-   std::deque< ShutdownRecord > history_;
+   History history_;
+   Repeats repeats_;
    ShutdownStatistics statistics_;
    std::function< void( ShutdownRecord const & ) > ended_;
 };

@@ -41,7 +41,7 @@ Recovered recover( Journal & journal ) {
    Recovered recovered{ {}, {}, std::move( content.history ) };
    auto const keepEnd = [ & ]( JournalEntry & entry ) {
       journal.write( entry );
-      recovered.ended.push_back( std::move( entry.record ) );
+      recovered.ended.push_back( std::move( entry ) );
    };
    for ( auto & entry : content.superseded ) { // its end could not be written
       entry.record.note( "its end was not recorded, and the interface was used since" );

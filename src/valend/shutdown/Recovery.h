@@ -23,7 +23,6 @@
 #include "valend/shutdown/InterfaceDelay.h"
 #include "valend/shutdown/Journal.h"
 
-#include <deque>
 #include <string>
 #include <vector>
 
@@ -32,8 +31,8 @@ namespace Valend {
 // What the previous run left.
 struct Recovered {
    std::vector< JournalEntry > unfinished; // to be finished, oldest first
-   std::vector< ShutdownRecord > ended;    // ended by this start without touching the link
-   std::deque< ShutdownRecord > history;   // of the previous run, the newest last
+   std::vector< JournalEntry > ended;      // ended by this start without touching the link
+   History history;                        // of the previous run
 };
 
 // How long after its delay's end (or its request, if the delay had not begun) a shutdown is still

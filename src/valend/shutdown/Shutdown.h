@@ -132,6 +132,7 @@ class Shutdown final {
    std::string const & whyRetrying() const noexcept { return whyRetrying_; }
    // Whether the kernel is changing the link at this moment.
    bool changing() const { return request_ && request_->begun(); }
+   U64 id() const noexcept { return entry_.id; } // in the journal
    LinkPlace const & place() const noexcept { return entry_.record.place; }
    ShutdownRecord const & record() const noexcept { return entry_.record; }
 

@@ -37,6 +37,15 @@ AgentFrames agentFrom( Json const & json ) {
    return frames;
 }
 
+S64 inMs( std::chrono::system_clock::time_point time ) {
+   return std::chrono::duration_cast< std::chrono::milliseconds >( time.time_since_epoch() )
+      .count();
+}
+
+std::chrono::system_clock::time_point timeFrom( Json const & json ) {
+   return std::chrono::system_clock::time_point( std::chrono::milliseconds( json.get< S64 >() ) );
+}
+
 } // namespace
 
 Json toJson( ShutdownRecord const & record ) {
@@ -44,8 +53,6 @@ Json toJson( ShutdownRecord const & record ) {
    for ( auto const & frames : record.agents ) {
       agents.push_back( agentJson( frames ) );
    }
-   auto const when =
-      std::chrono::duration_cast< std::chrono::milliseconds >( record.when.time_since_epoch() );
    return {
       { "interface", record.interface },
       { "device", record.place.device },
@@ -54,7 +61,7 @@ Json toJson( ShutdownRecord const & record ) {
       { "login", orNull( record.request.login ) },
       { "reason", orNull( record.request.reason ) },
       { "requestedDelayMs", record.request.delay ? Json( record.request.delay->count() ) : Json() },
-      { "whenMs", when.count() },
+      { "whenMs", inMs( record.when ) },
       { "withDelay", record.withDelay },
       { "resumed", record.resumed },
       { "sent", record.sent },
@@ -67,6 +74,8 @@ Json toJson( ShutdownRecord const & record ) {
       { "unflushedBytes", record.unflushedBytes },
       { "ending", record.endingText() },
       { "why", orNull( record.why ) },
+      { "count", record.count },
+      { "untilMs", record.count > 1 ? Json( inMs( record.until ) ) : Json() },
    };
 }
 
@@ -80,8 +89,7 @@ ShutdownRecord recordFromJson( Json const & json ) {
    if ( auto const & delay = json.at( "requestedDelayMs" ); !delay.is_null() ) {
       record.request.delay = std::chrono::milliseconds( delay.get< S64 >() );
    }
-   record.when = std::chrono::system_clock::time_point(
-      std::chrono::milliseconds( json.at( "whenMs" ).get< S64 >() ) );
+   record.when = timeFrom( json.at( "whenMs" ) );
    record.withDelay = json.at( "withDelay" );
    record.resumed = json.at( "resumed" );
    record.sent = json.at( "sent" );
@@ -96,6 +104,10 @@ ShutdownRecord recordFromJson( Json const & json ) {
    record.unflushedBytes = json.at( "unflushedBytes" );
    record.ending = endingOf( json.at( "ending" ) );
    record.why = textOrNull( json.at( "why" ) );
+   record.count = json.value( "count", U64{ 1 } ); // older journals do not have it
+   if ( record.count > 1 ) {
+      record.until = timeFrom( json.at( "untilMs" ) );
+   }
    return record;
 }
 

@@ -10,7 +10,7 @@ namespace Valend {
 // A ShutdownRecord as org.valen.daemon.varlink describes it. An empty text becomes null.
 nlohmann::json toJson( ShutdownRecord const & record );
 
-// The inverse of toJson; `when` is exact to the millisecond. Throws nlohmann::json::exception when a
+// The inverse of toJson; `when` and `until` are exact to the millisecond. Throws nlohmann::json::exception when a
 // field is missing or has the wrong type.
 ShutdownRecord recordFromJson( nlohmann::json const & json );
 

@@ -70,7 +70,11 @@ struct ShutdownRecord {
    U64 unflushedBytes = 0;                     // had not left the machine when the link went down
    Ending ending = Ending::running;
    std::string why; // what did not go as expected, parts separated by "; "; empty when all did
+   U64 count = 1;   // how often; more than once only for a link that was set down outside valend
+   std::chrono::system_clock::time_point until; // the last time, if it is more than once
 
+   // When it was requested or, if it is more than once, happened last.
+   std::chrono::system_clock::time_point last() const noexcept { return count > 1 ? until : when; }
    // "down", "already-down", ...
    char const * endingText() const noexcept { return textOf( ending ); }
    // Whether it is the record of a shutdown: see the endings that are not.

@@ -120,5 +120,20 @@ TEST_F( ShutdownTextTest, HistoryHasALineForEachShutdown ) {
               "-       aborted, 100 bytes not sent (enabled by root)  -\n" );
 }
 
+TEST_F( ShutdownTextTest, RepeatsHaveTheirCountAndTheLastTime ) {
+   Json const answer{ { "shutdowns",
+                        { { { "interface", "Ethernet1" },
+                            { "by", "outside valend" },
+                            { "whenMs", 1'700'000'000'123 },
+                            { "ending", "went-down" },
+                            { "why", "link set down outside valend" },
+                            { "count", 12 },
+                            { "untilMs", 1'700'000'001'000 } } } } };
+   EXPECT_NE( historyText( answer ).find( "  went-down, 12 times until 2023-11-14T22:13:21.000Z "
+                                          "(link set down outside valend)  " ),
+              std::string::npos )
+      << historyText( answer );
+}
+
 } // namespace
 } // namespace Valenctl

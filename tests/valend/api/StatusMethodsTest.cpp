@@ -110,7 +110,11 @@ TEST_F( StatusMethodsTest, HistoryIsInTheOrderOfTheRequests ) {
    records[ 2 ].interface = "Ethernet2";
    records[ 2 ].when = at( 3000 );
    records[ 2 ].ending = ShutdownRecord::Ending::goodbye;
-   controller.resume( { {}, {}, records } );
+   History past;
+   for ( auto const & record : records ) {
+      past.add( 1, record );
+   }
+   controller.resume( { {}, {}, std::move( past ) } );
    EXPECT_THAT( history( Json::object() ),
                 ElementsAre( "Ethernet1 down", "Ethernet2 aborted", "Ethernet2 goodbye" ) );
    EXPECT_THAT( history( { { "last", 2 } } ),

@@ -1,5 +1,6 @@
 #include "valend/base/AtomicFile.h"
 
+#include "linux/Directory.h"
 #include "tests/support/WorkDirectory.h"
 
 #include <sys/stat.h>
@@ -39,6 +40,25 @@ TEST_F( AtomicFileTest, ALinkInPlaceOfTheNewFileIsNotFollowed ) {
    EXPECT_EQ( writeAtomically( work / "file", "new", 0640 ), "" );
    EXPECT_EQ( work.content( "other" ), "not ours" );
    EXPECT_EQ( work.content( "file" ), "new" );
+}
+
+TEST_F( AtomicFileTest, ALinkInPlaceOfTheFileIsReplaced ) {
+   work.write( "other", "not ours" );
+   work.link( work / "other", "file" );
+   EXPECT_EQ( writeAtomically( work / "file", "new", 0640 ), "" );
+   EXPECT_EQ( work.content( "other" ), "not ours" );
+   EXPECT_FALSE( std::filesystem::is_symlink( work / "file" ) );
+}
+
+TEST_F( AtomicFileTest, InAnOpenDirectoryAChangeOfItsPathHasNoEffect ) {
+   work.directory( "state" );
+   work.directory( "trap" );
+   auto const directory = Valen::Linux::openDirectory( work / "state" );
+   std::filesystem::rename( work / "state", work / "moved" );
+   work.link( work / "trap", "state" );
+   EXPECT_EQ( writeAtomically( directory.get(), work / "state/file", "new", 0640 ), "" );
+   EXPECT_EQ( work.content( "moved/file" ), "new" );
+   EXPECT_FALSE( work.has( "trap/file" ) );
 }
 
 TEST_F( AtomicFileTest, AReaderKeepsTheOldContent ) {

@@ -161,7 +161,9 @@ TEST_F( StatusReportTest, AShutdownIsShownWhole ) {
               { "totalMs", 501 },
               { "unflushedBytes", 0 },
               { "ending", "down" },
-              { "why", nullptr } } ) );
+              { "why", nullptr },
+              { "count", 1 },
+              { "untilMs", nullptr } } ) );
 }
 
 } // namespace

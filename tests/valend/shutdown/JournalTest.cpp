@@ -1,11 +1,11 @@
 // The journal's files: what is written is read back, and damage costs as little as possible.
 #include "valend/shutdown/Journal.h"
 
+#include "tests/support/FileSizeLimit.h"
+#include "tests/support/SteppedClock.h"
 #include "tests/support/WorkDirectory.h"
 
-#include <csignal>
 #include <gmock/gmock.h>
-#include <sys/resource.h>
 
 namespace Valend {
 namespace {
@@ -13,37 +13,24 @@ namespace {
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using ::testing::IsEmpty;
+using Valen::Test::FileSizeLimit;
 using Valen::Test::WorkDirectory;
 using Ending = ShutdownRecord::Ending;
-
-// No file of this process grows past `bytes` while it exists.
-class FileSizeLimit {
- public:
-   explicit FileSizeLimit( std::size_t bytes ) : handler_( std::signal( SIGXFSZ, SIG_IGN ) ) {
-      ::getrlimit( RLIMIT_FSIZE, &before_ );
-      rlimit const limit{ bytes, before_.rlim_max };
-      ::setrlimit( RLIMIT_FSIZE, &limit );
-   }
-   ~FileSizeLimit() {
-      ::setrlimit( RLIMIT_FSIZE, &before_ );
-      std::signal( SIGXFSZ, handler_ );
-   }
-   FileSizeLimit( FileSizeLimit const & ) = delete;
-   FileSizeLimit & operator=( FileSizeLimit const & ) = delete;
-
- private:
-   void ( *const handler_ )( int );
-   rlimit before_{};
-};
 
 class JournalTest : public ::testing::Test {
  protected:
    // valend starts: returns what its journal reads.
    Journal::Content open( std::string const & boot = "b1" ) {
-      journal.reset();
-      journal.emplace( directory, Journal::Machine{ boot, [] { return 42ns; } }, conditions,
-                       [ this ]( auto const & text ) { damages.push_back( text ); } );
+      close();
+      state.emplace( directory, []( auto const & ) {} );
+      journal.emplace( *state, clock.scheduler(), Journal::Machine{ boot, [] { return 42ns; } },
+                       conditions, [ this ]( auto const & text ) { damages.push_back( text ); } );
       return journal->read();
+   }
+   // valend ends.
+   void close() {
+      journal.reset();
+      state.reset();
    }
    // A shutdown in phase `phase`.
    static JournalEntry entry( std::string const & interface, Phase phase = Phase::requested ) {
@@ -73,9 +60,9 @@ class JournalTest : public ::testing::Test {
       journal->write( written );
       return written;
    }
-   static std::vector< std::string > names( std::deque< ShutdownRecord > const & history ) {
+   static std::vector< std::string > names( History const & history ) {
       std::vector< std::string > names;
-      for ( auto const & record : history ) {
+      for ( auto const & record : history.records() ) {
          names.push_back( record.interface );
       }
       return names;
@@ -87,6 +74,8 @@ class JournalTest : public ::testing::Test {
    std::vector< std::string > damages;
    std::vector< std::string > logged;
    Conditions conditions{ [ this ]( LogLevel, auto const & text ) { logged.push_back( text ); } };
+   Valen::Test::SteppedClock clock;
+   std::optional< StateDirectory > state;
    std::optional< Journal > journal;
 };
 
@@ -114,7 +103,7 @@ TEST_F( JournalTest, TheLastLineOfAShutdownCounts ) {
    journal->write( one );
    auto const content = open();
    EXPECT_THAT( content.unfinished, IsEmpty() );
-   EXPECT_THAT( content.history, ElementsAre( one.record ) );
+   EXPECT_THAT( content.history.records(), ElementsAre( one.record ) );
 }
 
 TEST_F( JournalTest, TheHistoryIsOrderedByEnd ) {
@@ -124,6 +113,39 @@ TEST_F( JournalTest, TheHistoryIsOrderedByEnd ) {
    first.phase = Phase::ended;
    journal->write( first );
    EXPECT_THAT( names( open().history ), ElementsAre( "second", "first" ) );
+}
+
+// A version that did not count repeats wrote a line for each.
+TEST_F( JournalTest, RepeatsHaveOneRecord ) {
+   open();
+   for ( int i = 0; i < 5; ++i ) {
+      auto down = entry( "Ethernet1", Phase::ended );
+      down.record.ending = Ending::wentDown;
+      down.record.when += std::chrono::seconds( i );
+      journal->write( down );
+      write( "Ethernet" + std::to_string( i + 2 ), Phase::ended );
+   }
+   auto const history = open().history;
+   EXPECT_THAT( names( history ), ElementsAre( "Ethernet2", "Ethernet3", "Ethernet4", "Ethernet5",
+                                               "Ethernet1", "Ethernet6" ) );
+   auto const & record = *std::next( history.records().begin(), 4 );
+   EXPECT_EQ( record.count, 5u );
+   EXPECT_EQ( record.until - record.when, 4s );
+}
+
+// The newer line of a record has the larger count.
+TEST_F( JournalTest, TheLastLineOfAnEndedShutdownCounts ) {
+   open();
+   auto down = entry( "Ethernet1", Phase::ended );
+   down.record.ending = Ending::wentDown;
+   journal->write( down );
+   write( "Ethernet2", Phase::ended );
+   down.record.count = 1000;
+   down.record.until = down.record.when + 1h;
+   journal->write( down );
+   auto const content = open();
+   EXPECT_THAT( names( content.history ), ElementsAre( "Ethernet2", "Ethernet1" ) );
+   EXPECT_EQ( content.history.records().back(), down.record );
 }
 
 // As after damage: what is kept of both files is copied into the new one.
@@ -174,7 +196,7 @@ TEST_F( JournalTest, AFlippedBitCostsOneLine ) {
    for ( auto at = size; at < whole.size() - 1; at += 13 ) {
       auto flipped = whole;
       flipped[ at ] = static_cast< char >( flipped[ at ] ^ 1 );
-      journal.reset();
+      close();
       work.write( "state/shutdowns", flipped );
       EXPECT_THAT( open().unfinished, ElementsAre( first ) ) << "byte " << at;
    }
@@ -223,8 +245,8 @@ TEST_F( JournalTest, AFullFileIsReplacedAndRunningShutdownsAreKept ) {
               Journal::fileLimit + 2 * longName.size() );
    auto const content = open();
    EXPECT_THAT( content.unfinished, ElementsAre( running ) );
-   EXPECT_EQ( content.history.size(), Journal::historyLimit );
-   EXPECT_EQ( content.history.back().interface, longName + std::to_string( lines - 1 ) );
+   EXPECT_EQ( content.history.records().size(), History::limit );
+   EXPECT_EQ( content.history.records().back().interface, longName + std::to_string( lines - 1 ) );
 }
 
 // --- The condition -------------------------------------------------------------------------------
@@ -248,8 +270,96 @@ TEST_F( JournalTest, AFileThatCannotGrowRaisesTheConditionUntilItCan ) {
    auto const third = write( "Ethernet3", Phase::requested );
    EXPECT_FALSE( conditions.isRaised( "journal" ) );
    EXPECT_THAT( logged, ElementsAre( "journal: " + full, "journal: recovered" ) );
-   EXPECT_THAT( open().unfinished, ElementsAre( first, third ) );
+   auto const content = open();
+   ASSERT_EQ( content.unfinished.size(), 3u );
+   EXPECT_EQ( content.unfinished[ 0 ], first );
+   EXPECT_EQ( content.unfinished[ 1 ].record.interface, "Ethernet2" ) << "it was owed";
+   EXPECT_EQ( content.unfinished[ 1 ].phase, Phase::sending );
+   EXPECT_EQ( content.unfinished[ 2 ], third );
    EXPECT_THAT( damages, IsEmpty() );
+}
+
+TEST_F( JournalTest, OwedLinesAreWrittenByATimerWithGrowingPauses ) {
+   open();
+   auto const size = work.content( "state/shutdowns" ).size();
+   JournalEntry first;
+   JournalEntry second;
+   {
+      FileSizeLimit const limit( size );
+      first = write( "Ethernet1", Phase::ended );
+      second = write( "Ethernet2", Phase::ended );
+      clock.advance( Journal::firstRetry );
+      EXPECT_TRUE( conditions.isRaised( "journal" ) );
+   }
+   clock.advance( 2 * Journal::firstRetry - 1ms );
+   EXPECT_TRUE( conditions.isRaised( "journal" ) ) << "the second pause is longer";
+   clock.advance( 1ms );
+   EXPECT_FALSE( conditions.isRaised( "journal" ) );
+   EXPECT_THAT( open().history.records(), ElementsAre( first.record, second.record ) );
+   EXPECT_EQ( logged.size(), 2u );
+}
+
+TEST_F( JournalTest, OwedLinesAreWrittenAtTheEnd ) {
+   open();
+   {
+      FileSizeLimit const limit( work.content( "state/shutdowns" ).size() );
+      write( "Ethernet1", Phase::ended );
+   }
+   EXPECT_THAT( names( open().history ), ElementsAre( "Ethernet1" ) );
+}
+
+TEST_F( JournalTest, WhatIsOwedIsBoundedAndTheNewestIsKept ) {
+   open();
+   std::string const longName( 3000, 'n' );
+   auto const lines = 2 * OwedLines::limit / longName.size();
+   {
+      FileSizeLimit const limit( work.content( "state/shutdowns" ).size() );
+      for ( std::size_t i = 0; i < lines; ++i ) {
+         write( longName + std::to_string( i ), Phase::ended );
+      }
+   }
+   clock.advance( Journal::firstRetry );
+   EXPECT_LE( work.content( "state/shutdowns" ).size(), OwedLines::limit + 100 );
+   auto const history = open().history;
+   EXPECT_GT( history.records().size(), lines / 3 );
+   EXPECT_EQ( history.records().back().interface, longName + std::to_string( lines - 1 ) );
+}
+
+TEST_F( JournalTest, AFileWithoutAHeaderIsNotDamaged ) {
+   work.write( "state/shutdowns", "" ); // the disk was full when it was created
+   open();
+   EXPECT_THAT( damages, IsEmpty() );
+   auto const first = write( "Ethernet1", Phase::held );
+   EXPECT_THAT( open().unfinished, ElementsAre( first ) );
+}
+
+// --- Links and paths -----------------------------------------------------------------------------
+
+TEST_F( JournalTest, ASymbolicLinkIsNotFollowed ) {
+   work.write( "other", "not ours\n" );
+   work.directory( "state" );
+   work.link( work / "other", "state/shutdowns" );
+   open();
+   EXPECT_THAT( damages, ElementsAre( "cannot read " + file +
+                                      ": Too many levels of symbolic links; moved "
+                                      "to " +
+                                      file + ".damaged" ) );
+   write( "Ethernet1", Phase::held );
+   EXPECT_EQ( work.content( "other" ), "not ours\n" );
+   EXPECT_EQ( open().unfinished.size(), 1u );
+}
+
+TEST_F( JournalTest, AChangeOfTheDirectorysPathDoesNotRedirectTheFile ) {
+   open();
+   work.directory( "trap" );
+   std::filesystem::rename( directory, work / "moved" );
+   work.link( work / "trap", "state" );
+   std::string const longName( 3000, 'n' ); // until a new file begins
+   for ( std::size_t i = 0; i < 2 * Journal::fileLimit / longName.size(); ++i ) {
+      write( longName, Phase::ended );
+   }
+   EXPECT_TRUE( work.has( "moved/shutdowns.1" ) );
+   EXPECT_TRUE( std::filesystem::is_empty( work / "trap" ) );
 }
 
 TEST_F( JournalTest, AStateDirectoryThatIsAFileRaisesTheConditionOnce ) {
@@ -267,19 +377,6 @@ TEST_F( JournalTest, WithoutAStateDirectoryTheConditionStaysRaised ) {
    EXPECT_EQ( journal->conditionText(), "no state directory" + consequence );
    EXPECT_NE( write( "Ethernet1", Phase::requested ).id, 0u );
    EXPECT_EQ( journal->conditionText(), "no state directory" + consequence );
-}
-
-TEST_F( JournalTest, TwoDaemonsDoNotShareAJournal ) {
-   open();
-   auto const mine = write( "Ethernet1", Phase::held );
-   Conditions others{ []( LogLevel, auto const & ) {} };
-   Journal second( directory, { "b1", [] { return 42ns; } }, others );
-   EXPECT_THAT( second.read().unfinished, IsEmpty() );
-   EXPECT_EQ( second.conditionText(),
-              directory + " is used by another valend process" + consequence );
-   auto theirs = entry( "Ethernet2" );
-   second.write( theirs );
-   EXPECT_THAT( open().unfinished, ElementsAre( mine ) );
 }
 
 TEST( JournalMachineTest, TheUptimeRunsAndTheBootHasAnId ) {

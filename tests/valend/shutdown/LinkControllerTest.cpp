@@ -518,10 +518,10 @@ TEST_F( LinkControllerTest, EveryShutdownEndsWithASummary ) {
 
 TEST_F( LinkControllerTest, HistoryIsBounded ) {
    kernel.at( "default", "et1" ).up = false;
-   for ( std::size_t i = 0; i < LinkController::historyLimit + 5; ++i ) {
+   for ( std::size_t i = 0; i < History::interfaceLimit + 5; ++i ) {
       shutdown( "Ethernet1" );
    }
-   EXPECT_EQ( controller.history().size(), LinkController::historyLimit );
+   EXPECT_EQ( controller.history().size(), History::interfaceLimit );
 }
 
 TEST_F( LinkControllerTest, DestroyingTheControllerChangesNoLink ) {

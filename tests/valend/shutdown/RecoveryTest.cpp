@@ -19,8 +19,10 @@ class RecoveryTest : public ::testing::Test {
    // valend starts: returns what it takes up.
    Recovered start( std::string const & boot, std::chrono::nanoseconds uptime = 42ns ) {
       journal.reset();
-      journal.emplace( work / "state", Journal::Machine{ boot, [ uptime ] { return uptime; } },
-                       conditions );
+      state.reset();
+      state.emplace( work / "state", []( auto const & ) {} );
+      journal.emplace( *state, clock.scheduler(),
+                       Journal::Machine{ boot, [ uptime ] { return uptime; } }, conditions );
       return recover( *journal );
    }
    JournalEntry write( std::string const & interface, Phase phase ) {
@@ -32,16 +34,28 @@ class RecoveryTest : public ::testing::Test {
       journal->write( entry );
       return entry;
    }
-   template < class Records > static std::vector< std::string > endings( Records const & records ) {
+   static std::string ending( ShutdownRecord const & record ) {
+      return record.interface + " " + record.endingText();
+   }
+   static std::vector< std::string > endings( History const & history ) {
       std::vector< std::string > endings;
-      for ( auto const & record : records ) {
-         endings.push_back( record.interface + " " + record.endingText() );
+      for ( auto const & record : history.records() ) {
+         endings.push_back( ending( record ) );
+      }
+      return endings;
+   }
+   static std::vector< std::string > endings( std::vector< JournalEntry > const & entries ) {
+      std::vector< std::string > endings;
+      for ( auto const & entry : entries ) {
+         endings.push_back( ending( entry.record ) );
       }
       return endings;
    }
 
    Valen::Test::WorkDirectory work;
    Conditions conditions{ []( LogLevel, auto const & ) {} };
+   Valen::Test::SteppedClock clock;
+   std::optional< StateDirectory > state;
    std::optional< Journal > journal;
 };
 
@@ -69,7 +83,7 @@ TEST_F( RecoveryTest, ShutdownsOfAnotherBootEndAsRebooted ) {
    auto const first = start( "b2" );
    EXPECT_THAT( first.unfinished, IsEmpty() );
    EXPECT_THAT( endings( first.ended ), lines );
-   EXPECT_TRUE( first.ended.front().resumed );
+   EXPECT_TRUE( first.ended.front().record.resumed );
    auto const second = start( "b2" ); // reads what the first has recorded
    EXPECT_THAT( second.unfinished, IsEmpty() );
    EXPECT_THAT( second.ended, IsEmpty() );
@@ -83,8 +97,8 @@ TEST_F( RecoveryTest, AShutdownWhoseDelayEndedLongAgoExpires ) {
    auto const late = start( "b1", 3ns + expiry );
    EXPECT_THAT( late.unfinished, IsEmpty() );
    ASSERT_THAT( endings( late.ended ), ElementsAre( "Ethernet1 expired" ) );
-   EXPECT_EQ( late.ended[ 0 ].why, "valend started 10 s after the end of the delay" );
-   EXPECT_TRUE( late.ended[ 0 ].resumed );
+   EXPECT_EQ( late.ended[ 0 ].record.why, "valend started 10 s after the end of the delay" );
+   EXPECT_TRUE( late.ended[ 0 ].record.resumed );
    EXPECT_THAT( endings( start( "b1" ).history ), ElementsAre( "Ethernet1 expired" ) );
 }
 
@@ -125,7 +139,7 @@ TEST_F( RecoveryTest, ARequestOfLongAgoExpires ) {
    EXPECT_THAT( start( "b1", 5ns + expiry ).ended, IsEmpty() );
    auto const late = start( "b1", 1h );
    ASSERT_EQ( late.ended.size(), 1u );
-   EXPECT_EQ( late.ended[ 0 ].why, "valend started 3599 s after the request" );
+   EXPECT_EQ( late.ended[ 0 ].record.why, "valend started 3599 s after the request" );
 }
 
 TEST( ChangeSinceTest, AnotherDeviceOrALinkThatCameUpIsAChange ) {

@@ -60,8 +60,28 @@ TEST_F( SetDownOutsideTest, ALinkSetDownOutsideIsRecordedAndShown ) {
    setOutside( LinkSeen::up );
    EXPECT_FALSE( withoutGoodbye() );
    EXPECT_EQ( controller.history().size(), 1u );
-   setOutside( LinkSeen::down );
-   EXPECT_EQ( controller.history().size(), 2u );
+}
+
+TEST_F( SetDownOutsideTest, ALinkThatFlapsPushesNothingOutOfTheHistoryOrTheJournal ) {
+   std::size_t told = 0;
+   controller.endedIs( [ & ]( auto const & record ) { told += record.count; } );
+   controller.shutdown( "Ethernet2", { "root" }, nullptr );
+   advance( 500ms );
+   for ( int flap = 0; flap < 1000; ++flap ) {
+      setOutside( LinkSeen::down );
+      setOutside( LinkSeen::up );
+      clock.advance( 10ms );
+   }
+   EXPECT_EQ( told, 1001u ) << "each is logged and counted";
+   EXPECT_EQ( controller.totals( "Ethernet1" ).wentDown, 1000u );
+   ASSERT_EQ( controller.history().size(), 2u );
+   EXPECT_EQ( controller.history().front().interface, "Ethernet2" );
+   EXPECT_EQ( last().count, 1000u );
+   clock.advance( Repeats::lastPause );
+   auto const content = work().content( "shutdowns" );
+   auto const lines = std::count( content.begin(), content.end(), '\n' );
+   EXPECT_LT( lines, 12 ) << "of which the shutdown and the header are seven";
+   EXPECT_NE( content.find( "\"count\":1000" ), std::string::npos );
 }
 
 TEST_F( SetDownOutsideTest, AFlapIsRecordedEvenIfTheLinkIsUpAgain ) {

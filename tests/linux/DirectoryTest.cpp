@@ -1,0 +1,62 @@
+#include "linux/Directory.h"
+
+#include "tests/support/WorkDirectory.h"
+
+#include <sys/stat.h>
+
+namespace Valen::Linux {
+namespace {
+
+class DirectoryTest : public ::testing::Test {
+ protected:
+   ~DirectoryTest() override { ::umask( before_ ); }
+   // Of the directory `name`.
+   unsigned mode( std::string const & name ) const {
+      struct stat status {};
+      EXPECT_EQ( ::stat( ( work / name ).c_str(), &status ), 0 );
+      return status.st_mode & 07777;
+   }
+
+   Valen::Test::WorkDirectory const work;
+
+ private:
+   mode_t const before_ = ::umask( 0022 );
+};
+
+TEST_F( DirectoryTest, TheUmaskDoesNotChangeThePermissions ) {
+   for ( unsigned const umask : { 0u, 0022u, 0077u } ) {
+      ::umask( umask );
+      work.remove( "a" );
+      ASSERT_TRUE( makeDirectory( work / "a/b/c", 0750 ) );
+      ::umask( 0022 );
+      EXPECT_EQ( mode( "a" ), 0755u );
+      EXPECT_EQ( mode( "a/b" ), 0755u );
+      EXPECT_EQ( mode( "a/b/c" ), 0750u );
+   }
+}
+
+TEST_F( DirectoryTest, ADirectoryThatExistsIsNotChanged ) {
+   ASSERT_TRUE( makeDirectory( work / "a", 0711 ) );
+   EXPECT_TRUE( makeDirectory( work / "a//", 0750 ) );
+   EXPECT_EQ( mode( "a" ), 0711u );
+}
+
+TEST_F( DirectoryTest, AFailureHasErrno ) {
+   work.write( "file", "" );
+   EXPECT_FALSE( makeDirectory( work / "file/a", 0700 ) );
+   EXPECT_EQ( errno, ENOTDIR );
+   EXPECT_FALSE( makeDirectory( "", 0700 ) );
+   EXPECT_EQ( errno, ENOENT );
+}
+
+TEST_F( DirectoryTest, TheDirectoryOfAPath ) {
+   EXPECT_EQ( directoryOf( "/a/b/c" ), "/a/b" );
+   EXPECT_EQ( directoryOf( "/a//b/" ), "/a" );
+   EXPECT_EQ( directoryOf( "/a" ), "/" );
+   EXPECT_EQ( directoryOf( "/" ), "/" );
+   EXPECT_EQ( directoryOf( "a/b" ), "a" );
+   EXPECT_EQ( directoryOf( "a" ), "." );
+}
+
+} // namespace
+} // namespace Valen::Linux

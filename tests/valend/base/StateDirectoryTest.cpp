@@ -1,0 +1,98 @@
+#include "valend/base/StateDirectory.h"
+
+#include "tests/support/WorkDirectory.h"
+
+#include <cerrno>
+#include <gmock/gmock.h>
+#include <sys/stat.h>
+#include <sys/wait.h>
+
+namespace Valend {
+namespace {
+
+using ::testing::ElementsAre;
+using ::testing::IsEmpty;
+
+class StateDirectoryTest : public ::testing::Test {
+ protected:
+   Valen::Test::WorkDirectory const work;
+   std::string const path = work / "state";
+   std::vector< std::string > warnings;
+   StateDirectory::Warning const warning = [ this ]( auto const & text ) {
+      warnings.push_back( text );
+   };
+};
+
+TEST_F( StateDirectoryTest, ItIsCreatedForItsUserAlone ) {
+   auto const before = ::umask( 0 );
+   StateDirectory const state( work / "above/state/", warning );
+   ::umask( before );
+   EXPECT_EQ( state.path(), work / "above/state" );
+   struct stat status {};
+   ASSERT_EQ( ::fstat( state.fd(), &status ), 0 );
+   EXPECT_EQ( status.st_mode & 07777, 0700u );
+   ASSERT_EQ( ::stat( ( work / "above" ).c_str(), &status ), 0 );
+   EXPECT_EQ( status.st_mode & 07777, 0755u );
+   EXPECT_THAT( warnings, IsEmpty() );
+}
+
+TEST_F( StateDirectoryTest, ASecondProcessGetsAnErrorUntilTheFirstEnds ) {
+   {
+      StateDirectory const first( path, warning );
+      try {
+         StateDirectory const second( path, warning );
+         FAIL() << "accepted";
+      } catch ( Quill::ErrnoException const & e ) {
+         EXPECT_EQ( e.text(), path + " is used by another valend process; stop it, or set "
+                                     "another state-directory" );
+      }
+   }
+   EXPECT_NO_THROW( StateDirectory( path, warning ) );
+}
+
+TEST_F( StateDirectoryTest, TheLockEndsWithTheProcess ) {
+   int ready[ 2 ];
+   ASSERT_EQ( ::pipe( ready ), 0 );
+   auto const child = ::fork();
+   if ( child == 0 ) {
+      StateDirectory const first( path, warning );
+      [[maybe_unused]] auto const told = ::write( ready[ 1 ], "x", 1 );
+      ::pause();
+      ::_exit( 0 );
+   }
+   char byte;
+   ASSERT_EQ( ::read( ready[ 0 ], &byte, 1 ), 1 );
+   EXPECT_THROW( StateDirectory( path, warning ), Quill::ErrnoException );
+   ::kill( child, SIGKILL );
+   ::waitpid( child, nullptr, 0 );
+   EXPECT_NO_THROW( StateDirectory( path, warning ) );
+   ::close( ready[ 0 ] );
+   ::close( ready[ 1 ] );
+}
+
+TEST_F( StateDirectoryTest, OneThatCannotBeOpenedIsTriedAgain ) {
+   work.write( "state", "a file" );
+   StateDirectory state( path, warning );
+   EXPECT_EQ( state.fd(), -1 );
+   EXPECT_EQ( state.open(), "cannot open " + path + ": Not a directory" );
+   work.remove( "state" );
+   EXPECT_EQ( state.open(), "" );
+   EXPECT_GE( state.fd(), 0 );
+   EXPECT_EQ( StateDirectory( "", warning ).open(), "no state directory" );
+}
+
+TEST_F( StateDirectoryTest, OneThatOthersMayWriteIsNamed ) {
+   work.directory( "state" );
+   for ( auto const mode : { 0755, 0770, 0703 } ) {
+      ASSERT_EQ( ::chmod( path.c_str(), static_cast< mode_t >( mode ) ), 0 );
+      StateDirectory const state( path, warning );
+   }
+   auto const text = []( std::string const & directory, char const * mode ) {
+      return "state directory " + directory + " has mode " + mode +
+             ": other users can change shutdowns and frames; only valend's user should write there";
+   };
+   EXPECT_THAT( warnings, ElementsAre( text( path, "0770" ), text( path, "0703" ) ) );
+}
+
+} // namespace
+} // namespace Valend
