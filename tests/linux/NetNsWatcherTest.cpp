@@ -141,7 +141,7 @@ TEST_F( NetNsWatcherTest, ADeletedFileThatWasNeverANamespaceIsForgotten ) {
    watchOwn();
    makeFile( "never" );
    settle( 20ms );
-   EXPECT_EQ( loop_.scheduler()->armedTasks(), 1u );
+   EXPECT_GE( loop_.scheduler()->armedTasks(), 1u ); // two, if another process mounts something
    std::filesystem::remove( file( "never" ) );
    ASSERT_TRUE( turnUntil( [ & ] { return loop_.scheduler()->armedTasks() == 0; } ) );
    EXPECT_THAT( told_, ElementsAre() );
