@@ -51,7 +51,8 @@ class FullDiskTest : public RunningDaemonTest {
       entry.record.interface = "Ethernet9";
       std::string const header = "valen journal of shutdowns, 1\n";
       auto const size = header.size() + Valend::lineOf( entry ).size() + 1;
-      entry.record.why = std::string( 4096 - room - size, 'x' ); // in place of null: four bytes less
+      entry.record.why =
+         std::string( 4096 - room - size, 'x' ); // in place of null: four bytes less
       work_->write( "state/shutdowns", header + Valend::lineOf( entry ) + '\n' );
    }
    // Takes all room that is left.
