@@ -43,15 +43,16 @@ class FullDiskTest : public RunningDaemonTest {
       launch();
       return becomesReady( "Ethernet1" );
    }
-   // A journal whose last page is full, so that no line fits in it.
-   void writeJournal() const {
+   // A journal whose last page has room for so many bytes.
+   void writeJournal( std::size_t room ) const {
       Valend::JournalEntry entry;
       entry.id = 1;
       entry.phase = Phase::ended;
       entry.record.interface = "Ethernet9";
       std::string const header = "valen journal of shutdowns, 1\n";
       auto const size = header.size() + Valend::lineOf( entry ).size() + 1;
-      entry.record.why = std::string( 4096 - size, 'x' ); // in place of null: four bytes less
+      entry.record.why =
+         std::string( 4096 - room - size, 'x' ); // in place of null: four bytes less
       work_->write( "state/shutdowns", header + Valend::lineOf( entry ) + '\n' );
    }
    // Takes all room that is left.
@@ -113,7 +114,7 @@ TEST_F( FullDiskTest, TheEndOfAShutdownHasItsRoom ) {
 
 // It is full before: the shutdown is not recorded at all, rather than without its end, and is owed.
 TEST_F( FullDiskTest, AShutdownThatHasNoRoomIsRecordedWhenThereIsSome ) {
-   writeJournal();
+   writeJournal( 0 );
    ASSERT_TRUE( startReady() );
    fill();
    ASSERT_EQ( ctl( { "shutdown", "Ethernet1" } ).status, 0 );
@@ -133,6 +134,16 @@ TEST_F( FullDiskTest, AShutdownThatHasNoRoomIsRecordedWhenThereIsSome ) {
    EXPECT_THAT( daemon_->err(), HasSubstr( "journal: recovered" ) );
    restartChangesNothing();
    EXPECT_EQ( lastRecord( "Ethernet1" ).value( "ending", "" ), "aborted" );
+}
+
+// Two lines would fit, but not the last one.
+TEST_F( FullDiskTest, AShutdownIsNotRecordedWithoutRoomForItsEnd ) {
+   writeJournal( 1400 );
+   ASSERT_TRUE( startReady() );
+   fill();
+   ASSERT_EQ( ctl( { "shutdown", "Ethernet1" } ).status, 0 );
+   EXPECT_FALSE( journalled() );
+   EXPECT_TRUE( hasCondition() );
 }
 
 // As a version that reserved no room left it.
