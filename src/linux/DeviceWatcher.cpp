@@ -31,6 +31,11 @@ DeviceWatcher::~DeviceWatcher() {
    close();
 }
 
+U32 DeviceWatcher::ifIndex( Quill::Name const & deviceName ) const noexcept {
+   auto const found = indexes_.find( deviceName.stdString() );
+   return found == indexes_.end() ? 0 : found->second;
+}
+
 LinkState DeviceWatcher::state( LinkId const & link ) const {
    return linkState( socket_ ? socket_->fd() : -1, link );
 }

@@ -33,6 +33,9 @@ class DeviceWatcher {
 
    NetNsIdentity const & netNsIdentity() const noexcept { return identity_; }
 
+   // The index of the device in the status that has the name; 0 if none has.
+   U32 ifIndex( Quill::Name const & deviceName ) const noexcept;
+
    // Asks the kernel for the state of a device's link; throws as linkState does.
    LinkState state( LinkId const & link ) const;
 

@@ -85,6 +85,16 @@ KernelNetInfoProvider::status( Corvid::NamespaceName const & name ) const noexce
    return found == entries_.end() ? nullptr : found->second->status;
 }
 
+Quill::Ptr< KernelNetInfo::Interface >
+KernelNetInfoProvider::device( Corvid::NamespaceName const & name,
+                               Quill::Name const & deviceName ) const noexcept {
+   auto const found = entries_.find( name );
+   if ( found == entries_.end() || !found->second->watcher ) {
+      return nullptr;
+   }
+   return found->second->status->interface( found->second->watcher->ifIndex( deviceName ) );
+}
+
 LinkState KernelNetInfoProvider::state( Corvid::NamespaceName const & name, U32 ifIndex,
                                         Quill::Name const & deviceName ) const {
    LinkId const link{ name.stdString(), deviceName.stdString(), ifIndex };

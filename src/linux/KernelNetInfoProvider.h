@@ -37,6 +37,10 @@ class KernelNetInfoProvider final : public Orrery::MountProvider {
    // The published status; null if the namespace is not mounted.
    Quill::Ptr< KernelNetInfo::Status > status( Corvid::NamespaceName const & name ) const noexcept;
 
+   // The published device of that name; null if there is none, or the namespace is not watched.
+   Quill::Ptr< KernelNetInfo::Interface > device( Corvid::NamespaceName const & name,
+                                                  Quill::Name const & deviceName ) const noexcept;
+
    // Asks the kernel for the state of a device's link, and never waits for it. Throws
    // Quill::ErrnoException: ENODEV if the index does not exist, or belongs to another name, or the
    // namespace is not watched.

@@ -48,6 +48,22 @@ TEST_F( KernelNetInfoProviderTest, AMountedPathHasTheDevicesOfTheNamespace ) {
    EXPECT_EQ( provider_.status( blue.name() ), status );
 }
 
+TEST_F( KernelNetInfoProviderTest, ADeviceIsFoundByTheNameThatItHasNow ) {
+   TestNetNs const blue;
+   TestNetNs const far;
+   blue.veth( "et1", far, "peer1" );
+   EXPECT_EQ( provider_.device( blue.name(), "et1" ), nullptr ) << "it is not watched";
+   auto const status = mount( blue.text() );
+   ASSERT_TRUE( synchronized( *status ) );
+   auto const device = provider_.device( blue.name(), "et1" );
+   ASSERT_TRUE( device );
+   EXPECT_EQ( status->interface( device->ifIndex() ), device );
+   EXPECT_EQ( provider_.device( blue.name(), "et2" ), nullptr );
+   blue.ip( "link set et1 down name et2" );
+   ASSERT_TRUE( turnUntil( [ & ] { return provider_.device( blue.name(), "et2" ) != nullptr; } ) );
+   EXPECT_EQ( provider_.device( blue.name(), "et1" ), nullptr );
+}
+
 TEST_F( KernelNetInfoProviderTest, ProvidesMountsOfTheStore ) {
    TestNetNs const blue;
    auto const store = Quill::make< Orrery::EntityManager >();

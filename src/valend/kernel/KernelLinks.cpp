@@ -93,22 +93,17 @@ std::string KernelLinks::errorOf( std::string const & netNs ) const {
 }
 
 std::optional< LinkDevice > KernelLinks::device( LinkPlace const & place ) const {
-   auto const status = devices_.status( Corvid::NamespaceName( place.netNs ) );
-   if ( !status ) {
+   auto const device =
+      devices_.device( Corvid::NamespaceName( place.netNs ), Quill::Name( place.device ) );
+   if ( !device ) {
       return std::nullopt;
    }
-   Quill::Name const name( place.device );
-   for ( auto const & device : status->interface() ) {
-      if ( device->deviceName() == name ) {
-         return LinkDevice{ device->ifIndex(),
-                            ( device->flags() & IFF_UP ) != 0,
-                            ( device->flags() & IFF_RUNNING ) != 0,
-                            device->mtu(),
-                            device->carrierUps(),
-                            device->linkLayer().stdString() };
-      }
-   }
-   return std::nullopt;
+   return LinkDevice{ device->ifIndex(),
+                      ( device->flags() & IFF_UP ) != 0,
+                      ( device->flags() & IFF_RUNNING ) != 0,
+                      device->mtu(),
+                      device->carrierUps(),
+                      device->linkLayer().stdString() };
 }
 
 std::string KernelLinks::whyMissing( LinkPlace const & place ) const {
