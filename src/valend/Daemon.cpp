@@ -21,6 +21,7 @@ namespace {
 
 // How long a daemon that stops waits for the disk.
 constexpr std::chrono::seconds fileTimeout{ 20 };
+constexpr std::chrono::seconds metricsTimeout{ 1 };
 
 } // namespace
 
@@ -39,6 +40,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       capabilities_( conditions_, "capabilities" ), unsentNotifications_( loop_.scheduler() ),
       descriptorLimit_( conditions_ ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
       fileWorker_( loop_, "valen-files", fileTimeout ),
+      metricsWorker_( loop_, "valen-metrics", metricsTimeout ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
       publishedFile_( process_.value( "state-directory" ), conditions_, fileWorker_,
                       loop_.scheduler() ),
@@ -68,7 +70,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
                   [ &output ] { return output.dropped(); } } ),
       metricsFile_(
          process_.value( "metrics-file" ), [ this ] { return metrics_.text(); }, conditions_,
-         loop_.scheduler() ),
+         metricsWorker_, loop_.scheduler() ),
       netNsWatcher_( loop_, netNsDirectories_,
                      [ this ]( auto const & name, NetNsWatcher::Change ) {
                         links_.refresh( name.stdString() );

@@ -73,6 +73,7 @@ class Daemon {
    Store store_;
    // After the loop has ended, it waits for the disk for a bounded time.
    Valen::Linux::Worker fileWorker_;
+   Valen::Linux::Worker metricsWorker_; // whose directory is not valend's
    Feeder feeder_;
    PublishedFile publishedFile_;
    Publications publications_;
