@@ -48,16 +48,9 @@ std::vector< Bound > boundsOf( Newcomer const & newcomer, Limits const & limits 
    return bounds;
 }
 
-// Since when the seat could be given away, after its grace; nothing if it cannot.
-std::optional< Gantry::Time > freeSince( Seat const & seat, Gantry::Time now,
-                                         Limits const & limits ) {
-   auto const since = seat.unreadSince ? seat.unreadSince : seat.idleSince;
-   return since && now - *since >= limits.grace ? since : std::nullopt;
-}
-
 } // namespace
 
-Admission admit( Newcomer const & newcomer, std::vector< Seat > const & seats, Gantry::Time now,
+Admission admit( Newcomer const & newcomer, std::vector< Seat > const & seats,
                  Limits const & limits ) {
    std::vector< Bound > reached;
    for ( auto & bound : boundsOf( newcomer, limits ) ) {
@@ -73,7 +66,7 @@ Admission admit( Newcomer const & newcomer, std::vector< Seat > const & seats, G
    using Order = std::tuple< bool, bool, Gantry::Time >;
    std::optional< std::pair< Order, U64 > > first;
    for ( auto const & seat : seats ) {
-      auto const since = freeSince( seat, now, limits );
+      auto const since = seat.unreadSince ? seat.unreadSince : seat.idleSince;
       bool const makesRoom =
          since && seat.rank <= newcomer.rank &&
          std::all_of( reached.begin(), reached.end(),

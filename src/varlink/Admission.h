@@ -12,7 +12,7 @@
 //
 // When a bound is reached, a client of those whom it bounds makes room: first one that does not read
 // its answers, the longest waiting one; then an idle one, strangers before others, the longest idle one.
-// If all of them do something, have just come or may do more, the new client is refused.
+// If all of them do something or may do more, the new client is refused.
 #pragma once
 
 #include "platform/gantry/TaskScheduler.h"
@@ -34,8 +34,6 @@ struct Limits {
    std::size_t strangers = 16;         // all together
    std::size_t connectionsPerStranger = 4;
    std::size_t connectionsPerUser = 64; // except root
-   // How long a client stays, whatever happens, after it has connected or done something.
-   std::chrono::milliseconds grace{ 20 };
 };
 
 // A connection, as far as it matters here.
@@ -58,7 +56,7 @@ struct Admission {
    std::optional< U64 > leaves; // the number of the connection that makes room
 };
 
-Admission admit( Newcomer const & newcomer, std::vector< Seat > const & seats, Gantry::Time now,
+Admission admit( Newcomer const & newcomer, std::vector< Seat > const & seats,
                  Limits const & limits );
 
 // Whether one more connection of that rank may last.

@@ -4,6 +4,7 @@
 
 #include <cerrno>
 #include <sys/epoll.h>
+#include <sys/ioctl.h>
 #include <sys/socket.h>
 
 namespace Varlink {
@@ -42,6 +43,11 @@ void Connection::close( End end ) {
    fd_.close();
    stalled_.stop();
    surroundings_.closed( *this, end );
+}
+
+bool Connection::hasInput() const noexcept {
+   int bytes = 0;
+   return ::ioctl( fd_.get(), FIONREAD, &bytes ) == 0 && bytes > 0;
 }
 
 Seat Connection::seat() const noexcept {

@@ -61,6 +61,8 @@ class Connection final : public Replies, public std::enable_shared_from_this< Co
    U64 number() const noexcept { return number_; }
    // Whether the client would lose nothing if the connection were closed.
    bool idle() const noexcept { return state_ == State::idle && !needed_; }
+   // Whether the client has sent something that was not read yet.
+   bool hasInput() const noexcept;
    // What decides whether it makes room for another.
    Seat seat() const noexcept;
 

@@ -76,13 +76,20 @@ bool Server::admit( Caller const & caller, Rank rank ) {
    if ( room_ && !room_() ) {
       limits.connections = std::min( limits.connections, connections_.size() );
    }
-   auto const admission =
-      Varlink::admit( { caller.uid, rank }, seats(), loop_.scheduler()->now(), limits );
-   if ( admission.leaves ) {
-      auto const leaving = connections_.at( *admission.leaves ); // closing it removes it
-      leaving->close( Connection::End::madeRoom );
+   for ( auto seats = this->seats();; ) {
+      auto const admission = Varlink::admit( { caller.uid, rank }, seats, limits );
+      if ( !admission.leaves ) {
+         return admission.admitted;
+      }
+      auto const leaving = connections_.at( *admission.leaves );
+      if ( !leaving->idle() || !leaving->hasInput() ) { // it does not read, or does nothing
+         leaving->close( Connection::End::madeRoom );   // which removes it
+         return true;
+      }
+      std::find_if( seats.begin(), seats.end(), [ & ]( auto const & seat ) {
+         return seat.number == *admission.leaves;
+      } )->idleSince = std::nullopt;
    }
-   return admission.admitted;
 }
 
 std::vector< Seat > Server::seats() const {
