@@ -37,7 +37,7 @@ class KernelNetInfoProvider final : public Orrery::MountProvider {
    // The published status; null if the namespace is not mounted.
    Quill::Ptr< KernelNetInfo::Status > status( Corvid::NamespaceName const & name ) const noexcept;
 
-   // The published device of that name; null if there is none, or the namespace is not watched.
+   // The published device of that name; null if it does not exist, or the namespace is not watched.
    Quill::Ptr< KernelNetInfo::Interface > device( Corvid::NamespaceName const & name,
                                                   Quill::Name const & deviceName ) const noexcept;
 

@@ -37,7 +37,7 @@ class MetricsFile {
    void write();
    void written( std::string const & error );
 
-   std::shared_ptr< File > const file_; // the worker's; null when there is none
+   std::shared_ptr< File > const file_; // the worker's; null when no file is written
    std::function< std::string() > const text_;
    bool soon_ = false;
    bool writing_ = false;
