@@ -65,7 +65,7 @@ class AdmissionTest : public ::testing::Test {
                           [ & ]( auto & seat ) { return seat.number == number; } );
    }
 
-   Limits const limits;
+   Limits const limits{};
    Gantry::Time now = 1h;
    U64 numbers = 0;
    std::vector< Seat > seats;
