@@ -105,10 +105,13 @@ TEST_F( OutputTest, APipeThatIsNotReadStopsNothing ) {
    EXPECT_GE( lastRecord( "Ethernet1" )[ "heldMs" ], 300 );
    EXPECT_LT( lastRecord( "Ethernet1" )[ "heldMs" ], 2000 );
 
-   auto const all = pipe.readUntil( " lines dropped: standard error was not read\n" );
+   std::string const recovered = "valend: log: recovered\n";
+   auto all = pipe.readUntil( " lines dropped: standard error was not read\n" );
    EXPECT_THAT( all, HasSubstr( " lines dropped: standard error was not read\n" ) );
-   EXPECT_THAT( pipe.readUntil( "valend: log: recovered\n" ),
-                HasSubstr( "valend: log: recovered\n" ) );
+   if ( all.find( recovered ) == std::string::npos ) { // else it came with the rest
+      all = pipe.readUntil( recovered );
+   }
+   EXPECT_THAT( all, HasSubstr( recovered ) );
 }
 
 TEST_F( OutputTest, ItEndsThoughStandardErrorIsNotRead ) {
