@@ -115,7 +115,7 @@ TEST_F( LinkChangeTest, ALinkThatCannotBeSetUpAgainIsReportedAsDown ) {
    kernel.setErrno = EBUSY;
    kernel.answer();
    kernel.goOn();
-   advance( Shutdown::downTimeout + 20ms );
+   advance( ShutdownLink::downTimeout + 20ms );
    EXPECT_EQ( *result, "LinkFailed: the kernel said 16" );
    EXPECT_EQ( last().ending, Ending::down );
    EXPECT_EQ( last().why, "enabled after 500 ms; the kernel said 16" );

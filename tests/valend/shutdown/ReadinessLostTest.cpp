@@ -16,7 +16,7 @@ TEST_F( ReadinessLostTest, ADelayThatTheLibraryDoesNotEndTimesOut ) {
    clock.advance( 1ms );
    status->delayedIs( true );
    turn();
-   advance( Shutdown::margin - 1ms );
+   advance( ShutdownHold::margin - 1ms );
    EXPECT_THAT( kernel.actions, IsEmpty() );
    advance( 1ms );
    EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
@@ -52,7 +52,7 @@ TEST_F( ReadinessLostTest, ADeviceThatIsGoneForGoodEndsTheShutdown ) {
    shutdown( "Ethernet1" );
    advance( 100ms );
    kernel.deviceDel( "default", "et1" );
-   advance( 400ms + Shutdown::downTimeout + 10ms );
+   advance( 400ms + ShutdownLink::downTimeout + 10ms );
    EXPECT_EQ( last().ending, Ending::noDevice );
    EXPECT_EQ( last().why, "readiness lost 100 ms into the delay; no device et1" );
    EXPECT_FALSE( controller.running( "Ethernet1" ) );

@@ -152,7 +152,7 @@ TEST_F( SetDownOutsideTest, ADeviceThatDoesNotComeBackEndsTheShutdownAfterItsDel
    seen( "et1", LinkSeen::gone );
    advance( 380ms );
    EXPECT_TRUE( controller.running( "Ethernet1" ) );
-   advance( Shutdown::downTimeout + 10ms );
+   advance( ShutdownLink::downTimeout + 10ms );
    EXPECT_EQ( last().ending, Ending::noDevice );
    EXPECT_EQ( last().why, "readiness lost 120 ms into the delay; no device et1" );
 }

@@ -188,7 +188,7 @@ TEST_F( ShutdownTest, TheFramesOfOtherInterfacesDoNotDelayTheLink ) {
 TEST_F( ShutdownTest, FramesThatDoNotLeaveDelayTheLinkForALimitedTime ) {
    kernel.outstanding = 100;
    shutdown( "Ethernet1" );
-   advance( 500ms + Shutdown::flushTimeout + 2ms );
+   advance( 500ms + ShutdownHold::flushTimeout + 2ms );
    EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
    EXPECT_EQ( last().unflushedBytes, 100u );
    EXPECT_EQ( last().held, 500ms );
