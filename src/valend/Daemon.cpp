@@ -66,7 +66,8 @@ Daemon::Daemon( Settings::ConfigResult const & read,
                                                 { "made-room", dropped.madeRoom },
                                                 { "refused", dropped.refused } } };
                   },
-                  [ &output ] { return output.dropped(); } } ),
+                  [ &output ] { return output.dropped(); },
+                  [ this ] { return endpoints_.sharedBursts(); } } ),
       metricsFile_(
          process_.value( "metrics-file" ), [ this ] { return metrics_.text(); }, conditions_,
          metricsWorker_, loop_.scheduler() ),
