@@ -36,7 +36,7 @@ if( VALEN_SANITIZE )
    target_compile_options( valen_flags INTERFACE
       -fsanitize=${VALEN_SANITIZE} -fno-sanitize-recover=all -fno-omit-frame-pointer )
    target_link_options( valen_flags INTERFACE -fsanitize=${VALEN_SANITIZE} )
-   if( CMAKE_CXX_COMPILER_ID MATCHES "Clang" AND VALEN_SANITIZE MATCHES "undefined" )
+   if( VALEN_SANITIZE MATCHES "undefined" )
       # Opens a pipe for each look, and reports an error when no descriptor is left.
       target_compile_options( valen_flags INTERFACE -fno-sanitize=vptr )
    endif()

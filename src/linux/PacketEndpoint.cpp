@@ -193,11 +193,7 @@ PacketEndpointProvider::endpoints( Corvid::NamespaceName const & netNs ) const {
 }
 
 U64 PacketEndpointProvider::sharedBursts() const noexcept {
-   U64 sum = 0;
-   for ( auto const * endpoint : shared_->live ) {
-      sum += endpoint->sockets().sharedBursts();
-   }
-   return sum;
+   return shared_->pool.sharedBursts;
 }
 
 } // namespace Valen::Linux

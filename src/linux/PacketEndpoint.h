@@ -134,7 +134,7 @@ class PacketEndpointProvider final : public Corvid::RawTxPamProvider {
 
    DescriptorReaper & reaper() noexcept { return shared_->pool.reaper; }
    void openFailedIs( OpenFailed openFailed ) { shared_->openFailed = std::move( openFailed ); }
-   // Bursts of all endpoints that had to share a socket; see PacketSockets.
+   // Bursts of all endpoints, those that are gone included, that had to share a socket; see PacketSockets.
    U64 sharedBursts() const noexcept;
 
  private:

@@ -107,7 +107,7 @@ std::size_t PacketSockets::choose( U32 ifIndex ) {
    if ( openExtra() ) {
       return taken( sockets_.size() - 1 );
    }
-   ++sharedBursts_;
+   ++pool_.sharedBursts;
    if ( !sockets_[ least ].serves( ifIndex ) ) {
       sockets_[ least ].devices.push_back( ifIndex );
    }

@@ -21,6 +21,7 @@ struct PacketSocketPool {
 
    DescriptorReaper reaper;
    std::size_t extra = 0;
+   U64 sharedBursts = 0; // that had to share a socket with a device that has bytes outstanding
 };
 
 class PacketSockets {
@@ -54,8 +55,6 @@ class PacketSockets {
    U64 outstandingBytes( U32 ifIndex ) const noexcept;
 
    std::size_t extra() const noexcept { return isOpen() ? sockets_.size() - 1 : 0; }
-   // Bursts that had to share a socket with a device that has bytes outstanding.
-   U64 sharedBursts() const noexcept { return sharedBursts_; }
    // Closes the extra sockets that have nothing outstanding and were not used since the last call.
    void closeUnused() noexcept;
 
@@ -81,7 +80,6 @@ class PacketSockets {
    bool entered_ = false;          // whether it is another namespace than the process's own
    std::vector< Socket > sockets_; // the first is the resident one
    std::size_t current_ = 0;       // the socket of the last burst
-   U64 sharedBursts_ = 0;
 };
 
 } // namespace Valen::Linux

@@ -42,8 +42,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       fileWorker_( loop_, "valen-files", fileTimeout ),
       metricsWorker_( loop_, "valen-metrics", metricsTimeout ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
-      publishedFile_( process_.value( "state-directory" ), conditions_, fileWorker_,
-                      loop_.scheduler() ),
+      publishedFile_( stateDirectory_, conditions_, fileWorker_, loop_.scheduler() ),
       publications_( feeder_,
                      [ this ]( auto const & agent, auto const & interface, auto const & frames ) {
                         publishedFile_.save( { agent, interface, frames } );
@@ -67,7 +66,8 @@ Daemon::Daemon( Settings::ConfigResult const & read,
                                                 { "made-room", dropped.madeRoom },
                                                 { "refused", dropped.refused } } };
                   },
-                  [ &output ] { return output.dropped(); } } ),
+                  [ &output ] { return output.dropped(); },
+                  [ this ] { return endpoints_.sharedBursts(); } } ),
       metricsFile_(
          process_.value( "metrics-file" ), [ this ] { return metrics_.text(); }, conditions_,
          metricsWorker_, loop_.scheduler() ),
@@ -76,8 +76,8 @@ Daemon::Daemon( Settings::ConfigResult const & read,
                         links_.refresh( name.stdString() );
                         feeder_.namespaceChanged( name.stdString() );
                      } ),
-      lastConfiguration_( options.config == "-" ? "" : process_.value( "state-directory" ),
-                          options.config, conditions_, fileWorker_, loop_.scheduler() ),
+      lastConfiguration_( options.config == "-" ? nullptr : &stateDirectory_, options.config,
+                          conditions_, fileWorker_, loop_.scheduler() ),
       configurator_( options.config, options.process, conditions_, loop_,
                      [ this ]( auto const & plan ) { return stepsTo( plan ); } ),
       access_( process_.value( "read-group" ), process_.value( "admin-group" ) ),

@@ -1,7 +1,5 @@
 #include "valend/api/PathReaders.h"
 
-#include "valend/base/Slice.h"
-
 #include <algorithm>
 
 namespace Valend {
@@ -19,7 +17,7 @@ Varlink::Encoded valueAnswer( StoreView::Text const & value, Continues continues
 PathReaders::PathReaders( Parts const & parts, StoreTexts & texts, std::string path )
     : parts_( parts ), path_( path ),
       view_( *parts.store.entityManager, texts, std::move( path ), [ this ] { lookLater(); } ),
-      posted_( parts.work, "store readers" ),
+      slices_( parts.work, parts.scheduler, "store readers" ),
       rest_( parts.scheduler, "store readers", [ this ] { look(); } ),
       slow_( parts.scheduler, "store readers", [ this ] { answerWatches(); } ) {}
 
@@ -45,7 +43,7 @@ void PathReaders::clientGone( U64 client ) {
 
 void PathReaders::lookLater() {
    if ( !std::exchange( pending_, true ) ) {
-      posted_.post( [ this ] { look(); } );
+      slices_.post( [ this ] { look(); } );
    }
 }
 
@@ -130,7 +128,7 @@ bool PathReaders::wants( Watch const & watch ) const {
 // As many as a slice allows; the others in the next turn.
 void PathReaders::answerWatches() {
    std::erase_if( watches_, []( auto const & watch ) { return !watch.call->open(); } );
-   Slice slice( *parts_.scheduler );
+   slices_.begin();
    for ( auto & watch : watches_ ) {
       if ( !wants( watch ) ) {
          continue;
@@ -141,8 +139,8 @@ void PathReaders::answerWatches() {
          }
          continue;
       }
-      if ( !slice.goesOn() ) {
-         return posted_.post( [ this ] { answerWatches(); } );
+      if ( !slices_.goesOn() ) {
+         return slices_.post( [ this ] { answerWatches(); } );
       }
       if ( !watched_ ) {
          watched_ = valueAnswer( value_, Continues::yes );

@@ -6,6 +6,7 @@
 
 #include "valend/api/Method.h"
 #include "valend/api/Parts.h"
+#include "valend/base/Slices.h"
 #include "valend/store/StoreView.h"
 
 namespace Valend {
@@ -54,7 +55,7 @@ class PathReaders {
    StoreView::Text value_;  // as it was read last
    Varlink::Encoded shown_; // the answers with that value
    Varlink::Encoded watched_;
-   Gantry::PostedWork posted_;
+   Slices slices_;
    Gantry::Timer rest_;
    Gantry::Timer slow_;
    Gantry::Time restEnd_{}; // until then, only new readers are answered

@@ -1,7 +1,5 @@
 #include "valend/api/WatchMethods.h"
 
-#include "valend/base/Slice.h"
-
 #include <algorithm>
 
 namespace Valend {
@@ -30,7 +28,7 @@ WatchMethods::WatchMethods( Parts const & parts, StatusReport const & report )
     : parts_( parts ), report_( report ),
       model_( parts.store, parts.feeder, report, parts.scheduler, parts.work,
               [ this ] { news(); } ),
-      posted_( parts.work, "status readers" ),
+      slices_( parts.work, parts.scheduler, "status readers" ),
       slow_( parts.scheduler, "status readers", [ this ] { answerWatches(); } ),
       rest_( parts.scheduler, "status readers", [ this ] { answerWatches(); } ) {}
 
@@ -75,7 +73,7 @@ void WatchMethods::watchStatus( Call const & call,
       model_.update( *interface );
    }
    watches_.push_back( { call, interface } );
-   posted_.post( [ this ] { answerWatches(); } );
+   slices_.post( [ this ] { answerWatches(); } );
 }
 
 bool WatchMethods::wants( Watch const & watch ) const {
@@ -89,7 +87,7 @@ bool WatchMethods::wants( Watch const & watch ) const {
 void WatchMethods::answerWatches() {
    std::erase_if( watches_, []( auto const & watch ) { return !watch.call->open(); } );
    ended();
-   Slice slice( *parts_.scheduler );
+   slices_.begin();
    auto oldest = model_.last();
    auto const rest = restEnd_ - parts_.scheduler->now();
    for ( auto & watch : watches_ ) {
@@ -100,9 +98,9 @@ void WatchMethods::answerWatches() {
             slow_.start( slowPeriod );
          }
       } else if ( wants( watch ) ) {
-         if ( !slice.goesOn() ) {
-            spent_ += slice.spent();
-            return posted_.post( [ this ] { answerWatches(); } );
+         if ( !slices_.goesOn() ) {
+            spent_ += slices_.spent();
+            return slices_.post( [ this ] { answerWatches(); } );
          }
          auto const answer = answerTo( watch );
          watch.answered = true;
@@ -114,7 +112,7 @@ void WatchMethods::answerWatches() {
       oldest = std::min( oldest, watch.seen );
    }
    model_.forget( oldest );
-   spent_ += slice.spent();
+   spent_ += slices_.spent();
    if ( rest <= Gantry::Time( 0 ) ) {
       restEnd_ = parts_.scheduler->now() + restFactor * std::exchange( spent_, Gantry::Time( 0 ) );
    }

@@ -7,6 +7,7 @@
 
 #include "valend/api/Method.h"
 #include "valend/api/Parts.h"
+#include "valend/base/Slices.h"
 #include "valend/report/StatusModel.h"
 
 #include <list>
@@ -77,7 +78,7 @@ class WatchMethods final : public MethodGroup {
    // The answers with the changes up to `answersUpTo_`, by the interface (empty: all) and what was seen.
    std::map< std::pair< std::string, U64 >, Varlink::Encoded > answers_;
    U64 answersUpTo_ = 0;
-   Gantry::PostedWork posted_;
+   Slices slices_;
    Gantry::Timer slow_;
    Gantry::Timer rest_;
    Gantry::Time restEnd_{};

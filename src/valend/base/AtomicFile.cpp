@@ -24,6 +24,10 @@ bool writeAll( int file, std::string_view text ) {
    return true;
 }
 
+std::string nameOf( std::string const & path ) {
+   return path.substr( path.rfind( '/' ) + 1 ); // npos + 1 is 0
+}
+
 std::string cannotWrite( std::string const & path, int number ) {
    return "cannot write " + path + ": " + Valen::Linux::errorText( number );
 }
@@ -39,7 +43,7 @@ std::string writeAtomically( std::string const & path, std::string const & text,
 
 std::string writeAtomically( int directory, std::string const & path, std::string const & text,
                              unsigned mode, Sync sync ) {
-   auto const name = path.substr( path.rfind( '/' ) + 1 ); // npos + 1 is 0
+   auto const name = nameOf( path );
    auto const beside = name + ".new";
    auto const failed = [ & ]( std::string const & where ) {
       auto const number = errno;
@@ -63,9 +67,9 @@ std::string writeAtomically( int directory, std::string const & path, std::strin
    return sync == Sync::yes && ::fsync( directory ) < 0 ? cannotWrite( path, errno ) : "";
 }
 
-std::string appendSynced( std::string const & path, std::string const & text ) {
+std::string appendSynced( int directory, std::string const & path, std::string const & text ) {
    Valen::Linux::Fd const file(
-      ::open( path.c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC ) );
+      ::openat( directory, nameOf( path ).c_str(), O_WRONLY | O_APPEND | O_NOFOLLOW | O_CLOEXEC ) );
    return file && writeAll( file.get(), text ) && ::fdatasync( file.get() ) == 0
              ? ""
              : cannotWrite( path, errno );

@@ -1,4 +1,4 @@
-// Files that are replaced as a whole: a reader sees the old content or the new.
+// Files that are replaced as a whole: a reader sees the old content or the new. Or that grow, on the disk.
 #pragma once
 
 #include <string>
@@ -16,13 +16,13 @@ enum class Sync : unsigned char { no, yes };
 std::string writeAtomically( std::string const & path, std::string const & text, unsigned mode,
                              Sync sync = Sync::no );
 
-// Appends `text` to the file, which must exist, and waits for the disk. Returns an empty text, or
-// "cannot write PATH: REASON"; then a part of the text may be there.
-std::string appendSynced( std::string const & path, std::string const & text );
-
 // The same in a directory that is open on `directory`: a change of the directory's path has no effect. The
 // directory part of `path` is only for the texts.
 std::string writeAtomically( int directory, std::string const & path, std::string const & text,
                              unsigned mode, Sync sync = Sync::no );
+
+// Appends `text` to the file, which must exist in that directory and not be a symbolic link, and waits for the disk.
+// Returns an empty text, or "cannot write PATH: REASON"; then a part of the text may be there.
+std::string appendSynced( int directory, std::string const & path, std::string const & text );
 
 } // namespace Valend

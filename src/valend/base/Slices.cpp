@@ -4,27 +4,37 @@
 
 namespace Valend {
 
+void Slices::begin() noexcept {
+   begin_ = scheduler_->now();
+   stepsBegun_ = 0;
+}
+
+bool Slices::goesOn() noexcept {
+   ++stepsBegun_;
+   return stepsBegun_ == 1 || ( stepsBegun_ <= mostSteps && spent() < longest );
+}
+
 void Slices::add( Step step ) {
-   steps_.push_back( std::move( step ) );
+   added_.push_back( std::move( step ) );
    if ( !std::exchange( posts_, true ) ) {
-      posted_.post( [ this ] { run(); } );
+      post( [ this ] { run(); } );
    }
 }
 
 void Slices::run() {
-   if ( steps_.empty() ) {
+   if ( added_.empty() ) {
       posts_ = false;
       return;
    }
-   posted_.post( [ this ] { run(); } ); // in the next turn, even if a step throws
-   auto const end = std::chrono::steady_clock::now() + limit;
-   do {
-      auto step = std::move( steps_.front() );
-      steps_.pop_front();
+   post( [ this ] { run(); } ); // even if a step throws
+   begin();
+   while ( !added_.empty() && goesOn() ) {
+      auto step = std::move( added_.front() );
+      added_.pop_front();
       if ( step() ) {
-         steps_.push_front( std::move( step ) );
+         added_.push_front( std::move( step ) );
       }
-   } while ( !steps_.empty() && std::chrono::steady_clock::now() < end );
+   }
 }
 
 } // namespace Valend

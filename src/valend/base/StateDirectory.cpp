@@ -5,6 +5,7 @@
 
 #include <cerrno>
 #include <cstdio>
+#include <fcntl.h>
 #include <sys/file.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -12,6 +13,7 @@
 namespace Valend {
 
 using Valen::Linux::errorText;
+using Valen::Linux::Fd;
 
 namespace {
 
@@ -64,9 +66,8 @@ std::string StateDirectory::open() {
    if ( path_.empty() ) {
       return "no state directory";
    }
-   auto directory = Valen::Linux::makeDirectory( path_, mode )
-                       ? Valen::Linux::openDirectory( path_ )
-                       : Valen::Linux::Fd();
+   auto directory =
+      Valen::Linux::makeDirectory( path_, mode ) ? Valen::Linux::openDirectory( path_ ) : Fd();
    if ( !directory ) {
       return "cannot open " + path_ + ": " + errorText( errno );
    }
@@ -77,6 +78,37 @@ std::string StateDirectory::open() {
    }
    fd_ = std::move( directory );
    return "";
+}
+
+std::optional< std::string > StateDirectory::content( std::string const & name,
+                                                      std::size_t limit ) const {
+   Fd const file( ::openat( fd(), name.c_str(), O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK ) );
+   struct stat status {};
+   if ( !file || ::fstat( file.get(), &status ) < 0 ) {
+      return std::nullopt;
+   }
+   if ( !S_ISREG( status.st_mode ) || static_cast< std::size_t >( status.st_size ) > limit ) {
+      errno = EFBIG;
+      return std::nullopt;
+   }
+   std::string content( static_cast< std::size_t >( status.st_size ), '\0' );
+   std::size_t got = 0;
+   while ( got < content.size() ) {
+      auto const count = ::read( file.get(), content.data() + got, content.size() - got );
+      if ( count < 0 ) {
+         return std::nullopt;
+      }
+      if ( count == 0 ) {
+         break;
+      }
+      got += static_cast< std::size_t >( count );
+   }
+   content.resize( got );
+   return content;
+}
+
+int StateDirectory::rename( std::string const & from, std::string const & to ) const noexcept {
+   return ::renameat( fd(), from.c_str(), fd(), to.c_str() ) < 0 ? errno : 0;
 }
 
 } // namespace Valend

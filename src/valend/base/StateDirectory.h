@@ -8,6 +8,7 @@
 #include "linux/Fd.h"
 
 #include <functional>
+#include <optional>
 #include <string>
 
 namespace Valend {
@@ -35,7 +36,12 @@ class StateDirectory {
    std::string const & path() const noexcept { return path_; }
    // For texts: the path of the file `name` in it.
    std::string pathOf( std::string const & name ) const { return path_ + "/" + name; }
-   // For openat() and others; -1 while it is not open.
+   // The whole file `name` in it. Nothing, with errno set, when it cannot be read, or is not a regular file, or is
+   // longer than `limit`. A symbolic link is not followed.
+   std::optional< std::string > content( std::string const & name, std::size_t limit ) const;
+   // Renames a file in it. Returns errno, or 0.
+   int rename( std::string const & from, std::string const & to ) const noexcept;
+   // For openat() and others; -1 while it is not open. Once it is open, it stays so.
    int fd() const noexcept { return fd_.get(); }
 
  private:

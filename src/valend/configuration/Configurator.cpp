@@ -67,7 +67,7 @@ Configurator::Configurator( std::string file, Settings::ProcessConfig commandLin
                             Read read )
     : file_( std::move( file ) ), condition_( conditions, "configuration" ),
       slow_( conditions, "configuration-read" ), apply_( std::move( apply ) ),
-      read_( std::move( read ) ), slices_( loop.workQueue(), "reload" ),
+      read_( std::move( read ) ), slices_( loop.workQueue(), loop.scheduler(), "reload" ),
       timer_( loop.scheduler(), "configurationRead",
               [ this ] {
                  slow_.raise( "the files of " + file_ + " have not been read within " +

@@ -2,14 +2,10 @@
 
 #include "platform/quill/Assert.h"
 
-#include <algorithm>
 #include <initializer_list>
 #include <optional>
 
 namespace Valend {
-
-using Valen::Config::Agent::Message;
-using Valen::Config::Agent::MessageDir;
 
 namespace {
 
@@ -39,20 +35,13 @@ std::optional< std::string > first( std::initializer_list< std::string const * >
    return least;
 }
 
-Quill::Ptr< Message > messageOf( std::string const & interface, Settings::Frames const & frames ) {
-   auto const message = Quill::make< Message >( Corvid::IntfId( interface ) );
-   for ( auto const & frame : frames ) {
-      message->messageEnq( frame );
-   }
-   return message;
-}
-
 } // namespace
 
 Feeder::Feeder( Store & store, Namespaces const & namespaces,
                 Quill::Ptr< Gantry::TaskScheduler > scheduler, Conditions & conditions )
-    : store_( store ), vrfs_( store, namespaces, std::move( scheduler ), conditions,
-                              [ this ] { defaultVrfRenew(); } ),
+    : store_( store ), frames_( store, config_.agents ),
+      vrfs_( store, namespaces, std::move( scheduler ), conditions,
+             [ this ] { defaultVrfRenew(); } ),
       plan_( std::make_shared< Plan const >() ) {
    // The flag survives a crash, and the library does not start while it is set.
    store_.statusDir->agentActiveIs( false );
@@ -189,10 +178,9 @@ void Feeder::agentNext() {
    }
    cursor_ = *name;
    if ( plan_->config().agents.contains( cursor_ ) ) {
-      frameDirAdd( cursor_ );
+      frames_.agentAdd( cursor_ );
    } else if ( config_.agents.at( cursor_ ).empty() ) {
-      store_.agentConfigDir->entryDel( cursor_ );
-      config_.agents.erase( cursor_ );
+      frames_.agentDel( cursor_ );
    }
 }
 
@@ -221,18 +209,18 @@ void Feeder::framesChanged( std::string const & interface ) {
 void Feeder::interfaceIs( std::string const & name ) {
    auto const * const old = find( config_.interfaces, name );
    auto const * const wanted = find( plan_->config().interfaces, name );
-   auto const frames = wanted ? wantedFrames( name ) : FramesByAgent();
+   auto const frames = wanted ? wantedFrames( name ) : FrameEntries::ByAgent();
    bool const l3Renewed = !old || !wanted || *old != *wanted || withdrawn_.contains( name ) ||
-                          losesAllFrames( name, frames );
+                          frames_.losesAll( name, frames );
    if ( l3Renewed ) {
       l3Remove( name );
    }
-   framesRemove( name, frames );
+   frames_.remove( name, frames, plan_->config().agents );
    entitiesRemove( name, wanted );
    if ( wanted ) {
       config_.interfaces.insert_or_assign( name, *wanted );
       entitiesAdd( *wanted );
-      framesAdd( name, frames );
+      frames_.add( name, frames );
    } else {
       config_.interfaces.erase( name );
    }
@@ -242,67 +230,12 @@ void Feeder::interfaceIs( std::string const & name ) {
    }
 }
 
-Feeder::FramesByAgent Feeder::wantedFrames( std::string const & interface ) const {
-   auto frames = additional_ ? additional_( interface ) : FramesByAgent();
+FrameEntries::ByAgent Feeder::wantedFrames( std::string const & interface ) const {
+   auto frames = additional_ ? additional_( interface ) : FrameEntries::ByAgent();
    for ( auto const & [ agent, configured ] : plan_->framesFor( interface ) ) {
       frames.insert_or_assign( agent, configured );
    }
    return frames;
-}
-
-// Whether it has frames, and none of their agents is to have any for it.
-bool Feeder::losesAllFrames( std::string const & interface, FramesByAgent const & wanted ) const {
-   auto const * const agents = find( agentsOf_, interface );
-   return agents && std::none_of( agents->begin(), agents->end(), [ & ]( auto const & agent ) {
-             return wanted.contains( agent );
-          } );
-}
-
-void Feeder::framesRemove( std::string const & interface, FramesByAgent const & wanted ) {
-   auto const found = agentsOf_.find( interface );
-   if ( found == agentsOf_.end() ) {
-      return;
-   }
-   for ( auto agent = found->second.begin(); agent != found->second.end(); ) {
-      if ( wanted.contains( *agent ) ) {
-         ++agent;
-         continue;
-      }
-      auto & messages = config_.agents.at( *agent );
-      messages.erase( interface );
-      if ( messages.empty() && !plan_->config().agents.contains( *agent ) ) {
-         store_.agentConfigDir->entryDel( *agent );
-         config_.agents.erase( *agent );
-      } else {
-         store_.messageDir( *agent )->messageDel( interface );
-      }
-      agent = found->second.erase( agent );
-   }
-   if ( found->second.empty() ) {
-      agentsOf_.erase( found );
-   }
-}
-
-void Feeder::framesAdd( std::string const & interface, FramesByAgent const & wanted ) {
-   for ( auto const & [ agent, frames ] : wanted ) {
-      frameDirAdd( agent );
-      auto & messages = config_.agents.at( agent );
-      auto const * const old = find( messages, interface );
-      if ( !old || *old != frames ) {
-         messages.insert_or_assign( interface, frames );
-         agentsOf_[ interface ].insert( agent );
-         store_.messageDir( agent )->messageIs( interface, messageOf( interface, frames ) );
-      }
-   }
-}
-
-// An empty one, unless the agent has one.
-void Feeder::frameDirAdd( std::string const & agent ) {
-   if ( config_.agents.try_emplace( agent ).second ) {
-      auto const agentDir = Quill::make< Quill::Dir >();
-      agentDir->entryIs( "messages", Quill::make< MessageDir >() );
-      store_.agentConfigDir->entryIs( agent, agentDir );
-   }
 }
 
 void Feeder::entitiesRemove( std::string const & name, Settings::InterfaceConfig const * wanted ) {

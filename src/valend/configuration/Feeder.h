@@ -3,9 +3,7 @@
 //
 //   - The configuration entity of an interface is never exchanged, and its "supported" flag never
 //     changes in place: the entity is removed and added again.
-//   - A message is filled before it is published and never emptied; a changed one is a new entity.
-//   - The directory of an agent has exactly one message directory, "messages".
-//   - The status entries of VRFs follow the rules of VrfEntries.h.
+//   - The frames of agents follow the rules of FrameEntries.h, the status entries of VRFs those of VrfEntries.h.
 //   - When the last message of an interface is removed, or anything but its messages changes, its L3
 //     status is removed before and added after, so that nothing stays bound to the old record.
 //
@@ -18,6 +16,7 @@
 // Never called inside a notification.
 #pragma once
 
+#include "valend/configuration/FrameEntries.h"
 #include "valend/configuration/Plan.h"
 #include "valend/configuration/VrfEntries.h"
 #include "valend/store/Store.h"
@@ -38,8 +37,7 @@ class Feeder {
    Feeder & operator=( Feeder const & ) = delete;
 
    // Frames for an interface besides those of the configuration, by agent. No agent has both.
-   using Additional =
-      std::function< std::map< std::string, Settings::Frames >( std::string const & interface ) >;
+   using Additional = std::function< FrameEntries::ByAgent( std::string const & interface ) >;
    void additionalIs( Additional additional ) { additional_ = std::move( additional ); }
 
    // Applies `config`, which must be valid, in one go. What it does not change is not disturbed.
@@ -73,7 +71,6 @@ class Feeder {
 
  private:
    enum class Phase : U8 { withdrawing, removingVrfs, addingVrfs, interfaces, agents, done };
-   using FramesByAgent = std::map< std::string, Settings::Frames >;
 
    void next( Phase phase );
    bool leavesItsPlace( Settings::InterfaceConfig const & interface ) const;
@@ -87,11 +84,7 @@ class Feeder {
    void finish();
 
    void interfaceIs( std::string const & name );
-   FramesByAgent wantedFrames( std::string const & interface ) const;
-   bool losesAllFrames( std::string const & interface, FramesByAgent const & wanted ) const;
-   void framesRemove( std::string const & interface, FramesByAgent const & wanted );
-   void framesAdd( std::string const & interface, FramesByAgent const & wanted );
-   void frameDirAdd( std::string const & agent );
+   FrameEntries::ByAgent wantedFrames( std::string const & interface ) const;
    void entitiesRemove( std::string const & name, Settings::InterfaceConfig const * wanted );
    void entitiesAdd( Settings::InterfaceConfig const & interface );
    void l3Remove( std::string const & interface );
@@ -102,7 +95,7 @@ class Feeder {
    Store & store_;
    Additional additional_;
    Settings::Config config_;
-   std::map< std::string, std::set< std::string > > agentsOf_; // by interface, in `config_`
+   FrameEntries frames_;
    VrfEntries vrfs_;
 
    PlanPtr plan_; // never null

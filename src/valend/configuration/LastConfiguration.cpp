@@ -29,21 +29,19 @@ class LastConfiguration::File {
    File( std::string path, std::string source )
        : path_( std::move( path ) ), source_( std::move( source ) ) {}
 
-   // Returns an empty text, or why it cannot be written.
-   std::string write( PlanPtr const & plan ) {
+   // In the open directory. Returns an empty text, or why it cannot be written.
+   std::string write( int directory, PlanPtr const & plan ) {
       if ( written_ && written_->config() == plan->config() ) {
          return "";
       }
-      std::error_code ignored; // the write says why it fails
-      std::filesystem::create_directories( std::filesystem::path( path_ ).parent_path(), ignored );
       auto const error =
-         writeAtomically( path_,
+         writeAtomically( directory, path_,
                           "# The last valid configuration of " + source_ +
                              ". Written by valend, for a start at which that has errors.\n" +
                              Settings::yamlOf( plan->config() ),
                           0600, Sync::yes );
       written_ = error.empty() ? plan : nullptr;
-      return error.empty() ? "" : "a start with errors in the configuration would fail: " + error;
+      return error;
    }
 
  private:
@@ -52,19 +50,21 @@ class LastConfiguration::File {
    PlanPtr written_; // what the file has; null when that is not known
 };
 
-LastConfiguration::LastConfiguration( std::string const & stateDirectory, std::string source,
+LastConfiguration::LastConfiguration( StateDirectory * stateDirectory, std::string source,
                                       Conditions & conditions, Valen::Linux::Worker & worker,
                                       Quill::Ptr< Gantry::TaskScheduler > scheduler )
-    : file_( stateDirectory.empty()
-                ? nullptr
-                : std::make_shared< File >( pathIn( stateDirectory ), std::move( source ) ) ),
+    : directory_( stateDirectory && !stateDirectory->path().empty() ? stateDirectory : nullptr ),
+      file_( directory_
+                ? std::make_shared< File >( pathIn( directory_->path() ), std::move( source ) )
+                : nullptr ),
       condition_( conditions, "last-configuration" ), worker_( worker ),
       timer_( std::move( scheduler ), "lastConfiguration", [ this ] { start(); } ) {}
 
 LastConfiguration::~LastConfiguration() {
    if ( next_ ) {
-      worker_.run( [ file = file_, plan = next_ ]() -> Valen::Linux::Worker::Work {
-         file->write( plan );
+      worker_.run( [ file = file_, plan = next_,
+                     directory = directory_->fd() ]() -> Valen::Linux::Worker::Work {
+         file->write( directory, plan );
          return nullptr;
       } );
    }
@@ -83,9 +83,11 @@ void LastConfiguration::keep( PlanPtr plan ) {
 void LastConfiguration::start() {
    writing_ = true;
    timer_.stop();
-   worker_.run( [ this, file = file_,
-                  plan = std::exchange( next_, nullptr ) ]() -> Valen::Linux::Worker::Work {
-      return [ this, plan, error = file->write( plan ) ] {
+   auto const whyNotOpen = directory_->open();
+   worker_.run( [ this, file = file_, plan = std::exchange( next_, nullptr ), whyNotOpen,
+                  directory = directory_->fd() ]() -> Valen::Linux::Worker::Work {
+      auto const failure = file->write( directory, plan );
+      return [ this, plan, error = whyNotOpen.empty() ? failure : whyNotOpen ] {
          if ( !error.empty() && !next_ ) {
             next_ = plan; // to be tried again
          }
@@ -96,7 +98,8 @@ void LastConfiguration::start() {
 
 void LastConfiguration::written( std::string const & error ) {
    writing_ = false;
-   condition_.update( error );
+   condition_.update(
+      error.empty() ? "" : "a start with errors in the configuration would fail: " + error );
    if ( !next_ ) {
       return;
    }

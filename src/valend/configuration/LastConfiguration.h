@@ -10,6 +10,7 @@
 #include "platform/gantry/Timer.h"
 #include "settings/ConfigReader.h"
 #include "valend/base/Conditions.h"
+#include "valend/base/StateDirectory.h"
 #include "valend/configuration/Plan.h"
 
 #include <chrono>
@@ -29,11 +30,11 @@ class LastConfiguration {
    // What was kept, with the errors in it, if any; nothing when there is no such file.
    static std::optional< Settings::ConfigResult > read( std::string const & stateDirectory );
 
-   // Keeps nothing when `stateDirectory` is empty. All must outlive this; `worker` runs what is left to be written at the
-   // end.
+   // Without a state directory (null, or one without a path) it keeps nothing. All must outlive this; `worker` runs what is
+   // left to be written at the end.
    //   source   the file that the configuration is read from
-   LastConfiguration( std::string const & stateDirectory, std::string source,
-                      Conditions & conditions, Valen::Linux::Worker & worker,
+   LastConfiguration( StateDirectory * stateDirectory, std::string source, Conditions & conditions,
+                      Valen::Linux::Worker & worker,
                       Quill::Ptr< Gantry::TaskScheduler > scheduler );
    ~LastConfiguration();
    LastConfiguration( LastConfiguration const & ) = delete;
@@ -48,6 +49,7 @@ class LastConfiguration {
    void start();
    void written( std::string const & error );
 
+   StateDirectory * const directory_;
    std::shared_ptr< File > const file_; // the worker's; null when nothing is kept
    Condition condition_;
    Valen::Linux::Worker & worker_;

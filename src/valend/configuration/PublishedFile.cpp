@@ -2,17 +2,22 @@
 
 #include "valend/base/Log.h"
 
-#include <cstdio>
+#include <cerrno>
 #include <utility>
 
 namespace Valend {
 
-PublishedFile::PublishedFile( std::string const & directory, Conditions & conditions,
+namespace {
+
+constexpr char const * publishedName = "published";
+
+} // namespace
+
+PublishedFile::PublishedFile( StateDirectory & directory, Conditions & conditions,
                               Valen::Linux::Worker & worker,
                               Quill::Ptr< Gantry::TaskScheduler > scheduler )
-    : path_( directory.empty() ? "" : directory + "/published" ),
-      condition_( conditions, "published-frames" ), worker_( worker ),
-      file_( std::make_shared< PublishedFrames >( path_ ) ),
+    : directory_( directory ), condition_( conditions, "published-frames" ), worker_( worker ),
+      file_( std::make_shared< PublishedFrames >( directory.pathOf( publishedName ) ) ),
       timer_( std::move( scheduler ), "publishedFile", [ this ] {
          mustWrite_ = true;
          start();
@@ -20,24 +25,28 @@ PublishedFile::PublishedFile( std::string const & directory, Conditions & condit
 
 PublishedFile::~PublishedFile() {
    if ( !changes_.empty() ) { // after what is being written
-      worker_.run(
-         [ file = file_, changes = std::move( changes_ ) ]() -> Valen::Linux::Worker::Work {
-            file->save( changes );
-            return nullptr;
-         } );
+      worker_.run( [ file = file_, changes = std::move( changes_ ),
+                     directory = directory_.fd() ]() -> Valen::Linux::Worker::Work {
+         file->save( directory, changes );
+         return nullptr;
+      } );
    }
 }
 
 PublishedFrames::Entries PublishedFile::read() {
-   if ( path_.empty() ) {
+   if ( !directory_.open().empty() ) {
       return {};
    }
-   auto const damage = file_->read();
+   auto const text = directory_.content( publishedName, std::string::npos );
+   auto const damage = text              ? file_->read( *text )
+                       : errno == ENOENT ? ""
+                                         : Valen::Linux::errorText( errno );
    if ( !damage.empty() ) {
-      auto const aside = path_ + ".damaged";
-      std::rename( path_.c_str(), aside.c_str() );
-      log( LogLevel::error, "published frames lost: " + path_ + " is damaged and was renamed to " +
-                               aside + ": " + damage );
+      auto const path = directory_.pathOf( publishedName );
+      auto const aside = std::string( publishedName ) + ".damaged";
+      directory_.rename( publishedName, aside );
+      log( LogLevel::error, "published frames lost: " + path + " is damaged and was renamed to " +
+                               directory_.pathOf( aside ) + ": " + damage );
       mustWrite_ = !file_->entries().empty();
       start();
    }
@@ -45,7 +54,7 @@ PublishedFrames::Entries PublishedFile::read() {
 }
 
 void PublishedFile::save( PublishedFrames::Entry change ) {
-   if ( !path_.empty() ) {
+   if ( !directory_.path().empty() ) {
       changes_.push_back( std::move( change ) );
       start();
    }
@@ -57,7 +66,7 @@ void PublishedFile::whenSaved( Done done ) {
    } else if ( writing_ ) {
       waiting_.push_back( std::move( done ) );
    } else {
-      done( !path_.empty() && !condition_.raised() );
+      done( !directory_.path().empty() && !condition_.raised() );
    }
 }
 
@@ -71,8 +80,11 @@ void PublishedFile::start() {
    auto const changes = std::make_shared< PublishedFrames::Entries const >( std::move( changes_ ) );
    changes_.clear();
    waiting_ = std::exchange( next_, {} );
-   worker_.run( [ this, file = file_, changes ]() -> Valen::Linux::Worker::Work {
-      return [ this, error = file->save( *changes ) ] { written( error ); };
+   auto const whyNotOpen = directory_.open();
+   worker_.run( [ this, file = file_, changes, whyNotOpen,
+                  directory = directory_.fd() ]() -> Valen::Linux::Worker::Work {
+      auto const error = file->save( directory, *changes ); // which keeps them in any case
+      return [ this, error = whyNotOpen.empty() ? error : whyNotOpen ] { written( error ); };
    } );
 }
 

@@ -9,6 +9,7 @@
 #include "linux/Worker.h"
 #include "platform/gantry/Timer.h"
 #include "valend/base/Conditions.h"
+#include "valend/base/StateDirectory.h"
 #include "valend/configuration/PublishedFrames.h"
 
 #include <chrono>
@@ -24,8 +25,9 @@ class PublishedFile {
    // When it tries again after an error.
    static constexpr std::chrono::seconds retryPeriod{ 60 };
 
-   // Saves nothing when `directory` is empty. All must outlive this; `worker` runs what is left to be written at the end.
-   PublishedFile( std::string const & directory, Conditions & conditions,
+   // Saves nothing when there is no state directory. All must outlive this; `worker` runs what is left to be written at
+   // the end.
+   PublishedFile( StateDirectory & directory, Conditions & conditions,
                   Valen::Linux::Worker & worker, Quill::Ptr< Gantry::TaskScheduler > scheduler );
    ~PublishedFile();
    PublishedFile( PublishedFile const & ) = delete;
@@ -48,7 +50,7 @@ class PublishedFile {
    void start();
    void written( std::string const & error );
 
-   std::string const path_;
+   StateDirectory & directory_;
    Condition condition_;
    Valen::Linux::Worker & worker_;
    std::shared_ptr< PublishedFrames > const file_; // the worker's, while it writes

@@ -3,8 +3,6 @@
 #include "settings/Hex.h"
 #include "valend/base/AtomicFile.h"
 
-#include <fstream>
-#include <iterator>
 #include <nlohmann/json.hpp>
 
 namespace Valend {
@@ -28,9 +26,7 @@ std::string quoted( std::string const & text ) {
 
 } // namespace
 
-std::string PublishedFrames::read() {
-   std::ifstream file( path_, std::ios::binary );
-   std::string const text( std::istreambuf_iterator< char >( file ), {} );
+std::string PublishedFrames::read( std::string const & text ) {
    std::string damage;
    auto const guarded = [ & ]( auto const & parse ) {
       try {
@@ -39,7 +35,7 @@ std::string PublishedFrames::read() {
          damage = damage.empty() ? e.what() : damage;
       }
    };
-   stale_ = !file;
+   stale_ = false;
    fileBytes_ = text.size();
    if ( text.starts_with( '[' ) ) { // of a version that wrote one list
       stale_ = true;
@@ -51,7 +47,7 @@ std::string PublishedFrames::read() {
       guarded( [ & ] { readLine( text.substr( begin, end - begin ) ); } );
       begin = end + 1;
    }
-   stale_ = stale_ || begin != text.size() || !damage.empty();
+   stale_ = begin != text.size() || !damage.empty();
    return damage;
 }
 
@@ -73,7 +69,7 @@ PublishedFrames::Entries PublishedFrames::entries() const {
    return entries;
 }
 
-std::string PublishedFrames::save( Entries const & changes ) {
+std::string PublishedFrames::save( int directory, Entries const & changes ) {
    std::string lines;
    for ( auto const & change : changes ) {
       if ( take( change ) ) {
@@ -84,11 +80,11 @@ std::string PublishedFrames::save( Entries const & changes ) {
       return "";
    }
    if ( !stale_ && fileBytes_ + lines.size() <= 2 * liveBytes_ + slack &&
-        appendSynced( path_, lines ).empty() ) {
+        appendSynced( directory, path_, lines ).empty() ) {
       fileBytes_ += lines.size();
       return "";
    }
-   return rewrite();
+   return rewrite( directory );
 }
 
 // Returns whether it changes anything.
@@ -109,14 +105,14 @@ bool PublishedFrames::take( Entry const & change ) {
    return true;
 }
 
-std::string PublishedFrames::rewrite() {
+std::string PublishedFrames::rewrite( int directory ) {
    stale_ = true; // until it has succeeded
    std::string text;
    text.reserve( liveBytes_ );
    for ( auto const & entry : entries() ) {
       text += lineOf( entry );
    }
-   auto error = writeAtomically( path_, text, 0600, Sync::yes );
+   auto error = writeAtomically( directory, path_, text, 0600, Sync::yes );
    if ( error.empty() ) {
       stale_ = false;
       fileBytes_ = text.size();

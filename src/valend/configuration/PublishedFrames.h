@@ -27,17 +27,19 @@ class PublishedFrames {
    // Bytes of outdated lines that do no harm.
    static constexpr std::size_t slack = 1u << 20;
 
+   // The file, for writing and for texts.
    explicit PublishedFrames( std::string path ) : path_( std::move( path ) ) {}
 
-   // Reads the file. An incomplete last line, of a write that did not end, is ignored. Returns what is wrong with other
-   // lines, which are lost; empty when nothing is. The next save() rewrites the file then.
-   std::string read();
+   // Takes over the content of the file. An incomplete last line, of a write that did not end, is ignored. Returns what
+   // is wrong with other lines, which are lost; empty when nothing is. The next save() rewrites the file then.
+   std::string read( std::string const & text );
    // What the file has.
    Entries entries() const;
 
-   // Writes what `changes` change, and waits for the disk. Returns an empty text, or why it cannot be written:
-   // "cannot write PATH: REASON". The changes are not forgotten then: the next call saves them, too.
-   std::string save( Entries const & changes );
+   // Writes what `changes` change to the file in the open directory, and waits for the disk. Returns an empty text, or
+   // why it cannot be written: "cannot write PATH: REASON". The changes are not forgotten then: the next call saves
+   // them, too.
+   std::string save( int directory, Entries const & changes );
 
  private:
    using Key = std::pair< std::string, std::string >;
@@ -45,7 +47,7 @@ class PublishedFrames {
    void readLine( std::string const & line );
    void readList( std::string const & text );
    bool take( Entry const & change );
-   std::string rewrite();
+   std::string rewrite( int directory );
    static std::string lineOf( Entry const & entry );
    static std::size_t lineBytes( Settings::Frames const & frames );
 

@@ -57,6 +57,9 @@ std::string Metrics::text( MetricsFormat format ) const {
    addShutdowns( families );
    addHeld( families );
    addFrames( families );
+   counter( families, "valen_frames_shared_bursts_total",
+            "Shutdowns and goodbyes whose frames shared a socket with another interface's backlog.",
+            sources_.sharedBursts() );
    counter( families, "valen_faults_total", "Errors in the library's handlers.",
             sources_.faults.count() );
    counter( families, "valen_device_resyncs_total",

@@ -42,6 +42,7 @@ class Metrics {
       Conditions const & conditions;
       std::function< Clients() > clients;
       std::function< U64() > linesDropped; // of the log
+      std::function< U64() > sharedBursts; // of frames; see linux/PacketEndpoint.h
    };
 
    explicit Metrics( Sources sources ) : sources_( std::move( sources ) ) {}

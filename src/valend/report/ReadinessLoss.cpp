@@ -7,7 +7,7 @@ namespace Valend {
 ReadinessLoss::ReadinessLoss( Feeder const & feeder, StatusReport const & report,
                               Quill::Ptr< Gantry::TaskScheduler > scheduler,
                               Gantry::WorkQueue & work )
-    : feeder_( feeder ), report_( report ), slices_( work, "readiness" ),
+    : feeder_( feeder ), report_( report ), slices_( work, scheduler, "readiness" ),
       timer_( std::move( scheduler ), "readinessLoss", [ this ] {
          for ( auto const & check : std::exchange( checks_, {} ) ) {
             pass( check );

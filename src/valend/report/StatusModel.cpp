@@ -1,7 +1,5 @@
 #include "valend/report/StatusModel.h"
 
-#include "valend/base/Slice.h"
-
 #include <algorithm>
 
 namespace Valend {
@@ -25,8 +23,8 @@ std::string dumped( Json const & json ) {
 StatusModel::StatusModel( Store const & store, Feeder const & feeder, StatusReport const & report,
                           Quill::Ptr< Gantry::TaskScheduler > scheduler, Gantry::WorkQueue & work,
                           std::function< void() > news )
-    : store_( store ), feeder_( feeder ), report_( report ), scheduler_( scheduler ),
-      news_( std::move( news ) ), posted_( work, "status" ),
+    : store_( store ), feeder_( feeder ), report_( report ), news_( std::move( news ) ),
+      slices_( work, scheduler, "status" ),
       sweeps_( std::move( scheduler ), "status", [ this ] { sweep(); } ) {}
 
 StatusModel::~StatusModel() = default;
@@ -70,7 +68,7 @@ void StatusModel::deviceChanged( LinkPlace const & place ) {
 
 void StatusModel::workLater() {
    if ( !std::exchange( pending_, true ) ) {
-      posted_.post( [ this ] { work(); } );
+      slices_.post( [ this ] { work(); } );
    }
 }
 
@@ -80,14 +78,14 @@ void StatusModel::work() {
    if ( !changes_ ) {
       return;
    }
-   Slice slice( *scheduler_ );
-   while ( !stale_.empty() && slice.goesOn() ) {
+   slices_.begin();
+   while ( !stale_.empty() && slices_.goesOn() ) {
       auto const interface = stale_.front();
       stale_.pop_front();
       isStale_.erase( interface );
       update( interface );
    }
-   while ( !complete_ && slice.goesOn() ) {
+   while ( !complete_ && slices_.goesOn() ) {
       if ( !sweepOne() ) {
          complete_ = true;
          told_ = ~last_; // even if there is no interface
@@ -105,8 +103,8 @@ void StatusModel::sweep() {
    auto const count = feeder_.config().interfaces.size();
    auto const parts = partsOf( count );
    sweeps_.start( std::chrono::nanoseconds( period ) / static_cast< S64 >( parts ) );
-   Slice slice( *scheduler_ );
-   for ( auto left = count / parts + 1; left > 0 && slice.goesOn() && sweepOne(); --left ) {
+   slices_.begin();
+   for ( auto left = count / parts + 1; left > 0 && slices_.goesOn() && sweepOne(); --left ) {
    }
    if ( stale_.empty() ) {
       tell();

@@ -6,7 +6,7 @@
 #pragma once
 
 #include "platform/gantry/Timer.h"
-#include "platform/gantry/WorkQueue.h"
+#include "valend/base/Slices.h"
 #include "valend/report/StatusChanges.h"
 #include "valend/report/StatusReport.h"
 
@@ -67,7 +67,6 @@ class StatusModel {
    Store const & store_;
    Feeder const & feeder_;
    StatusReport const & report_;
-   Quill::Ptr< Gantry::TaskScheduler > const scheduler_;
    std::function< void() > const news_;
    std::unique_ptr< StatusChanges > changes_; // while it is needed
    std::map< std::string, Entry > entries_;   // by interface
@@ -76,7 +75,7 @@ class StatusModel {
    std::multimap< LinkPlace, std::string > places_;
    std::deque< std::string > stale_; // to be looked at
    std::set< std::string > isStale_;
-   Gantry::PostedWork posted_;
+   Slices slices_;
    Gantry::Timer sweeps_;
    std::string sweptTo_; // the last interface of the current sweep
    U64 last_ = 0;

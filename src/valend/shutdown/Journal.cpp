@@ -6,7 +6,6 @@
 #include <cerrno>
 #include <chrono>
 #include <fstream>
-#include <set>
 #include <time.h>
 
 namespace Valend {
@@ -51,54 +50,6 @@ std::size_t roomAfter( JournalEntry const & entry, std::string const & line ) {
 
 } // namespace
 
-// What was read so far, of all files.
-struct Journal::Reading {
-   std::map< U64, JournalEntry > entries; // the last line of each
-   std::vector< U64 > ends;               // in the order of their lines; one may have several
-   bool damaged = false;                  // in any file
-
-   void add( JournalEntry entry ) {
-      bool const end = entry.phase == Phase::ended;
-      auto const [ place, added ] = entries.try_emplace( entry.id );
-      if ( !added && place->second.phase == Phase::ended && !end ) {
-         return; // it was copied into the next file
-      }
-      if ( end ) {
-         ends.push_back( entry.id );
-      }
-      place->second = std::move( entry );
-   }
-
-   // Those that have ended, in the order of their last lines.
-   std::vector< U64 > ended() const {
-      std::vector< U64 > ids;
-      std::set< U64 > seen;
-      for ( auto id = ends.rbegin(); id != ends.rend(); ++id ) {
-         if ( seen.insert( *id ).second ) {
-            ids.push_back( *id );
-         }
-      }
-      std::reverse( ids.begin(), ids.end() );
-      return ids;
-   }
-
-   // Adds the entries in `lines`. Returns how many lines are damaged, one that has no end included.
-   std::size_t addLines( std::string_view lines ) {
-      std::size_t damagedLines = 0;
-      while ( !lines.empty() ) {
-         auto const end = lines.find( '\n' );
-         auto entry = end == lines.npos ? std::nullopt : entryIn( lines.substr( 0, end ) );
-         if ( entry ) {
-            add( std::move( *entry ) );
-         } else {
-            ++damagedLines;
-         }
-         lines.remove_prefix( end == lines.npos ? lines.size() : end + 1 );
-      }
-      return damagedLines;
-   }
-};
-
 Journal::Machine Journal::Machine::real() {
    std::string id;
    std::getline( std::ifstream( "/proc/sys/kernel/random/boot_id" ), id );
@@ -130,32 +81,20 @@ Journal::Content Journal::read() {
       report( why );
       return content;
    }
-   Reading reading;
-   readFile( ".1", reading );
-   readFile( "", reading );
-   std::map< std::string, U64 > newest; // by interface
-   for ( auto const & [ id, entry ] : reading.entries ) {
-      if ( entry.record.ending != ShutdownRecord::Ending::goodbye ) { // that changes no link
-         newest[ entry.record.interface ] = id;
-      }
-   }
-   for ( auto const & [ id, entry ] : reading.entries ) {
+   JournalReading reading;
+   bool intact = readFile( ".1", reading );
+   intact = readFile( "", reading ) && intact;
+   for ( auto const & [ id, entry ] : reading.entries() ) {
       lastId_ = std::max( lastId_, id );
       if ( entry.phase != Phase::ended ) {
-         bool const last = newest[ entry.record.interface ] == id;
-         ( last ? content.unfinished : content.superseded ).push_back( entry );
+         ( reading.newest( entry ) ? content.unfinished : content.superseded ).push_back( entry );
          auto line = lineOf( entry ) + '\n';
          auto const room = roomAfter( entry, line );
          begunIs( id, std::move( line ), room );
       }
    }
-   for ( auto const id : reading.ended() ) {
-      auto const & record = reading.entries.at( id ).record;
-      if ( !content.history.repeat( record ) ) { // of a version that wrote each
-         content.history.add( id, record );
-      }
-   }
-   if ( reading.damaged ) {
+   content.history = reading.history();
+   if ( !intact ) {
       copyUndamaged( reading );
    }
    retry();
@@ -163,20 +102,21 @@ Journal::Content Journal::read() {
 }
 
 // The damaged file was set aside.
-void Journal::copyUndamaged( Reading const & reading ) {
+void Journal::copyUndamaged( JournalReading const & reading ) {
    for ( auto const id : reading.ended() ) {
-      owed_.add( { id, lineOf( reading.entries.at( id ) ) + '\n', 0, OwedLines::Kind::optional } );
+      owed_.add(
+         { id, lineOf( reading.entries().at( id ) ) + '\n', 0, OwedLines::Kind::optional } );
    }
    for ( auto & [ id, begun ] : begun_ ) {
       owed_.add( { id, begun.line, begun.roomAfter, OwedLines::Kind::needed } );
    }
 }
 
-// A file that does not exist is not an error, nor is one whose header could not be written.
-void Journal::readFile( char const * suffix, Reading & reading ) {
+// Returns whether the file is undamaged. One that does not exist is, and one whose header could not be written.
+bool Journal::readFile( char const * suffix, JournalReading & reading ) {
    auto const content = file_.content( suffix, readLimit );
    if ( content ? content->empty() : errno == ENOENT ) {
-      return;
+      return true;
    }
    auto const path = file_.path( suffix );
    std::string why;
@@ -188,9 +128,9 @@ void Journal::readFile( char const * suffix, Reading & reading ) {
       why = path + " has " + Settings::counted( lines, "damaged line" );
    }
    if ( !why.empty() ) {
-      reading.damaged = true;
       setAside( suffix, why );
    }
+   return why.empty();
 }
 
 void Journal::setAside( char const * suffix, std::string const & why ) {

@@ -25,6 +25,7 @@
 #include "valend/shutdown/History.h"
 #include "valend/shutdown/JournalEntry.h"
 #include "valend/shutdown/JournalFile.h"
+#include "valend/shutdown/JournalReading.h"
 #include "valend/shutdown/OwedLines.h"
 
 #include <functional>
@@ -82,16 +83,15 @@ class Journal {
    std::string const & bootId() const noexcept { return machine_.bootId; }
 
  private:
-   struct Reading;
    // A shutdown that has a line in the file, and has not ended there.
    struct Begun {
       std::string line;
       std::size_t roomAfter;
    };
 
-   void readFile( char const * suffix, Reading & reading );
+   bool readFile( char const * suffix, JournalReading & reading );
    void setAside( char const * suffix, std::string const & why );
-   void copyUndamaged( Reading const & reading );
+   void copyUndamaged( JournalReading const & reading );
    void addLine( JournalEntry & entry );
    void retry();
    void writeOwed();

@@ -2,7 +2,6 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <cstdio>
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <unistd.h>
@@ -132,40 +131,6 @@ std::string JournalFile::replace( std::string const & text, std::size_t bytes ) 
    bytes_ = whole.size();
    reserved_ = bytes_ + ( canReserve_ ? length : 0 );
    return "";
-}
-
-std::optional< std::string > JournalFile::content( char const * suffix, std::size_t limit ) const {
-   Fd const fd( ::openat( directory_.fd(), ( name_ + suffix ).c_str(),
-                          O_RDONLY | O_NOFOLLOW | O_CLOEXEC | O_NONBLOCK ) );
-   struct stat status {};
-   if ( !fd || ::fstat( fd.get(), &status ) < 0 ) {
-      return std::nullopt;
-   }
-   if ( !S_ISREG( status.st_mode ) || static_cast< std::size_t >( status.st_size ) > limit ) {
-      errno = EFBIG;
-      return std::nullopt;
-   }
-   std::string content( static_cast< std::size_t >( status.st_size ), '\0' );
-   std::size_t got = 0;
-   while ( got < content.size() ) {
-      auto const count = ::read( fd.get(), content.data() + got, content.size() - got );
-      if ( count < 0 ) {
-         return std::nullopt;
-      }
-      if ( count == 0 ) {
-         break;
-      }
-      got += static_cast< std::size_t >( count );
-   }
-   content.resize( got );
-   return content;
-}
-
-int JournalFile::rename( char const * from, char const * to ) const noexcept {
-   return ::renameat( directory_.fd(), ( name_ + from ).c_str(), directory_.fd(),
-                      ( name_ + to ).c_str() ) < 0
-             ? errno
-             : 0;
 }
 
 } // namespace Valend

@@ -42,9 +42,13 @@ class JournalFile {
 
    // The whole file with that suffix. Nothing, with errno set, when it is not readable, not a regular
    // file or longer than `limit`.
-   std::optional< std::string > content( char const * suffix, std::size_t limit ) const;
+   std::optional< std::string > content( char const * suffix, std::size_t limit ) const {
+      return directory_.content( name_ + suffix, limit );
+   }
    // Renames it. Returns errno, or 0.
-   int rename( char const * from, char const * to ) const noexcept;
+   int rename( char const * from, char const * to ) const {
+      return directory_.rename( name_ + from, name_ + to );
+   }
 
  private:
    std::string failed( char const * what, int number ) const;

@@ -1,6 +1,5 @@
 #include "valend/shutdown/LinkController.h"
 
-#include "platform/quill/Fault.h"
 #include "valend/base/Errors.h"
 #include "valend/shutdown/Places.h"
 
@@ -15,6 +14,7 @@ LinkController::LinkController( Store & store, Settings::Config const & config, 
                                 Quill::Ptr< Gantry::TaskScheduler > scheduler,
                                 Gantry::WorkQueue & work )
     : journal_( journal ), config_( config ), port_( port ), posted_( work, "link controller" ),
+      begins_( work, "link controller" ),
       links_( port, scheduler, [ this ]( auto const & place ) { setDownOutside( place ); } ),
       surroundings_{
          store,
@@ -30,6 +30,10 @@ LinkController::LinkController( Store & store, Settings::Config const & config, 
          [ this ]( auto & shutdown ) { ended( shutdown ); } },
       goodbyeSurroundings_{ store, port, surroundings_.scheduler,
                             [ this ]( auto & goodbye ) { ended( goodbye ); } },
+      enablings_( port, surroundings_.scheduler,
+                  [ this ]( auto const & name, auto const & place, auto const & answer ) {
+                     setUpAnswered( name, place, answer );
+                  } ),
       repeats_( journal, surroundings_.scheduler ) {}
 
 LinkController::~LinkController() = default;
@@ -80,7 +84,7 @@ std::string LinkController::goodbye( std::string const & name, Request request,
       record.place = placeOf( config_, interface( name ) );
       record.request = std::move( request );
       place = std::make_unique< Goodbye >( goodbyeSurroundings_, std::move( record ) );
-      enqueue( [ this, name ] {
+      begins_.add( [ this, name ] {
          auto const found = goodbyes_.find( name );
          if ( found == goodbyes_.end() ) {
             return false;
@@ -114,13 +118,13 @@ void LinkController::enable( std::string const & name, std::string const & reque
       return shutdown->enabled( requester, std::move( observer ) );
    }
    auto const place = placeOf( config_, interface( name ) );
-   if ( auto const running = enablings_.find( name ); running != enablings_.end() ) {
-      return running->second.observers.push_back( std::move( observer ) );
+   if ( enablings_.running( name ) ) {
+      return enablings_.join( name, std::move( observer ) );
    }
    InterfaceDelay( surroundings_.store, name ).lowerFlag();
    try {
       if ( !port_.up( place ) ) {
-         return setUp( name, place, std::move( observer ) );
+         return enablings_.begin( name, place, std::move( observer ) );
       }
    } catch ( Quill::ErrnoException const & e ) {
       return observer( whyNotUp( { e.number(), e.what(), false } ) );
@@ -128,34 +132,13 @@ void LinkController::enable( std::string const & name, std::string const & reque
    observer( Enabled::alreadyUp );
 }
 
-void LinkController::setUp( std::string const & name, LinkPlace const & place,
-                            EnableObserver observer ) {
-   auto & enabling = enablings_[ name ];
-   enabling.observers.push_back( std::move( observer ) );
-   enabling.request = port_.request(
-      place, LinkChange::up, surroundings_.scheduler->now(),
-      [ this, name, place ]( auto const & answer ) { setUpAnswered( name, place, answer ); } );
-}
-
 void LinkController::setUpAnswered( std::string const & name, LinkPlace const & place,
                                     LinkAnswer const & answer ) {
    if ( answer.error == 0 ) {
       links_.setUp( place );
    }
-   auto const enabling = enablings_.extract( name );
    if ( find( name ) ) { // requested meanwhile
       enqueueShutdown( name );
-   }
-   auto const result = [ & ]() -> EnableResult {
-      if ( answer.error ) {
-         return whyNotUp( answer );
-      }
-      return answer.changed ? Enabled::up : Enabled::alreadyUp;
-   };
-   for ( auto const & observer : enabling.mapped().observers ) {
-      Quill::underFaultBoundary(
-         { typeid( LinkController ), "LinkController", typeid( void ), "enabled" },
-         [ & ] { return name; }, [ & ] { observer( result() ); } );
    }
 }
 
@@ -186,11 +169,8 @@ std::vector< std::string > LinkController::stop() {
    for ( auto const & [ name, shutdown ] : shutdowns_ ) {
       lines.push_back( pendingLine( *shutdown ) );
    }
-   for ( auto const & [ name, enabling ] : enablings_ ) {
-      lines.push_back( name +
-                       ( enabling.request->begun()
-                            ? ": link being set up at this moment"
-                            : ": request to set the link up dropped; link left unchanged" ) );
+   for ( auto & line : enablings_.pendingLines() ) {
+      lines.push_back( std::move( line ) );
    }
    return lines;
 }
@@ -212,34 +192,15 @@ std::string LinkController::pendingLine( Shutdown const & shutdown ) const {
 
 // --- Shutdowns -----------------------------------------------------------------------------------
 
-void LinkController::enqueue( std::function< bool() > begin ) {
-   queue_.push_back( std::move( begin ) );
-   if ( queue_.size() == 1 ) {
-      posted_.post( [ this ] { beginNext(); } );
-   }
-}
-
 void LinkController::enqueueShutdown( std::string const & name ) {
-   enqueue( [ this, name ] {
+   begins_.add( [ this, name ] {
       auto * const shutdown = find( name );
-      if ( !shutdown || enablings_.contains( name ) ) {
+      if ( !shutdown || enablings_.running( name ) ) {
          return false; // it was aborted, or begins when the link is up
       }
       shutdown->begin();
       return true;
    } );
-}
-
-void LinkController::beginNext() {
-   bool begun = false;
-   while ( !begun && !queue_.empty() ) {
-      auto const begin = std::move( queue_.front() );
-      queue_.pop_front();
-      begun = begin();
-   }
-   if ( !queue_.empty() ) {
-      posted_.post( [ this ] { beginNext(); } );
-   }
 }
 
 void LinkController::libraryChanged( std::string const & name ) {

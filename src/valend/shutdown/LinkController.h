@@ -7,14 +7,15 @@
 #pragma once
 
 #include "platform/gantry/WorkQueue.h"
+#include "valend/shutdown/Enablings.h"
 #include "valend/shutdown/Goodbye.h"
 #include "valend/shutdown/LinkTracker.h"
+#include "valend/shutdown/OnePerTurn.h"
 #include "valend/shutdown/Recovery.h"
 #include "valend/shutdown/Repeats.h"
 #include "valend/shutdown/Shutdown.h"
 #include "valend/shutdown/ShutdownStatistics.h"
 
-#include <deque>
 #include <map>
 #include <memory>
 #include <set>
@@ -83,20 +84,11 @@ class LinkController final {
    ShutdownStatistics const & statistics() const noexcept { return statistics_; }
 
  private:
-   // A link that is being set up.
-   struct Enabling {
-      std::unique_ptr< LinkRequest > request;
-      std::vector< EnableObserver > observers;
-   };
-
    Settings::InterfaceConfig const & interface( std::string const & name ) const;
-   void setUp( std::string const & name, LinkPlace const & place, EnableObserver observer );
    void setUpAnswered( std::string const & name, LinkPlace const & place,
                        LinkAnswer const & answer );
    std::string pendingLine( Shutdown const & shutdown ) const;
-   void enqueue( std::function< bool() > begin );
    void enqueueShutdown( std::string const & name );
-   void beginNext();
    void libraryChanged( std::string const & interface );
    void setDownOutside( LinkPlace const & place );
    void recordSetDownOutside( std::string const & interface, LinkPlace const & place );
@@ -112,16 +104,15 @@ class LinkController final {
    Settings::Config const & config_;
    LinkPort & port_;
    Gantry::PostedWork posted_;
+   OnePerTurn begins_;
    LinkTracker links_;
    Shutdown::Surroundings const surroundings_;
    Goodbye::Surroundings const goodbyeSurroundings_;
    std::map< std::string, std::unique_ptr< Shutdown > > shutdowns_; // by interface
    std::map< std::string, std::unique_ptr< Goodbye > > goodbyes_;   // by interface
-   std::map< std::string, Enabling > enablings_;                    // by interface
-   std::vector< std::shared_ptr< void > > done_;                    // destroyed from the loop
-   std::set< std::string > unseen_; // resumed shutdowns whose device was not seen yet
-   std::deque< std::function< bool() > >
-      queue_; // to begin, oldest first; false if there is nothing
+   Enablings enablings_;
+   std::vector< std::shared_ptr< void > > done_; // destroyed from the loop
+   std::set< std::string > unseen_;              // resumed shutdowns whose device was not seen yet
    History history_;
    Repeats repeats_;
    ShutdownStatistics statistics_;

@@ -59,47 +59,17 @@
 // the journal before it begins. Acts from the loop only.
 #pragma once
 
-#include "platform/gantry/Backoff.h"
-#include "platform/gantry/Timer.h"
-#include "settings/Config.h"
-#include "valend/base/Conditions.h"
-#include "valend/kernel/LinkPort.h"
-#include "valend/shutdown/DelayWatch.h"
-#include "valend/shutdown/Enabled.h"
-#include "valend/shutdown/InterfaceDelay.h"
-#include "valend/shutdown/Journal.h"
-#include "valend/shutdown/ObserverList.h"
-#include "valend/store/Store.h"
+#include "valend/shutdown/ShutdownHold.h"
+#include "valend/shutdown/ShutdownLink.h"
 
 namespace Valend {
 
 class Shutdown final {
  public:
-   // How long after the delay's end the library may still hold the link.
-   static constexpr std::chrono::milliseconds margin{ 500 };
-   // How long its frames may take to leave the socket.
-   static constexpr std::chrono::milliseconds flushTimeout{ 200 };
-   // How long to wait for a device that is missing: one that was just recreated may not have been reported
-   // yet. And how long to try to set a link up again.
-   static constexpr std::chrono::milliseconds downTimeout{ 300 };
-   // After how long those who wait are told that the kernel does not set the link down.
-   static constexpr std::chrono::milliseconds retryNotice{ 1000 };
+   using Surroundings = ShutdownSurroundings;
+
    // How long after a restart the interface may take to become ready, and its device to be there.
    static constexpr std::chrono::milliseconds readyTimeout{ 2000 };
-
-   // What a shutdown works with. All must outlive it.
-   struct Surroundings {
-      Store & store;
-      Settings::Config const & config; // the active one
-      LinkPort & port;
-      Quill::Ptr< Gantry::TaskScheduler > scheduler;
-      Journal & journal;
-      Conditions & conditions;
-      Quill::Ptr< DelayWatch > delayWatch;
-      std::function< void( LinkPlace const & place ) > linkSetDown; // by a shutdown
-      std::function< void( LinkPlace const & place ) > linkSetUp;   // the same
-      std::function< void( Shutdown & ) > ended;                    // called before the observers
-   };
 
    // One that is requested now.
    Shutdown( Surroundings const & surroundings, Settings::InterfaceConfig const & interface,
@@ -122,70 +92,43 @@ class Shutdown final {
    // Calls the observer with the last step, and with the further ones as they come. One that throws
    // is reported as a fault and noted in the record, and does not end the shutdown.
    void join( ShutdownObserver observer ) {
-      observers_.join( std::move( observer ), entry_.record );
+      observers_.join( std::move( observer ), state_.record() );
    }
 
    // How long the link is still held; nothing when it is not.
-   std::optional< std::chrono::milliseconds > remaining() const;
-   Phase phase() const noexcept { return entry_.phase; }
+   std::optional< std::chrono::milliseconds > remaining() const { return hold_.remaining(); }
+   Phase phase() const noexcept { return state_.phase(); }
    // Why the kernel does not set the link down, while that is tried again; else empty.
-   std::string const & whyRetrying() const noexcept { return whyRetrying_; }
+   std::string const & whyRetrying() const noexcept { return link_.whyRetrying(); }
    // Whether the kernel is changing the link at this moment.
-   bool changing() const { return request_ && request_->begun(); }
-   U64 id() const noexcept { return entry_.id; } // in the journal
-   LinkPlace const & place() const noexcept { return entry_.record.place; }
-   ShutdownRecord const & record() const noexcept { return entry_.record; }
+   bool changing() const { return link_.changing(); }
+   U64 id() const noexcept { return state_.id(); } // in the journal
+   LinkPlace const & place() const noexcept { return state_.place(); }
+   ShutdownRecord const & record() const noexcept { return state_.record(); }
 
  private:
    using Ending = ShutdownRecord::Ending;
 
    template < class Work > void guard( char const * event, Work const & work );
    void failOpen( std::string const & why );
-   void enter( Phase phase, Gantry::Time deadline );
    void timedOut();
+   void answered( LinkAnswer const & answer );
    void waitForInterface();
    void checkLink();
-   void sendAndHold();
-   void holdLink();
-   void followLibrary();
-   void flushSocket();
+   void flush();
    void setLinkDown();
-   void downAnswered( LinkAnswer const & answer );
-   void retry( LinkAnswer const & answer );
-   void noteDown( LinkAnswer const & answer );
-   void abortUnlessDown();
    void setLinkUp();
-   void upAnswered( LinkAnswer const & answer );
-   void request( LinkChange change, void ( Shutdown::*answered )( LinkAnswer const & ) );
-   bool isDown() const;
+   void endIf( ShutdownLink::MaybeOutcome const & outcome );
    void end( Ending ending, std::string const & why );
-   void answerEnablers();
    bool endedAsExpired();
-   void placeIs( LinkPlace const & place );
-   bool updatePlace();
-   void note( std::string const & why ) { entry_.record.note( why ); }
-   std::string intoDelay() const;
    Gantry::Time now() const noexcept { return surroundings_.scheduler->now(); }
 
    Surroundings const & surroundings_;
-   InterfaceDelay const delay_;
-   JournalEntry entry_;         // its hold is on the machine's clock
-   std::optional< Hold > hold_; // the same on the scheduler's
-   Gantry::Time deadline_{};    // of the phase; meaningless in those that have none
-   bool markToCheck_ = false;   // the device was not seen since the restart
+   ShutdownState state_;
    ObserverList observers_;
    std::vector< EnableObserver > enablers_;
-   std::optional< LinkAnswer > notUp_; // settingUp failed so
-   bool setUpAgain_ = false;
-   std::string setDownOutside_; // when: "120 ms into the delay"
-   std::string whyRetrying_;
-   std::optional< Gantry::Time > retryingSince_;
-   unsigned attempts_ = 0; // to set the link down
-   Gantry::Backoff pause_;
-   std::optional< Condition > condition_;                 // while it is retried for long
-   Quill::Ptr< Valen::Status::IntfStatus const > status_; // the entry by which the library holds it
-   Gantry::Timer timer_;
-   std::unique_ptr< LinkRequest > request_; // whose answer is awaited
+   ShutdownHold hold_;
+   ShutdownLink link_;
 };
 
 } // namespace Valend

@@ -1,7 +1,5 @@
 #include "valend/store/StoreTexts.h"
 
-#include "valend/base/Slice.h"
-
 #include <algorithm>
 
 namespace Valend {
@@ -12,8 +10,8 @@ using Quill::Ptr;
 
 namespace {
 
-// After so many slices, what has become stale meanwhile is made again when it is appended.
-constexpr int mostSlices = 1000;
+// After so many turns, what has become stale meanwhile is made again when it is appended.
+constexpr int mostTurns = 1000;
 
 } // namespace
 
@@ -109,7 +107,7 @@ void StoreNode::parentDel( StoreNode const * parent ) {
 // --- All of them ---------------------------------------------------------------------------------
 
 StoreTexts::StoreTexts( Ptr< Gantry::TaskScheduler > scheduler, Gantry::WorkQueue & work )
-    : scheduler_( scheduler ), posted_( work, "store texts" ),
+    : scheduler_( scheduler ), slices_( work, scheduler, "store texts" ),
       rest_( std::move( scheduler ), "store texts", [ this ] { refreshSome(); } ) {}
 
 StoreTexts::~StoreTexts() = default;
@@ -139,14 +137,14 @@ void StoreTexts::add( std::shared_ptr< StoreNode > const & stale ) {
 
 void StoreTexts::refresh( void const * key, std::function< void() > done ) {
    waiting_.emplace_back( key, std::move( done ) );
-   if ( slices_ || rest_.running() ) {
+   if ( turns_ || rest_.running() ) {
       return;
    }
    if ( auto const now = scheduler_->now(); now < restEnd_ ) {
       return rest_.start( restEnd_ - now );
    }
-   ++slices_;
-   posted_.post( [ this ] { refreshSome(); } );
+   ++turns_;
+   slices_.post( [ this ] { refreshSome(); } );
 }
 
 void StoreTexts::doneDel( void const * key ) {
@@ -154,9 +152,9 @@ void StoreTexts::doneDel( void const * key ) {
 }
 
 void StoreTexts::refreshSome() {
-   ++slices_;
-   Slice slice( *scheduler_ );
-   while ( !stale_.empty() && slice.goesOn() ) {
+   ++turns_;
+   slices_.begin();
+   while ( !stale_.empty() && slices_.goesOn() ) {
       auto const node = stale_.front().lock();
       stale_.pop_front();
       if ( node ) {
@@ -164,12 +162,12 @@ void StoreTexts::refreshSome() {
          node->refresh();
       }
    }
-   spent_ += slice.spent();
-   if ( !stale_.empty() && slices_ < mostSlices && !waiting_.empty() ) {
-      return posted_.post( [ this ] { refreshSome(); } );
+   spent_ += slices_.spent();
+   if ( !stale_.empty() && turns_ < mostTurns && !waiting_.empty() ) {
+      return slices_.post( [ this ] { refreshSome(); } );
    }
    restEnd_ = scheduler_->now() + restFactor * std::exchange( spent_, Gantry::Time( 0 ) );
-   slices_ = 0;
+   turns_ = 0;
    for ( auto const & [ key, done ] : std::exchange( waiting_, {} ) ) {
       done();
    }

@@ -3,7 +3,7 @@
 #pragma once
 
 #include "platform/gantry/Timer.h"
-#include "platform/gantry/WorkQueue.h"
+#include "valend/base/Slices.h"
 #include "valend/store/StoreText.h"
 
 #include <deque>
@@ -84,11 +84,11 @@ class StoreTexts {
    std::unordered_map< Quill::Entity const *, std::weak_ptr< StoreNode > > nodes_;
    std::deque< std::weak_ptr< StoreNode > > stale_;
    std::vector< std::pair< void const *, std::function< void() > > > waiting_;
-   Gantry::PostedWork posted_;
+   Slices slices_;
    Gantry::Timer rest_;
    Gantry::Time spent_{};
    Gantry::Time restEnd_{};
-   int slices_ = 0; // since the refresh began; 0: none is under way
+   int turns_ = 0; // since the refresh began; 0: none is under way
 };
 
 } // namespace Valend

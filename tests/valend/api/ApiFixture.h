@@ -113,7 +113,8 @@ class ApiFixture : public DaemonFixture {
    TraceHub trace;
    Access access{ "4001", "4002" };
    Metrics metrics{ { store, feeder, kernel, controller, faults, conditions,
-                      [] { return Metrics::Clients(); }, [] { return U64( 0 ); } } };
+                      [] { return Metrics::Clients(); }, [] { return U64( 0 ); },
+                      [] { return U64( 0 ); } } };
    Publications publications;
    Valen::Linux::EventLoop loop{ clock.scheduler() }; // is not turned
    Configurator configurator{ "/dev/null", Settings::ProcessConfig(), conditions, loop,

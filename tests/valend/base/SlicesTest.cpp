@@ -1,11 +1,11 @@
 #include "valend/base/Slices.h"
 
 #include "tests/support/FaultRecorder.h"
+#include "tests/support/SteppedClock.h"
 
 #include <gmock/gmock.h>
 #include <optional>
 #include <stdexcept>
-#include <thread>
 
 namespace Valend {
 namespace {
@@ -31,8 +31,9 @@ class SlicesTest : public ::testing::Test {
    }
 
    Valen::Test::FaultRecorder faults;
+   Valen::Test::SteppedClock clock;
    Gantry::WorkQueue work;
-   std::optional< Slices > slices{ std::in_place, work, "test" };
+   std::optional< Slices > slices{ std::in_place, work, clock.scheduler(), "test" };
    std::string calls;
 };
 
@@ -51,7 +52,7 @@ TEST_F( SlicesTest, OtherWorkRunsBetweenTwoSlices ) {
    unsigned others = 0;
    unsigned left = 10;
    slices->add( [ & ] {
-      std::this_thread::sleep_for( Slices::limit ); // which ends the slice
+      clock.advance( Slices::longest ); // which ends the slice
       work.post( [ & ] { ++others; } );
       return --left > 0;
    } );
@@ -61,6 +62,22 @@ TEST_F( SlicesTest, OtherWorkRunsBetweenTwoSlices ) {
    }
    turns();
    EXPECT_EQ( others, 10u );
+}
+
+TEST_F( SlicesTest, ASliceEndsByTimeOrBySteps ) {
+   slices->add( counting( 'a', 2 * Slices::mostSteps ) );
+   work.run();
+   EXPECT_EQ( calls.size(), Slices::mostSteps );
+   slices->begin();
+   EXPECT_TRUE( slices->goesOn() );
+   clock.advance( Gantry::Time( Slices::longest ) / 2 );
+   EXPECT_TRUE( slices->goesOn() );
+   clock.advance( Gantry::Time( Slices::longest ) / 2 );
+   EXPECT_FALSE( slices->goesOn() );
+   EXPECT_EQ( slices->spent(), Slices::longest );
+   slices->begin();
+   clock.advance( Slices::longest );
+   EXPECT_TRUE( slices->goesOn() ) << "the first step always belongs to it";
 }
 
 TEST_F( SlicesTest, AStepMayAddSteps ) {

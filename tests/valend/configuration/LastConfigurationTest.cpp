@@ -6,6 +6,7 @@
 #include <algorithm>
 #include <chrono>
 #include <ctime>
+#include <filesystem>
 #include <functional>
 #include <sys/stat.h>
 
@@ -21,7 +22,8 @@ Settings::Config delayOf( U16 milliseconds ) {
 class LastConfigurationTest : public ::testing::Test {
  protected:
    std::optional< LastConfiguration > make( std::string const & directory ) {
-      return std::optional< LastConfiguration >( std::in_place, directory, "valen.yaml", conditions,
+      state.emplace( directory, []( auto const & ) {} );
+      return std::optional< LastConfiguration >( std::in_place, &*state, "valen.yaml", conditions,
                                                  *worker, clock.scheduler() );
    }
    static PlanPtr planOf( Settings::Config config ) {
@@ -47,6 +49,7 @@ class LastConfigurationTest : public ::testing::Test {
    }
 
    Valen::Test::WorkDirectory const work;
+   std::optional< StateDirectory > state;
    Valen::Test::SteppedClock clock;
    Conditions conditions{ []( auto, auto const & ) {} };
    Valen::Linux::EventLoop loop{ clock.scheduler() };
@@ -94,11 +97,25 @@ TEST_F( LastConfigurationTest, ADirectoryThatCannotBeWrittenIsAConditionUntilItC
    last->keep( planOf( delayOf( 5 ) ) );
    EXPECT_TRUE( eventually( [ & ] { return !condition().empty(); } ) );
    EXPECT_EQ( condition(), "last-configuration: a start with errors in the configuration would "
-                           "fail: cannot write " +
-                              ( work / "none/configuration.yaml.new" ) + ": Not a directory" );
+                           "fail: cannot open " +
+                              ( work / "none" ) + ": Not a directory" );
    work.remove( "none" );
    clock.advance( LastConfiguration::retryPeriod );
    EXPECT_TRUE( eventually( [ & ] { return condition().empty(); } ) );
+}
+
+TEST_F( LastConfigurationTest, AReplacedPathOfTheDirectoryHasNoEffect ) {
+   work.directory( "trap" );
+   auto last = make( work / "state" );
+   last->keep( planOf( delayOf( 5 ) ) );
+   ASSERT_TRUE( eventually( [ & ] { return work.has( "state/configuration.yaml" ); } ) );
+   std::filesystem::rename( work / "state", work / "moved" );
+   work.link( work / "trap", "state" );
+   last->keep( planOf( delayOf( 6 ) ) );
+   last.reset();
+   workerEnd();
+   EXPECT_FALSE( work.has( "trap/configuration.yaml" ) );
+   EXPECT_EQ( LastConfiguration::read( work / "moved" )->config.shutdownDelayMs, U16( 6 ) );
 }
 
 TEST_F( LastConfigurationTest, WhatTheFileHasIsNotWrittenAgain ) {

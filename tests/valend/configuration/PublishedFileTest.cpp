@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <chrono>
+#include <filesystem>
 #include <future>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
@@ -27,8 +28,15 @@ class PublishedFileTest : public ::testing::Test {
  protected:
    PublishedFileTest() { make(); }
 
-   void make( std::string const & name = "state" ) {
-      file.emplace( directory / name, conditions, *worker, clock.scheduler() );
+   void make() { file.emplace( *state, conditions, *worker, clock.scheduler() ); }
+   // The next start, with a file in place of the directory until it is removed.
+   void makeWithoutDirectory() {
+      file.reset();
+      state.reset();
+      directory.remove( "state" );
+      directory.write( "state", "a file" );
+      state.emplace( directory / "state", []( auto const & ) {} );
+      make();
    }
    // Turns the loop until all that was saved before is on the disk, or is not.
    bool saved() {
@@ -47,7 +55,7 @@ class PublishedFileTest : public ::testing::Test {
    // The agents and interfaces that the next run reads.
    std::vector< std::string > readAgain() {
       std::vector< std::string > names;
-      PublishedFile next( directory / "state", conditions, *worker, clock.scheduler() );
+      PublishedFile next( *state, conditions, *worker, clock.scheduler() );
       for ( auto const & each : next.read() ) {
          EXPECT_EQ( each.frames, entry( "any" ).frames );
          names.push_back( each.agent + "/" + each.interface );
@@ -59,6 +67,7 @@ class PublishedFileTest : public ::testing::Test {
    std::vector< std::string > logged;
    Conditions conditions{ [ this ]( LogLevel, auto const & text ) { logged.push_back( text ); } };
    WorkDirectory directory;
+   std::optional< StateDirectory > state{ std::in_place, directory / "state" };
    Valen::Test::SteppedClock clock;
    Valen::Linux::EventLoop loop{ clock.scheduler() };
    std::optional< Valen::Linux::Worker > worker{ std::in_place, loop, "test" };
@@ -70,7 +79,6 @@ TEST_F( PublishedFileTest, WithoutAFileNothingIsRestored ) {
 }
 
 TEST_F( PublishedFileTest, WhatIsSavedIsRestored ) {
-   directory.directory( "state" );
    EXPECT_TRUE( save( entry( "lldp" ) ) );
    EXPECT_TRUE( save( entry( "lldp", "Ethernet \"2\"\n" ) ) );
    EXPECT_TRUE( save( entry( "bgp" ) ) );
@@ -82,7 +90,6 @@ TEST_F( PublishedFileTest, WhatIsSavedIsRestored ) {
 }
 
 TEST_F( PublishedFileTest, WithdrawnFramesAreNotRestored ) {
-   directory.directory( "state" );
    save( entry( "lldp" ) );
    save( entry( "bgp" ) );
    EXPECT_TRUE( save( { "lldp", "Ethernet1", {} } ) );
@@ -93,7 +100,6 @@ TEST_F( PublishedFileTest, WithdrawnFramesAreNotRestored ) {
 }
 
 TEST_F( PublishedFileTest, AChangeIsAppendedHoweverMuchIsThere ) {
-   directory.directory( "state" );
    save( { "bulk", "Ethernet1", Settings::FrameList( 100, std::string( 9000, 'x' ) ) } );
    auto const before = bytes();
    struct stat first {};
@@ -107,7 +113,6 @@ TEST_F( PublishedFileTest, AChangeIsAppendedHoweverMuchIsThere ) {
 }
 
 TEST_F( PublishedFileTest, AFileThatIsMostlyOutdatedIsRewritten ) {
-   directory.directory( "state" );
    std::size_t largest = 0;
    for ( char i = 'a'; i < 'z'; ++i ) {
       save( { "bulk", "Ethernet1", Settings::FrameList( 10, std::string( 9000, i ) ) } );
@@ -120,7 +125,6 @@ TEST_F( PublishedFileTest, AFileThatIsMostlyOutdatedIsRewritten ) {
 }
 
 TEST_F( PublishedFileTest, ManyChangesWhileTheDiskIsBusyAreWrittenTogether ) {
-   directory.directory( "state" );
    std::promise< void > goesOn;
    worker->run( [ &, gate = goesOn.get_future().share() ]() -> Valen::Linux::Worker::Work {
       gate.wait();
@@ -140,7 +144,6 @@ TEST_F( PublishedFileTest, ManyChangesWhileTheDiskIsBusyAreWrittenTogether ) {
 }
 
 TEST_F( PublishedFileTest, WhatIsNotWrittenAtTheEndIsWrittenThen ) {
-   directory.directory( "state" );
    for ( int i = 0; i < 10; ++i ) {
       file->save( entry( "a" + std::to_string( i ) ) );
    }
@@ -151,7 +154,6 @@ TEST_F( PublishedFileTest, WhatIsNotWrittenAtTheEndIsWrittenThen ) {
 }
 
 TEST_F( PublishedFileTest, AnIncompleteLastLineWasNotAnsweredAndIsIgnored ) {
-   directory.directory( "state" );
    save( entry( "lldp" ) );
    directory.write( "state/published", directory.content( "state/published" ) +
                                           R"({"agent":"bgp","interface":"Ethe)" );
@@ -176,7 +178,6 @@ TEST_F( PublishedFileTest, TheListOfAnEarlierVersionIsRead ) {
 }
 
 TEST_F( PublishedFileTest, ADamagedFileIsRenamedAndWhatIsIntactIsKept ) {
-   directory.directory( "state" );
    save( entry( "lldp" ) );
    auto const intact = directory.content( "state/published" );
    directory.write( "state/published", R"({"agent": "a", "interface": "b", "frames": ["12"]})"
@@ -195,30 +196,67 @@ TEST_F( PublishedFileTest, ADamagedFileIsRenamedAndWhatIsIntactIsKept ) {
 }
 
 TEST_F( PublishedFileTest, AWriteErrorIsToldAndACondition ) {
+   directory.directory( "state/published.new" );
    EXPECT_FALSE( save( entry( "lldp" ) ) );
    EXPECT_FALSE( save( entry( "radv" ) ) );
    auto const error = "published-frames: published frames would be lost on restart: cannot write " +
-                      directory / "state/published" + ".new: No such file or directory";
+                      directory / "state/published" + ".new: File exists";
    EXPECT_TRUE( conditions.isRaised( "published-frames" ) );
    EXPECT_THAT( logged, ElementsAre( error ) ) << "one error is logged once";
 
-   directory.directory( "state" );
+   directory.remove( "state/published.new" );
    EXPECT_TRUE( save( entry( "bgp" ) ) );
    EXPECT_THAT( logged, ElementsAre( error, "published-frames: recovered" ) );
    EXPECT_EQ( readAgain().size(), 3u );
 }
 
-TEST_F( PublishedFileTest, AnErrorIsTriedAgainLater ) {
+TEST_F( PublishedFileTest, ADirectoryThatCannotBeOpenedIsTriedAgainLater ) {
+   makeWithoutDirectory();
    EXPECT_FALSE( save( entry( "lldp" ) ) );
-   directory.directory( "state" );
+   EXPECT_THAT( logged,
+                ElementsAre( "published-frames: published frames would be lost on restart: cannot "
+                             "open " +
+                             directory / "state" + ": Not a directory" ) );
+   directory.remove( "state" );
    clock.advance( PublishedFile::retryPeriod );
    EXPECT_TRUE( saved() );
    EXPECT_FALSE( conditions.isRaised( "published-frames" ) );
    EXPECT_THAT( readAgain(), ElementsAre( "lldp/Ethernet1" ) );
 }
 
+// Neither an appended line nor a file that is rewritten.
+TEST_F( PublishedFileTest, AReplacedPathOfTheDirectoryHasNoEffect ) {
+   EXPECT_TRUE( save( entry( "lldp" ) ) );
+   directory.directory( "trap" );
+   directory.write( "trap/published", "" );
+   std::filesystem::rename( directory / "state", directory / "moved" );
+   directory.link( directory / "trap", "state" );
+   EXPECT_TRUE( save( entry( "bgp" ) ) );
+   directory.remove( "moved/published" );
+   EXPECT_TRUE( save( entry( "radv" ) ) );
+   EXPECT_THAT( readAgain(), ElementsAre( "bgp/Ethernet1", "lldp/Ethernet1", "radv/Ethernet1" ) );
+   EXPECT_TRUE( directory.has( "moved/published" ) );
+   EXPECT_EQ( directory.content( "trap/published" ), "" );
+}
+
+TEST_F( PublishedFileTest, ASymbolicLinkIsNeitherReadNorWritten ) {
+   EXPECT_TRUE( save( entry( "lldp" ) ) );
+   std::filesystem::rename( directory / "state/published", directory / "other" );
+   directory.link( directory / "other", "state/published" );
+   auto const before = directory.content( "other" );
+   EXPECT_TRUE( save( entry( "bgp" ) ) );
+   EXPECT_EQ( directory.content( "other" ), before );
+   EXPECT_FALSE( std::filesystem::is_symlink( directory / "state/published" ) );
+
+   directory.remove( "state/published" );
+   directory.link( directory / "other", "state/published" );
+   ::testing::internal::CaptureStderr();
+   EXPECT_THAT( readAgain(), IsEmpty() );
+   EXPECT_THAT( ::testing::internal::GetCapturedStderr(),
+                HasSubstr( ": Too many levels of symbolic links" ) );
+}
+
 TEST_F( PublishedFileTest, WhatTheFileHasIsNotWritten ) {
-   directory.directory( "state" );
    save( entry( "lldp" ) );
    directory.remove( "state/published" );
    EXPECT_TRUE( save( entry( "lldp" ) ) );
@@ -228,7 +266,9 @@ TEST_F( PublishedFileTest, WhatTheFileHasIsNotWritten ) {
 }
 
 TEST_F( PublishedFileTest, WithoutADirectoryNothingIsSaved ) {
-   file.emplace( "", conditions, *worker, clock.scheduler() );
+   file.reset();
+   state.emplace( "" );
+   make();
    EXPECT_FALSE( save( entry( "lldp" ) ) );
    EXPECT_THAT( logged, IsEmpty() );
    EXPECT_THAT( file->read(), IsEmpty() );

@@ -360,7 +360,7 @@ class ReconfigurationsTest : public DaemonFixture,
             asked_[ name ] = { placeOf( name ) };
          }
       }
-      advance( Shutdown::margin + 20ms );
+      advance( ShutdownHold::margin + 20ms );
       requireAll();
       for ( auto const & [ name, places ] : asked_ ) {
          auto const [ netNs, device ] = placeOf( name );

@@ -45,7 +45,7 @@ class MetricsTest : public DaemonFixture {
                       [] {
                          return Metrics::Clients{ 3, { { "refused", 7 } } };
                       },
-                      [] { return U64( 5 ); } } };
+                      [] { return U64( 5 ); }, [] { return U64( 9 ); } } };
    std::string text() const { return metrics.text(); }
    std::string openMetrics() const { return metrics.text( MetricsFormat::openmetrics ); }
 
@@ -74,6 +74,7 @@ TEST_F( MetricsTest, ADaemonThatDidNothingHasItsGauges ) {
    EXPECT_THAT( samples, HasSubstr( "gauge valen_interfaces [] 2.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "gauge valen_active [] 1.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "counter valen_device_resyncs_total [] 3.0\n" ) );
+   EXPECT_THAT( samples, HasSubstr( "counter valen_frames_shared_bursts_total [] 9.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "gauge valen_api_connections [] 3.0\n" ) );
    EXPECT_THAT(
       samples,

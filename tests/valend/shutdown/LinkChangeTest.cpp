@@ -1,46 +1,19 @@
 // Links that the kernel does not set down at once: it takes long, or refuses.
-#include "tests/support/WorkDirectory.h"
-#include "tests/valend/DaemonFixture.h"
+#include "tests/valend/shutdown/ShutdownFixture.h"
 
 namespace Valend {
 namespace {
 
 using namespace Test;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using Ending = ShutdownRecord::Ending;
 
-class LinkChangeTest : public DaemonFixture {
+class LinkChangeTest : public JournaledFixture {
  protected:
-   LinkChangeTest() : DaemonFixture( stateDirectory() ) {
-      start( twoInterfaces() );
-      controller.resume( recover( journal ) );
-   }
-   static Valen::Test::WorkDirectory const & files() {
-      static Valen::Test::WorkDirectory const directory;
-      return directory;
-   }
-   static std::string stateDirectory() {
-      files().remove( "shutdowns" );
-      return files() / "";
-   }
    // The phase in the last line of the journal.
-   static std::string recordedPhase() {
-      auto const content = files().content( "shutdowns" );
+   std::string recordedPhase() const {
+      auto const content = files.content( "shutdowns" );
       auto const line = content.rfind( '\n', content.size() - 2 ) + 1;
       auto const entry = entryIn( content.substr( line, content.size() - 1 - line ) );
       return entry ? textOf( entry->phase ) : "none";
-   }
-
-   void shutdown( std::string const & interface ) {
-      controller.shutdown( interface, { "root" }, [ this ]( auto step, auto const & record ) {
-         steps.push_back( step == ShutdownStep::sent       ? "sent"
-                          : step == ShutdownStep::delayed  ? "delayed"
-                          : step == ShutdownStep::retrying ? "retrying: " + record.why
-                                                           : record.endingText() );
-      } );
-      turn();
    }
    // The delay of Ethernet1 is over; the kernel is busy, and has not begun with its link.
    void waitForKernel() {
@@ -50,13 +23,10 @@ class LinkChangeTest : public DaemonFixture {
       ASSERT_EQ( kernel.queued(), 1u );
       steps.clear();
    }
-   ShutdownRecord const & last() const { return controller.history().back(); }
    std::string condition() const {
       auto const raised = conditions.raised();
       return raised.size() == 1 ? raised[ 0 ].name + ": " + raised[ 0 ].text : "";
    }
-
-   std::vector< std::string > steps;
 };
 
 // --- It takes long -------------------------------------------------------------------------------
@@ -145,7 +115,7 @@ TEST_F( LinkChangeTest, ALinkThatCannotBeSetUpAgainIsReportedAsDown ) {
    kernel.setErrno = EBUSY;
    kernel.answer();
    kernel.goOn();
-   advance( Shutdown::downTimeout + 20ms );
+   advance( ShutdownLink::downTimeout + 20ms );
    EXPECT_EQ( *result, "LinkFailed: the kernel said 16" );
    EXPECT_EQ( last().ending, Ending::down );
    EXPECT_EQ( last().why, "enabled after 500 ms; the kernel said 16" );

@@ -1,4 +1,4 @@
-// What is taken up from the journal of the previous run, piece by piece; ResumeTest has the whole.
+// What is taken up from the journal of the previous run, piece by piece; the tests of ResumeFixture have the whole.
 #include "valend/shutdown/Recovery.h"
 
 #include "tests/support/WorkDirectory.h"

@@ -1,85 +1,17 @@
-// After a crash valend continues the shutdowns of the previous run. Each run has its own store, library
-// and clock; only the journal is common to them.
-#include "tests/support/WorkDirectory.h"
-#include "tests/valend/DaemonFixture.h"
+// Shutdowns of a previous run, continued where they were.
+#include "tests/valend/shutdown/ResumeFixture.h"
 
 namespace Valend {
 namespace {
 
 using namespace Test;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using Ending = ShutdownRecord::Ending;
 
-// One run of valend. Its end is a crash: the journal is left as it is.
-class DaemonRun final : public DaemonFixture {
- public:
-   // `uptime`: how long after the first run this one starts.
-   DaemonRun( std::string const & directory, std::chrono::milliseconds uptime )
-       : DaemonFixture( directory ) {
-      clock.advance( uptime );
-   }
-   void TestBody() override {}
-
-   // Starts with two interfaces and resumes what was running.
-   void startAndResume( Settings::Config const & config = twoInterfaces() ) {
-      start( config );
-      controller.resume( recover( journal ) );
-      turn();
-   }
-   ShutdownRecord const & last() const { return controller.history().back(); }
-
-   using DaemonFixture::advance;
-   using DaemonFixture::clock;
-   using DaemonFixture::conditions;
-   using DaemonFixture::controller;
-   using DaemonFixture::delayed;
-   using DaemonFixture::enable;
-   using DaemonFixture::enabling;
-   using DaemonFixture::feeder;
-   using DaemonFixture::journal;
-   using DaemonFixture::kernel;
-   using DaemonFixture::libraryStart;
-   using DaemonFixture::sent;
-   using DaemonFixture::sentFrames;
-   using DaemonFixture::start;
-   using DaemonFixture::turn;
-   using DaemonFixture::twoInterfaces;
-};
-
-class ResumeTest : public ::testing::Test {
- protected:
-   // The first run shuts Ethernet1 down and crashes `into` that.
-   void crash( std::chrono::milliseconds into ) {
-      DaemonRun run( directory, 0ms );
-      run.startAndResume();
-      run.controller.shutdown( "Ethernet1", { "root" }, nullptr );
-      run.advance( into );
-   }
-   // Cuts the journal back to its first `count` lines.
-   void keepLines( std::size_t count ) {
-      auto const content = work.content( "shutdowns" );
-      std::size_t end = content.find( '\n' ) + 1; // the header
-      for ( std::size_t i = 0; i < count; ++i ) {
-         end = content.find( '\n', end ) + 1;
-      }
-      work.write( "shutdowns", content.substr( 0, end ) );
-   }
-
-   Valen::Test::WorkDirectory work;
-   std::string const directory = work / "";
-};
-
-// Those of a whole shutdown: requested, sending, held, flushing, setting-down, ended.
-constexpr std::size_t wholeLines = 6;
+class ResumeTest : public ResumeFixture {};
 
 TEST_F( ResumeTest, AfterACrashInAnyPhaseTheLinkGoesDownAndRecordedFramesAreNotSentAgain ) {
    for ( std::size_t lines = 1; lines < wholeLines; ++lines ) {
       SCOPED_TRACE( "crash after line " + std::to_string( lines ) );
-      work.remove( "shutdowns" );
-      crash( 600ms );
-      keepLines( lines );
+      crashAfterLine( lines );
       DaemonRun run( directory, 700ms );
       run.startAndResume();
       run.advance( 600ms );
@@ -180,79 +112,6 @@ TEST_F( ResumeTest, FramesThatMayNotHaveLeftAreSentAgainAndTheFirstDeadlineCount
    EXPECT_EQ( run.last().why, "frames sent again: valend restarted while sending" );
 }
 
-TEST_F( ResumeTest, AfterALongStopNothingIsSetDown ) {
-   for ( std::size_t lines = 1; lines < wholeLines; ++lines ) {
-      SCOPED_TRACE( "crash after line " + std::to_string( lines ) );
-      work.remove( "shutdowns" );
-      crash( 600ms );
-      keepLines( lines );
-      DaemonRun run( directory, 11'000ms );
-      std::vector< std::string > logged;
-      run.controller.endedIs(
-         [ & ]( auto const & record ) { logged.push_back( record.summary() ); } );
-      run.startAndResume();
-      EXPECT_FALSE( run.controller.running( "Ethernet1" ) );
-      run.advance( 3000ms );
-      EXPECT_THAT( run.kernel.actions, IsEmpty() );
-      EXPECT_THAT( run.sentFrames(), IsEmpty() );
-      ASSERT_EQ( run.controller.history().size(), 1u );
-      EXPECT_EQ( run.last().ending, Ending::expired );
-      EXPECT_THAT( logged,
-                   ElementsAre( HasSubstr( "expired; link left unchanged (valend started 1" ) ) );
-      EXPECT_EQ( run.controller.statistics().endings().at( Ending::expired ), 1u );
-   }
-}
-
-// It was set up on purpose.
-TEST_F( ResumeTest, ALinkThatWasSetUpMeanwhileStaysUp ) {
-   for ( std::size_t lines = 1; lines < wholeLines; ++lines ) {
-      SCOPED_TRACE( "crash after line " + std::to_string( lines ) );
-      work.remove( "shutdowns" );
-      crash( 600ms );
-      keepLines( lines );
-      DaemonRun run( directory, 700ms );
-      run.start( DaemonRun::twoInterfaces() );
-      ++run.kernel.at( "default", "et1" ).carrierUps;
-      run.controller.resume( recover( run.journal ) );
-      run.advance( 3000ms );
-      EXPECT_THAT( run.kernel.actions, IsEmpty() );
-      EXPECT_THAT( run.sentFrames(), IsEmpty() );
-      ASSERT_EQ( run.controller.history().size(), 1u );
-      EXPECT_EQ( run.last().ending, Ending::expired );
-      EXPECT_THAT( run.last().why, HasSubstr( "link set up since valend stopped" ) );
-      EXPECT_FALSE( run.controller.running( "Ethernet1" ) );
-   }
-}
-
-TEST_F( ResumeTest, AHeldLinkIsLookedAtWhenItsDeviceIsFirstSeen ) {
-   crash( 100ms );
-   DaemonRun run( directory, 200ms );
-   run.feeder.apply( DaemonRun::twoInterfaces() );
-   run.libraryStart();
-   run.controller.resume( recover( run.journal ) );
-   run.advance( 50ms );
-   EXPECT_TRUE( run.controller.running( "Ethernet1" ) );
-   run.kernel.deviceIs( "default", "et1", 8 ); // it had index 7
-   run.controller.linkSeen( { "default", "et1" }, LinkSeen::up );
-   run.turn();
-   EXPECT_FALSE( run.controller.running( "Ethernet1" ) );
-   EXPECT_EQ( run.last().ending, Ending::expired );
-   EXPECT_THAT( run.last().why, HasSubstr( "device recreated since valend stopped" ) );
-   run.advance( 1000ms );
-   EXPECT_THAT( run.kernel.actions, IsEmpty() );
-}
-
-// That is no news: valend was there to see it.
-TEST_F( ResumeTest, ACarrierThatComesAndGoesAfterTheRestartChangesNothing ) {
-   crash( 100ms );
-   DaemonRun run( directory, 200ms );
-   run.startAndResume();
-   ++run.kernel.at( "default", "et1" ).carrierUps;
-   run.controller.linkSeen( { "default", "et1" }, LinkSeen::up );
-   run.advance( 300ms );
-   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
-}
-
 TEST_F( ResumeTest, ARequestedDelayIsKept ) {
    {
       DaemonRun run( directory, 0ms );
@@ -268,62 +127,6 @@ TEST_F( ResumeTest, ARequestedDelayIsKept ) {
       run.enable( "Ethernet1" );
       EXPECT_EQ( run.last().request, ( Request{ "root", "alice", "new optics", 2000ms } ) );
    }
-}
-
-// After a start it takes a moment until the devices are known.
-TEST_F( ResumeTest, AnInterfaceThatIsNotReadyIsWaitedFor ) {
-   crash( 100ms );
-   keepLines( 1 );
-   DaemonRun run( directory, 200ms );
-   run.kernel.netNsIs( "ns-red", "1:2" );
-   run.feeder.apply( DaemonRun::twoInterfaces() );
-   run.libraryStart();
-   run.controller.resume( recover( run.journal ) );
-   run.advance( 1000ms );
-   EXPECT_TRUE( run.controller.running( "Ethernet1" ) );
-   run.kernel.deviceIs( "default", "et1", 7 );
-   run.advance( 10ms );
-   EXPECT_THAT( run.sentFrames(), ElementsAre( "default/7:a", "default/7:b" ) );
-   run.advance( 500ms );
-   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
-}
-
-TEST_F( ResumeTest, ADeviceThatStaysMissingEndsTheShutdown ) {
-   for ( std::size_t const lines : { 1, 5 } ) {
-      work.remove( "shutdowns" );
-      crash( 600ms );
-      keepLines( lines );
-      DaemonRun run( directory, 700ms );
-      run.feeder.apply( DaemonRun::twoInterfaces() );
-      run.libraryStart();
-      run.controller.resume( recover( run.journal ) );
-      run.advance( Shutdown::readyTimeout + 20ms );
-      ASSERT_EQ( run.controller.history().size(), 1u );
-      EXPECT_EQ( run.last().ending, Ending::noDevice );
-      EXPECT_EQ( run.last().why, "no device et1" );
-   }
-}
-
-TEST_F( ResumeTest, AnInterfaceThatStaysUnreadyGoesDownAndTheRecordSaysWhy ) {
-   crash( 0ms );
-   keepLines( 1 );
-   auto config = DaemonRun::twoInterfaces();
-   config.agents.clear();
-   DaemonRun run( directory, 200ms );
-   run.startAndResume( config );
-   run.advance( Shutdown::readyTimeout + 10ms );
-   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
-   EXPECT_EQ( run.last().why, "no frames sent after the restart: interface not ready" );
-}
-
-TEST_F( ResumeTest, AnInterfaceThatCannotBecomeReadyGoesDownAtOnce ) {
-   crash( 0ms );
-   keepLines( 1 );
-   DaemonRun run( directory, 200ms );
-   run.startAndResume( Settings::Config() );
-   run.advance( 10ms );
-   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
-   EXPECT_EQ( run.last().why, "no frames sent after the restart: delay disabled" );
 }
 
 TEST_F( ResumeTest, EnablingAbortsAResumedShutdown ) {

@@ -1,31 +1,15 @@
 // Links that are set down outside valend: how they are distinguished from valend's own changes, and recorded.
-#include "tests/support/WorkDirectory.h"
-#include "tests/valend/DaemonFixture.h"
+#include "tests/valend/shutdown/ShutdownFixture.h"
 
 namespace Valend {
 namespace {
 
 using namespace Test;
-using ::testing::ElementsAre;
-using ::testing::HasSubstr;
-using ::testing::IsEmpty;
-using Ending = ShutdownRecord::Ending;
 
-class SetDownOutsideTest : public DaemonFixture {
+class SetDownOutsideTest : public JournaledFixture {
  protected:
-   SetDownOutsideTest() : DaemonFixture( stateDirectory() ) {
-      start( twoInterfaces() );
-      controller.resume( recover( journal ) );
-      seen( "et1", LinkSeen::up );
-   }
-   static Valen::Test::WorkDirectory const & work() {
-      static Valen::Test::WorkDirectory const directory;
-      return directory;
-   }
-   static std::string stateDirectory() {
-      work().remove( "shutdowns" );
-      return work() / "";
-   }
+   SetDownOutsideTest() { seen( "et1", LinkSeen::up ); }
+
    // The kernel reports a device of the default namespace.
    void seen( std::string const & device, LinkSeen state ) {
       controller.linkSeen( { "default", device }, state );
@@ -35,12 +19,7 @@ class SetDownOutsideTest : public DaemonFixture {
       kernel.at( "default", "et1" ).up = state == LinkSeen::up;
       seen( "et1", state );
    }
-   void shutdown() {
-      controller.shutdown( "Ethernet1", { "root" }, nullptr );
-      turn();
-   }
    bool withoutGoodbye() const { return controller.downWithoutGoodbye( { "default", "et1" } ); }
-   ShutdownRecord const & last() const { return controller.history().back(); }
 };
 
 TEST_F( SetDownOutsideTest, ALinkSetDownOutsideIsRecordedAndShown ) {
@@ -78,7 +57,7 @@ TEST_F( SetDownOutsideTest, ALinkThatFlapsPushesNothingOutOfTheHistoryOrTheJourn
    EXPECT_EQ( controller.history().front().interface, "Ethernet2" );
    EXPECT_EQ( last().count, 1000u );
    clock.advance( Repeats::lastPause );
-   auto const content = work().content( "shutdowns" );
+   auto const content = files.content( "shutdowns" );
    auto const lines = std::count( content.begin(), content.end(), '\n' );
    EXPECT_LT( lines, 12 ) << "of which the shutdown and the header are seven";
    EXPECT_NE( content.find( "\"count\":1000" ), std::string::npos );
@@ -90,7 +69,7 @@ TEST_F( SetDownOutsideTest, AFlapIsRecordedEvenIfTheLinkIsUpAgain ) {
 }
 
 TEST_F( SetDownOutsideTest, AShutdownByValendIsNotOutside ) {
-   shutdown();
+   shutdown( "Ethernet1" );
    advance( 500ms );
    seen( "et1", LinkSeen::down );
    EXPECT_EQ( controller.history().size(), 1u );
@@ -100,7 +79,7 @@ TEST_F( SetDownOutsideTest, AShutdownByValendIsNotOutside ) {
 
 // A report may be older than what valend did since.
 TEST_F( SetDownOutsideTest, ALateReportOfValendsOwnChangeIsNotOutside ) {
-   shutdown();
+   shutdown( "Ethernet1" );
    advance( 500ms );
    seen( "et1", LinkSeen::up ); // of before the shutdown
    EXPECT_EQ( enable( "Ethernet1" ), "up" );
@@ -115,7 +94,7 @@ TEST_F( SetDownOutsideTest, ALateReportOfValendsOwnChangeIsNotOutside ) {
 // The kernel reports a link as down before it deletes or moves the device, and other programs set one down for a
 // moment to change it. Only at the end of the delay is it known.
 TEST_F( SetDownOutsideTest, AHeldShutdownGoesOnToItsDeadline ) {
-   shutdown();
+   shutdown( "Ethernet1" );
    advance( 120ms );
    setOutside( LinkSeen::down );
    EXPECT_EQ( controller.remaining( "Ethernet1" ), 380ms );
@@ -130,7 +109,7 @@ TEST_F( SetDownOutsideTest, AHeldShutdownGoesOnToItsDeadline ) {
 }
 
 TEST_F( SetDownOutsideTest, ALinkThatIsUpAgainIsSetDownAtTheEndOfItsDelay ) {
-   shutdown();
+   shutdown( "Ethernet1" );
    advance( 120ms );
    setOutside( LinkSeen::down );
    setOutside( LinkSeen::up );
@@ -148,7 +127,7 @@ TEST_F( SetDownOutsideTest, ALinkThatIsUpAgainIsSetDownAtTheEndOfItsDelay ) {
 
 // The kernel's reports, in their order, of a device that moves to another namespace and comes back.
 TEST_F( SetDownOutsideTest, ADeviceThatIsRecreatedWhileItIsHeldIsSetDownAtTheEnd ) {
-   shutdown();
+   shutdown( "Ethernet1" );
    advance( 120ms );
    setOutside( LinkSeen::down );
    kernel.deviceDel( "default", "et1" );
@@ -166,21 +145,21 @@ TEST_F( SetDownOutsideTest, ADeviceThatIsRecreatedWhileItIsHeldIsSetDownAtTheEnd
 }
 
 TEST_F( SetDownOutsideTest, ADeviceThatDoesNotComeBackEndsTheShutdownAfterItsDelay ) {
-   shutdown();
+   shutdown( "Ethernet1" );
    advance( 120ms );
    setOutside( LinkSeen::down );
    kernel.deviceDel( "default", "et1" );
    seen( "et1", LinkSeen::gone );
    advance( 380ms );
    EXPECT_TRUE( controller.running( "Ethernet1" ) );
-   advance( Shutdown::downTimeout + 10ms );
+   advance( ShutdownLink::downTimeout + 10ms );
    EXPECT_EQ( last().ending, Ending::noDevice );
    EXPECT_EQ( last().why, "readiness lost 120 ms into the delay; no device et1" );
 }
 
 // The answer to the operator must be true.
 TEST_F( SetDownOutsideTest, EnablingAHeldShutdownWhoseLinkIsDownSetsItUp ) {
-   shutdown();
+   shutdown( "Ethernet1" );
    advance( 120ms );
    setOutside( LinkSeen::down );
    EXPECT_EQ( enable( "Ethernet1" ), "up" );
@@ -191,7 +170,7 @@ TEST_F( SetDownOutsideTest, EnablingAHeldShutdownWhoseLinkIsDownSetsItUp ) {
 
 TEST_F( SetDownOutsideTest, AShutdownWhoseFramesLeaveTheSocketContinues ) {
    kernel.outstanding = 100;
-   shutdown();
+   shutdown( "Ethernet1" );
    advance( 510ms );
    setOutside( LinkSeen::down );
    EXPECT_TRUE( controller.running( "Ethernet1" ) );
@@ -210,7 +189,7 @@ TEST_F( SetDownOutsideTest, ADeviceThatGoesOrIsNotAnInterfaceIsIgnored ) {
 
 TEST_F( SetDownOutsideTest, ItIsInTheJournal ) {
    setOutside( LinkSeen::down );
-   EXPECT_NE( work().content( "shutdowns" ).find( "\"ending\":\"went-down\"" ), std::string::npos );
+   EXPECT_NE( files.content( "shutdowns" ).find( "\"ending\":\"went-down\"" ), std::string::npos );
 }
 
 } // namespace

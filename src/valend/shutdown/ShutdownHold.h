@@ -1,0 +1,43 @@
+// The link of one shutdown while it stays up, in the phases sending, held, heldToDeadline and flushing: its frames are
+// sent, the library holds it for the delay, and then the frames leave the socket.
+//
+// What the events do is in the table of Shutdown.h.
+#pragma once
+
+#include "valend/shutdown/InterfaceDelay.h"
+#include "valend/shutdown/ObserverList.h"
+#include "valend/shutdown/ShutdownState.h"
+
+namespace Valend {
+
+class ShutdownHold {
+ public:
+   // How long after the delay's end the library may still hold the link.
+   static constexpr std::chrono::milliseconds margin{ 500 };
+   // How long its frames may take to leave the socket.
+   static constexpr std::chrono::milliseconds flushTimeout{ 200 };
+
+   // Both must outlive this.
+   ShutdownHold( ShutdownState & state, ObserverList & observers );
+
+   InterfaceDelay const & delay() const noexcept { return delay_; }
+
+   // Each returns whether the link is to be set down now.
+   bool sendFrames(); // and holds the link
+   bool libraryChanged();
+   bool flush(); // begins to, or looks again
+
+   // How long the link is still held; nothing when it is not.
+   std::optional< std::chrono::milliseconds > remaining() const;
+
+ private:
+   bool beginHold();
+   bool readinessLost();
+
+   ShutdownState & state_;
+   ObserverList & observers_;
+   InterfaceDelay const delay_;
+   Quill::Ptr< Valen::Status::IntfStatus const > status_; // the entry by which the library holds it
+};
+
+} // namespace Valend
