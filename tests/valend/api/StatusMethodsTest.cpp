@@ -86,6 +86,38 @@ TEST_F( StatusMethodsTest, StatusIsOfEverythingOrOfOneInterface ) {
    EXPECT_EQ( one[ "interfaces" ][ 0 ][ "name" ], "Ethernet2" );
 }
 
+// So many that no slice has room for all of them.
+TEST_F( StatusMethodsTest, TheStatusOfEverythingIsMadeInSlices ) {
+   auto config = twoInterfaces();
+   for ( int i = 0; i < 3000; ++i ) {
+      auto const name = "port" + std::to_string( i );
+      config.interfaces[ name ] = { name, name, "default", true };
+   }
+   publications.configIs( config );
+   turn();
+   auto const answers = std::make_shared< Answers >( "org.valen.daemon.Status" );
+   api.call( std::make_shared< Varlink::Call >( "org.valen.daemon.Status", Json::object(),
+                                                Varlink::Wanted::one,
+                                                Varlink::Caller{ 0, 1, { 0 } }, 1, answers ) );
+   work.run();
+   EXPECT_FALSE( answers->last );
+   // What comes and goes meanwhile does no harm.
+   config.interfaces.erase( "port999" );
+   config.interfaces[ "zero" ] = { "zero", "zero", "default", true };
+   publications.configIs( config );
+   turn();
+   ASSERT_TRUE( answers->last );
+   std::vector< std::string > names;
+   for ( auto const & interface : answers->parameters()[ "interfaces" ] ) {
+      names.push_back( interface[ "name" ] );
+   }
+   std::vector< std::string > wanted;
+   for ( auto const & [ name, interface ] : config.interfaces ) {
+      wanted.push_back( name );
+   }
+   EXPECT_EQ( names, wanted );
+}
+
 TEST_F( StatusMethodsTest, HistoryIsInTheOrderOfTheRequests ) {
    auto const history = [ & ]( Json const & parameters ) {
       std::vector< std::string > lines;

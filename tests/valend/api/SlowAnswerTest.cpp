@@ -1,0 +1,120 @@
+#include "valend/api/SlowAnswer.h"
+
+#include "tests/valend/api/ApiFixture.h"
+
+namespace Valend {
+namespace {
+
+using namespace Test;
+
+class SlowAnswerTest : public ::testing::Test {
+ protected:
+   // An answer of three parts, "1", "2" and "3", with the number of its making before them.
+   SlowAnswer::Part part() {
+      ++begun;
+      return [ this, left = 3 ]( std::string & text ) mutable {
+         if ( text.empty() ) {
+            text = "{\"text\":\"" + std::to_string( begun ) + ":";
+         }
+         text += std::to_string( 4 - left );
+         if ( between ) {
+            between( left );
+         }
+         if ( --left == 0 ) {
+            text += "\"}";
+         }
+         return left > 0;
+      };
+   }
+   std::shared_ptr< Answers > ask() {
+      auto const answers = std::make_shared< Answers >( "org.example.Text" );
+      answer.to( std::make_shared< Varlink::Call >( "org.example.Text", Json::object(),
+                                                    Varlink::Wanted::one, Varlink::Caller(), 1,
+                                                    answers ) );
+      return answers;
+   }
+   void turns() {
+      for ( int i = 0; i < 1000 && !work.empty(); ++i ) {
+         work.run();
+      }
+   }
+
+   int begun = 0;
+   std::function< void( int left ) > between;
+   Gantry::WorkQueue work;
+   SlowAnswer answer{ work, "test", [ this ] { return part(); } };
+};
+
+TEST_F( SlowAnswerTest, IsMadeOnceForAllWhoAskBeforeItBegins ) {
+   auto const first = ask();
+   auto const second = ask();
+   EXPECT_EQ( begun, 0 ) << "never in the turn that asks";
+   turns();
+   EXPECT_EQ( begun, 1 );
+   EXPECT_EQ( first->parameters()[ "text" ], "1:123" );
+   ASSERT_TRUE( first->last && second->last );
+   EXPECT_EQ( first->sent, second->sent ) << "the same bytes";
+}
+
+TEST_F( SlowAnswerTest, WhoAsksWhileOneIsMadeGetsTheNextOne ) {
+   std::vector< std::shared_ptr< Answers > > late;
+   between = [ & ]( int left ) {
+      if ( begun == 1 && left < 3 ) {
+         late.push_back( ask() );
+      }
+   };
+   auto const first = ask();
+   turns();
+   EXPECT_EQ( first->parameters()[ "text" ], "1:123" );
+   ASSERT_EQ( late.size(), 2u );
+   EXPECT_EQ( late[ 0 ]->parameters()[ "text" ], "2:123" );
+   EXPECT_EQ( late[ 1 ]->parameters()[ "text" ], "2:123" );
+   EXPECT_EQ( begun, 2 );
+   EXPECT_EQ( ask()->messages.size(), 0u );
+   turns();
+   EXPECT_EQ( begun, 3 );
+}
+
+TEST_F( SlowAnswerTest, AListIsMadeOneElementAfterTheOther ) {
+   auto const list = []( std::vector< Json > const & elements, Json const & rest ) {
+      auto const part = SlowAnswer::list(
+         "all",
+         [ elements, i = 0u ]() mutable {
+            return i < elements.size() ? std::optional( elements[ i++ ] ) : std::nullopt;
+         },
+         [ rest ] { return rest; } );
+      std::string text;
+      std::size_t parts = 1;
+      while ( part( text ) ) {
+         ++parts;
+      }
+      EXPECT_EQ( parts, elements.size() + 1 );
+      return text;
+   };
+   EXPECT_EQ( list( {}, Json::object() ), R"({"all":[]})" );
+   EXPECT_EQ( list( { 1 }, Json::object() ), R"({"all":[1]})" );
+   EXPECT_EQ( list( { 1, "\xff", 3 }, { { "rest", 4 } } ),
+              "{\"all\":[1,\"\uFFFD\",3],\"rest\":4}" );
+   EXPECT_EQ( list( {}, { { "rest", 4 } } ), R"({"all":[],"rest":4})" );
+}
+
+TEST_F( SlowAnswerTest, TheLoopTurnsBetweenItsParts ) {
+   constexpr int parts = 5'000'000; // which take far longer than a slice
+   int made = 0;
+   SlowAnswer slow( work, "test", [ & ] {
+      return [ & ]( std::string & text ) {
+         text = "{}";
+         return ++made < parts;
+      };
+   } );
+   auto const answers = std::make_shared< Answers >( "org.example.Text" );
+   slow.to( std::make_shared< Varlink::Call >(
+      "org.example.Text", Json::object(), Varlink::Wanted::one, Varlink::Caller(), 1, answers ) );
+   work.run();
+   EXPECT_GT( made, 0 );
+   EXPECT_LT( made, parts );
+   EXPECT_FALSE( answers->last );
+}
+
+} // namespace
+} // namespace Valend
