@@ -44,7 +44,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
       publishedFile_( process_.value( "state-directory" ), conditions_, fileWorker_,
                       loop_.scheduler() ),
-      publications_( feeder_,
+      publications_( feeder_, loop_.workQueue(),
                      [ this ]( auto const & agent, auto const & interface, auto const & frames ) {
                         publishedFile_.save( { agent, interface, frames } );
                      } ),
