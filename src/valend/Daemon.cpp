@@ -103,6 +103,9 @@ Daemon::Daemon( Settings::ConfigResult const & read,
    } );
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
+   configurator_.lookUpIs( [ this, lookUp = access_.lookUp() ]() -> Valen::Linux::Worker::Work {
+      return [ this, groups = lookUp() ] { access_.groupsAre( groups ); };
+   } );
    publications_.resume( publishedMessages() );
    configurator_.start( read, rejected );
    library_ = Valen::runnabilitySmFactory(
@@ -149,7 +152,6 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
                                                             : Valen::Linux::NetNsUse::named;
                descriptorLimit_.check( netNss, Varlink::Limits().connections );
                capabilities_.update( capabilityError( use ) );
-               access_.refresh(); // a group may have been added
                publications_.begin( plan );
                return false;
             },

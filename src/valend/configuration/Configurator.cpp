@@ -133,11 +133,16 @@ void Configurator::begin() {
    running_ = std::exchange( next_, {} );
    notifyManager( "RELOADING=1\nMONOTONIC_USEC=" + monotonicMicroseconds() );
    timer_.start( readTimeout );
-   reader_.run(
-      [ this, file = file_, read = read_, before = active_.plan ]() -> Valen::Linux::Worker::Work {
-         auto plan = std::make_shared< ReadPlan >( planOf( read( file ), before ) );
-         return [ this, plan ] { readEnded( *plan ); };
-      } );
+   reader_.run( [ this, file = file_, read = read_, lookUp = lookUp_,
+                  before = active_.plan ]() -> Valen::Linux::Worker::Work {
+      auto plan = std::make_shared< ReadPlan >( planOf( read( file ), before ) );
+      return [ this, plan, found = lookUp ? lookUp() : nullptr ] {
+         if ( found ) {
+            found();
+         }
+         readEnded( *plan );
+      };
+   } );
 }
 
 void Configurator::readEnded( ReadPlan & read ) {
