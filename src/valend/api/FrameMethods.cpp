@@ -76,7 +76,7 @@ SlowAnswer::Part FrameMethods::allMessages() const {
    auto next = [ this, place = StatusReport::MessagePlace() ]() mutable {
       return StatusReport::nextMessage( parts_.publications, place );
    };
-   return SlowAnswer::list( "messages", std::move( next ), [] { return Json::object(); } );
+   return SlowAnswer::lists( { { "messages", std::move( next ) } } );
 }
 
 } // namespace Valend

@@ -10,20 +10,24 @@ std::string dumped( Json const & json ) {
 
 } // namespace
 
-SlowAnswer::Part SlowAnswer::list( std::string name, std::function< std::optional< Json >() > next,
-                                   std::function< Json() > rest ) {
-   return [ name = std::move( name ), next = std::move( next ), rest = std::move( rest ),
-            first = true ]( std::string & text ) mutable {
-      if ( first ) {
-         text = "{\"" + name + "\":[";
+SlowAnswer::Part SlowAnswer::lists( std::vector< List > lists, std::function< Json() > rest ) {
+   return [ lists = std::move( lists ), rest = std::move( rest ), list = std::size_t( 0 ),
+            begun = false ]( std::string & text ) mutable {
+      auto const & [ name, next ] = lists.at( list );
+      if ( !begun ) {
+         text += ( list ? ",\"" : "{\"" ) + name + "\":[";
       }
-      auto const element = next();
-      if ( element ) {
-         text += ( std::exchange( first, false ) ? "" : "," ) + dumped( *element );
+      if ( auto const element = next() ) {
+         text += ( std::exchange( begun, true ) ? "," : "" ) + dumped( *element );
+         return true;
+      }
+      text += ']';
+      begun = false;
+      if ( ++list < lists.size() ) {
          return true;
       }
       auto const others = dumped( rest() );
-      text += others == "{}" ? "]}" : "]," + others.substr( 1 );
+      text += ( others == "{}" ? "" : "," ) + others.substr( 1 );
       return false;
    };
 }

@@ -22,12 +22,13 @@ class SlowAnswer {
    // Called when an answer is begun; returns what makes it.
    using Begin = std::function< Part() >;
 
-   // The parts of an answer that is a list, and other fields.
-   //   name   of the list
-   //   next   returns the list's next element, nothing at the end
-   //   rest   returns an object with the other fields, at the end
-   static Part list( std::string name, std::function< std::optional< Json >() > next,
-                     std::function< Json() > rest );
+   struct List {
+      std::string name;
+      std::function< std::optional< Json >() > next; // returns its next element, nothing at the end
+   };
+   // The parts of an answer that is some lists, and other fields. `rest` returns an object with these, at the end.
+   static Part lists(
+      std::vector< List > lists, std::function< Json() > rest = [] { return Json::object(); } );
 
    // `work` must outlive this.
    SlowAnswer( Gantry::WorkQueue & work, std::string name, Begin begin )

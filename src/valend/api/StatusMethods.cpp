@@ -64,7 +64,8 @@ SlowAnswer::Part StatusMethods::allInterfaces() const {
       last = found->first;
       return report_.interface( found->second );
    };
-   return SlowAnswer::list( "interfaces", std::move( next ), [ this ] { return daemonStatus(); } );
+   return SlowAnswer::lists( { { "interfaces", std::move( next ) } },
+                             [ this ] { return daemonStatus(); } );
 }
 
 void StatusMethods::explain( Call const & call, std::string const & interface ) {

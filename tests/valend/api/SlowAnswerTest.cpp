@@ -75,27 +75,34 @@ TEST_F( SlowAnswerTest, WhoAsksWhileOneIsMadeGetsTheNextOne ) {
    EXPECT_EQ( begun, 3 );
 }
 
-TEST_F( SlowAnswerTest, AListIsMadeOneElementAfterTheOther ) {
-   auto const list = []( std::vector< Json > const & elements, Json const & rest ) {
-      auto const part = SlowAnswer::list(
-         "all",
-         [ elements, i = 0u ]() mutable {
-            return i < elements.size() ? std::optional( elements[ i++ ] ) : std::nullopt;
-         },
-         [ rest ] { return rest; } );
+TEST_F( SlowAnswerTest, ListsAreMadeOneElementAfterTheOther ) {
+   auto const list = []( char const * name, std::vector< Json > elements ) {
+      return SlowAnswer::List{ name, [ elements = std::move( elements ), i = 0u ]() mutable {
+                                 return i < elements.size() ? std::optional( elements[ i++ ] )
+                                                            : std::nullopt;
+                              } };
+   };
+   int parts = 0;
+   auto const textOf = [ & ]( SlowAnswer::Part const & part ) {
       std::string text;
-      std::size_t parts = 1;
-      while ( part( text ) ) {
-         ++parts;
+      for ( parts = 1; part( text ); ++parts ) {
       }
-      EXPECT_EQ( parts, elements.size() + 1 );
       return text;
    };
-   EXPECT_EQ( list( {}, Json::object() ), R"({"all":[]})" );
-   EXPECT_EQ( list( { 1 }, Json::object() ), R"({"all":[1]})" );
-   EXPECT_EQ( list( { 1, "\xff", 3 }, { { "rest", 4 } } ),
+   EXPECT_EQ( textOf( SlowAnswer::lists( { list( "all", {} ) } ) ), R"({"all":[]})" );
+   EXPECT_EQ( textOf( SlowAnswer::lists( { list( "all", { 1 } ) } ) ), R"({"all":[1]})" );
+   EXPECT_EQ( textOf( SlowAnswer::lists( { list( "all", { 1, "\xff", 3 } ) },
+                                         [] {
+                                            return Json{ { "rest", 4 } };
+                                         } ) ),
               "{\"all\":[1,\"\uFFFD\",3],\"rest\":4}" );
-   EXPECT_EQ( list( {}, { { "rest", 4 } } ), R"({"all":[],"rest":4})" );
+   EXPECT_EQ( parts, 4 );
+   EXPECT_EQ( textOf( SlowAnswer::lists( { list( "a", {} ), list( "b", { 1, 2 } ) },
+                                         [] {
+                                            return Json{ { "rest", 4 } };
+                                         } ) ),
+              R"({"a":[],"b":[1,2],"rest":4})" );
+   EXPECT_EQ( parts, 4 );
 }
 
 TEST_F( SlowAnswerTest, TheLoopTurnsBetweenItsParts ) {

@@ -182,7 +182,7 @@ TEST_F( ConfiguratorTest, AStartWithTheLastValidConfigurationIsLoud ) {
    write( "shutdown-delay-ms: 8" );
    EXPECT_THAT( reload( *configurator ), ElementsAre( "shutdown delay 8 ms, was 7 ms" ) );
    EXPECT_EQ( condition(), "" );
-   EXPECT_EQ( configurator->active().sources.files, std::vector{ file } );
+   EXPECT_EQ( configurator->active().sources->files, std::vector{ file } );
 }
 
 TEST_F( ConfiguratorTest, AWarningIsLoggedAndKept ) {
