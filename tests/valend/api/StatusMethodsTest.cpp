@@ -99,23 +99,20 @@ TEST_F( StatusMethodsTest, TheStatusOfEverythingIsMadeInSlices ) {
    api.call( std::make_shared< Varlink::Call >( "org.valen.daemon.Status", Json::object(),
                                                 Varlink::Wanted::one,
                                                 Varlink::Caller{ 0, 1, { 0 } }, 1, answers ) );
-   work.run();
+   for ( int i = 0; i < 5; ++i ) { // each reads one interface or more
+      work.run();
+   }
    EXPECT_FALSE( answers->last );
-   // What comes and goes meanwhile does no harm.
-   config.interfaces.erase( "port999" );
+   // The interface that was read last goes, and one comes at the end.
+   config = twoInterfaces();
    config.interfaces[ "zero" ] = { "zero", "zero", "default", true };
    publications.configIs( config );
    turn();
    ASSERT_TRUE( answers->last );
-   std::vector< std::string > names;
-   for ( auto const & interface : answers->parameters()[ "interfaces" ] ) {
-      names.push_back( interface[ "name" ] );
-   }
-   std::vector< std::string > wanted;
-   for ( auto const & [ name, interface ] : config.interfaces ) {
-      wanted.push_back( name );
-   }
-   EXPECT_EQ( names, wanted );
+   auto const interfaces = answers->parameters()[ "interfaces" ];
+   EXPECT_LT( interfaces.size(), 3000u );
+   EXPECT_EQ( interfaces.front()[ "name" ], "Ethernet1" );
+   EXPECT_EQ( interfaces.back()[ "name" ], "zero" );
 }
 
 TEST_F( StatusMethodsTest, HistoryIsInTheOrderOfTheRequests ) {

@@ -53,6 +53,18 @@ TEST_F( TraceMethodsTest, FollowersGetTheSameAnswersAndFewOfThem ) {
    EXPECT_EQ( first->sent[ 2 ], second->sent[ 2 ] );
 }
 
+TEST_F( TraceMethodsTest, ANewFollowerGetsNoLineTwice ) {
+   auto const first = call( "Trace", { { "lines", 0 } }, true, 1 );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
+   turn();
+   enable( "Ethernet1" ); // its lines wait
+   ASSERT_EQ( first->messages.size(), 2u );
+   auto const second = call( "Trace", { { "lines", 100 } }, true, 2 );
+   EXPECT_EQ( first->messages.size(), 3u ) << "they are told before";
+   clock.advance( TraceMethods::period );
+   EXPECT_EQ( second->messages.size(), 1u );
+}
+
 TEST_F( TraceMethodsTest, WhoHasGoneGetsNoMoreLines ) {
    auto const first = call( "Trace", { { "lines", 0 } }, true, 1 );
    auto const second = call( "Trace", { { "lines", 0 } }, true, 2 );
