@@ -43,7 +43,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       metricsWorker_( loop_, "valen-metrics", metricsTimeout ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
       publishedFile_( stateDirectory_, conditions_, fileWorker_, loop_.scheduler() ),
-      publications_( feeder_,
+      publications_( feeder_, loop_.workQueue(), loop_.scheduler(),
                      [ this ]( auto const & agent, auto const & interface, auto const & frames ) {
                         publishedFile_.save( { agent, interface, frames } );
                      } ),
@@ -103,6 +103,9 @@ Daemon::Daemon( Settings::ConfigResult const & read,
    } );
    Corvid::rawTxPamProviderIs( &endpoints_ );
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, &links_ );
+   configurator_.lookUpIs( [ this, lookUp = access_.lookUp() ]() -> Valen::Linux::Worker::Work {
+      return [ this, groups = lookUp() ] { access_.groupsAre( groups ); };
+   } );
    publications_.resume( publishedMessages() );
    configurator_.start( read, rejected );
    library_ = Valen::runnabilitySmFactory(
@@ -149,7 +152,6 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
                                                             : Valen::Linux::NetNsUse::named;
                descriptorLimit_.check( netNss, Varlink::Limits().connections );
                capabilities_.update( capabilityError( use ) );
-               access_.refresh(); // a group may have been added
                publications_.begin( plan );
                return false;
             },

@@ -27,20 +27,19 @@ std::optional< U32 > groupId( std::string const & name ) {
 } // namespace
 
 Access::Access( std::string readers, std::string changers )
-    : readers_( std::move( readers ) ), changers_( std::move( changers ) ) {
-   refresh();
-}
+    : readers_( std::move( readers ) ), changers_( std::move( changers ) ), groups_( lookUp()() ) {}
 
-void Access::refresh() {
-   readersId_ = groupId( readers_ );
-   changersId_ = groupId( changers_ );
+std::function< Access::Groups() > Access::lookUp() const {
+   return [ readers = readers_, changers = changers_ ] {
+      return Groups{ groupId( readers ), groupId( changers ) };
+   };
 }
 
 Right Access::of( Varlink::Caller const & caller ) const noexcept {
-   if ( caller.isRoot() || ( changersId_ && caller.isIn( *changersId_ ) ) ) {
+   if ( caller.isRoot() || ( groups_.changers && caller.isIn( *groups_.changers ) ) ) {
       return Right::change;
    }
-   return readersId_ && caller.isIn( *readersId_ ) ? Right::read : Right::none;
+   return groups_.readers && caller.isIn( *groups_.readers ) ? Right::read : Right::none;
 }
 
 void Access::require( Right right, Varlink::Caller const & caller,

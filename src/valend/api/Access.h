@@ -3,6 +3,7 @@
 
 #include "varlink/Call.h"
 
+#include <functional>
 #include <optional>
 #include <string>
 
@@ -20,8 +21,15 @@ class Access {
    // group that the system does not know has no members.
    Access( std::string readers, std::string changers );
 
-   // Looks the groups up again: one may have been added since.
-   void refresh();
+   // The ids of the two groups that the system knows now.
+   struct Groups {
+      std::optional< U32 > readers;
+      std::optional< U32 > changers;
+   };
+   // Looks the groups up again: one may have been added since. The function may run in any thread, and later than
+   // this exists. It may wait, for a directory of users on another machine.
+   std::function< Groups() > lookUp() const;
+   void groupsAre( Groups groups ) noexcept { groups_ = groups; }
 
    Right of( Varlink::Caller const & caller ) const noexcept;
    // Throws Varlink's PermissionDenied when the caller lacks the right. `method` is the name in its
@@ -32,8 +40,7 @@ class Access {
  private:
    std::string const readers_;
    std::string const changers_;
-   std::optional< U32 > readersId_;
-   std::optional< U32 > changersId_;
+   Groups groups_;
 };
 
 } // namespace Valend

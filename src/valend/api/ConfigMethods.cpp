@@ -14,7 +14,15 @@ std::vector< Method > ConfigMethods::methods() {
 }
 
 void ConfigMethods::config( Call const & call ) {
-   call->reply( configurationJson( parts_.configurator.active() ) );
+   all_.to( call );
+}
+
+// As it is when the answer is begun.
+SlowAnswer::Part ConfigMethods::configuration() const {
+   auto const & active = parts_.configurator.active();
+   return SlowAnswer::lists( { { "interfaces", configuredInterfaces( active ) },
+                               { "messages", configuredMessages( active ) } },
+                             [ rest = settingsJson( active ) ] { return rest; } );
 }
 
 void ConfigMethods::reload( Call const & call ) {

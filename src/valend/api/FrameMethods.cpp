@@ -64,14 +64,19 @@ void FrameMethods::changed( Varlink::Call & call, std::string const & interface 
 
 void FrameMethods::listMessages( Call const & call,
                                  std::optional< std::string > const & interface ) {
-   auto list = report_.messages( parts_.publications );
-   if ( interface ) {
-      parts_.interface( *interface );
-      std::erase_if( list.get_ref< Json::array_t & >(), [ & ]( auto const & message ) {
-         return message[ "interface" ] != *interface;
-      } );
+   if ( !interface ) {
+      return all_.to( call );
    }
-   call->reply( { { "messages", std::move( list ) } } );
+   parts_.interface( *interface );
+   call->reply( { { "messages", StatusReport::messages( parts_.publications, *interface ) } } );
+}
+
+// One message after the other, while they may come and go.
+SlowAnswer::Part FrameMethods::allMessages() const {
+   auto next = [ this, place = StatusReport::MessagePlace() ]() mutable {
+      return StatusReport::nextMessage( parts_.publications, place );
+   };
+   return SlowAnswer::lists( { { "messages", std::move( next ) } } );
 }
 
 } // namespace Valend

@@ -3,6 +3,7 @@
 
 #include "valend/api/Method.h"
 #include "valend/api/Parts.h"
+#include "valend/api/SlowAnswer.h"
 #include "valend/api/WatchMethods.h"
 #include "valend/report/StatusReport.h"
 
@@ -12,7 +13,8 @@ class FrameMethods final : public MethodGroup {
  public:
    // All must outlive this.
    FrameMethods( Parts const & parts, StatusReport const & report, WatchMethods & watches )
-       : parts_( parts ), report_( report ), watches_( watches ) {}
+       : parts_( parts ), report_( report ), watches_( watches ),
+         all_( parts.work, parts.scheduler, "messages", [ this ] { return allMessages(); } ) {}
 
    std::vector< Method > methods() override;
    void clientGone( U64 client ) override { parts_.publications.clientGone( client ); }
@@ -22,6 +24,7 @@ class FrameMethods final : public MethodGroup {
                  std::vector< std::string > const & frames, Publications::Lifetime lifetime );
    void withdraw( Call const & call, std::string const & agent, std::string const & interface );
    void listMessages( Call const & call, std::optional< std::string > const & interface );
+   SlowAnswer::Part allMessages() const;
    Json tooLong( std::string const & agent, std::string const & interface ) const;
    void answerWhenSaved( Call const & call, Publications::Lifetime lifetime,
                          Json const & parameters );
@@ -30,6 +33,7 @@ class FrameMethods final : public MethodGroup {
    Parts const & parts_;
    StatusReport const & report_;
    WatchMethods & watches_;
+   SlowAnswer all_; // the frames for all interfaces
 };
 
 } // namespace Valend

@@ -33,18 +33,39 @@ std::vector< Method > StatusMethods::methods() {
 }
 
 void StatusMethods::status( Call const & call, Text const & interface ) {
+   if ( !interface ) {
+      return all_.to( call );
+   }
+   auto status = daemonStatus();
+   status[ "interfaces" ] = Json::array( { report_.interface( parts_.interface( *interface ) ) } );
+   call->reply( std::move( status ) );
+}
+
+// What is not of an interface.
+Json StatusMethods::daemonStatus() const {
    auto const & delayMs = parts_.feeder.config().shutdownDelayMs;
-   auto interfaces =
-      interface ? Json::array( { report_.interface( parts_.interface( *interface ) ) } )
-                : report_.interfaces();
-   call->reply( { { "version", Settings::version },
-                  { "shutdownDelayMs", delayMs ? Json( *delayMs ) : Json() },
-                  { "active", parts_.store.statusDir->agentActive() },
-                  { "faults", parts_.faults.count() },
-                  { "lastFaults", parts_.faults.texts() },
-                  { "conditions", conditionsJson( parts_.conditions ) },
-                  { "interfaces", std::move( interfaces ) },
-                  { "vrfs", report_.vrfs() } } );
+   return { { "version", Settings::version },
+            { "shutdownDelayMs", delayMs ? Json( *delayMs ) : Json() },
+            { "active", parts_.store.statusDir->agentActive() },
+            { "faults", parts_.faults.count() },
+            { "lastFaults", parts_.faults.texts() },
+            { "conditions", conditionsJson( parts_.conditions ) },
+            { "vrfs", report_.vrfs() } };
+}
+
+// One interface after the other, by name, while they may come and go. The rest is as it is at the end.
+SlowAnswer::Part StatusMethods::allInterfaces() const {
+   auto next = [ this, last = std::string() ]() mutable -> std::optional< Json > {
+      auto const & interfaces = parts_.feeder.config().interfaces;
+      auto const found = interfaces.upper_bound( last ); // no name is empty
+      if ( found == interfaces.end() ) {
+         return std::nullopt;
+      }
+      last = found->first;
+      return report_.interface( found->second );
+   };
+   return SlowAnswer::lists( { { "interfaces", std::move( next ) } },
+                             [ this ] { return daemonStatus(); } );
 }
 
 void StatusMethods::explain( Call const & call, std::string const & interface ) {

@@ -3,6 +3,7 @@
 
 #include "valend/api/Method.h"
 #include "valend/api/Parts.h"
+#include "valend/api/SlowAnswer.h"
 #include "valend/report/StatusReport.h"
 
 namespace Valend {
@@ -11,7 +12,8 @@ class StatusMethods final : public MethodGroup {
  public:
    // Both must outlive this.
    StatusMethods( Parts const & parts, StatusReport const & report )
-       : parts_( parts ), report_( report ) {}
+       : parts_( parts ), report_( report ),
+         all_( parts.work, parts.scheduler, "status", [ this ] { return allInterfaces(); } ) {}
 
    std::vector< Method > methods() override;
 
@@ -19,6 +21,8 @@ class StatusMethods final : public MethodGroup {
    using Text = std::optional< std::string >;
 
    void status( Call const & call, Text const & interface );
+   Json daemonStatus() const;
+   SlowAnswer::Part allInterfaces() const;
    void explain( Call const & call, std::string const & interface );
    void history( Call const & call, std::optional< std::vector< std::string > > const & interfaces,
                  std::optional< U64 > last, std::optional< U64 > sinceMs );
@@ -27,6 +31,7 @@ class StatusMethods final : public MethodGroup {
 
    Parts const & parts_;
    StatusReport const & report_;
+   SlowAnswer all_; // the status of all interfaces
 };
 
 } // namespace Valend

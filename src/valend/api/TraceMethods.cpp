@@ -1,6 +1,12 @@
 #include "valend/api/TraceMethods.h"
 
+#include <algorithm>
+
 namespace Valend {
+
+TraceMethods::TraceMethods( Parts const & parts )
+    : trace_( parts.trace ), access_( parts.access ),
+      rest_( parts.scheduler, "trace followers", [ this ] { tell(); } ) {}
 
 std::vector< Method > TraceMethods::methods() {
    using Self = TraceMethods;
@@ -28,12 +34,50 @@ void TraceMethods::trace( Call const & call, std::optional< U64 > lines ) {
    }
    lasts( *call );
    call->replyContinues( std::move( recent ) );
-   trace_.follow( [ this, call ]( auto const & more ) {
-      if ( !more.empty() ) {
-         call->replyContinues( answer( more ) );
-      }
-      return call->open();
-   } );
+   follow( call );
+}
+
+void TraceMethods::follow( Call const & call ) {
+   tell(); // what waits is among the lines that the new one has
+   followers_.push_back( call );
+   if ( !std::exchange( following_, true ) ) {
+      trace_.follow( [ this ]( auto const & lines ) { return traced( lines ); } );
+   }
+}
+
+void TraceMethods::clientGone( U64 client ) {
+   std::erase_if( followers_, [ & ]( auto const & call ) { return call->client() == client; } );
+}
+
+// Notes the lines, and tells of them unless that was done just now. Returns whether more are wanted.
+bool TraceMethods::traced( std::vector< TraceHub::Line > const & lines ) {
+   auto const room = static_cast< std::size_t >( maxLines ) - pending_.size();
+   auto const end = lines.begin() + static_cast< std::ptrdiff_t >( std::min( room, lines.size() ) );
+   pending_.insert( pending_.end(), lines.begin(), end );
+   if ( !rest_.running() ) {
+      tell();
+   }
+   following_ = !followers_.empty();
+   return following_;
+}
+
+// One answer for all of them, so that each line is encoded once, and few answers are sent.
+void TraceMethods::tell() {
+   std::erase_if( followers_, []( auto const & call ) { return !call->open(); } );
+   if ( pending_.empty() ) {
+      return;
+   }
+   auto const lines = std::exchange( pending_, {} );
+   if ( followers_.empty() ) {
+      return;
+   }
+   auto const encoded = Varlink::encodedAnswer(
+      answer( lines ).dump( -1, ' ', false, Json::error_handler_t::replace ),
+      Varlink::Continues::yes );
+   for ( auto const & call : followers_ ) {
+      call->replyContinues( encoded );
+   }
+   rest_.start( period );
 }
 
 void TraceMethods::traceLevels( Call const & call, std::optional< std::string > const & levels ) {

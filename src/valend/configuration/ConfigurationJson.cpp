@@ -28,7 +28,7 @@ Json textOrNull( std::string const & text ) {
 
 Json delayJson( ActiveConfiguration const & active ) {
    auto const & delay = active.config().shutdownDelayMs;
-   auto const * const place = find( active.sources.settings, "shutdown-delay-ms" );
+   auto const * const place = find( active.sources->settings, "shutdown-delay-ms" );
    return { { "name", "shutdown-delay-ms" },
             { "value", delay ? Json( std::to_string( *delay ) ) : Json() },
             { "origin", place ? "file" : "default" },
@@ -44,8 +44,8 @@ std::string currentValue( ActiveConfiguration const & active, ProcessSetting con
 Json processSettingJson( ActiveConfiguration const & active, ProcessSetting const & setting ) {
    bool const onCommandLine = active.commandLine.given( setting ).has_value();
    auto const & sources = setting.takesEffect == Settings::TakesEffect::onReload
-                             ? active.sources
-                             : active.processSources;
+                             ? *active.sources
+                             : *active.processSources;
    auto const name = std::string( setting.name );
    auto const * const place = onCommandLine ? nullptr : find( sources.settings, name );
    return { { "name", name },
@@ -56,7 +56,7 @@ Json processSettingJson( ActiveConfiguration const & active, ProcessSetting cons
             { "place", placeJson( place ) } };
 }
 
-Json settingsJson( ActiveConfiguration const & active ) {
+Json settingsList( ActiveConfiguration const & active ) {
    auto list = Json::array( { delayJson( active ) } );
    for ( auto const & setting : Settings::processSettings ) {
       list.push_back( processSettingJson( active, setting ) );
@@ -69,19 +69,7 @@ Json vrfsJson( ActiveConfiguration const & active ) {
    for ( auto const & [ name, netNs ] : active.config().vrfs ) {
       list.push_back( { { "name", name },
                         { "namespace", netNs },
-                        { "place", placeJson( find( active.sources.vrfs, name ) ) } } );
-   }
-   return list;
-}
-
-Json interfacesJson( ActiveConfiguration const & active ) {
-   auto list = Json::array();
-   for ( auto const & [ name, interface ] : active.config().interfaces ) {
-      list.push_back( { { "name", name },
-                        { "device", interface.device },
-                        { "vrf", interface.vrf },
-                        { "shutdownDelay", interface.shutdownDelay },
-                        { "place", placeJson( find( active.sources.interfaces, name ) ) } } );
+                        { "place", placeJson( find( active.sources->vrfs, name ) ) } } );
    }
    return list;
 }
@@ -94,28 +82,46 @@ Json framesJson( Settings::Frames const & frames ) {
    return list;
 }
 
-Json messagesJson( ActiveConfiguration const & active ) {
-   auto list = Json::array();
-   for ( auto const & [ agent, messages ] : active.config().agents ) {
-      for ( auto const & [ interface, frames ] : messages ) {
-         auto const & places = active.sources.messages.at( agent );
-         list.push_back( { { "agent", agent },
-                           { "interface", interface },
-                           { "frames", framesJson( frames ) },
-                           { "place", placeJson( find( places, interface ) ) } } );
-      }
-   }
-   return list;
-}
-
 } // namespace
 
-Json configurationJson( ActiveConfiguration const & active ) {
-   return { { "files", active.sources.files },
-            { "settings", settingsJson( active ) },
-            { "vrfs", vrfsJson( active ) },
-            { "interfaces", interfacesJson( active ) },
-            { "messages", messagesJson( active ) } };
+Json settingsJson( ActiveConfiguration const & active ) {
+   return { { "files", active.sources->files },
+            { "settings", settingsList( active ) },
+            { "vrfs", vrfsJson( active ) } };
+}
+
+JsonList configuredInterfaces( ActiveConfiguration const & active ) {
+   return [ plan = active.plan, sources = active.sources,
+            next = active.config().interfaces.begin() ]() mutable -> std::optional< Json > {
+      if ( next == plan->config().interfaces.end() ) {
+         return std::nullopt;
+      }
+      auto const & [ name, interface ] = *next++;
+      return Json{ { "name", name },
+                   { "device", interface.device },
+                   { "vrf", interface.vrf },
+                   { "shutdownDelay", interface.shutdownDelay },
+                   { "place", placeJson( find( sources->interfaces, name ) ) } };
+   };
+}
+
+JsonList configuredMessages( ActiveConfiguration const & active ) {
+   return [ plan = active.plan, sources = active.sources, agent = active.config().agents.begin(),
+            last = std::string() ]() mutable -> std::optional< Json > {
+      for ( ; agent != plan->config().agents.end(); ++agent, last.clear() ) {
+         auto const & [ name, messages ] = *agent;
+         auto const next = messages.upper_bound( last ); // no name is empty
+         if ( next == messages.end() ) {
+            continue;
+         }
+         last = next->first;
+         return Json{ { "agent", name },
+                      { "interface", last },
+                      { "frames", framesJson( next->second ) },
+                      { "place", placeJson( find( sources->messages.at( name ), last ) ) } };
+      }
+      return std::nullopt;
+   };
 }
 
 } // namespace Valend

@@ -59,7 +59,7 @@ struct Configurator::ReadPlan {
 
 struct Configurator::Old {
    PlanPtr plan;
-   Settings::Sources sources;
+   SourcesPtr sources;
 };
 
 Configurator::Configurator( std::string file, Settings::ProcessConfig commandLine,
@@ -82,12 +82,12 @@ void Configurator::start( Settings::ConfigResult read,
                           std::vector< Settings::ConfigError > const & rejected ) {
    active_.plan = std::make_shared< Plan const >( std::move( read.config ) );
    active_.process = active_.wanted();
-   active_.processSources = read.sources;
    sourcesAre( read );
+   active_.processSources = active_.sources;
    if ( !rejected.empty() ) {
       logErrors( rejected );
       condition_.raise( rejectionText(
-         rejected, "the last valid one, " + active_.sources.files.front() + ", is active" ) );
+         rejected, "the last valid one, " + active_.sources->files.front() + ", is active" ) );
       notifyManager( "STATUS=Configuration rejected (" + counted( rejected.size(), "error" ) +
                      "); running with the last valid one" );
    }
@@ -133,11 +133,16 @@ void Configurator::begin() {
    running_ = std::exchange( next_, {} );
    notifyManager( "RELOADING=1\nMONOTONIC_USEC=" + monotonicMicroseconds() );
    timer_.start( readTimeout );
-   reader_.run(
-      [ this, file = file_, read = read_, before = active_.plan ]() -> Valen::Linux::Worker::Work {
-         auto plan = std::make_shared< ReadPlan >( planOf( read( file ), before ) );
-         return [ this, plan ] { readEnded( *plan ); };
-      } );
+   reader_.run( [ this, file = file_, read = read_, lookUp = lookUp_,
+                  before = active_.plan ]() -> Valen::Linux::Worker::Work {
+      auto plan = std::make_shared< ReadPlan >( planOf( read( file ), before ) );
+      return [ this, plan, found = lookUp ? lookUp() : nullptr ] {
+         if ( found ) {
+            found();
+         }
+         readEnded( *plan );
+      };
+   } );
 }
 
 void Configurator::readEnded( ReadPlan & read ) {
@@ -147,7 +152,7 @@ void Configurator::readEnded( ReadPlan & read ) {
       return reject( read.result.errors );
    }
    // What is large of the old configuration is destroyed in the other thread.
-   auto old = std::make_shared< Old >( Old{ active_.plan, std::move( active_.sources ) } );
+   auto old = std::make_shared< Old >( Old{ active_.plan, active_.sources } );
    makeActive( read );
    for ( auto & step : apply_( active_.plan ) ) {
       slices_.add( std::move( step ) );
@@ -221,7 +226,7 @@ void Configurator::makeActive( ReadPlan & read ) {
 }
 
 void Configurator::sourcesAre( Settings::ConfigResult & read ) {
-   active_.sources = std::move( read.sources );
+   active_.sources = std::make_shared< Settings::Sources const >( std::move( read.sources ) );
    active_.warnings.clear();
    for ( auto const & warning : read.warnings ) {
       active_.warnings.push_back( warning.message() );

@@ -38,6 +38,10 @@ class Configurator {
    Configurator( std::string file, Settings::ProcessConfig commandLine, Conditions & conditions,
                  Valen::Linux::EventLoop & loop, Apply apply, Read read = readFiles );
 
+   // What a reload looks up besides the files, in the same thread. What it returns runs on the loop, before the
+   // configuration is applied or rejected. It may use only what it owns.
+   void lookUpIs( Valen::Linux::Worker::Job lookUp ) { lookUp_ = std::move( lookUp ); }
+
    // Applies the configuration that valend starts with, in one go. Requires one without errors.
    //   rejected   the errors of the files, if it is not theirs but the last valid one
    void start( Settings::ConfigResult read,
@@ -78,6 +82,7 @@ class Configurator {
    Condition slow_;
    Apply const apply_;
    Read const read_;
+   Valen::Linux::Worker::Job lookUp_; // may be empty
    ActiveConfiguration active_;
    std::vector< Done > running_; // of the reload that runs
    std::vector< Done > next_;    // of the one after it

@@ -22,8 +22,10 @@ bool isName( std::string const & text ) {
 
 } // namespace
 
-Publications::Publications( Feeder & feeder, Kept kept )
-    : feeder_( feeder ), kept_( std::move( kept ) ), plan_( std::make_shared< Plan const >() ) {
+Publications::Publications( Feeder & feeder, Gantry::WorkQueue & work,
+                            Quill::Ptr< Gantry::TaskScheduler > scheduler, Kept kept )
+    : feeder_( feeder ), kept_( std::move( kept ) ), plan_( std::make_shared< Plan const >() ),
+      slices_( work, std::move( scheduler ), "publications" ) {
    feeder_.additionalIs( [ this ]( auto const & interface ) { return activeFrames( interface ); } );
 }
 
@@ -80,8 +82,13 @@ void Publications::requireName( std::string const & agent, U64 client ) const {
       throw Errors::agentIsConfigured( agent );
    }
    auto const clients = clientsOf_.find( agent );
-   if ( clients != clientsOf_.end() && !clients->second.contains( client ) ) {
-      throw Errors::agentIsOfAnotherClient( agent );
+   if ( clients == clientsOf_.end() || clients->second.contains( client ) ) {
+      return;
+   }
+   for ( auto const & [ holder, messages ] : clients->second ) { // one, besides those that are gone
+      if ( !gone_.contains( holder ) ) {
+         throw Errors::agentIsOfAnotherClient( agent );
+      }
    }
 }
 
@@ -171,11 +178,21 @@ Publications::Lifetime Publications::withdraw( std::string const & agent,
 }
 
 void Publications::clientGone( U64 client ) {
-   while ( isNeeded( client ) ) {
-      auto const key = *boundTo_.at( client ).begin();
-      remove( messages_.find( key ) );
-      feeder_.framesChanged( key.second );
+   if ( isNeeded( client ) && gone_.insert( client ).second ) {
+      slices_.add( [ this, client ] { return withdrawNext( client ); } );
    }
+}
+
+bool Publications::withdrawNext( U64 gone ) {
+   auto const bound = boundTo_.find( gone );
+   if ( bound == boundTo_.end() ) {
+      gone_.erase( gone );
+      return false;
+   }
+   auto const key = *bound->second.begin();
+   remove( messages_.find( key ) );
+   feeder_.framesChanged( key.second );
+   return true;
 }
 
 bool Publications::isActive( Message const & message ) const {
@@ -183,17 +200,25 @@ bool Publications::isActive( Message const & message ) const {
           !config().agents.contains( message.agent );
 }
 
+std::vector< Publications::Message const * >
+Publications::messagesFor( std::string const & interface ) const {
+   std::vector< Message const * > messages;
+   auto const agents = agentsOf_.find( interface );
+   if ( agents == agentsOf_.end() ) {
+      return messages;
+   }
+   for ( auto const & agent : agents->second ) {
+      messages.push_back( &messages_.at( { agent, interface } ) );
+   }
+   return messages;
+}
+
 std::map< std::string, Settings::Frames >
 Publications::activeFrames( std::string const & interface ) const {
    std::map< std::string, Settings::Frames > frames;
-   auto const agents = agentsOf_.find( interface );
-   if ( agents == agentsOf_.end() ) {
-      return frames;
-   }
-   for ( auto const & agent : agents->second ) {
-      auto const & message = messages_.at( { agent, interface } );
-      if ( isActive( message ) ) {
-         frames.emplace( agent, message.frames );
+   for ( auto const * const message : messagesFor( interface ) ) {
+      if ( isActive( *message ) ) {
+         frames.emplace( message->agent, message->frames );
       }
    }
    return frames;

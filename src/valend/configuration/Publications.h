@@ -7,6 +7,7 @@
 #pragma once
 
 #include "valend/base/EnumTexts.h"
+#include "valend/base/Slices.h"
 #include "valend/configuration/Feeder.h"
 
 #include <functional>
@@ -50,8 +51,9 @@ class Publications {
    using Kept = std::function< void( std::string const & agent, std::string const & interface,
                                      Settings::Frames const & frames ) >;
 
-   // `feeder` must outlive this. `kept` (may be empty) is called with each change.
-   explicit Publications( Feeder & feeder, Kept kept = {} );
+   // `feeder` and `work` must outlive this. `kept` (may be empty) is called with each change.
+   Publications( Feeder & feeder, Gantry::WorkQueue & work,
+                 Quill::Ptr< Gantry::TaskScheduler > scheduler, Kept kept = {} );
    ~Publications();
    Publications( Publications const & ) = delete;
    Publications & operator=( Publications const & ) = delete;
@@ -77,7 +79,8 @@ class Publications {
    // Withdraws what the agent has published for the interface, and returns its lifetime. Throws Refusal
    // "NoSuchMessages" or "AgentExists".
    Lifetime withdraw( std::string const & agent, std::string const & interface, U64 client );
-   // Withdraws what was bound to the client's connection.
+   // Withdraws what was bound to the client's connection, one message after the other in later turns of the loop. The
+   // names of its agents are free at once.
    void clientGone( U64 client );
 
    // Whether anything is bound to the client's connection.
@@ -86,6 +89,8 @@ class Publications {
    using Key = std::pair< std::string, std::string >;
    using Messages = std::map< Key, Message >;
    Messages const & messages() const noexcept { return messages_; }
+   // The same for one interface.
+   std::vector< Message const * > messagesFor( std::string const & interface ) const;
    // Whether the configuration lets the message be applied now.
    bool isActive( Message const & message ) const;
    // See maxMemory.
@@ -93,6 +98,7 @@ class Publications {
 
  private:
    void requireName( std::string const & agent, U64 client ) const;
+   bool withdrawNext( U64 gone );
    void put( Message message );
    void remove( Messages::iterator message );
    std::map< std::string, Settings::Frames > activeFrames( std::string const & interface ) const;
@@ -105,7 +111,9 @@ class Publications {
    std::map< std::string, std::set< std::string > > agentsOf_; // by interface
    std::map< U64, std::set< Key > > boundTo_; // by client: what its connection holds
    std::map< std::string, std::map< U64, std::size_t > >
-      clientsOf_; // by agent: how many each holds
+      clientsOf_;         // by agent: how many each holds
+   std::set< U64 > gone_; // clients of which something is still to be withdrawn
+   Slices slices_;
 };
 
 } // namespace Valend

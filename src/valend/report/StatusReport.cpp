@@ -13,6 +13,31 @@ Json orNull( std::string const & text ) {
    return text.empty() ? Json() : Json( text );
 }
 
+Json framesJson( Settings::Frames const & frames ) {
+   auto texts = Json::array();
+   for ( auto const & frame : frames ) {
+      texts.push_back( Settings::toHex( frame ) );
+   }
+   return texts;
+}
+
+Json configuredMessage( std::string const & agent, std::string const & interface,
+                        Settings::Frames const & frames ) {
+   return { { "agent", agent },
+            { "interface", interface },
+            { "frames", framesJson( frames ) },
+            { "lifetime", "configuration" },
+            { "inForce", true } };
+}
+
+Json publishedMessage( Publications const & publications, Publications::Message const & message ) {
+   return { { "agent", message.agent },
+            { "interface", message.interface },
+            { "frames", framesJson( message.frames ) },
+            { "lifetime", textOf( message.lifetime ) },
+            { "inForce", publications.isActive( message ) } };
+}
+
 } // namespace
 
 Json StatusReport::interface( Settings::InterfaceConfig const & config ) const {
@@ -146,30 +171,41 @@ std::optional< LinkDevice > StatusReport::device( Settings::InterfaceConfig cons
    return port_.device( { feeder_.config().netNsOf( config.vrf ), config.device } );
 }
 
-Json StatusReport::messages( Publications const & publications ) const {
+Json StatusReport::messages( Publications const & publications, std::string const & interface ) {
    auto list = Json::array();
-   auto const add = [ & ]( std::string const & agent, std::string const & interface,
-                           Settings::Frames const & frames, char const * lifetime, bool inForce ) {
-      auto texts = Json::array();
-      for ( auto const & frame : frames ) {
-         texts.push_back( Settings::toHex( frame ) );
-      }
-      list.push_back( { { "agent", agent },
-                        { "interface", interface },
-                        { "frames", std::move( texts ) },
-                        { "lifetime", lifetime },
-                        { "inForce", inForce } } );
-   };
    for ( auto const & [ agent, messages ] : publications.config().agents ) {
-      for ( auto const & [ interface, frames ] : messages ) {
-         add( agent, interface, frames, "configuration", true );
+      if ( auto const found = messages.find( interface ); found != messages.end() ) {
+         list.push_back( configuredMessage( agent, interface, found->second ) );
       }
    }
-   for ( auto const & [ key, message ] : publications.messages() ) {
-      add( message.agent, message.interface, message.frames, textOf( message.lifetime ),
-           publications.isActive( message ) );
+   for ( auto const * const message : publications.messagesFor( interface ) ) {
+      list.push_back( publishedMessage( publications, *message ) );
    }
    return list;
+}
+
+std::optional< Json > StatusReport::nextMessage( Publications const & publications,
+                                                 MessagePlace & place ) {
+   auto const & agents = publications.config().agents;
+   auto agent = place.published ? agents.end() : agents.lower_bound( place.agent );
+   for ( ; agent != agents.end(); ++agent ) {
+      auto const & [ name, messages ] = *agent;
+      auto const next =
+         name == place.agent ? messages.upper_bound( place.interface ) : messages.begin();
+      if ( next != messages.end() ) {
+         place = { false, name, next->first };
+         return configuredMessage( name, next->first, next->second );
+      }
+   }
+   if ( !place.published ) {
+      place = { true, "", "" }; // before all others: no name is empty
+   }
+   auto const next = publications.messages().upper_bound( { place.agent, place.interface } );
+   if ( next == publications.messages().end() ) {
+      return std::nullopt;
+   }
+   place = { true, next->second.agent, next->second.interface };
+   return publishedMessage( publications, next->second );
 }
 
 Json StatusReport::tooLong( Settings::InterfaceConfig const & config,
@@ -204,14 +240,6 @@ Json StatusReport::frames( std::string const & interface, LinkDevice const * dev
                           { "tooLong", std::move( tooLong ) } } );
    }
    return agents;
-}
-
-Json StatusReport::interfaces() const {
-   auto list = Json::array();
-   for ( auto const & [ name, config ] : feeder_.config().interfaces ) {
-      list.push_back( interface( config ) );
-   }
-   return list;
 }
 
 Json StatusReport::vrfs() const {

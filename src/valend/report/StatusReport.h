@@ -25,14 +25,22 @@ class StatusReport {
    std::string notReady( Settings::InterfaceConfig const & config ) const;
    // One configured interface, the API's type Interface.
    Json interface( Settings::InterfaceConfig const & config ) const;
-   // All of them, by name.
-   Json interfaces() const;
    // The VRFs, the API's type Vrf.
    Json vrfs() const;
    // What an interface needs to be ready, in the order in which an operator would check it.
    Json requirements( Settings::InterfaceConfig const & config ) const;
-   // The frames of all agents: those of the configuration, then the published ones.
-   Json messages( Publications const & publications ) const;
+   // The frames of all agents for the interface, the API's type Message: those of the configuration, then the published
+   // ones.
+   static Json messages( Publications const & publications, std::string const & interface );
+   // Where one is in the list of the frames for all interfaces. It stays valid whatever is added and removed.
+   struct MessagePlace {
+      bool published = false;
+      std::string agent;
+      std::string interface;
+   };
+   // The next one in that list, to which `place` is set; nothing at the end.
+   static std::optional< Json > nextMessage( Publications const & publications,
+                                             MessagePlace & place );
    // The agent's frames that exceed the limit of the interface's device as it is now.
    Json tooLong( Settings::InterfaceConfig const & config, std::string const & agent ) const;
    // A shutdown, the API's type ShutdownRecord.

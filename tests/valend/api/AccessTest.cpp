@@ -14,6 +14,17 @@ TEST( AccessTest, AGroupThatDoesNotExistHasNoMembers ) {
    EXPECT_EQ( byName.of( { 1000, 1, { 1 } } ), Right::change );
 }
 
+TEST( AccessTest, AGroupThatWasAddedHasItsMembersOnceItIsLookedUp ) {
+   Access access( "root", "valen-no-such-group" );
+   auto groups = access.lookUp()();
+   EXPECT_EQ( groups.readers, 0u );
+   EXPECT_EQ( groups.changers, std::nullopt );
+   groups.changers = 4002;
+   access.groupsAre( groups );
+   EXPECT_EQ( access.of( { 1000, 1, { 4002 } } ), Right::change );
+   EXPECT_EQ( access.of( { 1000, 1, { 0 } } ), Right::read );
+}
+
 TEST( AccessTest, APermissionErrorSaysWhatIsRequiredAndOfWhom ) {
    Access const access( "4001", "4002" );
    auto const error = [ & ]( Right right, U32 uid ) -> std::string {

@@ -75,7 +75,7 @@ class ApiFixture : public DaemonFixture {
  protected:
    ApiFixture()
        : trace( work, Settings::ProcessConfig(), TraceHub::WithoutFile::nowhere ),
-         publications( feeder ),
+         publications( feeder, work, clock.scheduler() ),
          api( { store, feeder, publications, kernel, controller, faults, conditions, metrics, trace,
                 configurator, access, clock.scheduler(), work,
                 [ this ]( auto const & done ) { reload( done ); },

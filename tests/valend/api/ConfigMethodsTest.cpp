@@ -34,7 +34,13 @@ TEST_F( ConfigMethodsTest, ARejectedConfigurationIsAnsweredWithAllThatIsWrong ) 
 }
 
 TEST_F( ConfigMethodsTest, ConfigAnswersWhatIsActive ) {
-   EXPECT_EQ( call( "Config", Json::object() )->parameters()[ "interfaces" ], Json::array() );
+   auto const answers = std::make_shared< Answers >( "org.valen.daemon.Config" );
+   api.call( std::make_shared< Varlink::Call >( "org.valen.daemon.Config", Json::object(),
+                                                Varlink::Wanted::one,
+                                                Varlink::Caller{ 0, 1, { 0 } }, 1, answers ) );
+   EXPECT_FALSE( answers->last ) << "it is made in slices";
+   turn();
+   EXPECT_EQ( answers->parameters()[ "interfaces" ], Json::array() );
 }
 
 TEST_F( ConfigMethodsTest, RescanIsAChange ) {

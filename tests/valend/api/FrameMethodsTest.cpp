@@ -38,6 +38,7 @@ TEST_F( FrameMethodsTest, AConnectionIsNeededWhileFramesAreBoundToIt ) {
    EXPECT_FALSE( call( "Publish", message( "kept" ) )->needed );
    call( "Publish", message( "connection" ), false, 5 );
    api.clientGone( 5 );
+   turn();
    EXPECT_EQ( listed( "Ethernet1" ).size(), 1u );
 }
 

@@ -86,6 +86,35 @@ TEST_F( StatusMethodsTest, StatusIsOfEverythingOrOfOneInterface ) {
    EXPECT_EQ( one[ "interfaces" ][ 0 ][ "name" ], "Ethernet2" );
 }
 
+// So many that no slice has room for all of them.
+TEST_F( StatusMethodsTest, TheStatusOfEverythingIsMadeInSlices ) {
+   auto config = twoInterfaces();
+   for ( int i = 0; i < 3000; ++i ) {
+      auto const name = "port" + std::to_string( i );
+      config.interfaces[ name ] = { name, name, "default", true };
+   }
+   publications.configIs( config );
+   turn();
+   auto const answers = std::make_shared< Answers >( "org.valen.daemon.Status" );
+   api.call( std::make_shared< Varlink::Call >( "org.valen.daemon.Status", Json::object(),
+                                                Varlink::Wanted::one,
+                                                Varlink::Caller{ 0, 1, { 0 } }, 1, answers ) );
+   for ( int i = 0; i < 5; ++i ) { // each reads one interface or more
+      work.run();
+   }
+   EXPECT_FALSE( answers->last );
+   // The interface that was read last goes, and one comes at the end.
+   config = twoInterfaces();
+   config.interfaces[ "zero" ] = { "zero", "zero", "default", true };
+   publications.configIs( config );
+   turn();
+   ASSERT_TRUE( answers->last );
+   auto const interfaces = answers->parameters()[ "interfaces" ];
+   EXPECT_LT( interfaces.size(), 3000u );
+   EXPECT_EQ( interfaces.front()[ "name" ], "Ethernet1" );
+   EXPECT_EQ( interfaces.back()[ "name" ], "zero" );
+}
+
 TEST_F( StatusMethodsTest, HistoryIsInTheOrderOfTheRequests ) {
    auto const history = [ & ]( Json const & parameters ) {
       std::vector< std::string > lines;

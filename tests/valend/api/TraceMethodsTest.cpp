@@ -34,5 +34,46 @@ TEST_F( TraceMethodsTest, TraceAnswersTheNewestLinesAndThenThoseThatCome ) {
    EXPECT_FALSE( following->last );
 }
 
+TEST_F( TraceMethodsTest, FollowersGetTheSameAnswersAndFewOfThem ) {
+   auto const first = call( "Trace", { { "lines", 0 } }, true, 1 );
+   auto const second = call( "Trace", { { "lines", 0 } }, true, 2 );
+   auto const shutDown = [ & ] {
+      controller.shutdown( "Ethernet1", { "root" }, nullptr );
+      turn();
+      enable( "Ethernet1" );
+   };
+   shutDown();
+   EXPECT_EQ( first->messages.size(), 2u ) << "the first lines come at once";
+   shutDown();
+   EXPECT_EQ( first->messages.size(), 2u ) << "and then there is a pause";
+   clock.advance( TraceMethods::period );
+   ASSERT_EQ( first->messages.size(), 3u );
+   ASSERT_EQ( second->sent.size(), 3u );
+   EXPECT_EQ( first->sent[ 1 ], second->sent[ 1 ] ) << "the same bytes";
+   EXPECT_EQ( first->sent[ 2 ], second->sent[ 2 ] );
+}
+
+TEST_F( TraceMethodsTest, ANewFollowerGetsNoLineTwice ) {
+   auto const first = call( "Trace", { { "lines", 0 } }, true, 1 );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
+   turn();
+   enable( "Ethernet1" ); // its lines wait
+   ASSERT_EQ( first->messages.size(), 2u );
+   auto const second = call( "Trace", { { "lines", 100 } }, true, 2 );
+   EXPECT_EQ( first->messages.size(), 3u ) << "they are told before";
+   clock.advance( TraceMethods::period );
+   EXPECT_EQ( second->messages.size(), 1u );
+}
+
+TEST_F( TraceMethodsTest, WhoHasGoneGetsNoMoreLines ) {
+   auto const first = call( "Trace", { { "lines", 0 } }, true, 1 );
+   auto const second = call( "Trace", { { "lines", 0 } }, true, 2 );
+   api.clientGone( 1 );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
+   turn();
+   EXPECT_EQ( first->messages.size(), 1u );
+   EXPECT_GT( second->messages.size(), 1u );
+}
+
 } // namespace
 } // namespace Valend

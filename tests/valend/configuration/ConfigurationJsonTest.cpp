@@ -22,13 +22,14 @@ class ConfigurationJsonTest : public ::testing::Test {
       EXPECT_TRUE( read.errors.empty() );
       ActiveConfiguration active;
       active.plan = std::make_shared< Plan const >( read.config );
-      active.sources = active.processSources = read.sources;
+      active.sources = active.processSources =
+         std::make_shared< Settings::Sources const >( read.sources );
       active.commandLine = std::move( commandLine );
       active.process = active.wanted();
       return active;
    }
    static Json settingOf( ActiveConfiguration const & active, std::string const & name ) {
-      auto const json = configurationJson( active );
+      auto const json = settingsJson( active );
       for ( auto const & setting : json.at( "settings" ) ) {
          if ( setting[ "name" ] == name ) {
             return setting;
@@ -36,13 +37,20 @@ class ConfigurationJsonTest : public ::testing::Test {
       }
       return Json();
    }
+   static Json all( JsonList const & next ) {
+      auto list = Json::array();
+      while ( auto const element = next() ) {
+         list.push_back( *element );
+      }
+      return list;
+   }
    static Json place( int line, int column ) {
       return { { "file", "f" }, { "line", line }, { "column", column } };
    }
 };
 
 TEST_F( ConfigurationJsonTest, VrfsInterfacesAndMessagesHaveTheirPlaces ) {
-   auto const json = configurationJson( active( R"(vrfs:
+   auto const configuration = active( R"(vrfs:
 - {name: red, namespace: ns-red}
 interfaces:
 - {name: Ethernet1, device: et1, vrf: red, shutdown-delay: false}
@@ -50,25 +58,43 @@ agents:
 - name: lldp
   messages:
     Ethernet1: [0180c200000e02000000000188cc]
-)" ) );
+- name: radv
+- name: ospf
+  messages: {Ethernet1: [0180c200000e02000000000188cc]}
+)" );
+   auto const json = settingsJson( configuration );
    EXPECT_EQ( json[ "files" ], Json( { "f" } ) );
    EXPECT_EQ( json[ "vrfs" ], Json::array( { { { "name", "red" },
                                                { "namespace", "ns-red" },
                                                { "place", place( 2, 10 ) } } } ) );
-   EXPECT_EQ( json[ "interfaces" ], Json::array( { { { "name", "Ethernet1" },
-                                                     { "device", "et1" },
-                                                     { "vrf", "red" },
-                                                     { "shutdownDelay", false },
-                                                     { "place", place( 4, 10 ) } } } ) );
-   EXPECT_EQ( json[ "messages" ],
-              Json::array( { { { "agent", "lldp" },
-                               { "interface", "Ethernet1" },
-                               { "frames", Json( { "0180c200000e02000000000188cc" } ) },
-                               { "place", place( 8, 5 ) } } } ) );
+   EXPECT_EQ( all( configuredInterfaces( configuration ) ),
+              Json::array( { { { "name", "Ethernet1" },
+                               { "device", "et1" },
+                               { "vrf", "red" },
+                               { "shutdownDelay", false },
+                               { "place", place( 4, 10 ) } } } ) );
+   auto const message = []( char const * agent, Json const & where ) {
+      return Json{ { "agent", agent },
+                   { "interface", "Ethernet1" },
+                   { "frames", Json( { "0180c200000e02000000000188cc" } ) },
+                   { "place", where } };
+   };
+   EXPECT_EQ(
+      all( configuredMessages( configuration ) ),
+      Json::array( { message( "lldp", place( 8, 5 ) ), message( "ospf", place( 11, 14 ) ) } ) );
+}
+
+TEST_F( ConfigurationJsonTest, AListIsOfOneConfigurationWhateverBecomesActive ) {
+   auto configuration = active( "interfaces: [{name: a}, {name: b}]" );
+   auto const next = configuredInterfaces( configuration );
+   EXPECT_EQ( ( *next() )[ "name" ], "a" );
+   configuration = active( "interfaces: [{name: c}]" );
+   EXPECT_EQ( ( *next() )[ "name" ], "b" );
+   EXPECT_EQ( next(), std::nullopt );
 }
 
 TEST_F( ConfigurationJsonTest, EverySettingIsListed ) {
-   auto const json = configurationJson( active( "" ) );
+   auto const json = settingsJson( active( "" ) );
    ASSERT_EQ( json[ "settings" ].size(), Settings::processSettings.size() + 1 );
    EXPECT_EQ( json[ "settings" ][ 0 ], ( Json{ { "name", "shutdown-delay-ms" },
                                                { "value", nullptr },
@@ -108,7 +134,7 @@ TEST_F( ConfigurationJsonTest, AfterAReloadASettingOfTheNextStartIsShownAsItIsUs
    auto configuration = active( "socket: /a" );
    auto const next = Settings::parseConfig( "# moved\nsocket: /b", "f" );
    configuration.plan = std::make_shared< Plan const >( next.config );
-   configuration.sources = next.sources;
+   configuration.sources = std::make_shared< Settings::Sources const >( next.sources );
    auto const socket = settingOf( configuration, "socket" );
    EXPECT_EQ( socket[ "value" ], "/a" );
    EXPECT_EQ( socket[ "place" ], place( 1, 9 ) );

@@ -105,6 +105,25 @@ TEST_F( ConfiguratorTest, AReloadAppliesLogsAndReturnsWhatChanged ) {
    EXPECT_EQ( log, "valend: reloaded: 0 changes\n" );
 }
 
+TEST_F( ConfiguratorTest, WhatIsLookedUpBesidesTheFilesWaitsInTheOtherThread ) {
+   auto const configurator = started( "shutdown-delay-ms: 5" );
+   std::thread::id thread;
+   std::vector< std::size_t > found; // how many configurations were applied before
+   configurator->lookUpIs( [ & ]() -> Valen::Linux::Worker::Work {
+      thread = std::this_thread::get_id();
+      return [ & ] {
+         EXPECT_NE( std::this_thread::get_id(), thread );
+         found.push_back( applied.size() );
+      };
+   } );
+   reload( *configurator );
+   EXPECT_THAT( found, ElementsAre( 1u ) );
+   EXPECT_EQ( applied.size(), 2u );
+   write( "color: blue" );
+   EXPECT_TRUE( outcomeOf( *configurator ).rejected );
+   EXPECT_THAT( found, ElementsAre( 1u, 2u ) );
+}
+
 TEST_F( ConfiguratorTest, AConfigurationWithErrorsChangesNothing ) {
    auto const owner = started( "shutdown-delay-ms: 5" );
    auto & configurator = *owner;
@@ -163,7 +182,7 @@ TEST_F( ConfiguratorTest, AStartWithTheLastValidConfigurationIsLoud ) {
    write( "shutdown-delay-ms: 8" );
    EXPECT_THAT( reload( *configurator ), ElementsAre( "shutdown delay 8 ms, was 7 ms" ) );
    EXPECT_EQ( condition(), "" );
-   EXPECT_EQ( configurator->active().sources.files, std::vector{ file } );
+   EXPECT_EQ( configurator->active().sources->files, std::vector{ file } );
 }
 
 TEST_F( ConfiguratorTest, AWarningIsLoggedAndKept ) {

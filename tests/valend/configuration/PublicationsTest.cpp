@@ -146,6 +146,58 @@ TEST_F( PublicationsTest, FramesThatAreBoundToAConnectionAreWithdrawnWithIt ) {
    EXPECT_FALSE( publish( "radv", { hex( 'y' ) }, "kept", 8 )->needed );
 }
 
+TEST_F( PublicationsTest, TheFramesOfAClientThatIsGoneAreWithdrawnInLaterTurns ) {
+   publish( "radv", { hex( 'x' ) }, "connection", 7 );
+   publish( "radv", { hex( 'x' ) }, "connection", 7, "Ethernet1" );
+   publish( "ospf", { hex( 'o' ) }, "connection", 7 );
+   api.clientGone( 7 );
+   EXPECT_EQ( publications.messages().size(), 3u );
+   api.clientGone( 7 );
+   turn();
+   EXPECT_THAT( publications.messages(), IsEmpty() );
+   EXPECT_EQ( publications.memory(), 0u );
+   EXPECT_FALSE( publications.isNeeded( 7 ) );
+}
+
+TEST_F( PublicationsTest, TheListOfAllMessagesIsMadeInSlices ) {
+   auto config = twoInterfaces();
+   for ( int i = 0; i < 2000; ++i ) {
+      auto const name = "port" + std::to_string( i );
+      config.interfaces[ name ] = { name, name, "default", true };
+      config.agents[ "lldp" ][ name ] = { frame( 'x' ) };
+   }
+   publications.configIs( config );
+   publish( "radv", { hex( 'x' ) } );
+   publish( "ospf", { hex( 'x' ) } );
+   auto const answers = std::make_shared< Answers >( "org.valen.daemon.ListMessages" );
+   api.call( std::make_shared< Varlink::Call >( "org.valen.daemon.ListMessages", Json::object(),
+                                                Varlink::Wanted::one,
+                                                Varlink::Caller{ 0, 1, { 0 } }, 1, answers ) );
+   work.run();
+   EXPECT_FALSE( answers->last );
+   turn();
+   EXPECT_EQ( answers->parameters()[ "messages" ].size(), 2004u );
+}
+
+TEST_F( PublicationsTest, AnAgentThatConnectsAgainPublishesAtOnce ) {
+   publish( "radv", { hex( 'x' ) }, "connection", 7 );
+   publish( "radv", { hex( 'x' ) }, "connection", 7, "Ethernet1" );
+   api.clientGone( 7 );
+   auto const frames = Settings::FrameList{ frame( 'y' ) };
+   publications.publish( { "radv", "Ethernet2", frames, Publications::Lifetime::connection, 8 } );
+   EXPECT_THROW( publications.publish(
+                    { "radv", "Ethernet2", frames, Publications::Lifetime::connection, 9 } ),
+                 Refusal )
+      << "the name belongs to the new client";
+   turn();
+   EXPECT_EQ( publications.messages().size(), 1u );
+   EXPECT_EQ( goodbye(), "y" );
+   EXPECT_TRUE( publications.isNeeded( 8 ) );
+   api.clientGone( 8 );
+   EXPECT_EQ( goodbye(), "" );
+   EXPECT_EQ( publications.memory(), 0u );
+}
+
 TEST_F( PublicationsTest, AReloadKeepsPublishedFrames ) {
    publish( "radv", { hex( 'x' ) } );
    auto config = twoInterfaces();
