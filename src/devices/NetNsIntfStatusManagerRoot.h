@@ -81,7 +81,7 @@ class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
       IntfSm( NetNsIntfStatusManagerRoot & root, Corvid::IntfId intfId );
       char const * reactorName() const noexcept override { return "IntfSm"; }
       Corvid::IntfId const & intfId() const noexcept { return intfId_; }
-      // The configured name of its device, under which the root has it; empty if there is none.
+      // The configured name of the interface's device; empty if it is not configured.
       Quill::Name const & deviceName() const noexcept { return deviceName_; }
       void deviceNameIs( Quill::Name deviceName ) noexcept {
          deviceName_ = std::move( deviceName );
