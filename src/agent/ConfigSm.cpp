@@ -178,7 +178,7 @@ void ConfigSm::replayModel() {
 
 void ConfigSm::handleAgent( Quill::Name name ) {
    TRACE0( "%s", name );
-   if ( !initialized_ ) {
+   if ( !initialized() ) {
       TRACE1( "not initialized" );
       return;
    }
@@ -200,7 +200,7 @@ void ConfigSm::handleAgent( Quill::Name name ) {
 
 void ConfigSm::handleVrf( L3::VrfName vrfName ) {
    TRACE0( "vrf %s", vrfName );
-   if ( !initialized_ ) {
+   if ( !initialized() ) {
       TRACE1( "not initialized" );
       return;
    }
@@ -231,7 +231,7 @@ void ConfigSm::handleVrf( L3::VrfName vrfName ) {
 
 void ConfigSm::handleIntfMessage( Corvid::IntfId intfId ) {
    TRACE0( "%s", intfId );
-   if ( !initialized_ ) {
+   if ( !initialized() ) {
       TRACE1( "not initialized" );
       return;
    }

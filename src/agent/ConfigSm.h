@@ -137,9 +137,6 @@ class ConfigSm final : public Quill::Reactor {
    void vrfContainerSmDel( L3::VrfName vrfName );
    void vrfContainerSmDelAll();
 
-   bool initialized() const noexcept { return initialized_; }
-   void initializedIs( bool initialized ) noexcept { initialized_ = initialized; }
-
    // Also switches the three trackers, but not the mounts, the agents or the containers.
    void hasNotificationActiveIs( bool active ) override;
 
@@ -174,7 +171,6 @@ class ConfigSm final : public Quill::Reactor {
    Quill::Child< AllIntfConfigDirSm > allIntfConfigDirSm_;
    Quill::Child< L3IntfStatusDirSm > l3IntfStatusDirSm_;
    VrfContainerSms vrfContainerSm_;
-   bool initialized_ = false;
 };
 
 Quill::Ptr< ConfigSm > configSmFactory(

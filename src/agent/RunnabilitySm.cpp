@@ -58,7 +58,7 @@ void RunnabilitySm::handleInitialized() {
 void RunnabilitySm::handleGlobalConfig() {
    auto const globalConfig = configDir_.get() ? configDir_.get()->globalConfig() : nullptr;
    TRACE0( "%s", globalConfig );
-   if ( !initialized_ ) {
+   if ( !initialized() ) {
       TRACE1( "not initialized" );
       return;
    }

@@ -78,8 +78,6 @@ class RunnabilitySm final : public Quill::Reactor {
    // The main reactor; null while the feature is off.
    Quill::Ptr< ConfigSm > const & configSm() const noexcept { return configSm_.get(); }
    void configSmIs( Quill::Ptr< ConfigSm > configSm );
-   bool initialized() const noexcept { return initialized_; }
-   void initializedIs( bool initialized ) noexcept { initialized_ = initialized; }
 
    void handleInitialized();
    void handleGlobalConfig();
@@ -100,7 +98,6 @@ class RunnabilitySm final : public Quill::Reactor {
    Quill::Ptr< AllVrf > const allVrf_;
    Quill::Ptr< AllIntf > const allIntf_;
    Quill::Child< ConfigSm > configSm_;
-   bool initialized_ = false;
 };
 
 // Whether the fault means that the library could not set up a VRF, whose name is the fault's key: its

@@ -64,12 +64,12 @@ void NetNsIntfStatusManager::deviceNameRefresh( Quill::Name const & deviceName )
 
 void NetNsIntfStatusManager::intfRefresh( Corvid::IntfId const & intfId ) {
    auto const deviceName = root_.deviceName( intfId );
-   auto const * const ifIndexes = ifIndexes_.find( deviceName );
-   if ( !ifIndexes || root_.intfId( deviceName, namespaceName_ ) != intfId ) {
+   auto const * const ifIndex = ifIndexes_.last( deviceName );
+   if ( !ifIndex || root_.intfId( deviceName, namespaceName_ ) != intfId ) {
       deviceIntfStatusDir_->intfStatusAndDeviceNameDel( intfId );
    } else {
       deviceIntfStatusDir_->intfStatusAndDeviceNameIs(
-         intfId, { root_.intfStatus( intfId ), deviceName, ifIndexes->back() } );
+         intfId, { root_.intfStatus( intfId ), deviceName, *ifIndex } );
    }
 }
 

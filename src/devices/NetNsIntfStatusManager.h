@@ -1,7 +1,8 @@
 // Interface::NetNsIntfStatusManager: the devices of one network namespace, by interface.
 #pragma once
 
-#include "devices/DeviceNameIndex.h"
+#include "devices/ByDeviceName.h"
+#include "platform/corvid/IntfId.h"
 #include "platform/quill/Children.h"
 #include "platform/quill/Watch.h"
 #include "types/InterfaceTypes.h"

@@ -52,7 +52,7 @@ void NetNsIntfStatusManagerRoot::intfStatusManagerDelAll() {
 }
 
 Quill::Name NetNsIntfStatusManagerRoot::deviceName( Corvid::IntfId const & intfId ) const {
-   auto configured = index_.deviceName( intfId );
+   auto configured = configuredName( intfId );
    return configured.empty() ? Quill::Name( intfId.stringValue() ) : configured;
 }
 
@@ -60,7 +60,7 @@ Corvid::IntfId
 NetNsIntfStatusManagerRoot::intfId( Quill::Name const & deviceName,
                                     Corvid::NamespaceName const & namespaceName ) const {
    Corvid::IntfId first;
-   for ( auto const & candidate : index_.intfIds( deviceName ) ) {
+   for ( auto const & candidate : intfIds( deviceName ) ) {
       auto const where = place( candidate, namespaceName );
       if ( where == Place::here ) {
          return candidate;
@@ -73,7 +73,7 @@ NetNsIntfStatusManagerRoot::intfId( Quill::Name const & deviceName,
       return first;
    }
    Corvid::IntfId own( deviceName.stringValue() );
-   bool const onOwnDevice = index_.deviceName( own ).empty();
+   bool const onOwnDevice = configuredName( own ).empty();
    return onOwnDevice && place( own, namespaceName ) != Place::elsewhere ? own : Corvid::IntfId();
 }
 
@@ -115,10 +115,8 @@ void NetNsIntfStatusManagerRoot::handleInitialized() {
 }
 
 void NetNsIntfStatusManagerRoot::handleIntf( Corvid::IntfId intfId ) {
-   intfSmUpdate( intfId );
    auto const from = deviceName( intfId );
-   auto const status = intfStatus( intfId );
-   index_.deviceNameIs( intfId, status ? status->deviceName() : Quill::Name() );
+   intfSmUpdate( intfId );
    auto const to = deviceName( intfId );
    for ( auto const & manager : intfStatusManager_ ) {
       // The new name first, so that the interface moves from one device to the other in one step.
@@ -133,14 +131,30 @@ void NetNsIntfStatusManagerRoot::handleDestruction() {
    intfStatusManagerDelAll();
 }
 
+Quill::Name
+NetNsIntfStatusManagerRoot::configuredName( Corvid::IntfId const & intfId ) const noexcept {
+   auto const child = intfSm_.find( intfId );
+   return child ? child->deviceName() : Quill::Name();
+}
+
 void NetNsIntfStatusManagerRoot::intfSmUpdate( Corvid::IntfId const & intfId ) {
    auto const status = intfStatus( intfId );
    auto const local = intfStatusLocal( intfId );
+   auto const from = configuredName( intfId );
+   auto const to = status ? status->deviceName() : Quill::Name();
+   if ( from != to && !from.empty() ) {
+      intfIds_.remove( from, intfId );
+   }
+   if ( from != to && !to.empty() ) {
+      intfIds_.add( to, intfId );
+   }
    if ( !status && !local ) {
       intfSm_.retire( intfId );
       return;
    }
-   intfSm_.findOrMake( intfId, *this, intfId )->watch( status, local );
+   auto const child = intfSm_.findOrMake( intfId, *this, intfId );
+   child->watch( status, local );
+   child->deviceNameIs( to );
 }
 
 NetNsIntfStatusManagerRoot::IntfSm::IntfSm( NetNsIntfStatusManagerRoot & root,

@@ -61,8 +61,8 @@ class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
    Corvid::IntfId intfId( Quill::Name const & deviceName,
                           Corvid::NamespaceName const & namespaceName ) const;
    // The interfaces that are configured to a device of that name, in any namespace.
-   DeviceNameIndex::IntfIds intfIds( Quill::Name const & deviceName ) const {
-      return index_.intfIds( deviceName );
+   ByDeviceName< Corvid::IntfId >::Values intfIds( Quill::Name const & deviceName ) const {
+      return intfIds_.get( deviceName );
    }
    Quill::Ptr< IntfStatus const > intfStatus( Corvid::IntfId const & intfId ) const noexcept;
 
@@ -81,6 +81,11 @@ class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
       IntfSm( NetNsIntfStatusManagerRoot & root, Corvid::IntfId intfId );
       char const * reactorName() const noexcept override { return "IntfSm"; }
       Corvid::IntfId const & intfId() const noexcept { return intfId_; }
+      // The configured name of the interface's device; empty if it is not configured.
+      Quill::Name const & deviceName() const noexcept { return deviceName_; }
+      void deviceNameIs( Quill::Name deviceName ) noexcept {
+         deviceName_ = std::move( deviceName );
+      }
       void watch( Quill::Ptr< IntfStatus const > status,
                   Quill::Ptr< IntfStatusLocal const > local ) noexcept;
       void handleChange();
@@ -88,6 +93,7 @@ class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
     private:
       NetNsIntfStatusManagerRoot & root_;
       Corvid::IntfId const intfId_;
+      Quill::Name deviceName_;
       Quill::Watch< IntfSm, IntfStatus const,
                     Quill::On< IntfStatus::deviceNameAttr, &IntfSm::handleChange > >
          status_;
@@ -99,6 +105,8 @@ class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
    Quill::Ptr< IntfStatusLocal const >
    intfStatusLocal( Corvid::IntfId const & intfId ) const noexcept;
    Place place( Corvid::IntfId const & intfId, Corvid::NamespaceName const & namespaceName ) const;
+   // The configured name; empty if the interface is not configured to a device.
+   Quill::Name configuredName( Corvid::IntfId const & intfId ) const noexcept;
    void intfSmUpdate( Corvid::IntfId const & intfId );
 
    Quill::Watch<
@@ -110,7 +118,7 @@ class NetNsIntfStatusManagerRoot final : public Quill::Reactor {
                             &NetNsIntfStatusManagerRoot::handleIntf > >
       allIntfStatusLocalDir_;
    bool const filterByNetNs_;
-   DeviceNameIndex index_;
+   ByDeviceName< Corvid::IntfId > intfIds_; // by the configured name
    Quill::Children< IntfSm, &IntfSm::intfId > intfSm_;
    Quill::Children< NetNsIntfStatusManager, &NetNsIntfStatusManager::namespaceName >
       intfStatusManager_;

@@ -75,9 +75,6 @@ class IntfIoSm final : public Quill::Reactor {
    void immediateEnableCountIs( U32 count ) noexcept { immediateEnableCount_ = count; }
    void immediateEnableCountInc( U32 by ) noexcept { immediateEnableCount_ += by; }
 
-   bool initialized() const noexcept { return initialized_; }
-   void initializedIs( bool initialized ) noexcept { initialized_ = initialized; }
-
    // Read from the interface's record at each call; empty, null or 0 if absent.
    Corvid::IntfId intfId() const;
    U32 ifIndex() const noexcept; // the kernel's index of the device
@@ -120,7 +117,6 @@ class IntfIoSm final : public Quill::Reactor {
    U32 sendPktFailedCount_ = 0;
    U32 abortCount_ = 0;
    U32 immediateEnableCount_ = 0;
-   bool initialized_ = false;
 };
 
 Quill::Ptr< IntfIoSm > intfIoSmFactory( Quill::Ptr< Intf > intf,

@@ -60,9 +60,6 @@ class IntfSm final : public Quill::Reactor {
    // handlers is on the stack.
    void intfIoSmIs( Quill::Ptr< IntfIoSm > intfIoSm );
 
-   bool initialized() const noexcept { return initialized_; }
-   void initializedIs( bool initialized ) noexcept { initialized_ = initialized; }
-
    void handleInitialized();
    void handleIntfConfig();
    void handleDevice();
@@ -90,7 +87,6 @@ class IntfSm final : public Quill::Reactor {
    Quill::Ptr< Config::ConfigDir const > const configDir_;
    Quill::Ptr< Status::StatusDir > const statusDir_;
    Quill::Child< IntfIoSm > intfIoSm_;
-   bool initialized_ = false;
 };
 
 Quill::Ptr< IntfSm > intfSmFactory( Corvid::IntfId intfId, Quill::Ptr< Intf > intf,

@@ -35,7 +35,7 @@ void L3IntfStatusSm::handleInitialized() {
 
 void L3IntfStatusSm::handleVrf() {
    TRACE0( "%s, vrf %s", intfId_, l3IntfStatus()->vrf() );
-   if ( !initialized_ ) {
+   if ( !initialized() ) {
       TRACE1( "not initialized" );
       return;
    }

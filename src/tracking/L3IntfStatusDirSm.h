@@ -43,9 +43,6 @@ class L3IntfStatusSm final : public Quill::Reactor {
                          Quill::Parameter( "_allVrf", &L3IntfStatusSm::allVrf ) );
    }
 
-   bool initialized() const noexcept { return initialized_; }
-   void initializedIs( bool initialized ) noexcept { initialized_ = initialized; }
-
    void handleInitialized();
    // Leaves the set and joins that of the status's VRF, even if it is the same one.
    void handleVrf();
@@ -64,7 +61,6 @@ class L3IntfStatusSm final : public Quill::Reactor {
       l3IntfStatus_;
    Quill::Ptr< AllVrf > const allVrf_;
    Quill::Ptr< VrfL3Intf > vrfL3Intf_;
-   bool initialized_ = false;
 };
 
 // Keeps one L3IntfStatusSm for each interface that has a layer-3 status and is in the model.

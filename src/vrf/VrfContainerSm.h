@@ -89,9 +89,6 @@ class VrfContainerSm final : public Quill::Reactor {
    Quill::Ptr< IntfSm > intfSmDel( Corvid::IntfId intfId );
    void intfSmDelAll();
 
-   bool initialized() const noexcept { return initialized_; }
-   void initializedIs( bool initialized ) noexcept { initialized_ = initialized; }
-
    void handleInitialized();
    void handleIntf( Quill::Ptr< Valen::Intf > intf );
    void handleDevice( Corvid::IntfId intfId );
@@ -116,7 +113,6 @@ class VrfContainerSm final : public Quill::Reactor {
    Quill::Ptr< Status::StatusDir > const statusDir_;
    Quill::Ptr< Corvid::RawTxPam > rawTxPam_;
    IntfSms intfSm_;
-   bool initialized_ = false;
 };
 
 Quill::Ptr< VrfContainerSm >

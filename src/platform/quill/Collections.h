@@ -110,6 +110,18 @@ template < class E, class K, class KeyOf > class HashTable {
       --count_;
    }
 
+   // Takes all elements out at once, without a search for each, and passes them to `destroy` in order of
+   // insertion.
+   template < class Destroy > void clear( Destroy const & destroy ) noexcept {
+      index_.reset();
+      count_ = 0;
+      for ( auto * hook = order_.release(); hook; ) {
+         auto & element = static_cast< E & >( *hook );
+         hook = WalkList::after( *hook );
+         destroy( element );
+      }
+   }
+
  private:
    struct Slot {
       U64 hash;
@@ -213,7 +225,7 @@ template < class M, auto key > class Members {
    using Key = std::remove_cvref_t< decltype( ( std::declval< M const & >().*key )() ) >;
 
    Members() = default;
-   ~Members() { clear(); }
+   ~Members() { table_.clear( leave ); }
 
    Ptr< M > find( Key const & k ) const noexcept { return Ptr< M >( table_.find( k ) ); }
    bool has( Key const & k ) const noexcept { return table_.find( k ) != nullptr; }
@@ -233,14 +245,11 @@ template < class M, auto key > class Members {
       table_.remove( *member );
       return Ptr< M >::adopt( member );
    }
-   // An entity that still has other handles is left without a parent.
+   // One after the other: until its turn, each is still found.
    void clear() noexcept {
       while ( auto * const member = table_.first() ) {
          table_.remove( *member );
-         if constexpr ( requires { member->parentIs( nullptr ); } ) {
-            member->parentIs( nullptr );
-         }
-         Ptr< M >::adopt( member );
+         leave( *member );
       }
    }
 
@@ -255,6 +264,15 @@ template < class M, auto key > class Members {
       // By reference where the accessor gives one: a look-up counts no references.
       decltype( auto ) operator()( M const & member ) const noexcept { return ( member.*key )(); }
    };
+
+   // Gives up the handle. An entity that still has other handles is left without a parent.
+   static void leave( M & member ) noexcept {
+      if constexpr ( requires { member.parentIs( nullptr ); } ) {
+         member.parentIs( nullptr );
+      }
+      Ptr< M >::adopt( &member );
+   }
+
    HashTable< M, Key, KeyOf > table_;
 };
 
@@ -293,10 +311,7 @@ template < class K, class V > class Map {
       return true;
    }
    void clear() noexcept {
-      while ( auto * const entry = table_.first() ) {
-         table_.remove( *entry );
-         delete entry;
-      }
+      table_.clear( []( Entry & entry ) { delete &entry; } );
    }
 
    struct Entry : WalkHook, Pooled {
@@ -345,10 +360,7 @@ template < class K > class Set {
       return true;
    }
    void clear() noexcept {
-      while ( auto * const entry = table_.first() ) {
-         table_.remove( *entry );
-         delete entry;
-      }
+      table_.clear( []( Entry & entry ) { delete &entry; } );
    }
 
    struct Entry : WalkHook, Pooled {

@@ -87,8 +87,8 @@ class Entity : public Member {
    static void tell( NotifieeBase & notifiee, AttrId attributeId, void const * key );
    void tellAll( AttrId attributeId, void const * key ) const;
 
+   mutable WalkList notifiees_; // near the count of references: a watcher that leaves touches both
    Entity const * parent_ = nullptr;
-   mutable WalkList notifiees_;
 };
 
 // A notifiee on an entity of type T (const or not).

@@ -16,35 +16,21 @@
 
 namespace Quill {
 
-class Reactor;
-
-// What a reactor knows of each of its watches: enough to switch them all.
-class NestedNotifiee {
- public:
-   NestedNotifiee( NestedNotifiee const & ) = delete;
-   NestedNotifiee & operator=( NestedNotifiee const & ) = delete;
-
- protected:
-   NestedNotifiee( Reactor & owner, NotifieeBase & notifiee ) noexcept;
-   ~NestedNotifiee();
-
-   Reactor & owner() const noexcept { return owner_; }
-
- private:
-   friend class Reactor;
-   Reactor & owner_;
-   NotifieeBase & notifiee_;
-   NestedNotifiee * next_;
-};
-
 class Reactor : public Member {
  public:
    bool hasNotificationActive() const noexcept { return active_; }
-   // Switches delivery to the nested notifiees on or off, without unregistering them. Does nothing
-   // when the flag does not change.
-   virtual void hasNotificationActiveIs( bool active );
+   // Switches delivery to the nested notifiees on or off, without unregistering them. They read the
+   // switch at each change.
+   virtual void hasNotificationActiveIs( bool active ) { active_ = active; }
+   bool isZombie() const noexcept { return zombie_; }
    // Silences the nested notifiees for good while the reactor waits to be destroyed.
-   void quillDoZombieReactors( bool flag ) noexcept;
+   void quillDoZombieReactors( bool flag ) noexcept { zombie_ = flag; }
+   // Whether the nested notifiees call no handler.
+   bool isSilent() const noexcept { return !active_ || zombie_; }
+
+   // Whether it handles changes; each reactor says when, at the latest in handleInitialized().
+   bool initialized() const noexcept { return initialized_; }
+   void initializedIs( bool initialized ) noexcept { initialized_ = initialized; }
 
    // The class's name, for the reports of faults.
    virtual char const * reactorName() const noexcept = 0;
@@ -70,11 +56,10 @@ class Reactor : public Member {
    Reactor() = default;
 
  private:
-   friend class NestedNotifiee;
-   NestedNotifiee * nested_ = nullptr;
    U32 handlerDepth_ = 0;
    bool active_ = true;
    bool zombie_ = false;
+   bool initialized_ = false;
 };
 
 } // namespace Quill

@@ -1,6 +1,7 @@
 #include "platform/quill/String.h"
 
 #include "platform/quill/Allocation.h"
+#include "platform/quill/Assert.h"
 #include "platform/quill/Exception.h"
 #include "platform/quill/Pool.h"
 
@@ -64,8 +65,10 @@ StringRep const * StringHandle::newRep( std::string_view a, std::string_view b )
    if ( length == 0 ) {
       return nullptr;
    }
+   constexpr auto maxLength = ~0u >> 1;
+   VALEN_ASSERT( length <= maxLength );
    void * const memory = allocate( stringAllocation, sizeof( StringRep ) + length );
-   auto * const rep = new ( memory ) StringRep{ 1, static_cast< U32 >( length ), 0, false };
+   auto * const rep = new ( memory ) StringRep{ 1, static_cast< U32 >( length ) & maxLength, 0, 0 };
    auto * const bytes = reinterpret_cast< char * >( rep + 1 );
    if ( !a.empty() ) {
       std::memcpy( bytes, a.data(), a.size() );
@@ -87,7 +90,7 @@ StringRep const * StringHandle::internedRep( std::string_view bytes ) {
    }
    auto * const rep = const_cast< StringRep * >( newRep( bytes, {} ) );
    rep->hash = hashBytes( bytes );
-   rep->interned = true;
+   rep->interned = 1;
    table.insert( rep );
    return rep;
 }

@@ -15,9 +15,9 @@ namespace Quill {
 // String.cpp alone.
 struct StringRep {
    mutable U32 refs;
-   U32 length;
+   U32 length : 31;
+   U32 interned : 1; // listed in the table of names while it exists
    mutable U64 hash; // 0 until first used; that of an interned one is set when it is made
-   bool interned;    // listed in the table of names while it exists
 
    char const * bytes() const noexcept { return reinterpret_cast< char const * >( this + 1 ); }
    std::string_view view() const noexcept { return { bytes(), length }; }

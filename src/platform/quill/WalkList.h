@@ -8,6 +8,8 @@
 
 #include "platform/quill/Int.h"
 
+#include <utility>
+
 namespace Quill {
 
 class WalkList;
@@ -25,8 +27,8 @@ class WalkHook {
  private:
    friend class WalkList;
    friend class Walk;
-   WalkHook * previous_ = nullptr;
-   WalkHook * next_ = nullptr;
+   WalkHook * previous_ = nullptr; // of the first element: the last one
+   WalkHook * next_ = nullptr;     // of the last element: null
 };
 
 // One pass over a list, on the caller's stack.
@@ -72,13 +74,7 @@ class Walk {
 class WalkList {
  public:
    WalkList() = default;
-   ~WalkList() {
-      for ( auto * walk = walks_; walk; walk = walk->outer_ ) {
-         walk->list_ = nullptr;
-         walk->next_ = nullptr;
-         walk->disturbed_ = true;
-      }
-   }
+   ~WalkList() { release(); }
    WalkList( WalkList const & ) = delete;
    WalkList & operator=( WalkList const & ) = delete;
 
@@ -87,19 +83,36 @@ class WalkList {
    static WalkHook * after( WalkHook const & element ) noexcept { return element.next_; }
 
    void append( WalkHook & element ) noexcept {
-      element.previous_ = tail_;
       element.next_ = nullptr;
-      ( tail_ ? tail_->next_ : head_ ) = &element;
-      tail_ = &element;
+      if ( head_ ) {
+         element.previous_ = head_->previous_;
+         element.previous_->next_ = &element;
+      } else {
+         head_ = &element;
+      }
+      head_->previous_ = &element;
    }
 
    void remove( WalkHook & element ) noexcept {
       for ( auto * walk = walks_; walk; walk = walk->outer_ ) {
          leave( *walk, element );
       }
-      ( element.previous_ ? element.previous_->next_ : head_ ) = element.next_;
-      ( element.next_ ? element.next_->previous_ : tail_ ) = element.previous_;
+      ( &element == head_ ? head_ : element.previous_->next_ ) = element.next_;
+      if ( auto * const behind = element.next_ ? element.next_ : head_ ) {
+         behind->previous_ = element.previous_;
+      }
       element.previous_ = element.next_ = nullptr;
+   }
+
+   // Ends every walk and gives all elements to the caller, without touching any. Returns the first;
+   // after() leads to the others.
+   WalkHook * release() noexcept {
+      for ( auto * walk = std::exchange( walks_, nullptr ); walk; walk = walk->outer_ ) {
+         walk->list_ = nullptr;
+         walk->next_ = nullptr;
+         walk->disturbed_ = true;
+      }
+      return std::exchange( head_, nullptr );
    }
 
  private:
@@ -119,8 +132,9 @@ class WalkList {
       }
    }
 
+   WalkHook * last() const noexcept { return head_ ? head_->previous_ : nullptr; }
+
    WalkHook * head_ = nullptr;
-   WalkHook * tail_ = nullptr;
    mutable Walk * walks_ = nullptr; // innermost first
 };
 
@@ -131,7 +145,7 @@ class WalkList {
 #pragma GCC diagnostic ignored "-Wdangling-pointer"
 #endif
 inline Walk::Walk( WalkList const & list ) noexcept
-    : list_( &list ), next_( list.head_ ), last_( list.tail_ ), outer_( list.walks_ ) {
+    : list_( &list ), next_( list.head_ ), last_( list.last() ), outer_( list.walks_ ) {
    list.walks_ = this;
 }
 #if defined( __GNUC__ ) && !defined( __clang__ )

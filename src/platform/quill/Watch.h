@@ -29,11 +29,10 @@ template < class Attr, auto handler > struct On {
    }
 };
 
-template < class Owner, class T, class... Ons >
-class Watch final : public NotifieeOf< T >, private NestedNotifiee {
+template < class Owner, class T, class... Ons > class Watch final : public NotifieeOf< T > {
  public:
    // Watches `entity` for `owner`, whose member this is; null watches nothing.
-   Watch( Owner & owner, Ptr< T > entity ) noexcept : NestedNotifiee( owner, *this ) {
+   Watch( Owner & owner, Ptr< T > entity ) noexcept : owner_( owner ) {
       this->notifierIs( std::move( entity ) );
    }
 
@@ -41,15 +40,20 @@ class Watch final : public NotifieeOf< T >, private NestedNotifiee {
    T * get() const noexcept { return this->notifier(); }
    Ptr< T > handle() const noexcept { return Ptr< T >( get() ); }
 
+   // It is as silent as its reactor.
+   bool hasNotificationActive() const noexcept {
+      return NotifieeBase::hasNotificationActive() && owner_.hasNotificationActive();
+   }
+   bool isZombie() const noexcept { return NotifieeBase::isZombie() || owner_.isZombie(); }
+
    void onAttribute( AttrId attributeId, void const * key ) override {
       // A change that the reactor does not handle must not cost a scope.
-      if ( ( ( attributeId != Ons::id ) && ... ) ) {
+      if ( ( ( attributeId != Ons::id ) && ... ) || owner_.isSilent() ) {
          return;
       }
-      auto & reactor = static_cast< Owner & >( owner() );
-      Reactor::HandlerScope const scope( reactor );
+      Reactor::HandlerScope const scope( owner_ );
       try {
-         (void)( ( attributeId == Ons::id && ( Ons::call( reactor, key ), true ) ) || ... );
+         (void)( ( attributeId == Ons::id && ( Ons::call( owner_, key ), true ) ) || ... );
       } catch ( ... ) {
          fault( attributeId, key );
       }
@@ -62,13 +66,15 @@ class Watch final : public NotifieeOf< T >, private NestedNotifiee {
       auto const keyText =
          key ? T::staticType().attribute( attributeId )->keyText( key ) : std::string();
       auto const report = [ & ]< class Attr >( std::type_identity< Attr > ) {
-         reportFault( faultSource< Owner, Attr >( owner().reactorName() ), keyText );
+         reportFault( faultSource< Owner, Attr >( owner_.reactorName() ), keyText );
          return true;
       };
       (void)( ( attributeId == Ons::id &&
                 report( std::type_identity< typename Ons::Attribute >() ) ) ||
               ... );
    }
+
+   Owner & owner_;
 };
 
 } // namespace Quill

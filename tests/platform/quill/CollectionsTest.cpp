@@ -7,6 +7,7 @@
 #include "tests/platform/quill/WalkListModel.h"
 #include "tests/support/LeakCheck.h"
 
+#include <algorithm>
 #include <functional>
 #include <map>
 #include <random>
@@ -187,6 +188,44 @@ TEST_F( CollectionsTest, CollectionMayBeUsedWhileItIsEmptied ) {
    EXPECT_EQ( found, 99 );
    fill( coins, 20 );
    EXPECT_EQ( coins.find( 19 )->number(), 19 );
+}
+
+TEST_F( CollectionsTest, MapIsEmptyBeforeItsValuesAreDestroyed ) {
+   Map< U32, Ptr< Coin > > map;
+   std::vector< U32 > destroyed;
+   for ( U32 number = 0; number < 100; ++number ) {
+      map.set( number, Quill::make< Coin >( number, [ &map, &destroyed, number ] {
+                  destroyed.push_back( number );
+                  EXPECT_FALSE( map.has( 99 ) );
+                  EXPECT_FALSE( map.remove( 98 ) );
+                  if ( number == 50 ) {
+                     map.set( 7, nullptr );
+                  }
+               } ) );
+   }
+   map.clear();
+   EXPECT_EQ( destroyed.size(), 100 );
+   EXPECT_TRUE( std::is_sorted( destroyed.begin(), destroyed.end() ) ) << "in order of insertion";
+   EXPECT_EQ( map.count(), 1 ) << "set after it was emptied";
+   EXPECT_TRUE( map.has( 7 ) );
+}
+
+TEST_F( CollectionsTest, MemberThatOutlivesItsCollectionMayBeInAnother ) {
+   Coins later;
+   Ptr< Coin > kept;
+   {
+      Coins coins;
+      fill( coins, 20 );
+      kept = coins.find( 10 );
+   }
+   EXPECT_EQ( kept->refs(), 1 );
+   fill( later, 5 );
+   later.insert( kept );
+   std::vector< U32 > seen;
+   for ( auto const & coin : later ) {
+      seen.push_back( coin->number() );
+   }
+   EXPECT_EQ( seen, ( std::vector< U32 >{ 0, 1, 2, 3, 4, 10 } ) );
 }
 
 TEST_F( CollectionsTest, NumbersOfEverySizeAndSignAreKeys ) {

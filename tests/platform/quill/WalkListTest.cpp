@@ -149,6 +149,37 @@ TEST_F( WalkListTest, DestroyedListEndsEveryWalkOverIt ) {
    EXPECT_EQ( inner, "a" );
 }
 
+TEST_F( WalkListTest, ReleasedElementsAreLinkedInOrderAndNoWalkSeesThem ) {
+   std::string released;
+   EXPECT_EQ( walk( 'b',
+                    [ & ] {
+                       for ( auto * hook = list_->release(); hook;
+                             hook = WalkList::after( *hook ) ) {
+                          released += static_cast< Item * >( hook )->name;
+                       }
+                       list_->append( newcomer_ );
+                    } ),
+              "ab" );
+   EXPECT_EQ( released, "abcd" );
+   EXPECT_EQ( walk(), "n" );
+   list_->append( item( 'c' ) ); // may be in a list again
+   EXPECT_EQ( walk(), "nc" );
+}
+
+TEST_F( WalkListTest, WhatIsAppendedAfterAnyRemovalIsLast ) {
+   for ( char const gone : { 'a', 'b', 'c', 'd' } ) {
+      remove( gone );
+      list_->append( newcomer_ );
+      auto expected = std::string( "abcdn" );
+      std::erase( expected, gone );
+      EXPECT_EQ( walk(), expected );
+      list_.emplace();
+      for ( auto & each : items_ ) {
+         list_->append( each );
+      }
+   }
+}
+
 TEST_F( WalkListTest, RemovalInsideANestedWalkIsSeenByBoth ) {
    std::string inner;
    EXPECT_EQ( walk( 'b', [ & ] { inner = walk( 'a', [ & ] { remove( 'c' ); } ); } ), "abd" );
