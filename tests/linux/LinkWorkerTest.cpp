@@ -189,6 +189,7 @@ TEST_F( BusyKernelTest, AChangeCanBeWithdrawnUntilItHasBegunAndItsAnswerForgotte
    EXPECT_FALSE( worker_->begun( second ) );
    EXPECT_TRUE( worker_->withdraw( second ) );
    EXPECT_FALSE( worker_->withdraw( first_ ) );
+   worker_->forget( request( et_[ 1 ], LinkState::down ) ); // has not begun: is dropped, too
    EXPECT_TRUE( kernel_->busy() );
    worker_->forget( first_ );
    request( et_[ 2 ], LinkState::down );
