@@ -53,6 +53,13 @@ TEST_F( CapabilitiesTest, WhatIsMissingIsNamed ) {
    } ) );
 }
 
+TEST_F( CapabilitiesTest, OneThatIsNotInUseIsMissing ) {
+   EXPECT_TRUE( inChild( [] {
+      Valen::Test::suspendCapability( CAP_NET_RAW );
+      EXPECT_THAT( missingCapabilities( NetNsUse::own ), ElementsAre( "CAP_NET_RAW" ) );
+   } ) );
+}
+
 // The process has all capabilities then, but they do not count for a namespace made before.
 TEST_F( CapabilitiesTest, ANamespaceOfAnotherUserNamespaceIsNotOurs ) {
    EXPECT_TRUE( inChild( [] {

@@ -5,6 +5,8 @@
 #include <condition_variable>
 #include <deque>
 #include <mutex>
+#include <optional>
+#include <thread>
 
 namespace Valen::Linux {
 namespace {
@@ -12,7 +14,7 @@ namespace {
 using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 
-// An output that takes lines while it is open.
+// An output that takes lines while it is open, or as many as it may.
 class Reader {
  public:
    LineWriter::Output output( std::shared_ptr< Reader > const & self ) {
@@ -26,6 +28,17 @@ class Reader {
       open_ = open;
       changed_.notify_all();
    }
+   // Takes that many more lines though it is not open.
+   void mayTake( int count ) {
+      std::lock_guard const lock( mutex_ );
+      may_ += count;
+      changed_.notify_all();
+   }
+   // Waits until a line is being written, for a generous time. Returns whether one is.
+   bool isAsked() {
+      std::unique_lock lock( mutex_ );
+      return changed_.wait_for( lock, 30s, [ & ] { return asked_; } );
+   }
    void failsIs( bool fails ) {
       std::lock_guard const lock( mutex_ );
       fails_ = fails;
@@ -38,7 +51,11 @@ class Reader {
  private:
    bool take( std::string const & text ) {
       std::unique_lock lock( mutex_ );
-      changed_.wait( lock, [ & ] { return open_; } );
+      asked_ = true;
+      changed_.notify_all();
+      changed_.wait( lock, [ & ] { return open_ || may_ > 0; } );
+      asked_ = false;
+      may_ -= may_ > 0 ? 1 : 0;
       if ( !fails_ ) {
          lines_.push_back( text );
       }
@@ -49,6 +66,8 @@ class Reader {
    std::condition_variable changed_;
    bool open_ = true;
    bool fails_ = false;
+   bool asked_ = false; // a line waits to be taken
+   int may_ = 0;        // lines that it takes though it is not open
    std::deque< std::string > lines_;
 };
 
@@ -57,6 +76,13 @@ class LineWriterTest : public ::testing::Test {
    ~LineWriterTest() override { reader->openIs( true ); }
 
    bool put( std::string text ) { return writer->put( { std::move( text ), "" } ); }
+   // Waits until that many lines were written and the next one is being written.
+   bool written( std::size_t count ) const {
+      for ( int i = 0; i < 3000 && reader->lines().size() < count; ++i ) {
+         std::this_thread::sleep_for( 10ms );
+      }
+      return reader->lines().size() == count && reader->isAsked();
+   }
    // A line of a quarter of the queue.
    static std::string quarter( char letter ) {
       return std::string( LineWriter::maxBytes / 4, letter );
@@ -98,6 +124,43 @@ TEST_F( LineWriterTest, AReaderThatHasStoppedIsToldHowManyLinesWereDropped ) {
    EXPECT_TRUE( writer->flush( 30s ) );
    EXPECT_THAT( reader->lines(), ElementsAre( quarter( 'a' ), quarter( 'b' ), quarter( 'c' ),
                                               quarter( 'd' ), "2 dropped", "g" ) );
+}
+
+TEST_F( LineWriterTest, LinesAreDroppedUntilHalfOfTheQueueWasWritten ) {
+   reader->openIs( false );
+   for ( auto const letter : { 'a', 'b', 'c', 'd' } ) {
+      EXPECT_TRUE( put( quarter( letter ) ) );
+   }
+   EXPECT_FALSE( put( "e" ) );
+   reader->mayTake( 1 );
+   ASSERT_TRUE( written( 1 ) );
+   EXPECT_TRUE( writer->dropping() );
+   EXPECT_FALSE( put( "f" ) ) << "there is room for it, but the reader is far behind";
+   reader->mayTake( 1 );
+   ASSERT_TRUE( written( 2 ) );
+   EXPECT_FALSE( writer->dropping() );
+   EXPECT_TRUE( put( "g" ) );
+   reader->openIs( true );
+   EXPECT_TRUE( writer->flush( 30s ) );
+   EXPECT_THAT( reader->lines(), ElementsAre( quarter( 'a' ), quarter( 'b' ), quarter( 'c' ),
+                                              quarter( 'd' ), "2 dropped", "g" ) );
+}
+
+TEST_F( LineWriterTest, ALineThatIsLargerThanTheQueueIsWrittenWhenNothingElseWaits ) {
+   std::string const large( LineWriter::maxBytes + 1, 'x' );
+   EXPECT_TRUE( put( large ) );
+   EXPECT_TRUE( writer->flush( 30s ) );
+   EXPECT_THAT( reader->lines(), ElementsAre( large ) );
+}
+
+TEST_F( LineWriterTest, ALineThatIsBeingWrittenIsWaitedFor ) {
+   reader->openIs( false );
+   put( "a" );
+   ASSERT_TRUE( reader->isAsked() );
+   EXPECT_FALSE( writer->flush( 10ms ) ) << "the queue is empty, but the line is not written";
+   reader->openIs( true );
+   EXPECT_TRUE( writer->flush( 30s ) );
+   EXPECT_THAT( reader->lines(), ElementsAre( "a" ) );
 }
 
 TEST_F( LineWriterTest, LinesThatFailAreCountedAndReportedLater ) {

@@ -137,7 +137,8 @@ TEST_F( LinkWorkerTest, ANamespaceThatIsNotNeededIsNotKeptAlive ) {
 // It is opened when the namespace is configured, and used as long as the namespace is the same.
 TEST_F( LinkWorkerTest, NoDescriptorIsNeededToSetALinkDown ) {
    worker_->netNssAre( { blue_->text() } );
-   request( "et1", LinkState::down ); // after the sockets were opened
+   // Elsewhere, after the sockets were opened.
+   request( LinkId{ far_->text(), "far-et1", far_->index( "far-et1" ) }, LinkState::down );
    ASSERT_TRUE( answered( 1 ) );
    auto const link = id( "et2" );
    {
@@ -189,6 +190,7 @@ TEST_F( BusyKernelTest, AChangeCanBeWithdrawnUntilItHasBegunAndItsAnswerForgotte
    EXPECT_FALSE( worker_->begun( second ) );
    EXPECT_TRUE( worker_->withdraw( second ) );
    EXPECT_FALSE( worker_->withdraw( first_ ) );
+   worker_->forget( request( et_[ 1 ], LinkState::down ) ); // has not begun: is dropped, too
    EXPECT_TRUE( kernel_->busy() );
    worker_->forget( first_ );
    request( et_[ 2 ], LinkState::down );
@@ -209,6 +211,18 @@ TEST_F( BusyKernelTest, WhenItStopsOnlyWhatHasBegunIsDone ) {
    EXPECT_TRUE( up( "et2" ) );
    EXPECT_TRUE( up( "et3" ) );
    EXPECT_THAT( answers, IsEmpty() );
+}
+
+TEST_F( BusyKernelTest, AfterAStopNothingElseIsBegun ) {
+   request( et_[ 1 ], LinkState::down );
+   worker_->stop();
+   request( et_[ 2 ], LinkState::down );
+   ASSERT_TRUE( answered( 1 ) );
+   settle();
+   worker_.reset();
+   EXPECT_THAT( answers, ElementsAre( "et1 down changed" ) );
+   EXPECT_TRUE( up( "et2" ) );
+   EXPECT_TRUE( up( "et3" ) );
 }
 
 } // namespace

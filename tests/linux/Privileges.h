@@ -24,6 +24,15 @@ inline void dropCapability( unsigned dropped ) {
    ASSERT_EQ( ::syscall( SYS_capset, &header, data ), 0 );
 }
 
+// As it is while a process does not use a capability that it has.
+inline void suspendCapability( unsigned suspended ) {
+   __user_cap_header_struct header{ _LINUX_CAPABILITY_VERSION_3, 0 };
+   __user_cap_data_struct data[ 2 ]{};
+   ASSERT_EQ( ::syscall( SYS_capget, &header, data ), 0 );
+   data[ suspended / 32 ].effective &= ~( 1u << suspended % 32 );
+   ASSERT_EQ( ::syscall( SYS_capset, &header, data ), 0 );
+}
+
 // The limit that leaves the process `count` descriptors.
 inline int limitLeaving( int count ) {
    int limit = 0;

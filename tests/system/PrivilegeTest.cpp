@@ -35,7 +35,9 @@ TEST_F( PrivilegeTest, WithoutNetAdminNoInterfaceIsReadyAndNothingSaysGoodbye ) 
 
    Capture far1( *neighbors_, "far1" );
    Capture far2( *neighbors_, "far2" );
-   EXPECT_EQ( ctl( { "shutdown", "Ethernet1", "Ethernet2", "--wait" } ).status, 1 );
+   auto const waited = ctl( { "shutdown", "Ethernet1", "Ethernet2", "--wait" } );
+   EXPECT_EQ( waited.status, 1 );
+   EXPECT_THAT( waited.out + waited.err, HasSubstr( "valend goes on trying" ) );
    EXPECT_TRUE( linkUp( *machine_, "et1" ) );
    EXPECT_THAT( far1.frames( 1, std::chrono::milliseconds( 300 ) ), IsEmpty() );
    EXPECT_THAT( far2.frames( 1, std::chrono::milliseconds( 10 ) ), IsEmpty() );

@@ -94,6 +94,7 @@ TEST_F( AdmissionTest, ConnectionsAreReservedForAdminsAndForRoot ) {
       ofUsers += connectMany( user, 64 );
    }
    EXPECT_EQ( ofUsers, 224u );
+   EXPECT_FALSE( connect( eve ) ) << "strangers share what users may have";
    EXPECT_EQ( connectMany( alice, 64 ), 24u );
    EXPECT_EQ( connectMany( root, 64 ), 8u );
    EXPECT_EQ( seats.size(), limits.connections );
@@ -156,6 +157,27 @@ TEST_F( AdmissionTest, OnlyThoseOfTheSameUserLeaveForAUserWithTooMany ) {
    EXPECT_EQ( countOf( alice ), 64u );
 }
 
+// Another user's connection would not help against the bound of the user.
+TEST_F( AdmissionTest, WhoLeavesCountsForAllBoundsThatAreReached ) {
+   connectMany( bob, 64 );
+   for ( U32 user = bob + 1; user < bob + 10; ++user ) {
+      connectMany( user, 64 );
+   }
+   ASSERT_EQ( seats.size(), 224u );
+   idle();
+   for ( auto & seat : seats ) {
+      if ( seat.uid == bob ) {
+         seat.idleSince = std::nullopt;
+      }
+   }
+   EXPECT_FALSE( connect( bob ) );
+   EXPECT_EQ( seats.size(), 224u );
+   seats[ 63 ].idleSince = now + 1min; // later than all others
+   EXPECT_TRUE( connect( bob ) );
+   EXPECT_EQ( countOf( bob ), 64u );
+   EXPECT_FALSE( has( 64 ) );
+}
+
 TEST_F( AdmissionTest, NoneLeavesForAClientThatMayDoLess ) {
    connectMany( root, 256 );
    idle();
@@ -171,6 +193,8 @@ TEST_F( AdmissionTest, WatchesOfRootLeaveConnectionsForItsOtherCommands ) {
       watches += watch( root );
    }
    EXPECT_EQ( watches, 224u );
+   EXPECT_TRUE( watch( bob ) ) << "those of users are counted without them";
+   std::erase_if( seats, []( auto & seat ) { return seat.uid == bob; } );
    idle();
    now += 1h;
    for ( int i = 0; i < 100; ++i ) {

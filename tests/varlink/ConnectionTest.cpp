@@ -34,6 +34,7 @@ class ConnectionTest : public ::testing::Test {
       int ends[ 2 ];
       EXPECT_EQ( ::socketpair( AF_UNIX, SOCK_STREAM | SOCK_NONBLOCK | SOCK_CLOEXEC, 0, ends ), 0 );
       client = Valen::Linux::Fd( ends[ 0 ] );
+      serverEnd = Valen::Linux::Fd( ::dup( ends[ 1 ] ) );
       Connection::Surroundings const surroundings{ loop, service, limits,
                                                    [ this ]( auto const &, auto end ) {
                                                       ended.push_back( end );
@@ -76,7 +77,9 @@ class ConnectionTest : public ::testing::Test {
    Valen::Linux::EventLoop loop;
    KeepingService service;
    Limits limits{ .messageBytes = 1000, .waitingBytes = 8'000'000, .stallTimeout = 50ms };
+   Gantry::Time const begin = loop.scheduler()->now();
    Valen::Linux::Fd client;
+   Valen::Linux::Fd serverEnd; // the connection has another descriptor of it
    Framing in{ 8'000'000 };
    std::vector< Connection::End > ended;
    bool mayLast = true;
@@ -186,6 +189,97 @@ TEST_F( ConnectionTest, AConnectionThatIsNeededIsNotIdle ) {
    EXPECT_TRUE( connection->idle() );
    connection->neededIs( true );
    EXPECT_FALSE( connection->idle() );
+}
+
+TEST_F( ConnectionTest, WhatComesWhileAnsweringIsLeftThere ) {
+   send( { "A" } );
+   settle();
+   EXPECT_FALSE( connection->hasInput() );
+   send( { "B" } );
+   settle();
+   EXPECT_TRUE( connection->hasInput() );
+   service.calls[ 0 ]->reply( Json::object() );
+   settle();
+   EXPECT_FALSE( connection->hasInput() );
+}
+
+TEST_F( ConnectionTest, WhileAnAnswerIsNotTakenOnlySoMuchIsReadAhead ) {
+   limits.stallTimeout = 60s;
+   send( { "A" } );
+   settle();
+   service.calls[ 0 ]->reply( big );
+   send( std::vector< std::string >( 50, "B" ) ); // more bytes than a message may have
+   settle();
+   EXPECT_FALSE( connection->hasInput() );
+   send( { "C" } );
+   settle();
+   EXPECT_TRUE( connection->hasInput() );
+}
+
+TEST_F( ConnectionTest, ALongAnswerIsSentInParts ) {
+   limits.stallTimeout = 60s;
+   int const room = 1 << 20; // the kernel gives as much of it as it may
+   ASSERT_EQ( ::setsockopt( serverEnd.get(), SOL_SOCKET, SO_SNDBUF, &room, sizeof room ), 0 );
+   auto const sent = [ this ] { return 5'000'000 - static_cast< long >( connection->waiting() ); };
+   send( { "A" } );
+   settle();
+   service.calls[ 0 ]->reply( big );
+   EXPECT_LE( sent(), 2 * 65536 ) << "a part for the answer, and one for the end of the call";
+   settle();
+   EXPECT_GT( sent(), 2 * 65536 ) << "the socket had room for more";
+}
+
+// --- Its seat ------------------------------------------------------------------------------------
+
+TEST_F( ConnectionTest, AClientIsIdleSinceItConnectedOrDidSomething ) {
+   ASSERT_TRUE( connection->seat().idleSince );
+   EXPECT_GE( *connection->seat().idleSince, begin );
+   EXPECT_EQ( connection->seat().unreadSince, std::nullopt );
+   auto const later = loop.scheduler()->now();
+   send( { "Two", "A" } );
+   settle();
+   EXPECT_EQ( connection->seat().idleSince, std::nullopt );
+   service.calls[ 1 ]->reply( Json::object() );
+   settle();
+   ASSERT_TRUE( connection->seat().idleSince );
+   EXPECT_GE( *connection->seat().idleSince, later );
+}
+
+TEST_F( ConnectionTest, AClientDoesNotReadSinceAnAnswerWaitsOrItTookSomeOfIt ) {
+   limits.stallTimeout = 60s;
+   while ( ::send( serverEnd.get(), "x", 1, MSG_NOSIGNAL ) == 1 ) { // until the socket is full
+   }
+   send( { "A" } );
+   settle();
+   EXPECT_EQ( connection->seat().unreadSince, std::nullopt );
+   auto const answered = loop.scheduler()->now();
+   service.calls[ 0 ]->reply( big );
+   ASSERT_TRUE( connection->seat().unreadSince );
+   EXPECT_GE( *connection->seat().unreadSince, answered );
+   settle();
+   auto const later = loop.scheduler()->now();
+   EXPECT_LT( *connection->seat().unreadSince, later );
+   char buffer[ 65536 ];
+   for ( int i = 0; i < 10; ++i ) { // not all of it
+      EXPECT_GT( ::recv( client.get(), buffer, sizeof buffer, 0 ), 0 );
+      loop.turn( 0ms );
+   }
+   ASSERT_TRUE( connection->seat().unreadSince );
+   EXPECT_GE( *connection->seat().unreadSince, later );
+}
+
+TEST_F( ConnectionTest, ItLastsAsLongAsItsCallOrWhatIsBoundToIt ) {
+   send( { "A" } );
+   settle();
+   EXPECT_FALSE( connection->seat().lasting );
+   service.calls[ 0 ]->lasts();
+   EXPECT_TRUE( connection->seat().lasting );
+   service.calls[ 0 ]->reply( Json::object() );
+   EXPECT_FALSE( connection->seat().lasting );
+   connection->neededIs( true );
+   EXPECT_TRUE( connection->seat().lasting );
+   connection->neededIs( false );
+   EXPECT_FALSE( connection->seat().lasting );
 }
 
 } // namespace

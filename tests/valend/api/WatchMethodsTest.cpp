@@ -1,5 +1,7 @@
 #include "tests/valend/api/ApiFixture.h"
 
+#include <algorithm>
+
 namespace Valend {
 namespace {
 
@@ -185,6 +187,105 @@ TEST_F( WatchMethodsTest, ASlowReaderGetsTheNewestOnly ) {
    advance( 100ms );
    ASSERT_EQ( answers->messages.size(), 2u );
    EXPECT_EQ( answers->parameters( 1 )[ "value" ], true );
+}
+
+TEST_F( WatchMethodsTest, ASlowReaderGetsNothingOfWhatHasChangedBack ) {
+   auto const answers =
+      call( "Watch", { { "path", "status/intfStatus/Ethernet1/delayed" } }, true );
+   answers->untaken = 100;
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
+   advance( 100ms );
+   advance( 500ms ); // the delay is over
+   answers->untaken = 0;
+   advance( 100ms );
+   EXPECT_EQ( answers->messages.size(), 1u );
+}
+
+TEST_F( WatchMethodsTest, ASlowReaderOfTheStatusGetsAllThatHasChanged ) {
+   auto const fast = call( "WatchStatus", Json::object(), true, 1 );
+   auto const slow = call( "WatchStatus", Json::object(), true, 2 );
+   slow->untaken = 1;
+   call( "Shutdown", { { "interface", "Ethernet1" } }, false, 9 );
+   advance( 20ms );
+   ASSERT_EQ( fast->messages.size(), 2u );
+   auto config = twoInterfaces();
+   config.interfaces.erase( "Ethernet2" );
+   config.agents[ "lldp" ].erase( "Ethernet2" );
+   publications.configIs( config );
+   advance( 20ms );
+   ASSERT_EQ( slow->messages.size(), 1u );
+   slow->untaken = 0;
+   advance( 100ms );
+   ASSERT_EQ( slow->messages.size(), 2u );
+   EXPECT_EQ( slow->parameters( 1 )[ "gone" ], Json::array( { "Ethernet2" } ) );
+   ASSERT_EQ( slow->parameters( 1 )[ "interfaces" ].size(), 1u );
+   EXPECT_EQ( slow->parameters( 1 )[ "interfaces" ][ 0 ][ "delayed" ], true );
+}
+
+TEST_F( WatchMethodsTest, ShowAnswersWithTheNewestBesideAWatch ) {
+   Json const path{ { "path", "status/intfStatus/Ethernet1/delayed" } };
+   call( "Watch", path, true, 2 );
+   EXPECT_EQ( call( "Show", path )->parameters()[ "value" ], false );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
+   turn();
+   EXPECT_EQ( call( "Show", path )->parameters()[ "value" ], true );
+}
+
+TEST_F( WatchMethodsTest, AfterManyBytesReadersRestButNotNewOnes ) {
+   addInterfaces( 1000 );
+   Json const path{ { "path", "" } };
+   std::vector< std::shared_ptr< Answers > > readers;
+   for ( U64 client = 1; client <= 10; ++client ) {
+      readers.push_back( begin( "Watch", path ) );
+   }
+   turn();
+   ASSERT_EQ( readers.back()->messages.size(), 1u );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
+   turn();
+   EXPECT_EQ( readers.front()->messages.size(), 1u ) << "as fast as they may be sent so much";
+   auto const late = call( "Watch", path, true, 11 );
+   ASSERT_EQ( late->messages.size(), 1u );
+   auto const & statuses = late->parameters()[ "value" ][ "status" ][ "intfStatus" ];
+   EXPECT_EQ( statuses[ "Ethernet1" ][ "delayed" ], true );
+   EXPECT_EQ( readers.front()->messages.size(), 1u );
+   advance( 200ms );
+   EXPECT_GT( readers.front()->messages.size(), 1u );
+}
+
+TEST_F( WatchMethodsTest, ManyReadersAreAnsweredInSlices ) {
+   for ( auto const & [ method, parameters ] : std::vector< std::pair< std::string, Json > >{
+            { "Watch", { { "path", "status/intfStatus/Ethernet1" } } },
+            { "WatchStatus", Json::object() } } ) {
+      std::vector< std::shared_ptr< Answers > > readers;
+      for ( int i = 0; i < 300; ++i ) {
+         readers.push_back( begin( method, parameters ) );
+      }
+      advance( 20ms );
+      controller.shutdown( "Ethernet1", { "root" }, nullptr );
+      auto const answered = [ & ] {
+         return std::count_if( readers.begin(), readers.end(),
+                               []( auto const & reader ) { return reader->messages.size() == 2; } );
+      };
+      ASSERT_EQ( answered(), 0 ) << method;
+      for ( auto before = answered(); !work.empty(); before = answered() ) {
+         work.run();
+         EXPECT_LT( answered() - before, 300 ) << method;
+      }
+      EXPECT_EQ( answered(), 300 ) << method;
+      controller.enable( "Ethernet1", "root", {} );
+      advance( 20ms );
+   }
+}
+
+TEST_F( WatchMethodsTest, WithoutReadersNothingIsLookedAt ) {
+   call( "WatchStatus", Json::object(), true, 7 );
+   auto const watched = kernel.looks;
+   advance( 1000ms );
+   EXPECT_GT( kernel.looks, watched );
+   api.clientGone( 7 );
+   auto const before = kernel.looks;
+   advance( 1000ms );
+   EXPECT_EQ( kernel.looks, before );
 }
 
 TEST_F( WatchMethodsTest, WatchesEndWithTheirClient ) {

@@ -1,5 +1,6 @@
 #include "valend/base/Notify.h"
 
+#include "tests/linux/Privileges.h"
 #include "tests/support/NotifySocket.h"
 #include "tests/support/SteppedClock.h"
 #include "tests/support/WorkDirectory.h"
@@ -109,6 +110,24 @@ TEST_F( NotifyTest, WhatWaitsIsTriedOnceMoreAtTheEnd ) {
       }
    }
    EXPECT_EQ( manager.received(), "STOPPING=1" );
+}
+
+TEST_F( NotifyTest, WhatCannotBeSentAtAllIsNotKept ) {
+   Valen::Test::SteppedClock clock;
+   UnsentNotifications const unsent( clock.scheduler() );
+   EXPECT_FALSE( notifyAt( work / "none" ) );
+   EXPECT_TRUE( unsent.states().empty() );
+}
+
+TEST_F( NotifyTest, NoDescriptorIsNeeded ) {
+   Valen::Test::NotifySocket const manager( work / "notify" );
+   Valen::Test::SteppedClock clock;
+   UnsentNotifications const unsent( clock.scheduler() );
+   {
+      Valen::Test::DescriptorLimit const none( 0 );
+      EXPECT_TRUE( notifyAt( manager.path(), "WATCHDOG=1" ) );
+   }
+   EXPECT_EQ( manager.received(), "WATCHDOG=1" );
 }
 
 // WatchdogTest covers an abstract name.

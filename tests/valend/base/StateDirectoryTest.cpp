@@ -15,6 +15,8 @@ using ::testing::IsEmpty;
 
 class StateDirectoryTest : public ::testing::Test {
  protected:
+   static constexpr uid_t other = 65534;
+
    Valen::Test::WorkDirectory const work;
    std::string const path = work / "state";
    std::vector< std::string > warnings;
@@ -78,6 +80,9 @@ TEST_F( StateDirectoryTest, OneThatCannotBeOpenedIsTriedAgain ) {
    work.remove( "state" );
    EXPECT_EQ( state.open(), "" );
    EXPECT_GE( state.fd(), 0 );
+   auto const fd = state.fd();
+   EXPECT_EQ( state.open(), "" ) << "it is open";
+   EXPECT_EQ( state.fd(), fd );
    EXPECT_EQ( StateDirectory( "", warning ).open(), "no state directory" );
 }
 
@@ -92,6 +97,22 @@ TEST_F( StateDirectoryTest, OneThatOthersMayWriteIsNamed ) {
              ": other users can change shutdowns and frames; only valend's user should write there";
    };
    EXPECT_THAT( warnings, ElementsAre( text( path, "0770" ), text( path, "0703" ) ) );
+}
+
+TEST_F( StateDirectoryTest, OneOfAnotherUserIsNamedUnlessThatIsRoot ) {
+   work.directory( "state" );
+   if ( ::geteuid() != 0 || ::chown( path.c_str(), other, other ) < 0 ) {
+      GTEST_SKIP() << "cannot give a directory to another user";
+   }
+   { StateDirectory const state( path, warning ); }
+   EXPECT_THAT( warnings,
+                ElementsAre( ::testing::HasSubstr( " belongs to uid 65534: other users" ) ) );
+   warnings.clear();
+   ASSERT_EQ( ::chown( path.c_str(), 0, 0 ), 0 );
+   ASSERT_EQ( ::seteuid( other ), 0 );
+   { StateDirectory const state( path, warning ); }
+   ASSERT_EQ( ::seteuid( 0 ), 0 );
+   EXPECT_THAT( warnings, IsEmpty() );
 }
 
 } // namespace
