@@ -9,6 +9,7 @@
 #include "platform/gantry/WorkQueue.h"
 #include "valend/shutdown/Goodbye.h"
 #include "valend/shutdown/LinkTracker.h"
+#include "valend/shutdown/Places.h"
 #include "valend/shutdown/Recovery.h"
 #include "valend/shutdown/Repeats.h"
 #include "valend/shutdown/Shutdown.h"
@@ -110,6 +111,7 @@ class LinkController final {
 
    Journal & journal_;
    Settings::Config const & config_;
+   InterfaceAt interfaceAt_;
    LinkPort & port_;
    Gantry::PostedWork posted_;
    LinkTracker links_;
