@@ -334,9 +334,11 @@ void Shutdown::followLibrary() {
 void Shutdown::flushSocket() {
    if ( phase() != Phase::flushing ) {
       entry_.record.held = inMs( now() - hold_->from );
-      enter( Phase::flushing, now() + flushTimeout );
    }
    auto const bytes = surroundings_.port.outstandingBytes( place() );
+   if ( bytes && phase() != Phase::flushing ) {
+      enter( Phase::flushing, now() + flushTimeout );
+   }
    if ( bytes && now() < deadline_ ) {
       return timer_.start( flushInterval );
    }
