@@ -18,8 +18,9 @@ constexpr std::chrono::seconds timeout{
 
 } // namespace
 
-LinkWorker::LinkWorker( EventLoop & loop, NetNsDirectories directories )
-    : directories_( std::move( directories ) ), inbox_( loop, name ) {}
+LinkWorker::LinkWorker( EventLoop & loop, NetNsDirectories directories,
+                        std::chrono::nanoseconds longAfter )
+    : directories_( std::move( directories ) ), longAfter_( longAfter ), inbox_( loop, name ) {}
 
 LinkWorker::~LinkWorker() {
    stop();
@@ -154,15 +155,24 @@ void LinkWorker::work() noexcept {
          lock.lock();
          continue;
       }
-      auto const node = queue_.extract( queue_.begin() );
+      auto const next = takeNext();
       lock.unlock();
-      auto const answer = execute( node.mapped() );
-      inbox_.put( [ this, id = node.key().second, answer ] { answered( id, answer ); } );
+      auto const begin = std::chrono::steady_clock::now();
+      auto const answer = execute( next.second );
+      bool const tookLong = std::chrono::steady_clock::now() - begin > longAfter_;
+      longInARow_ = tookLong ? longInARow_ + 1 : 0;
+      inbox_.put( [ this, id = next.first.second, answer ] { answered( id, answer ); } );
       lock.lock();
-      if ( auto const & netNs = node.mapped().link.netNs; !netNss_.contains( netNs ) ) {
+      if ( auto const & netNs = next.second.link.netNs; !netNss_.contains( netNs ) ) {
          unchecked_.insert( netNs );
       }
    }
+}
+
+std::pair< LinkWorker::Place, LinkWorker::Change > LinkWorker::takeNext() {
+   bool const latest = longInARow_ > 0 && longInARow_ % 2 == 0;
+   auto node = queue_.extract( latest ? std::prev( queue_.end() ) : queue_.begin() );
+   return { node.key(), std::move( node.mapped() ) };
 }
 
 // A socket that is open keeps a deleted namespace alive.

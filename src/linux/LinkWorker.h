@@ -2,13 +2,16 @@
 // table, and as long as others hold its lock for changes of the network (rtnl).
 //
 // The thread keeps a socket open in each namespace, so that no descriptor is needed when a link has to go
-// down. Changes are made one after the other, as the kernel would make them, the earliest deadline first.
+// down. Changes are made one after the other, as the kernel would make them, the earliest deadline first. While each
+// takes long, the earliest and the latest come in turn: so one that is due now does not wait for hundreds that are
+// overdue, and makes none of these wait for more than twice as long.
 // All functions are for the loop's thread.
 #pragma once
 
 #include "linux/Inbox.h"
 #include "linux/LinkSocket.h"
 
+#include <chrono>
 #include <condition_variable>
 #include <map>
 #include <mutex>
@@ -32,7 +35,9 @@ class LinkWorker {
    using Id = U64;
 
    // `loop` must outlive this.
-   explicit LinkWorker( EventLoop & loop, NetNsDirectories directories = NetNsDirectories() );
+   //   longAfter   how long a change may take without being one of those that take long
+   explicit LinkWorker( EventLoop & loop, NetNsDirectories directories = NetNsDirectories(),
+                        std::chrono::nanoseconds longAfter = std::chrono::milliseconds( 1 ) );
    ~LinkWorker(); // drops the changes that have not begun, waits for the one under way, and answers none
    LinkWorker( LinkWorker const & ) = delete;
    LinkWorker & operator=( LinkWorker const & ) = delete;
@@ -73,11 +78,13 @@ class LinkWorker {
    void answered( Id id, Answer const & answer );
 
    // In the thread:
+   std::pair< Place, Change > takeNext();
    void check( std::string const & netNs, bool wanted );
    LinkSocket & socketIn( std::string const & netNs );
    Answer execute( Change const & change );
 
    NetNsDirectories const directories_;
+   std::chrono::nanoseconds const longAfter_;
    Inbox inbox_;
    std::map< Id, Waiting > waiting_; // for their answers
    Id lastId_ = 0;
@@ -91,6 +98,7 @@ class LinkWorker {
    bool ending_ = false;
 
    std::map< std::string, LinkSocket > sockets_; // by namespace; the thread's
+   unsigned longInARow_ = 0;                     // changes that took long; the thread's
    std::optional< std::thread > thread_;
 };
 

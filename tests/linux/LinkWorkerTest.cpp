@@ -185,6 +185,26 @@ TEST_F( BusyKernelTest, TheLoopGoesOnAndTheEarliestDeadlineComesFirst ) {
                 ElementsAre( "et1 down changed", "et3 down changed", "et2 down changed" ) );
 }
 
+// Here, every change takes long.
+TEST_F( LinkWorkerTest, TheEarliestAndTheLatestDeadlineComeInTurnWhileChangesTakeLong ) {
+   worker_.emplace( loop_, NetNsDirectories(), 0ns );
+   Valen::Test::BusyKernel kernel;
+   auto const et1 = id( "et1" );
+   auto const et2 = id( "et2" );
+   auto const et3 = id( "et3" );
+   kernel.beBusy();
+   auto const first = request( et1, LinkState::down );
+   ASSERT_TRUE( turnUntil( [ & ] { return worker_->begun( first ); } ) );
+   request( et2, LinkState::down, 10ms );
+   request( et3, LinkState::down, 20ms );
+   request( et2, LinkState::up, 30ms );
+   request( et3, LinkState::up, 40ms );
+   EXPECT_TRUE( kernel.busy() );
+   ASSERT_TRUE( answered( 5 ) );
+   EXPECT_THAT( answers, ElementsAre( "et1 down changed", "et2 down changed", "et3 up",
+                                      "et3 down changed", "et2 up changed" ) );
+}
+
 TEST_F( BusyKernelTest, AChangeCanBeWithdrawnUntilItHasBegunAndItsAnswerForgottenAfterThat ) {
    auto const second = request( et_[ 1 ], LinkState::down );
    EXPECT_FALSE( worker_->begun( second ) );

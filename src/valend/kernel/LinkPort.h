@@ -82,7 +82,8 @@ class LinkPort {
    // Whether the link is administratively up, at this moment: asks the kernel. Throws
    // Quill::ErrnoException: ENODEV when there is no such device.
    virtual bool up( LinkPlace const & place ) = 0;
-   // Sets the link up, or down, in a while: the change with the earliest deadline comes first.
+   // Sets the link up, or down, in a while: the change with the earliest deadline comes first. While each takes
+   // long, the one with the latest comes in turn with it.
    //   done   called once, from the loop, not before this has returned
    virtual std::unique_ptr< LinkRequest >
    request( LinkPlace const & place, LinkChange change, Gantry::Time deadline,

@@ -1,5 +1,6 @@
 #include "valend/shutdown/JournalEntry.h"
 
+#include "valend/base/Described.h"
 #include "valend/shutdown/ShutdownJson.h"
 
 #include <array>
@@ -53,16 +54,21 @@ constexpr std::size_t checksumDigits = 8;
 
 } // namespace
 
+template < class Object > void describe( Object & object, JournalEntry const & entry ) {
+   auto const & [ id, phase, bootId, requestedAt, hold, mark, record ] = entry;
+   object.add( "id", id );
+   object.add( "phase", textOf( phase ) );
+   object.add( "boot", bootId );
+   object.add( "requestedNs", requestedAt.count() );
+   object.add( "heldFromNs", hold ? std::optional( hold->from.count() ) : std::nullopt );
+   object.add( "heldUntilNs", hold ? std::optional( hold->until.count() ) : std::nullopt );
+   object.add( "ifIndex", mark ? std::optional( mark->ifIndex ) : std::nullopt );
+   object.add( "carrierUps", mark ? std::optional( mark->carrierUps ) : std::nullopt );
+   object.add( "shutdown", record );
+}
+
 Json JournalEntry::toJson() const {
-   return { { "id", id },
-            { "phase", textOf( phase ) },
-            { "boot", bootId },
-            { "requestedNs", requestedAt.count() },
-            { "heldFromNs", hold ? Json( hold->from.count() ) : Json() },
-            { "heldUntilNs", hold ? Json( hold->until.count() ) : Json() },
-            { "ifIndex", mark ? Json( mark->ifIndex ) : Json() },
-            { "carrierUps", mark ? Json( mark->carrierUps ) : Json() },
-            { "shutdown", Valend::toJson( record ) } };
+   return JsonValue::of( *this );
 }
 
 JournalEntry JournalEntry::fromJson( Json const & json ) {
@@ -86,7 +92,7 @@ JournalEntry JournalEntry::fromJson( Json const & json ) {
 }
 
 std::string lineOf( JournalEntry const & entry ) {
-   auto const text = entry.toJson().dump( -1, ' ', false, Json::error_handler_t::replace );
+   auto const text = JsonText::of( entry );
    return checksum( text ) + " " + text;
 }
 

@@ -1,7 +1,6 @@
 #include "valend/shutdown/LinkController.h"
 
 #include "valend/base/Errors.h"
-#include "valend/shutdown/Places.h"
 
 #include <algorithm>
 
@@ -13,8 +12,8 @@ LinkController::LinkController( Store & store, Settings::Config const & config, 
                                 Journal & journal, Conditions & conditions,
                                 Quill::Ptr< Gantry::TaskScheduler > scheduler,
                                 Gantry::WorkQueue & work )
-    : journal_( journal ), config_( config ), port_( port ), posted_( work, "link controller" ),
-      begins_( work, "link controller" ),
+    : journal_( journal ), config_( config ), interfaceAt_( config ), port_( port ),
+      posted_( work, "link controller" ), begins_( work, "link controller" ),
       links_( port, scheduler, [ this ]( auto const & place ) { setDownOutside( place ); } ),
       surroundings_{
          store,
@@ -143,6 +142,7 @@ void LinkController::setUpAnswered( std::string const & name, LinkPlace const & 
 }
 
 void LinkController::configChanged() {
+   interfaceAt_.configChanged();
    std::vector< Shutdown * > running; // one that ends leaves the map
    for ( auto const & [ name, shutdown ] : shutdowns_ ) {
       running.push_back( shutdown.get() );
@@ -268,16 +268,14 @@ void LinkController::linkReported( LinkPlace const & place, LinkSeen seen ) {
 }
 
 void LinkController::setDownOutside( LinkPlace const & place ) {
-   for ( auto const & [ name, interface ] : config_.interfaces ) {
-      if ( placeOf( config_, interface ) != place ) {
-         continue;
-      }
-      if ( auto * const shutdown = find( name ) ) {
-         shutdown->setDownOutside();
-      } else {
-         recordSetDownOutside( name, place );
-      }
+   auto const * const interface = interfaceAt_.find( place );
+   if ( !interface ) {
       return;
+   }
+   if ( auto * const shutdown = find( interface->name ) ) {
+      shutdown->setDownOutside();
+   } else {
+      recordSetDownOutside( interface->name, place );
    }
 }
 

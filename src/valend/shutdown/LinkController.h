@@ -11,6 +11,7 @@
 #include "valend/shutdown/Goodbye.h"
 #include "valend/shutdown/LinkTracker.h"
 #include "valend/shutdown/OnePerTurn.h"
+#include "valend/shutdown/Places.h"
 #include "valend/shutdown/Recovery.h"
 #include "valend/shutdown/Repeats.h"
 #include "valend/shutdown/Shutdown.h"
@@ -102,6 +103,7 @@ class LinkController final {
 
    Journal & journal_;
    Settings::Config const & config_;
+   InterfaceAt interfaceAt_;
    LinkPort & port_;
    Gantry::PostedWork posted_;
    OnePerTurn begins_;

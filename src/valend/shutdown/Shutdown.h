@@ -22,6 +22,7 @@
 //
 //   check the link   already down or no device: end; interface not ready: set the link down; else
 //                    send the frames, then hold the link
+//   flush            nothing is outstanding: set the link down, and never be in the phase flushing
 //   set the link down, up
 //                    request the change from the port, and wait for its answer, however long: the
 //                    kernel does it when it can, and no timer runs meanwhile

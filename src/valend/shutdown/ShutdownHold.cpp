@@ -88,9 +88,11 @@ bool ShutdownHold::flush() {
    auto & record = state_.record();
    if ( state_.phase() != Phase::flushing ) {
       record.held = state_.held();
-      state_.enter( Phase::flushing, state_.now() + flushTimeout );
    }
    auto const bytes = state_.surroundings().port.outstandingBytes( state_.place() );
+   if ( bytes && state_.phase() != Phase::flushing ) {
+      state_.enter( Phase::flushing, state_.now() + flushTimeout );
+   }
    if ( bytes && !state_.late() ) {
       state_.lookAgain( flushInterval );
       return false;

@@ -1,6 +1,6 @@
 #include "valend/shutdown/ShutdownJson.h"
 
-#include "linux/Fd.h"
+#include "valend/base/Described.h"
 
 namespace Valend {
 
@@ -8,23 +8,8 @@ using Json = nlohmann::json;
 
 namespace {
 
-Json orNull( std::string const & text ) {
-   return text.empty() ? Json() : Json( text );
-}
-
 std::string textOrNull( Json const & json ) {
    return json.is_null() ? std::string() : json.get< std::string >();
-}
-
-Json agentJson( AgentFrames const & frames ) {
-   auto refused = Json::array();
-   for ( auto const & [ number, count ] : frames.refused ) {
-      refused.push_back( { { "errno", number },
-                           { "reason", Valen::Linux::errorText( number ) },
-                           { "count", count } } );
-   }
-   return {
-      { "agent", frames.agent }, { "sent", frames.sent }, { "refused", std::move( refused ) } };
 }
 
 AgentFrames agentFrom( Json const & json ) {
@@ -37,11 +22,6 @@ AgentFrames agentFrom( Json const & json ) {
    return frames;
 }
 
-S64 inMs( std::chrono::system_clock::time_point time ) {
-   return std::chrono::duration_cast< std::chrono::milliseconds >( time.time_since_epoch() )
-      .count();
-}
-
 std::chrono::system_clock::time_point timeFrom( Json const & json ) {
    return std::chrono::system_clock::time_point( std::chrono::milliseconds( json.get< S64 >() ) );
 }
@@ -49,34 +29,7 @@ std::chrono::system_clock::time_point timeFrom( Json const & json ) {
 } // namespace
 
 Json toJson( ShutdownRecord const & record ) {
-   auto agents = Json::array();
-   for ( auto const & frames : record.agents ) {
-      agents.push_back( agentJson( frames ) );
-   }
-   return {
-      { "interface", record.interface },
-      { "device", record.place.device },
-      { "namespace", record.place.netNs },
-      { "by", record.request.by },
-      { "login", orNull( record.request.login ) },
-      { "reason", orNull( record.request.reason ) },
-      { "requestedDelayMs", record.request.delay ? Json( record.request.delay->count() ) : Json() },
-      { "whenMs", inMs( record.when ) },
-      { "withDelay", record.withDelay },
-      { "resumed", record.resumed },
-      { "sent", record.sent },
-      { "failed", record.failed },
-      { "failReason", orNull( record.failReason ) },
-      { "agents", std::move( agents ) },
-      { "sendingUs", record.sending.count() },
-      { "heldMs", record.held.count() },
-      { "totalMs", record.total.count() },
-      { "unflushedBytes", record.unflushedBytes },
-      { "ending", record.endingText() },
-      { "why", orNull( record.why ) },
-      { "count", record.count },
-      { "untilMs", record.count > 1 ? Json( inMs( record.until ) ) : Json() },
-   };
+   return JsonValue::of( record );
 }
 
 ShutdownRecord recordFromJson( Json const & json ) {

@@ -25,5 +25,24 @@ TEST( PlacesTest, TheConfigurationOfTheMomentCounts ) {
    EXPECT_EQ( placeNow( config(), "Ethernet1", { "ns-red", "et2" } ), std::nullopt );
 }
 
+TEST( InterfaceAtTest, ItIsFoundWhateverTheConfigurationSaysSince ) {
+   auto changed = config();
+   InterfaceAt interfaceAt( changed );
+   auto const nameAt = [ & ]( LinkPlace const & place ) {
+      auto const * const found = interfaceAt.find( place );
+      return found ? found->name : "none";
+   };
+   EXPECT_EQ( nameAt( { "ns-red", "et2" } ), "Ethernet2" );
+   EXPECT_EQ( nameAt( { "default", "et2" } ), "none" );
+   changed.interfaces[ "Ethernet3" ] = { "Ethernet3", "et2", "red", true };
+   changed.interfaces[ "Ethernet2" ].device = "et9";
+   EXPECT_EQ( nameAt( { "ns-red", "et2" } ), "Ethernet3" );
+   EXPECT_EQ( nameAt( { "ns-red", "et9" } ), "Ethernet2" );
+   interfaceAt.configChanged();
+   changed.interfaces.erase( "Ethernet3" );
+   EXPECT_EQ( nameAt( { "ns-red", "et2" } ), "none" );
+   EXPECT_EQ( nameAt( { "ns-red", "et9" } ), "Ethernet2" );
+}
+
 } // namespace
 } // namespace Valend
