@@ -239,10 +239,10 @@ class Report:
 
     def line(self, what, found, bound, notes=""):
         """`bound`: None for what is only told."""
-        met = bound is None or found <= bound
+        met = not bound or found <= bound
         self.missed += not met
-        word = "" if bound is None else "met" if met else "MISSED"
-        print(f"{what:<78} {found:>8.4g} {'' if bound is None else f'{bound:.4g}':>8}  {word:<7}"
+        word = ("met" if met else "MISSED") if bound else ""
+        print(f"{what:<78} {found:>8.4g} {f'{bound:.4g}' if bound else '':>8}  {word:<7}"
               f"{'(' + notes + ')' if notes else ''}", flush=True)
 
     def exit(self):
