@@ -168,10 +168,10 @@ TEST_F( KillTest, WheneverValendIsKilledTheShutdownIsFinished ) {
 }
 
 // Some phases are too short to be hit: the journal is cut back to each of them, as if valend had been
-// killed there.
+// killed there: requested, sending, held, setting-down. The frames leave at once, so none is flushing.
 TEST_F( KillTest, EachPhaseIsFinished ) {
    start();
-   for ( std::size_t lines = 1; lines <= 5; ++lines ) {
+   for ( std::size_t lines = 1; lines <= 4; ++lines ) {
       SCOPED_TRACE( "killed after line " + std::to_string( lines ) );
       ASSERT_TRUE( becomesReady() );
       Crash crash;

@@ -2,7 +2,8 @@
 //
 //   requested -> sending -> held -> flushing -> settingDown -> ended
 //
-// A shutdown without a delay goes from requested to settingDown. One that is enabled when its link is
+// A shutdown without a delay goes from requested to settingDown. Flushing is left out if no frame is
+// outstanding when the delay is over. A shutdown that is enabled when its link is
 // down already goes to settingUp, and one that is enabled earlier ends. After a restart of valend it
 // continues in waiting, heldToDeadline, settingDown or settingUp (Recovery.h).
 #pragma once

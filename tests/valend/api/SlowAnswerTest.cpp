@@ -41,7 +41,7 @@ class SlowAnswerTest : public ::testing::Test {
 
    int begun = 0;
    std::function< void( int left ) > between;
-   SteppedClock clock;
+   Valen::Test::SteppedClock clock;
    Gantry::WorkQueue work;
    SlowAnswer answer{ work, clock.scheduler(), "test", [ this ] { return part(); } };
 };

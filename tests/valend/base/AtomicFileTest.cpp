@@ -142,16 +142,18 @@ TEST_F( AtomicFileTest, WhatIsAppendedIsOnTheDisk ) {
    std::vector< std::string > synced;
    beforeSync = [ & ]( int ) { synced.push_back( work.content( "file" ) ); };
    work.write( "file", "one " );
-   EXPECT_EQ( appendSynced( work / "file", "two" ), "" );
+   auto const directory = Valen::Linux::openDirectory( work / "" );
+   EXPECT_EQ( appendSynced( directory.get(), work / "file", "two" ), "" );
    EXPECT_THAT( synced, ElementsAre( "one two" ) );
 }
 
 TEST_F( AtomicFileTest, NothingIsAppendedToANewFileNorThroughALink ) {
-   EXPECT_EQ( appendSynced( work / "file", "two" ),
+   auto const directory = Valen::Linux::openDirectory( work / "" );
+   EXPECT_EQ( appendSynced( directory.get(), work / "file", "two" ),
               "cannot write " + work / "file" + ": No such file or directory" );
    work.write( "other", "not ours" );
    work.link( work / "other", "file" );
-   EXPECT_EQ( appendSynced( work / "file", "two" ),
+   EXPECT_EQ( appendSynced( directory.get(), work / "file", "two" ),
               "cannot write " + work / "file" + ": Too many levels of symbolic links" );
    EXPECT_EQ( work.content( "other" ), "not ours" );
 }
