@@ -62,7 +62,6 @@ bool LinkSocket::stateIs( LinkId const & link, LinkState state ) {
                               : Rtnetlink::downRequest( sequence_, link.ifIndex ),
                            link );
    if ( error ) {
-      broken_ = error == EPERM; // the kernel goes by the privileges of the one who opened it, too
       throwErrno( ( up ? "cannot set up " : "cannot set down " ) + link.text(), error );
    }
    return true;

@@ -41,7 +41,7 @@ class LinkSocket {
    // the link was in the other state. Throws as linkState does, ETIMEDOUT if the kernel does not answer,
    // and the kernel's error (EPERM without CAP_NET_ADMIN).
    bool stateIs( LinkId const & link, LinkState state );
-   // Whether to open another socket: an answer may still come on this one, or it lacks a privilege.
+   // Whether to open another socket: an answer may still come on this one.
    bool broken() const noexcept { return broken_; }
 
  private:

@@ -8,7 +8,12 @@
 #include <filesystem>
 #include <fstream>
 #include <gmock/gmock.h>
+#include <linux/filter.h>
+#include <linux/nsfs.h>
+#include <linux/seccomp.h>
+#include <sys/prctl.h>
 #include <sys/stat.h>
+#include <thread>
 
 namespace Valen::Linux {
 namespace {
@@ -38,6 +43,21 @@ Refusal refusal( NetNsDirectories const & directories, std::string const & name 
       return { e.text(), e.number() };
    }
    return {};
+}
+
+// From now on, the question for the type of a namespace fails in this thread.
+void typeIsRefused( int number ) {
+   sock_filter filter[] = {
+      BPF_STMT( BPF_LD | BPF_W | BPF_ABS, offsetof( seccomp_data, nr ) ),
+      BPF_JUMP( BPF_JMP | BPF_JEQ | BPF_K, SYS_ioctl, 0, 3 ),
+      BPF_STMT( BPF_LD | BPF_W | BPF_ABS, offsetof( seccomp_data, args[ 1 ] ) ),
+      BPF_JUMP( BPF_JMP | BPF_JEQ | BPF_K, NS_GET_NSTYPE, 0, 1 ),
+      BPF_STMT( BPF_RET | BPF_K, SECCOMP_RET_ERRNO | static_cast< U32 >( number ) ),
+      BPF_STMT( BPF_RET | BPF_K, SECCOMP_RET_ALLOW ),
+   };
+   sock_fprog const program{ std::size( filter ), filter };
+   ASSERT_EQ( ::prctl( PR_SET_NO_NEW_PRIVS, 1, 0, 0, 0 ), 0 );
+   ASSERT_EQ( ::prctl( PR_SET_SECCOMP, SECCOMP_MODE_FILTER, &program ), 0 );
 }
 
 TEST( NetNsDirectoriesTest, DefaultIsTheProcesssOwnNamespaceAndIsNotEntered ) {
@@ -82,6 +102,17 @@ TEST( NetNsDirectoriesTest, AFileThatIsNotANamespaceIsEINVAL ) {
                     .identity( NamespaceName( std::string_view( name ) ) ),
                  std::nullopt );
    }
+}
+
+// It may be one: the kernel could not say.
+TEST( NetNsDirectoriesTest, AFileWhoseTypeIsNotKnownIsNoOtherFile ) {
+   std::thread( [] {
+      typeIsRefused( ENOMEM );
+      auto const one = refusal( NetNsDirectories( { "/proc/thread-self/ns" } ), "net" );
+      EXPECT_EQ( one.number, ENOMEM );
+      EXPECT_THAT( one.text, HasSubstr( "cannot find out whether /proc/thread-self/ns/net is a "
+                                        "network namespace" ) );
+   } ).join();
 }
 
 TEST( NetNsDirectoriesTest, DirectoriesAreSearchedInOrder ) {

@@ -45,7 +45,7 @@ class StatusChanges::Devices {
 
  private:
    struct Device {
-      std::string name; // the one that it was followed under
+      std::string name; // the last one that was told
       std::unique_ptr< Follower > follower;
    };
 
@@ -60,19 +60,19 @@ class StatusChanges::Devices {
       }
       auto const name = device->deviceName().stdString();
       changed( name );
-      devices_[ ifIndex ] = {
-         name, std::make_unique< Follower >(
-                  device, [ this, name, ifIndex ]( auto attribute, auto const & ) {
-                     changed( name );
-                     if ( attribute == KernelNetInfo::Interface::deviceNameAttr::id ) {
-                        renamed( ifIndex );
-                     }
-                  } ) };
+      devices_[ ifIndex ] = { name, std::make_unique< Follower >(
+                                       device, [ this, ifIndex ]( auto attribute, auto const & ) {
+                                          attributeChanged( ifIndex, attribute );
+                                       } ) };
    }
 
-   void renamed( U32 ifIndex ) {
-      if ( auto const device = status_->interface( ifIndex ) ) {
-         changed( device->deviceName().stdString() );
+   void attributeChanged( U32 ifIndex, Quill::AttrId attribute ) {
+      auto & known = devices_.at( ifIndex );
+      changed( known.name );
+      auto const device = status_->interface( ifIndex );
+      if ( device && attribute == KernelNetInfo::Interface::deviceNameAttr::id ) {
+         known.name = device->deviceName().stdString();
+         changed( known.name );
       }
    }
 

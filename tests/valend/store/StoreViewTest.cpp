@@ -1,5 +1,6 @@
 #include "valend/store/StoreView.h"
 
+#include "tests/linux/SystemCalls.h"
 #include "tests/support/LeakCheck.h"
 #include "tests/support/SteppedClock.h"
 #include "valend/base/Refusal.h"
@@ -10,7 +11,21 @@
 namespace Valend {
 namespace {
 
+using namespace std::chrono_literals;
 using Json = nlohmann::json;
+
+// A clock on which everything takes time.
+class TickingClock final : public Gantry::Clock {
+ public:
+   static constexpr Gantry::Time tick = 10us;
+
+   explicit TickingClock( Gantry::Time now ) : now_( now ) {}
+   Gantry::Time now() const noexcept override { return now_ += tick; }
+   void advance( Gantry::Time duration ) { now_ += duration; }
+
+ private:
+   Gantry::Time mutable now_;
+};
 
 class StoreViewTest : public ::testing::Test {
  protected:
@@ -30,6 +45,12 @@ class StoreViewTest : public ::testing::Test {
       for ( int i = 0; i < count; ++i ) {
          store.statusDir->intfStatusIs( "Ethernet" + std::to_string( i ) );
       }
+   }
+   // How many allocations it takes to look at the text.
+   static unsigned long allocationsOf( StoreView & view ) {
+      auto const before = Valen::Test::allocations();
+      view.text();
+      return Valen::Test::allocations() - before;
    }
    auto status( std::string const & name ) const { return store.statusDir->intfStatus( name ); }
 
@@ -82,6 +103,16 @@ TEST_F( StoreViewTest, WhatIsAddedAndRemovedIsSeen ) {
    EXPECT_EQ( one->text(), nullptr );
 }
 
+TEST_F( StoreViewTest, AChangeAlongThePathIsToldOnceUntilTheNextLook ) {
+   auto const one = view( "status/intfStatus/Ethernet0" );
+   EXPECT_EQ( one->text(), nullptr );
+   statusesAre( 2 );
+   EXPECT_EQ( changes, 1 );
+   EXPECT_NE( one->text(), nullptr );
+   store.statusDir->intfStatusDel( "Ethernet0" );
+   EXPECT_EQ( changes, 2 );
+}
+
 TEST_F( StoreViewTest, AnAttributeAndAPlainValueAreFollowed ) {
    statusesAre( 1 );
    auto const delayed = view( "status/intfStatus/Ethernet0/delayed" );
@@ -113,6 +144,25 @@ TEST_F( StoreViewTest, ViewsOfTheSameEntitiesShareThem ) {
    EXPECT_FALSE( store.statusDir->hasNotifiees() );
 }
 
+TEST_F( StoreViewTest, OnlyWhatHasChangedIsMadeAgain ) {
+   constexpr unsigned few = 100;
+   statusesAre( 1000 );
+   auto const status = view( "status" );
+   EXPECT_GT( allocationsOf( *status ), 1000u );
+   EXPECT_EQ( allocationsOf( *status ), 0u );
+   EXPECT_LT( allocationsOf( *view( "status" ) ), few ) << "of the same entities";
+   this->status( "Ethernet1" )->delayedIs( true );
+   EXPECT_LT( allocationsOf( *status ), few );
+}
+
+TEST_F( StoreViewTest, AnAttributeIsNotMadeAgainForAnother ) {
+   statusesAre( 1000 );
+   auto const attribute = view( "status/intfStatus" );
+   EXPECT_GT( allocationsOf( *attribute ), 1000u );
+   store.statusDir->agentActiveIs( true );
+   EXPECT_LT( allocationsOf( *attribute ), 100u );
+}
+
 TEST_F( StoreViewTest, ManyEntitiesAreReadInSlices ) {
    statusesAre( 5000 );
    auto const status = view( "status" );
@@ -126,6 +176,39 @@ TEST_F( StoreViewTest, ManyEntitiesAreReadInSlices ) {
    EXPECT_LE( turns(), 3 ) << "only what has changed is read again";
    EXPECT_TRUE( status->ready() );
    EXPECT_NE( status->text()->find( "\"delayed\":true" ), std::string::npos );
+}
+
+TEST_F( StoreViewTest, WhoAsksOftenIsToldOnce ) {
+   statusesAre( 1000 );
+   auto const status = view( "status" );
+   EXPECT_FALSE( status->ready() );
+   EXPECT_FALSE( status->ready() );
+   turns();
+   EXPECT_EQ( changes, 1 );
+}
+
+TEST_F( StoreViewTest, AfterManyEntitiesWereReadItRestsFourTimesAsLong ) {
+   statusesAre( 1000 );
+   TickingClock ticking( clock.now() );
+   clock.scheduler()->schedulerClockIs( ticking );
+   auto const status = view( "status" );
+   EXPECT_FALSE( status->ready() );
+   turns(); // 10 ms, and little more
+   EXPECT_TRUE( status->ready() );
+   status->text();
+   this->status( "Ethernet1" )->delayedIs( true );
+   EXPECT_FALSE( status->ready() );
+   EXPECT_TRUE( work.empty() );
+   ticking.advance( 38ms );
+   EXPECT_EQ( clock.scheduler()->runDue(), 0u );
+   changes = 0;
+   ticking.advance( 7ms );
+   EXPECT_EQ( clock.scheduler()->runDue(), 1u );
+   EXPECT_EQ( changes, 1 );
+   EXPECT_TRUE( status->ready() );
+   ticking.advance( 1h ); // no timer may be left when the clock changes
+   clock.scheduler()->runDue();
+   clock.scheduler()->schedulerClockIs( clock );
 }
 
 TEST_F( StoreViewTest, AFewEntitiesDoNotWaitForManyOthers ) {
