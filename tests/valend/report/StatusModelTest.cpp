@@ -57,7 +57,7 @@ class StatusModelTest : public DaemonFixture {
       auto const * const found = model.find( interface );
       return found ? ( *found )[ "link" ] : "unknown";
    }
-   // The device is set down, and the kernel reports it, or changes something that nobody reports.
+   // The device is set down, and the kernel reports it, or changes something that is not reported.
    void setDown( std::string const & netNs, std::string const & name, bool reported = true ) {
       kernel.at( netNs, name ).up = false;
       if ( reported ) {
