@@ -1,0 +1,70 @@
+// The filters at the egress of devices, by which speakers are muted: see Egress.bpf.c. A filter goes away with
+// the process, or opens by itself at the end of each mute.
+//
+// For one thread, which may have to wait: the kernel attaches a filter under its lock for changes of the network
+// (rtnl). Linux 5.10 and later. Needs CAP_NET_ADMIN, and CAP_BPF or CAP_SYS_ADMIN.
+#pragma once
+
+#include "linux/NetNs.h"
+
+#include <map>
+#include <memory>
+#include <string>
+
+struct valen_filter;
+
+namespace Egress {
+
+// How a filter is attached: tcx since Linux 6.6; before, as a filter of the qdisc clsact. That is made if the
+// device has none, and stays, since frames are lost while it is made or removed.
+enum class Hook : U8 { tcx, clsact };
+
+class Filters {
+ public:
+   // The program is loaded for the first device. With `clsact`, tcx is not tried.
+   explicit Filters( Hook best = Hook::tcx );
+   ~Filters(); // detaches all filters, the process's own namespace being entered
+   Filters( Filters const & ) = delete;
+   Filters & operator=( Filters const & ) = delete;
+
+   // A descriptor of the map of all muted speakers, for Mutes. Throws Quill::ErrnoException, with the reason of
+   // the kernel, if the map cannot be made.
+   Valen::Linux::Fd mutes();
+
+   // Attaches the filter to a device. No effect if that was done. Replaces one that a previous process left.
+   // Throws Quill::ErrnoException: ENODEV if there is no such device.
+   //   number   identifies the namespace among all that have filters
+   Hook attach( U32 number, Valen::Linux::NetNs const & netNs, U32 ifIndex );
+   // Detaches it. No effect if it is not attached. Throws Quill::ErrnoException if the filter may still be there.
+   void detach( U32 number, Valen::Linux::NetNs const & netNs, U32 ifIndex );
+   // The namespace is gone, and its devices with it.
+   void forget( U32 number ) { namespaces_.erase( number ); }
+
+   // Removes what a previous process left on the device, if anything.
+   static void removeLeft( Valen::Linux::NetNs const & netNs, U32 ifIndex );
+
+ private:
+   struct Unload {
+      void operator()( valen_filter * filter ) const noexcept;
+   };
+   using Program = std::unique_ptr< valen_filter, Unload >;
+   // A filter on a device: the descriptor of the link keeps it there, or it is in a clsact.
+   struct Attached {
+      Hook hook = Hook::tcx;
+      Valen::Linux::Fd link;
+   };
+   struct Namespace {
+      Program program;
+      std::map< U32, Attached > devices;
+   };
+
+   Program load( U32 number );
+   Namespace & namespaceOf( U32 number );
+   Attached attachTo( int program, U32 ifIndex );
+
+   Hook hook_;
+   Valen::Linux::Fd mutes_;
+   std::map< U32, Namespace > namespaces_;
+};
+
+} // namespace Egress
