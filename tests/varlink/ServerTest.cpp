@@ -216,9 +216,9 @@ TEST_F( ServerTest, ACallThatIsNestedTooDeepEndsTheConnection ) {
              R"("[[[[[[[[[[[[[[[[[[\"[[[")" +
              std::string( static_cast< std::size_t >( depth ), ']' ) + "}}" + '\0';
    };
-   auto const fits = connect();
-   send( fits, nested( 14 ) );
-   EXPECT_EQ( answers( fits ).at( 0 ).rfind( R"({"parameters":{"a":[[)", 0 ), 0u );
+   auto const shallow = connect();
+   send( shallow, nested( 14 ) );
+   EXPECT_EQ( answers( shallow ).at( 0 ).rfind( R"({"parameters":{"a":[[)", 0 ), 0u );
    auto const deep = connect();
    send( deep, nested( 15 ) );
    EXPECT_THAT( answers( deep ), ElementsAre( "closed" ) );

@@ -51,10 +51,8 @@ void TraceMethods::clientGone( U64 client ) {
 
 // Notes the lines, and tells of them unless that was done just now. Returns whether more are wanted.
 bool TraceMethods::traced( std::vector< TraceHub::Line > const & lines ) {
-   auto const room = static_cast< std::size_t >( maxLines ) - pending_.size();
-   auto const end = lines.begin() + static_cast< std::ptrdiff_t >( std::min( room, lines.size() ) );
-   pending_.insert( pending_.end(), lines.begin(), end );
-   if ( !rest_.running() ) {
+   pending_.insert( pending_.end(), lines.begin(), lines.end() );
+   if ( !rest_.running() || pending_.size() >= maxLines ) {
       tell();
    }
    following_ = !followers_.empty();

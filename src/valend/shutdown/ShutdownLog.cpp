@@ -4,8 +4,9 @@
 
 namespace Valend {
 
+using Ending = ShutdownRecord::Ending;
+
 LogLevel levelOf( ShutdownRecord const & record ) noexcept {
-   using Ending = ShutdownRecord::Ending;
    switch ( record.ending ) {
    case Ending::failed:
    case Ending::wentDown:
@@ -24,7 +25,6 @@ LogLevel levelOf( ShutdownRecord const & record ) noexcept {
 }
 
 char const * messageIdOf( ShutdownRecord const & record ) noexcept {
-   using Ending = ShutdownRecord::Ending;
    switch ( record.ending ) {
    case Ending::aborted:
       return MessageIds::shutdownAborted;

@@ -14,7 +14,7 @@ std::string answer( std::string const & chassis, std::string const & port,
 }
 std::string const mac = R"({"type": "mac", "value": "02:00:00:00:00:01"})";
 
-std::string errorOf( std::string const & answer ) {
+std::string lldpdError( std::string const & answer ) {
    try {
       idsIn( answer, "eth1" );
    } catch ( NoLldpd const & e ) {
@@ -38,21 +38,22 @@ TEST( LldpdTest, TheIdsHaveTheTypesThatLldpdCanSend ) {
 TEST( LldpdTest, AnAnswerWithoutTheDeviceIsNotAnId ) {
    for ( auto const * text : { "", "[]", "{}", "lldpd", R"({"lldp": []})", R"({"lldp": [{}]})",
                                R"({"lldp": 1})", R"({"lldp": [{"interface": ["eth1"]}]})" } ) {
-      EXPECT_EQ( errorOf( text ), "lldpd does not know eth1" ) << text;
+      EXPECT_EQ( lldpdError( text ), "lldpd does not know eth1" ) << text;
    }
 }
 
 TEST( LldpdTest, AnIdThatIsMissingOrOfAnotherTypeIsNotUsed ) {
-   EXPECT_EQ( errorOf( answer( "{}", mac ) ), "lldpd has no usable chassis ID for eth1" );
-   EXPECT_EQ( errorOf( answer( mac, R"({"type": "ip", "value": "192.0.2.1"})" ) ),
+   EXPECT_EQ( lldpdError( answer( "{}", mac ) ), "lldpd has no usable chassis ID for eth1" );
+   EXPECT_EQ( lldpdError( answer( mac, R"({"type": "ip", "value": "192.0.2.1"})" ) ),
               "lldpd has no usable port ID for eth1 (its type is ip)" );
-   EXPECT_EQ( errorOf( answer( mac, R"({"type": "mac", "value": "02"})" ) ),
+   EXPECT_EQ( lldpdError( answer( mac, R"({"type": "mac", "value": "02"})" ) ),
               "lldpd has an unusable ID: \"02\" is not a MAC address such as 02:00:00:00:00:01" );
 }
 
 TEST( LldpdTest, ADeviceThatLldpdDoesNotSendOnHasNoIds ) {
-   EXPECT_EQ( errorOf( answer( mac, mac, "disabled" ) ), "lldpd does not send on eth1 (disabled)" );
-   EXPECT_EQ( errorOf( answer( mac, mac, "TX only" ) ), "" );
+   EXPECT_EQ( lldpdError( answer( mac, mac, "disabled" ) ),
+              "lldpd does not send on eth1 (disabled)" );
+   EXPECT_EQ( lldpdError( answer( mac, mac, "TX only" ) ), "" );
 }
 
 } // namespace

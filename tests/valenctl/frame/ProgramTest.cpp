@@ -12,8 +12,8 @@ ProgramOutput shell( std::string const & command, std::chrono::milliseconds time
    return outputOf( { "sh", "-c", command }, timeout );
 }
 
-std::string errorOf( std::vector< std::string > const & arguments,
-                     std::chrono::milliseconds timeout = 30s ) {
+std::string programError( std::vector< std::string > const & arguments,
+                          std::chrono::milliseconds timeout = 30s ) {
    try {
       outputOf( arguments, timeout );
    } catch ( std::runtime_error const & e ) {
@@ -43,8 +43,8 @@ TEST( ProgramTest, AProgramThatASignalEndedHasAStatusAsInAShell ) {
 
 TEST( ProgramTest, AProgramThatDoesNotEndIsKilled ) {
    auto const begin = std::chrono::steady_clock::now();
-   EXPECT_EQ( errorOf( { "sleep", "60" }, 50ms ), "sleep did not end within 50 ms" );
-   EXPECT_EQ( errorOf( { "sh", "-c", "exec >&- 2>&-; exec sleep 60" }, 50ms ),
+   EXPECT_EQ( programError( { "sleep", "60" }, 50ms ), "sleep did not end within 50 ms" );
+   EXPECT_EQ( programError( { "sh", "-c", "exec >&- 2>&-; exec sleep 60" }, 50ms ),
               "sh did not end within 50 ms" );
    EXPECT_LT( std::chrono::steady_clock::now() - begin, 30s );
 }
@@ -56,15 +56,15 @@ TEST( ProgramTest, AProgramThatLeftAnotherRunningIsNotWaitedFor ) {
 }
 
 TEST( ProgramTest, AMissingProgramIsNamed ) {
-   EXPECT_EQ( errorOf( { "vt-none" } ), "vt-none is not installed" );
-   EXPECT_EQ( errorOf( { "/dev/null" } ), "cannot run /dev/null: Permission denied" );
+   EXPECT_EQ( programError( { "vt-none" } ), "vt-none is not installed" );
+   EXPECT_EQ( programError( { "/dev/null" } ), "cannot run /dev/null: Permission denied" );
 }
 
 TEST( ProgramTest, ProgramsForAdministratorsAreFoundWithoutAPath ) {
    auto const * const path = std::getenv( "PATH" );
    std::string const before( path ? path : "" );
    ::setenv( "PATH", "/usr/bin:/bin", 1 );
-   EXPECT_EQ( errorOf( { "ldconfig", "--version" } ), "" ); // is in /usr/sbin
+   EXPECT_EQ( programError( { "ldconfig", "--version" } ), "" ); // is in /usr/sbin
    ::setenv( "PATH", before.c_str(), 1 );
 }
 
