@@ -112,7 +112,7 @@ Fd Filters::mutes() {
 }
 
 // The first program makes the map; the others use it.
-Filters::Program Filters::load( U32 number ) {
+Filters::Program Filters::loaded( U32 number ) {
    complaint.clear();
    Program program( valen_filter::open() );
    if ( !program ) {
@@ -139,7 +139,7 @@ Filters::Namespace & Filters::namespaceOf( U32 number ) {
    if ( found != namespaces_.end() ) {
       return found->second;
    }
-   return namespaces_.emplace( number, Namespace{ load( number ), {} } ).first->second;
+   return namespaces_.emplace( number, Namespace{ loaded( number ), {} } ).first->second;
 }
 
 Hook Filters::attach( U32 number, NetNs const & netNs, U32 ifIndex ) {
@@ -181,6 +181,12 @@ void Filters::detach( U32 number, NetNs const & netNs, U32 ifIndex ) {
       removeLeft( netNs, ifIndex );
    }
    in->second.devices.erase( known );
+}
+
+void Filters::forget( U32 number, U32 ifIndex ) {
+   if ( auto const in = namespaces_.find( number ); in != namespaces_.end() ) {
+      in->second.devices.erase( ifIndex );
+   }
 }
 
 void Filters::removeLeft( NetNs const & netNs, U32 ifIndex ) {

@@ -31,12 +31,16 @@ class Filters {
    // the kernel, if the map cannot be made.
    Valen::Linux::Fd mutes();
 
+   // Loads the program of a namespace, if that was not done. Throws Quill::ErrnoException with the reason.
+   void load( U32 number ) { namespaceOf( number ); }
    // Attaches the filter to a device. No effect if that was done. Replaces one that a previous process left.
    // Throws Quill::ErrnoException: ENODEV if there is no such device.
    //   number   identifies the namespace among all that have filters
    Hook attach( U32 number, Valen::Linux::NetNs const & netNs, U32 ifIndex );
    // Detaches it. No effect if it is not attached. Throws Quill::ErrnoException if the filter may still be there.
    void detach( U32 number, Valen::Linux::NetNs const & netNs, U32 ifIndex );
+   // The same for a device whose namespace is gone: it was destroyed, or is in another one.
+   void forget( U32 number, U32 ifIndex );
    // The namespace is gone, and its devices with it.
    void forget( U32 number ) { namespaces_.erase( number ); }
 
@@ -58,7 +62,7 @@ class Filters {
       std::map< U32, Attached > devices;
    };
 
-   Program load( U32 number );
+   Program loaded( U32 number );
    Namespace & namespaceOf( U32 number );
    Attached attachTo( int program, U32 ifIndex );
 

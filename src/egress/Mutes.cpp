@@ -7,6 +7,17 @@
 
 namespace Egress {
 
+namespace {
+
+egress_mute muteUntil( Mutes::Time until ) noexcept {
+   egress_mute mute{};
+   mute.until = static_cast< U64 >(
+      std::chrono::duration_cast< std::chrono::nanoseconds >( until.time_since_epoch() ).count() );
+   return mute;
+}
+
+} // namespace
+
 std::optional< Speaker > speakerOf( std::string_view frame, U32 filter, U32 ifIndex ) {
    egress_head head{};
    std::copy_n( frame.begin(), std::min< std::size_t >( frame.size(), EGRESS_HEAD ), head.bytes );
@@ -27,12 +38,20 @@ std::string_view protocolOf( Speaker const & speaker ) {
 }
 
 void Mutes::mute( Speaker const & speaker, Time until ) {
-   egress_mute mute{};
-   mute.until = static_cast< U64 >(
-      std::chrono::duration_cast< std::chrono::nanoseconds >( until.time_since_epoch() ).count() );
+   auto const mute = muteUntil( until );
    if ( ::bpf_map_update_elem( map_.get(), &speaker, &mute, BPF_ANY ) != 0 ) {
       Valen::Linux::throwErrno( "cannot mute " + std::string( protocolOf( speaker ) ), errno );
    }
+}
+
+U64 Mutes::renew( Speaker const & speaker, Time until ) noexcept {
+   egress_mute before{};
+   auto const after = muteUntil( until );
+   if ( ::bpf_map_lookup_elem( map_.get(), &speaker, &before ) != 0 ||
+        ::bpf_map_update_elem( map_.get(), &speaker, &after, BPF_EXIST ) != 0 ) {
+      return 0;
+   }
+   return before.dropped;
 }
 
 U64 Mutes::unmute( Speaker const & speaker ) noexcept {

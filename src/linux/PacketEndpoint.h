@@ -133,6 +133,8 @@ class PacketEndpointProvider final : public Corvid::RawTxPamProvider {
    std::vector< PacketEndpoint * > const & endpoints() const noexcept { return shared_->live; }
 
    DescriptorReaper & reaper() noexcept { return shared_->pool.reaper; }
+   // SO_MARK of the sockets that are opened from now on.
+   void markIs( U32 mark ) { shared_->pool.mark = mark; }
    void openFailedIs( OpenFailed openFailed ) { shared_->openFailed = std::move( openFailed ); }
    // Bursts of all endpoints, those that are gone included, that had to share a socket; see PacketSockets.
    U64 sharedBursts() const noexcept;

@@ -34,14 +34,22 @@ void sendBufferIs( int fd, int bytes ) noexcept {
    }
 }
 
+// Needs CAP_NET_ADMIN, as the filters do for which it is set.
+void markIs( int fd, U32 mark ) noexcept {
+   if ( mark ) {
+      ::setsockopt( fd, SOL_SOCKET, SO_MARK, &mark, sizeof mark );
+   }
+}
+
 // Not from the reserve of descriptors: it stays open.
-Fd openInside( NetNs const & netNs ) {
+Fd openInside( NetNs const & netNs, U32 mark ) {
    NetNsScope const inside( netNs );
    Fd socket( ::socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ) );
    if ( !socket ) {
       cannotOpenSocket( netNs.name, errno );
    }
    sendBufferIs( socket.get(), PacketSockets::sendBufferBytes );
+   markIs( socket.get(), mark );
    return socket;
 }
 
@@ -60,7 +68,7 @@ U64 PacketSockets::Socket::outstandingBytes() const noexcept {
 }
 
 void PacketSockets::open( NetNs const & netNs ) {
-   sockets_.push_back( { openInside( netNs ) } );
+   sockets_.push_back( { openInside( netNs, pool_.mark ) } );
    netNs_ = { netNs.name, netNs.identity, Fd() };
    entered_ = static_cast< bool >( netNs.fd );
 }
@@ -135,7 +143,7 @@ Fd PacketSockets::openBesideResident() const {
    if ( entered_ ) {
       netNs.fd = requireFd( ::ioctl( sockets_.front().fd.get(), SIOCGSKNS ), "SIOCGSKNS" );
    }
-   return openInside( netNs );
+   return openInside( netNs, pool_.mark );
 }
 
 U64 PacketSockets::outstandingBytes( U32 ifIndex ) const noexcept {

@@ -21,6 +21,7 @@ struct PacketSocketPool {
 
    DescriptorReaper reaper;
    std::size_t extra = 0;
+   U32 mark = 0;         // SO_MARK of the sockets, by which filters recognize their frames; 0: none
    U64 sharedBursts = 0; // that had to share a socket with a device that has bytes outstanding
 };
 

@@ -39,6 +39,14 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       logCondition_( output, conditions_, loop_.scheduler() ),
       capabilities_( conditions_, "capabilities" ), unsentNotifications_( loop_.scheduler() ),
       descriptorLimit_( conditions_ ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
+      attaching_(
+         loop_, netNsDirectories_,
+         [ this ]( auto const & place ) {
+            auto const device = links_.device( place );
+            return device ? device->ifIndex : 0;
+         },
+         conditions_ ),
+      muting_( attaching_, loop_.scheduler() ),
       fileWorker_( loop_, "valen-files", fileTimeout ),
       metricsWorker_( loop_, "valen-metrics", metricsTimeout ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
@@ -53,7 +61,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
          }
       } ),
       journal_( stateDirectory_, loop_.scheduler(), Journal::Machine::real(), conditions_ ),
-      controller_( store_, feeder_.config(), links_, journal_, conditions_, loop_.scheduler(),
+      controller_( store_, feeder_.config(), links_, muting_, journal_, conditions_, loop_.scheduler(),
                    loop_.workQueue() ),
       report_( store_, feeder_, links_, controller_ ),
       readinessLoss_( feeder_, report_, loop_.scheduler(), loop_.workQueue() ),
@@ -74,6 +82,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       netNsWatcher_( loop_, netNsDirectories_,
                      [ this ]( auto const & name, NetNsWatcher::Change ) {
                         links_.refresh( name.stdString() );
+                        attaching_.namespaceChanged( name.stdString() );
                         feeder_.namespaceChanged( name.stdString() );
                      } ),
       lastConfiguration_( options.config == "-" ? nullptr : &stateDirectory_, options.config,
@@ -97,7 +106,11 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       metricsFile_.touch();
    } );
    links_.seenIs(
-      [ this ]( auto const & place, auto seen ) { controller_.linkSeen( place, seen ); } );
+      [ this ]( auto const & place, auto seen ) {
+         attaching_.deviceSeen( place );
+         controller_.linkSeen( place, seen );
+      } );
+   endpoints_.markIs( EGRESS_OWN_MARK );
    endpoints_.openFailedIs( [ this ]( auto const & netNs, auto const & why ) {
       feeder_.namespaceFailed( netNs.stdString(), why );
    } );
@@ -162,6 +175,8 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
                return feeder_.applying();
             },
             leaveStep( wanted ),
+            placesStep( plan ),
+            [ this ] { return attaching_.dropOlder( generation_ ); },
             [ this, plan ] {
                controller_.configChanged();
                lastConfiguration_.keep( plan );
@@ -207,6 +222,19 @@ std::string Daemon::capabilityError( Valen::Linux::NetNsUse use ) {
                         : "missing " + names +
                              ": shutdowns cannot work as configured; grant it to the service "
                              "(AmbientCapabilities= of the unit)";
+}
+
+Slices::Step Daemon::placesStep( PlanPtr const & plan ) {
+   return [ this, plan, generation = ++generation_, last = std::string() ]() mutable {
+      auto const & config = plan->config();
+      auto interface = config.interfaces.upper_bound( last );
+      for ( int left = 64; left > 0 && interface != config.interfaces.end(); --left ) {
+         last = interface->first;
+         attaching_.placeIs( placeOf( config, interface->second ), generation );
+         ++interface;
+      }
+      return interface != config.interfaces.end();
+   };
 }
 
 void Daemon::resumeShutdowns() {

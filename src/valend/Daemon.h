@@ -20,6 +20,7 @@
 #include "valend/report/Metrics.h"
 #include "valend/report/MetricsFile.h"
 #include "valend/report/ReadinessLoss.h"
+#include "valend/speakers/Muting.h"
 #include "varlink/Server.h"
 
 namespace Valend {
@@ -51,6 +52,7 @@ class Daemon {
    Slices::Step leaveStep( std::set< std::string > const & netNss );
    std::vector< Publications::Message > publishedMessages();
    static std::string capabilityError( Valen::Linux::NetNsUse use );
+   Slices::Step placesStep( PlanPtr const & plan );
    void resumeShutdowns();
    void reload( std::function< void( Reloaded const & ) > const & done );
    void reloadEnded( Configurator::Outcome const & outcome,
@@ -70,6 +72,9 @@ class Daemon {
    UnsentNotifications unsentNotifications_;
    DescriptorLimit descriptorLimit_;
    KernelLinks links_;
+   Attaching attaching_;
+   U64 generation_ = 0; // of the places that it has
+   Muting muting_;
    Store store_;
    // After the loop has ended, it waits for the disk for a bounded time.
    Valen::Linux::Worker fileWorker_;

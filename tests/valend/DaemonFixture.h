@@ -6,6 +6,7 @@
 #include "tests/support/RecordingRawTxPam.h"
 #include "tests/support/SteppedClock.h"
 #include "tests/valend/FakeKernel.h"
+#include "tests/valend/FakeSpeakers.h"
 #include "valend/base/Conditions.h"
 #include "valend/base/FaultLog.h"
 #include "valend/configuration/Feeder.h"
@@ -38,7 +39,7 @@ class DaemonFixture : public ::testing::Test {
          } ),
          stateDir( stateDirectory, []( auto const & ) {} ),
          journal( stateDir, clock.scheduler(), machine(), conditions, []( auto const & ) {} ),
-         controller( store, feeder.config(), kernel, journal, conditions, clock.scheduler(),
+         controller( store, feeder.config(), kernel, speakers, journal, conditions, clock.scheduler(),
                      work ) {
       store.entityManager->mountProviderIs( "kni/ns/", &kernel );
    }
@@ -153,6 +154,7 @@ class DaemonFixture : public ::testing::Test {
    Gantry::WorkQueue work;
    Conditions conditions{ []( auto, auto const & ) {} };
    FakeKernel kernel;
+   FakeSpeakers speakers;
    Store store;
    Feeder feeder;
    FaultLog faults;

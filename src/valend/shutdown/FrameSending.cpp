@@ -6,25 +6,12 @@ namespace Valend {
 
 namespace {
 
-// The agent of each frame, in the order in which the library sends them.
-std::vector< std::string > agentsInOrder( Store const & store, Corvid::IntfId const & intfId ) {
-   std::vector< std::string > agents;
-   auto const intf = store.allIntf->intf( intfId );
-   if ( !intf || !intf->intfMessage() ) {
-      return agents;
-   }
-   for ( auto const & entry : intf->intfMessage()->message() ) {
-      agents.insert( agents.end(), entry.value->messages(), entry.key.stdString() );
-   }
-   return agents;
-}
-
 // Counts each agent's frames as sent; an agent's frames follow one another.
-std::vector< AgentFrames > allSent( std::vector< std::string > const & agents ) {
+std::vector< AgentFrames > allSent( std::vector< QueuedFrame > const & queued ) {
    std::vector< AgentFrames > all;
-   for ( auto const & agent : agents ) {
-      if ( all.empty() || all.back().agent != agent ) {
-         all.push_back( { agent, 0, {} } );
+   for ( auto const & frame : queued ) {
+      if ( all.empty() || all.back().agent != frame.agent ) {
+         all.push_back( { frame.agent, 0, {} } );
       }
       ++all.back().sent;
    }
@@ -33,15 +20,15 @@ std::vector< AgentFrames > allSent( std::vector< std::string > const & agents ) 
 
 // Moves the frames that the kernel rejected from `sent` to `refused`.
 void countRefused( std::vector< RefusedPacket > const & refused,
-                   std::vector< std::string > const & agents, ShutdownRecord & record ) {
+                   std::vector< QueuedFrame > const & queued, ShutdownRecord & record ) {
    for ( auto const & packet : refused ) {
       record.failReason = packet.why;
-      if ( packet.packet >= agents.size() ) {
+      if ( packet.packet >= queued.size() ) {
          continue;
       }
       auto const found =
          std::find_if( record.agents.begin(), record.agents.end(), [ & ]( auto const & each ) {
-            return each.agent == agents[ packet.packet ];
+            return each.agent == queued[ packet.packet ].agent;
          } );
       --found->sent;
       ++found->refused[ packet.number ];
@@ -50,10 +37,23 @@ void countRefused( std::vector< RefusedPacket > const & refused,
 
 } // namespace
 
-void sendFrames( InterfaceDelay const & delay, Store const & store, LinkPort const & port,
-                 LinkPlace const & place, Gantry::TaskScheduler const & scheduler,
-                 ShutdownRecord & record ) {
-   auto const agents = agentsInOrder( store, delay.intfId() );
+std::vector< QueuedFrame > queuedFrames( InterfaceDelay const & delay, Store const & store ) {
+   std::vector< QueuedFrame > queued;
+   auto const intf = store.allIntf->intf( delay.intfId() );
+   if ( !intf || !intf->intfMessage() ) {
+      return queued;
+   }
+   for ( auto const & entry : intf->intfMessage()->message() ) {
+      for ( auto const & frame : entry.value->message() ) {
+         queued.push_back( { entry.key.stdString(), frame } );
+      }
+   }
+   return queued;
+}
+
+std::set< U32 > sendFrames( InterfaceDelay const & delay, std::vector< QueuedFrame > const & queued,
+                            LinkPort const & port, LinkPlace const & place,
+                            Gantry::TaskScheduler const & scheduler, ShutdownRecord & record ) {
    auto const before = port.counters( place.netNs );
    auto const begin = scheduler.now();
    delay.raiseFlag( record.request.delay );
@@ -62,8 +62,14 @@ void sendFrames( InterfaceDelay const & delay, Store const & store, LinkPort con
    auto const after = port.counters( place.netNs );
    record.sent = after.sent - before.sent;
    record.failed = after.failed - before.failed;
-   record.agents = allSent( agents );
-   countRefused( port.refused( place ), agents, record );
+   record.agents = allSent( queued );
+   auto const refused = port.refused( place );
+   countRefused( refused, queued, record );
+   std::set< U32 > numbers;
+   for ( auto const & packet : refused ) {
+      numbers.insert( packet.packet );
+   }
+   return numbers;
 }
 
 } // namespace Valend

@@ -47,8 +47,8 @@ void Goodbye::send() {
       return end( delay_.whyNotReady() );
    }
    delay_.lowerFlag(); // the link may have been set up outside valend since the last shutdown
-   sendFrames( delay_, surroundings_.store, surroundings_.port, record_.place,
-               *surroundings_.scheduler, record_ );
+   sendFrames( delay_, queuedFrames( delay_, surroundings_.store ), surroundings_.port,
+               record_.place, *surroundings_.scheduler, record_ );
    delay_.lowerFlag();
    deadline_ = surroundings_.scheduler->now() + flushTimeout;
    flush();

@@ -9,7 +9,7 @@ namespace Valend {
 using namespace std::string_literals;
 
 LinkController::LinkController( Store & store, Settings::Config const & config, LinkPort & port,
-                                Journal & journal, Conditions & conditions,
+                                SpeakerPort & speakers, Journal & journal, Conditions & conditions,
                                 Quill::Ptr< Gantry::TaskScheduler > scheduler,
                                 Gantry::WorkQueue & work )
     : journal_( journal ), config_( config ), interfaceAt_( config ), port_( port ),
@@ -19,6 +19,7 @@ LinkController::LinkController( Store & store, Settings::Config const & config, 
          store,
          config,
          port,
+         speakers,
          std::move( scheduler ),
          journal,
          conditions,

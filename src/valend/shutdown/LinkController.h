@@ -28,7 +28,7 @@ class LinkController final {
  public:
    // `config` is the active configuration. All must outlive the controller.
    LinkController( Store & store, Settings::Config const & config, LinkPort & port,
-                   Journal & journal, Conditions & conditions,
+                   SpeakerPort & speakers, Journal & journal, Conditions & conditions,
                    Quill::Ptr< Gantry::TaskScheduler > scheduler, Gantry::WorkQueue & work );
    ~LinkController(); // changes no link
    LinkController( LinkController const & ) = delete;

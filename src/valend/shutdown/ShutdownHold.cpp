@@ -1,7 +1,5 @@
 #include "valend/shutdown/ShutdownHold.h"
 
-#include "valend/shutdown/FrameSending.h"
-
 #include <algorithm>
 
 namespace Valend {
@@ -35,8 +33,14 @@ bool ShutdownHold::sendFrames() {
    state_.record().withDelay = true;
    delay_.lowerFlag(); // the link may have been set up outside valend since the last shutdown
    state_.enter( Phase::sending, until + margin );
-   Valend::sendFrames( delay_, surroundings.store, surroundings.port, state_.place(),
-                       *surroundings.scheduler, state_.record() );
+   // Muted first: what a daemon sends between its goodbye and the mute would take the goodbye back.
+   auto const queued = queuedFrames( delay_, surroundings.store );
+   mute( queued, {} );
+   auto const refused = Valend::sendFrames( delay_, queued, surroundings.port, state_.place(),
+                                            *surroundings.scheduler, state_.record() );
+   if ( !refused.empty() ) {
+      mute( queued, refused );
+   }
    if ( state_.phase() != Phase::sending ) {
       return false; // it ended meanwhile
    }
@@ -47,6 +51,27 @@ bool ShutdownHold::sendFrames() {
    }
    observers_.tell( ShutdownStep::sent, state_.record() );
    return isHeld( state_.phase() ) && beginHold(); // else an observer ended it
+}
+
+// Those whose goodbye was rejected stay heard.
+void ShutdownHold::mute( std::vector< QueuedFrame > const & queued, std::set< U32 > const & refused ) {
+   std::vector< std::string_view > goodbyes;
+   for ( U32 number = 0; number < queued.size(); ++number ) {
+      if ( !refused.contains( number ) ) {
+         goodbyes.push_back( queued[ number ].bytes.view() );
+      }
+   }
+   mutedAt_ = state_.place();
+   state_.record().notMuted = state_.surroundings().speakers.mute(
+      *mutedAt_, goodbyes,
+      std::chrono::ceil< milliseconds >( state_.hold()->until + muteMargin - state_.now() ) );
+}
+
+void ShutdownHold::end() {
+   if ( mutedAt_ ) {
+      state_.record().muted = state_.surroundings().speakers.unmute( *mutedAt_ );
+      mutedAt_.reset();
+   }
 }
 
 bool ShutdownHold::beginHold() {

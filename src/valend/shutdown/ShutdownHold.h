@@ -4,7 +4,7 @@
 // What the events do is in the table of Shutdown.h.
 #pragma once
 
-#include "valend/shutdown/InterfaceDelay.h"
+#include "valend/shutdown/FrameSending.h"
 #include "valend/shutdown/ObserverList.h"
 #include "valend/shutdown/ShutdownState.h"
 
@@ -16,6 +16,8 @@ class ShutdownHold {
    static constexpr std::chrono::milliseconds margin{ 500 };
    // How long its frames may take to leave the socket.
    static constexpr std::chrono::milliseconds flushTimeout{ 200 };
+   // If valend dies, how long after the delay's end the muted speakers are heard again.
+   static constexpr std::chrono::milliseconds muteMargin{ 1000 };
 
    // Both must outlive this.
    ShutdownHold( ShutdownState & state, ObserverList & observers );
@@ -27,16 +29,21 @@ class ShutdownHold {
    bool libraryChanged();
    bool flush(); // begins to, or looks again
 
+   // The shutdown ends: the speakers that were muted are heard again.
+   void end();
+
    // How long the link is still held; nothing when it is not.
    std::optional< std::chrono::milliseconds > remaining() const;
 
  private:
+   void mute( std::vector< QueuedFrame > const & queued, std::set< U32 > const & refused );
    bool beginHold();
    bool readinessLost();
 
    ShutdownState & state_;
    ObserverList & observers_;
    InterfaceDelay const delay_;
+   std::optional< LinkPlace > mutedAt_;
    Quill::Ptr< Valen::Status::IntfStatus const > status_; // the entry by which the library holds it
 };
 

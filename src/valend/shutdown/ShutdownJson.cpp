@@ -54,6 +54,10 @@ ShutdownRecord recordFromJson( Json const & json ) {
    record.sending = std::chrono::microseconds( json.at( "sendingUs" ).get< S64 >() );
    record.held = std::chrono::milliseconds( json.at( "heldMs" ).get< S64 >() );
    record.total = std::chrono::milliseconds( json.at( "totalMs" ).get< S64 >() );
+   for ( auto const & speaker : json.value( "muted", Json::array() ) ) { // older journals do not have them
+      record.muted.push_back( { speaker.at( "protocol" ), speaker.at( "heldBack" ) } );
+   }
+   record.notMuted = textOrNull( json.value( "notMuted", Json() ) );
    record.unflushedBytes = json.at( "unflushedBytes" );
    record.ending = endingOf( json.at( "ending" ) );
    record.why = textOrNull( json.at( "why" ) );

@@ -30,6 +30,11 @@ template < class Object > void describe( Object & object, AgentFrames const & fr
    object.add( "refused", refused );
 }
 
+template < class Object > void describe( Object & object, MutedSpeaker const & speaker ) {
+   object.add( "protocol", speaker.protocol );
+   object.add( "heldBack", speaker.heldBack );
+}
+
 // As org.valen.daemon.varlink describes it. An empty text becomes null.
 template < class Object > void describe( Object & object, ShutdownRecord const & record ) {
    auto const orNull = []( std::string const & text ) {
@@ -58,6 +63,8 @@ template < class Object > void describe( Object & object, ShutdownRecord const &
    object.add( "sendingUs", record.sending.count() );
    object.add( "heldMs", record.held.count() );
    object.add( "totalMs", record.total.count() );
+   object.add( "muted", record.muted );
+   object.add( "notMuted", orNull( record.notMuted ) );
    object.add( "unflushedBytes", record.unflushedBytes );
    object.add( "ending", record.endingText() );
    object.add( "why", orNull( record.why ) );

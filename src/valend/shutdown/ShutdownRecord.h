@@ -4,6 +4,7 @@
 #include "valend/base/EnumTexts.h"
 #include "valend/kernel/LinkPort.h"
 #include "valend/shutdown/Request.h"
+#include "valend/speakers/SpeakerPort.h"
 
 #include <chrono>
 #include <functional>
@@ -67,6 +68,8 @@ struct ShutdownRecord {
    std::chrono::microseconds sending{ 0 };     // how long the sending took
    std::chrono::milliseconds held{ 0 };        // since the sending
    std::chrono::milliseconds total{ 0 };       // since the request
+   std::vector< MutedSpeaker > muted;          // until the end; each sent its goodbye
+   std::string notMuted;                       // why none could be muted; else empty
    U64 unflushedBytes = 0;                     // had not left the machine when the link went down
    Ending ending = Ending::running;
    std::string why; // what did not go as expected, parts separated by "; "; empty when all did

@@ -8,6 +8,7 @@
 #include "valend/kernel/LinkPort.h"
 #include "valend/shutdown/DelayWatch.h"
 #include "valend/shutdown/Journal.h"
+#include "valend/speakers/SpeakerPort.h"
 #include "valend/store/Store.h"
 
 #include <functional>
@@ -23,6 +24,7 @@ struct ShutdownSurroundings {
    Store & store;
    Settings::Config const & config; // the active one
    LinkPort & port;
+   SpeakerPort & speakers;
    Quill::Ptr< Gantry::TaskScheduler > scheduler;
    Journal & journal;
    Conditions & conditions;

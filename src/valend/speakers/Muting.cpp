@@ -1,0 +1,127 @@
+#include "valend/speakers/Muting.h"
+
+#include <algorithm>
+
+namespace Valend {
+
+using Clock = std::chrono::steady_clock;
+
+namespace {
+
+constexpr std::chrono::milliseconds renewalInterval{ 500 };
+
+} // namespace
+
+Muting::Muting( Attaching & attaching, Quill::Ptr< Gantry::TaskScheduler > scheduler )
+    : attaching_( attaching ), renewal_( std::move( scheduler ), "mutes", [ this ] { renew(); } ) {
+   attaching_.mutesIs( [ this ]( auto mutes ) { mutes_.emplace( std::move( mutes ) ); } );
+   attaching_.lostIs( [ this ]( auto const & place ) {
+      if ( auto const device = devices_.find( place ); device != devices_.end() ) {
+         unmuteOn( device->second );
+      }
+   } );
+}
+
+Muting::~Muting() {
+   for ( auto & [ place, device ] : devices_ ) {
+      unmuteOn( device );
+   }
+}
+
+std::string Muting::mute( LinkPlace const & place, std::vector< std::string_view > const & goodbyes,
+                          std::chrono::milliseconds time ) {
+   auto const filtered = attaching_.filtered( place );
+   bool const any = std::any_of( goodbyes.begin(), goodbyes.end(), []( auto const & goodbye ) {
+      return Egress::speakerOf( goodbye, 0, 0 ).has_value();
+   } );
+   if ( !any ) {
+      return "";
+   }
+   if ( !filtered || !mutes_ ) {
+      return attaching_.whyNot( place );
+   }
+   auto & device = devices_[ place ];
+   unmuteOn( device );
+   device.until = Clock::now() + time;
+   Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
+   try {
+      muteOn( device, *filtered, goodbyes );
+   } catch ( Quill::ErrnoException const & e ) {
+      return e.text();
+   }
+   if ( !renewal_.running() ) {
+      renewal_.start( renewalInterval );
+   }
+   return "";
+}
+
+void Muting::muteOn( Device & device, FilteredDevice const & filtered,
+                     std::vector< std::string_view > const & goodbyes ) {
+   for ( auto const & goodbye : goodbyes ) {
+      auto const id = Egress::speakerOf( goodbye, filtered.filter, filtered.ifIndex );
+      if ( !id ) {
+         continue; // a protocol that valend does not know
+      }
+      auto known = std::find_if( device.speakers.begin(), device.speakers.end(),
+                                 [ & ]( auto const & speaker ) { return speaker.id == *id; } );
+      if ( known == device.speakers.end() ) {
+         known = device.speakers.insert( known, Speaker{ *id } );
+      }
+      if ( !known->muted ) {
+         mutes_->mute( *id, device.until );
+         known->muted = true;
+      }
+   }
+}
+
+void Muting::unmuteOn( Device & device ) {
+   for ( auto & speaker : device.speakers ) {
+      if ( std::exchange( speaker.muted, false ) ) {
+         speaker.heldBack += mutes_->unmute( speaker.id );
+      }
+   }
+}
+
+std::vector< MutedSpeaker > Muting::unmute( LinkPlace const & place ) {
+   auto device = devices_.extract( place );
+   if ( device.empty() ) {
+      return {};
+   }
+   std::vector< MutedSpeaker > muted;
+   unmuteOn( device.mapped() );
+   for ( auto const & speaker : device.mapped().speakers ) {
+      muted.push_back( { std::string( Egress::protocolOf( speaker.id ) ), speaker.heldBack } );
+   }
+   return muted;
+}
+
+std::size_t Muting::muted() const noexcept {
+   std::size_t count = 0;
+   for ( auto const & [ place, device ] : devices_ ) {
+      count += static_cast< std::size_t >(
+         std::count_if( device.speakers.begin(), device.speakers.end(),
+                        []( auto const & speaker ) { return speaker.muted; } ) );
+   }
+   return count;
+}
+
+// The kernel may take longer to set a link down than the mutes last.
+void Muting::renew() {
+   auto const until = Clock::now() + lease;
+   for ( auto & [ place, device ] : devices_ ) {
+      if ( device.until > until - renewalInterval ) {
+         continue;
+      }
+      device.until = until;
+      for ( auto & speaker : device.speakers ) {
+         if ( speaker.muted ) {
+            speaker.heldBack += mutes_->renew( speaker.id, until );
+         }
+      }
+   }
+   if ( !devices_.empty() ) {
+      renewal_.start( renewalInterval );
+   }
+}
+
+} // namespace Valend

@@ -1,0 +1,35 @@
+// What the link controller needs to know of the speakers on a device, the protocol daemons that send on it beside
+// valend. Implemented by Muting, and by a fake in tests. No function waits for the kernel.
+#pragma once
+
+#include "platform/quill/Int.h"
+#include "valend/kernel/LinkPort.h"
+
+#include <chrono>
+#include <string>
+#include <string_view>
+#include <vector>
+
+namespace Valend {
+
+// A speaker that was muted.
+struct MutedSpeaker {
+   std::string protocol; // "lldp", "vrrp"
+   U64 heldBack = 0;     // its frames that were dropped meanwhile
+   bool operator==( MutedSpeaker const & ) const = default;
+};
+
+class SpeakerPort {
+ public:
+   virtual ~SpeakerPort() = default;
+
+   // Mutes the speakers of these goodbyes, and no others of the device: what they send does not leave it, so that
+   // they do not take their goodbyes back. Returns why that is not possible; empty if it is.
+   //   time   after which they are heard again if valend has died; while it lives, they are muted until unmute()
+   virtual std::string mute( LinkPlace const & place, std::vector< std::string_view > const & goodbyes,
+                             std::chrono::milliseconds time ) = 0;
+   // Ends that. Returns the speakers that were muted since the first call of mute().
+   virtual std::vector< MutedSpeaker > unmute( LinkPlace const & place ) = 0;
+};
+
+} // namespace Valend

@@ -1,0 +1,36 @@
+// Speakers as a test has them: each goodbye's first byte is its protocol.
+#pragma once
+
+#include "valend/speakers/SpeakerPort.h"
+
+#include <map>
+
+namespace Valend::Test {
+
+class FakeSpeakers final : public SpeakerPort {
+ public:
+   std::string whyNot;               // of every mute()
+   std::vector< std::string > calls; // "mute default/et1 lldp vrrp for 1500 ms", "unmute default/et1"
+   U64 heldBack = 0;                 // of each speaker, when it is heard again
+
+   std::string mute( LinkPlace const & place, std::vector< std::string_view > const & goodbyes,
+                     std::chrono::milliseconds time ) override {
+      std::string call = "mute " + place.netNs + "/" + place.device;
+      auto & muted = muted_[ place ];
+      for ( auto const & goodbye : goodbyes ) {
+         muted.push_back( { std::string( goodbye.substr( 0, 1 ) ), heldBack } );
+         call += " " + muted.back().protocol;
+      }
+      calls.push_back( call + " for " + std::to_string( time.count() ) + " ms" );
+      return whyNot;
+   }
+   std::vector< MutedSpeaker > unmute( LinkPlace const & place ) override {
+      calls.push_back( "unmute " + place.netNs + "/" + place.device );
+      return std::move( muted_[ place ] );
+   }
+
+ private:
+   std::map< LinkPlace, std::vector< MutedSpeaker > > muted_;
+};
+
+} // namespace Valend::Test
