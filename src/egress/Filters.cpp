@@ -2,6 +2,7 @@
 
 #include "Egress.skel.h"
 
+#include <algorithm>
 #include <array>
 #include <bpf/bpf.h>
 #include <cerrno>
@@ -23,6 +24,9 @@ constexpr U32 handle = 1;
 
 // BPF_TCX_EGRESS, which the headers of libbpf 1.1 do not have.
 constexpr auto tcxEgress = static_cast< bpf_attach_type >( 47 );
+
+// The maps that all programs have in common; `drafts`, the last, is the filters' own.
+enum : std::size_t { mutesMap, ringMap, devicesMap, lossesMap };
 
 // What libbpf last complained about, which is more than an errno says.
 thread_local std::string complaint;
@@ -47,6 +51,11 @@ int keepComplaint( libbpf_print_level level, char const * format, va_list argume
       text += " (" + complaint + ")";
    }
    throw Quill::ErrnoException( text, number );
+}
+
+Fd copyOf( int descriptor ) {
+   return Valen::Linux::requireFd( ::fcntl( descriptor, F_DUPFD_CLOEXEC, 0 ),
+                                   "cannot copy a descriptor" );
 }
 
 std::string deviceText( U32 ifIndex ) {
@@ -103,15 +112,22 @@ Filters::Filters( Hook best ) : hook_( best ) {
 
 Filters::~Filters() = default;
 
-Fd Filters::mutes() {
-   if ( !mutes_ ) {
+Fd Filters::map( std::size_t which ) {
+   if ( !maps_[ which ] ) {
       namespaceOf( 0 );
    }
-   return Valen::Linux::requireFd( ::fcntl( mutes_.get(), F_DUPFD_CLOEXEC, 0 ),
-                                   "cannot copy a descriptor" );
+   return copyOf( maps_[ which ].get() );
 }
 
-// The first program makes the map; the others use it.
+Fd Filters::mutes() {
+   return map( mutesMap );
+}
+
+CopyMaps Filters::copies() {
+   return { map( ringMap ), map( devicesMap ), map( lossesMap ) };
+}
+
+// The first program makes the maps; the others use them.
 Filters::Program Filters::loaded( U32 number ) {
    complaint.clear();
    Program program( valen_filter::open() );
@@ -119,17 +135,22 @@ Filters::Program Filters::loaded( U32 number ) {
       fail( "cannot read the egress filter", errno );
    }
    program->rodata->filter_number = number;
-   int error = mutes_ ? -::bpf_map__reuse_fd( program->maps.mutes, mutes_.get() ) : 0;
+   auto const & maps = program->maps;
+   std::array< bpf_map *, commonMaps > const common{ maps.mutes, maps.copies, maps.devices,
+                                                     maps.losses, maps.drafts };
+   int error = 0;
+   for ( std::size_t i = 0; i < common.size() && error == 0 && maps_[ i ]; ++i ) {
+      error = -::bpf_map__reuse_fd( common[ i ], maps_[ i ].get() );
+   }
    if ( error == 0 ) {
       error = -valen_filter::load( program.get() );
    }
    if ( error != 0 ) {
       fail( "the kernel does not accept the egress filter", error );
    }
-   if ( !mutes_ ) {
-      mutes_ = Valen::Linux::requireFd(
-         ::fcntl( ::bpf_map__fd( program->maps.mutes ), F_DUPFD_CLOEXEC, 0 ),
-         "cannot copy a descriptor" );
+   if ( !maps_.front() ) {
+      std::transform( common.begin(), common.end(), maps_.begin(),
+                      []( bpf_map * map ) { return copyOf( ::bpf_map__fd( map ) ); } );
    }
    return program;
 }

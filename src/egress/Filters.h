@@ -1,5 +1,5 @@
-// The filters at the egress of devices, by which speakers are muted: see Egress.bpf.c. A filter goes away with
-// the process, or opens by itself at the end of each mute.
+// The filters at the egress of devices, by which speakers are muted and their frames are copied: see Egress.bpf.c.
+// A filter goes away with the process, or opens by itself at the end of each mute.
 //
 // For one thread, which may have to wait: the kernel attaches a filter under its lock for changes of the network
 // (rtnl). Linux 5.10 and later. Needs CAP_NET_ADMIN, and CAP_BPF or CAP_SYS_ADMIN.
@@ -7,6 +7,7 @@
 
 #include "linux/NetNs.h"
 
+#include <array>
 #include <map>
 #include <memory>
 #include <string>
@@ -19,6 +20,13 @@ namespace Egress {
 // device has none, and stays, since frames are lost while it is made or removed.
 enum class Hook : U8 { tcx, clsact };
 
+// The maps that Copies needs.
+struct CopyMaps {
+   Valen::Linux::Fd ring;
+   Valen::Linux::Fd devices;
+   Valen::Linux::Fd losses;
+};
+
 class Filters {
  public:
    // The program is loaded for the first device. With `clsact`, tcx is not tried.
@@ -30,6 +38,8 @@ class Filters {
    // A descriptor of the map of all muted speakers, for Mutes. Throws Quill::ErrnoException, with the reason of
    // the kernel, if the map cannot be made.
    Valen::Linux::Fd mutes();
+   // The same of what copied frames need.
+   CopyMaps copies();
 
    // Loads the program of a namespace, if that was not done. Throws Quill::ErrnoException with the reason.
    void load( U32 number ) { namespaceOf( number ); }
@@ -62,12 +72,16 @@ class Filters {
       std::map< U32, Attached > devices;
    };
 
+   // The maps that all programs have in common, as in Filters.cpp.
+   static constexpr std::size_t commonMaps = 5;
+
    Program loaded( U32 number );
+   Valen::Linux::Fd map( std::size_t which );
    Namespace & namespaceOf( U32 number );
    Attached attachTo( int program, U32 ifIndex );
 
    Hook hook_;
-   Valen::Linux::Fd mutes_;
+   std::array< Valen::Linux::Fd, commonMaps > maps_; // empty until the first program is loaded
    std::map< U32, Namespace > namespaces_;
 };
 
