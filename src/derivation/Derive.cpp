@@ -1,0 +1,57 @@
+#include "derivation/Derive.h"
+
+#include "derivation/Layers.h"
+#include "derivation/Lldp.h"
+
+#include <algorithm>
+#include <array>
+
+namespace Derivation {
+
+namespace {
+
+struct Protocol {
+   char const * name;
+   // What selects it. A frame may turn out to be of no speaker all the same: a query, an update.
+   Carrier carrier;
+   U16 number;
+   // Sets all of it but the protocol and the greeting. Nothing for a frame that is of no speaker. Throws
+   // Refused.
+   std::optional< Heard > ( *parse )( Packet const & packet );
+};
+
+constexpr std::array protocols{
+   Protocol{ "lldp", Carrier::ethernet, 0x88cc, lldp },
+};
+
+Protocol const * protocolOf( Layers const & layers ) {
+   auto const * const found =
+      std::find_if( protocols.begin(), protocols.end(), [ & ]( Protocol const & protocol ) {
+         return protocol.carrier == layers.carrier && protocol.number == layers.number;
+      } );
+   return found == protocols.end() ? nullptr : found;
+}
+
+} // namespace
+
+std::optional< std::variant< Heard, Malformed > > derive( std::string_view frame ) {
+   auto const layers = layersOf( frame );
+   auto const * const protocol = layers ? protocolOf( *layers ) : nullptr;
+   if ( protocol == nullptr ) {
+      return std::nullopt;
+   }
+   try {
+      auto packet = packetOf( frame, *layers );
+      auto heard = protocol->parse( packet );
+      if ( !heard ) {
+         return std::nullopt;
+      }
+      heard->protocol = protocol->name;
+      heard->greeting = std::move( packet.frame );
+      return *std::move( heard );
+   } catch ( Refused const & refused ) {
+      return Malformed{ protocol->name, refused.reason() };
+   }
+}
+
+} // namespace Derivation
