@@ -39,14 +39,13 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       logCondition_( output, conditions_, loop_.scheduler() ),
       capabilities_( conditions_, "capabilities" ), unsentNotifications_( loop_.scheduler() ),
       descriptorLimit_( conditions_ ), links_( loop_, netNsDirectories_, endpoints_, conditions_ ),
-      attaching_(
+      speakers_(
          loop_, netNsDirectories_,
          [ this ]( auto const & place ) {
             auto const device = links_.device( place );
             return device ? device->ifIndex : 0;
          },
          conditions_ ),
-      muting_( attaching_, loop_.scheduler() ),
       fileWorker_( loop_, "valen-files", fileTimeout ),
       metricsWorker_( loop_, "valen-metrics", metricsTimeout ),
       feeder_( store_, links_, loop_.scheduler(), conditions_ ),
@@ -61,7 +60,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
          }
       } ),
       journal_( stateDirectory_, loop_.scheduler(), Journal::Machine::real(), conditions_ ),
-      controller_( store_, feeder_.config(), links_, muting_, journal_, conditions_, loop_.scheduler(),
+      controller_( store_, feeder_.config(), links_, speakers_, journal_, conditions_, loop_.scheduler(),
                    loop_.workQueue() ),
       report_( store_, feeder_, links_, controller_ ),
       readinessLoss_( feeder_, report_, loop_.scheduler(), loop_.workQueue() ),
@@ -82,7 +81,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       netNsWatcher_( loop_, netNsDirectories_,
                      [ this ]( auto const & name, NetNsWatcher::Change ) {
                         links_.refresh( name.stdString() );
-                        attaching_.namespaceChanged( name.stdString() );
+                        speakers_.attaching().namespaceChanged( name.stdString() );
                         feeder_.namespaceChanged( name.stdString() );
                      } ),
       lastConfiguration_( options.config == "-" ? nullptr : &stateDirectory_, options.config,
@@ -107,7 +106,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
    } );
    links_.seenIs(
       [ this ]( auto const & place, auto seen ) {
-         attaching_.deviceSeen( place );
+         speakers_.attaching().deviceSeen( place );
          controller_.linkSeen( place, seen );
       } );
    endpoints_.markIs( EGRESS_OWN_MARK );
@@ -176,7 +175,7 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
             },
             leaveStep( wanted ),
             placesStep( plan ),
-            [ this ] { return attaching_.dropOlder( generation_ ); },
+            [ this ] { return speakers_.attaching().dropOlder( generation_ ); },
             [ this, plan ] {
                controller_.configChanged();
                lastConfiguration_.keep( plan );
@@ -230,7 +229,7 @@ Slices::Step Daemon::placesStep( PlanPtr const & plan ) {
       auto interface = config.interfaces.upper_bound( last );
       for ( int left = 64; left > 0 && interface != config.interfaces.end(); --left ) {
          last = interface->first;
-         attaching_.placeIs( placeOf( config, interface->second ), generation );
+         speakers_.attaching().placeIs( placeOf( config, interface->second ), generation );
          ++interface;
       }
       return interface != config.interfaces.end();

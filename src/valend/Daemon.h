@@ -20,7 +20,7 @@
 #include "valend/report/Metrics.h"
 #include "valend/report/MetricsFile.h"
 #include "valend/report/ReadinessLoss.h"
-#include "valend/speakers/Muting.h"
+#include "valend/speakers/Speakers.h"
 #include "varlink/Server.h"
 
 namespace Valend {
@@ -72,9 +72,8 @@ class Daemon {
    UnsentNotifications unsentNotifications_;
    DescriptorLimit descriptorLimit_;
    KernelLinks links_;
-   Attaching attaching_;
-   U64 generation_ = 0; // of the places that it has
-   Muting muting_;
+   Speakers speakers_;
+   U64 generation_ = 0; // of the places that have filters
    Store store_;
    // After the loop has ended, it waits for the disk for a bounded time.
    Valen::Linux::Worker fileWorker_;

@@ -18,15 +18,19 @@ class FakeSpeakers final : public SpeakerPort {
       std::string call = "mute " + place.netNs + "/" + place.device;
       auto & muted = muted_[ place ];
       for ( auto const & goodbye : goodbyes ) {
-         muted.push_back( { std::string( goodbye.substr( 0, 1 ) ), heldBack } );
+         muted.push_back( { std::string( goodbye.substr( 0, 1 ) ), "", heldBack, false } );
          call += " " + muted.back().protocol;
       }
       calls.push_back( call + " for " + std::to_string( time.count() ) + " ms" );
       return whyNot;
    }
-   std::vector< MutedSpeaker > unmute( LinkPlace const & place ) override {
-      calls.push_back( "unmute " + place.netNs + "/" + place.device );
-      return std::move( muted_[ place ] );
+   std::vector< MutedSpeaker > unmute( LinkPlace const & place, bool greet ) override {
+      calls.push_back( "unmute " + place.netNs + "/" + place.device + ( greet ? " and greet" : "" ) );
+      auto muted = std::exchange( muted_[ place ], {} );
+      for ( auto & speaker : muted ) {
+         speaker.greeted = greet;
+      }
+      return muted;
    }
 
  private:

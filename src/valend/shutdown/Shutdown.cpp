@@ -260,7 +260,7 @@ void Shutdown::end( Ending ending, std::string const & why ) {
    record.total = state_.total();
    state_.note( why );
    link_.end();
-   hold_.end();
+   hold_.end( ending == Ending::aborted );
    state_.enter( Phase::ended, ShutdownState::noDeadline );
    surroundings_.delayWatch->unfollow( hold_.delay().intfId() );
    if ( ending == Ending::aborted || ending == Ending::expired ) {

@@ -67,9 +67,9 @@ void ShutdownHold::mute( std::vector< QueuedFrame > const & queued, std::set< U3
       std::chrono::ceil< milliseconds >( state_.hold()->until + muteMargin - state_.now() ) );
 }
 
-void ShutdownHold::end() {
+void ShutdownHold::end( bool linkStaysUp ) {
    if ( mutedAt_ ) {
-      state_.record().muted = state_.surroundings().speakers.unmute( *mutedAt_ );
+      state_.record().muted = state_.surroundings().speakers.unmute( *mutedAt_, linkStaysUp );
       mutedAt_.reset();
    }
 }

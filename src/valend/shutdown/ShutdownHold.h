@@ -30,7 +30,8 @@ class ShutdownHold {
    bool flush(); // begins to, or looks again
 
    // The shutdown ends: the speakers that were muted are heard again.
-   void end();
+   //   linkStaysUp   what they said last is sent again
+   void end( bool linkStaysUp );
 
    // How long the link is still held; nothing when it is not.
    std::optional< std::chrono::milliseconds > remaining() const;

@@ -55,7 +55,8 @@ ShutdownRecord recordFromJson( Json const & json ) {
    record.held = std::chrono::milliseconds( json.at( "heldMs" ).get< S64 >() );
    record.total = std::chrono::milliseconds( json.at( "totalMs" ).get< S64 >() );
    for ( auto const & speaker : json.value( "muted", Json::array() ) ) { // older journals do not have them
-      record.muted.push_back( { speaker.at( "protocol" ), speaker.at( "heldBack" ) } );
+      record.muted.push_back( { speaker.at( "protocol" ), speaker.at( "speaker" ),
+                                speaker.at( "heldBack" ), speaker.at( "greeted" ) } );
    }
    record.notMuted = textOrNull( json.value( "notMuted", Json() ) );
    record.unflushedBytes = json.at( "unflushedBytes" );

@@ -32,7 +32,9 @@ template < class Object > void describe( Object & object, AgentFrames const & fr
 
 template < class Object > void describe( Object & object, MutedSpeaker const & speaker ) {
    object.add( "protocol", speaker.protocol );
+   object.add( "speaker", speaker.name );
    object.add( "heldBack", speaker.heldBack );
+   object.add( "greeted", speaker.greeted );
 }
 
 // As org.valen.daemon.varlink describes it. An empty text becomes null.

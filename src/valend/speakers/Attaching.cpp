@@ -31,9 +31,9 @@ struct Attaching::Batch {
    };
    std::string netNs;
    U32 number = 0;
-   bool wantsMutes = false;
+   bool wantsMaps = false;
    std::vector< One > devices;
-   Valen::Linux::Fd mutes;
+   std::optional< Maps > maps;
 
    void run( Filters & filters, Valen::Linux::NetNsDirectories const & directories );
    void attachAll( Filters & filters, Valen::Linux::NetNsDirectories const & directories );
@@ -52,8 +52,8 @@ void Attaching::Batch::run( Filters & filters, Valen::Linux::NetNsDirectories co
 
 void Attaching::Batch::attachAll( Filters & filters,
                                   Valen::Linux::NetNsDirectories const & directories ) {
-   if ( wantsMutes ) {
-      mutes = filters.mutes();
+   if ( wantsMaps ) {
+      maps = Maps{ filters.mutes(), filters.copies() };
    }
    filters.load( number );
    auto const opened = directories.openNamed( netNs );
@@ -72,9 +72,9 @@ void Attaching::Batch::attachAll( Filters & filters,
 }
 
 Attaching::Attaching( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsDirectories directories,
-                      IfIndexOf ifIndexOf, Conditions & conditions )
+                      IfIndexOf ifIndexOf, Conditions & conditions, Observer & observer )
     : directories_( std::move( directories ) ), ifIndexOf_( std::move( ifIndexOf ) ),
-      condition_( conditions, "mute" ), filters_( std::make_shared< Filters >() ),
+      observer_( observer ), condition_( conditions, "mute" ), filters_( std::make_shared< Filters >() ),
       posted_( loop.workQueue(), "filters" ), pause_( firstPause, longestPause ),
       again_( loop.scheduler(), "filters", [ this ] { attachAgain(); } ),
       worker_( loop, "valen-filters", endTimeout ) {}
@@ -127,7 +127,7 @@ void Attaching::namespaceChanged( std::string const & netNs ) {
    for ( auto device = first; device != devices_.end() && device->first.netNs == netNs; ) {
       auto const gone = device++;
       seen_.insert( gone->first );
-      forget( gone );
+      forget( gone, number.mapped() );
    }
    lookSoon();
 }
@@ -163,11 +163,15 @@ void Attaching::lookAt( LinkPlace const & place ) {
    }
 }
 
-void Attaching::forget( Devices::iterator device ) {
-   stateIs( device, State::filtered );
+void Attaching::forget( Devices::iterator device, U32 number ) {
+   bool const wasFiltered = device->second.state == State::filtered;
    auto const place = device->first;
+   FilteredDevice const lost{ number, device->second.ifIndex };
+   stateIs( device, State::filtered );
    devices_.erase( device );
-   lost_( place );
+   if ( wasFiltered ) {
+      observer_.lost( place, lost );
+   }
 }
 
 // Its filter is removed, wherever the device is now.
@@ -176,7 +180,7 @@ void Attaching::drop( Devices::iterator device ) {
    auto const ifIndex = device->second.ifIndex;
    auto const state = device->second.state;
    bool const attached = state == State::filtered || state == State::asked;
-   forget( device );
+   forget( device, numberOf( place.netNs ) );
    if ( attached ) {
       worker_.run( [ filters = filters_, directories = directories_, netNs = place.netNs,
                      number = numberOf( place.netNs ), ifIndex ]() -> Worker::Work {
@@ -201,7 +205,7 @@ void Attaching::attachMissing() {
    auto const batch = std::make_shared< Batch >();
    batch->netNs = missing_.begin()->netNs;
    batch->number = numberOf( batch->netNs );
-   batch->wantsMutes = !std::exchange( mutesAsked_, true );
+   batch->wantsMaps = !std::exchange( mapsAsked_, true );
    for ( int left = batchSize;
          left > 0 && !missing_.empty() && missing_.begin()->netNs == batch->netNs; --left ) {
       auto const device = devices_.find( *missing_.begin() );
@@ -215,10 +219,10 @@ void Attaching::attachMissing() {
 }
 
 void Attaching::attached( Batch & batch ) {
-   if ( batch.mutes ) {
-      mutes_( std::move( batch.mutes ) );
-   } else if ( batch.wantsMutes ) {
-      mutesAsked_ = false;
+   if ( batch.maps ) {
+      observer_.loaded( std::move( *batch.maps ) );
+   } else if ( batch.wantsMaps ) {
+      mapsAsked_ = false;
    }
    auto const number = numbers_.find( batch.netNs );
    bool const replaced = number == numbers_.end() || number->second != batch.number;
@@ -230,6 +234,9 @@ void Attaching::attached( Batch & batch ) {
       }
       device->second.why = one.why;
       stateIs( device, one.why.empty() ? State::filtered : State::failed );
+      if ( one.why.empty() ) {
+         observer_.attached( one.place, { batch.number, one.ifIndex } );
+      }
    }
    tell();
 }

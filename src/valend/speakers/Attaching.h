@@ -31,16 +31,29 @@ class Attaching {
    // The index of the device at a place; 0 if there is none.
    using IfIndexOf = std::function< U32( LinkPlace const & place ) >;
 
+   // The maps that all filters share.
+   struct Maps {
+      Valen::Linux::Fd mutes;
+      Egress::CopyMaps copies;
+   };
+   class Observer {
+    public:
+      // The first filter was loaded; called before all others, once.
+      virtual void loaded( Maps maps ) = 0;
+      // The device has a filter from now on.
+      virtual void attached( LinkPlace const & place, FilteredDevice const & device ) = 0;
+      // It has none any more: it is gone, or none is wanted there.
+      virtual void lost( LinkPlace const & place, FilteredDevice const & device ) = 0;
+
+    protected:
+      ~Observer() = default;
+   };
+
    // All must outlive this. Raises the condition "mute" while a device has no filter.
    Attaching( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsDirectories directories,
-              IfIndexOf ifIndexOf, Conditions & conditions );
+              IfIndexOf ifIndexOf, Conditions & conditions, Observer & observer );
    Attaching( Attaching const & ) = delete;
    Attaching & operator=( Attaching const & ) = delete;
-
-   // Called with the map of the muted speakers, once: see Egress::Mutes.
-   void mutesIs( std::function< void( Valen::Linux::Fd mutes ) > mutes ) { mutes_ = std::move( mutes ); }
-   // Called when a device loses its filter, because it is gone or because no filter is wanted there.
-   void lostIs( std::function< void( LinkPlace const & place ) > lost ) { lost_ = std::move( lost ); }
 
    // The device at the place has a filter from now on, while it exists.
    //   generation   of the configuration that has the place
@@ -75,7 +88,7 @@ class Attaching {
    void lookSoon();
    void look();
    void lookAt( LinkPlace const & place );
-   void forget( Devices::iterator device );
+   void forget( Devices::iterator device, U32 number );
    void drop( Devices::iterator device );
    void attachMissing();
    void attachAgain();
@@ -86,8 +99,7 @@ class Attaching {
 
    Valen::Linux::NetNsDirectories const directories_;
    IfIndexOf const ifIndexOf_;
-   std::function< void( Valen::Linux::Fd mutes ) > mutes_;
-   std::function< void( LinkPlace const & place ) > lost_;
+   Observer & observer_;
    Condition condition_;
    std::map< LinkPlace, U64 > places_; // with their generation
    LinkPlace lookedFor_;               // by dropOlder()
@@ -98,7 +110,7 @@ class Attaching {
    std::size_t asked_ = 0;
    std::map< std::string, U32 > numbers_; // of the namespaces
    U32 lastNumber_ = 0;
-   bool mutesAsked_ = false;
+   bool mapsAsked_ = false;
    std::shared_ptr< Egress::Filters > const filters_; // the thread's alone
    Gantry::PostedWork posted_;
    Gantry::Backoff pause_;

@@ -1,5 +1,7 @@
 #include "valend/speakers/Muting.h"
 
+#include "derivation/Derive.h"
+
 #include <algorithm>
 
 namespace Valend {
@@ -10,17 +12,16 @@ namespace {
 
 constexpr std::chrono::milliseconds renewalInterval{ 500 };
 
+std::string nameOf( std::string_view goodbye ) {
+   auto const said = Derivation::derive( goodbye );
+   auto const * const heard = said ? std::get_if< Derivation::Heard >( &*said ) : nullptr;
+   return heard ? heard->speaker : "";
+}
+
 } // namespace
 
-Muting::Muting( Attaching & attaching, Quill::Ptr< Gantry::TaskScheduler > scheduler )
-    : attaching_( attaching ), renewal_( std::move( scheduler ), "mutes", [ this ] { renew(); } ) {
-   attaching_.mutesIs( [ this ]( auto mutes ) { mutes_.emplace( std::move( mutes ) ); } );
-   attaching_.lostIs( [ this ]( auto const & place ) {
-      if ( auto const device = devices_.find( place ); device != devices_.end() ) {
-         unmuteOn( device->second );
-      }
-   } );
-}
+Muting::Muting( Quill::Ptr< Gantry::TaskScheduler > scheduler )
+    : renewal_( std::move( scheduler ), "mutes", [ this ] { renew(); } ) {}
 
 Muting::~Muting() {
    for ( auto & [ place, device ] : devices_ ) {
@@ -28,24 +29,21 @@ Muting::~Muting() {
    }
 }
 
-std::string Muting::mute( LinkPlace const & place, std::vector< std::string_view > const & goodbyes,
-                          std::chrono::milliseconds time ) {
-   auto const filtered = attaching_.filtered( place );
-   bool const any = std::any_of( goodbyes.begin(), goodbyes.end(), []( auto const & goodbye ) {
+bool Muting::anyCanBeMuted( std::vector< std::string_view > const & goodbyes ) {
+   return std::any_of( goodbyes.begin(), goodbyes.end(), []( auto const & goodbye ) {
       return Egress::speakerOf( goodbye, 0, 0 ).has_value();
    } );
-   if ( !any ) {
-      return "";
-   }
-   if ( !filtered || !mutes_ ) {
-      return attaching_.whyNot( place );
-   }
+}
+
+std::string Muting::mute( LinkPlace const & place, FilteredDevice const & filtered,
+                          std::vector< std::string_view > const & goodbyes,
+                          std::chrono::milliseconds time ) {
    auto & device = devices_[ place ];
    unmuteOn( device );
    device.until = Clock::now() + time;
    Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
    try {
-      muteOn( device, *filtered, goodbyes );
+      muteOn( device, filtered, goodbyes );
    } catch ( Quill::ErrnoException const & e ) {
       return e.text();
    }
@@ -65,7 +63,7 @@ void Muting::muteOn( Device & device, FilteredDevice const & filtered,
       auto known = std::find_if( device.speakers.begin(), device.speakers.end(),
                                  [ & ]( auto const & speaker ) { return speaker.id == *id; } );
       if ( known == device.speakers.end() ) {
-         known = device.speakers.insert( known, Speaker{ *id } );
+         known = device.speakers.insert( known, Speaker{ *id, nameOf( goodbye ) } );
       }
       if ( !known->muted ) {
          mutes_->mute( *id, device.until );
@@ -82,27 +80,19 @@ void Muting::unmuteOn( Device & device ) {
    }
 }
 
-std::vector< MutedSpeaker > Muting::unmute( LinkPlace const & place ) {
+std::vector< Muting::Speaker > Muting::unmute( LinkPlace const & place ) {
    auto device = devices_.extract( place );
    if ( device.empty() ) {
       return {};
    }
-   std::vector< MutedSpeaker > muted;
    unmuteOn( device.mapped() );
-   for ( auto const & speaker : device.mapped().speakers ) {
-      muted.push_back( { std::string( Egress::protocolOf( speaker.id ) ), speaker.heldBack } );
-   }
-   return muted;
+   return std::move( device.mapped().speakers );
 }
 
-std::size_t Muting::muted() const noexcept {
-   std::size_t count = 0;
-   for ( auto const & [ place, device ] : devices_ ) {
-      count += static_cast< std::size_t >(
-         std::count_if( device.speakers.begin(), device.speakers.end(),
-                        []( auto const & speaker ) { return speaker.muted; } ) );
+void Muting::deviceLost( LinkPlace const & place ) {
+   if ( auto const device = devices_.find( place ); device != devices_.end() ) {
+      unmuteOn( device->second );
    }
-   return count;
 }
 
 // The kernel may take longer to set a link down than the mutes last.

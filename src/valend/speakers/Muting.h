@@ -1,37 +1,52 @@
-// Mutes the speakers of an interface from their goodbye to the end of its shutdown: see egress/Mutes.h.
-//
-// While a device has no filter (Attaching.h), its goodbyes are sent, but do not last: the daemon that runs on it
-// takes them back with its next frame.
+// Mutes speakers from their goodbye to the end of the shutdown: see egress/Mutes.h.
 #pragma once
 
 #include "egress/Mutes.h"
+#include "platform/gantry/Timer.h"
+#include "valend/kernel/LinkPort.h"
 #include "valend/speakers/Attaching.h"
-#include "valend/speakers/SpeakerPort.h"
+
+#include <map>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <vector>
 
 namespace Valend {
 
-class Muting final : public SpeakerPort {
+class Muting {
  public:
    // While valend lives, a mute that would end is renewed until this long from now.
    static constexpr std::chrono::milliseconds lease{ 1500 };
 
-   // Both must outlive this. Takes the callbacks of `attaching`.
-   Muting( Attaching & attaching, Quill::Ptr< Gantry::TaskScheduler > scheduler );
-   ~Muting() override;
-
-   std::string mute( LinkPlace const & place, std::vector< std::string_view > const & goodbyes,
-                     std::chrono::milliseconds time ) override;
-   std::vector< MutedSpeaker > unmute( LinkPlace const & place ) override;
-
-   // Speakers that are muted at this moment.
-   std::size_t muted() const noexcept;
-
- private:
    struct Speaker {
       Egress::Speaker id;
-      U64 heldBack = 0; // before the last renewal
+      std::string name; // who it is; empty if valend cannot tell
       bool muted = false;
+      U64 heldBack = 0; // before the last renewal
    };
+
+   explicit Muting( Quill::Ptr< Gantry::TaskScheduler > scheduler );
+   ~Muting();
+   Muting( Muting const & ) = delete;
+   Muting & operator=( Muting const & ) = delete;
+
+   // Call this before mute().
+   void mapIs( Valen::Linux::Fd mutes ) { mutes_.emplace( std::move( mutes ) ); }
+
+   // Whether a speaker of any of these goodbyes can be muted.
+   static bool anyCanBeMuted( std::vector< std::string_view > const & goodbyes );
+
+   // As SpeakerPort::mute().
+   std::string mute( LinkPlace const & place, FilteredDevice const & device,
+                     std::vector< std::string_view > const & goodbyes,
+                     std::chrono::milliseconds time );
+   // Ends that, and returns the speakers that were muted since the first mute().
+   std::vector< Speaker > unmute( LinkPlace const & place );
+   // The device has no filter any more.
+   void deviceLost( LinkPlace const & place );
+
+ private:
    struct Device {
       std::vector< Speaker > speakers;
       Egress::Mutes::Time until;
@@ -42,8 +57,7 @@ class Muting final : public SpeakerPort {
    void unmuteOn( Device & device );
    void renew();
 
-   Attaching & attaching_;
-   std::optional< Egress::Mutes > mutes_; // once a filter was loaded
+   std::optional< Egress::Mutes > mutes_;
    std::map< LinkPlace, Device > devices_;
    Gantry::Timer renewal_;
 };

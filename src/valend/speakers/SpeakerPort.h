@@ -1,5 +1,5 @@
-// What the link controller needs to know of the speakers on a device, the protocol daemons that send on it beside
-// valend. Implemented by Muting, and by a fake in tests. No function waits for the kernel.
+// What the link controller needs of the speakers on a device, the protocol daemons that send on it beside valend.
+// Implemented by Speakers, and by a fake in tests. No function waits for the kernel.
 #pragma once
 
 #include "platform/quill/Int.h"
@@ -15,7 +15,9 @@ namespace Valend {
 // A speaker that was muted.
 struct MutedSpeaker {
    std::string protocol; // "lldp", "vrrp"
+   std::string name;     // who it is: "virtual router 7 (IPv4)"; empty if valend cannot tell
    U64 heldBack = 0;     // its frames that were dropped meanwhile
+   bool greeted = false; // what it said last was sent again
    bool operator==( MutedSpeaker const & ) const = default;
 };
 
@@ -29,7 +31,8 @@ class SpeakerPort {
    virtual std::string mute( LinkPlace const & place, std::vector< std::string_view > const & goodbyes,
                              std::chrono::milliseconds time ) = 0;
    // Ends that. Returns the speakers that were muted since the first call of mute().
-   virtual std::vector< MutedSpeaker > unmute( LinkPlace const & place ) = 0;
+   //   greet   whether to send again what each said last, for the neighbors that its goodbye has made forget it
+   virtual std::vector< MutedSpeaker > unmute( LinkPlace const & place, bool greet ) = 0;
 };
 
 } // namespace Valend

@@ -1,0 +1,161 @@
+#include "valend/speakers/SpeakerTable.h"
+
+#include <algorithm>
+
+namespace Valend {
+
+using Derivation::Heard;
+using std::chrono::milliseconds;
+
+namespace {
+
+constexpr milliseconds shortest{ 100 };
+constexpr milliseconds longest{ std::chrono::hours( 24 ) };
+
+Gantry::Time expiryOf( SpeakerTable::Part const & part ) {
+   return part.at + std::clamp( part.heard.holdTime, shortest, longest );
+}
+
+Gantry::Time expiryOf( SpeakerTable::Speaker const & speaker ) {
+   auto earliest = Gantry::Time::max();
+   for ( auto const & [ name, part ] : speaker.parts ) {
+      earliest = std::min( earliest, expiryOf( part ) );
+   }
+   return earliest;
+}
+
+template < class Speakers > auto findIn( Speakers & speakers, Egress::Speaker const & id ) {
+   return std::find_if( speakers.begin(), speakers.end(),
+                        [ & ]( auto const & speaker ) { return speaker.id == id; } );
+}
+
+} // namespace
+
+SpeakerTable::Part const & SpeakerTable::Speaker::latest() const noexcept {
+   return std::max_element( parts.begin(), parts.end(),
+                            []( auto const & a, auto const & b ) {
+                               return a.second.at < b.second.at;
+                            } )
+      ->second;
+}
+
+bool SpeakerTable::heard( LinkPlace const & place, Egress::Speaker const & id, Heard const & heard,
+                          Gantry::Time now ) {
+   if ( heard.leaves ) {
+      return left( place, id );
+   }
+   auto & speakers = devices_[ place ];
+   bool const isNew = findIn( speakers, id ) == speakers.end();
+   auto & known = speaker( speakers, id );
+   auto const part = known.parts.find( heard.part );
+   if ( part == known.parts.end() && known.parts.size() >= mostParts ) {
+      known.parts.erase( std::min_element(
+         known.parts.begin(), known.parts.end(),
+         []( auto const & a, auto const & b ) { return a.second.at < b.second.at; } ) );
+   }
+   bool const changed =
+      part == known.parts.end() || part->second.heard.goodbye != heard.goodbye;
+   known.parts.insert_or_assign( heard.part, Part{ heard, now } );
+   if ( isNew ) {
+      due_.emplace( expiryOf( known ), Due{ place, id } );
+   }
+   return changed;
+}
+
+bool SpeakerTable::left( LinkPlace const & place, Egress::Speaker const & id ) {
+   auto const device = devices_.find( place );
+   if ( device == devices_.end() ) {
+      return false;
+   }
+   auto const speaker = findIn( device->second, id );
+   if ( speaker == device->second.end() ) {
+      return false;
+   }
+   device->second.erase( speaker ); // its entry in due_ is dropped when it is due
+   return true;
+}
+
+SpeakerTable::Speaker & SpeakerTable::speaker( Speakers & speakers, Egress::Speaker const & id ) {
+   auto const known = findIn( speakers, id );
+   if ( known != speakers.end() ) {
+      return *known;
+   }
+   makeRoom( speakers, id.kind );
+   return speakers.emplace_back( Speaker{ id, {} } );
+}
+
+void SpeakerTable::makeRoom( Speakers & speakers, U16 kind ) {
+   auto oldest = speakers.end();
+   std::size_t count = 0;
+   for ( auto speaker = speakers.begin(); speaker != speakers.end(); ++speaker ) {
+      if ( speaker->id.kind != kind ) {
+         continue;
+      }
+      ++count;
+      if ( oldest == speakers.end() || speaker->latest().at < oldest->latest().at ) {
+         oldest = speaker;
+      }
+   }
+   if ( count >= mostOfAProtocol ) {
+      ++counters_[ std::string( Egress::protocolOf( oldest->id ) ) ].madeRoom;
+      speakers.erase( oldest );
+   }
+}
+
+void SpeakerTable::malformed( Derivation::Malformed const & frame ) {
+   ++counters_[ frame.protocol ].malformed[ frame.reason ];
+}
+
+std::vector< LinkPlace > SpeakerTable::expire( Gantry::Time now ) {
+   std::vector< LinkPlace > changed;
+   while ( !due_.empty() && due_.begin()->first <= now ) {
+      auto due = due_.extract( due_.begin() );
+      auto const device = devices_.find( due.mapped().place );
+      if ( device == devices_.end() ) {
+         continue;
+      }
+      auto const speaker = findIn( device->second, due.mapped().id );
+      if ( speaker == device->second.end() ) {
+         continue;
+      }
+      auto const gone = std::erase_if(
+         speaker->parts, [ & ]( auto const & part ) { return expiryOf( part.second ) <= now; } );
+      if ( gone ) {
+         changed.push_back( device->first );
+      }
+      if ( speaker->parts.empty() ) {
+         device->second.erase( speaker );
+      } else {
+         due.key() = expiryOf( *speaker );
+         due_.insert( std::move( due ) );
+      }
+   }
+   return changed;
+}
+
+Gantry::Time SpeakerTable::nextExpiry() const noexcept {
+   return due_.empty() ? Gantry::Time::max() : due_.begin()->first;
+}
+
+SpeakerTable::Speakers const & SpeakerTable::known( LinkPlace const & place ) const noexcept {
+   static Speakers const none;
+   auto const device = devices_.find( place );
+   return device == devices_.end() ? none : device->second;
+}
+
+SpeakerTable::Speaker const * SpeakerTable::find( LinkPlace const & place,
+                                                  Egress::Speaker const & id ) const noexcept {
+   auto const & speakers = known( place );
+   auto const speaker = findIn( speakers, id );
+   return speaker == speakers.end() ? nullptr : &*speaker;
+}
+
+std::size_t SpeakerTable::count() const noexcept {
+   std::size_t count = 0;
+   for ( auto const & [ place, speakers ] : devices_ ) {
+      count += speakers.size();
+   }
+   return count;
+}
+
+} // namespace Valend

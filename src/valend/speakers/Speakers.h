@@ -1,0 +1,61 @@
+// The speakers on the devices of interfaces: what they said last, muting them, and sending again what they said.
+//
+// A filter at the egress of each device (Attaching.h) copies their frames, and drops them while they are muted. While
+// a device has none, its goodbyes are sent, but do not last: the daemon that runs on it takes them back with its next
+// frame; and nothing is learned there.
+#pragma once
+
+#include "egress/Copies.h"
+#include "linux/PacketEndpoint.h"
+#include "valend/speakers/Attaching.h"
+#include "valend/speakers/Greetings.h"
+#include "valend/speakers/Muting.h"
+#include "valend/speakers/SpeakerPort.h"
+#include "valend/speakers/SpeakerTable.h"
+
+namespace Valend {
+
+class Speakers final : public SpeakerPort, private Attaching::Observer {
+ public:
+   // Called from the loop when the goodbyes that can be learned on a device have changed.
+   using Changed = std::function< void( LinkPlace const & place ) >;
+
+   // All must outlive this. Raises the condition "mute" while a device has no filter.
+   Speakers( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsDirectories const & directories,
+             Attaching::IfIndexOf ifIndexOf, Conditions & conditions );
+   ~Speakers() override;
+
+   void changedIs( Changed changed ) { changed_ = std::move( changed ); }
+
+   // Which devices have filters.
+   Attaching & attaching() noexcept { return attaching_; }
+   Attaching const & attaching() const noexcept { return attaching_; }
+   SpeakerTable const & table() const noexcept { return table_; }
+   Egress::Lost lost() const noexcept { return copies_ ? copies_->lost() : Egress::Lost(); }
+
+   std::string mute( LinkPlace const & place, std::vector< std::string_view > const & goodbyes,
+                     std::chrono::milliseconds time ) override;
+   std::vector< MutedSpeaker > unmute( LinkPlace const & place, bool greet ) override;
+
+ private:
+   void loaded( Attaching::Maps maps ) override;
+   void attached( LinkPlace const & place, FilteredDevice const & device ) override;
+   void lost( LinkPlace const & place, FilteredDevice const & device ) override;
+
+   void read();
+   void take( Egress::Copy const & copy );
+   void expire();
+   void expireLater();
+
+   Valen::Linux::EventLoop & loop_;
+   Changed changed_ = []( auto const & ) {};
+   SpeakerTable table_;
+   Muting muting_;
+   Greetings greetings_;
+   std::optional< Egress::Copies > copies_; // once a filter was loaded
+   std::map< std::pair< U32, U32 >, LinkPlace > places_; // that have filters, by filter and index
+   Gantry::Timer expiry_;
+   Attaching attaching_;
+};
+
+} // namespace Valend
