@@ -4,7 +4,7 @@
 
 #include "valend/api/Users.h"
 #include "valend/report/StatusReport.h"
-#include "valend/shutdown/Places.h"
+#include "valend/kernel/Places.h"
 
 #include <charconv>
 #include <map>

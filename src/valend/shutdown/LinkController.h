@@ -11,7 +11,7 @@
 #include "valend/shutdown/Goodbye.h"
 #include "valend/shutdown/LinkTracker.h"
 #include "valend/shutdown/OnePerTurn.h"
-#include "valend/shutdown/Places.h"
+#include "valend/kernel/Places.h"
 #include "valend/shutdown/Recovery.h"
 #include "valend/shutdown/Repeats.h"
 #include "valend/shutdown/Shutdown.h"

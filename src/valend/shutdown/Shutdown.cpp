@@ -1,7 +1,7 @@
 #include "valend/shutdown/Shutdown.h"
 
 #include "platform/quill/Fault.h"
-#include "valend/shutdown/Places.h"
+#include "valend/kernel/Places.h"
 #include "valend/shutdown/Recovery.h"
 
 #include <cerrno>

@@ -1,6 +1,6 @@
 #include "valend/shutdown/ShutdownState.h"
 
-#include "valend/shutdown/Places.h"
+#include "valend/kernel/Places.h"
 #include "valend/shutdown/Recovery.h"
 
 namespace Valend {

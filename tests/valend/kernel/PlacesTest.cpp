@@ -1,4 +1,4 @@
-#include "valend/shutdown/Places.h"
+#include "valend/kernel/Places.h"
 
 #include <gtest/gtest.h>
 
