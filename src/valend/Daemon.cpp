@@ -226,13 +226,13 @@ std::string Daemon::capabilityError( Valen::Linux::NetNsUse use ) {
 Slices::Step Daemon::placesStep( PlanPtr const & plan ) {
    return [ this, plan, generation = ++generation_, last = std::string() ]() mutable {
       auto const & config = plan->config();
-      auto interface = config.interfaces.upper_bound( last );
-      for ( int left = 64; left > 0 && interface != config.interfaces.end(); --left ) {
-         last = interface->first;
-         speakers_.attaching().placeIs( placeOf( config, interface->second ), generation );
-         ++interface;
+      auto const interface = config.interfaces.upper_bound( last );
+      if ( interface == config.interfaces.end() ) {
+         return false;
       }
-      return interface != config.interfaces.end();
+      last = interface->first;
+      speakers_.attaching().placeIs( placeOf( config, interface->second ), generation );
+      return true;
    };
 }
 

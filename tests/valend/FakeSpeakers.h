@@ -1,4 +1,4 @@
-// Speakers as a test has them: each goodbye's first byte is its protocol.
+// Speakers as a test has them: the last byte of each goodbye is its protocol.
 #pragma once
 
 #include "valend/speakers/SpeakerPort.h"
@@ -18,7 +18,7 @@ class FakeSpeakers final : public SpeakerPort {
       std::string call = "mute " + place.netNs + "/" + place.device;
       auto & muted = muted_[ place ];
       for ( auto const & goodbye : goodbyes ) {
-         muted.push_back( { std::string( goodbye.substr( 0, 1 ) ), "", heldBack, false } );
+         muted.push_back( { std::string( goodbye.substr( goodbye.size() - 1 ) ), "", heldBack, false } );
          call += " " + muted.back().protocol;
       }
       calls.push_back( call + " for " + std::to_string( time.count() ) + " ms" );

@@ -17,7 +17,8 @@ class FrameSendingTest : public DaemonFixture {
    }
    ShutdownRecord send() {
       ShutdownRecord record;
-      sendFrames( InterfaceDelay( store, "Ethernet1" ), store, kernel, { "default", "et1" },
+      InterfaceDelay const delay( store, "Ethernet1" );
+      sendFrames( delay, queuedFrames( delay, store ), kernel, { "default", "et1" },
                   *clock.scheduler(), record );
       return record;
    }
@@ -63,7 +64,8 @@ TEST_F( FrameSendingTest, OnlyThisSendingIsCounted ) {
 
 TEST_F( FrameSendingTest, AnInterfaceWithoutFramesSendsNone ) {
    ShutdownRecord record;
-   sendFrames( InterfaceDelay( store, "Ethernet9" ), store, kernel, { "default", "et9" },
+   InterfaceDelay const delay( store, "Ethernet9" );
+   sendFrames( delay, queuedFrames( delay, store ), kernel, { "default", "et9" },
                *clock.scheduler(), record );
    EXPECT_EQ( record.sent, 0u );
    EXPECT_TRUE( record.agents.empty() );

@@ -178,7 +178,7 @@ TEST_F( LinkControllerTest, HistoryIsBounded ) {
 
 TEST_F( LinkControllerTest, DestroyingTheControllerChangesNoLink ) {
    {
-      LinkController other( store, feeder.config(), kernel, journal, conditions, clock.scheduler(),
+      LinkController other( store, feeder.config(), kernel, speakers, journal, conditions, clock.scheduler(),
                             work );
       other.shutdown( "Ethernet1", { "root" }, nullptr );
       turn();

@@ -76,7 +76,7 @@ TEST( ShutdownJsonTest, ARecordThatLacksAFieldIsAnError ) {
    for ( auto const & [ name, value ] : whole.items() ) {
       auto json = whole;
       json.erase( name );
-      if ( name == "count" ) { // see above
+      if ( name == "count" || name == "muted" || name == "notMuted" ) { // see above
          continue;
       }
       EXPECT_THROW( recordFromJson( json ), Json::exception ) << name;
