@@ -36,6 +36,10 @@ std::string delayText( std::optional< U16 > delay ) {
    return delay ? std::to_string( *delay ) + " ms" : "off";
 }
 
+std::string goodbyesText( std::optional< Goodbyes > const & goodbyes ) {
+   return goodbyes ? goodbyes->text() : "not set";
+}
+
 void interfaceChanges( Lines & lines, std::string const & name, InterfaceConfig const * before,
                        InterfaceConfig const * now ) {
    auto const head = "interface " + name + ": ";
@@ -53,6 +57,10 @@ void interfaceChanges( Lines & lines, std::string const & name, InterfaceConfig 
    if ( before->shutdownDelay != now->shutdownDelay ) {
       lines.push_back( head + "shutdown delay " +
                        ( now->shutdownDelay ? "supported" : "no longer supported" ) );
+   }
+   if ( before->goodbyes != now->goodbyes ) {
+      lines.push_back( changed( head + "goodbyes", goodbyesText( before->goodbyes ),
+                                goodbyesText( now->goodbyes ) ) );
    }
 }
 
@@ -86,6 +94,9 @@ Lines changesBetween( Config const & before, Config const & next ) {
    if ( before.shutdownDelayMs != next.shutdownDelayMs ) {
       lines.push_back( changed( "shutdown delay", delayText( before.shutdownDelayMs ),
                                 delayText( next.shutdownDelayMs ) ) );
+   }
+   if ( before.goodbyes != next.goodbyes ) {
+      lines.push_back( changed( "goodbyes", before.goodbyes.text(), next.goodbyes.text() ) );
    }
    compare( before.vrfs, next.vrfs, [ & ]( auto const & vrf, auto const * old, auto const * now ) {
       auto const head = "VRF " + vrf + ": ";

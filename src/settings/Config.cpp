@@ -17,6 +17,15 @@ bool Config::hasFrames( std::string const & interface ) const {
                        [ & ]( auto const & agent ) { return agent.second.contains( interface ); } );
 }
 
+Goodbyes const & Config::goodbyesOf( std::string const & interface ) const {
+   static Goodbyes const none;
+   auto const found = interfaces.find( interface );
+   if ( found == interfaces.end() ) {
+      return none;
+   }
+   return found->second.goodbyes ? *found->second.goodbyes : goodbyes;
+}
+
 std::string Config::summary() const {
    return counted( interfaces.size(), "interface" ) + ", " + counted( vrfs.size() + 1, "VRF" ) +
           ", " + counted( agents.size(), "agent" );

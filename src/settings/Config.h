@@ -3,6 +3,7 @@
 
 #include "platform/quill/Int.h"
 #include "settings/Frames.h"
+#include "settings/Goodbyes.h"
 #include "settings/ProcessSettings.h"
 
 #include <map>
@@ -16,9 +17,10 @@ inline constexpr char const * defaultVrf = "default";
 
 struct InterfaceConfig {
    std::string name;
-   std::string device;        // the kernel device that carries it
-   std::string vrf;           // a configured VRF, or "default"
-   bool shutdownDelay = true; // whether its shutdown may be delayed
+   std::string device;                      // the kernel device that carries it
+   std::string vrf;                         // a configured VRF, or "default"
+   bool shutdownDelay = true;               // whether its shutdown may be delayed
+   std::optional< Goodbyes > goodbyes = {}; // nothing: those of all interfaces
    bool operator==( InterfaceConfig const & ) const = default;
 };
 
@@ -26,6 +28,7 @@ struct InterfaceConfig {
 // share a namespace, no device of a VRF carries two interfaces.
 struct Config {
    std::optional< U16 > shutdownDelayMs;                // nothing: the delay is disabled
+   Goodbyes goodbyes;                                   // of interfaces without their own
    std::map< std::string, std::string > vrfs;           // name to namespace
    std::map< std::string, InterfaceConfig > interfaces; // by name
    std::map< std::string, std::map< std::string, Frames > > agents; // by agent, then interface
@@ -36,6 +39,8 @@ struct Config {
    std::string const & netNsOf( std::string const & vrf ) const;
    // Whether any agent has frames for the interface.
    bool hasFrames( std::string const & interface ) const;
+   // The goodbyes that valend learns on the interface; none if it is not configured.
+   Goodbyes const & goodbyesOf( std::string const & interface ) const;
    // "3 interfaces, 2 VRFs, 2 agents", the default VRF counted.
    std::string summary() const;
 };

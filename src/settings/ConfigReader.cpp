@@ -3,8 +3,8 @@
 #include "platform/corvid/NamespaceName.h"
 #include "platform/quill/Printable.h"
 #include "settings/FrameText.h"
+#include "settings/GoodbyesReader.h"
 #include "settings/Limits.h"
-#include "settings/YamlReader.h"
 #include "types/L3Types.h"
 
 #include <charconv>
@@ -18,10 +18,6 @@ constexpr std::size_t maxDeviceBytes = 15; // the kernel's IFNAMSIZ without the 
 constexpr std::size_t maxInterfaceBytes = 255;
 constexpr std::size_t maxAgentBytes = 255;
 
-std::string quoted( std::string const & text ) {
-   return "\"" + Quill::printable( text ) + "\"";
-}
-
 std::string directoryOf( std::string const & file ) {
    auto const slash = file.rfind( '/' );
    return slash == std::string::npos ? std::string() : file.substr( 0, slash + 1 );
@@ -29,7 +25,7 @@ std::string directoryOf( std::string const & file ) {
 
 // Reads all files once. A section is read after those that it refers to, whatever their order in the
 // files.
-class ConfigReader : private YamlReader {
+class ConfigReader : private GoodbyesReader {
  public:
    ConfigResult read( std::vector< ConfigText > const & texts ) {
       for ( auto const & text : texts ) {
@@ -74,6 +70,10 @@ class ConfigReader : private YamlReader {
       std::vector< Key > keys{
          once( "shutdown-delay-ms", "shutdown-delay-ms",
                [ this ]( auto const & node, auto const & value ) { readDelay( node, value ); } ),
+         unique( "goodbyes", "goodbyes",
+                 [ this ]( auto const & node ) {
+                    config_.goodbyes = goodbyesAt( node ).value_or( Goodbyes() );
+                 } ),
          { "vrfs", later( vrfs_ ) },
          { "interfaces", later( interfaces_ ) },
          { "agents", later( agents_ ) } };
@@ -121,20 +121,28 @@ class ConfigReader : private YamlReader {
       }
    }
 
-   // A setting, which has one value in all files together; `name` is its full name.
-   Key once( std::string key, std::string name,
-             std::function< void( YAML::Node const & node, std::string const & value ) > reader ) {
+   // What is given once in all files together; `name` is its full name.
+   Key unique( std::string key, std::string name, Handler reader ) {
       return { std::move( key ), [ this, name = std::move( name ),
                                    reader = std::move( reader ) ]( auto const & node ) {
                  auto const [ first, added ] = sources_.settings.emplace( name, placeOf( node ) );
                  if ( !added ) {
-                    duplicate( node, name, first->second );
-                 } else if ( node.IsScalar() || node.IsNull() ) {
-                    reader( node, scalar( node, name ) );
-                 } else {
-                    scalar( node, name ); // reports the error
+                    return duplicate( node, name, first->second );
                  }
+                 reader( node );
               } };
+   }
+
+   // The same, with a single value.
+   Key once( std::string key, std::string const & name,
+             std::function< void( YAML::Node const & node, std::string const & value ) > reader ) {
+      return unique( std::move( key ), name,
+                     [ this, name, reader = std::move( reader ) ]( auto const & node ) {
+                        auto const value = scalar( node, name ); // reports what is not a single one
+                        if ( node.IsScalar() || node.IsNull() ) {
+                           reader( node, value );
+                        }
+                     } );
    }
 
    void duplicate( YAML::Node const & node, std::string const & what, Place const & first ) {
@@ -212,9 +220,12 @@ class ConfigReader : private YamlReader {
                { { "name", [ & ]( auto const & value ) { name.reset( value ); } },
                  { "device", [ & ]( auto const & value ) { device.reset( value ); } },
                  { "vrf", [ & ]( auto const & value ) { vrf.reset( value ); } },
-                 { "shutdown-delay", [ & ]( auto const & value ) {
-                     interface.shutdownDelay = truth( value, "shutdown-delay" );
-                  } } } );
+                 { "shutdown-delay",
+                   [ & ]( auto const & value ) {
+                      interface.shutdownDelay = truth( value, "shutdown-delay" );
+                   } },
+                 { "goodbyes",
+                   [ & ]( auto const & value ) { interface.goodbyes = goodbyesAt( value ); } } } );
       auto const ownName = requiredName( node, name, { "interface", "name", maxInterfaceBytes } );
       if ( !ownName ) {
          return;
@@ -271,6 +282,11 @@ class ConfigReader : private YamlReader {
       auto const agent = requiredName( node, name, { "agent", "name", maxAgentBytes } );
       if ( !agent ) {
          return;
+      }
+      if ( agent->starts_with( learnedAgents ) ) {
+         return error( name, "agent " + quoted( *agent ) + ": names that begin with " +
+                                quoted( std::string( learnedAgents ) ) +
+                                " are reserved for what valend learns; use another name" );
       }
       auto const [ first, added ] = agentsOfFile_.emplace( std::pair( file(), *agent ), name );
       if ( !added ) {

@@ -65,6 +65,9 @@ std::string yamlOf( Config const & config ) {
    if ( config.shutdownDelayMs ) {
       text += "shutdown-delay-ms: " + std::to_string( *config.shutdownDelayMs ) + "\n";
    }
+   if ( config.goodbyes.any() ) {
+      text += "goodbyes: " + config.goodbyes.text() + "\n";
+   }
    text += "vrfs:\n";
    for ( auto const & [ name, netNs ] : config.vrfs ) {
       text += "- {name: " + quoted( name ) + ", namespace: " + quoted( netNs ) + "}\n";
@@ -73,7 +76,8 @@ std::string yamlOf( Config const & config ) {
    for ( auto const & [ name, interface ] : config.interfaces ) {
       text += "- {name: " + quoted( name ) + ", device: " + quoted( interface.device ) +
               ", vrf: " + quoted( interface.vrf ) +
-              ", shutdown-delay: " + ( interface.shutdownDelay ? "true" : "false" ) + "}\n";
+              ", shutdown-delay: " + ( interface.shutdownDelay ? "true" : "false" ) +
+              ( interface.goodbyes ? ", goodbyes: " + interface.goodbyes->text() : "" ) + "}\n";
    }
    text += "agents:\n";
    for ( auto const & [ agent, messages ] : config.agents ) {

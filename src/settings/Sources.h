@@ -22,7 +22,7 @@ struct Sources {
    using Places = std::map< std::string, Place >;
 
    std::vector< std::string > files; // in the order in which they were read
-   Places settings;                  // "shutdown-delay-ms", "socket", "trace.levels" ...
+   Places settings;                  // "shutdown-delay-ms", "goodbyes", "trace.levels" ...
    Places vrfs;
    Places interfaces;
    Places agents;                            // where each is named first

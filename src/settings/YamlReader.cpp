@@ -12,15 +12,6 @@ namespace Settings {
 
 namespace {
 
-std::string listed( std::vector< std::string > const & names ) {
-   std::string text;
-   for ( std::size_t i = 0; i < names.size(); ++i ) {
-      text += i == 0 ? "" : i + 1 == names.size() ? " or " : ", ";
-      text += "\"" + names[ i ] + "\"";
-   }
-   return text;
-}
-
 // One after the other, as they are listed.
 auto order( std::size_t file, Place const & place ) {
    return std::tuple( file, place.line, place.column );
@@ -181,6 +172,19 @@ std::optional< std::string > YamlReader::requiredName( YAML::Node const & parent
       return name;
    }
    return std::nullopt;
+}
+
+std::string YamlReader::quoted( std::string const & text ) {
+   return "\"" + Quill::printable( text ) + "\"";
+}
+
+std::string YamlReader::listed( std::vector< std::string > const & names ) {
+   std::string text;
+   for ( std::size_t i = 0; i < names.size(); ++i ) {
+      text += i == 0 ? "" : i + 1 == names.size() ? " or " : ", ";
+      text += "\"" + names[ i ] + "\"";
+   }
+   return text;
 }
 
 std::string YamlReader::firstDefinedAt( Place const & place ) {

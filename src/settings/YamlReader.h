@@ -58,6 +58,10 @@ class YamlReader {
    std::optional< std::string > requiredName( YAML::Node const & parent, YAML::Node const & node,
                                               NameKey const & nameKey );
 
+   // In quotes, and printable.
+   static std::string quoted( std::string const & text );
+   // "\"a\", \"b\" or \"c\"": what an error expects.
+   static std::string listed( std::vector< std::string > const & names );
    // " (first defined at valen.yaml:3:1)"
    static std::string firstDefinedAt( Place const & place );
 

@@ -146,7 +146,8 @@ NetNsDirectories Daemon::netNsDirectoriesOf( Settings::ProcessConfig const & pro
 std::vector< Publications::Message > Daemon::publishedMessages() {
    std::vector< Publications::Message > messages;
    for ( auto const & [ agent, interface, frames ] : publishedFile_.read() ) {
-      messages.push_back( { agent, interface, frames, Publications::Lifetime::kept, 0 } );
+      messages.push_back(
+         { agent, interface, frames, Publications::Lifetime::kept, Publications::self } );
    }
    return messages;
 }

@@ -8,17 +8,12 @@
 #include "goodbye/RouterAdvertisement.h"
 #include "goodbye/SlowProtocols.h"
 #include "goodbye/Vrrp.h"
+#include "settings/Goodbyes.h"
 
 #include <algorithm>
-#include <cstring>
-#include <gtest/gtest.h>
+#include <gmock/gmock.h>
 #include <map>
 #include <random>
-
-// As the kernel compares them.
-static bool operator==( egress_speaker const & a, egress_speaker const & b ) {
-   return std::memcmp( &a, &b, sizeof a ) == 0;
-}
 
 namespace Egress {
 
@@ -89,6 +84,15 @@ TEST( SpeakerTest, EachGoodbyeIsOfItsProtocol ) {
       EXPECT_EQ( speaker->ifindex, 4 );
       EXPECT_EQ( speaker->vlan, 0 );
    }
+}
+
+TEST( SpeakerTest, TheProtocolsAreThoseOfTheConfiguration ) {
+   std::vector< std::string_view > protocols;
+   Speaker speaker{};
+   for ( speaker.kind = EGRESS_NO_KIND + 1; speaker.kind < EGRESS_KINDS; ++speaker.kind ) {
+      protocols.push_back( protocolOf( speaker ) );
+   }
+   EXPECT_THAT( protocols, ::testing::ElementsAreArray( Settings::goodbyeProtocols ) );
 }
 
 TEST( SpeakerTest, ATaggedFrameIsOfTheSameProtocol ) {

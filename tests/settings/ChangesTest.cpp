@@ -63,6 +63,22 @@ TEST( ChangesTest, EachPropertyOfAnInterfaceIsALine ) {
    EXPECT_EQ( supported[ 2 ], "interface et1: shutdown delay supported" );
 }
 
+TEST( ChangesTest, GoodbyesAreReportedAsTheyAreWritten ) {
+   auto const before = someConfig();
+   auto next = before;
+   next.goodbyes = Goodbyes::learned();
+   next.interfaces.at( "et1" ).goodbyes = Goodbyes();
+   next.interfaces.at( "et2" ).goodbyes = Goodbyes::of( { "ra", "lldp" } );
+   EXPECT_THAT( changesBetween( before, next ),
+                ElementsAre( "goodbyes learned, was off",
+                             "interface et1: goodbyes off, was not set",
+                             "interface et2: goodbyes [lldp, ra], was not set" ) );
+   EXPECT_THAT( changesBetween( next, before ),
+                ElementsAre( "goodbyes off, was learned",
+                             "interface et1: goodbyes not set, was off",
+                             "interface et2: goodbyes not set, was [lldp, ra]" ) );
+}
+
 TEST( ChangesTest, MessagesAreReportedByInterfaceAndAgent ) {
    auto next = someConfig();
    next.agents[ "lldp" ][ "et1" ] = { "changed" };

@@ -23,12 +23,13 @@ std::vector< std::string > errorsOf( std::string const & text ) {
 TEST( ConfigReaderTest, AWholeConfigurationIsRead ) {
    auto const result = parseConfig( R"(
 shutdown-delay-ms: 1500
+goodbyes: learned
 vrfs:
   - {name: red, namespace: ns-red}
 interfaces:
   - name: Ethernet1
   - {name: Ethernet3/1, device: et31, vrf: red, shutdown-delay: false}
-  - {name: Ethernet2, vrf: default}
+  - {name: Ethernet2, vrf: default, goodbyes: [vrrp, lldp]}
 agents:
   - name: lldp
     messages:
@@ -54,6 +55,10 @@ trace: {levels: ConfigSm/0, file: /tmp/f, ring: /tmp/r}
               ( InterfaceConfig{ "Ethernet1", "Ethernet1", "default", true } ) );
    EXPECT_EQ( config.interfaces.at( "Ethernet3/1" ),
               ( InterfaceConfig{ "Ethernet3/1", "et31", "red", false } ) );
+   EXPECT_EQ( config.interfaces.at( "Ethernet2" ),
+              ( InterfaceConfig{ "Ethernet2", "Ethernet2", "default", true,
+                                 Goodbyes::of( { "lldp", "vrrp" } ) } ) );
+   EXPECT_EQ( config.goodbyes, Goodbyes::learned() );
    ASSERT_EQ( config.agents.size(), 2u );
    auto const & lldp = config.agents.at( "lldp" );
    ASSERT_EQ( lldp.at( "Ethernet1" ).size(), 2u );
@@ -93,15 +98,16 @@ interfaces:
 shutdown-delay-ms: 65536
 color: blue
 )" ),
-      ElementsAre( "f:4:7: unknown interface \"Ethernet9\"; expected one of \"interfaces\"",
-                   "f:5:19: frame of 2 bytes; expected at least 14, an Ethernet header",
-                   "f:5:25: \"z\" at character 1 of the frame; expected hexadecimal digits",
-                   "f:7:28: unknown VRF \"blue\"; expected \"default\" or one of \"vrfs\"",
-                   "f:8:20: shutdown-delay-ms is \"65536\"; expected milliseconds from 0 to 65535",
-                   "f:9:1: unknown key \"color\" in the configuration; expected "
-                   "\"shutdown-delay-ms\", \"vrfs\", \"interfaces\", \"agents\", \"socket\", "
-                   "\"netns-directory\", \"state-directory\", \"max-shutdown-delay-ms\", "
-                   "\"metrics-file\" or \"trace\"" ) );
+      ElementsAre(
+         "f:4:7: unknown interface \"Ethernet9\"; expected one of \"interfaces\"",
+         "f:5:19: frame of 2 bytes; expected at least 14, an Ethernet header",
+         "f:5:25: \"z\" at character 1 of the frame; expected hexadecimal digits",
+         "f:7:28: unknown VRF \"blue\"; expected \"default\" or one of \"vrfs\"",
+         "f:8:20: shutdown-delay-ms is \"65536\"; expected milliseconds from 0 to 65535",
+         "f:9:1: unknown key \"color\" in the configuration; expected "
+         "\"shutdown-delay-ms\", \"goodbyes\", \"vrfs\", \"interfaces\", \"agents\", \"socket\", "
+         "\"netns-directory\", \"state-directory\", \"max-shutdown-delay-ms\", "
+         "\"metrics-file\" or \"trace\"" ) );
 }
 
 TEST( ConfigReaderTest, TheDelayIsMillisecondsInSixteenBits ) {
@@ -117,13 +123,92 @@ TEST( ConfigReaderTest, TheDelayIsMillisecondsInSixteenBits ) {
                 ElementsAre( "f:1:20: shutdown-delay-ms must be a single value" ) );
 }
 
+std::string const noGoodbyes = "; expected learned, off or a list of protocols, such as [lldp, ra]";
+
+TEST( ConfigReaderTest, GoodbyesAreAllNoneOrAListOfProtocols ) {
+   auto const goodbyes = []( std::string const & text ) {
+      auto const result = parseConfig( "goodbyes: " + text, "f" );
+      EXPECT_TRUE( result.errors.empty() ) << text;
+      return result.config.goodbyes;
+   };
+   EXPECT_EQ( goodbyes( "learned" ), Goodbyes::learned() );
+   EXPECT_EQ( goodbyes( "off" ), Goodbyes() );
+   EXPECT_EQ( goodbyes( "[ra, lldp]" ), Goodbyes::of( { "lldp", "ra" } ) );
+   std::string all;
+   for ( auto const protocol : goodbyeProtocols ) {
+      all += ( all.empty() ? "" : ", " ) + std::string( protocol );
+   }
+   auto const every = goodbyes( "[" + all + "]" );
+   for ( auto const protocol : goodbyeProtocols ) {
+      EXPECT_TRUE( every.has( std::string( protocol ) ) ) << protocol;
+      EXPECT_TRUE( Goodbyes::learned().has( std::string( protocol ) ) ) << protocol;
+      EXPECT_FALSE( Goodbyes().has( std::string( protocol ) ) ) << protocol;
+   }
+   EXPECT_TRUE( goodbyes( "[lldp]" ).any() && Goodbyes::learned().any() && !Goodbyes().any() );
+   EXPECT_FALSE( goodbyes( "[lldp]" ).has( "ra" ) );
+}
+
+TEST( ConfigReaderTest, TheGoodbyesOfAnInterfaceOverrideThoseOfAll ) {
+   auto const config = parseConfig( "interfaces: [{name: a}, {name: b, goodbyes: off}, "
+                                    "{name: c, goodbyes: [lldp]}]\ngoodbyes: learned",
+                                    "f" )
+                          .config;
+   EXPECT_EQ( config.goodbyesOf( "a" ), Goodbyes::learned() );
+   EXPECT_EQ( config.goodbyesOf( "b" ), Goodbyes() );
+   EXPECT_EQ( config.goodbyesOf( "c" ), Goodbyes::of( { "lldp" } ) );
+   EXPECT_EQ( config.goodbyesOf( "d" ), Goodbyes() ) << "it is not configured";
+   EXPECT_EQ( config.interfaces.at( "a" ).goodbyes, std::nullopt );
+}
+
+TEST( ConfigReaderTest, GoodbyesOfAnotherShapeAreErrors ) {
+   for ( std::string const bad : { "lldp", "on", "true", "Learned", "OFF", "\"\"" } ) {
+      auto const shown = bad == "\"\"" ? "" : bad;
+      EXPECT_THAT( errorsOf( "goodbyes: " + bad ),
+                   ElementsAre( "f:1:11: goodbyes is \"" + shown + "\"" + noGoodbyes ) );
+   }
+   EXPECT_THAT( errorsOf( "goodbyes: false" ),
+                ElementsAre( "f:1:11: goodbyes is \"false\"; write off instead" ) );
+   EXPECT_THAT( errorsOf( "goodbyes: ~" ), ElementsAre( "f:1:11: goodbyes is \"\"" + noGoodbyes ) );
+   EXPECT_THAT( errorsOf( "goodbyes: {lldp: learned}" ),
+                ElementsAre( "f:1:11: goodbyes is a mapping" + noGoodbyes ) );
+   EXPECT_THAT( errorsOf( "interfaces: [{name: a, goodbyes: [lldp, ra}" ).size(), 1u );
+   EXPECT_THAT( errorsOf( "interfaces: [{name: a, goodbyes: no}]" ),
+                ElementsAre( "f:1:34: goodbyes is \"no\"" + noGoodbyes ) );
+}
+
+TEST( ConfigReaderTest, EachProtocolOfAListOfGoodbyesIsChecked ) {
+   std::string const expected =
+      "; expected \"lldp\", \"ra\", \"vrrp\", \"ospf\", \"ospfv3\", \"bfd\", \"pim\", \"lacp\", "
+      "\"rip\", \"ripng\", \"isis\", \"eigrp\", \"mdns\", \"igmp\", \"mld\", \"cdp\", \"hsrp\" or "
+      "\"oam\"";
+   EXPECT_THAT( errorsOf( "goodbyes: [lldp, LLDP, [ra], off, ra, lldp, ~]" ),
+                ElementsAre( "f:1:18: unknown protocol \"LLDP\"" + expected,
+                             "f:1:24: a protocol of goodbyes must be a single value",
+                             "f:1:30: unknown protocol \"off\"" + expected,
+                             "f:1:39: duplicate protocol \"lldp\" (first defined at f:1:12)",
+                             "f:1:45: unknown protocol \"\"" + expected ) );
+   EXPECT_THAT( errorsOf( "goodbyes: []" ),
+                ElementsAre( "f:1:11: goodbyes has 0 protocols; expected 1 to 18, or off" ) );
+   EXPECT_THAT(
+      errorsOf( "interfaces:\n- name: a\n  goodbyes: [a, a, a, a, a, a, a, a, a, a, a, a, "
+                "a, a, a, a, a, a, a]" ),
+      ElementsAre( "f:3:13: goodbyes has 19 protocols; expected 1 to 18, or off" ) );
+}
+
+TEST( ConfigReaderTest, NamesOfAgentsThatBeginAsThoseOfLearnedGoodbyesAreReserved ) {
+   EXPECT_THAT(
+      errorsOf( "agents: [{name: learned-lldp}, {name: learned}, {name: unlearned-x}]" ),
+      ElementsAre( "f:1:17: agent \"learned-lldp\": names that begin with \"learned-\" are "
+                   "reserved for what valend learns; use another name" ) );
+}
+
 TEST( ConfigReaderTest, UnknownKeysAreErrorsInEveryMapping ) {
    EXPECT_THAT( errorsOf( "vrfs: [{name: a, namespace: b, x: 1}]" ),
                 ElementsAre( "f:1:32: unknown key \"x\" in a VRF; expected \"name\" or "
                              "\"namespace\"" ) );
    EXPECT_THAT( errorsOf( "interfaces: [{name: a, x: 1}]" ),
                 ElementsAre( "f:1:24: unknown key \"x\" in an interface; expected \"name\", "
-                             "\"device\", \"vrf\" or \"shutdown-delay\"" ) );
+                             "\"device\", \"vrf\", \"shutdown-delay\" or \"goodbyes\"" ) );
    EXPECT_THAT( errorsOf( "agents: [{name: a, x: 1}]" ),
                 ElementsAre( "f:1:20: unknown key \"x\" in an agent; expected \"name\" or "
                              "\"messages\"" ) );

@@ -27,10 +27,13 @@ Config configOf( std::string const & text ) {
 
 TEST( ConfigWriterTest, EverythingIsWritten ) {
    auto const config = configOf( "shutdown-delay-ms: 65535\n"
+                                 "goodbyes: [ra, lldp]\n"
                                  "vrfs: [{name: red, namespace: ns-red}]\n"
                                  "interfaces:\n"
                                  "- {name: Ethernet1, device: et1, vrf: red}\n"
-                                 "- {name: Ethernet2, shutdown-delay: false}\n"
+                                 "- {name: Ethernet2, shutdown-delay: false, goodbyes: learned}\n"
+                                 "- {name: Ethernet3, goodbyes: off}\n"
+                                 "- {name: Ethernet4, goodbyes: [bfd]}\n"
                                  "agents:\n"
                                  "- name: lldp\n"
                                  "  messages:\n"
@@ -49,6 +52,8 @@ TEST( ConfigWriterTest, EverythingIsWritten ) {
       bool const inFiles = setting.source != SettingSource::commandLine;
       EXPECT_EQ( config.process.given( setting ).has_value(), inFiles ) << setting.name;
    }
+   EXPECT_TRUE( config.goodbyes.any() );
+   EXPECT_TRUE( config.interfaces.at( "Ethernet3" ).goodbyes );
    EXPECT_EQ( rereadOf( config ), config );
 }
 

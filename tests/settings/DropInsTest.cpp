@@ -152,22 +152,35 @@ TEST_F( DropInsTest, ADuplicateInAnotherFileNamesBothPlaces ) {
          "conf.d/a.yaml:5:20: duplicate shutdown-delay-ms (first defined at valen.yaml:1:20)" ) );
 }
 
+TEST_F( DropInsTest, GoodbyesForAllInterfacesAreGivenInOneFile ) {
+   directory.write( "valen.yaml", "interfaces: [{name: et1}, {name: et2, goodbyes: off}]\n" );
+   directory.write( "conf.d/a.yaml", "goodbyes: [lldp]" );
+   EXPECT_THAT( errors(), IsEmpty() );
+   EXPECT_EQ( read().config.goodbyesOf( "et1" ), Goodbyes::of( { "lldp" } ) );
+   EXPECT_EQ( read().config.goodbyesOf( "et2" ), Goodbyes() );
+   EXPECT_EQ( place( read().sources.settings.at( "goodbyes" ) ), "conf.d/a.yaml:1:11" );
+   directory.write( "conf.d/b.yaml", "goodbyes: off" );
+   EXPECT_THAT( errors(), ElementsAre( "conf.d/b.yaml:1:11: duplicate goodbyes (first defined at "
+                                       "conf.d/a.yaml:1:11)" ) );
+}
+
 TEST_F( DropInsTest, AllErrorsOfAllFilesAreListedFileByFile ) {
    directory.write( "valen.yaml", "color: blue\nshutdown-delay-ms: x\n" );
    directory.write( "conf.d/b.yaml", "interfaces: [{name: et1, vrf: nowhere}]" );
    directory.write( "conf.d/a.yaml", "agents: [{name: a, messages: {et9: [00]}}]" );
    EXPECT_THAT(
       errors(),
-      ElementsAre( "valen.yaml:1:1: unknown key \"color\" in the configuration; expected "
-                   "\"shutdown-delay-ms\", \"vrfs\", \"interfaces\", \"agents\", \"socket\", "
-                   "\"netns-directory\", \"state-directory\", \"max-shutdown-delay-ms\", "
-                   "\"metrics-file\" or \"trace\"",
-                   "valen.yaml:2:20: shutdown-delay-ms is \"x\"; expected milliseconds from 0 to "
-                   "65535",
-                   "conf.d/a.yaml:1:31: unknown interface \"et9\"; expected one of \"interfaces\"",
-                   "conf.d/a.yaml:1:37: frame of 1 byte; expected at least 14, an Ethernet header",
-                   "conf.d/b.yaml:1:31: unknown VRF \"nowhere\"; expected \"default\" or one of "
-                   "\"vrfs\"" ) );
+      ElementsAre(
+         "valen.yaml:1:1: unknown key \"color\" in the configuration; expected "
+         "\"shutdown-delay-ms\", \"goodbyes\", \"vrfs\", \"interfaces\", \"agents\", \"socket\", "
+         "\"netns-directory\", \"state-directory\", \"max-shutdown-delay-ms\", "
+         "\"metrics-file\" or \"trace\"",
+         "valen.yaml:2:20: shutdown-delay-ms is \"x\"; expected milliseconds from 0 to "
+         "65535",
+         "conf.d/a.yaml:1:31: unknown interface \"et9\"; expected one of \"interfaces\"",
+         "conf.d/a.yaml:1:37: frame of 1 byte; expected at least 14, an Ethernet header",
+         "conf.d/b.yaml:1:31: unknown VRF \"nowhere\"; expected \"default\" or one of "
+         "\"vrfs\"" ) );
 }
 
 TEST_F( DropInsTest, NamesThatAnUnreadableFileMayDefineAreNotReported ) {

@@ -98,6 +98,25 @@ TEST( SchemaTest, TheLimitsAreThoseOfTheReader ) {
    }
 }
 
+TEST( SchemaTest, TheGoodbyesAreThoseOfTheReader ) {
+   auto const whole = schema();
+   auto const & values = whole.at( "$defs" ).at( "goodbyes" ).at( "anyOf" );
+   auto const reads = []( std::string const & value ) {
+      return parseConfig( "goodbyes: " + value, "f" ).errors.empty();
+   };
+   for ( auto const & value : values.at( 0 ).at( "enum" ) ) {
+      EXPECT_TRUE( reads( value.get< std::string >() ) ) << value;
+   }
+   auto const protocols = values.at( 1 ).at( "items" ).at( "enum" );
+   EXPECT_EQ( protocols, Json( goodbyeProtocols ) );
+   EXPECT_EQ( values.at( 1 ).at( "minItems" ), 1 );
+   EXPECT_EQ( values.at( 1 ).at( "uniqueItems" ), true );
+   for ( auto const & properties :
+         { whole.at( "properties" ), whole.at( "$defs" ).at( "interface" ).at( "properties" ) } ) {
+      EXPECT_EQ( properties.at( "goodbyes" ).at( "$ref" ), "#/$defs/goodbyes" );
+   }
+}
+
 // The names of all settings in the schema: "socket", "trace.file". What has a "$ref", and the delay, are
 // not settings of the process.
 std::map< std::string, Json > settingsOf( Json const & properties,

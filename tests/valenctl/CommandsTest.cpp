@@ -182,6 +182,7 @@ TEST_F( CommandsTest, CompletionAsksTheDaemonForNames ) {
    };
    daemon.answers( "ListMessages", { { { "messages",
                                          { queued( "lldp", "Ethernet1", "configuration" ),
+                                           queued( "learned-ra", "Ethernet1", "learned" ),
                                            queued( "bgp", "Ethernet1", "kept" ),
                                            queued( "bgp", "Vlan7", "connection" ) } } } } );
    auto const complete = [ & ]( Words words ) {

@@ -28,9 +28,13 @@ std::string settingValue( Json const & setting ) {
 }
 
 std::string interfaceValue( Json const & interface ) {
-   auto const text =
+   auto text =
       "device " + textField( interface, "device" ) + ", VRF " + textField( interface, "vrf" );
-   return flagField( interface, "shutdownDelay" ) ? text : text + ", no shutdown delay";
+   if ( !flagField( interface, "shutdownDelay" ) ) {
+      text += ", no shutdown delay";
+   }
+   auto const goodbyes = anyField( interface, "goodbyes" );
+   return goodbyes.is_string() ? text + ", goodbyes " + goodbyes.get< std::string >() : text;
 }
 
 std::string framesValue( Json const & messages ) {

@@ -13,13 +13,14 @@ std::vector< Method > FrameMethods::methods() {
 
 void FrameMethods::publish( Call const & call, std::string const & agent,
                             std::string const & interface,
-                            std::vector< std::string > const & frames,
-                            Publications::Lifetime lifetime ) {
+                            std::vector< std::string > const & frames, Lifetime asked ) {
    Settings::FrameList list;
    for ( auto const & hex : frames ) {
       list.push_back( Publications::frameOf( hex, list.size() + 1 ) );
    }
-   if ( lifetime == Publications::Lifetime::connection && !call->mayLast() ) {
+   auto const lifetime =
+      asked == Lifetime::kept ? Publications::Lifetime::kept : Publications::Lifetime::connection;
+   if ( asked == Lifetime::connection && !call->mayLast() ) {
       throw Errors::tooManyClients();
    }
    parts_.publications.publish( { agent, interface, std::move( list ), lifetime, call->client() } );

@@ -20,8 +20,15 @@ class FrameMethods final : public MethodGroup {
    void clientGone( U64 client ) override { parts_.publications.clientGone( client ); }
 
  private:
+   // What a client may publish with, of Publications::Lifetime.
+   enum class Lifetime : U8 { kept, connection };
+   friend constexpr auto enumTexts( Lifetime ) {
+      return std::to_array< EnumText< Lifetime > >(
+         { { Lifetime::kept, "kept" }, { Lifetime::connection, "connection" } } );
+   }
+
    void publish( Call const & call, std::string const & agent, std::string const & interface,
-                 std::vector< std::string > const & frames, Publications::Lifetime lifetime );
+                 std::vector< std::string > const & frames, Lifetime asked );
    void withdraw( Call const & call, std::string const & agent, std::string const & interface );
    void listMessages( Call const & call, std::optional< std::string > const & interface );
    SlowAnswer::Part allMessages() const;

@@ -62,6 +62,12 @@ Refusal badAgentName( std::size_t maxBytes, std::optional< std::string > const &
                                  ( unprintable ? ": " + *unprintable : "" ) );
 }
 
+Refusal reservedAgentName( std::string_view prefix ) {
+   return Refusal( "BadName",
+                   "names of agents that begin with " + quoted( std::string( prefix ) ) +
+                      " are reserved for what valend learns; publish under another name" );
+}
+
 Refusal badTraceLevels( std::string const & why ) {
    return Refusal( "BadTraceLevels", why );
 }
@@ -89,6 +95,13 @@ Refusal tooManyClients() {
 Refusal agentIsConfigured( std::string const & agent ) {
    return Refusal( "AgentExists", "agent " + quoted( agent ) +
                                      " is in the configuration; publish under another name" );
+}
+
+Refusal messagesAreLearned( std::string const & agent, std::string const & interface ) {
+   return Refusal( "AgentExists", "the frames of agent " + quoted( agent ) + " for interface " +
+                                     quoted( interface ) +
+                                     " were learned by valend; the key \"goodbyes\" of the "
+                                     "configuration decides what it learns" );
 }
 
 Refusal agentIsOfAnotherClient( std::string const & agent ) {

@@ -7,6 +7,7 @@
 #include "platform/quill/Int.h"
 
 #include <optional>
+#include <string_view>
 #include <vector>
 
 namespace Valend::Errors {
@@ -26,6 +27,7 @@ Refusal badReason( std::size_t maxBytes, std::optional< std::string > const & un
 Refusal delayTooLong( U64 delayMs, U64 maxMs );
 Refusal badFrame( std::size_t number, std::string const & why );
 Refusal badAgentName( std::size_t maxBytes, std::optional< std::string > const & unprintable );
+Refusal reservedAgentName( std::string_view prefix );
 Refusal badTraceLevels( std::string const & why );
 Refusal noFrames();
 Refusal tooMuchMemory( std::size_t bytes, std::size_t maxBytes );
@@ -35,6 +37,8 @@ Refusal tooManyClients();
 // An agent's name that is taken.
 Refusal agentIsConfigured( std::string const & agent );
 Refusal agentIsOfAnotherClient( std::string const & agent );
+// Only valend itself withdraws them.
+Refusal messagesAreLearned( std::string const & agent, std::string const & interface );
 
 // An operation that failed. `why` has the link and errno's text.
 Refusal noDevice( std::string const & why );

@@ -35,6 +35,14 @@ Json delayJson( ActiveConfiguration const & active ) {
             { "place", placeJson( place ) } };
 }
 
+Json goodbyesJson( ActiveConfiguration const & active ) {
+   auto const * const place = find( active.sources->settings, "goodbyes" );
+   return { { "name", "goodbyes" },
+            { "value", active.config().goodbyes.text() },
+            { "origin", place ? "file" : "default" },
+            { "place", placeJson( place ) } };
+}
+
 // The value that is used now. Trace levels can also be set over the API.
 std::string currentValue( ActiveConfiguration const & active, ProcessSetting const & setting ) {
    return setting.type == Settings::SettingType::traceLevels ? Quill::traceLevels()
@@ -57,7 +65,7 @@ Json processSettingJson( ActiveConfiguration const & active, ProcessSetting cons
 }
 
 Json settingsList( ActiveConfiguration const & active ) {
-   auto list = Json::array( { delayJson( active ) } );
+   auto list = Json::array( { delayJson( active ), goodbyesJson( active ) } );
    for ( auto const & setting : Settings::processSettings ) {
       list.push_back( processSettingJson( active, setting ) );
    }
@@ -97,10 +105,12 @@ JsonList configuredInterfaces( ActiveConfiguration const & active ) {
          return std::nullopt;
       }
       auto const & [ name, interface ] = *next++;
+      auto const & goodbyes = interface.goodbyes;
       return Json{ { "name", name },
                    { "device", interface.device },
                    { "vrf", interface.vrf },
                    { "shutdownDelay", interface.shutdownDelay },
+                   { "goodbyes", goodbyes ? Json( goodbyes->text() ) : Json() },
                    { "place", placeJson( find( sources->interfaces, name ) ) } };
    };
 }

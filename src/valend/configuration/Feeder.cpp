@@ -24,6 +24,12 @@ std::string const * keyAfter( std::set< std::string > const & set, std::string c
    return found == set.end() ? nullptr : &*found;
 }
 
+// Whether the library would see a difference. It knows nothing of goodbyes.
+bool differForLibrary( Settings::InterfaceConfig const & old, Settings::InterfaceConfig wanted ) {
+   wanted.goodbyes = old.goodbyes;
+   return wanted != old;
+}
+
 // The first in order; nothing when all are null.
 std::optional< std::string > first( std::initializer_list< std::string const * > names ) {
    std::optional< std::string > least;
@@ -187,6 +193,7 @@ void Feeder::agentNext() {
 void Feeder::finish() {
    auto const & wanted = plan_->config();
    config_.process = wanted.process;
+   config_.goodbyes = wanted.goodbyes;
    config_.shutdownDelayMs = wanted.shutdownDelayMs;
    if ( wanted.shutdownDelayMs ) {
       store_.globalConfig->shutdownDelayMsIs( *wanted.shutdownDelayMs );
@@ -210,8 +217,8 @@ void Feeder::interfaceIs( std::string const & name ) {
    auto const * const old = find( config_.interfaces, name );
    auto const * const wanted = find( plan_->config().interfaces, name );
    auto const frames = wanted ? wantedFrames( name ) : FrameEntries::ByAgent();
-   bool const l3Renewed = !old || !wanted || *old != *wanted || withdrawn_.contains( name ) ||
-                          frames_.losesAll( name, frames );
+   bool const l3Renewed = !old || !wanted || differForLibrary( *old, *wanted ) ||
+                          withdrawn_.contains( name ) || frames_.losesAll( name, frames );
    if ( l3Renewed ) {
       l3Remove( name );
    }

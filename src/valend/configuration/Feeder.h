@@ -4,8 +4,8 @@
 //   - The configuration entity of an interface is never exchanged, and its "supported" flag never
 //     changes in place: the entity is removed and added again.
 //   - The frames of agents follow the rules of FrameEntries.h, the status entries of VRFs those of VrfEntries.h.
-//   - When the last message of an interface is removed, or anything but its messages changes, its L3
-//     status is removed before and added after, so that nothing stays bound to the old record.
+//   - When the last message of an interface is removed, or anything but its messages and its goodbyes changes, its
+//     L3 status is removed before and added after, so that nothing stays bound to the old record.
 //
 // A large configuration is applied in steps, between which the loop does other work. On the way, config() is what
 // the store has: every interface is, with its frames, either as before or as after. First the interfaces that

@@ -20,6 +20,10 @@ bool isName( std::string const & text ) {
           !Quill::unprintableIn( text );
 }
 
+bool isReserved( std::string const & agent ) {
+   return agent.starts_with( Settings::learnedAgents );
+}
+
 } // namespace
 
 Publications::Publications( Feeder & feeder, Gantry::WorkQueue & work,
@@ -44,7 +48,7 @@ std::size_t Publications::memoryOf( Settings::Frames const & frames ) noexcept {
 void Publications::resume( std::vector< Message > messages ) {
    for ( auto & message :
          messages ) { // checked as in publish(), but the interface may not exist now
-      if ( isName( message.agent ) && !message.frames.empty() &&
+      if ( isName( message.agent ) && !isReserved( message.agent ) && !message.frames.empty() &&
            !messages_.contains( { message.agent, message.interface } ) ) {
          put( std::move( message ) );
       }
@@ -95,6 +99,9 @@ void Publications::requireName( std::string const & agent, U64 client ) const {
 void Publications::publish( Message message ) {
    if ( !isName( message.agent ) ) {
       throw Errors::badAgentName( maxAgentBytes, Quill::unprintableIn( message.agent ) );
+   }
+   if ( isReserved( message.agent ) != ( message.lifetime == Lifetime::learned ) ) {
+      throw Errors::reservedAgentName( Settings::learnedAgents );
    }
    if ( !config().interfaces.contains( message.interface ) ) {
       throw Errors::noSuchInterface( message.interface );
@@ -168,6 +175,9 @@ Publications::Lifetime Publications::withdraw( std::string const & agent,
    auto const lifetime = old->second.lifetime;
    if ( lifetime == Lifetime::connection && old->second.client != client ) {
       requireName( agent, client );
+   }
+   if ( lifetime == Lifetime::learned && client != self ) {
+      throw Errors::messagesAreLearned( agent, interface );
    }
    remove( old );
    if ( kept_ && lifetime == Lifetime::kept ) {

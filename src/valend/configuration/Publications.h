@@ -4,6 +4,9 @@
 // The configuration takes precedence: while it has an agent of the same name, or does not have the
 // interface, published frames are kept but not active. While an agent has frames that are bound to a
 // connection, only that client can publish under the agent's name.
+//
+// What valend learns is published in the same way, with the lifetime "learned", under names that are reserved for
+// it (Settings::learnedAgents). It is not saved, and clients cannot withdraw it.
 #pragma once
 
 #include "valend/base/EnumTexts.h"
@@ -24,11 +27,14 @@ class Publications {
    enum class Lifetime : U8 {
       kept,       // until they are withdrawn
       connection, // until they are withdrawn or the client disconnects
+      learned,    // until valend, which has learned them, withdraws them
    };
    friend constexpr auto enumTexts( Lifetime ) {
-      return std::to_array< EnumText< Lifetime > >(
-         { { Lifetime::kept, "kept" }, { Lifetime::connection, "connection" } } );
+      return std::to_array< EnumText< Lifetime > >( { { Lifetime::kept, "kept" },
+                                                      { Lifetime::connection, "connection" },
+                                                      { Lifetime::learned, "learned" } } );
    }
+   static constexpr U64 self = 0; // as a client: valend itself
 
    struct Message {
       std::string agent;
@@ -74,7 +80,8 @@ class Publications {
 
    // Publishes `message`, which replaces what its agent has published for its interface. Throws
    // Refusal "NoSuchInterface", "AgentExists", "BadName", "NoFrames" or "TooMuch", and changes nothing
-   // then. It takes the time for one interface, however much else is published.
+   // then. A reserved name is bad without the lifetime "learned", and any other name with it. It takes the time for
+   // one interface, however much else is published.
    void publish( Message message );
    // Withdraws what the agent has published for the interface, and returns its lifetime. Throws Refusal
    // "NoSuchMessages" or "AgentExists".

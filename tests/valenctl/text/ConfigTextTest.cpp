@@ -24,6 +24,13 @@ TEST( ConfigTextTest, EachItemIsALineWithItsSource ) {
             { "device", "et1" },
             { "vrf", "red" },
             { "shutdownDelay", false },
+            { "goodbyes", nullptr },
+            { "place", place } },
+          { { "name", "Ethernet2" },
+            { "device", "et2" },
+            { "vrf", "red" },
+            { "shutdownDelay", true },
+            { "goodbyes", "[lldp]" },
             { "place", place } } } },
       { "messages",
         { { { "agent", "lldp" },
@@ -39,6 +46,8 @@ TEST( ConfigTextTest, EachItemIsALineWithItsSource ) {
               "VRF red                          namespace n                             "
               "/etc/valen/valen.yaml:8\n"
               "interface Ethernet1              device et1, VRF red, no shutdown delay  "
+              "/etc/valen/valen.yaml:8\n"
+              "interface Ethernet2              device et2, VRF red, goodbyes [lldp]    "
               "/etc/valen/valen.yaml:8\n"
               "interface Ethernet1, agent lldp  2 frames, 3 bytes                       "
               "/etc/valen/valen.yaml:8\n" );

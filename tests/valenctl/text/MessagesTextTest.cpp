@@ -13,14 +13,16 @@ TEST( MessagesTextTest, EachAgentAndInterfaceIsALineWithTheSourceOfItsFrames ) {
                    { "lifetime", lifetime },
                    { "inForce", active } };
    };
-   EXPECT_EQ( messagesText(
-                 { { "messages",
-                     { message( "lldp", "configuration", true ), message( "radv", "kept", false ),
-                       message( "ospf", "connection", true ) } } } ),
-              "AGENT  INTERFACE  FRAMES  BYTES  SOURCE\n"
-              "lldp   Ethernet1  2       3      configuration\n"
-              "radv   Ethernet1  2       3      client (not active)\n"
-              "ospf   Ethernet1  2       3      client, while connected\n" );
+   EXPECT_EQ(
+      messagesText( { { "messages",
+                        { message( "lldp", "configuration", true ),
+                          message( "radv", "kept", false ), message( "ospf", "connection", true ),
+                          message( "learned-ra", "learned", true ) } } } ),
+      "AGENT       INTERFACE  FRAMES  BYTES  SOURCE\n"
+      "lldp        Ethernet1  2       3      configuration\n"
+      "radv        Ethernet1  2       3      client (not active)\n"
+      "ospf        Ethernet1  2       3      client, while connected\n"
+      "learned-ra  Ethernet1  2       3      learned\n" );
 }
 
 TEST( MessagesTextTest, AFrameThatIsTooLongNamesItsSizeAndTheLimit ) {

@@ -53,7 +53,8 @@ TEST_F( ConfigurationJsonTest, VrfsInterfacesAndMessagesHaveTheirPlaces ) {
    auto const configuration = active( R"(vrfs:
 - {name: red, namespace: ns-red}
 interfaces:
-- {name: Ethernet1, device: et1, vrf: red, shutdown-delay: false}
+- {name: Ethernet1, device: et1, vrf: red, shutdown-delay: false, goodbyes: [ra, lldp]}
+- {name: Ethernet2}
 agents:
 - name: lldp
   messages:
@@ -72,7 +73,14 @@ agents:
                                { "device", "et1" },
                                { "vrf", "red" },
                                { "shutdownDelay", false },
-                               { "place", place( 4, 10 ) } } } ) );
+                               { "goodbyes", "[lldp, ra]" },
+                               { "place", place( 4, 10 ) } },
+                             { { "name", "Ethernet2" },
+                               { "device", "Ethernet2" },
+                               { "vrf", "default" },
+                               { "shutdownDelay", true },
+                               { "goodbyes", nullptr },
+                               { "place", place( 5, 10 ) } } } ) );
    auto const message = []( char const * agent, Json const & where ) {
       return Json{ { "agent", agent },
                    { "interface", "Ethernet1" },
@@ -81,7 +89,7 @@ agents:
    };
    EXPECT_EQ(
       all( configuredMessages( configuration ) ),
-      Json::array( { message( "lldp", place( 8, 5 ) ), message( "ospf", place( 11, 14 ) ) } ) );
+      Json::array( { message( "lldp", place( 9, 5 ) ), message( "ospf", place( 12, 14 ) ) } ) );
 }
 
 TEST_F( ConfigurationJsonTest, AListIsOfOneConfigurationWhateverBecomesActive ) {
@@ -95,9 +103,13 @@ TEST_F( ConfigurationJsonTest, AListIsOfOneConfigurationWhateverBecomesActive ) 
 
 TEST_F( ConfigurationJsonTest, EverySettingIsListed ) {
    auto const json = settingsJson( active( "" ) );
-   ASSERT_EQ( json[ "settings" ].size(), Settings::processSettings.size() + 1 );
+   ASSERT_EQ( json[ "settings" ].size(), Settings::processSettings.size() + 2 );
    EXPECT_EQ( json[ "settings" ][ 0 ], ( Json{ { "name", "shutdown-delay-ms" },
                                                { "value", nullptr },
+                                               { "origin", "default" },
+                                               { "place", nullptr } } ) );
+   EXPECT_EQ( json[ "settings" ][ 1 ], ( Json{ { "name", "goodbyes" },
+                                               { "value", "off" },
                                                { "origin", "default" },
                                                { "place", nullptr } } ) );
    for ( auto const & setting : Settings::processSettings ) {
@@ -108,13 +120,17 @@ TEST_F( ConfigurationJsonTest, EverySettingIsListed ) {
 TEST_F( ConfigurationJsonTest, ASettingSaysWhereItComesFrom ) {
    Settings::ProcessConfig commandLine;
    commandLine.valueIs( "trace.file", "/line" );
-   auto const configuration =
-      active( "shutdown-delay-ms: 5\nsocket: /s\ntrace: {file: /f}", commandLine );
+   auto const configuration = active(
+      "shutdown-delay-ms: 5\nsocket: /s\ntrace: {file: /f}\ngoodbyes: learned", commandLine );
    EXPECT_EQ( settingOf( configuration, "shutdown-delay-ms" ),
               ( Json{ { "name", "shutdown-delay-ms" },
                       { "value", "5" },
                       { "origin", "file" },
                       { "place", place( 1, 20 ) } } ) );
+   EXPECT_EQ( settingOf( configuration, "goodbyes" ), ( Json{ { "name", "goodbyes" },
+                                                              { "value", "learned" },
+                                                              { "origin", "file" },
+                                                              { "place", place( 4, 11 ) } } ) );
    EXPECT_EQ( settingOf( configuration, "socket" ), ( Json{ { "name", "socket" },
                                                             { "value", "/s" },
                                                             { "origin", "file" },

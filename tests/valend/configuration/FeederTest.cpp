@@ -127,6 +127,38 @@ TEST_F( FeederTest, SupportIsChangedByANewConfigurationEntity ) {
    EXPECT_TRUE( ready( "Ethernet1" ) );
 }
 
+// valend may learn other goodbyes while a shutdown runs.
+TEST_F( FeederTest, OtherGoodbyesDisturbNothing ) {
+   start( twoInterfaces() );
+   store.allIntfConfigDir->intfConfig( "Ethernet1" )->adminShutdownDelayedIs( true );
+   ASSERT_TRUE( delayed( "Ethernet1" ) );
+   auto const entity = store.allIntfConfigDir->intfConfig( "Ethernet2" );
+   auto const status = store.statusDir->intfStatus( "Ethernet2" );
+   auto const l3 = store.l3IntfStatusDir->intfStatus( "Ethernet2" );
+   auto next = twoInterfaces();
+   next.goodbyes = Settings::Goodbyes::learned();
+   for ( auto const & goodbyes :
+         { std::optional( Settings::Goodbyes() ), std::optional( Settings::Goodbyes::learned() ),
+           std::optional( Settings::Goodbyes::of( { "lldp" } ) ),
+           std::optional< Settings::Goodbyes >() } ) {
+      for ( auto & [ name, interface ] : next.interfaces ) {
+         interface.goodbyes = goodbyes;
+      }
+      feeder.apply( next );
+      EXPECT_EQ( feeder.config(), next );
+      EXPECT_TRUE( delayed( "Ethernet1" ) );
+      EXPECT_EQ( store.allIntfConfigDir->intfConfig( "Ethernet2" ), entity );
+      EXPECT_EQ( store.statusDir->intfStatus( "Ethernet2" ), status );
+      EXPECT_EQ( store.l3IntfStatusDir->intfStatus( "Ethernet2" ), l3 );
+      EXPECT_TRUE( ready( "Ethernet2" ) );
+   }
+   next.interfaces.at( "Ethernet2" ).device = "et9";
+   next.interfaces.at( "Ethernet2" ).goodbyes = Settings::Goodbyes();
+   feeder.apply( next );
+   EXPECT_EQ( feeder.config(), next );
+   EXPECT_NE( store.l3IntfStatusDir->intfStatus( "Ethernet2" ), l3 );
+}
+
 TEST_F( FeederTest, AnInterfaceCanMoveToAnotherVrf ) {
    start( twoInterfaces() );
    kernel.deviceIs( "ns-red", "et1", 9 );

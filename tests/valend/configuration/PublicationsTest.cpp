@@ -37,6 +37,15 @@ class PublicationsTest : public ApiFixture {
                    client );
    }
    static std::string hex( char last ) { return toHex( frame( last ) ); }
+   // As valend itself publishes what it has learned.
+   void learn( std::string const & agent, char last, char const * interface = "Ethernet2" ) {
+      publications.publish( { agent,
+                              interface,
+                              { frame( last ) },
+                              Publications::Lifetime::learned,
+                              Publications::self } );
+      turn();
+   }
    // The last byte of each frame that a shutdown of Ethernet2 sends.
    std::string goodbye() {
       sent.packets.clear();
@@ -230,6 +239,71 @@ TEST_F( PublicationsTest, TheLinkIsStillHeldWhenItsFramesAreWithdrawnDuringTheDe
    advance( 300ms );
    EXPECT_THAT( kernel.actions, ElementsAre( "down ns-red/et2" ) );
 }
+
+// --- What valend learns --------------------------------------------------------------------------
+
+TEST_F( PublicationsTest, WhatIsLearnedMakesAnInterfaceReadyUntilValendWithdrawsIt ) {
+   learn( "learned-ra", 'x' );
+   EXPECT_TRUE( ready( "Ethernet2" ) );
+   EXPECT_THAT( messages(),
+                ElementsAre( "lldp Ethernet1 2 configuration", "learned-ra Ethernet2 1 learned" ) );
+   learn( "learned-ra", 'y' );
+   EXPECT_EQ( goodbye(), "y" );
+   EXPECT_EQ( publications.withdraw( "learned-ra", "Ethernet2", Publications::self ),
+              Publications::Lifetime::learned );
+   turn();
+   EXPECT_FALSE( ready( "Ethernet2" ) );
+   EXPECT_EQ( publications.memory(), 0u );
+}
+
+TEST_F( PublicationsTest, NamesThatBeginAsThoseOfLearnedFramesAreReserved ) {
+   for ( auto const * const lifetime : { "kept", "connection" } ) {
+      EXPECT_EQ(
+         publish( "learned-ra", { hex( 'x' ) }, lifetime )->error(),
+         "org.valen.daemon.BadName: names of agents that begin with \"learned-\" are reserved "
+         "for what valend learns; publish under another name" );
+   }
+   EXPECT_THROW( learn( "ra", 'x' ), Refusal );
+   EXPECT_THAT( publications.messages(), IsEmpty() );
+   EXPECT_TRUE( publish( "learned", { hex( 'x' ) } )->messages[ 0 ].contains( "parameters" ) );
+}
+
+TEST_F( PublicationsTest, AClientNeitherPublishesNorWithdrawsWhatIsLearned ) {
+   EXPECT_EQ( publish( "ra", { hex( 'x' ) }, "learned" )->error(),
+              "org.varlink.service.InvalidParameter: {\"parameter\":\"lifetime\"}" );
+   learn( "learned-ra", 'x' );
+   EXPECT_EQ(
+      withdraw( "learned-ra" )->error(),
+      "org.valen.daemon.AgentExists: the frames of agent \"learned-ra\" for interface "
+      "\"Ethernet2\" were learned by valend; the key \"goodbyes\" of the configuration decides "
+      "what it learns" );
+   api.clientGone( 1 );
+   turn();
+   EXPECT_FALSE( publications.isNeeded( Publications::self ) );
+   EXPECT_EQ( goodbye(), "x" );
+}
+
+TEST_F( PublicationsTest, OnlyFramesThatAreKeptAreSaved ) {
+   std::vector< std::string > saved;
+   auto const save = [ & ]( auto const & agent, auto const &, auto const & frames ) {
+      saved.push_back( agent + " " + std::to_string( frames.size() ) );
+   };
+   Publications other( feeder, work, clock.scheduler(), save );
+   using Lifetime = Publications::Lifetime;
+   auto const message = []( char const * agent, Lifetime lifetime ) {
+      return Publications::Message{ agent, "Ethernet2", { frame( 'x' ) }, lifetime, 0 };
+   };
+   other.resume( { message( "learned-ra", Lifetime::kept ), message( "bgp", Lifetime::kept ) } );
+   EXPECT_EQ( other.messages().size(), 1u ) << "a reserved name is not restored";
+   other.configIs( twoInterfaces() );
+   other.publish( message( "learned-ra", Lifetime::learned ) );
+   other.withdraw( "learned-ra", "Ethernet2", Publications::self );
+   EXPECT_THAT( saved, IsEmpty() );
+   other.publish( message( "ospf", Lifetime::kept ) );
+   EXPECT_THAT( saved, ElementsAre( "ospf 1" ) );
+}
+
+// --- Memory --------------------------------------------------------------------------------------
 
 TEST_F( PublicationsTest, TheMemoryOfAllPublishedFramesIsLimited ) {
    auto const count = Publications::maxMemory / ( 2 * 60'000 + Publications::frameMemory ) + 1;
