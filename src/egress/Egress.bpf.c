@@ -185,8 +185,8 @@ static __always_inline void copy_frame( struct __sk_buff * skb, struct egress_li
    if ( length > EGRESS_HEAD && bpf_skb_load_bytes( skb, 0, draft->bytes, length ) != 0 ) {
       return;
    }
-   if ( bpf_ringbuf_output( &copies, draft, __builtin_offsetof( struct egress_copy, bytes ) + length,
-                            0 ) != 0 ) {
+   if ( bpf_ringbuf_output( &copies, draft,
+                            __builtin_offsetof( struct egress_copy, bytes ) + length, 0 ) != 0 ) {
       __sync_fetch_and_add( &lost->full, 1 );
    }
 }

@@ -44,7 +44,7 @@ struct egress_limits {
 /* What the ring has of a frame; it ends with the frame's last byte. */
 struct egress_copy {
    struct egress_speaker speaker;
-   __u16 tag_type; /* of a VLAN tag that is beside the bytes, in network order; 0 if there is none */
+   __u16 tag_type; /* of a VLAN tag beside the bytes, in network order; 0 without one */
    __u16 tag;
    __u32 muted; /* 1 if the frame was dropped, else 0 */
    __u8 bytes[ EGRESS_LONGEST ];
