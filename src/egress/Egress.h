@@ -15,7 +15,7 @@ struct egress_mute {
 };
 
 /* Devices whose control frames are copied. */
-#define EGRESS_DEVICES 65536
+#define EGRESS_DEVICES 16384
 
 struct egress_device {
    __u32 filter; /* as in egress_speaker */
