@@ -4,7 +4,7 @@
  * At tc egress, by tcx or in a clsact. Each namespace has its own copy of the program, since the index of a
  * device is not unique beyond; the maps are common to all. For Linux 5.10 and later.
  */
-#include "Egress.h"
+#include "egress/Egress.h"
 
 #include <linux/bpf.h>
 #include <linux/pkt_cls.h>

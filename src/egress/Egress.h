@@ -1,7 +1,7 @@
 /* What valend and the filter in the kernel share. */
 #pragma once
 
-#include "Speaker.h"
+#include "egress/Speaker.h"
 
 /* The mark of the packets that valend sends itself (SO_MARK): the filter passes them. */
 #define EGRESS_OWN_MARK 0x76616c65u
