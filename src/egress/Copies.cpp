@@ -50,8 +50,9 @@ void Copies::deviceIs( U32 filter, U32 ifIndex ) {
    egress_limits const limits{};
    if ( ::bpf_map_update_elem( maps_.devices.get(), &device, &limits, BPF_NOEXIST ) != 0 &&
         errno != EEXIST ) {
-      Valen::Linux::throwErrno(
-         "cannot copy the frames of the device with the index " + std::to_string( ifIndex ), errno );
+      Valen::Linux::throwErrno( "cannot copy the frames of the device with the index " +
+                                   std::to_string( ifIndex ),
+                                errno );
    }
 }
 

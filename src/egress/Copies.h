@@ -19,9 +19,10 @@ namespace Egress {
 // A frame that a speaker sent.
 struct Copy {
    egress_speaker speaker;
-   bool muted;             // it was dropped
-   std::string_view frame; // from the destination address on, with its VLAN tag; not padded; its UDP checksum may
-                           // be left to the device
+   bool muted; // it was dropped
+   // From the destination address on, with its VLAN tag. It is not padded, and its UDP checksum may be left to the
+   // device.
+   std::string_view frame;
 };
 
 // Frames that should have been copied, of all devices since the filters were loaded.

@@ -4,7 +4,7 @@
  * At tc egress, by tcx or in a clsact. Each namespace has its own copy of the program, since the index of a
  * device is not unique beyond; the maps are common to all. For Linux 5.10 and later.
  */
-#include "Egress.h"
+#include "egress/Egress.h"
 
 #include <linux/bpf.h>
 #include <linux/pkt_cls.h>
@@ -185,8 +185,8 @@ static __always_inline void copy_frame( struct __sk_buff * skb, struct egress_li
    if ( length > EGRESS_HEAD && bpf_skb_load_bytes( skb, 0, draft->bytes, length ) != 0 ) {
       return;
    }
-   if ( bpf_ringbuf_output( &copies, draft, __builtin_offsetof( struct egress_copy, bytes ) + length,
-                            0 ) != 0 ) {
+   if ( bpf_ringbuf_output( &copies, draft,
+                            __builtin_offsetof( struct egress_copy, bytes ) + length, 0 ) != 0 ) {
       __sync_fetch_and_add( &lost->full, 1 );
    }
 }

@@ -1,7 +1,7 @@
 /* What valend and the filter in the kernel share. */
 #pragma once
 
-#include "Speaker.h"
+#include "egress/Speaker.h"
 
 /* The mark of the packets that valend sends itself (SO_MARK): the filter passes them. */
 #define EGRESS_OWN_MARK 0x76616c65u
@@ -15,7 +15,7 @@ struct egress_mute {
 };
 
 /* Devices whose control frames are copied. */
-#define EGRESS_DEVICES 65536
+#define EGRESS_DEVICES 16384
 
 struct egress_device {
    __u32 filter; /* as in egress_speaker */
@@ -44,7 +44,7 @@ struct egress_limits {
 /* What the ring has of a frame; it ends with the frame's last byte. */
 struct egress_copy {
    struct egress_speaker speaker;
-   __u16 tag_type; /* of a VLAN tag that is beside the bytes, in network order; 0 if there is none */
+   __u16 tag_type; /* of a VLAN tag beside the bytes, in network order; 0 without one */
    __u16 tag;
    __u32 muted; /* 1 if the frame was dropped, else 0 */
    __u8 bytes[ EGRESS_LONGEST ];

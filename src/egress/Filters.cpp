@@ -1,7 +1,6 @@
 #include "egress/Filters.h"
 
-#include "Egress.skel.h"
-
+#include <Egress.skel.h>
 #include <algorithm>
 #include <array>
 #include <bpf/bpf.h>
