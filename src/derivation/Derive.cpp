@@ -2,6 +2,7 @@
 
 #include "derivation/Layers.h"
 #include "derivation/Lldp.h"
+#include "derivation/RouterAdvertisement.h"
 
 #include <algorithm>
 #include <array>
@@ -22,6 +23,7 @@ struct Protocol {
 
 constexpr std::array protocols{
    Protocol{ "lldp", Carrier::ethernet, 0x88cc, lldp },
+   Protocol{ "ra", Carrier::icmp6, 134, routerAdvertisement },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {
