@@ -3,6 +3,7 @@
 #include "derivation/Layers.h"
 #include "derivation/Lldp.h"
 #include "derivation/RouterAdvertisement.h"
+#include "derivation/Vrrp.h"
 
 #include <algorithm>
 #include <array>
@@ -24,6 +25,8 @@ struct Protocol {
 constexpr std::array protocols{
    Protocol{ "lldp", Carrier::ethernet, 0x88cc, lldp },
    Protocol{ "ra", Carrier::icmp6, 134, routerAdvertisement },
+   Protocol{ "vrrp", Carrier::ipv4, 112, vrrp },
+   Protocol{ "vrrp", Carrier::ipv6, 112, vrrp },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {
