@@ -1,7 +1,9 @@
 #include "derivation/Derive.h"
 
+#include "derivation/Lacp.h"
 #include "derivation/Layers.h"
 #include "derivation/Lldp.h"
+#include "derivation/Oam.h"
 #include "derivation/RouterAdvertisement.h"
 #include "derivation/Vrrp.h"
 
@@ -27,6 +29,8 @@ constexpr std::array protocols{
    Protocol{ "ra", Carrier::icmp6, 134, routerAdvertisement },
    Protocol{ "vrrp", Carrier::ipv4, 112, vrrp },
    Protocol{ "vrrp", Carrier::ipv6, 112, vrrp },
+   Protocol{ "lacp", Carrier::slow, 1, lacp },
+   Protocol{ "oam", Carrier::slow, 3, oam },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {
