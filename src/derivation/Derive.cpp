@@ -1,5 +1,6 @@
 #include "derivation/Derive.h"
 
+#include "derivation/IsisHello.h"
 #include "derivation/Lacp.h"
 #include "derivation/Layers.h"
 #include "derivation/Lldp.h"
@@ -31,6 +32,7 @@ constexpr std::array protocols{
    Protocol{ "vrrp", Carrier::ipv6, 112, vrrp },
    Protocol{ "lacp", Carrier::slow, 1, lacp },
    Protocol{ "oam", Carrier::slow, 3, oam },
+   Protocol{ "isis", Carrier::llc, 0xfefe, isisHello },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {
