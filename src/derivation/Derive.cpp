@@ -1,5 +1,6 @@
 #include "derivation/Derive.h"
 
+#include "derivation/Cdp.h"
 #include "derivation/IsisHello.h"
 #include "derivation/Lacp.h"
 #include "derivation/Layers.h"
@@ -33,6 +34,7 @@ constexpr std::array protocols{
    Protocol{ "lacp", Carrier::slow, 1, lacp },
    Protocol{ "oam", Carrier::slow, 3, oam },
    Protocol{ "isis", Carrier::llc, 0xfefe, isisHello },
+   Protocol{ "cdp", Carrier::snap, 0x2000, cdp },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {
