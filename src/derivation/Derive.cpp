@@ -1,6 +1,7 @@
 #include "derivation/Derive.h"
 
 #include "derivation/Cdp.h"
+#include "derivation/Hsrp.h"
 #include "derivation/IsisHello.h"
 #include "derivation/Lacp.h"
 #include "derivation/Layers.h"
@@ -35,6 +36,8 @@ constexpr std::array protocols{
    Protocol{ "oam", Carrier::slow, 3, oam },
    Protocol{ "isis", Carrier::llc, 0xfefe, isisHello },
    Protocol{ "cdp", Carrier::snap, 0x2000, cdp },
+   Protocol{ "hsrp", Carrier::udp4, 1985, hsrp },
+   Protocol{ "hsrp", Carrier::udp6, 2029, hsrp },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {
