@@ -29,6 +29,8 @@ std::string odd( std::string const & versionAndTtl, std::string const & tlvs,
 std::string const hello = even( "02b4", device + port + tlv( 5, "v" ) );
 Sample const plain( "cdp", hello );
 Sample const oddBytes( "cdp, odd", odd( "02b4", device + port, "0031" ) );
+Sample const highByte( "cdp, odd with a high byte",
+                       odd( "02b4", device + port + tlv( 5, "v" + hex( "ff" ) ), "fffe" ) );
 
 TEST( CdpTest, TheTimeToLiveBecomes0 ) {
    auto const heard = heardOf( hello );
