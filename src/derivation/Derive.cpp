@@ -30,6 +30,7 @@ struct Protocol {
 constexpr std::array protocols{
    Protocol{ "lldp", Carrier::ethernet, 0x88cc, lldp },
    Protocol{ "ra", Carrier::icmp6, 134, routerAdvertisement },
+   Protocol{ "vrrp", Carrier::ipv4, 51, vrrpInAuthenticationHeader },
    Protocol{ "vrrp", Carrier::ipv4, 112, vrrp },
    Protocol{ "vrrp", Carrier::ipv6, 112, vrrp },
    Protocol{ "lacp", Carrier::slow, 1, lacp },

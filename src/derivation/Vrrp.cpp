@@ -7,6 +7,7 @@ namespace Derivation {
 
 namespace {
 
+constexpr U8 protocol = 112;
 constexpr U8 advertisement = 1;
 enum Authentication : U8 { none = 0, password = 1 };
 
@@ -80,10 +81,7 @@ bool isMulticast( std::string_view address ) {
    return address.size() == 4 ? first >= ipv4First && first <= ipv4Last : first == ipv6;
 }
 
-} // namespace
-
-std::optional< Heard > vrrp( Packet const & packet ) {
-   auto const advertised = read( packet );
+Heard heardFrom( Packet const & packet, Advertisement const & advertised ) {
    Heard heard;
    heard.speaker = "virtual router " + std::to_string( advertised.router ) +
                    ( packet.isIpv4() ? " (IPv4)" : " (IPv6)" );
@@ -95,10 +93,11 @@ std::optional< Heard > vrrp( Packet const & packet ) {
       heard.part = "for " + ipText( packet.destination() ); // each neighbor gets its own
    }
    heard.leaves = advertised.priority == 0;
-   if ( !heard.leaves ) {
-      heard.whyNot = advertised.whyNot;
+   if ( heard.leaves ) {
+      return heard;
    }
-   if ( !heard.leaves && heard.whyNot.empty() ) {
+   heard.whyNot = advertised.whyNot;
+   if ( heard.whyNot.empty() ) {
       Editor editor( packet );
       editor.u8( advertised.priorityAt, 0 );
       editor.fixChecksum( advertised.checksum );
@@ -106,6 +105,26 @@ std::optional< Heard > vrrp( Packet const & packet ) {
       heard.change = changeText( "priority", advertised.priority, 0 );
    }
    return heard;
+}
+
+} // namespace
+
+std::optional< Heard > vrrp( Packet const & packet ) {
+   return heardFrom( packet, read( packet ) );
+}
+
+std::optional< Heard > vrrpInAuthenticationHeader( Packet const & packet ) {
+   auto header = packet.message();
+   if ( header.u8() != protocol ) {
+      return std::nullopt;
+   }
+   constexpr std::size_t wordBytes = 4, wordsNotCounted = 2, bytesRead = 2;
+   header.skip( wordBytes * ( header.u8() + wordsNotCounted ) - bytesRead );
+   auto inside = packet;
+   inside.layers.message = header.at();
+   auto advertised = read( inside );
+   advertised.whyNot = "in an authentication header";
+   return heardFrom( inside, advertised );
 }
 
 } // namespace Derivation

@@ -109,6 +109,28 @@ TEST( VrrpTest, OtherAuthenticationHasNoGoodbye ) {
    EXPECT_EQ( goodbye.whyNot, "" );
 }
 
+TEST( VrrpTest, WhatIsInAnAuthenticationHeaderHasNoGoodbye ) {
+   auto const inside = []( std::string const & protocol, std::string const & priority ) {
+      auto ip = over4(
+         hex( protocol ) + hex( "04 .. 00000001 00000005" ) + std::string( 12, 'h' ) +
+         summed( hex( "2107" ) + hex( priority ) + hex( "01 0201 .. c00002fe" ) + noSecret, 6 ) );
+      ip.protocol = 51;
+      return ipv4( ip );
+   };
+   auto const heard = heardOf( inside( "70", "64" ) );
+   EXPECT_EQ( heard.protocol, "vrrp" );
+   EXPECT_EQ( heard.speaker, "virtual router 7 (IPv4)" );
+   EXPECT_EQ( heard.whyNot, "in an authentication header" );
+   EXPECT_EQ( heard.goodbye, "" );
+   EXPECT_FALSE( heard.leaves );
+   EXPECT_TRUE( heardOf( inside( "70", "00" ) ).leaves );
+   EXPECT_EQ( refusalOf( inside( "11", "64" ) ), "nothing" );
+   auto cut = inside( "70", "64" ).substr( 0, 34 );
+   EXPECT_EQ(
+      refusalOf( patched( cut, 14, summed( patched( cut, 16, u16( 20 ) ).substr( 14 ), 10 ) ) ),
+      "vrrp: it ends too early" );
+}
+
 TEST( VrrpTest, WhatReceiversDropIsRefused ) {
    std::string const value = "vrrp: a field has a value that is not allowed";
    std::string const length = "vrrp: a length is wrong", cutOff = "vrrp: it ends too early";
