@@ -1,4 +1,7 @@
+#include "egress/Mutes.h"
 #include "tests/derivation/Frames.h"
+
+#include <cstring>
 
 namespace Derivation::Test {
 namespace {
@@ -124,6 +127,11 @@ TEST( VrrpTest, WhatIsInAnAuthenticationHeaderHasNoGoodbye ) {
    EXPECT_EQ( heard.goodbye, "" );
    EXPECT_FALSE( heard.leaves );
    EXPECT_TRUE( heardOf( inside( "70", "00" ) ).leaves );
+   // The filter takes it for a frame of this virtual router as well.
+   auto const speaker = Egress::speakerOf( inside( "70", "64" ), 1, 2 );
+   auto const other = Egress::speakerOf( hello2, 1, 2 );
+   ASSERT_TRUE( speaker && other );
+   EXPECT_EQ( std::memcmp( &*speaker, &*other, sizeof *speaker ), 0 );
    EXPECT_EQ( refusalOf( inside( "11", "64" ) ), "nothing" );
    auto cut = inside( "70", "64" ).substr( 0, 34 );
    EXPECT_EQ(
