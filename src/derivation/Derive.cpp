@@ -2,6 +2,7 @@
 
 #include "derivation/Layers.h"
 #include "derivation/Lldp.h"
+#include "derivation/Ospf.h"
 
 #include <algorithm>
 #include <array>
@@ -22,6 +23,8 @@ struct Protocol {
 
 constexpr std::array protocols{
    Protocol{ "lldp", Carrier::ethernet, 0x88cc, lldp },
+   Protocol{ "ospf", Carrier::ipv4, 89, ospf2 },
+   Protocol{ "ospfv3", Carrier::ipv6, 89, ospf3 },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {
