@@ -1,5 +1,6 @@
 #include "derivation/Derive.h"
 
+#include "derivation/Bfd.h"
 #include "derivation/Layers.h"
 #include "derivation/Lldp.h"
 #include "derivation/Ospf.h"
@@ -25,6 +26,10 @@ constexpr std::array protocols{
    Protocol{ "lldp", Carrier::ethernet, 0x88cc, lldp },
    Protocol{ "ospf", Carrier::ipv4, 89, ospf2 },
    Protocol{ "ospfv3", Carrier::ipv6, 89, ospf3 },
+   Protocol{ "bfd", Carrier::udp4, 3784, bfd },
+   Protocol{ "bfd", Carrier::udp4, 4784, bfd },
+   Protocol{ "bfd", Carrier::udp6, 3784, bfd },
+   Protocol{ "bfd", Carrier::udp6, 4784, bfd },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {
