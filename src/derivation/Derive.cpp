@@ -4,6 +4,7 @@
 #include "derivation/Layers.h"
 #include "derivation/Lldp.h"
 #include "derivation/Ospf.h"
+#include "derivation/Pim.h"
 
 #include <algorithm>
 #include <array>
@@ -30,6 +31,8 @@ constexpr std::array protocols{
    Protocol{ "bfd", Carrier::udp4, 4784, bfd },
    Protocol{ "bfd", Carrier::udp6, 3784, bfd },
    Protocol{ "bfd", Carrier::udp6, 4784, bfd },
+   Protocol{ "pim", Carrier::ipv4, 103, pim },
+   Protocol{ "pim", Carrier::ipv6, 103, pim },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {
