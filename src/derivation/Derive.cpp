@@ -1,6 +1,7 @@
 #include "derivation/Derive.h"
 
 #include "derivation/Bfd.h"
+#include "derivation/Eigrp.h"
 #include "derivation/Layers.h"
 #include "derivation/Lldp.h"
 #include "derivation/Ospf.h"
@@ -33,6 +34,8 @@ constexpr std::array protocols{
    Protocol{ "bfd", Carrier::udp6, 4784, bfd },
    Protocol{ "pim", Carrier::ipv4, 103, pim },
    Protocol{ "pim", Carrier::ipv6, 103, pim },
+   Protocol{ "eigrp", Carrier::ipv4, 88, eigrp },
+   Protocol{ "eigrp", Carrier::ipv6, 88, eigrp },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {

@@ -170,7 +170,9 @@ TEST_F( SamplesTest, TheDissectorAcceptsAllFrames ) {
    auto const found = complaints( frames );
    ASSERT_EQ( found.size(), frames.size() );
    for ( std::size_t i = 0; i < found.size(); ++i ) {
-      EXPECT_EQ( found[ i ], "" ) << names[ i ];
+      // It remarks on what a goodbye of EIGRP says.
+      bool const isRemark = names[ i ].starts_with( "eigrp" ) && names[ i ].ends_with( "goodbye" );
+      EXPECT_EQ( found[ i ], isRemark ? "Peer Termination" : "" ) << names[ i ];
    }
 }
 
