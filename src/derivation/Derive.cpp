@@ -6,6 +6,7 @@
 #include "derivation/Lldp.h"
 #include "derivation/Ospf.h"
 #include "derivation/Pim.h"
+#include "derivation/Rip.h"
 
 #include <algorithm>
 #include <array>
@@ -36,6 +37,8 @@ constexpr std::array protocols{
    Protocol{ "pim", Carrier::ipv6, 103, pim },
    Protocol{ "eigrp", Carrier::ipv4, 88, eigrp },
    Protocol{ "eigrp", Carrier::ipv6, 88, eigrp },
+   Protocol{ "rip", Carrier::udp4, 520, rip },
+   Protocol{ "ripng", Carrier::udp6, 521, ripng },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {
