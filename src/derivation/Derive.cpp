@@ -4,6 +4,7 @@
 #include "derivation/Eigrp.h"
 #include "derivation/Layers.h"
 #include "derivation/Lldp.h"
+#include "derivation/Mdns.h"
 #include "derivation/Ospf.h"
 #include "derivation/Pim.h"
 #include "derivation/Rip.h"
@@ -39,6 +40,8 @@ constexpr std::array protocols{
    Protocol{ "eigrp", Carrier::ipv6, 88, eigrp },
    Protocol{ "rip", Carrier::udp4, 520, rip },
    Protocol{ "ripng", Carrier::udp6, 521, ripng },
+   Protocol{ "mdns", Carrier::udp4, 5353, mdns },
+   Protocol{ "mdns", Carrier::udp6, 5353, mdns },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {
