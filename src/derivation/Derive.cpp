@@ -2,6 +2,7 @@
 
 #include "derivation/Bfd.h"
 #include "derivation/Eigrp.h"
+#include "derivation/Groups.h"
 #include "derivation/Layers.h"
 #include "derivation/Lldp.h"
 #include "derivation/Mdns.h"
@@ -42,6 +43,10 @@ constexpr std::array protocols{
    Protocol{ "ripng", Carrier::udp6, 521, ripng },
    Protocol{ "mdns", Carrier::udp4, 5353, mdns },
    Protocol{ "mdns", Carrier::udp6, 5353, mdns },
+   Protocol{ "igmp", Carrier::ipv4, 2, igmp },
+   Protocol{ "mld", Carrier::icmp6, 131, mld },
+   Protocol{ "mld", Carrier::icmp6, 132, mld },
+   Protocol{ "mld", Carrier::icmp6, 143, mld },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {

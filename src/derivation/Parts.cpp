@@ -31,14 +31,18 @@ std::string partOf( Packet const & packet ) {
    return toGroup ? "" : "to " + ipText( packet.destination() );
 }
 
-std::string partOf( Packet const & packet, std::vector< std::string > names ) {
+std::string partOf( std::vector< std::string > names ) {
    std::sort( names.begin(), names.end() );
    auto text = names.front();
    if ( names.size() > 1 ) {
       text += " and " + std::to_string( names.size() - 1 ) + " more, " + hashText( names );
    }
+   return text;
+}
+
+std::string partOf( Packet const & packet, std::vector< std::string > names ) {
    auto const neighbor = partOf( packet );
-   return neighbor.empty() ? text : text + " " + neighbor;
+   return partOf( std::move( names ) ) + ( neighbor.empty() ? "" : " " + neighbor );
 }
 
 } // namespace Derivation

@@ -28,7 +28,7 @@ Cases pimCases() {
         "hold time 105", "hold time 105 -> 0", seconds( 105 ) },
       { "IPv6", pim6( pimHold + pimMore ), pim6( gone + pimMore ), "pim", "router fe80::1",
         "hold time 105", "hold time 105 -> 0", seconds( 105 ) },
-      { "for ever", pim4( "0001 0002 ffff" ), pim4( gone ), "pim", "router 192.0.2.1",
+      { "forever", pim4( "0001 0002 ffff" ), pim4( gone ), "pim", "router 192.0.2.1",
         "hold time 65535", "hold time 65535 -> 0", seconds( 65535 ) },
    };
 }
