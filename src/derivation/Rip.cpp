@@ -131,8 +131,6 @@ std::optional< Heard > rip( Packet const & packet ) {
 
 std::optional< Heard > ripng( Packet const & packet ) {
    constexpr U8 nextHop = 0xff, maxLength = 128;
-   // RFC 2460, 8.1.
-   require( u16At( packet.frame, packet.layers.udp + 6 ) != 0, Reason::badChecksum );
    auto message = packet.message();
    if ( !versionOf( packet, message, 1 ) ) {
       return std::nullopt;

@@ -102,6 +102,11 @@ TEST( OspfTest, HellosToOneNeighborStandSideBySide ) {
    auto const heard = heardOf(
       Hello2{ .neighbors = "0a000002" }.frame( { "020000000002", "c0000201", "c0000202" } ) );
    EXPECT_EQ( heard.part, "to 192.0.2.2" );
+   auto const address = "fe800000000000000000000000000002";
+   EXPECT_EQ( heardOf( Hello3{ .neighbors = "0a000002" }.frame(
+                          { "020000000002", ospfWay3.source, address } ) )
+                 .part,
+              "to fe80::2" );
 }
 
 TEST( OspfTest, AnAuthenticatedHelloHasNoGoodbye ) {
