@@ -63,9 +63,13 @@ struct Summed {
    U16 number;
    std::size_t at;
    bool pseudoHeader;
+   // Bytes that it does not cover, in OSPF.
+   std::size_t hole = 0;
+   std::size_t holeBytes = 0;
 };
 constexpr Summed summed[] = {
    { Carrier::ipv4, 2, 2, false },   { Carrier::ipv4, 88, 2, false },
+   { Carrier::ipv6, 88, 2, false },  { Carrier::ipv4, 89, 12, false, 16, 8 },
    { Carrier::ipv4, 103, 2, false }, { Carrier::ipv6, 103, 2, true },
    { Carrier::ipv4, 112, 6, false }, { Carrier::ipv6, 112, 6, true },
    { Carrier::icmp6, 131, 2, true }, { Carrier::icmp6, 132, 2, true },
@@ -77,6 +81,23 @@ std::size_t endOfIp( std::string const & frame, Layers const & layers ) {
    bool const version4 = u8At( frame, layers.ip ) >> 4 == 4;
    auto const length = u16At( frame, layers.ip + ( version4 ? 2U : 4U ) );
    return layers.ip + ( version4 ? 0U : 40U ) + length;
+}
+
+void putSum( Packet & packet, Summed const & sum ) {
+   auto const begin = packet.layers.message;
+   auto end = packet.layers.end;
+   if ( sum.holeBytes != 0 && end - begin >= sum.hole ) {
+      // OSPF has a length of its own, behind which more may follow.
+      end = std::min< std::size_t >( end, begin + u16At( packet.frame, begin + 2 ) );
+   }
+   if ( std::max( sum.at + 2, sum.hole + sum.holeBytes ) <= end - begin ) {
+      putChecksum( packet, { .at = begin + sum.at,
+                             .begin = begin,
+                             .end = end,
+                             .pseudoHeader = sum.pseudoHeader,
+                             .hole = sum.hole,
+                             .holeBytes = sum.holeBytes } );
+   }
 }
 
 // Sets the lengths and checksums right, so that what is in the message gets a chance.
@@ -111,19 +132,15 @@ std::string completed( std::string frame ) {
    if ( layers->message > end || end > bytes.size() ) {
       return bytes;
    }
-   auto const size = end - layers->message;
    if ( layers->udp != 0 ) {
       putNumber( bytes, layers->udp + 4, 2, static_cast< U32 >( end - layers->udp ) );
       putChecksum(
          packet,
          { .at = layers->udp + 6, .begin = layers->udp, .end = end, .pseudoHeader = true } );
    }
-   for ( auto const & [ carrier, number, at, pseudoHeader ] : summed ) {
-      if ( layers->carrier == carrier && layers->number == number && at + 2 <= size ) {
-         putChecksum( packet, { .at = layers->message + at,
-                                .begin = layers->message,
-                                .end = end,
-                                .pseudoHeader = pseudoHeader } );
+   for ( auto const & sum : summed ) {
+      if ( layers->carrier == sum.carrier && layers->number == sum.number ) {
+         putSum( packet, sum );
       }
    }
    return bytes;

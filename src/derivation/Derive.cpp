@@ -1,12 +1,19 @@
 #include "derivation/Derive.h"
 
+#include "derivation/Bfd.h"
 #include "derivation/Cdp.h"
+#include "derivation/Eigrp.h"
+#include "derivation/Groups.h"
 #include "derivation/Hsrp.h"
 #include "derivation/IsisHello.h"
 #include "derivation/Lacp.h"
 #include "derivation/Layers.h"
 #include "derivation/Lldp.h"
+#include "derivation/Mdns.h"
 #include "derivation/Oam.h"
+#include "derivation/Ospf.h"
+#include "derivation/Pim.h"
+#include "derivation/Rip.h"
 #include "derivation/RouterAdvertisement.h"
 #include "derivation/Vrrp.h"
 
@@ -39,6 +46,24 @@ constexpr std::array protocols{
    Protocol{ "cdp", Carrier::snap, 0x2000, cdp },
    Protocol{ "hsrp", Carrier::udp4, 1985, hsrp },
    Protocol{ "hsrp", Carrier::udp6, 2029, hsrp },
+   Protocol{ "ospf", Carrier::ipv4, 89, ospf2 },
+   Protocol{ "ospfv3", Carrier::ipv6, 89, ospf3 },
+   Protocol{ "bfd", Carrier::udp4, 3784, bfd },
+   Protocol{ "bfd", Carrier::udp4, 4784, bfd },
+   Protocol{ "bfd", Carrier::udp6, 3784, bfd },
+   Protocol{ "bfd", Carrier::udp6, 4784, bfd },
+   Protocol{ "pim", Carrier::ipv4, 103, pim },
+   Protocol{ "pim", Carrier::ipv6, 103, pim },
+   Protocol{ "eigrp", Carrier::ipv4, 88, eigrp },
+   Protocol{ "eigrp", Carrier::ipv6, 88, eigrp },
+   Protocol{ "rip", Carrier::udp4, 520, rip },
+   Protocol{ "ripng", Carrier::udp6, 521, ripng },
+   Protocol{ "mdns", Carrier::udp4, 5353, mdns },
+   Protocol{ "mdns", Carrier::udp6, 5353, mdns },
+   Protocol{ "igmp", Carrier::ipv4, 2, igmp },
+   Protocol{ "mld", Carrier::icmp6, 131, mld },
+   Protocol{ "mld", Carrier::icmp6, 132, mld },
+   Protocol{ "mld", Carrier::icmp6, 143, mld },
 };
 
 Protocol const * protocolOf( Layers const & layers ) {

@@ -144,6 +144,20 @@ inline std::string refusalOf( std::string const & frame ) {
    return malformed != nullptr ? malformed->protocol + ": " + malformed->reason : "heard";
 }
 
+// The greeting with what the goodbye replaces taken from it.
+inline std::string rebuilt( Heard const & heard ) {
+   std::string frame;
+   std::size_t from = 0, to = 0;
+   for ( auto const & [ at, bytes, by ] : heard.replaced ) {
+      EXPECT_GE( at, from );
+      to += at - from;
+      frame += heard.greeting.substr( from, at - from ) + heard.goodbye.substr( to, by );
+      to += by;
+      from = at + bytes;
+   }
+   return frame + heard.greeting.substr( from );
+}
+
 // What must hold for every frame of a protocol is tested with all samples. A test file has its own as
 // static objects.
 struct Sample {
