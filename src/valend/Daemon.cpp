@@ -54,6 +54,8 @@ Daemon::Daemon( Settings::ConfigResult const & read,
                      [ this ]( auto const & agent, auto const & interface, auto const & frames ) {
                         publishedFile_.save( { agent, interface, frames } );
                      } ),
+      learnedFrames_( feeder_.config(), publications_, speakers_.table(), conditions_, loop_.workQueue(),
+                      loop_.scheduler() ),
       faults_( [ this ]( auto const & fault ) {
          if ( Valen::isVrfSetupFault( fault ) ) {
             feeder_.vrfFailed( fault.key, fault.text );
@@ -110,6 +112,9 @@ Daemon::Daemon( Settings::ConfigResult const & read,
          controller_.linkSeen( place, seen );
       } );
    endpoints_.markIs( EGRESS_OWN_MARK );
+   speakers_.changedIs( [ this ]( auto const & place ) { learnedFrames_.speakersChanged( place ); } );
+   publications_.changedIs(
+      [ this ]( auto const & interface ) { learnedFrames_.framesChanged( interface ); } );
    endpoints_.openFailedIs( [ this ]( auto const & netNs, auto const & why ) {
       feeder_.namespaceFailed( netNs.stdString(), why );
    } );
@@ -128,6 +133,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
 }
 
 Daemon::~Daemon() {
+   speakers_.changedIs( []( auto const & ) {} );
    links_.seenIs( nullptr );
    library_ = nullptr;
    store_.entityManager->mountProviderIs( Valen::Linux::KernelNetInfoProvider::prefix, nullptr );
@@ -179,6 +185,7 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
             [ this ] { return speakers_.attaching().dropOlder( generation_ ); },
             [ this, plan ] {
                controller_.configChanged();
+               learnedFrames_.configChanged();
                lastConfiguration_.keep( plan );
                return false;
             } };

@@ -15,6 +15,7 @@
 #include "valend/base/Watchdog.h"
 #include "valend/configuration/Configurator.h"
 #include "valend/configuration/LastConfiguration.h"
+#include "valend/configuration/LearnedFrames.h"
 #include "valend/configuration/PublishedFile.h"
 #include "valend/kernel/KernelLinks.h"
 #include "valend/report/Metrics.h"
@@ -81,6 +82,7 @@ class Daemon {
    Feeder feeder_;
    PublishedFile publishedFile_;
    Publications publications_;
+   LearnedFrames learnedFrames_;
    FaultLog faults_;
    Journal journal_;
    LinkController controller_;

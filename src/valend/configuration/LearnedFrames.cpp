@@ -86,7 +86,7 @@ void LearnedFrames::update( std::string const & interface ) {
       }
    }
    for ( auto const & agent : outdated ) {
-      publications_.withdraw( agent, interface, 0 );
+      publications_.withdraw( agent, interface, Publications::self );
    }
    for ( auto const & [ agent, frames ] : wanted ) {
       publish( agent, interface, frames );
@@ -96,7 +96,7 @@ void LearnedFrames::update( std::string const & interface ) {
 void LearnedFrames::publish( std::string const & agent, std::string const & interface,
                              Settings::Frames const & frames ) {
    try {
-      publications_.publish( { agent, interface, frames, Lifetime::learned, 0 } );
+      publications_.publish( { agent, interface, frames, Lifetime::learned, Publications::self } );
       condition_.clear();
    } catch ( Refusal const & e ) {
       condition_.raise( "cannot use the goodbyes that were learned on " + interface + ": " +

@@ -125,8 +125,16 @@ void Publications::publish( Message message ) {
       remove( old );
    }
    auto const interface = message.interface;
+   auto const lifetime = message.lifetime;
    put( std::move( message ) );
+   framesChanged( interface, lifetime );
+}
+
+void Publications::framesChanged( std::string const & interface, Lifetime lifetime ) {
    feeder_.framesChanged( interface );
+   if ( changed_ && lifetime != Lifetime::learned ) {
+      changed_( interface );
+   }
 }
 
 void Publications::put( Message message ) {
@@ -183,7 +191,7 @@ Publications::Lifetime Publications::withdraw( std::string const & agent,
    if ( kept_ && lifetime == Lifetime::kept ) {
       kept_( agent, interface, {} );
    }
-   feeder_.framesChanged( interface );
+   framesChanged( interface, lifetime );
    return lifetime;
 }
 
@@ -201,7 +209,7 @@ bool Publications::withdrawNext( U64 gone ) {
    }
    auto const key = *bound->second.begin();
    remove( messages_.find( key ) );
-   feeder_.framesChanged( key.second );
+   framesChanged( key.second, Lifetime::connection );
    return true;
 }
 

@@ -64,6 +64,11 @@ class Publications {
    Publications( Publications const & ) = delete;
    Publications & operator=( Publications const & ) = delete;
 
+   // `changed` (may be empty) is called when a client has changed what is published for an interface.
+   void changedIs( std::function< void( std::string const & interface ) > changed ) {
+      changed_ = std::move( changed );
+   }
+
    // Restores what the previous run kept. Called before the first configIs().
    void resume( std::vector< Message > messages );
 
@@ -106,12 +111,14 @@ class Publications {
  private:
    void requireName( std::string const & agent, U64 client ) const;
    bool withdrawNext( U64 gone );
+   void framesChanged( std::string const & interface, Lifetime lifetime );
    void put( Message message );
    void remove( Messages::iterator message );
    std::map< std::string, Settings::Frames > activeFrames( std::string const & interface ) const;
 
    Feeder & feeder_;
    Kept const kept_;
+   std::function< void( std::string const & interface ) > changed_;
    PlanPtr plan_; // never null
    Messages messages_;
    std::size_t memory_ = 0;
