@@ -7,6 +7,7 @@
 
 #include <cstring>
 #include <fcntl.h>
+#include <future>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -244,6 +245,19 @@ TEST_F( LimitsOfFilesTest, ATerminalIsNotRead ) {
    StandardInput const input( file );
    EXPECT_THAT( errors( "-" ), ElementsAre( "-: is a terminal; expected a file or a pipe" ) );
    ::close( file );
+}
+
+// Opening one waits for its writer, unless it is told not to.
+TEST_F( LimitsOfFilesTest, AFifoIsNotWaitedFor ) {
+   ASSERT_EQ( ::mkfifo( ( directory / "valen.yaml" ).c_str(), 0600 ), 0 );
+   auto read = std::async( std::launch::async, [ this ] { return errors(); } );
+   bool const ended = read.wait_for( std::chrono::seconds( 10 ) ) == std::future_status::ready;
+   EXPECT_TRUE( ended );
+   if ( !ended ) {
+      ::close( ::open( ( directory / "valen.yaml" ).c_str(), O_WRONLY ) ); // the writer
+   }
+   EXPECT_THAT( read.get(),
+                ElementsAre( directory / "valen.yaml" + ": cannot read: not a regular file" ) );
 }
 
 TEST_F( LimitsOfFilesTest, APipeIsReadToItsEnd ) {
