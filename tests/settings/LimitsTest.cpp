@@ -3,11 +3,11 @@
 
 #include "settings/ConfigFiles.h"
 #include "tests/settings/CaptureFile.h"
+#include "tests/support/Fifo.h"
 #include "tests/support/WorkDirectory.h"
 
 #include <cstring>
 #include <fcntl.h>
-#include <future>
 #include <gmock/gmock.h>
 #include <sys/resource.h>
 #include <sys/stat.h>
@@ -249,15 +249,9 @@ TEST_F( LimitsOfFilesTest, ATerminalIsNotRead ) {
 
 // Opening one waits for its writer, unless it is told not to.
 TEST_F( LimitsOfFilesTest, AFifoIsNotWaitedFor ) {
-   ASSERT_EQ( ::mkfifo( ( directory / "valen.yaml" ).c_str(), 0600 ), 0 );
-   auto read = std::async( std::launch::async, [ this ] { return errors(); } );
-   bool const ended = read.wait_for( std::chrono::seconds( 10 ) ) == std::future_status::ready;
-   EXPECT_TRUE( ended );
-   if ( !ended ) {
-      ::close( ::open( ( directory / "valen.yaml" ).c_str(), O_WRONLY ) ); // the writer
-   }
-   EXPECT_THAT( read.get(),
-                ElementsAre( directory / "valen.yaml" + ": cannot read: not a regular file" ) );
+   auto const file = directory / "valen.yaml";
+   EXPECT_THAT( Valen::Test::readOfFifo( file, [ this ] { return errors(); } ),
+                ElementsAre( file + ": cannot read: not a regular file" ) );
 }
 
 TEST_F( LimitsOfFilesTest, APipeIsReadToItsEnd ) {
