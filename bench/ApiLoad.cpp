@@ -3,74 +3,20 @@
 //   api_load SOCKET CALLS CLIENTS SHUTDOWNS DELAY-MS
 // Prints one line, and fails when an answer is wrong or missing, or a shutdown does not end down.
 // bench/api_load starts valend and makes its interfaces.
-#include <nlohmann/json.hpp>
+#include "ApiClient.h"
 
 #include <algorithm>
 #include <chrono>
 #include <iostream>
+#include <memory>
 #include <poll.h>
-#include <sys/socket.h>
-#include <sys/un.h>
-#include <unistd.h>
 #include <vector>
 
 namespace {
 
-using Json = nlohmann::json;
 using Clock = std::chrono::steady_clock;
-
-// One connection, with at most one call in progress.
-class Client {
- public:
-   explicit Client( std::string const & path )
-       : fd_( ::socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 ) ) {
-      sockaddr_un address{};
-      address.sun_family = AF_UNIX;
-      path.copy( address.sun_path, sizeof address.sun_path - 1 );
-      if ( ::connect( fd_, reinterpret_cast< sockaddr * >( &address ), sizeof address ) != 0 ) {
-         throw std::runtime_error( "cannot connect to valend at " + path );
-      }
-   }
-   ~Client() { ::close( fd_ ); }
-   Client( Client const & ) = delete;
-   Client & operator=( Client const & ) = delete;
-
-   int fd() const noexcept { return fd_; }
-
-   void call( std::string const & method, Json const & parameters, bool more = false ) {
-      auto const text = Json{
-         { "method", "org.valen.daemon." + method },
-         { "parameters", parameters },
-         { "more", more } }.dump();
-      if ( ::send( fd_, text.c_str(), text.size() + 1, MSG_NOSIGNAL ) !=
-           static_cast< ssize_t >( text.size() + 1 ) ) {
-         throw std::runtime_error( "a call could not be sent" );
-      }
-   }
-   // The next whole answer, of what can be read now without waiting when `wait` is false.
-   std::optional< Json > answer( bool wait ) {
-      for ( auto end = buffer_.find( '\0' );; end = buffer_.find( '\0' ) ) {
-         if ( end != std::string::npos ) {
-            auto answer = Json::parse( buffer_.substr( 0, end ) );
-            buffer_.erase( 0, end + 1 );
-            return answer;
-         }
-         char chunk[ 65536 ];
-         auto const count = ::recv( fd_, chunk, sizeof chunk, wait ? 0 : MSG_DONTWAIT );
-         if ( count == 0 || ( count < 0 && errno != EAGAIN ) ) {
-            throw std::runtime_error( "valend closed the connection" );
-         }
-         if ( count < 0 ) {
-            return std::nullopt;
-         }
-         buffer_.append( chunk, static_cast< std::size_t >( count ) );
-      }
-   }
-
- private:
-   int const fd_;
-   std::string buffer_;
-};
+using Json = nlohmann::json;
+using Valen::Bench::ApiClient;
 
 // What is asked, in turn; each answer holds the interface that it is about.
 Json::json_pointer const answered[] = {
@@ -84,7 +30,7 @@ class Load {
    Load( std::string const & socket, long calls, int clients, long shutdowns, long delayMs )
        : calls_( calls ), shutdowns_( shutdowns ), delayMs_( delayMs ), operator_( socket ) {
       for ( int i = 0; i < clients; ++i ) {
-         clients_.push_back( std::make_unique< Client >( socket ) );
+         clients_.push_back( std::make_unique< ApiClient >( socket ) );
       }
       operator_.call( "List", Json::object() );
       names_ = operator_.answer( true )->at( "parameters" ).at( "interfaces" );
@@ -202,9 +148,9 @@ class Load {
    long const calls_;
    long const shutdowns_;
    long const delayMs_;
-   Client operator_; // shuts down
-   std::vector< std::unique_ptr< Client > > clients_;
-   std::vector< long > asked_; // by client: the number of its call
+   ApiClient operator_;                                  // shuts down
+   std::vector< std::unique_ptr< ApiClient > > clients_; // each with at most one call in progress
+   std::vector< long > asked_;                           // by client: the number of its call
    Json names_;
    Json down_;
    long begun_ = 0;

@@ -9,90 +9,28 @@
 //   api_pressure timer                              waits for a timer every 2 ms, and does nothing else
 // Each runs until its standard input ends, and then prints one line of JSON. Those who press begin with the line
 // "pressing", once they are there.
-#include <nlohmann/json.hpp>
+#include "ApiClient.h"
 
 #include <algorithm>
-#include <cerrno>
 #include <chrono>
 #include <cstring>
 #include <iostream>
+#include <memory>
 #include <poll.h>
-#include <sys/socket.h>
 #include <sys/timerfd.h>
-#include <sys/un.h>
 #include <unistd.h>
 #include <vector>
 
 namespace {
 
-using Json = nlohmann::json;
 using Clock = std::chrono::steady_clock;
+using Json = nlohmann::json;
 using std::chrono::microseconds;
+using Valen::Bench::ApiClient;
 
 constexpr char frame[] =
    "0180c200000e02000000000188cc020704020000000001040703020000000001060200000000";
 constexpr microseconds period{ 2000 };
-
-// --- A connection --------------------------------------------------------------------------------
-
-std::string encoded( char const * method, Json const & parameters, bool more = false ) {
-   Json const call{ { "method", std::string( "org.valen.daemon." ) + method },
-                    { "parameters", parameters },
-                    { "more", more } };
-   return call.dump() + '\0';
-}
-
-class Connection {
- public:
-   explicit Connection( std::string const & path )
-       : fd_( ::socket( AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0 ) ) {
-      sockaddr_un address{};
-      address.sun_family = AF_UNIX;
-      path.copy( address.sun_path, sizeof address.sun_path - 1 );
-      if ( ::connect( fd_, reinterpret_cast< sockaddr * >( &address ), sizeof address ) != 0 ) {
-         throw std::runtime_error( "cannot connect to valend at " + path );
-      }
-   }
-   ~Connection() { ::close( fd_ ); }
-   Connection( Connection const & ) = delete;
-   Connection & operator=( Connection const & ) = delete;
-
-   int fd() const noexcept { return fd_; }
-
-   void send( std::string_view text ) {
-      while ( !text.empty() ) {
-         auto const count = ::send( fd_, text.data(), text.size(), MSG_NOSIGNAL );
-         if ( count < 0 ) {
-            throw std::runtime_error( "a call could not be sent" );
-         }
-         text.remove_prefix( static_cast< std::size_t >( count ) );
-      }
-   }
-
-   // What can be read; waits until that is something.
-   std::string_view receive() {
-      auto const count = ::recv( fd_, buffer_.data(), buffer_.size(), 0 );
-      if ( count <= 0 ) {
-         throw std::runtime_error( "valend closed the connection" );
-      }
-      return { buffer_.data(), static_cast< std::size_t >( count ) };
-   }
-
-   // Waits until so many answers have been read.
-   void answers( std::size_t count ) {
-      for ( std::size_t read = 0; read < count; ) {
-         read += ends( receive() );
-      }
-   }
-
-   static std::size_t ends( std::string_view text ) {
-      return static_cast< std::size_t >( std::count( text.begin(), text.end(), '\0' ) );
-   }
-
- private:
-   int const fd_;
-   std::vector< char > buffer_ = std::vector< char >( 1u << 18 );
-};
 
 bool readable( int fd, microseconds timeout = microseconds( 0 ) ) {
    pollfd each{ fd, POLLIN, 0 };
@@ -120,21 +58,21 @@ void pressing() {
 // --- Those who press -----------------------------------------------------------------------------
 
 Json watch( std::string const & socket, long interfaces, long clients, long followers ) {
-   std::vector< std::unique_ptr< Connection > > connections;
+   std::vector< std::unique_ptr< ApiClient > > connections;
    std::vector< pollfd > ready{ { STDIN_FILENO, POLLIN, 0 } };
    auto const call = [ & ]( std::string const & text ) {
-      connections.push_back( std::make_unique< Connection >( socket ) );
+      connections.push_back( std::make_unique< ApiClient >( socket ) );
       connections.back()->send( text );
       ready.push_back( { connections.back()->fd(), POLLIN, 0 } );
    };
    for ( long i = 0; i < clients; ++i ) {
       auto const interface = "Ethernet" + std::to_string( interfaces - 1 - i );
-      call( encoded( "Watch", { { "path", "" } }, true ) );
-      call( encoded( "WatchStatus", Json::object(), true ) );
-      call( encoded( "Wait", { { "interface", interface }, { "until", "down" } } ) );
+      call( ApiClient::encoded( "Watch", { { "path", "" } }, true ) );
+      call( ApiClient::encoded( "WatchStatus", Json::object(), true ) );
+      call( ApiClient::encoded( "Wait", { { "interface", interface }, { "until", "down" } } ) );
    }
    for ( long i = 0; i < followers; ++i ) {
-      call( encoded( "Trace", Json::object(), true ) );
+      call( ApiClient::encoded( "Trace", Json::object(), true ) );
    }
    std::vector< bool > answered( connections.size() );
    auto missing = 2 * clients + followers; // a Wait has no answer
@@ -146,7 +84,7 @@ Json watch( std::string const & socket, long interfaces, long clients, long foll
             continue;
          }
          auto const text = connections[ i ]->receive();
-         auto const count = Connection::ends( text );
+         auto const count = ApiClient::ends( text );
          answers += count;
          bytes += text.size();
          if ( count && !answered[ i ] ) {
@@ -163,15 +101,16 @@ Json watch( std::string const & socket, long interfaces, long clients, long foll
 
 // The clients ask for everything in turn, one every 25 ms unless it still waits for its answer.
 Json question( std::string const & socket, std::size_t clients ) {
-   std::vector< std::string > const questions{ encoded( "Status", Json::object() ),
-                                               encoded( "ListMessages", Json::object() ),
-                                               encoded( "List", Json::object() ),
-                                               encoded( "Metrics", Json::object() ),
-                                               encoded( "Show", { { "path", "interface" } } ),
-                                               encoded( "Config", Json::object() ) };
-   std::vector< std::unique_ptr< Connection > > connections;
+   std::vector< std::string > const questions{
+      ApiClient::encoded( "Status", Json::object() ),
+      ApiClient::encoded( "ListMessages", Json::object() ),
+      ApiClient::encoded( "List", Json::object() ),
+      ApiClient::encoded( "Metrics", Json::object() ),
+      ApiClient::encoded( "Show", { { "path", "interface" } } ),
+      ApiClient::encoded( "Config", Json::object() ) };
+   std::vector< std::unique_ptr< ApiClient > > connections;
    for ( std::size_t i = 0; i < clients; ++i ) {
-      connections.push_back( std::make_unique< Connection >( socket ) );
+      connections.push_back( std::make_unique< ApiClient >( socket ) );
    }
    std::vector< bool > waits( clients );
    std::size_t asked = 0;
@@ -180,7 +119,7 @@ Json question( std::string const & socket, std::size_t clients ) {
    while ( !ends( std::chrono::milliseconds( 25 ) ) ) {
       for ( std::size_t i = 0; i < clients; ++i ) {
          while ( waits[ i ] && readable( connections[ i ]->fd() ) ) {
-            waits[ i ] = Connection::ends( connections[ i ]->receive() ) == 0;
+            waits[ i ] = ApiClient::ends( connections[ i ]->receive() ) == 0;
             answered += !waits[ i ];
          }
       }
@@ -196,7 +135,7 @@ Json question( std::string const & socket, std::size_t clients ) {
 
 // Several at a time, every 10 ms, for all interfaces in turn; every second one for an interface that is not configured.
 Json publish( std::string const & socket, long interfaces, long rate ) {
-   Connection connection( socket );
+   ApiClient connection( socket );
    auto const batch = rate / 100;
    long sent = 0;
    auto const send = [ & ] {
@@ -204,7 +143,7 @@ Json publish( std::string const & socket, long interfaces, long rate ) {
       for ( auto const end = sent + batch; sent < end; ++sent ) {
          char tail[ 3 ];
          std::snprintf( tail, sizeof tail, "%02lx", sent / 2 % 256 );
-         calls += encoded(
+         calls += ApiClient::encoded(
             "Publish",
             { { "agent", "press" },
               { "interface", sent % 2 ? "Ethernet" + std::to_string( sent / 2 % interfaces )
@@ -213,7 +152,7 @@ Json publish( std::string const & socket, long interfaces, long rate ) {
               { "frames", { std::string( frame ) + tail } } } );
       }
       connection.send( calls );
-      connection.answers( static_cast< std::size_t >( batch ) );
+      connection.skip( static_cast< std::size_t >( batch ) );
    };
    send();
    pressing();
@@ -246,14 +185,14 @@ Json spread( std::vector< long > & times ) {
 
 // A good client: asks for one interface after the other.
 Json ask( std::string const & socket, long interfaces ) {
-   Connection connection( socket );
+   ApiClient connection( socket );
    std::vector< long > times;
    for ( long i = 0; !ends( period ); ++i ) {
-      auto const call =
-         encoded( "Status", { { "interface", "Ethernet" + std::to_string( i % interfaces ) } } );
+      auto const call = ApiClient::encoded(
+         "Status", { { "interface", "Ethernet" + std::to_string( i % interfaces ) } } );
       auto const begin = Clock::now();
       connection.send( call );
-      connection.answers( 1 );
+      connection.skip( 1 );
       times.push_back( since( begin ) );
    }
    return spread( times );

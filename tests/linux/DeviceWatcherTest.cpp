@@ -2,7 +2,34 @@
 
 #include "tests/linux/TestNetwork.h"
 
+#include <cerrno>
 #include <gmock/gmock.h>
+#include <linux/rtnetlink.h>
+#include <sys/syscall.h>
+
+namespace {
+
+// What becomes of the next request to the kernel: it is changed, or fails with the errno that is returned.
+std::function< int( nlmsghdr & request ) > nextRequest;
+
+} // namespace
+
+// Replaces the function of the C library.
+extern "C" ssize_t sendto( int fd, void const * bytes, std::size_t count, int flags,
+                           sockaddr const * address, socklen_t size ) {
+   auto const send = [ & ]( void const * sent ) {
+      return static_cast< ssize_t >(
+         ::syscall( SYS_sendto, fd, sent, count, flags, address, size ) );
+   };
+   if ( !nextRequest ) {
+      return send( bytes );
+   }
+   std::vector< char > request( static_cast< char const * >( bytes ),
+                                static_cast< char const * >( bytes ) + count );
+   errno =
+      std::exchange( nextRequest, nullptr )( *reinterpret_cast< nlmsghdr * >( request.data() ) );
+   return errno ? -1 : send( request.data() );
+}
 
 namespace Valen::Linux {
 namespace {
@@ -279,6 +306,21 @@ TEST_F( DeviceWatcherTest, AnOverrunDuringTheFirstDumpCausesAnotherBeforeItIsCom
    ASSERT_TRUE( turnUntil( [ & ] { return status_->synchronized(); } ) );
    EXPECT_GE( status_->resyncs(), 1u );
    EXPECT_EQ( device( blue, "et1" )->mtu(), 1439u );
+}
+
+// When it takes the request, or when it answers.
+TEST_F( DeviceWatcherTest, ADumpThatTheKernelRejectsIsRequestedAgain ) {
+   TestNetNs const blue;
+   for ( int const error : { ENOBUFS, 0 } ) {
+      nextRequest = [ error ]( nlmsghdr & request ) {
+         request.nlmsg_type = RTM_MAX + 1; // which is answered with an error
+         return error;
+      };
+      watch( blue );
+      EXPECT_FALSE( nextRequest );
+      EXPECT_TRUE( turnUntil( [ & ] { return status_->synchronized(); } ) ) << error;
+      EXPECT_THAT( devices(), ElementsAre( "lo/1" ) );
+   }
 }
 
 TEST_F( DeviceWatcherTest, ALargeBufferHoldsManyChanges ) {

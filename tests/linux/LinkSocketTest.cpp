@@ -2,8 +2,8 @@
 
 #include "linux/LinkWorker.h"
 #include "linux/Rtnetlink.h"
+#include "tests/linux/Links.h"
 #include "tests/linux/Privileges.h"
-#include "tests/linux/TestNetwork.h"
 
 #include <linux/filter.h>
 #include <linux/netlink.h>
@@ -14,7 +14,6 @@ namespace Valen::Linux {
 namespace {
 
 using namespace std::chrono_literals;
-using Valen::Test::TestNetNs;
 
 // The netlink sockets of this process.
 std::set< int > netlinkSockets() {
@@ -37,17 +36,14 @@ void answersAreLost( int socket ) {
    ASSERT_EQ( ::setsockopt( socket, SOL_SOCKET, SO_ATTACH_FILTER, &program, sizeof program ), 0 );
 }
 
-class LinkSocketTest : public Valen::Test::NetworkTest {
+class LinkSocketTest : public Valen::Test::LinksTest {
  protected:
    void SetUp() override {
-      NetworkTest::SetUp();
+      LinksTest::SetUp();
       if ( IsSkipped() ) {
          return;
       }
-      blue_.emplace();
-      far_.emplace();
-      blue_->veth( "et1", *far_, "far-et1" );
-      link_ = { blue_->text(), "et1", blue_->index( "et1" ) };
+      link_ = id( "et1" );
       others_ = netlinkSockets();
    }
    NetNs netNs() const { return NetNsDirectories().open( blue_->name() ); }
@@ -71,8 +67,6 @@ class LinkSocketTest : public Valen::Test::NetworkTest {
       }
    }
 
-   std::optional< TestNetNs > blue_;
-   std::optional< TestNetNs > far_;
    LinkId link_;
 
  private:

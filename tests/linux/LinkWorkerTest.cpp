@@ -1,6 +1,7 @@
 #include "linux/LinkWorker.h"
 
 #include "tests/linux/BusyKernel.h"
+#include "tests/linux/Links.h"
 #include "tests/linux/Privileges.h"
 
 #include <gmock/gmock.h>
@@ -12,24 +13,14 @@ using namespace std::chrono_literals;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
 using ::testing::IsEmpty;
-using Valen::Test::TestNetNs;
 
-class LinkWorkerTest : public Valen::Test::NetworkTest {
+class LinkWorkerTest : public Valen::Test::LinksTest {
  protected:
    void SetUp() override {
-      NetworkTest::SetUp();
-      if ( IsSkipped() ) {
-         return;
+      LinksTest::SetUp();
+      if ( !IsSkipped() ) {
+         worker_.emplace( loop_ );
       }
-      blue_.emplace();
-      far_.emplace();
-      for ( auto const * const device : { "et1", "et2", "et3" } ) {
-         blue_->veth( device, *far_, std::string( "far-" ) + device );
-      }
-      worker_.emplace( loop_ );
-   }
-   LinkId id( std::string const & device ) const {
-      return { blue_->text(), device, blue_->index( device ) };
    }
    // Requests a change; its answer is added to `answers`: "et1 down changed".
    LinkWorker::Id request( std::string const & device, LinkState state,
@@ -53,8 +44,6 @@ class LinkWorkerTest : public Valen::Test::NetworkTest {
              LinkState::up;
    }
 
-   std::optional< TestNetNs > blue_;
-   std::optional< TestNetNs > far_;
    std::optional< LinkWorker > worker_;
    std::vector< std::string > answers;
    LinkWorker::Answer last;

@@ -1,5 +1,6 @@
 #include "linux/NetNsWatcher.h"
 
+#include "tests/linux/Privileges.h"
 #include "tests/linux/TestNetwork.h"
 #include "tests/support/WorkDirectory.h"
 
@@ -133,6 +134,30 @@ TEST_F( NetNsWatcherTest, AFileFromBeforeTheWatcherThatBecomesANamespaceIsReport
    makeFile( "late" );
    watchOwn();
    mount( "/proc/self/ns/net", "late" );
+   ASSERT_TRUE( toldCount( 1 ) );
+   EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
+}
+
+// Nothing reports that: the file to which the link leads is elsewhere, and nothing is mounted.
+TEST_F( NetNsWatcherTest, ALinkFromBeforeTheWatcherThatLeadsToANamespaceLaterIsReported ) {
+   Valen::Test::WorkDirectory const elsewhere;
+   elsewhere.write( "late", "" );
+   directory_.link( elsewhere / "late", "late" );
+   watchOwn();
+   elsewhere.link( "/proc/self/ns/net", "new" );
+   std::filesystem::rename( elsewhere / "new", elsewhere / "late" );
+   ASSERT_TRUE( toldCount( 1 ) );
+   EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
+}
+
+TEST_F( NetNsWatcherTest, ANamespaceForWhichNoDescriptorIsLeftIsReportedLater ) {
+   watchOwn();
+   {
+      Valen::Test::DescriptorLimit const limit( Valen::Test::limitLeaving( 0 ) );
+      directory_.link( "/proc/self/ns/net", "late" );
+      settle( 30ms );
+      EXPECT_THAT( told_, ElementsAre() );
+   }
    ASSERT_TRUE( toldCount( 1 ) );
    EXPECT_THAT( told_, ElementsAre( "late appeared" ) );
 }

@@ -304,6 +304,21 @@ TEST( ConfigReaderTest, NamesHaveALimitedLength ) {
                              "is U+009B" ) );
 }
 
+// As they are in the file, not as escapes.
+TEST( ConfigReaderTest, BytesThatAreNotTextAreErrorsWithTheirPlace ) {
+   auto const error = []( std::string const & bytes ) {
+      return errorsOf( "# one\ninterfaces:\n- {name: \"a" + bytes + "b\", device: a}" );
+   };
+   auto const place =
+      std::string( "f:3:10: interface name is not printable text: character 2 is " );
+   EXPECT_THAT( error( "\x1b" ), ElementsAre( place + "U+001B" ) );
+   EXPECT_THAT( error( "\x7f" ), ElementsAre( place + "U+007F" ) );
+   EXPECT_THAT( error( "\xff" ), ElementsAre( place + "the byte 0xff, which is not UTF-8" ) );
+   EXPECT_THAT( error( "\xc3" ), ElementsAre( place + "the byte 0xc3, which is not UTF-8" ) );
+   EXPECT_THAT( error( std::string( 1, '\0' ) ), ElementsAre( place + "U+0000" ) );
+   EXPECT_THAT( error( "\x04" ), ElementsAre( place + "U+0004" ) );
+}
+
 TEST( ConfigReaderTest, MissingNamesAreErrors ) {
    EXPECT_THAT( errorsOf( "vrfs: [{name: a}]" ), ElementsAre( "f:1:8: VRF has no \"namespace\"" ) );
    EXPECT_THAT( errorsOf( "vrfs: [{namespace: a}]" ), ElementsAre( "f:1:8: VRF has no \"name\"" ) );
@@ -381,6 +396,10 @@ TEST( ConfigReaderTest, ErrorsAreSingleLines ) {
    EXPECT_THAT( errorsOf( "interfaces: [{name: a, vrf: \"b\\nc\"}]" ),
                 ElementsAre( "f:1:29: unknown VRF \"b\\x0ac\"; expected \"default\" or one of "
                              "\"vrfs\"" ) );
+   EXPECT_THAT(
+      errorsOf( "trace: {\"a\\nb\\e\": 1}" ),
+      ElementsAre( "f:1:9: unknown key \"a b \" in trace; expected \"levels\", \"file\" or "
+                   "\"ring\"" ) );
 }
 
 } // namespace

@@ -3,6 +3,7 @@
 
 #include "settings/ConfigFiles.h"
 #include "tests/settings/CaptureFile.h"
+#include "tests/support/Fifo.h"
 #include "tests/support/WorkDirectory.h"
 
 #include <cstring>
@@ -244,6 +245,13 @@ TEST_F( LimitsOfFilesTest, ATerminalIsNotRead ) {
    StandardInput const input( file );
    EXPECT_THAT( errors( "-" ), ElementsAre( "-: is a terminal; expected a file or a pipe" ) );
    ::close( file );
+}
+
+// Opening one waits for its writer, unless it is told not to.
+TEST_F( LimitsOfFilesTest, AFifoIsNotWaitedFor ) {
+   auto const file = directory / "valen.yaml";
+   EXPECT_THAT( Valen::Test::readOfFifo( file, [ this ] { return errors(); } ),
+                ElementsAre( file + ": cannot read: not a regular file" ) );
 }
 
 TEST_F( LimitsOfFilesTest, APipeIsReadToItsEnd ) {

@@ -1,6 +1,7 @@
-// Loaded into valend with LD_PRELOAD: makes single system calls fail that it makes for a network namespace.
+// Loaded into valend with LD_PRELOAD: makes single system calls fail that its loop makes for a network namespace.
 // $FAILING_CALLS has words "NAMESPACE:CALL:N:ERRNO": the Nth of these calls for it fails, once. The calls
-// are open, ioctl, fstat, setns; and in the namespace: socket, bind, sendto. Only one thread may make them.
+// are open, ioctl, fstat, setns; and in the namespace: socket, bind, sendto. Each word whose call has failed is a
+// line of the file $FAILED_CALLS. The calls of other threads do not count.
 #include <cerrno>
 #include <cstdarg>
 #include <cstdlib>
@@ -11,6 +12,8 @@
 #include <string>
 #include <sys/socket.h>
 #include <sys/stat.h>
+#include <sys/syscall.h>
+#include <unistd.h>
 
 namespace {
 
@@ -25,7 +28,11 @@ std::string namespaceOf( std::string_view path ) {
    return path.starts_with( directory ) ? std::string( path.substr( directory.size() ) ) : "";
 }
 
-// Of the namespaces that were opened: the link of a namespace's descriptor does not have its path.
+bool isLoop() {
+   return ::gettid() == ::getpid();
+}
+
+// What the loop has opened: the link of a namespace's descriptor does not have its path.
 std::map< int, std::string > & opened() {
    static auto & descriptors = *new std::map< int, std::string >;
    return descriptors;
@@ -39,10 +46,19 @@ std::string & current() {
    return name;
 }
 
+void record( std::string const & word ) {
+   auto const * const file = std::getenv( "FAILED_CALLS" );
+   auto const line = word + "\n";
+   auto const fd = static_cast< int >( ::syscall(
+      SYS_openat, AT_FDCWD, file ? file : "", O_WRONLY | O_CREAT | O_APPEND | O_CLOEXEC, 0600 ) );
+   ::syscall( SYS_write, fd, line.data(), line.size() );
+   ::syscall( SYS_close, fd );
+}
+
 // Whether this call is to fail; errno is set then.
 bool fails( std::string const & netNs, std::string const & call ) {
    static auto & counts = *new std::map< std::string, int >;
-   if ( netNs.empty() ) {
+   if ( netNs.empty() || !isLoop() ) {
       return false;
    }
    auto const * const words = std::getenv( "FAILING_CALLS" );
@@ -50,6 +66,7 @@ bool fails( std::string const & netNs, std::string const & call ) {
    std::istringstream stream( words ? words : "" );
    for ( std::string word; stream >> word; ) {
       if ( word.starts_with( wanted ) ) {
+         record( word );
          errno = std::atoi( word.c_str() + wanted.size() );
          return true;
       }
@@ -58,6 +75,9 @@ bool fails( std::string const & netNs, std::string const & call ) {
 }
 
 std::string lookUp( std::map< int, std::string > const & names, int fd ) {
+   if ( !isLoop() ) {
+      return std::string();
+   }
    auto const found = names.find( fd );
    return found == names.end() ? std::string() : found->second;
 }
@@ -68,7 +88,7 @@ int opening( char const * name, char const * path, int flags, mode_t mode ) {
       return -1;
    }
    auto const fd = next< int( char const *, int, ... ) >( name )( path, flags, mode );
-   if ( fd >= 0 ) {
+   if ( fd >= 0 && isLoop() ) {
       opened()[ fd ] = netNs;
       sockets().erase( fd );
    }
@@ -119,18 +139,18 @@ int setns( int fd, int type ) noexcept {
       return -1;
    }
    auto const result = next< int( int, int ) >( "setns" )( fd, type );
-   if ( result == 0 ) {
+   if ( result == 0 && isLoop() ) {
       current() = netNs;
    }
    return result;
 }
 
 int socket( int family, int type, int protocol ) noexcept {
-   if ( fails( current(), "socket" ) ) {
+   if ( isLoop() && fails( current(), "socket" ) ) {
       return -1;
    }
    auto const fd = next< int( int, int, int ) >( "socket" )( family, type, protocol );
-   if ( fd >= 0 ) {
+   if ( fd >= 0 && isLoop() ) {
       sockets()[ fd ] = current();
       opened().erase( fd );
    }

@@ -1,5 +1,6 @@
 #include "varlink/Server.h"
 
+#include "tests/linux/Privileges.h"
 #include "tests/support/WorkDirectory.h"
 
 #include <gmock/gmock.h>
@@ -337,6 +338,23 @@ TEST_F( ServerTest, WithoutRoomForItANewcomerTakesThePlaceOfAnIdleOneOrNone ) {
    EXPECT_THAT( answers( connect() ), ElementsAre( "closed" ) );
    EXPECT_EQ( server->connections(), 2u );
    EXPECT_EQ( server->dropped(), ( Server::Dropped{ .madeRoom = 1, .refused = 1 } ) );
+}
+
+TEST_F( ServerTest, WithoutADescriptorAClientWaitsAndTheLoopDoesNotSpin ) {
+   open();
+   auto const fd = connectWithoutATurn();
+   {
+      Valen::Test::DescriptorLimit const limit( Valen::Test::limitLeaving( 0 ) );
+      settle();
+      auto const begin = std::chrono::steady_clock::now();
+      loop.turn( 50ms );
+      EXPECT_GE( std::chrono::steady_clock::now() - begin, 40ms ) << "something is always ready";
+   }
+   call( fd, echo );
+   for ( int turns = 0; service.calls == 0 && turns < 500; ++turns ) {
+      loop.turn( 20ms );
+   }
+   EXPECT_THAT( answers( fd ), ElementsAre( echoed ) );
 }
 
 TEST_F( ServerTest, AClientWithACallInProgressIsNotDisconnected ) {

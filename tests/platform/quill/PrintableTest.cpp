@@ -35,6 +35,19 @@ TEST( PrintableTest, ControlCharactersAreNamedAndEscaped ) {
    }
 }
 
+// Of each range that is not printable, and the printable neighbors of those.
+TEST( PrintableTest, TheFirstAndLastCharactersOfTheRangesAreKnown ) {
+   EXPECT_NE( unprintableIn( { "\0", 1 } ), std::nullopt );
+   for ( auto const * text : { "\x1f", "\x7f", "\u009f", "\u061c", "\u200e", "\u200f", "\u2028",
+                               "\u202e", "\u2066", "\u2069" } ) {
+      EXPECT_NE( unprintableIn( text ), std::nullopt ) << printable( text );
+   }
+   for ( auto const * text : { " ", "~", "\u00a0", "\u061b", "\u061d", "\u200d", "\u2010", "\u2027",
+                               "\u202f", "\u2065", "\u206a" } ) {
+      EXPECT_EQ( unprintableIn( text ), std::nullopt ) << text;
+   }
+}
+
 TEST( PrintableTest, BytesThatAreNotUtf8AreNamedAndEscaped ) {
    for ( auto const & [ text, escaped ] :
          { std::pair< std::string, std::string >{ "\xff", "\\xff" },
@@ -44,6 +57,7 @@ TEST( PrintableTest, BytesThatAreNotUtf8AreNamedAndEscaped ) {
            { "\xed\xa0\x80", "\\xed\\xa0\\x80" },          // a surrogate
            { "\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80" }, // beyond U+10FFFF
            { "\xf5\x80\x80\x80", "\\xf5\\x80\\x80\\x80" }, //
+           { "\xf8\x90\x80\x80", "\\xf8\\x90\\x80\\x80" }, // no first byte of a character
            { "\xc3", "\\xc3" },                            // cut off
            { "\xe2\x80", "\\xe2\\x80" },                   //
            { "\xc3(", "\\xc3(" } } ) {

@@ -12,6 +12,8 @@ TEST( AccessTest, AGroupThatDoesNotExistHasNoMembers ) {
    Access const byName( "root", "daemon" );
    EXPECT_EQ( byName.of( { 1000, 1, { 0 } } ), Right::read );
    EXPECT_EQ( byName.of( { 1000, 1, { 1 } } ), Right::change );
+   Access const noNumbers( "4001x", "4002-" );
+   EXPECT_EQ( noNumbers.of( { 1000, 1, { 4001, 4002 } } ), Right::none );
 }
 
 TEST( AccessTest, AGroupThatWasAddedHasItsMembersOnceItIsLookedUp ) {

@@ -1,5 +1,6 @@
 #include "valend/base/StateDirectory.h"
 
+#include "tests/support/Fifo.h"
 #include "tests/support/WorkDirectory.h"
 
 #include <cerrno>
@@ -84,6 +85,29 @@ TEST_F( StateDirectoryTest, OneThatCannotBeOpenedIsTriedAgain ) {
    EXPECT_EQ( state.open(), "" ) << "it is open";
    EXPECT_EQ( state.fd(), fd );
    EXPECT_EQ( StateDirectory( "", warning ).open(), "no state directory" );
+}
+
+TEST_F( StateDirectoryTest, OnlyARegularFileWithinTheLimitIsRead ) {
+   StateDirectory const state( path, warning );
+   work.write( "state/file", "12345" );
+   EXPECT_EQ( state.content( "file", 5 ), "12345" );
+   EXPECT_EQ( state.content( "file", 4 ), std::nullopt );
+   EXPECT_EQ( errno, EFBIG );
+   work.directory( "state/directory" );
+   EXPECT_EQ( state.content( "directory", 1 << 20 ), std::nullopt );
+   EXPECT_EQ( errno, EFBIG );
+   work.link( work / "state/file", "state/link" );
+   EXPECT_EQ( state.content( "link", 5 ), std::nullopt );
+   EXPECT_EQ( errno, ELOOP );
+   EXPECT_EQ( state.content( "none", 5 ), std::nullopt );
+   EXPECT_EQ( errno, ENOENT );
+}
+
+TEST_F( StateDirectoryTest, AFifoIsNotWaitedFor ) {
+   StateDirectory const state( path, warning );
+   EXPECT_EQ(
+      Valen::Test::readOfFifo( path + "/fifo", [ & ] { return state.content( "fifo", 5 ); } ),
+      std::nullopt );
 }
 
 TEST_F( StateDirectoryTest, OneThatOthersMayWriteIsNamed ) {
