@@ -169,7 +169,8 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
             [ this, plan, netNss = wanted.size() ] {
                auto const use = plan->config().vrfs.empty() ? Valen::Linux::NetNsUse::own
                                                             : Valen::Linux::NetNsUse::named;
-               descriptorLimit_.check( netNss, Varlink::Limits().connections );
+               descriptorLimit_.check( netNss, plan->config().interfaces.size(),
+                                      Varlink::Limits().connections );
                capabilities_.update( capabilityError( use ) );
                publications_.begin( plan );
                return false;

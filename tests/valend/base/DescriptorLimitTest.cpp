@@ -44,19 +44,20 @@ TEST_F( DescriptorLimitTest, FillsTheReserveWhileItExists ) {
 
 TEST_F( DescriptorLimitTest, ALimitThatIsTooLowIsACondition ) {
    DescriptorLimit limit( conditions_ );
-   auto const needed = DescriptorLimit::needed( 100, 256 );
-   EXPECT_EQ( DescriptorLimit::needed( 101, 256 ), needed + 3 );
-   EXPECT_EQ( DescriptorLimit::needed( 100, 257 ), needed + 1 );
+   auto const needed = DescriptorLimit::needed( 100, 50, 256 );
+   EXPECT_EQ( DescriptorLimit::needed( 101, 50, 256 ), needed + 3 );
+   EXPECT_EQ( DescriptorLimit::needed( 100, 51, 256 ), needed + 1 );
+   EXPECT_EQ( DescriptorLimit::needed( 100, 50, 257 ), needed + 1 );
    softLimitIs( needed );
-   limit.check( 100, 256 );
+   limit.check( 100, 50, 256 );
    EXPECT_FALSE( conditions_.isRaised( "descriptors" ) );
-   limit.check( 101, 256 );
+   limit.check( 101, 50, 256 );
    ASSERT_TRUE( conditions_.isRaised( "descriptors" ) );
    EXPECT_EQ( conditions_.raised().front().text,
               "up to " + std::to_string( needed + 3 ) +
-                 " file descriptors are needed (101 VRFs, 256 clients), and the limit is " +
+                 " file descriptors are needed (101 VRFs, 50 interfaces, 256 clients), and the limit is " +
                  std::to_string( needed ) + "; raise it (LimitNOFILE= of the service)" );
-   limit.check( 100, 256 );
+   limit.check( 100, 50, 256 );
    EXPECT_FALSE( conditions_.isRaised( "descriptors" ) );
 }
 
