@@ -25,7 +25,7 @@ struct Member {
 // The same groups in another order make no difference.
 //
 // Never of a group that is not reported at all, or that the host needs up to its end, in which it hears its neighbors:
-// 224.0.0.x and ff02::, where a switch that drops what nobody reported would cut it off.
+// 224.0.0.x and ff02::, where a switch that drops what was not reported would cut it off.
 std::vector< Heard > membershipsOf( Member const & member, std::vector< std::string > groups );
 
 } // namespace Derivation

@@ -41,7 +41,7 @@ class Mutes {
    // Mutes the speaker until then, at the latest. The frames that were dropped are counted from now on. Throws
    // Quill::ErrnoException: E2BIG if EGRESS_MUTES are muted.
    void mute( Speaker const & speaker, Time until );
-   // Mutes it until another time, and returns how many frames were dropped; those are counted anew. No effect, and 0,
+   // Mutes it until another time, and returns how many frames were dropped; the count starts at 0 again. No effect, and 0,
    // if it is not muted, or if the kernel cannot do it: then it ends earlier.
    U64 renew( Speaker const & speaker, Time until ) noexcept;
    // Ends it, and returns how many frames were dropped. No effect, and 0, if it is not muted.

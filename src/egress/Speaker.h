@@ -48,7 +48,7 @@ struct egress_head {
    __u8 bytes[ EGRESS_HEAD ];
 };
 
-/* Begins anew after the last byte, which only a frame that no speaker sends makes necessary. A mask is all that
+/* Starts over after the last byte, which only a frame that no speaker sends makes necessary. A mask is all that
  * the verifier needs, and it has no branch, each of which would double the verifier's work. */
 static inline __u8 egress_u8( struct egress_head const * head, __u32 at ) {
    return head->bytes[ at & ( EGRESS_HEAD - 1 ) ];

@@ -57,8 +57,8 @@ class Container:
         # Not --network-namespace-path: it would show the devices of this namespace in /sys.
         command = ["nsenter", f"--net=/run/netns/{self.namespace}", "systemd-nspawn", "--quiet",
                    f"--directory={self.root}", "--boot", "--register=no", "--keep-unit",
-                   "--machine=valen-test", "--capability=CAP_NET_ADMIN", "--resolv-conf=off", "--timezone=off",
-                   "--console=pipe"]
+                   "--machine=valen-test", "--capability=CAP_NET_ADMIN", "--system-call-filter=bpf", "--resolv-conf=off",
+                   "--timezone=off", "--console=pipe"]
         command += [f"--bind-ro={source}:{target}" for source, target in self.binds]
         with open(self.console, "ab") as console:
             self.nspawn = subprocess.Popen(command, stdin=subprocess.DEVNULL, stdout=console, stderr=console)

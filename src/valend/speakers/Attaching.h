@@ -28,7 +28,7 @@ struct FilteredDevice {
 
 class Attaching {
  public:
-   // The index of the device at a place; 0 if there is none.
+   // The index of the device at a place; 0 without a device.
    using IfIndexOf = std::function< U32( LinkPlace const & place ) >;
 
    // The maps that all filters share.
