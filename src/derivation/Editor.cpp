@@ -50,14 +50,12 @@ void Editor::shorten() {
 
 // From the back, so that positions before stay what they are.
 void Editor::cut() {
-   auto const end = moved( packet_.layers.end );
    sort();
    for ( auto replaced = replaced_.rbegin(); replaced != replaced_.rend(); ++replaced ) {
       if ( replaced->by == 0 ) {
          packet_.frame.erase( replaced->at, replaced->bytes );
       }
    }
-   packet_.layers.end = end;
 }
 
 void Editor::sort() {
