@@ -136,7 +136,7 @@ TEST( LayersTest, APartialUdpChecksumIsCompleted ) {
    }
 }
 
-// Zero says that there is no checksum; 0xffff has the same value.
+// Zero says that the sender made no checksum; 0xffff has the same value.
 TEST( LayersTest, AUdpChecksumIsCompletedToAllOnesInPlaceOfZero ) {
    auto const odd = udp( ip4, 1000, u16( 0 ) ).payload;
    auto const ip = udp( ip4, 1000, odd.substr( 6, 2 ) );

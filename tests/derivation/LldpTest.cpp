@@ -41,6 +41,12 @@ TEST( LldpTest, AGoodbyeLeaves ) {
    EXPECT_EQ( heard.holdTime, std::chrono::seconds( 0 ) );
 }
 
+TEST( LldpTest, EachScopeGetsAPart ) {
+   auto const other = patched( hello, 0, hex( "0180c2..." ) );
+   EXPECT_EQ( heardOf( other ).part, "for 01:80:c2:00:00:00" );
+   EXPECT_EQ( heardOf( other ).goodbye.substr( 0, 6 ), other.substr( 0, 6 ) );
+}
+
 TEST( LldpTest, IdsAreInWords ) {
    auto const speaker = []( std::string const & id, std::string const & portId ) {
       return heardOf( lldp( hex( id ) + hex( portId ) + ttl120 + end ) ).speaker;
