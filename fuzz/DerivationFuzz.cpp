@@ -57,7 +57,7 @@ void check( Heard const & heard ) {
    }
 }
 
-// Where the checksum of a message is.
+// Where the checksum of a message is. VRRP over IPv4 may have it without a pseudo header.
 struct Summed {
    Carrier carrier;
    U16 number;
@@ -68,13 +68,13 @@ struct Summed {
    std::size_t holeBytes = 0;
 };
 constexpr Summed summed[] = {
-   { Carrier::ipv4, 2, 2, false },      { Carrier::ipv4, 88, 2, false },
-   { Carrier::ipv6, 88, 2, false },     { Carrier::ipv4, 89, 12, false, 16, 8 },
-   { Carrier::ipv4, 103, 2, false },    { Carrier::ipv6, 103, 2, true },
-   { Carrier::ipv6, 112, 6, true },     { Carrier::icmp6, 131, 2, true },
-   { Carrier::icmp6, 132, 2, true },    { Carrier::icmp6, 134, 2, true },
-   { Carrier::icmp6, 143, 2, true },    { Carrier::ipv6, 89, 12, true },
-   { Carrier::snap, 0x2000, 2, false },
+   { Carrier::ipv4, 2, 2, false },   { Carrier::ipv4, 88, 2, false },
+   { Carrier::ipv6, 88, 2, false },  { Carrier::ipv4, 89, 12, false, 16, 8 },
+   { Carrier::ipv4, 103, 2, false }, { Carrier::ipv6, 103, 2, true },
+   { Carrier::ipv4, 112, 6, false }, { Carrier::ipv6, 112, 6, true },
+   { Carrier::icmp6, 131, 2, true }, { Carrier::icmp6, 132, 2, true },
+   { Carrier::icmp6, 134, 2, true }, { Carrier::icmp6, 143, 2, true },
+   { Carrier::ipv6, 89, 12, true },  { Carrier::snap, 0x2000, 2, false },
 };
 
 std::size_t endOfIp( std::string const & frame, Layers const & layers ) {

@@ -10,6 +10,11 @@ namespace Derivation {
 // The one's complement sum of all 16-bit words of the parts. An odd last byte of a part is padded.
 U16 onesSum( std::initializer_list< std::string_view > parts );
 
+// The value of the checksum field of the parts, in which it is zero.
+inline U16 internetChecksum( std::initializer_list< std::string_view > parts ) {
+   return static_cast< U16 >( ~onesSum( parts ) );
+}
+
 // The pseudo header for a checksum over IP (RFC 793, 3.1; RFC 8200, 8.1), for `length` bytes of the packet's
 // protocol.
 std::string pseudoHeader( Packet const & packet, std::size_t length );

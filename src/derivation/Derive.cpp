@@ -1,14 +1,21 @@
 #include "derivation/Derive.h"
 
 #include "derivation/Bfd.h"
+#include "derivation/Cdp.h"
 #include "derivation/Eigrp.h"
 #include "derivation/Groups.h"
+#include "derivation/Hsrp.h"
+#include "derivation/IsisHello.h"
+#include "derivation/Lacp.h"
 #include "derivation/Layers.h"
 #include "derivation/Lldp.h"
 #include "derivation/Mdns.h"
+#include "derivation/Oam.h"
 #include "derivation/Ospf.h"
 #include "derivation/Pim.h"
 #include "derivation/Rip.h"
+#include "derivation/RouterAdvertisement.h"
+#include "derivation/Vrrp.h"
 
 #include <algorithm>
 #include <array>
@@ -29,6 +36,16 @@ struct Protocol {
 
 constexpr std::array protocols{
    Protocol{ "lldp", Carrier::ethernet, 0x88cc, lldp },
+   Protocol{ "ra", Carrier::icmp6, 134, routerAdvertisement },
+   Protocol{ "vrrp", Carrier::ipv4, 51, vrrpInAuthenticationHeader },
+   Protocol{ "vrrp", Carrier::ipv4, 112, vrrp },
+   Protocol{ "vrrp", Carrier::ipv6, 112, vrrp },
+   Protocol{ "lacp", Carrier::slow, 1, lacp },
+   Protocol{ "oam", Carrier::slow, 3, oam },
+   Protocol{ "isis", Carrier::llc, 0xfefe, isisHello },
+   Protocol{ "cdp", Carrier::snap, 0x2000, cdp },
+   Protocol{ "hsrp", Carrier::udp4, 1985, hsrp },
+   Protocol{ "hsrp", Carrier::udp6, 2029, hsrp },
    Protocol{ "ospf", Carrier::ipv4, 89, ospf2 },
    Protocol{ "ospfv3", Carrier::ipv6, 89, ospf3 },
    Protocol{ "bfd", Carrier::udp4, 3784, bfd },

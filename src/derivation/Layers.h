@@ -42,6 +42,7 @@ struct Packet {
 
    Reader message() const { return { frame, layers.message, layers.end }; }
    bool isIpv4() const { return u8At( frame, layers.ip ) >> 4 == 4; }
+   std::string_view sourceMac() const { return std::string_view( frame ).substr( 6, 6 ); }
    // For messages over IP. The destination is inside the frame.
    std::string_view source() const;
    std::string_view destination() const;
@@ -54,5 +55,11 @@ std::optional< Layers > layersOf( std::string_view frame );
 // Verifies lengths and checksums below the message. A UDP checksum may be the partial one that a frame has
 // before the device completes it. Throws Refused.
 Packet packetOf( std::string_view frame, Layers const & layers );
+
+// Throws Refused if routers may have forwarded the packet, which receivers therefore drop.
+inline void requireUnforwarded( Packet const & packet ) {
+   constexpr U8 mostHops = 255;
+   require( packet.hopLimit() == mostHops, Reason::badHopLimit );
+}
 
 } // namespace Derivation

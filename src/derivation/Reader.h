@@ -18,6 +18,7 @@ inline constexpr char const * fragment = "it is a fragment";
 inline constexpr char const * tlvBeyondEnd = "a TLV goes beyond the end";
 inline constexpr char const * tlvMissing = "a TLV is missing, or in the wrong place";
 inline constexpr char const * badVersion = "the version is unknown";
+inline constexpr char const * badHopLimit = "the hop limit is not 255";
 inline constexpr char const * badValue = "a field has a value that is not allowed";
 } // namespace Reason
 

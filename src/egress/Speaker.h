@@ -201,8 +201,8 @@ static inline int egress_ip( struct egress_head const * head, __u8 protocol, __u
 static inline int egress_ipv4( struct egress_head const * head, __u32 at,
                                struct egress_speaker * speaker ) {
    __u8 const first = egress_u8( head, at );
-   __u32 const payload = at + 4 * ( first & 0xf );
-   __u8 const protocol = egress_u8( head, at + 9 );
+   __u32 payload = at + 4 * ( first & 0xf );
+   __u8 protocol = egress_u8( head, at + 9 );
    if ( first >> 4 != 4 || ( first & 0xf ) < 5 || ( egress_u16( head, at + 6 ) & 0x1fff ) != 0 ) {
       return 0; /* not the first fragment */
    }
@@ -211,6 +211,10 @@ static inline int egress_ipv4( struct egress_head const * head, __u32 at,
       /* Reports and leaves. A querier's queries are those of a router. */
       __u8 const type = egress_u8( head, payload );
       return type == 0x12 || type == 0x16 || type == 0x17 || type == 0x22 ? EGRESS_IGMP : 0;
+   }
+   if ( protocol == 51 ) { /* the authentication header of VRRP version 2 */
+      protocol = egress_u8( head, payload );
+      payload += 8 + 4 * egress_u8( head, payload + 1 );
    }
    return egress_ip( head, protocol, payload, 0, speaker );
 }

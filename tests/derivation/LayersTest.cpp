@@ -136,5 +136,18 @@ TEST( LayersTest, APartialUdpChecksumIsCompleted ) {
    }
 }
 
+// Zero says that there is none; 0xffff has the same value.
+TEST( LayersTest, AUdpChecksumIsCompletedToAllOnesInPlaceOfZero ) {
+   auto const odd = udp( ip4, 1000, u16( 0 ) ).payload;
+   auto const ip = udp( ip4, 1000, odd.substr( 6, 2 ) );
+   ASSERT_EQ( ip.payload.substr( 6, 2 ), u16( 0 ) );
+   auto const complement = checksum( pseudoHeader( ip ) );
+   std::string const sum{ static_cast< char >( ~complement[ 0 ] ),
+                          static_cast< char >( ~complement[ 1 ] ) };
+   auto const partial = patched( ipv4( ip ), 40, sum );
+   EXPECT_EQ( packetOf( partial, layers( partial ) ).frame,
+              patched( ipv4( ip ), 40, u16( 0xffff ) ) );
+}
+
 } // namespace
 } // namespace Derivation::Test

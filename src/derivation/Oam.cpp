@@ -1,0 +1,52 @@
+#include "derivation/Oam.h"
+
+#include "derivation/Editor.h"
+#include "derivation/Words.h"
+
+namespace Derivation {
+
+namespace {
+
+constexpr U16 dyingGasp = 1 << 1;
+constexpr U8 information = 0, endOfTlvs = 0;
+constexpr std::chrono::seconds lostLink( 5 ); // 57.3.3.2
+
+void verifyTlvs( Reader & unit ) {
+   while ( unit.u8() != endOfTlvs ) {
+      std::size_t const length = unit.u8();
+      require( length >= 2, Reason::badLength );
+      unit.part( length - 2, Reason::tlvBeyondEnd );
+   }
+}
+
+std::string flagsText( U16 flags ) {
+   return ( flags & dyingGasp ) != 0 ? "dying gasp" : "no dying gasp";
+}
+
+} // namespace
+
+std::optional< Heard > oam( Packet const & packet ) {
+   auto unit = packet.message();
+   unit.skip( 1 ); // the subtype
+   auto const flagsAt = unit.at();
+   auto const flags = unit.u16();
+   if ( unit.u8() != information ) {
+      return std::nullopt;
+   }
+   verifyTlvs( unit );
+
+   Heard heard;
+   heard.speaker = "port " + macText( packet.sourceMac() );
+   heard.says = flagsText( flags );
+   heard.holdTime = lostLink;
+   heard.leaves = ( flags & dyingGasp ) != 0;
+   if ( !heard.leaves ) {
+      Editor editor( packet );
+      editor.u16( flagsAt, flags | dyingGasp );
+      editor.finish( heard );
+      heard.change = heard.says + " -> " + flagsText( dyingGasp );
+   }
+   return heard;
+}
+
+} // namespace Derivation
