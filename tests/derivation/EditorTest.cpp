@@ -2,7 +2,7 @@
 
 #include "tests/derivation/Frames.h"
 
-namespace Derivation::Test {
+namespace Derivation::Test::EditorCases {
 namespace {
 
 Ip const ip4{ .source = "c0000201", .destination = "e0000009", .protocol = 200 };
@@ -107,4 +107,4 @@ TEST( EditorTest, AChecksumMayEndWhereBytesAreLeftOut ) {
 }
 
 } // namespace
-} // namespace Derivation::Test
+} // namespace Derivation::Test::EditorCases

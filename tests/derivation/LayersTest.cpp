@@ -2,7 +2,7 @@
 
 #include "tests/derivation/Frames.h"
 
-namespace Derivation::Test {
+namespace Derivation::Test::LayersCases {
 namespace {
 
 Ip const ip4{
@@ -150,4 +150,4 @@ TEST( LayersTest, AUdpChecksumIsCompletedToAllOnesInPlaceOfZero ) {
 }
 
 } // namespace
-} // namespace Derivation::Test
+} // namespace Derivation::Test::LayersCases

@@ -1,6 +1,6 @@
 #include "tests/derivation/Frames.h"
 
-namespace Derivation::Test {
+namespace Derivation::Test::LldpCases {
 namespace {
 
 std::string const chassis = hex( "0207 04 02....01" );
@@ -92,4 +92,4 @@ TEST( LldpTest, WhatBreaksTheOrderOfTlvsIsRefused ) {
 }
 
 } // namespace
-} // namespace Derivation::Test
+} // namespace Derivation::Test::LldpCases

@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-namespace Derivation::Test {
+namespace Derivation::Test::VrrpCases {
 namespace {
 
 std::string const addresses4 = hex( "c00002fe c00002fd" );
@@ -175,4 +175,4 @@ TEST( VrrpTest, WhatReceiversDropIsRefused ) {
 }
 
 } // namespace
-} // namespace Derivation::Test
+} // namespace Derivation::Test::VrrpCases
