@@ -137,7 +137,7 @@ std::set< std::string > LearnedFrames::othersProtocols( std::string const & inte
          protocols.insert( protocolOf( frame ) );
       }
    };
-   for ( auto const & [ agent, messages ] : config_.agents ) {
+   for ( auto const & [ agent, messages ] : publications_.config().agents ) {
       if ( auto const own = messages.find( interface ); own != messages.end() ) {
          take( own->second );
       }

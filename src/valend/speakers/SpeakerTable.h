@@ -66,7 +66,7 @@ class SpeakerTable {
       Egress::Speaker id;
    };
 
-   bool left( LinkPlace const & place, Egress::Speaker const & id );
+   bool left( LinkPlace const & place, Egress::Speaker const & id, std::string const & part );
    Speaker & speaker( Speakers & speakers, Egress::Speaker const & id );
    void makeRoom( Speakers & speakers, U16 kind );
 

@@ -117,7 +117,7 @@ TEST_F( LearnedFramesTest, ASpeakerWithoutADerivableGoodbyeHasNoFrame ) {
 TEST_F( LearnedFramesTest, OnlyTheProtocolsOfTheConfigurationAreLearned ) {
    hears( et1, 1, lldpFrame( 'a' ) );
    hears( et1, 1, lldpFrame( 'b' ), EGRESS_RA );
-   auto config = feeder.config();
+   auto config = publications.config();
    config.goodbyes = Settings::Goodbyes::of( { "ra" } );
    configIs( config );
    EXPECT_THAT( published( "Ethernet1" ), ElementsAre( "learned-ra: b" ) );
@@ -132,7 +132,7 @@ TEST_F( LearnedFramesTest, OnlyTheProtocolsOfTheConfigurationAreLearned ) {
 TEST_F( LearnedFramesTest, ConfiguredFramesOfTheSameProtocolTakePrecedence ) {
    hears( et1, 1, lldpFrame( 'a' ) );
    hears( et1, 1, lldpFrame( 'b' ), EGRESS_RA );
-   auto config = feeder.config();
+   auto config = publications.config();
    config.agents[ "mine" ][ "Ethernet1" ] = { lldpFrame( 'x' ) };
    configIs( config );
    EXPECT_THAT( published( "Ethernet1" ), ElementsAre( "learned-ra: b" ) );
@@ -156,7 +156,7 @@ TEST_F( LearnedFramesTest, AnInterfaceThatGetsAnotherDeviceHasTheGoodbyesOfThat 
    hears( et1, 1, lldpFrame( 'a' ) );
    LinkPlace const et9{ "default", "et9" };
    hears( et9, 1, lldpFrame( 'z' ) );
-   auto config = feeder.config();
+   auto config = publications.config();
    config.interfaces[ "Ethernet1" ].device = "et9";
    configIs( config );
    EXPECT_THAT( published( "Ethernet1" ), ElementsAre( "learned-lldp: z" ) );
