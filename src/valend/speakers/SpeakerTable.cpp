@@ -32,10 +32,9 @@ template < class Speakers > auto findIn( Speakers & speakers, Egress::Speaker co
 } // namespace
 
 SpeakerTable::Part const & SpeakerTable::Speaker::latest() const noexcept {
-   return std::max_element( parts.begin(), parts.end(),
-                            []( auto const & a, auto const & b ) {
-                               return a.second.at < b.second.at;
-                            } )
+   return std::max_element(
+             parts.begin(), parts.end(),
+             []( auto const & a, auto const & b ) { return a.second.at < b.second.at; } )
       ->second;
 }
 
@@ -53,8 +52,7 @@ bool SpeakerTable::heard( LinkPlace const & place, Egress::Speaker const & id, H
          known.parts.begin(), known.parts.end(),
          []( auto const & a, auto const & b ) { return a.second.at < b.second.at; } ) );
    }
-   bool const changed =
-      part == known.parts.end() || part->second.heard.goodbye != heard.goodbye;
+   bool const changed = part == known.parts.end() || part->second.heard.goodbye != heard.goodbye;
    known.parts.insert_or_assign( heard.part, Part{ heard, now } );
    if ( isNew ) {
       due_.emplace( expiryOf( known ), Due{ place, id } );

@@ -37,7 +37,7 @@ class SpeakerTable {
    // What was heard of a protocol besides known speakers.
    struct Counters {
       std::map< std::string, U64 > malformed; // by reason
-      U64 madeRoom = 0;                       // speakers that were forgotten because there were too many
+      U64 madeRoom = 0; // speakers that were forgotten because there were too many
    };
 
    // A frame was heard. Returns whether the goodbyes of the device changed.

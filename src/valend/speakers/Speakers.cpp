@@ -14,7 +14,8 @@ constexpr std::size_t readBudget = 32;
 
 } // namespace
 
-Speakers::Speakers( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsDirectories const & directories,
+Speakers::Speakers( Valen::Linux::EventLoop & loop,
+                    Valen::Linux::NetNsDirectories const & directories,
                     Attaching::IfIndexOf ifIndexOf, Conditions & conditions )
     : loop_( loop ), muting_( loop.scheduler() ), greetings_( directories, loop.scheduler() ),
       expiry_( loop.scheduler(), "speakers", [ this ] { expire(); } ),
@@ -94,7 +95,8 @@ void Speakers::expireLater() {
 
 // --- Muting --------------------------------------------------------------------------------------
 
-std::string Speakers::mute( LinkPlace const & place, std::vector< std::string_view > const & goodbyes,
+std::string Speakers::mute( LinkPlace const & place,
+                            std::vector< std::string_view > const & goodbyes,
                             std::chrono::milliseconds time ) {
    auto const filtered = attaching_.filtered( place );
    if ( !filtered ) {
@@ -108,8 +110,8 @@ std::vector< MutedSpeaker > Speakers::unmute( LinkPlace const & place, bool gree
    auto const filtered = attaching_.filtered( place );
    for ( auto const & speaker : muting_.unmute( place ) ) {
       auto const * const known = table_.find( place, speaker.id );
-      bool const greeted = greet && known && filtered &&
-                           greetings_.send( place, filtered->ifIndex, *known );
+      bool const greeted =
+         greet && known && filtered && greetings_.send( place, filtered->ifIndex, *known );
       muted.push_back( { std::string( Egress::protocolOf( speaker.id ) ), speaker.name,
                          speaker.heldBack, greeted } );
    }

@@ -52,7 +52,7 @@ class Speakers final : public SpeakerPort, private Attaching::Observer {
    SpeakerTable table_;
    Muting muting_;
    Greetings greetings_;
-   std::optional< Egress::Copies > copies_; // once a filter was loaded
+   std::optional< Egress::Copies > copies_;              // once a filter was loaded
    std::map< std::pair< U32, U32 >, LinkPlace > places_; // that have filters, by filter and index
    Gantry::Timer expiry_;
    Attaching attaching_;
