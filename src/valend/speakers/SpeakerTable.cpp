@@ -1,6 +1,7 @@
 #include "valend/speakers/SpeakerTable.h"
 
 #include <algorithm>
+#include <set>
 
 namespace Valend {
 
@@ -56,6 +57,25 @@ bool SpeakerTable::heard( LinkPlace const & place, Egress::Speaker const & id, H
    known.parts.insert_or_assign( heard.part, Part{ heard, now } );
    if ( isNew ) {
       due_.emplace( expiryOf( known ), Due{ place, id } );
+   }
+   return changed;
+}
+
+bool SpeakerTable::says( LinkPlace const & place, Egress::Speaker const & id,
+                         std::vector< Heard > const & parts, Gantry::Time now ) {
+   std::set< std::string > outdated;
+   if ( auto const * const known = find( place, id ) ) {
+      for ( auto const & [ name, part ] : known->parts ) {
+         outdated.insert( name );
+      }
+   }
+   bool changed = false;
+   for ( auto const & part : parts ) {
+      outdated.erase( part.part );
+      changed = heard( place, id, part, now ) || changed;
+   }
+   for ( auto const & name : outdated ) {
+      changed = left( place, id, name ) || changed;
    }
    return changed;
 }

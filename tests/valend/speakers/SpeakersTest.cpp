@@ -278,6 +278,30 @@ TEST_F( SpeakersTest, ANamespaceThatIsReplacedGetsFiltersAgain ) {
    EXPECT_THAT( neighbor.heard(), ElementsAre( lldp( '1' ) ) );
 }
 
+TEST_F( SpeakersTest, MulticastGroupsAreLeftAndJoinedAgain ) {
+   attach();
+   auto const protocols = [ this ] {
+      std::vector< std::string > all;
+      for ( auto const & speaker : speakers->table().known( et1() ) ) {
+         all.emplace_back( Egress::protocolOf( speaker.id ) );
+      }
+      return all;
+   };
+   settle( 300ms );
+   EXPECT_THAT( protocols(), IsEmpty() ) << "the groups of the link itself are never left";
+   near->ip( "address add 192.0.2.1/24 dev et1" );
+   near->ip( "address add 239.1.2.3/32 dev et1 autojoin" );
+   ASSERT_TRUE(
+      turnUntil( [ & ] { return protocols() == std::vector< std::string >{ "igmp" }; } ) );
+   auto const heard = speakers->table().known( et1() ).front().latest().heard;
+   EXPECT_EQ( mute( { heard.goodbye } ), "" );
+   auto const muted = speakers->unmute( et1(), true );
+   ASSERT_EQ( muted.size(), 1u );
+   EXPECT_TRUE( muted.front().greeted );
+   near->ip( "address del 239.1.2.3/32 dev et1 autojoin" );
+   EXPECT_TRUE( turnUntil( [ & ] { return protocols().empty(); } ) );
+}
+
 TEST_F( SpeakersTest, ADeviceWithoutAFilterIsAConditionAndIsTriedAgain ) {
    // An index that no device has.
    U32 ifIndex = 99999;
