@@ -26,8 +26,9 @@ LearnedFrames::LearnedFrames( Settings::Config const & config, Publications & pu
                               SpeakerTable const & table, Conditions & conditions,
                               Gantry::WorkQueue & work,
                               Quill::Ptr< Gantry::TaskScheduler > scheduler )
-    : config_( config ), publications_( publications ), table_( table ), condition_( conditions, "learned" ),
-      interfaceAt_( config ), slices_( work, std::move( scheduler ), "learned" ) {}
+    : config_( config ), publications_( publications ), table_( table ),
+      condition_( conditions, "learned" ), interfaceAt_( config ),
+      slices_( work, std::move( scheduler ), "learned" ) {}
 
 // --- What has changed ----------------------------------------------------------------------------
 

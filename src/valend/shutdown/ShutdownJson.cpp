@@ -54,7 +54,8 @@ ShutdownRecord recordFromJson( Json const & json ) {
    record.sending = std::chrono::microseconds( json.at( "sendingUs" ).get< S64 >() );
    record.held = std::chrono::milliseconds( json.at( "heldMs" ).get< S64 >() );
    record.total = std::chrono::milliseconds( json.at( "totalMs" ).get< S64 >() );
-   for ( auto const & speaker : json.value( "muted", Json::array() ) ) { // older journals do not have them
+   for ( auto const & speaker :
+         json.value( "muted", Json::array() ) ) { // older journals do not have them
       record.muted.push_back( { speaker.at( "protocol" ), speaker.at( "speaker" ),
                                 speaker.at( "heldBack" ), speaker.at( "greeted" ) } );
    }

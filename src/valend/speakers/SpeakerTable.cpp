@@ -1,6 +1,7 @@
 #include "valend/speakers/SpeakerTable.h"
 
 #include <algorithm>
+#include <set>
 
 namespace Valend {
 
@@ -32,10 +33,9 @@ template < class Speakers > auto findIn( Speakers & speakers, Egress::Speaker co
 } // namespace
 
 SpeakerTable::Part const & SpeakerTable::Speaker::latest() const noexcept {
-   return std::max_element( parts.begin(), parts.end(),
-                            []( auto const & a, auto const & b ) {
-                               return a.second.at < b.second.at;
-                            } )
+   return std::max_element(
+             parts.begin(), parts.end(),
+             []( auto const & a, auto const & b ) { return a.second.at < b.second.at; } )
       ->second;
 }
 
@@ -53,11 +53,29 @@ bool SpeakerTable::heard( LinkPlace const & place, Egress::Speaker const & id, H
          known.parts.begin(), known.parts.end(),
          []( auto const & a, auto const & b ) { return a.second.at < b.second.at; } ) );
    }
-   bool const changed =
-      part == known.parts.end() || part->second.heard.goodbye != heard.goodbye;
+   bool const changed = part == known.parts.end() || part->second.heard.goodbye != heard.goodbye;
    known.parts.insert_or_assign( heard.part, Part{ heard, now } );
    if ( isNew ) {
       due_.emplace( expiryOf( known ), Due{ place, id } );
+   }
+   return changed;
+}
+
+bool SpeakerTable::says( LinkPlace const & place, Egress::Speaker const & id,
+                         std::vector< Heard > const & parts, Gantry::Time now ) {
+   std::set< std::string > outdated;
+   if ( auto const * const known = find( place, id ) ) {
+      for ( auto const & [ name, part ] : known->parts ) {
+         outdated.insert( name );
+      }
+   }
+   bool changed = false;
+   for ( auto const & part : parts ) {
+      outdated.erase( part.part );
+      changed = heard( place, id, part, now ) || changed;
+   }
+   for ( auto const & name : outdated ) {
+      changed = left( place, id, name ) || changed;
    }
    return changed;
 }

@@ -37,12 +37,15 @@ class SpeakerTable {
    // What was heard of a protocol besides known speakers.
    struct Counters {
       std::map< std::string, U64 > malformed; // by reason
-      U64 madeRoom = 0;                       // speakers that were forgotten because there were too many
+      U64 madeRoom = 0; // speakers that were forgotten because there were too many
    };
 
    // A frame was heard. Returns whether the goodbyes of the device changed.
    bool heard( LinkPlace const & place, Egress::Speaker const & id, Derivation::Heard const & heard,
                Gantry::Time now );
+   // All that the speaker says now. No parts: it has left. Returns whether the goodbyes of the device changed.
+   bool says( LinkPlace const & place, Egress::Speaker const & id,
+              std::vector< Derivation::Heard > const & parts, Gantry::Time now );
    void malformed( Derivation::Malformed const & frame );
 
    // Forgets what is no longer fresh, and returns whose goodbyes changed by that.

@@ -14,9 +14,13 @@ constexpr std::size_t readBudget = 32;
 
 } // namespace
 
-Speakers::Speakers( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsDirectories const & directories,
+Speakers::Speakers( Valen::Linux::EventLoop & loop,
+                    Valen::Linux::NetNsDirectories const & directories,
                     Attaching::IfIndexOf ifIndexOf, Conditions & conditions )
     : loop_( loop ), muting_( loop.scheduler() ), greetings_( directories, loop.scheduler() ),
+      memberships_(
+         loop, directories,
+         [ this ]( auto const & place, auto const & said ) { groupsRead( place, said ); } ),
       expiry_( loop.scheduler(), "speakers", [ this ] { expire(); } ),
       attaching_( loop, directories, std::move( ifIndexOf ), conditions, *this ) {}
 
@@ -41,6 +45,7 @@ void Speakers::attached( LinkPlace const & place, FilteredDevice const & device 
       copies_->deviceIs( device.filter, device.ifIndex );
    } catch ( Quill::ErrnoException const & ) { // too many devices: this one is muted, but not heard
    }
+   memberships_.changed( place, device.ifIndex );
 }
 
 void Speakers::lost( LinkPlace const & place, FilteredDevice const & device ) {
@@ -65,6 +70,9 @@ void Speakers::take( Egress::Copy const & copy ) {
    if ( place == places_.end() ) {
       return; // read after the device was lost
    }
+   if ( copy.speaker.kind == EGRESS_IGMP || copy.speaker.kind == EGRESS_MLD ) {
+      return memberships_.changed( place->second, copy.speaker.ifindex );
+   }
    auto const said = Derivation::derive( copy.frame );
    if ( !said ) {
       return;
@@ -75,6 +83,40 @@ void Speakers::take( Egress::Copy const & copy ) {
    auto const & heard = std::get< Derivation::Heard >( *said );
    if ( table_.heard( place->second, copy.speaker, heard, loop_.scheduler()->now() ) ) {
       changed_( place->second );
+   }
+}
+
+// IGMP and MLD are a speaker each.
+void Speakers::groupsRead( LinkPlace const & place,
+                           std::vector< Derivation::Heard > const & said ) {
+   auto const filtered = attaching_.filtered( place );
+   if ( !filtered ) {
+      return;
+   }
+   bool changed = false;
+   for ( auto const kind : { EGRESS_IGMP, EGRESS_MLD } ) {
+      std::vector< Derivation::Heard > parts;
+      std::optional< Egress::Speaker > speaker;
+      for ( auto const & heard : said ) {
+         auto const id = Egress::speakerOf( heard.goodbye, filtered->filter, filtered->ifIndex );
+         if ( id && id->kind == kind ) {
+            parts.push_back( heard );
+            speaker = id;
+         }
+      }
+      auto const now = loop_.scheduler()->now();
+      for ( auto const & known : SpeakerTable::Speakers( table_.known( place ) ) ) {
+         if ( known.id.kind == kind && !( speaker && known.id == *speaker ) ) {
+            changed = table_.says( place, known.id, {}, now ) || changed; // its address changed
+         }
+      }
+      if ( speaker ) {
+         changed = table_.says( place, *speaker, parts, now ) || changed;
+      }
+   }
+   expireLater();
+   if ( changed ) {
+      changed_( place );
    }
 }
 
@@ -94,7 +136,8 @@ void Speakers::expireLater() {
 
 // --- Muting --------------------------------------------------------------------------------------
 
-std::string Speakers::mute( LinkPlace const & place, std::vector< std::string_view > const & goodbyes,
+std::string Speakers::mute( LinkPlace const & place,
+                            std::vector< std::string_view > const & goodbyes,
                             std::chrono::milliseconds time ) {
    auto const filtered = attaching_.filtered( place );
    if ( !filtered ) {
@@ -108,8 +151,8 @@ std::vector< MutedSpeaker > Speakers::unmute( LinkPlace const & place, bool gree
    auto const filtered = attaching_.filtered( place );
    for ( auto const & speaker : muting_.unmute( place ) ) {
       auto const * const known = table_.find( place, speaker.id );
-      bool const greeted = greet && known && filtered &&
-                           greetings_.send( place, filtered->ifIndex, *known );
+      bool const greeted =
+         greet && known && filtered && greetings_.send( place, filtered->ifIndex, *known );
       muted.push_back( { std::string( Egress::protocolOf( speaker.id ) ), speaker.name,
                          speaker.heldBack, greeted } );
    }

@@ -9,6 +9,7 @@
 #include "linux/PacketEndpoint.h"
 #include "valend/speakers/Attaching.h"
 #include "valend/speakers/Greetings.h"
+#include "valend/speakers/Memberships.h"
 #include "valend/speakers/Muting.h"
 #include "valend/speakers/SpeakerPort.h"
 #include "valend/speakers/SpeakerTable.h"
@@ -44,6 +45,7 @@ class Speakers final : public SpeakerPort, private Attaching::Observer {
 
    void read();
    void take( Egress::Copy const & copy );
+   void groupsRead( LinkPlace const & place, std::vector< Derivation::Heard > const & said );
    void expire();
    void expireLater();
 
@@ -52,7 +54,8 @@ class Speakers final : public SpeakerPort, private Attaching::Observer {
    SpeakerTable table_;
    Muting muting_;
    Greetings greetings_;
-   std::optional< Egress::Copies > copies_; // once a filter was loaded
+   Memberships memberships_;
+   std::optional< Egress::Copies > copies_;              // once a filter was loaded
    std::map< std::pair< U32, U32 >, LinkPlace > places_; // that have filters, by filter and index
    Gantry::Timer expiry_;
    Attaching attaching_;

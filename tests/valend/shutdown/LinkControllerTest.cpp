@@ -178,8 +178,8 @@ TEST_F( LinkControllerTest, HistoryIsBounded ) {
 
 TEST_F( LinkControllerTest, DestroyingTheControllerChangesNoLink ) {
    {
-      LinkController other( store, feeder.config(), kernel, speakers, journal, conditions, clock.scheduler(),
-                            work );
+      LinkController other( store, feeder.config(), kernel, speakers, journal, conditions,
+                            clock.scheduler(), work );
       other.shutdown( "Ethernet1", { "root" }, nullptr );
       turn();
       EXPECT_TRUE( other.running( "Ethernet1" ) );

@@ -141,7 +141,8 @@ TEST_F( SpeakerTableTest, OfTooManySpeakersOfAProtocolTheOneHeardLeastRecentlyMa
    table.heard( et1, speaker( 99, EGRESS_VRRP ), says( "other" ), now );
    int const most = SpeakerTable::mostOfAProtocol;
    for ( int number = 0; number < most; ++number ) {
-      table.heard( et1, speaker( number ), says( std::to_string( number ) ), now + seconds( number ) );
+      table.heard( et1, speaker( number ), says( std::to_string( number ) ),
+                   now + seconds( number ) );
    }
    table.heard( et1, speaker( 0 ), says( "0" ), now + seconds( 60 ) );
 

@@ -33,7 +33,8 @@ class PacketSocket {
       auto const opened = Valen::Linux::NetNsDirectories().open( netNs.name() );
       Valen::Linux::NetNsScope const inside( opened );
       fd_ = Valen::Linux::requireFd(
-         ::socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, htons( lldpType ) ), "socket" );
+         ::socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, htons( lldpType ) ),
+         "socket" );
       sockaddr_ll address{};
       address.sll_family = AF_PACKET;
       address.sll_protocol = htons( lldpType );
@@ -84,7 +85,8 @@ class SpeakersTest : public Valen::Test::NetworkTest {
    LinkPlace et1() const { return { near->text(), "et1" }; }
    void attach() {
       speakers->attaching().placeIs( et1(), 1 );
-      ASSERT_TRUE( turnUntil( [ this ] { return filtered(); } ) ) << speakers->attaching().whyNot( et1() );
+      ASSERT_TRUE( turnUntil( [ this ] { return filtered(); } ) )
+         << speakers->attaching().whyNot( et1() );
    }
    bool filtered() const { return speakers->attaching().filtered( et1() ).has_value(); }
    // What is known, as the ports of the speakers.
@@ -98,7 +100,8 @@ class SpeakersTest : public Valen::Test::NetworkTest {
    void hears( std::size_t count ) {
       ASSERT_TRUE( turnUntil( [ & ] { return known().size() == count; } ) ) << known().size();
    }
-   std::string mute( std::vector< std::string > const & goodbyes, std::chrono::milliseconds time = 1min ) {
+   std::string mute( std::vector< std::string > const & goodbyes,
+                     std::chrono::milliseconds time = 1min ) {
       return speakers->mute( et1(), { goodbyes.begin(), goodbyes.end() }, time );
    }
 
@@ -189,7 +192,8 @@ TEST_F( SpeakersTest, AMuteIsRenewedWhileValendLives ) {
    settle( 1500ms );
    daemon.send( lldp( '1' ) );
    EXPECT_THAT( neighbor.heard(), IsEmpty() );
-   EXPECT_EQ( speakers->unmute( et1(), false ).at( 0 ).heldBack, 2u ) << "counted through the renewal";
+   EXPECT_EQ( speakers->unmute( et1(), false ).at( 0 ).heldBack, 2u )
+      << "counted through the renewal";
 }
 
 TEST_F( SpeakersTest, AMuteEndsByItselfWhenTheLoopDoesNotTurn ) {
@@ -274,11 +278,36 @@ TEST_F( SpeakersTest, ANamespaceThatIsReplacedGetsFiltersAgain ) {
    EXPECT_THAT( neighbor.heard(), ElementsAre( lldp( '1' ) ) );
 }
 
+TEST_F( SpeakersTest, MulticastGroupsAreLeftAndJoinedAgain ) {
+   attach();
+   auto const protocols = [ this ] {
+      std::vector< std::string > all;
+      for ( auto const & speaker : speakers->table().known( et1() ) ) {
+         all.emplace_back( Egress::protocolOf( speaker.id ) );
+      }
+      return all;
+   };
+   settle( 300ms );
+   EXPECT_THAT( protocols(), IsEmpty() ) << "the groups of the link itself are never left";
+   near->ip( "address add 192.0.2.1/24 dev et1" );
+   near->ip( "address add 239.1.2.3/32 dev et1 autojoin" );
+   ASSERT_TRUE(
+      turnUntil( [ & ] { return protocols() == std::vector< std::string >{ "igmp" }; } ) );
+   auto const heard = speakers->table().known( et1() ).front().latest().heard;
+   EXPECT_EQ( mute( { heard.goodbye } ), "" );
+   auto const muted = speakers->unmute( et1(), true );
+   ASSERT_EQ( muted.size(), 1u );
+   EXPECT_TRUE( muted.front().greeted );
+   near->ip( "address del 239.1.2.3/32 dev et1 autojoin" );
+   EXPECT_TRUE( turnUntil( [ & ] { return protocols().empty(); } ) );
+}
+
 TEST_F( SpeakersTest, ADeviceWithoutAFilterIsAConditionAndIsTriedAgain ) {
    // An index that no device has.
    U32 ifIndex = 99999;
-   Speakers wrong( loop_, Valen::Linux::NetNsDirectories(), [ & ]( auto const & ) { return ifIndex; },
-                   conditions );
+   Speakers wrong(
+      loop_, Valen::Linux::NetNsDirectories(), [ & ]( auto const & ) { return ifIndex; },
+      conditions );
    wrong.attaching().placeIs( et1(), 1 );
    ASSERT_TRUE( turnUntil( [ this ] { return conditions.isRaised( "mute" ); } ) );
    EXPECT_THAT( conditions.raised().front().text,

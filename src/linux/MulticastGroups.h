@@ -1,0 +1,26 @@
+// The multicast groups that a device is a member of, and the addresses with which the kernel reports them.
+#pragma once
+
+#include "linux/NetNs.h"
+
+#include <string>
+#include <vector>
+
+namespace Valen::Linux {
+
+// Addresses are their bytes in network order; those that the device does not have are empty.
+struct MulticastGroups {
+   std::string mac;
+   std::string ipv4;      // the first one, from which the kernel reports IPv4 groups
+   std::string linkLocal; // the same for IPv6
+   unsigned mtu = 0;
+   int igmpVersion = 3;               // that the routers speak
+   std::vector< std::string > groups; // of IPv4 and IPv6
+
+   bool operator==( MulticastGroups const & ) const = default;
+};
+
+// Reads them from /proc; any thread may. Throws Quill::ErrnoException: ENODEV if there is no such device.
+MulticastGroups multicastGroups( NetNs const & netNs, U32 ifIndex );
+
+} // namespace Valen::Linux
