@@ -29,6 +29,7 @@ class SpeakerTable {
    struct Speaker {
       Egress::Speaker id{};
       std::map< std::string, Part > parts; // never empty
+      Gantry::Time due{};                  // when a part of it may expire, at the earliest
       // The part that was heard last.
       Part const & latest() const noexcept;
    };
@@ -53,7 +54,7 @@ class SpeakerTable {
    // When expire() has something to do at the earliest; never, if nothing is known.
    Gantry::Time nextExpiry() const noexcept;
    // The device is gone, or is no longer an interface's.
-   void forget( LinkPlace const & place ) { devices_.erase( place ); }
+   void forget( LinkPlace const & place );
 
    // Those of a device, in the order in which they were first heard.
    Speakers const & known( LinkPlace const & place ) const noexcept;
@@ -70,11 +71,13 @@ class SpeakerTable {
    };
 
    bool left( LinkPlace const & place, Egress::Speaker const & id, std::string const & part );
-   Speaker & speaker( Speakers & speakers, Egress::Speaker const & id );
-   void makeRoom( Speakers & speakers, U16 kind );
+   Speaker & speaker( LinkPlace const & place, Egress::Speaker const & id );
+   void makeRoom( LinkPlace const & place, Speakers & speakers, U16 kind );
+   void dueIs( LinkPlace const & place, Speaker & speaker, Gantry::Time due );
+   void dueDel( LinkPlace const & place, Speaker const & speaker );
 
    std::map< LinkPlace, Speakers > devices_;
-   std::multimap< Gantry::Time, Due > due_; // one of each speaker: it may be due later than that
+   std::multimap< Gantry::Time, Due > due_; // one of each speaker, at its `due`
    std::map< std::string, Counters > counters_;
 };
 
