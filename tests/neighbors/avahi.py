@@ -59,9 +59,12 @@ class Mdns(Scenario):
 
 def start_avahi(side: Side):
     side.start(["/usr/bin/dbus-daemon", "--nofork", "--nopidfile", "--config-file", side.write("bus.conf", BUS)])
-    wait_until("the bus answers", lambda: side.ask("dbus-send", "--system", "--print-reply", "--dest=org.freedesktop.DBus",
-                                                   "/", "org.freedesktop.DBus.ListNames", environment=ADDRESS_OF_BUS) is not None)
+    wait_until("the bus answers", lambda: side.ask(
+        "dbus-send", "--system", "--print-reply", "--dest=org.freedesktop.DBus", "/",
+        "org.freedesktop.DBus.ListNames", environment=ADDRESS_OF_BUS) is not None)
     side.directory("avahi-daemon", "avahi")
     config = side.write("avahi.conf", AVAHI.format(name=side.name, device=DEVICE[side.name]))
-    side.start(["/usr/sbin/avahi-daemon", "--no-drop-root", "--no-chroot", "--no-rlimits", "-f", config], ADDRESS_OF_BUS)
-    wait_until("avahi answers", lambda: side.ask("avahi-browse", "--terminate", SERVICE, environment=ADDRESS_OF_BUS) is not None)
+    side.start(["/usr/sbin/avahi-daemon", "--no-drop-root", "--no-chroot", "--no-rlimits", "-f", config],
+               ADDRESS_OF_BUS)
+    wait_until("avahi answers", lambda: side.ask(
+        "avahi-browse", "--terminate", SERVICE, environment=ADDRESS_OF_BUS) is not None)

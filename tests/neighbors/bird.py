@@ -32,7 +32,7 @@ class Bird:
         wait_until("bird answers", lambda: self.show("status"))
 
     def show(self, what):
-        """The answer to a command of birdc; empty while there is none."""
+        """What BIRD shows; empty while it does not answer."""
         self._side.expect_running()
         try:
             with socket.socket(socket.AF_UNIX) as control:
@@ -67,13 +67,17 @@ class BirdPair(Scenario):
 
 class RouterAdvertisement(Scenario):
     title = "IPv6 router advertisement"
+    # The shortest intervals that RFC 4861 allows.
+    config_of_near = """protocol radv {
+   interface "{device}" { min ra interval 3; max ra interval 4; solicited ra unicast no; };
+}
+"""
     protocols = {"ra"}
     between = "BIRD -> Linux host"
 
     def start(self, near, far):
         sysctls(FAR, {f"net/ipv6/conf/{DEVICE[FAR]}/accept_ra": 2})
-        # The shortest intervals that RFC 4861 allows.
-        Bird(near, 'protocol radv { interface "{device}" { min ra interval 3; max ra interval 4; solicited ra unicast no; }; }')
+        Bird(near, self.config_of_near)
         self._routes = kernel_table(FAR, "ipv6_route")
 
     def believes(self):
@@ -98,7 +102,8 @@ class Ospf(BirdPair):
 """
 
     def believes(self):
-        return f"{ADDRESS[NEAR]}" in self.asked("ospf neighbors") and "Full" in self.asked("ospf neighbors")
+        neighbors = self.asked("ospf neighbors")
+        return ADDRESS[NEAR] in neighbors and "Full" in neighbors
 
 
 class OspfV3(Ospf):

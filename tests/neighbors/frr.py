@@ -32,15 +32,20 @@ class Frr:
         """What the daemon shows; empty while it does not answer."""
         return self.do(f"show {what}", daemon)
 
+    def configure(self, lines):
+        """Configures the running daemon. Each line of an interface or a router follows the line that opens it."""
+        lines = lines.replace("{device}", DEVICE[self._side.name]).splitlines()
+        self.do("\0".join(["configure terminal", *lines]))
+
     def do(self, what, daemon=None):
-        """The answer of the daemon to a command, as vtysh asks it."""
+        """The answer of the daemon to a command, as vtysh asks it; to the last of several, separated by zeros."""
         self._side.expect_running()
         try:
             with socket.socket(socket.AF_UNIX) as vty:
                 vty.settimeout(5)
                 vty.connect(f"{self._side.run}/frr/{daemon or self._daemon}.vty")
                 command(vty, "enable")
-                return command(vty, what)
+                return [command(vty, one) for one in what.split("\0")][-1]
         except OSError:
             return ""
 
@@ -158,18 +163,28 @@ class Eigrp(FrrPair):
     daemon = "eigrpd"
     both = """router eigrp 1
  network 192.0.2.0/24
-interface {device}
+"""
+    # Possible only when the daemon has begun to use the interface.
+    interface = """interface {device}
  ip hello-interval eigrp 1
  ip hold-time eigrp 4
 """
     ask = "ip eigrp neighbors"
-    remark = "after an abort, FRR's eigrpd needs `clear ip eigrp neighbors`: it takes the neighbor's new Init for a repeated packet"
+    remark = ("not back in 60 s after an abort, since FRR's eigrpd takes the new Init of its neighbor for a repeated "
+              "packet; `clear ip eigrp neighbors` helps")
+
+    def start(self, near, far):
+        super().start(near, far)
+        for router, side in (self._near, near), (self._far, far):
+            wait_until("eigrpd uses the interface", lambda: DEVICE[side.name] in router.show("ip eigrp interfaces"))
+            router.configure(self.interface)
 
     def believes(self):
         return ADDRESS[NEAR] in self.asked()
 
-    def help_back(self):
-        self._near.do("clear ip eigrp neighbors")
+    def play(self, rounds):
+        for _ in range(rounds.count):
+            rounds.shutdown()
 
 
 class Isis(FrrPair):

@@ -18,11 +18,20 @@ vrrp_instance test {{
    state {state}
    advert_int 1
    {more}
-   virtual_ipaddress {{ {address} }}
+   virtual_ipaddress {{
+      {address}
+   }}
 }}
 """
 PRIORITY = {NEAR: 200, FAR: 100}
 STATE = {NEAR: "MASTER", FAR: "BACKUP"}
+
+
+def authentication(kind):
+    return f"""authentication {{
+      auth_type {kind}
+      auth_pass secret
+   }}"""
 
 
 class Vrrp(Scenario):
@@ -61,7 +70,7 @@ class Vrrp(Scenario):
 class Vrrp2Password(Vrrp):
     title = "VRRP version 2, password"
     version = 2
-    more = "authentication { auth_type PASS auth_pass secret }"
+    more = authentication("PASS")
 
 
 class Vrrp3Ipv6(Vrrp):

@@ -33,7 +33,8 @@ def start_switch(side: Side):
     side.must("ovsdb-tool", "create", "/run/openvswitch/conf.db", SCHEMA)
     side.start(["/usr/sbin/ovsdb-server", "/run/openvswitch/conf.db", "--remote=punix:/run/openvswitch/db.sock",
                 "--unixctl=/run/openvswitch/ovsdb-server.ctl"])
-    side.start(["/usr/lib/openvswitch-switch/ovs-vswitchd", "unix:/run/openvswitch/db.sock", "--unixctl=/run/openvswitch/ovs-vswitchd.ctl"])
+    side.start(["/usr/lib/openvswitch-switch/ovs-vswitchd", "unix:/run/openvswitch/db.sock",
+                "--unixctl=/run/openvswitch/ovs-vswitchd.ctl"])
     device = DEVICE[side.name]
     # Only the port is needed; packets of the bridge itself would need a tap device.
     wait_until("Open vSwitch answers", lambda: side.ask(

@@ -3,7 +3,6 @@ import json
 
 from network import DEVICE, FAR
 from scenario_base import Scenario
-from waiting import wait_until
 
 LLDPD = "/usr/sbin/lldpd"
 
@@ -15,11 +14,10 @@ class Lldp(Scenario):
 
     def start(self, near, far):
         for side in near, far:
-            side.write("lldpd/empty", "")
-            side.start([LLDPD, "-d", "-O", "/dev/null", "-u", "/run/lldpd.socket", "-I", DEVICE[side.name],
+            side.write("lldpd/empty", "")  # makes the directory
+            config = side.write("lldpd.conf", "configure lldp tx-interval 1\n")
+            side.start([LLDPD, "-d", "-O", config, "-u", "/run/lldpd.socket", "-I", DEVICE[side.name],
                         "-C", DEVICE[side.name], "-S", f"the system {side.name}"])
-            wait_until("lldpd answers", lambda side=side: side.ask("lldpcli", "-u", "/run/lldpd.socket", "configure",
-                                                                   "lldp", "tx-interval", "1") is not None)
         self._far = far
 
     def believes(self):

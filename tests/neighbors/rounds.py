@@ -55,9 +55,9 @@ class Rounds:
 
     def wait_ready(self):
         """The neighbor believes in the daemon, and valend has its goodbyes."""
-        wait_until("the neighbor believes", self._scenario.believes, self._scenario.patience)
+        wait_until("the neighbor believes", self._scenario.believes, self._scenario.longest)
         wait_until(f"{sorted(self._scenario.protocols)} learned, not {sorted(self.daemon.learned())}",
-                   lambda: self._scenario.protocols <= self.daemon.learned(), self._scenario.patience)
+                   lambda: self._scenario.protocols <= self.daemon.learned(), self._scenario.longest)
         wait_until(f"{INTERFACE} is ready", lambda: self.daemon.interface()["ready"])
 
     def shutdown(self):
@@ -65,14 +65,15 @@ class Rounds:
         started = self._begin()
         self._expect_away(started, started + self.delay - 0.1)
         wait_until("the link is down", lambda: not network.near_link_is_up(), 10)
-        held = milliseconds_since(started)
-        if not -50 <= held - self.delay * 1000 <= 1000:
-            self.figures.problem(f"the link went down after {held:.0f} ms")
+        down = milliseconds_since(started)
         wait_until("the shutdown ends", lambda: not self.daemon.interface()["shuttingDown"])
+        if not -50 <= down - self.delay * 1000 <= 1000:
+            self.figures.problem(f"the link went down after {down:.0f} ms, of which it was held for "
+                                 f"{self.daemon.last_record()['heldMs']}")
         self._expect_record("down", greeted=False)
         enabled = time.monotonic()
         self.daemon.enable()
-        wait_until("the neighbor believes again", self._scenario.believes, self._scenario.patience)
+        wait_until("the neighbor believes again", self._scenario.believes, self._scenario.longest)
         self.figures.after_link_up.append(milliseconds_since(enabled))
 
     def abort(self):
@@ -82,8 +83,7 @@ class Rounds:
         aborted = time.monotonic()
         result = self.daemon.enable()
         expect(result == "aborted", f"enable: {result}")
-        self._scenario.help_back()
-        wait_until("the neighbor believes again", self._scenario.believes, self._scenario.patience, REACT_POLL)
+        wait_until("the neighbor believes again", self._scenario.believes, self._scenario.longest, REACT_POLL)
         self.figures.back.append(milliseconds_since(aborted))
         self._expect_record("aborted", greeted=True)
         expect(network.near_link_is_up(), "the link is down after an abort")

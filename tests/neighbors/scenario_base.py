@@ -13,7 +13,7 @@ class Scenario:
     # Whether the bridge listens to group memberships, and asks for them.
     snooping = False
     # How many seconds the neighbor may take until it believes.
-    patience = 60.0
+    longest = 60.0
 
     def start(self, near, far):
         """Starts the daemons."""
@@ -22,9 +22,6 @@ class Scenario:
     def believes(self):
         """Whether the neighbor takes near for a member of the network."""
         raise NotImplementedError
-
-    def help_back(self):
-        """What an operator has to do after an abort, where the protocol alone does not heal."""
 
     def play(self, rounds):
         """Shutdowns to their end, and aborted ones, in turns."""

@@ -1,11 +1,14 @@
 """All scenarios, by name."""
+import authenticated
 import avahi
 import bird
 import frr
 import groups
 import keepalived
+import killed
 import lacp
 import lldp
+import traffic
 
 SCENARIOS = {
     "lldp": lldp.Lldp,
@@ -29,6 +32,14 @@ SCENARIOS = {
     "igmp": groups.Igmp,
     "mld": groups.Mld,
     "lacp": lacp.Lacp,
+    "ospf-md5": authenticated.OspfMd5,
+    "rip-md5": authenticated.RipMd5,
+    "bfd-sha1": authenticated.BfdSha1,
+    "vrrp2-header": authenticated.VrrpHeader,
+    "isis-md5": authenticated.IsisMd5,
+    "traffic": traffic.Traffic,
+    "killed": killed.Killed,
+    "killed-restarted": killed.Restarted,
 }
 
 # What ./test runs.

@@ -19,7 +19,7 @@ def row(result):
 
 def times(spread):
     """Median and worst."""
-    return f"{text(spread[0])} (worst {text(spread[1])})" if spread else "never"
+    return f"{text(spread[0])} (worst {text(spread[1])})" if spread else "-"
 
 
 def text(milliseconds):
