@@ -50,6 +50,8 @@ class Authenticated(Scenario):
         senders = {frames["agent"] for frames in record["agents"] if frames["sent"]}
         expect(not {f"learned-{protocol}" for protocol in self.protocols} & senders, f"sent: {senders}")
         rounds.figures.notes = [f"nothing learned, sent or muted in {rounds.figures.rounds} shutdowns"]
+        # Without a goodbye, the neighbor believes until its hold time is over.
+        wait_until("the neighbor stops believing", lambda: not self.believes(), self.longest)
         daemon.enable()
 
 

@@ -12,6 +12,7 @@ from scenario_base import Scenario
 class Group(Scenario):
     snooping = True
     between = "Linux host -> Linux bridge"
+    remark = "the bridge asks twice for other members first, 0.2 s apart"
     group = ""
 
     def start(self, near, far):

@@ -9,6 +9,9 @@ from waiting import Failed, expect, wait_until
 REACT_POLL = 0.002
 AWAY_POLL = 0.02
 
+# When the link goes down, in milliseconds from the end of the delay. A busy machine is late.
+EARLIEST, LATEST = -50, 3000
+
 
 class Figures:
     """Times in milliseconds, and what went wrong."""
@@ -67,7 +70,7 @@ class Rounds:
         wait_until("the link is down", lambda: not network.near_link_is_up(), 10)
         down = milliseconds_since(started)
         wait_until("the shutdown ends", lambda: not self.daemon.interface()["shuttingDown"])
-        if not -50 <= down - self.delay * 1000 <= 1000:
+        if not EARLIEST <= down - self.delay * 1000 <= LATEST:
             self.figures.problem(f"the link went down after {down:.0f} ms, of which it was held for "
                                  f"{self.daemon.last_record()['heldMs']}")
         self._expect_record("down", greeted=False)
