@@ -39,7 +39,8 @@ struct Attaching::Batch {
    void attachAll( Filters & filters, Valen::Linux::NetNsDirectories const & directories );
 };
 
-void Attaching::Batch::run( Filters & filters, Valen::Linux::NetNsDirectories const & directories ) {
+void Attaching::Batch::run( Filters & filters,
+                            Valen::Linux::NetNsDirectories const & directories ) {
    Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
    try {
       attachAll( filters, directories );
@@ -60,7 +61,8 @@ void Attaching::Batch::attachAll( Filters & filters,
    auto & reserve = Valen::Linux::DescriptorReserve::ofProcess();
    for ( auto & device : devices ) {
       if ( !reserve.hasRoom() ) {
-         device.why = "no file descriptor is left for its filter; raise the limit (LimitNOFILE= of the service)";
+         device.why = "no file descriptor is left for its filter; raise the limit (LimitNOFILE= of "
+                      "the service)";
          continue;
       }
       try {
@@ -74,8 +76,9 @@ void Attaching::Batch::attachAll( Filters & filters,
 Attaching::Attaching( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsDirectories directories,
                       IfIndexOf ifIndexOf, Conditions & conditions, Observer & observer )
     : directories_( std::move( directories ) ), ifIndexOf_( std::move( ifIndexOf ) ),
-      observer_( observer ), condition_( conditions, "mute" ), filters_( std::make_shared< Filters >() ),
-      posted_( loop.workQueue(), "filters" ), pause_( firstPause, longestPause ),
+      observer_( observer ), condition_( conditions, "mute" ),
+      filters_( std::make_shared< Filters >() ), posted_( loop.workQueue(), "filters" ),
+      pause_( firstPause, longestPause ),
       again_( loop.scheduler(), "filters", [ this ] { attachAgain(); } ),
       worker_( loop, "valen-filters", endTimeout ) {}
 
@@ -159,7 +162,8 @@ void Attaching::lookAt( LinkPlace const & place ) {
       drop( known );
    }
    if ( ifIndex ) {
-      stateIs( devices_.emplace( place, Device{ ifIndex, State::failed, {} } ).first, State::missing );
+      stateIs( devices_.emplace( place, Device{ ifIndex, State::failed, {} } ).first,
+               State::missing );
    }
 }
 
@@ -297,6 +301,9 @@ std::optional< FilteredDevice > Attaching::filtered( LinkPlace const & place ) c
 }
 
 std::string Attaching::whyNot( LinkPlace const & place ) const {
+   if ( filtered( place ) ) {
+      return "";
+   }
    auto const device = devices_.find( place );
    return device == devices_.end() || device->second.why.empty() ? pending : device->second.why;
 }

@@ -14,10 +14,13 @@ constexpr std::size_t readBudget = 32;
 
 } // namespace
 
-Speakers::Speakers( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsDirectories const & directories,
+Speakers::Speakers( Valen::Linux::EventLoop & loop,
+                    Valen::Linux::NetNsDirectories const & directories,
                     Attaching::IfIndexOf ifIndexOf, Conditions & conditions )
     : loop_( loop ), muting_( loop.scheduler() ), greetings_( directories, loop.scheduler() ),
       expiry_( loop.scheduler(), "speakers", [ this ] { expire(); } ),
+      overload_(
+         table_, [ this ] { return lost(); }, conditions, loop.scheduler() ),
       attaching_( loop, directories, std::move( ifIndexOf ), conditions, *this ) {}
 
 Speakers::~Speakers() {
@@ -58,6 +61,7 @@ void Speakers::lost( LinkPlace const & place, FilteredDevice const & device ) {
 void Speakers::read() {
    copies_->read( readBudget, [ this ]( auto const & copy ) { take( copy ); } );
    expireLater();
+   overload_.lookSoon();
 }
 
 void Speakers::take( Egress::Copy const & copy ) {
@@ -94,7 +98,8 @@ void Speakers::expireLater() {
 
 // --- Muting --------------------------------------------------------------------------------------
 
-std::string Speakers::mute( LinkPlace const & place, std::vector< std::string_view > const & goodbyes,
+std::string Speakers::mute( LinkPlace const & place,
+                            std::vector< std::string_view > const & goodbyes,
                             std::chrono::milliseconds time ) {
    auto const filtered = attaching_.filtered( place );
    if ( !filtered ) {
@@ -108,8 +113,8 @@ std::vector< MutedSpeaker > Speakers::unmute( LinkPlace const & place, bool gree
    auto const filtered = attaching_.filtered( place );
    for ( auto const & speaker : muting_.unmute( place ) ) {
       auto const * const known = table_.find( place, speaker.id );
-      bool const greeted = greet && known && filtered &&
-                           greetings_.send( place, filtered->ifIndex, *known );
+      bool const greeted =
+         greet && known && filtered && greetings_.send( place, filtered->ifIndex, *known );
       muted.push_back( { std::string( Egress::protocolOf( speaker.id ) ), speaker.name,
                          speaker.heldBack, greeted } );
    }

@@ -33,7 +33,8 @@ class PacketSocket {
       auto const opened = Valen::Linux::NetNsDirectories().open( netNs.name() );
       Valen::Linux::NetNsScope const inside( opened );
       fd_ = Valen::Linux::requireFd(
-         ::socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, htons( lldpType ) ), "socket" );
+         ::socket( AF_PACKET, SOCK_RAW | SOCK_CLOEXEC | SOCK_NONBLOCK, htons( lldpType ) ),
+         "socket" );
       sockaddr_ll address{};
       address.sll_family = AF_PACKET;
       address.sll_protocol = htons( lldpType );
@@ -84,7 +85,8 @@ class SpeakersTest : public Valen::Test::NetworkTest {
    LinkPlace et1() const { return { near->text(), "et1" }; }
    void attach() {
       speakers->attaching().placeIs( et1(), 1 );
-      ASSERT_TRUE( turnUntil( [ this ] { return filtered(); } ) ) << speakers->attaching().whyNot( et1() );
+      ASSERT_TRUE( turnUntil( [ this ] { return filtered(); } ) )
+         << speakers->attaching().whyNot( et1() );
    }
    bool filtered() const { return speakers->attaching().filtered( et1() ).has_value(); }
    // What is known, as the ports of the speakers.
@@ -98,7 +100,8 @@ class SpeakersTest : public Valen::Test::NetworkTest {
    void hears( std::size_t count ) {
       ASSERT_TRUE( turnUntil( [ & ] { return known().size() == count; } ) ) << known().size();
    }
-   std::string mute( std::vector< std::string > const & goodbyes, std::chrono::milliseconds time = 1min ) {
+   std::string mute( std::vector< std::string > const & goodbyes,
+                     std::chrono::milliseconds time = 1min ) {
       return speakers->mute( et1(), { goodbyes.begin(), goodbyes.end() }, time );
    }
 
@@ -189,7 +192,8 @@ TEST_F( SpeakersTest, AMuteIsRenewedWhileValendLives ) {
    settle( 1500ms );
    daemon.send( lldp( '1' ) );
    EXPECT_THAT( neighbor.heard(), IsEmpty() );
-   EXPECT_EQ( speakers->unmute( et1(), false ).at( 0 ).heldBack, 2u ) << "counted through the renewal";
+   EXPECT_EQ( speakers->unmute( et1(), false ).at( 0 ).heldBack, 2u )
+      << "counted through the renewal";
 }
 
 TEST_F( SpeakersTest, AMuteEndsByItselfWhenTheLoopDoesNotTurn ) {
@@ -277,8 +281,9 @@ TEST_F( SpeakersTest, ANamespaceThatIsReplacedGetsFiltersAgain ) {
 TEST_F( SpeakersTest, ADeviceWithoutAFilterIsAConditionAndIsTriedAgain ) {
    // An index that no device has.
    U32 ifIndex = 99999;
-   Speakers wrong( loop_, Valen::Linux::NetNsDirectories(), [ & ]( auto const & ) { return ifIndex; },
-                   conditions );
+   Speakers wrong(
+      loop_, Valen::Linux::NetNsDirectories(), [ & ]( auto const & ) { return ifIndex; },
+      conditions );
    wrong.attaching().placeIs( et1(), 1 );
    ASSERT_TRUE( turnUntil( [ this ] { return conditions.isRaised( "mute" ); } ) );
    EXPECT_THAT( conditions.raised().front().text,
@@ -291,6 +296,22 @@ TEST_F( SpeakersTest, ADeviceWithoutAFilterIsAConditionAndIsTriedAgain ) {
    wrong.attaching().deviceSeen( et1() );
    ASSERT_TRUE( turnUntil( [ & ] { return !conditions.isRaised( "mute" ); } ) );
    EXPECT_TRUE( wrong.attaching().filtered( et1() ) );
+}
+
+TEST_F( SpeakersTest, WhySpeakersCannotBeMutedIsKnownUntilTheFilterIsThere ) {
+   EXPECT_EQ( speakers->attaching().whyNot( et1() ), "its filter is not attached yet" );
+   attach();
+   EXPECT_EQ( speakers->attaching().whyNot( et1() ), "" );
+}
+
+TEST_F( SpeakersTest, AFloodOfSpeakersRaisesACondition ) {
+   attach();
+   PacketSocket daemon( *near, "et1" );
+   for ( int port = 'A'; port <= 'A' + static_cast< int >( SpeakerTable::mostOfAProtocol );
+         ++port ) {
+      daemon.send( lldp( port ) );
+   }
+   ASSERT_TRUE( turnUntil( [ this ] { return conditions.isRaised( "speakers" ); } ) );
 }
 
 } // namespace
