@@ -19,6 +19,10 @@ AgentFrames agentFrom( Json const & json ) {
    for ( auto const & refused : json.at( "refused" ) ) {
       frames.refused[ refused.at( "errno" ) ] = refused.at( "count" );
    }
+   for ( auto const & goodbye :
+         json.value( "goodbyes", Json::array() ) ) { // older journals do not have them
+      frames.goodbyes.push_back( { goodbye.at( "protocol" ), goodbye.at( "speaker" ) } );
+   }
    return frames;
 }
 
@@ -54,7 +58,8 @@ ShutdownRecord recordFromJson( Json const & json ) {
    record.sending = std::chrono::microseconds( json.at( "sendingUs" ).get< S64 >() );
    record.held = std::chrono::milliseconds( json.at( "heldMs" ).get< S64 >() );
    record.total = std::chrono::milliseconds( json.at( "totalMs" ).get< S64 >() );
-   for ( auto const & speaker : json.value( "muted", Json::array() ) ) { // older journals do not have them
+   for ( auto const & speaker :
+         json.value( "muted", Json::array() ) ) { // older journals do not have them
       record.muted.push_back( { speaker.at( "protocol" ), speaker.at( "speaker" ),
                                 speaker.at( "heldBack" ), speaker.at( "greeted" ) } );
    }
