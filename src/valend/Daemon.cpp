@@ -54,19 +54,24 @@ Daemon::Daemon( Settings::ConfigResult const & read,
                      [ this ]( auto const & agent, auto const & interface, auto const & frames ) {
                         publishedFile_.save( { agent, interface, frames } );
                      } ),
-      learnedFrames_( feeder_.config(), publications_, speakers_.table(), conditions_, loop_.workQueue(),
-                      loop_.scheduler() ),
+      learnedFrames_( feeder_.config(), publications_, speakers_.table(), conditions_,
+                      loop_.workQueue(), loop_.scheduler() ),
       faults_( [ this ]( auto const & fault ) {
          if ( Valen::isVrfSetupFault( fault ) ) {
             feeder_.vrfFailed( fault.key, fault.text );
          }
       } ),
       journal_( stateDirectory_, loop_.scheduler(), Journal::Machine::real(), conditions_ ),
-      controller_( store_, feeder_.config(), links_, speakers_, journal_, conditions_, loop_.scheduler(),
-                   loop_.workQueue() ),
+      controller_( store_, feeder_.config(), links_, speakers_, journal_, conditions_,
+                   loop_.scheduler(), loop_.workQueue() ),
       report_( store_, feeder_, links_, controller_ ),
+      speakersReport_(
+         { feeder_.config(), speakers_.table(), learnedFrames_,
+           [ this ]( auto const & place ) { return speakers_.attaching().whyNot( place ); },
+           loop_.scheduler() } ),
       readinessLoss_( feeder_, report_, loop_.scheduler(), loop_.workQueue() ),
-      metrics_( { store_, feeder_, links_, controller_, faults_, conditions_,
+      metrics_( { store_, feeder_, links_, controller_, faults_, conditions_, speakers_.table(),
+                  [ this ] { return speakers_.lost(); },
                   [ this ] {
                      auto const & dropped = server_.dropped();
                      return Metrics::Clients{ server_.connections(),
@@ -92,7 +97,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
                      [ this ]( auto const & plan ) { return stepsTo( plan ); } ),
       access_( process_.value( "read-group" ), process_.value( "admin-group" ) ),
       api_( { store_, feeder_, publications_, links_, controller_, faults_, conditions_, metrics_,
-              trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue(),
+              speakersReport_, trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue(),
               [ this ]( auto const & done ) { reload( done ); },
               [ this ]( auto const & done ) { publishedFile_.whenSaved( done ); },
               [ this ] { netNsWatcher_.rescan(); } } ),
@@ -106,13 +111,13 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       logShutdown( record );
       metricsFile_.touch();
    } );
-   links_.seenIs(
-      [ this ]( auto const & place, auto seen ) {
-         speakers_.attaching().deviceSeen( place );
-         controller_.linkSeen( place, seen );
-      } );
+   links_.seenIs( [ this ]( auto const & place, auto seen ) {
+      speakers_.attaching().deviceSeen( place );
+      controller_.linkSeen( place, seen );
+   } );
    endpoints_.markIs( EGRESS_OWN_MARK );
-   speakers_.changedIs( [ this ]( auto const & place ) { learnedFrames_.speakersChanged( place ); } );
+   speakers_.changedIs(
+      [ this ]( auto const & place ) { learnedFrames_.speakersChanged( place ); } );
    publications_.changedIs(
       [ this ]( auto const & interface ) { learnedFrames_.framesChanged( interface ); } );
    endpoints_.openFailedIs( [ this ]( auto const & netNs, auto const & why ) {
@@ -170,7 +175,7 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
                auto const use = plan->config().vrfs.empty() ? Valen::Linux::NetNsUse::own
                                                             : Valen::Linux::NetNsUse::named;
                descriptorLimit_.check( netNss, plan->config().interfaces.size(),
-                                      Varlink::Limits().connections );
+                                       Varlink::Limits().connections );
                capabilities_.update( capabilityError( use ) );
                publications_.begin( plan );
                return false;
