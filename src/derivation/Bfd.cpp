@@ -40,6 +40,10 @@ std::chrono::milliseconds holdTimeOf( U8 multiplier, U32 microseconds ) {
 
 std::optional< Heard > bfd( Packet const & packet ) {
    constexpr U8 version = 1, byAdministrator = 7; // the diagnostic
+   constexpr U16 oneHop = 3784;                   // the port
+   if ( packet.layers.number == oneHop ) {
+      requireUnforwarded( packet );
+   }
    auto message = packet.message();
    auto const begin = message.at();
    require( message.u8() >> 5 == version, Reason::badVersion );

@@ -23,67 +23,64 @@ std::size_t Editor::moved( std::size_t at ) const {
    return to;
 }
 
-// Sets the lengths of the layers below the message, and removes the bytes.
-void Editor::cut() {
+// Sets the lengths of the layers below the message.
+void Editor::shorten() {
    auto const & layers = packet_.layers;
    auto const less = layers.end - moved( layers.end );
    if ( less == 0 ) {
       return;
    }
-   auto const shorten = [ & ]( std::size_t at ) {
+   auto const lengthAt = [ & ]( std::size_t at ) {
       u16( at, static_cast< U16 >( u16At( packet_.frame, at ) - less ) );
    };
    if ( layers.carrier == Carrier::llc || layers.carrier == Carrier::snap ) {
-      shorten( layers.type );
-   }
-   if ( layers.ip != 0 ) {
-      shorten( layers.ip + ( packet_.isIpv4() ? 2 : 4 ) );
+      lengthAt( layers.type );
    }
    if ( layers.udp != 0 ) {
-      shorten( layers.udp + 4 );
+      lengthAt( layers.udp + 4 );
    }
-   auto const end = moved( layers.end );
-   std::sort( replaced_.begin(), replaced_.end(),
-              []( auto const & a, auto const & b ) { return a.at < b.at; } );
+   if ( layers.ip != 0 && packet_.isIpv4() ) {
+      lengthAt( layers.ip + 2 );
+      auto const header = 4U * ( u8At( packet_.frame, layers.ip ) & 0xfU );
+      fixChecksum( { .at = layers.ip + 10, .begin = layers.ip, .end = layers.ip + header } );
+   } else if ( layers.ip != 0 ) {
+      lengthAt( layers.ip + 4 );
+   }
+}
+
+// From the back, so that positions before stay what they are.
+void Editor::cut() {
+   sort();
    for ( auto replaced = replaced_.rbegin(); replaced != replaced_.rend(); ++replaced ) {
       if ( replaced->by == 0 ) {
          packet_.frame.erase( replaced->at, replaced->bytes );
       }
    }
-   packet_.layers.end = end;
+}
+
+void Editor::sort() {
+   std::sort( replaced_.begin(), replaced_.end(),
+              []( auto const & a, auto const & b ) { return a.at < b.at; } );
 }
 
 void Editor::finish( Heard & heard ) {
-   auto const original = packet_.layers;
+   auto const & layers = packet_.layers;
+   shorten();
+   constexpr std::size_t udpChecksum = 6; // over IPv4 there may be none
+   if ( layers.udp != 0 && u16At( packet_.frame, layers.udp + udpChecksum ) != 0 ) {
+      fixChecksum( { .at = layers.udp + udpChecksum,
+                     .begin = layers.udp,
+                     .end = layers.end,
+                     .pseudoHeader = true } );
+   }
    cut();
-   auto const fix = [ & ]( Checksum const & checksum ) {
-      putChecksum( packet_, { .at = moved( checksum.at ),
-                              .begin = checksum.begin,
-                              .end = moved( checksum.end ),
-                              .pseudoHeader = checksum.pseudoHeader,
-                              .hole = checksum.hole,
-                              .holeBytes = checksum.holeBytes } );
-   };
-   if ( original.ip != 0 && packet_.isIpv4() && packet_.layers.end != original.end ) {
-      auto const header = 4U * ( u8At( packet_.frame, original.ip ) & 0xfU );
-      checksums_.push_back(
-         { .at = original.ip + 10, .begin = original.ip, .end = original.ip + header } );
-   }
-   // UDP over IPv4 may be without.
-   if ( original.udp != 0 && u16At( packet_.frame, original.udp + 6 ) != 0 ) {
-      checksums_.push_back( { .at = original.udp + 6,
-                              .begin = original.udp,
-                              .end = original.end,
-                              .pseudoHeader = true } );
-   }
-   for ( auto const & checksum : checksums_ ) {
-      fix( checksum );
-   }
-   for ( auto const & checksum : checksums_ ) {
+   for ( auto checksum : checksums_ ) {
       replaced_.push_back( { checksum.at, 2, 2 } );
+      checksum.at = moved( checksum.at );
+      checksum.end = moved( checksum.end );
+      putChecksum( packet_, checksum );
    }
-   std::sort( replaced_.begin(), replaced_.end(),
-              []( auto const & a, auto const & b ) { return a.at < b.at; } );
+   sort();
    heard.goodbye = packet_.frame;
    heard.replaced = replaced_;
 }

@@ -17,7 +17,7 @@ class Editor {
    void u32( std::size_t at, U32 value ) { number( at, 4, value ); }
    // Leaves out bytes of the message, which no other edit touches. From the front to the back.
    void remove( std::size_t at, std::size_t bytes );
-   // The message has this checksum.
+   // The message has this checksum. Its hole is before what is left out.
    void fixChecksum( Checksum const & checksum ) { checksums_.push_back( checksum ); }
 
    // Sets the goodbye and what it replaces. The layers below the message are set right.
@@ -25,12 +25,14 @@ class Editor {
 
  private:
    void number( std::size_t at, std::size_t bytes, U32 value );
+   void shorten();
    void cut();
+   void sort();
    // Where a position of the packet is in the goodbye.
    std::size_t moved( std::size_t at ) const;
 
    Packet packet_;
-   std::vector< Replaced > replaced_; // those left out come first
+   std::vector< Replaced > replaced_;
    std::vector< Checksum > checksums_;
 };
 

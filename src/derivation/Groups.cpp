@@ -40,7 +40,7 @@ Groups recordsOf( Reader message, std::size_t addressBytes ) {
 
 Heard heardIn( Packet const & packet, Groups const & groups ) {
    std::vector< std::string > names;
-   U32 joined = 0;
+   std::size_t joined = 0;
    for ( auto const & group : groups ) {
       names.push_back( group.group );
       joined += group.joined ? 1 : 0;
@@ -48,7 +48,7 @@ Heard heardIn( Packet const & packet, Groups const & groups ) {
    Heard heard;
    heard.speaker = "host " + ipText( packet.source() );
    heard.part = partOf( std::move( names ) );
-   heard.says = valueText( "groups", joined );
+   heard.says = countText( joined, "group" );
    heard.holdTime = membershipHoldTime;
    heard.leaves = joined == 0;
    heard.whyNot = heard.leaves ? "" : "derived from the kernel's memberships";

@@ -115,12 +115,8 @@ std::string stateText( U8 state ) {
                                   : "three-way state down";
 }
 
-std::string neighborsText( std::size_t count ) {
-   return count == 1 ? "1 neighbor" : std::to_string( count ) + " neighbors";
-}
-
 void deriveLan( Packet const & packet, Hello const & hello, Heard & heard ) {
-   heard.says = neighborsText( hello.neighborCount );
+   heard.says = countText( hello.neighborCount, "neighbor" );
    heard.leaves = hello.neighborCount == 0;
    if ( heard.leaves || !heard.whyNot.empty() ) {
       return;
@@ -133,7 +129,7 @@ void deriveLan( Packet const & packet, Hello const & hello, Heard & heard ) {
    }
    editor.u16( hello.lengthAt, length );
    editor.finish( heard );
-   heard.change = heard.says + " -> " + neighborsText( 0 );
+   heard.change = heard.says + " -> " + countText( 0, "neighbor" );
 }
 
 void derivePointToPoint( Packet const & packet, Hello const & hello, Heard & heard ) {

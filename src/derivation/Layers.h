@@ -29,10 +29,9 @@ struct Layers {
    std::size_t type = 0; // the EtherType or length, after a tag
    std::size_t ip = 0;   // 0: none
    U8 ipProtocol = 0;
-   std::size_t udp = 0; // 0: none
-   std::size_t message =
-      0; // of the protocol; of a slow protocol, with its subtype; of LLC, after its header
-   std::size_t end = 0; // of the message; padding may follow
+   std::size_t udp = 0;     // 0: none
+   std::size_t message = 0; // after all headers; that of a slow protocol has its subtype
+   std::size_t end = 0;     // of the message; padding may follow
 };
 
 // A frame whose layers are right.
@@ -42,6 +41,7 @@ struct Packet {
 
    Reader message() const { return { frame, layers.message, layers.end }; }
    bool isIpv4() const { return u8At( frame, layers.ip ) >> 4 == 4; }
+   std::string_view destinationMac() const { return std::string_view( frame ).substr( 0, 6 ); }
    std::string_view sourceMac() const { return std::string_view( frame ).substr( 6, 6 ); }
    // For messages over IP. The destination is inside the frame.
    std::string_view source() const;

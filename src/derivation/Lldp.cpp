@@ -9,6 +9,7 @@ namespace {
 
 enum Type : U8 { end = 0, chassisId = 1, portId = 2, timeToLive = 3 };
 constexpr std::size_t maxIdBytes = 255;
+constexpr std::string_view nearestBridge( "\x01\x80\xc2\0\0\x0e", 6 );
 
 struct Tlv {
    unsigned type;
@@ -67,6 +68,9 @@ std::optional< Heard > lldp( Packet const & packet ) {
    auto const seconds = ttl.u16();
    verifyOptional( message );
 
+   if ( packet.destinationMac() != nearestBridge ) {
+      heard.part = "for " + macText( packet.destinationMac() ); // each scope gets its own
+   }
    heard.says = valueText( "ttl", seconds );
    heard.holdTime = std::chrono::seconds( seconds );
    heard.leaves = seconds == 0;

@@ -133,7 +133,7 @@ std::vector< Replaced > differences( std::string const & greeting, std::string c
 }
 
 Heard heardOf( Member const & member, Groups const & groups, bool inReport ) {
-   constexpr char const * what = "groups";
+   constexpr char const * what = "group";
    bool const version4 = isIpv4( groups.front() );
    auto const frame = [ & ]( Says says ) {
       return frameOf( member,
@@ -143,16 +143,15 @@ Heard heardOf( Member const & member, Groups const & groups, bool inReport ) {
    for ( auto const & group : groups ) {
       names.push_back( ipText( group ) );
    }
-   auto const count = static_cast< U32 >( groups.size() );
    Heard heard;
    heard.protocol = version4 ? "igmp" : "mld";
    heard.speaker = "host " + ipText( version4 ? member.ipv4 : member.linkLocal );
-   heard.says = valueText( what, count );
+   heard.says = countText( groups.size(), what );
    heard.holdTime = membershipHoldTime;
    heard.part = partOf( std::move( names ) );
    heard.greeting = frame( Says::joins );
    heard.goodbye = frame( Says::leaves );
-   heard.change = changeText( what, count, 0 );
+   heard.change = heard.says + " -> " + countText( 0, what );
    heard.replaced = differences( heard.greeting, heard.goodbye );
    return heard;
 }

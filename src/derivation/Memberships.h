@@ -24,8 +24,8 @@ struct Member {
 // What is heard of the member in each of the frames that it takes: the greeting joins groups, and the goodbye leaves them.
 // The same groups in another order make no difference.
 //
-// Never of a group that is not reported at all, or that the host needs up to its end, in which it hears its neighbors:
-// 224.0.0.x and ff02::, where a switch that drops what was not reported would cut it off.
+// 224.0.0.x and ff02:: are never left, nor what is not reported at all: the host hears its neighbors in these groups up to its
+// end, and a switch sends a group only where it was reported.
 std::vector< Heard > membershipsOf( Member const & member, std::vector< std::string > groups );
 
 } // namespace Derivation

@@ -68,9 +68,9 @@ Range signalingOf( Packet const & packet, Reader & rest, bool authenticated ) {
 }
 
 void deriveGoodbye( Packet const & packet, Hello const & hello, Heard & heard ) {
-   constexpr char const * what = "neighbors";
-   auto const count = static_cast< U32 >( hello.neighbors.bytes / neighborBytes );
-   heard.says = valueText( what, count );
+   constexpr char const * what = "neighbor";
+   auto const count = hello.neighbors.bytes / neighborBytes;
+   heard.says = countText( count, what );
    heard.leaves = count == 0;
    if ( heard.leaves || !heard.whyNot.empty() ) {
       return;
@@ -79,7 +79,7 @@ void deriveGoodbye( Packet const & packet, Hello const & hello, Heard & heard ) 
    Editor editor( packet );
    editor.u16( hello.begin + lengthAt, static_cast< U16 >( length - hello.neighbors.bytes ) );
    editor.remove( hello.neighbors.at, hello.neighbors.bytes );
-   heard.change = changeText( what, count, 0 );
+   heard.change = heard.says + " -> " + countText( 0, what );
    if ( hello.signaling.bytes != 0 ) {
       auto const options = u8At( packet.frame, hello.optionsAt );
       editor.u8( hello.optionsAt, static_cast< U8 >( options & ~hello.lBit ) );

@@ -42,12 +42,11 @@ void requireMetric( U32 metric ) {
 // The last byte of a metric has all of it. Nothing if there is no route.
 std::optional< Heard > heardIn( Packet const & packet, std::vector< Route > const & routes,
                                 std::string whyNot = "" ) {
-   constexpr char const * what = "routes";
    if ( routes.empty() ) {
       return std::nullopt;
    }
    std::vector< std::string > names;
-   U32 reachable = 0;
+   std::size_t reachable = 0;
    Editor editor( packet );
    for ( auto const & route : routes ) {
       names.push_back( route.name );
@@ -60,12 +59,12 @@ std::optional< Heard > heardIn( Packet const & packet, std::vector< Route > cons
    heard.speaker = "router " + ipText( packet.source() );
    heard.part = partOf( packet, std::move( names ) );
    heard.holdTime = holdTime;
-   heard.says = valueText( what, reachable );
+   heard.says = countText( reachable, "route" );
    heard.leaves = reachable == 0;
    heard.whyNot = std::move( whyNot );
    if ( !heard.leaves && heard.whyNot.empty() ) {
       editor.finish( heard );
-      heard.change = changeText( what, reachable, 0 ) + " with metric 16";
+      heard.change = heard.says + " -> metric 16";
    }
    return heard;
 }
@@ -134,6 +133,9 @@ std::optional< Heard > ripng( Packet const & packet ) {
    auto message = packet.message();
    if ( !versionOf( packet, message, 1 ) ) {
       return std::nullopt;
+   }
+   if ( bool const toGroup = partOf( packet ).empty(); toGroup ) {
+      requireUnforwarded( packet );
    }
    std::vector< Route > routes;
    while ( !message.atEnd() ) {

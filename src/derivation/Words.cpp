@@ -95,4 +95,8 @@ std::string valueText( std::string_view what, U32 value ) {
    return std::string( what ) + " " + std::to_string( value );
 }
 
+std::string countText( std::size_t count, std::string_view one ) {
+   return std::to_string( count ) + " " + std::string( one ) + ( count == 1 ? "" : "s" );
+}
+
 } // namespace Derivation

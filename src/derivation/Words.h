@@ -20,5 +20,7 @@ std::string nameText( std::string_view bytes );
 std::string changeText( std::string_view what, U32 from, U32 to );
 // "ttl 120"
 std::string valueText( std::string_view what, U32 value );
+// "1 route", "2 routes"
+std::string countText( std::size_t count, std::string_view one );
 
 } // namespace Derivation

@@ -110,6 +110,11 @@ TEST( BfdTest, InvalidPacketsAreRefused ) {
    EXPECT_EQ( refused( { .length = "19" } ), "bfd: a length is wrong" );
    EXPECT_EQ( refused( { .length = "19", .authentication = "00" } ), "bfd: a length is wrong" );
    EXPECT_EQ( refused( { .state = "c4" } ), "bfd: it ends too early" );
+   Way far = bfdWay;
+   far.hopLimit = 254;
+   EXPECT_EQ( refusalOf( udp4( far, "c000 0ec8", Control{}.packet() ) ),
+              "bfd: the hop limit is not 255" );
+   EXPECT_EQ( refusalOf( udp4( far, "c000 12b0", Control{}.packet() ) ), "heard" );
    auto mine = Control{}.packet();
    mine[ 7 ] = 0;
    EXPECT_EQ( refusalOf( udp4( bfdWay, "c000 0ec8", mine ) ), badValue );

@@ -1,4 +1,5 @@
-// Frames of real daemons, captured at the egress of a device: lldpd (LLDP, CDP), radvd, keepalived and FRR (IS-IS).
+// Frames of real daemons, captured at the egress of a device: lldpd (LLDP, CDP), radvd, keepalived, BIRD (OSPF, BFD,
+// RIP) and FRR (IS-IS, RIPng, EIGRP, PIM).
 #include "tests/derivation/Frames.h"
 
 #include <fstream>
@@ -52,7 +53,15 @@ TEST( CapturedTest, EachFrameHasAGoodbye ) {
                "isis: system 0000.0000.0001, level 2: 1 neighbor -> 0 neighbors",
                "isis: system 0000.0000.0001, level 1: 1 neighbor -> 0 neighbors",
                "isis: system 0000.0000.0001, point-to-point: three-way state initializing -> down",
-               "isis: system 0000.0000.0001, point-to-point: three-way state up -> down" ) );
+               "isis: system 0000.0000.0001, point-to-point: three-way state up -> down",
+               "ospf: router 10.0.0.1: 1 neighbor -> 0 neighbors",
+               "ospfv3: router 10.0.0.1: 1 neighbor -> 0 neighbors",
+               "bfd: session with my discriminator 0xa991622a: state Up -> AdminDown",
+               "bfd: session with my discriminator 0x636593b5: state Up -> AdminDown",
+               "rip: router 192.0.2.1: 1 route -> metric 16",
+               "ripng: router fe80::e458:b5ff:fe1f:dce2: 1 route -> metric 16",
+               "eigrp: router 192.0.2.1: K values 1,0,1,0,0 -> 255",
+               "pim: router 192.0.2.1: hold time 105 -> 0" ) );
 }
 
 } // namespace

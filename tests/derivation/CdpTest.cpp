@@ -1,6 +1,6 @@
 #include "tests/derivation/Frames.h"
 
-namespace Derivation::Test {
+namespace Derivation::Test::CdpCases {
 namespace {
 
 std::string tlv( std::size_t type, std::string const & value ) {
@@ -79,4 +79,4 @@ TEST( CdpTest, WrongMessagesAreRefused ) {
 }
 
 } // namespace
-} // namespace Derivation::Test
+} // namespace Derivation::Test::CdpCases

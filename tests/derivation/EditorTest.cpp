@@ -2,7 +2,7 @@
 
 #include "tests/derivation/Frames.h"
 
-namespace Derivation::Test {
+namespace Derivation::Test::EditorCases {
 namespace {
 
 Ip const ip4{ .source = "c0000201", .destination = "e0000009", .protocol = 200 };
@@ -88,5 +88,23 @@ TEST( EditorTest, AHoleIsNotInTheChecksum ) {
    EXPECT_EQ( heard.goodbye, frame( "End" ) );
 }
 
+// What follows the covered bytes is left out.
+TEST( EditorTest, AChecksumMayEndWhereBytesAreLeftOut ) {
+   auto const frame = []( std::string const & covered, std::string const & tail ) {
+      auto ip = with( ip4, covered, false );
+      ip.payload += tail;
+      return ipv4( ip );
+   };
+   auto const all = packet( frame( "ab" + hex( ".." ) + "one", "tail" ) );
+   auto const at = all.layers.message;
+   Editor editor( all );
+   editor.u8( at + 4, '0' );
+   editor.remove( at + 7, 4 );
+   editor.fixChecksum( { .at = at + 2, .begin = at, .end = at + 7 } );
+   Heard heard;
+   editor.finish( heard );
+   EXPECT_EQ( heard.goodbye, frame( "ab" + hex( ".." ) + "0ne", "" ) );
+}
+
 } // namespace
-} // namespace Derivation::Test
+} // namespace Derivation::Test::EditorCases

@@ -30,7 +30,7 @@ TEST( GroupsTest, ReportsAreHeardWithoutAGoodbye ) {
       EXPECT_EQ( whyNot( frame ), reason );
       EXPECT_EQ( heardOf( frame ).protocol, "igmp" );
       EXPECT_EQ( heardOf( frame ).speaker, "host 192.0.2.1" );
-      EXPECT_EQ( heardOf( frame ).says, "groups 1" );
+      EXPECT_EQ( heardOf( frame ).says, "1 group" );
       EXPECT_EQ( heardOf( frame ).part, "239.1.1.1" );
       EXPECT_EQ( heardOf( frame ).holdTime, std::chrono::seconds( 260 ) );
       EXPECT_FALSE( heardOf( frame ).leaves );
@@ -46,13 +46,13 @@ TEST( GroupsTest, RecordsAreReadWithSourcesAndOtherData ) {
    // Joins one group for a source, and leaves another.
    auto const igmp = igmpFrame( "22 00 .. .. 0002 05 01 0001" + someGroup + "c0000209 12345678" +
                                 "03 00 0000 ef010102" );
-   EXPECT_EQ( heardOf( igmp ).says, "groups 1" );
+   EXPECT_EQ( heardOf( igmp ).says, "1 group" );
    EXPECT_EQ( heardOf( igmp ).part.substr( 0, 20 ), "239.1.1.1 and 1 more" );
    auto const mld = mldFrame( "8f 00 .. .. 0001 02 00 0001" + someGroup6 + someGroup6 );
-   EXPECT_EQ( heardOf( mld ).says, "groups 1" );
+   EXPECT_EQ( heardOf( mld ).says, "1 group" );
    // Only these sources; none would be to leave it.
    EXPECT_EQ( heardOf( igmpFrame( "22 00 .. .. 0001 03 00 0001" + someGroup + "c0000209" ) ).says,
-              "groups 1" );
+              "1 group" );
 }
 
 TEST( GroupsTest, LeavesAreHeard ) {
@@ -63,7 +63,7 @@ TEST( GroupsTest, LeavesAreHeard ) {
                                 mldFrame( "8f 00 .. .. 0001 03 00 0000" + someGroup6 ) } ) {
       auto const heard = heardOf( frame );
       EXPECT_TRUE( heard.leaves );
-      EXPECT_EQ( heard.says, "groups 0" );
+      EXPECT_EQ( heard.says, "0 groups" );
       EXPECT_EQ( whyNot( frame ), "" );
    }
 }

@@ -1,6 +1,6 @@
 #include "tests/derivation/Frames.h"
 
-namespace Derivation::Test {
+namespace Derivation::Test::HsrpCases {
 namespace {
 
 Ip const over4{ .source = "c0000201", .destination = "e0000002", .hopLimit = 1 };
@@ -112,4 +112,4 @@ TEST( HsrpTest, WrongMessagesAreRefused ) {
 }
 
 } // namespace
-} // namespace Derivation::Test
+} // namespace Derivation::Test::HsrpCases

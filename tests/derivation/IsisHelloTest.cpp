@@ -1,6 +1,6 @@
 #include "tests/derivation/Frames.h"
 
-namespace Derivation::Test {
+namespace Derivation::Test::IsisHelloCases {
 namespace {
 
 std::string tlv( U8 type, std::string const & value ) {
@@ -126,4 +126,4 @@ TEST( IsisHelloTest, WrongPdusAreRefused ) {
 }
 
 } // namespace
-} // namespace Derivation::Test
+} // namespace Derivation::Test::IsisHelloCases

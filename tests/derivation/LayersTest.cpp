@@ -2,7 +2,7 @@
 
 #include "tests/derivation/Frames.h"
 
-namespace Derivation::Test {
+namespace Derivation::Test::LayersCases {
 namespace {
 
 Ip const ip4{
@@ -136,7 +136,7 @@ TEST( LayersTest, APartialUdpChecksumIsCompleted ) {
    }
 }
 
-// Zero says that there is no checksum; 0xffff has the same value.
+// Zero says that the sender made no checksum; 0xffff has the same value.
 TEST( LayersTest, AUdpChecksumIsCompletedToAllOnesInPlaceOfZero ) {
    auto const odd = udp( ip4, 1000, u16( 0 ) ).payload;
    auto const ip = udp( ip4, 1000, odd.substr( 6, 2 ) );
@@ -150,4 +150,4 @@ TEST( LayersTest, AUdpChecksumIsCompletedToAllOnesInPlaceOfZero ) {
 }
 
 } // namespace
-} // namespace Derivation::Test
+} // namespace Derivation::Test::LayersCases

@@ -1,6 +1,6 @@
 #include "tests/derivation/Frames.h"
 
-namespace Derivation::Test {
+namespace Derivation::Test::LldpCases {
 namespace {
 
 std::string const chassis = hex( "0207 04 02....01" );
@@ -39,6 +39,12 @@ TEST( LldpTest, AGoodbyeLeaves ) {
    EXPECT_EQ( heard.says, "ttl 0" );
    EXPECT_EQ( heard.goodbye, "" );
    EXPECT_EQ( heard.holdTime, std::chrono::seconds( 0 ) );
+}
+
+TEST( LldpTest, EachScopeGetsAPart ) {
+   auto const other = patched( hello, 0, hex( "0180c2..." ) );
+   EXPECT_EQ( heardOf( other ).part, "for 01:80:c2:00:00:00" );
+   EXPECT_EQ( heardOf( other ).goodbye.substr( 0, 6 ), other.substr( 0, 6 ) );
 }
 
 TEST( LldpTest, IdsAreInWords ) {
@@ -86,4 +92,4 @@ TEST( LldpTest, WhatBreaksTheOrderOfTlvsIsRefused ) {
 }
 
 } // namespace
-} // namespace Derivation::Test
+} // namespace Derivation::Test::LldpCases

@@ -38,8 +38,8 @@ TEST( MembershipsTest, OneReportLeavesAllGroups ) {
    ASSERT_EQ( heard.size(), 2 );
    EXPECT_EQ( heard[ 0 ].protocol, "igmp" );
    EXPECT_EQ( heard[ 0 ].speaker, "host 192.0.2.1" );
-   EXPECT_EQ( heard[ 0 ].says, "groups 2" );
-   EXPECT_EQ( heard[ 0 ].change, "groups 2 -> 0" );
+   EXPECT_EQ( heard[ 0 ].says, "2 groups" );
+   EXPECT_EQ( heard[ 0 ].change, "2 groups -> 0 groups" );
    EXPECT_EQ( heard[ 0 ].part, "239.1.1.1 and 1 more, fb43766083b6d44a" );
    EXPECT_EQ( heard[ 0 ].holdTime, std::chrono::seconds( 260 ) );
    EXPECT_EQ( heard[ 0 ].whyNot, "" );
@@ -54,8 +54,8 @@ TEST( MembershipsTest, OneReportLeavesAllGroups ) {
 
    EXPECT_EQ( heard[ 1 ].protocol, "mld" );
    EXPECT_EQ( heard[ 1 ].speaker, "host fe80::1" );
-   EXPECT_EQ( heard[ 1 ].says, "groups 1" );
-   EXPECT_EQ( heard[ 1 ].change, "groups 1 -> 0" );
+   EXPECT_EQ( heard[ 1 ].says, "1 group" );
+   EXPECT_EQ( heard[ 1 ].change, "1 group -> 0 groups" );
    EXPECT_EQ( heard[ 1 ].part, "ff15::bad:cafe" );
    auto const report6 = [ & ]( char const * type ) {
       return mldTo( "333300000016", "ff020000000000000000000000000016",

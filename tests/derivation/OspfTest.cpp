@@ -55,13 +55,13 @@ Cases ospf2Cases() {
    };
    std::string const password = "0001 7365637265740000";
    return {
-      one( "two neighbors", { .neighbors = "0a000002 0a000003" }, {}, "neighbors 2",
-           "neighbors 2 -> 0" ),
+      one( "two neighbors", { .neighbors = "0a000002 0a000003" }, {}, "2 neighbors",
+           "2 neighbors -> 0 neighbors" ),
       one( "a password", { .neighbors = "0a000002", .authentication = password },
-           { .authentication = password }, "neighbors 1", "neighbors 1 -> 0" ),
+           { .authentication = password }, "1 neighbor", "1 neighbor -> 0 neighbors" ),
       one( "link-local signaling",
-           { .options = "12", .neighbors = "0a000002", .tail = signalingBlock }, {}, "neighbors 1",
-           "neighbors 1 -> 0, without link-local signaling" ),
+           { .options = "12", .neighbors = "0a000002", .tail = signalingBlock }, {}, "1 neighbor",
+           "1 neighbor -> 0 neighbors, without link-local signaling" ),
    };
 }
 
@@ -73,12 +73,13 @@ Cases ospf3Cases() {
    };
    return {
       one( "version 3", { .neighbors = "0a000002 0a000003 0a000004" }, {}, "router 10.0.0.1",
-           "neighbors 3", "neighbors 3 -> 0" ),
+           "3 neighbors", "3 neighbors -> 0 neighbors" ),
       one( "an instance", { .neighbors = "0a000002", .instance = "05" }, { .instance = "05" },
-           "router 10.0.0.1, instance 5", "neighbors 1", "neighbors 1 -> 0" ),
+           "router 10.0.0.1, instance 5", "1 neighbor", "1 neighbor -> 0 neighbors" ),
       one( "version 3, link-local signaling",
            { .options = "000213", .neighbors = "0a000002", .signaling = signalingBlock }, {},
-           "router 10.0.0.1", "neighbors 1", "neighbors 1 -> 0, without link-local signaling" ),
+           "router 10.0.0.1", "1 neighbor",
+           "1 neighbor -> 0 neighbors, without link-local signaling" ),
    };
 }
 
@@ -93,7 +94,7 @@ TEST( OspfTest, TheGoodbyeIsDerivedFromEachFrame ) {
 TEST( OspfTest, AHelloWithoutNeighborsLeaves ) {
    auto const heard = heardOf( Hello2{}.frame() );
    EXPECT_TRUE( heard.leaves );
-   EXPECT_EQ( heard.says, "neighbors 0" );
+   EXPECT_EQ( heard.says, "0 neighbors" );
    EXPECT_EQ( heard.goodbye, "" );
    EXPECT_EQ( heard.greeting, Hello2{}.frame() );
 }

@@ -7,7 +7,7 @@ using std::chrono::seconds;
 
 Way const ripWay{ "01005e000009", "c0000201", "e0000009" };
 Way const ripWay6{ "333300000009", "fe800000000000000000000000000001",
-                   "ff020000000000000000000000000009" };
+                   "ff020000000000000000000000000009", 255 };
 
 std::string const ripHead = "02 02 ..";
 
@@ -33,35 +33,29 @@ std::string const ripngNextHop = "fe80.... .... .... .02 .. . ff";
 Cases ripCases() {
    auto one = []( char const * name, std::string const & frame, std::string const & goodbye,
                   char const * routes, char const * part ) {
-      auto const says = std::string( "routes " ) + routes;
-      return Case{ name,
-                   frame,
-                   goodbye,
-                   "rip",
-                   "router 192.0.2.1",
-                   says,
-                   says + " -> 0 with metric 16",
-                   seconds( 180 ),
-                   part };
+      auto const says = std::string( routes );
+      return Case{
+         name,           frame, goodbye, "rip", "router 192.0.2.1", says, says + " -> metric 16",
+         seconds( 180 ), part };
    };
    return {
       one( "one route", ripFrame( ripRoute( ripTest, "01" ) ),
-           ripFrame( ripRoute( ripTest, "10" ) ), "1", "198.51.100.0/24" ),
+           ripFrame( ripRoute( ripTest, "10" ) ), "1 route", "198.51.100.0/24" ),
       one( "some of three",
            ripFrame( ripRoute( ripTest, "10" ) + ripRoute( ripTen, "0f" ) +
                      ripRoute( ripDefault, "02" ) ),
            ripFrame( ripRoute( ripTest, "10" ) + ripRoute( ripTen, "10" ) +
                      ripRoute( ripDefault, "10" ) ),
-           "2", "0.0.0.0/0 and 2 more, c3733385cb135fc0" ),
+           "2 routes", "0.0.0.0/0 and 2 more, c3733385cb135fc0" ),
       one( "a password", ripFrame( ripPassword + ripRoute( ripTen, "01" ) ),
-           ripFrame( ripPassword + ripRoute( ripTen, "10" ) ), "1", "10.0.0.0/8" ),
+           ripFrame( ripPassword + ripRoute( ripTen, "10" ) ), "1 route", "10.0.0.0/8" ),
       one( "version 1", ripFrame( ripRoute( "0a... ....", "01" ), "02 01 .." ),
-           ripFrame( ripRoute( "0a... ....", "10" ), "02 01 .." ), "1", "10.0.0.0" ),
+           ripFrame( ripRoute( "0a... ....", "10" ), "02 01 .." ), "1 route", "10.0.0.0" ),
       one(
          "no UDP checksum",
          udp4( ripWay, "0208 0208", hex( ripHead + ripRoute( ripTen, "01" ) ), UdpChecksum::none ),
          udp4( ripWay, "0208 0208", hex( ripHead + ripRoute( ripTen, "10" ) ), UdpChecksum::none ),
-         "1", "10.0.0.0/8" ),
+         "1 route", "10.0.0.0/8" ),
    };
 }
 
@@ -70,7 +64,7 @@ Cases ripngCases() {
    return {
       { "a next hop", ripngFrame( ripngNextHop + ripngRoute( "....", "01" ) + other ),
         ripngFrame( ripngNextHop + ripngRoute( "....", "10" ) + other ), "ripng", "router fe80::1",
-        "routes 1", "routes 1 -> 0 with metric 16", seconds( 180 ),
+        "1 route", "1 route -> metric 16", seconds( 180 ),
         "2001:db8:1::/48 and 1 more, 84fc95acdffed7cc" },
    };
 }
@@ -112,7 +106,7 @@ TEST( RipTest, AnAuthenticatedResponseHasNoGoodbye ) {
                        ripRoute( ripTen, "01" ) + "ffff 0001" + std::string( bytes, '.' ) );
    };
    EXPECT_EQ( whyNot( response( "002c", 16 ) ), "authenticated with MD5" );
-   EXPECT_EQ( heardOf( response( "002c", 16 ) ).says, "routes 1" );
+   EXPECT_EQ( heardOf( response( "002c", 16 ) ).says, "1 route" );
    EXPECT_EQ( whyNot( response( "002c", 20 ) ), "authenticated with HMAC-SHA-1" );
    EXPECT_EQ( refusalOf( response( "0017", 16 ) ), "rip: a length is wrong" );
    EXPECT_EQ( refusalOf( response( "0030", 16 ) ), "rip: a field has a value that is not allowed" );
@@ -153,6 +147,12 @@ TEST( RipTest, InvalidResponsesOfRipngAreRefused ) {
    EXPECT_EQ( refusalOf( ripngFrame( ripngRoute( "....", "00" ) ) ), badValue );
    EXPECT_EQ( refusalOf( ripngFrame( ripngRoute( "....", "11" ) ) ), badValue );
    EXPECT_EQ( refusalOf( ripngFrame( "20010db8 .... .... .... .. 81 01" ) ), badValue );
+   auto const message = hex( "02 01 .." + one );
+   Way far = ripWay6;
+   far.hopLimit = 254;
+   EXPECT_EQ( refusalOf( udp6( far, "0209 0209", message ) ), "ripng: the hop limit is not 255" );
+   far.destinationMac = "020000000002";
+   EXPECT_EQ( refusalOf( udp6( far, "0209 0209", message ) ), "heard" );
    EXPECT_EQ( refusalOf( ripngFrame( one + "00" ) ), "ripng: it ends too early" );
    EXPECT_EQ( refusalOf( ripngFrame( one, "02 01 ..", UdpChecksum::none ) ),
               "ripng: the checksum is wrong" );

@@ -1,6 +1,6 @@
 #include "tests/derivation/Frames.h"
 
-namespace Derivation::Test {
+namespace Derivation::Test::RouterAdvertisementCases {
 namespace {
 
 std::string const linkLocal = "fe80 .... .... .. ...01", allNodes = "ff02 .... .... .... .01";
@@ -76,4 +76,4 @@ TEST( RouterAdvertisementTest, WhatReceiversDropIsRefused ) {
 }
 
 } // namespace
-} // namespace Derivation::Test
+} // namespace Derivation::Test::RouterAdvertisementCases

@@ -1,7 +1,7 @@
 // LACP and OAM.
 #include "tests/derivation/Frames.h"
 
-namespace Derivation::Test {
+namespace Derivation::Test::SlowProtocolsCases {
 namespace {
 
 std::string slow( std::string const & unit ) {
@@ -116,4 +116,4 @@ TEST( OamTest, WrongTlvsAreRefused ) {
 }
 
 } // namespace
-} // namespace Derivation::Test
+} // namespace Derivation::Test::SlowProtocolsCases

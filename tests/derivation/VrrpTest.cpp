@@ -3,7 +3,7 @@
 
 #include <cstring>
 
-namespace Derivation::Test {
+namespace Derivation::Test::VrrpCases {
 namespace {
 
 std::string const addresses4 = hex( "c00002fe c00002fd" );
@@ -115,7 +115,7 @@ TEST( VrrpTest, OtherAuthenticationHasNoGoodbye ) {
 TEST( VrrpTest, WhatIsInAnAuthenticationHeaderHasNoGoodbye ) {
    auto const inside = []( std::string const & protocol, std::string const & priority ) {
       auto ip = over4(
-         hex( protocol ) + hex( "04 .. 00000001 00000005" ) + std::string( 12, 'h' ) +
+         hex( protocol ) + hex( "05 .. 00000001 00000005" ) + std::string( 16, 'h' ) +
          summed( hex( "2107" ) + hex( priority ) + hex( "01 0201 .. c00002fe" ) + noSecret, 6 ) );
       ip.protocol = 51;
       return ipv4( ip );
@@ -175,4 +175,4 @@ TEST( VrrpTest, WhatReceiversDropIsRefused ) {
 }
 
 } // namespace
-} // namespace Derivation::Test
+} // namespace Derivation::Test::VrrpCases

@@ -79,7 +79,7 @@ class FrameCollector {
 // Each document, and at least how many frames it shows.
 std::map< std::string, std::size_t > const documents{
    { "README.md", 1 },           { "docs/api.md", 1 },           { "docs/configuration.md", 2 },
-   { "docs/goodbyes.md", 13 },     { "docs/man/valen.yaml.5", 1 }, { "examples/run.yaml", 8 },
+   { "docs/goodbyes.md", 13 },   { "docs/man/valen.yaml.5", 1 }, { "examples/run.yaml", 8 },
    { "examples/valen.yaml", 3 }, { "packaging/valen.yaml", 1 } };
 
 Frames framesIn( std::string const & document ) {

@@ -39,8 +39,8 @@ class DaemonFixture : public ::testing::Test {
          } ),
          stateDir( stateDirectory, []( auto const & ) {} ),
          journal( stateDir, clock.scheduler(), machine(), conditions, []( auto const & ) {} ),
-         controller( store, feeder.config(), kernel, speakers, journal, conditions, clock.scheduler(),
-                     work ) {
+         controller( store, feeder.config(), kernel, speakers, journal, conditions,
+                     clock.scheduler(), work ) {
       store.entityManager->mountProviderIs( "kni/ns/", &kernel );
    }
    ~DaemonFixture() override {

@@ -9,23 +9,26 @@ namespace Valend::Test {
 
 class FakeSpeakers final : public SpeakerPort {
  public:
-   std::string whyNot;               // of every mute()
-   std::vector< std::string > calls; // "mute default/et1 lldp vrrp for 1500 ms", "unmute default/et1"
-   U64 heldBack = 0;                 // of each speaker, when it is heard again
+   std::string whyNot; // of every mute()
+   std::vector< std::string >
+      calls;         // "mute default/et1 lldp vrrp for 1500 ms", "unmute default/et1"
+   U64 heldBack = 0; // of each speaker, when it is heard again
 
    std::string mute( LinkPlace const & place, std::vector< std::string_view > const & goodbyes,
                      std::chrono::milliseconds time ) override {
       std::string call = "mute " + place.netNs + "/" + place.device;
       auto & muted = muted_[ place ];
       for ( auto const & goodbye : goodbyes ) {
-         muted.push_back( { std::string( goodbye.substr( goodbye.size() - 1 ) ), "", heldBack, false } );
+         muted.push_back(
+            { std::string( goodbye.substr( goodbye.size() - 1 ) ), "", heldBack, false } );
          call += " " + muted.back().protocol;
       }
       calls.push_back( call + " for " + std::to_string( time.count() ) + " ms" );
       return whyNot;
    }
    std::vector< MutedSpeaker > unmute( LinkPlace const & place, bool greet ) override {
-      calls.push_back( "unmute " + place.netNs + "/" + place.device + ( greet ? " and greet" : "" ) );
+      calls.push_back( "unmute " + place.netNs + "/" + place.device +
+                       ( greet ? " and greet" : "" ) );
       auto muted = std::exchange( muted_[ place ], {} );
       for ( auto & speaker : muted ) {
          speaker.greeted = greet;

@@ -3,8 +3,8 @@
 #include "platform/quill/Printable.h"
 
 #include "valend/api/Users.h"
-#include "valend/report/StatusReport.h"
 #include "valend/kernel/Places.h"
+#include "valend/report/StatusReport.h"
 
 #include <charconv>
 #include <map>

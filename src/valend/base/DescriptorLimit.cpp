@@ -41,8 +41,9 @@ DescriptorLimit::~DescriptorLimit() {
 
 std::size_t DescriptorLimit::needed( std::size_t vrfs, std::size_t interfaces,
                                      std::size_t clients ) noexcept {
-   return ofProcess + vrfs * ofVrf + interfaces * ofInterface + clients + Valen::Linux::PacketSocketPool::maxExtra +
-          DescriptorReserve::usualSize + DescriptorReserve::keptForWork;
+   return ofProcess + vrfs * ofVrf + interfaces * ofInterface + clients +
+          Valen::Linux::PacketSocketPool::maxExtra + DescriptorReserve::usualSize +
+          DescriptorReserve::keptForWork;
 }
 
 void DescriptorLimit::check( std::size_t vrfs, std::size_t interfaces, std::size_t clients ) {

@@ -22,7 +22,8 @@ class DescriptorLimit {
    DescriptorLimit & operator=( DescriptorLimit const & ) = delete;
 
    // The most that are open at a time, all clients included.
-   static std::size_t needed( std::size_t vrfs, std::size_t interfaces, std::size_t clients ) noexcept;
+   static std::size_t needed( std::size_t vrfs, std::size_t interfaces,
+                              std::size_t clients ) noexcept;
    // Compares the limit with what these need.
    void check( std::size_t vrfs, std::size_t interfaces, std::size_t clients );
 

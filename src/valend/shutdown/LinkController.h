@@ -7,11 +7,11 @@
 #pragma once
 
 #include "platform/gantry/WorkQueue.h"
+#include "valend/kernel/Places.h"
 #include "valend/shutdown/Enablings.h"
 #include "valend/shutdown/Goodbye.h"
 #include "valend/shutdown/LinkTracker.h"
 #include "valend/shutdown/OnePerTurn.h"
-#include "valend/kernel/Places.h"
 #include "valend/shutdown/Recovery.h"
 #include "valend/shutdown/Repeats.h"
 #include "valend/shutdown/Shutdown.h"

@@ -54,7 +54,8 @@ bool ShutdownHold::sendFrames() {
 }
 
 // Those whose goodbye was rejected stay heard.
-void ShutdownHold::mute( std::vector< QueuedFrame > const & queued, std::set< U32 > const & refused ) {
+void ShutdownHold::mute( std::vector< QueuedFrame > const & queued,
+                         std::set< U32 > const & refused ) {
    std::vector< std::string_view > goodbyes;
    for ( U32 number = 0; number < queued.size(); ++number ) {
       if ( !refused.contains( number ) ) {

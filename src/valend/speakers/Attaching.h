@@ -105,7 +105,7 @@ class Attaching {
    LinkPlace lookedFor_;               // by dropOlder()
    std::set< LinkPlace > seen_;        // to look at
    bool lookPosted_ = false;
-   Devices devices_; // that exist, of the places
+   Devices devices_;                        // that exist, of the places
    std::set< LinkPlace > missing_, failed_; // those in these states
    std::size_t asked_ = 0;
    std::map< std::string, U32 > numbers_; // of the namespaces

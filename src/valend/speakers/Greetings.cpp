@@ -20,7 +20,8 @@ Greetings::Greetings( Valen::Linux::NetNsDirectories const & directories,
    provider_.markIs( EGRESS_OWN_MARK );
 }
 
-bool Greetings::send( LinkPlace const & place, U32 ifIndex, SpeakerTable::Speaker const & speaker ) {
+bool Greetings::send( LinkPlace const & place, U32 ifIndex,
+                      SpeakerTable::Speaker const & speaker ) {
    Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
    try {
       auto & through = endpoint( place.netNs );

@@ -28,7 +28,8 @@ class SpeakerPort {
    // Mutes the speakers of these goodbyes, and no others of the device: what they send does not leave it, so that
    // they do not take their goodbyes back. Returns why that is not possible; empty if it is.
    //   time   after which they are heard again if valend has died; while it lives, they are muted until unmute()
-   virtual std::string mute( LinkPlace const & place, std::vector< std::string_view > const & goodbyes,
+   virtual std::string mute( LinkPlace const & place,
+                             std::vector< std::string_view > const & goodbyes,
                              std::chrono::milliseconds time ) = 0;
    // Ends that. Returns the speakers that were muted since the first call of mute().
    //   greet   whether to send again what each said last, for the neighbors that its goodbye has made forget it

@@ -41,7 +41,7 @@ Gantry::Time SpeakerTable::freshUntil( Part const & part ) noexcept {
 bool SpeakerTable::heard( LinkPlace const & place, Egress::Speaker const & id, Heard const & heard,
                           Gantry::Time now ) {
    if ( heard.leaves ) {
-      return left( place, id );
+      return left( place, id, heard.part );
    }
    auto & speakers = devices_[ place ];
    bool const isNew = findIn( speakers, id ) == speakers.end();
@@ -60,16 +60,19 @@ bool SpeakerTable::heard( LinkPlace const & place, Egress::Speaker const & id, H
    return changed;
 }
 
-bool SpeakerTable::left( LinkPlace const & place, Egress::Speaker const & id ) {
+bool SpeakerTable::left( LinkPlace const & place, Egress::Speaker const & id,
+                         std::string const & part ) {
    auto const device = devices_.find( place );
    if ( device == devices_.end() ) {
       return false;
    }
    auto const speaker = findIn( device->second, id );
-   if ( speaker == device->second.end() ) {
+   if ( speaker == device->second.end() || !speaker->parts.erase( part ) ) {
       return false;
    }
-   device->second.erase( speaker ); // its entry in due_ is dropped when it is due
+   if ( speaker->parts.empty() ) {
+      device->second.erase( speaker ); // its entry in due_ is dropped when it is due
+   }
    return true;
 }
 

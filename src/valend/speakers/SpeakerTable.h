@@ -72,7 +72,7 @@ class SpeakerTable {
       Egress::Speaker id;
    };
 
-   bool left( LinkPlace const & place, Egress::Speaker const & id );
+   bool left( LinkPlace const & place, Egress::Speaker const & id, std::string const & part );
    Speaker & speaker( LinkPlace const & place, Egress::Speaker const & id );
    void makeRoom( LinkPlace const & place, U16 kind );
 

@@ -53,10 +53,11 @@ TEST_F( DescriptorLimitTest, ALimitThatIsTooLowIsACondition ) {
    EXPECT_FALSE( conditions_.isRaised( "descriptors" ) );
    limit.check( 101, 50, 256 );
    ASSERT_TRUE( conditions_.isRaised( "descriptors" ) );
-   EXPECT_EQ( conditions_.raised().front().text,
-              "up to " + std::to_string( needed + 3 ) +
-                 " file descriptors are needed (101 VRFs, 50 interfaces, 256 clients), and the limit is " +
-                 std::to_string( needed ) + "; raise it (LimitNOFILE= of the service)" );
+   EXPECT_EQ(
+      conditions_.raised().front().text,
+      "up to " + std::to_string( needed + 3 ) +
+         " file descriptors are needed (101 VRFs, 50 interfaces, 256 clients), and the limit is " +
+         std::to_string( needed ) + "; raise it (LimitNOFILE= of the service)" );
    limit.check( 100, 50, 256 );
    EXPECT_FALSE( conditions_.isRaised( "descriptors" ) );
 }

@@ -15,7 +15,9 @@ using ::testing::UnorderedElementsAre;
 
 // A frame of a protocol that is recognized by its EtherType.
 std::string lldpFrame( char last ) {
-   std::string frame( "\x01\x80\xc2\0\0\x0e\x02\0\0\0\0\x01\x88\xcc\x02\x07\x04\x02\0\0\0\0\x01\x04\x03\x07p1\x06\x02\0\0\0", 33 );
+   std::string frame( "\x01\x80\xc2\0\0\x0e\x02\0\0\0\0\x01\x88\xcc\x02\x07\x04\x02\0\0\0\0\x01\x04"
+                      "\x03\x07p1\x06\x02\0\0\0",
+                      33 );
    frame.push_back( last );
    return frame;
 }
@@ -42,8 +44,8 @@ class LearnedFramesTest : public DaemonFixture {
       learned.configChanged();
       turn();
    }
-   void hears( LinkPlace const & place, int number, std::string const & goodbye, U16 kind = EGRESS_LLDP,
-               std::string const & part = "" ) {
+   void hears( LinkPlace const & place, int number, std::string const & goodbye,
+               U16 kind = EGRESS_LLDP, std::string const & part = "" ) {
       Derivation::Heard heard;
       heard.goodbye = goodbye;
       heard.part = part;
@@ -77,7 +79,8 @@ class LearnedFramesTest : public DaemonFixture {
    LinkPlace const et2{ "ns-red", "et2" };
    Publications publications{ feeder, work, clock.scheduler() };
    SpeakerTable table;
-   LearnedFrames learned{ feeder.config(), publications, table, conditions, work, clock.scheduler() };
+   LearnedFrames learned{ feeder.config(), publications, table,
+                          conditions,      work,         clock.scheduler() };
 };
 
 TEST_F( LearnedFramesTest, AGoodbyeIsPublishedForTheInterfaceOfTheDevice ) {
@@ -117,7 +120,7 @@ TEST_F( LearnedFramesTest, ASpeakerWithoutADerivableGoodbyeHasNoFrame ) {
 TEST_F( LearnedFramesTest, OnlyTheProtocolsOfTheConfigurationAreLearned ) {
    hears( et1, 1, lldpFrame( 'a' ) );
    hears( et1, 1, lldpFrame( 'b' ), EGRESS_RA );
-   auto config = feeder.config();
+   auto config = publications.config();
    config.goodbyes = Settings::Goodbyes::of( { "ra" } );
    configIs( config );
    EXPECT_THAT( published( "Ethernet1" ), ElementsAre( "learned-ra: b" ) );
@@ -126,19 +129,21 @@ TEST_F( LearnedFramesTest, OnlyTheProtocolsOfTheConfigurationAreLearned ) {
    EXPECT_THAT( published( "Ethernet1" ), IsEmpty() );
    config.interfaces[ "Ethernet1" ].goodbyes = Settings::Goodbyes::learned();
    configIs( config );
-   EXPECT_THAT( published( "Ethernet1" ), UnorderedElementsAre( "learned-lldp: a", "learned-ra: b" ) );
+   EXPECT_THAT( published( "Ethernet1" ),
+                UnorderedElementsAre( "learned-lldp: a", "learned-ra: b" ) );
 }
 
 TEST_F( LearnedFramesTest, ConfiguredFramesOfTheSameProtocolTakePrecedence ) {
    hears( et1, 1, lldpFrame( 'a' ) );
    hears( et1, 1, lldpFrame( 'b' ), EGRESS_RA );
-   auto config = feeder.config();
+   auto config = publications.config();
    config.agents[ "mine" ][ "Ethernet1" ] = { lldpFrame( 'x' ) };
    configIs( config );
    EXPECT_THAT( published( "Ethernet1" ), ElementsAre( "learned-ra: b" ) );
    config.agents.clear();
    configIs( config );
-   EXPECT_THAT( published( "Ethernet1" ), UnorderedElementsAre( "learned-lldp: a", "learned-ra: b" ) );
+   EXPECT_THAT( published( "Ethernet1" ),
+                UnorderedElementsAre( "learned-lldp: a", "learned-ra: b" ) );
 }
 
 TEST_F( LearnedFramesTest, PublishedFramesOfTheSameProtocolTakePrecedence ) {
@@ -156,7 +161,7 @@ TEST_F( LearnedFramesTest, AnInterfaceThatGetsAnotherDeviceHasTheGoodbyesOfThat 
    hears( et1, 1, lldpFrame( 'a' ) );
    LinkPlace const et9{ "default", "et9" };
    hears( et9, 1, lldpFrame( 'z' ) );
-   auto config = feeder.config();
+   auto config = publications.config();
    config.interfaces[ "Ethernet1" ].device = "et9";
    configIs( config );
    EXPECT_THAT( published( "Ethernet1" ), ElementsAre( "learned-lldp: z" ) );

@@ -138,6 +138,8 @@ TEST_F( StatusReportTest, AShutdownIsShownWhole ) {
    record.sending = 200us;
    record.held = 500ms;
    record.total = 501ms;
+   record.muted = { { "lldp", "port et1", 2, false } };
+   record.notMuted = "too many";
    record.ending = ShutdownRecord::Ending::down;
    Json const refused{ { "errno", 100 }, { "reason", "Network is down" }, { "count", 1 } };
    EXPECT_EQ( StatusReport::record( record ),
@@ -163,6 +165,12 @@ TEST_F( StatusReportTest, AShutdownIsShownWhole ) {
                       { "sendingUs", 200 },
                       { "heldMs", 500 },
                       { "totalMs", 501 },
+                      { "muted",
+                        { { { "protocol", "lldp" },
+                            { "speaker", "port et1" },
+                            { "heldBack", 2 },
+                            { "greeted", false } } } },
+                      { "notMuted", "too many" },
                       { "unflushedBytes", 0 },
                       { "ending", "down" },
                       { "why", nullptr },

@@ -14,8 +14,10 @@ TEST_F( ShutdownMutingTest, TheSpeakersAreMutedFromTheGoodbyeUntilTheLinkIsDown 
    EXPECT_THAT( speakers.calls, ElementsAre( "mute default/et1 a b for 1500 ms" ) );
    advance( 500ms );
    EXPECT_THAT( kernel.actions, ElementsAre( "down default/et1" ) );
-   EXPECT_THAT( speakers.calls, ElementsAre( "mute default/et1 a b for 1500 ms", "unmute default/et1" ) );
-   EXPECT_EQ( last().muted, ( std::vector< MutedSpeaker >{ { "a", "", 3, false }, { "b", "", 3, false } } ) );
+   EXPECT_THAT( speakers.calls,
+                ElementsAre( "mute default/et1 a b for 1500 ms", "unmute default/et1" ) );
+   EXPECT_EQ( last().muted,
+              ( std::vector< MutedSpeaker >{ { "a", "", 3, false }, { "b", "", 3, false } } ) );
    EXPECT_EQ( last().notMuted, "" );
 }
 

@@ -34,9 +34,10 @@ Heard says( std::string const & goodbye, milliseconds holdTime = seconds( 120 ),
    return heard;
 }
 
-Heard leaves() {
+Heard leaves( std::string const & part = "" ) {
    Heard heard;
    heard.leaves = true;
+   heard.part = part;
    return heard;
 }
 
@@ -114,6 +115,16 @@ TEST_F( SpeakerTableTest, PartsAreFreshEachForItself ) {
    EXPECT_THAT( table.expire( now + seconds( 9 ) ), ElementsAre( et1 ) );
    EXPECT_THAT( goodbyes( et1 ), ElementsAre( "b" ) );
    EXPECT_EQ( table.nextExpiry(), now + seconds( 14 ) );
+}
+
+TEST_F( SpeakerTableTest, ASpeakerMayLeaveInParts ) {
+   table.heard( et1, speaker( 1 ), says( "a", seconds( 9 ), "1" ), now );
+   table.heard( et1, speaker( 1 ), says( "b", seconds( 9 ), "2" ), now );
+   EXPECT_TRUE( table.heard( et1, speaker( 1 ), leaves( "1" ), now ) );
+   EXPECT_FALSE( table.heard( et1, speaker( 1 ), leaves( "3" ), now ) );
+   EXPECT_THAT( goodbyes( et1 ), ElementsAre( "b" ) );
+   EXPECT_TRUE( table.heard( et1, speaker( 1 ), leaves( "2" ), now ) );
+   EXPECT_EQ( table.count(), 0u );
 }
 
 TEST_F( SpeakerTableTest, TheOldestPartMakesRoom ) {

@@ -264,12 +264,12 @@ TEST_F( SpeakersTest, ANamespaceThatIsReplacedGetsFiltersAgain ) {
    attach();
    near->destroy();
    near->create();
-   near->veth( "et1", *far, "far1" );
+   near->veth( "et1", *far, "far2" ); // far1 may still be there
    speakers->attaching().namespaceChanged( near->text() );
    EXPECT_FALSE( filtered() );
    ASSERT_TRUE( turnUntil( [ this ] { return filtered(); } ) );
    PacketSocket daemon( *near, "et1" );
-   PacketSocket neighbor( *far, "far1" );
+   PacketSocket neighbor( *far, "far2" );
    daemon.send( lldp( '1' ) );
    hears( 1 );
    neighbor.heard();
