@@ -301,6 +301,9 @@ std::optional< FilteredDevice > Attaching::filtered( LinkPlace const & place ) c
 }
 
 std::string Attaching::whyNot( LinkPlace const & place ) const {
+   if ( filtered( place ) ) {
+      return "";
+   }
    auto const device = devices_.find( place );
    return device == devices_.end() || device->second.why.empty() ? pending : device->second.why;
 }

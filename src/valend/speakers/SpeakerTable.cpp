@@ -13,14 +13,10 @@ namespace {
 constexpr milliseconds shortest{ 100 };
 constexpr milliseconds longest{ std::chrono::hours( 24 ) };
 
-Gantry::Time expiryOf( SpeakerTable::Part const & part ) {
-   return part.at + std::clamp( part.heard.holdTime, shortest, longest );
-}
-
 Gantry::Time expiryOf( SpeakerTable::Speaker const & speaker ) {
    auto earliest = Gantry::Time::max();
    for ( auto const & [ name, part ] : speaker.parts ) {
-      earliest = std::min( earliest, expiryOf( part ) );
+      earliest = std::min( earliest, SpeakerTable::freshUntil( part ) );
    }
    return earliest;
 }
@@ -39,6 +35,10 @@ SpeakerTable::Part const & SpeakerTable::Speaker::latest() const noexcept {
       ->second;
 }
 
+Gantry::Time SpeakerTable::freshUntil( Part const & part ) noexcept {
+   return part.at + std::clamp( part.heard.holdTime, shortest, longest );
+}
+
 bool SpeakerTable::heard( LinkPlace const & place, Egress::Speaker const & id, Heard const & heard,
                           Gantry::Time now ) {
    if ( heard.leaves ) {
@@ -46,7 +46,7 @@ bool SpeakerTable::heard( LinkPlace const & place, Egress::Speaker const & id, H
    }
    auto & speakers = devices_[ place ];
    bool const isNew = findIn( speakers, id ) == speakers.end();
-   auto & known = speaker( speakers, id );
+   auto & known = speaker( place, id );
    auto const part = known.parts.find( heard.part );
    if ( part == known.parts.end() && known.parts.size() >= mostParts ) {
       known.parts.erase( std::min_element(
@@ -96,16 +96,19 @@ bool SpeakerTable::left( LinkPlace const & place, Egress::Speaker const & id,
    return true;
 }
 
-SpeakerTable::Speaker & SpeakerTable::speaker( Speakers & speakers, Egress::Speaker const & id ) {
+SpeakerTable::Speaker & SpeakerTable::speaker( LinkPlace const & place,
+                                               Egress::Speaker const & id ) {
+   auto & speakers = devices_[ place ];
    auto const known = findIn( speakers, id );
    if ( known != speakers.end() ) {
       return *known;
    }
-   makeRoom( speakers, id.kind );
+   makeRoom( place, id.kind );
    return speakers.emplace_back( Speaker{ id, {} } );
 }
 
-void SpeakerTable::makeRoom( Speakers & speakers, U16 kind ) {
+void SpeakerTable::makeRoom( LinkPlace const & place, U16 kind ) {
+   auto & speakers = devices_[ place ];
    auto oldest = speakers.end();
    std::size_t count = 0;
    for ( auto speaker = speakers.begin(); speaker != speakers.end(); ++speaker ) {
@@ -118,7 +121,9 @@ void SpeakerTable::makeRoom( Speakers & speakers, U16 kind ) {
       }
    }
    if ( count >= mostOfAProtocol ) {
-      ++counters_[ std::string( Egress::protocolOf( oldest->id ) ) ].madeRoom;
+      auto & counters = counters_[ std::string( Egress::protocolOf( oldest->id ) ) ];
+      ++counters.madeRoom;
+      counters.crowded = place;
       speakers.erase( oldest );
    }
 }
@@ -140,7 +145,7 @@ std::vector< LinkPlace > SpeakerTable::expire( Gantry::Time now ) {
          continue;
       }
       auto const gone = std::erase_if(
-         speaker->parts, [ & ]( auto const & part ) { return expiryOf( part.second ) <= now; } );
+         speaker->parts, [ & ]( auto const & part ) { return freshUntil( part.second ) <= now; } );
       if ( gone ) {
          changed.push_back( device->first );
       }
@@ -177,6 +182,16 @@ std::size_t SpeakerTable::count() const noexcept {
       count += speakers.size();
    }
    return count;
+}
+
+std::map< std::string, U64 > SpeakerTable::byProtocol() const {
+   std::map< std::string, U64 > counts;
+   for ( auto const & [ place, speakers ] : devices_ ) {
+      for ( auto const & speaker : speakers ) {
+         ++counts[ std::string( Egress::protocolOf( speaker.id ) ) ];
+      }
+   }
+   return counts;
 }
 
 } // namespace Valend
