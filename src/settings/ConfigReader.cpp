@@ -2,11 +2,14 @@
 
 #include "platform/corvid/NamespaceName.h"
 #include "platform/quill/Printable.h"
+#include "settings/Counted.h"
+#include "settings/FrameCheck.h"
 #include "settings/FrameText.h"
 #include "settings/GoodbyesReader.h"
 #include "settings/Limits.h"
 #include "types/L3Types.h"
 
+#include <algorithm>
 #include <charconv>
 #include <set>
 
@@ -39,7 +42,7 @@ class ConfigReader : private GoodbyesReader {
       each( interfaces_, "interfaces", [ & ]( auto const & node ) { readInterface( node ); } );
       each( agents_, "agents", [ & ]( auto const & node ) { readAgent( node ); } );
       sources_.files = files();
-      return { std::move( config_ ), listedErrors(), std::move( sources_ ) };
+      return { std::move( config_ ), listedErrors(), std::move( sources_ ), listedDoubts() };
    }
 
  private:
@@ -332,6 +335,7 @@ class ConfigReader : private GoodbyesReader {
       }
       try {
          for ( auto & frame : framesOf( node.Scalar(), directoryOf( file() ) ) ) {
+            checkFrame( node, frame );
             frameBytes_ += frame.size();
             ++frames_;
             frames.push_back( std::move( frame ) );
@@ -347,6 +351,31 @@ class ConfigReader : private GoodbyesReader {
       }
    }
 
+   // An alias is the same frame once more.
+   void checkFrame( YAML::Node const & node, std::string const & frame ) {
+      auto text = doubtAbout( frame );
+      if ( text.empty() ) {
+         return;
+      }
+      ConfigError doubt{ placeOf( node ), "the frame is probably wrong: " + text };
+      if ( std::find( doubts_.begin(), doubts_.end(), doubt ) != doubts_.end() ) {
+         return;
+      }
+      if ( doubts_.size() < maxErrors ) {
+         doubts_.push_back( std::move( doubt ) );
+      } else {
+         ++moreDoubts_;
+      }
+   }
+
+   std::vector< ConfigError > listedDoubts() {
+      if ( moreDoubts_ ) {
+         doubts_.push_back(
+            { { doubts_.back().place.file }, "and " + counted( moreDoubts_, "more warning" ) } );
+      }
+      return std::move( doubts_ );
+   }
+
    Sections vrfs_;
    Sections interfaces_;
    Sections agents_;
@@ -358,7 +387,9 @@ class ConfigReader : private GoodbyesReader {
    std::size_t frames_ = 0;
    std::size_t frameBytes_ = 0;
    bool tooManyFrames_ = false;
-   bool isWhole_ = true; // all files so far were read and parsed
+   std::vector< ConfigError > doubts_; // about frames
+   std::size_t moreDoubts_ = 0;        // that are not listed
+   bool isWhole_ = true;               // all files so far were read and parsed
 };
 
 } // namespace

@@ -19,6 +19,10 @@ namespace {
    throw FrameError( file + ": " + text );
 }
 
+[[noreturn]] void rejectCount( std::string const & file ) {
+   reject( file, "more than " + std::to_string( maxFramesOfText ) + " frames, which is the limit" );
+}
+
 // Frame numbers, from 1.
 using Numbers = std::vector< std::size_t >;
 
@@ -48,8 +52,7 @@ Numbers numbersOf( std::string const & file, std::string_view text ) {
                           "\"; expected numbers from 1 and ranges, such as \"1,3-5\"" );
       }
       if ( last - first >= maxFramesOfText || numbers.size() + last - first >= maxFramesOfText ) {
-         reject( file,
-                 "more than " + std::to_string( maxFramesOfText ) + " frames, which is the limit" );
+         rejectCount( file );
       }
       for ( auto number = first; number <= last; ++number ) {
          numbers.push_back( number );
@@ -109,6 +112,10 @@ void requireBytes( std::string const & file, std::size_t bytes ) {
    }
 }
 
+[[noreturn]] void rejectContent( std::string const & file, pcap_t & capture ) {
+   reject( file, std::string( pcap_geterr( &capture ) ) + "; expected a pcap or pcapng file" );
+}
+
 // The frames of the sorted `numbers`, each once.
 std::map< std::size_t, std::string > readFrames( std::string const & file,
                                                  Numbers const & numbers ) {
@@ -126,8 +133,7 @@ std::map< std::size_t, std::string > readFrames( std::string const & file,
                              counted( count, "frame" ) );
          }
          if ( result != 1 ) {
-            reject( file, std::string( pcap_geterr( capture.get() ) ) +
-                             "; expected a pcap or pcapng file" );
+            rejectContent( file, *capture );
          }
          if ( ++count == number ) {
             frames[ number ] = frameOf( file, number, *header, bytes );
@@ -162,6 +168,27 @@ FrameList framesFromFile( std::string_view text, std::string const & directory )
       bytes += found.at( number ).size();
       requireBytes( file, bytes );
       frames.push_back( found.at( number ) );
+   }
+   return frames;
+}
+
+FrameList allFramesOf( std::string const & file ) {
+   auto const capture = openEthernetCapture( file );
+   FrameList frames;
+   std::size_t bytesRead = 0;
+   pcap_pkthdr * header = nullptr;
+   unsigned char const * bytes = nullptr;
+   int result = 0;
+   while ( ( result = pcap_next_ex( capture.get(), &header, &bytes ) ) == 1 ) {
+      if ( frames.size() == maxFramesOfText ) {
+         rejectCount( file );
+      }
+      frames.push_back( frameOf( file, frames.size() + 1, *header, bytes ) );
+      bytesRead += header->caplen;
+      requireBytes( file, bytesRead );
+   }
+   if ( result != PCAP_ERROR_BREAK ) {
+      rejectContent( file, *capture );
    }
    return frames;
 }

@@ -15,4 +15,7 @@ inline constexpr std::size_t maxFramesOfText = 10'000;
 // Ethernet frames, relative to `directory`, which ends in "/" or is empty. Throws FrameError.
 FrameList framesFromFile( std::string_view text, std::string const & directory );
 
+// All frames of a capture file, at most maxFramesOfText. Throws FrameError.
+FrameList allFramesOf( std::string const & file );
+
 } // namespace Settings

@@ -87,6 +87,7 @@ class Daemon {
    Journal journal_;
    LinkController controller_;
    StatusReport report_;
+   SpeakersReport speakersReport_;
    ReadinessLoss readinessLoss_;
    Metrics metrics_;
    MetricsFile metricsFile_;

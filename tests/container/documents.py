@@ -26,7 +26,7 @@ def first_minutes(machine):
     machine.must("systemctl stop lldpd")
     for text in (r"eth1 +eth1 +default +\S+ +yes", r"Time to Live TLV.*TTL 0s", r"eth1: 1 frame sent",
                  r"eth1: link down after 20\d\d ms", r"eth1: shutdown aborted; link stays up",
-                 r"\bdown\b.*\n.*\baborted \(enabled after"):
+                 r"\bdown\b.*\n.*\baborted\b.* \(enabled after"):
         expect(re.search(text, result.output), f'no "{text}" in:\n{result}')
     expect(len(machine.wire.received("eth1", bytes.fromhex("06020000"))) >= 2,
            "the neighbor did not receive two goodbyes of LLDP")

@@ -127,5 +127,19 @@ TEST_F( FrameTextTest, FilesThatAreNotCapturesAreRejected ) {
                 ::testing::MatchesRegex( "half.pcap: .+; expected a pcap or pcapng file" ) );
 }
 
+TEST_F( FrameTextTest, AllFramesOfACaptureFileAreRead ) {
+   for ( auto const & content : { pcapFile( { frame( '1' ), frame( '2' ) } ),
+                                  pcapngFile( { frame( '1' ), frame( '2' ) } ) } ) {
+      directory.write( "all", content );
+      EXPECT_THAT( allFramesOf( directory / "all" ), ElementsAre( frame( '1' ), frame( '2' ) ) );
+   }
+   directory.write( "cut", pcapFile( { frame( '1' ) } ).substr( 0, 45 ) );
+   EXPECT_THROW( allFramesOf( directory / "cut" ), FrameError );
+   directory.write( "many", pcapFile( std::vector( maxFramesOfText, frame( '1' ) ) ) );
+   EXPECT_EQ( allFramesOf( directory / "many" ).size(), maxFramesOfText );
+   directory.write( "more", pcapFile( std::vector( maxFramesOfText + 1, frame( '1' ) ) ) );
+   EXPECT_THROW( allFramesOf( directory / "more" ), FrameError );
+}
+
 } // namespace
 } // namespace Settings::Test

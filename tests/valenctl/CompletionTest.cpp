@@ -64,7 +64,7 @@ TEST_F( CompletionTest, EveryCommandAndOptionIsOffered ) {
 TEST_F( CompletionTest, CommandsAreOfferedByTheirBeginning ) {
    EXPECT_THAT( offered( { "sh" } ), ElementsAre( "shutdown", "show" ) );
    EXPECT_THAT( offered( { "config", "c" } ), ElementsAre( "check" ) );
-   EXPECT_THAT( offered( { "messages", "" } ), ElementsAre( "list", "add", "remove" ) );
+   EXPECT_THAT( offered( { "messages", "" } ), ElementsAre( "list", "show", "add", "remove" ) );
    EXPECT_THAT( offered( { "juggle", "x" } ), IsEmpty() );
 }
 

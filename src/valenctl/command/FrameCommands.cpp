@@ -1,8 +1,11 @@
 // frame: builds the goodbye frames of other protocols, and prints, writes or queues them. Each kind
-// is a command of its own, from the table of kinds.
+// is a command of its own, from the table of kinds. frame decode: says what frames say.
 #include "goodbye/Pcap.h"
+#include "settings/FrameFile.h"
+#include "settings/FrameText.h"
 #include "settings/Hex.h"
 #include "valenctl/command/CommandGroups.h"
+#include "valenctl/command/FrameDecoding.h"
 #include "valenctl/command/MessageCommands.h"
 #include "valenctl/command/Session.h"
 #include "valenctl/frame/FrameKinds.h"
@@ -11,6 +14,7 @@
 #include <cerrno>
 #include <cstring>
 #include <fstream>
+#include <iostream>
 
 namespace Valenctl {
 
@@ -170,12 +174,56 @@ class FrameCommand final : public Command {
    std::string agent_;          // name to queue them under; empty: the kind's
 };
 
+class FrameDecode final : public Command {
+ public:
+   void addOptions( CLI::App & app ) override {
+      app.add_option( "FRAME", texts_,
+                      "Complete frames as in the configuration: hexadecimal, base64:..., or "
+                      "pcap:FILE#1,3-5; - reads them from standard input, one a line" )
+         ->type_name( "" );
+      app.add_option( "--pcap", pcap_, "Decode all frames of this capture file" )
+         ->type_name( "FILE" );
+   }
+
+   Exit run( Session & session ) override {
+      Settings::FrameList frames;
+      for ( auto const & text : texts_ ) {
+         if ( text != "-" ) {
+            add( frames, text );
+            continue;
+         }
+         for ( std::string line; std::getline( std::cin, line ); ) {
+            if ( !line.empty() ) {
+               add( frames, line );
+            }
+         }
+      }
+      if ( !pcap_.empty() ) {
+         auto const captured = Settings::allFramesOf( pcap_ );
+         frames.insert( frames.end(), captured.begin(), captured.end() );
+      }
+      if ( texts_.empty() && pcap_.empty() ) {
+         throw UsageError( "no frame given: give FRAME or --pcap" );
+      }
+      return printDecoded( session, frames );
+   }
+
+ private:
+   static void add( Settings::FrameList & frames, std::string const & text ) {
+      auto const more = Settings::framesOf( text, "" );
+      frames.insert( frames.end(), more.begin(), more.end() );
+   }
+
+   std::vector< std::string > texts_;
+   std::string pcap_;
+};
+
 } // namespace
 
 std::vector< CommandRow > frameCommands() {
    std::vector< CommandRow > rows{
       { "frame",
-        "Build goodbye frames, and print them in hexadecimal, one a line",
+        "Build goodbye frames, and print them in hexadecimal, one a line; decode frames",
         {},
         "valenctl frame KIND --help explains a kind: its options, the standard that specifies\n"
         "it, and what a peer does that receives it. Only --queue needs valend." } };
@@ -183,6 +231,10 @@ std::vector< CommandRow > frameCommands() {
       rows.push_back( { std::string( "frame " ) + kind.name, kind.goodbye,
                         [ &kind ] { return std::make_unique< FrameCommand >( kind ); } } );
    }
+   rows.push_back(
+      { "frame decode", "Show what frames say, and whether they are goodbyes", make< FrameDecode >,
+        "Knows the protocols whose goodbyes valend learns. The exit status is 1 if a frame is\n"
+        "malformed. Does not need valend." } );
    return rows;
 }
 

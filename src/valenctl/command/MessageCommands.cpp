@@ -1,7 +1,9 @@
-// messages list, add and remove.
+// messages list, show, add and remove.
 #include "valenctl/command/MessageCommands.h"
 
+#include "settings/Hex.h"
 #include "valenctl/command/CommandGroups.h"
+#include "valenctl/command/FrameDecoding.h"
 #include "valenctl/command/Session.h"
 #include "valenctl/text/MessagesText.h"
 
@@ -27,6 +29,49 @@ class MessagesList final : public Command {
 
  private:
    std::string interface_; // empty: all
+};
+
+class MessagesShow final : public Command {
+ public:
+   void addOptions( CLI::App & app ) override {
+      app.add_option( "AGENT", agent_, "Name of the agent" )->type_name( "" )->required();
+      app.add_option( "INTERFACE", interface_, "Configured name" )->type_name( "" )->required();
+   }
+
+   Exit run( Session & session ) override {
+      auto const message = found( session );
+      Settings::FrameList frames;
+      for ( auto const & hex : textsField( message, "frames" ) ) {
+         frames.push_back( Settings::frameFromHex( hex ) );
+      }
+      return printDecoded( session, frames, [ & ]( std::size_t number, std::string const & frame ) {
+         return learnedLine( message, number ) + "  " + Settings::toHex( frame ) + "\n";
+      } );
+   }
+
+ private:
+   Json found( Session & session ) const {
+      auto const answer = session.call( "ListMessages", interfaceParameter( interface_ ) );
+      for ( auto const & message : listField( answer, "messages" ) ) {
+         if ( textField( message, "agent" ) == agent_ ) {
+            return message;
+         }
+      }
+      throw std::runtime_error( "agent \"" + agent_ + "\" has no frames for interface \"" +
+                                interface_ + "\"" );
+   }
+
+   static std::string learnedLine( Json const & message, std::size_t number ) {
+      for ( auto const & learned : listField( message, "learned" ) ) {
+         if ( numberField( learned, "frame" ) == number ) {
+            return "  " + textField( learned, "change" ) + "; " + ageText( learned ) + "\n";
+         }
+      }
+      return "";
+   }
+
+   std::string agent_;
+   std::string interface_;
 };
 
 class MessagesAdd final : public Command {
@@ -126,9 +171,11 @@ Exit publish( Session & session, Publication const & publication, Lifetime lifet
 
 std::vector< CommandRow > messageCommands() {
    return {
-      { "messages", "List, add and remove frames", {} },
+      { "messages", "List, show, add and remove frames", {} },
       { "messages list", "Show which agents have queued frames for which interfaces",
         make< MessagesList > },
+      { "messages show", "Show what the frames of an agent for an interface say",
+        make< MessagesShow >, "The exit status is 1 if a frame is malformed." },
       { "messages add", "Queue frames, replacing those queued earlier", make< MessagesAdd > },
       { "messages remove", "Withdraw frames that were added", make< MessagesRemove > },
    };

@@ -1,7 +1,11 @@
 #include "valenctl/text/MessagesText.h"
 
+#include "valenctl/text/FrameWords.h"
 #include "valenctl/text/JsonFields.h"
 #include "valenctl/text/Table.h"
+#include "valenctl/text/TimeText.h"
+
+#include <map>
 
 namespace Valenctl {
 
@@ -18,17 +22,49 @@ std::string sourceText( Json const & message ) {
    return anyField( message, "inForce" ) == false ? source + " (not active)" : source;
 }
 
+// A line for each frame of which something is known.
+std::string framesText( Json const & message ) {
+   std::map< std::uint64_t, std::string > known; // by number
+   for ( auto const & learned : listField( message, "learned" ) ) {
+      known[ numberField( learned, "frame" ) ] = learnedText( learned );
+   }
+   std::string lines;
+   std::uint64_t number = 0;
+   for ( auto const & hex : textsField( message, "frames" ) ) {
+      auto const learned = known.find( ++number );
+      auto const text = learned == known.end() ? knownText( hex ) : learned->second;
+      if ( !text.empty() ) {
+         lines += textField( message, "interface" ) + ": frame " + std::to_string( number ) +
+                  " of " + textField( message, "agent" ) + ": " + text + "\n";
+      }
+   }
+   return lines;
+}
+
 } // namespace
 
 std::string messagesText( Json const & answer ) {
    Table table( { "AGENT", "INTERFACE", "FRAMES", "BYTES", "SOURCE" } );
+   std::string frames;
    for ( auto const & message : listField( answer, "messages" ) ) {
       auto const totals = frameTotals( listField( message, "frames" ) );
       table.add( { textField( message, "agent" ), textField( message, "interface" ),
                    std::to_string( totals.frames ), std::to_string( totals.bytes ),
                    sourceText( message ) } );
+      frames += framesText( message );
    }
-   return table.text();
+   return table.text() + frames;
+}
+
+std::string learnedText( Json const & learned ) {
+   return textField( learned, "speaker" ) + ": " + textField( learned, "change" ) + "; " +
+          ageText( learned );
+}
+
+std::string ageText( Json const & heard ) {
+   using std::chrono::milliseconds;
+   return "heard " + durationText( milliseconds( numberField( heard, "heardMs" ) ) ) +
+          " ago, fresh for " + durationText( milliseconds( numberField( heard, "freshMs" ) ) );
 }
 
 std::string tooLongText( Json const & answer ) {

@@ -8,8 +8,15 @@ namespace Valenctl {
 
 using Json = nlohmann::json;
 
-// The answer of ListMessages: a table with a line for each agent and interface.
+// The answer of ListMessages: a table with a line for each agent and interface, and below it a line for each frame that
+// valend has learned, or that says what valend knows.
 std::string messagesText( Json const & answer );
+
+// Where a frame was learned, of the type LearnedFrame: "chassis 02:00:00:00:00:01, port eth0: ttl 120 -> 0; heard 3 s ago,
+// fresh for 117 s".
+std::string learnedText( Json const & learned );
+// Its end: "heard 3 s ago, fresh for 117 s". Also of the type HeardSpeaker.
+std::string ageText( Json const & heard );
 
 // The frames of an answer of Publish that the device cannot send, one line each.
 std::string tooLongText( Json const & answer );

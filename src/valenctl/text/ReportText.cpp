@@ -1,10 +1,30 @@
 #include "valenctl/text/ReportText.h"
 
+#include "settings/Counted.h"
 #include "valenctl/text/JsonFields.h"
+#include "valenctl/text/MessagesText.h"
 #include "valenctl/text/Table.h"
 #include "valenctl/text/TimeText.h"
 
 namespace Valenctl {
+
+namespace {
+
+// "  yes  goodbye learned: lldp, chassis 02:00:00:00:00:01, port eth0: ttl 120 -> 0; heard 3 s ago, fresh for 117 s"
+std::string speakerText( Json const & speaker ) {
+   auto const who =
+      textField( speaker, "protocol" ) + ", " + textField( speaker, "speaker" ) + ": ";
+   auto const why = textField( speaker, "notLearned" );
+   if ( !why.empty() ) {
+      return "  no   goodbye learned: " + who + why + "\n";
+   }
+   auto const frames = numberField( speaker, "frames" );
+   return "  yes  goodbye learned: " + who + textField( speaker, "change" ) +
+          ( frames > 1 ? " and " + Settings::counted( frames - 1, "more frame" ) : "" ) + "; " +
+          ageText( speaker ) + "\n";
+}
+
+} // namespace
 
 std::string explainText( std::string const & interface, Json const & answer,
                          Palette const & palette ) {
@@ -19,6 +39,13 @@ std::string explainText( std::string const & interface, Json const & answer,
       auto const detail = textField( each, "detail" );
       text += "  " + met + "  " + textField( each, "what" ) +
               ( detail.empty() ? "" : ": " + detail ) + "\n";
+   }
+   if ( auto const why = textField( answer, "notMuted" ); !why.empty() ) {
+      text += "  " + palette.red( "NO " ) +
+              "  speakers can be muted, so that goodbyes last: " + why + "\n";
+   }
+   for ( auto const & speaker : listField( answer, "speakers" ) ) {
+      text += speakerText( speaker );
    }
    return text;
 }

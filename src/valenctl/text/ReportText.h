@@ -10,7 +10,7 @@ namespace Valenctl {
 
 using Json = nlohmann::json;
 
-// The answer of Explain: a line for each requirement of the interface's readiness.
+// The answer of Explain: a line for each requirement of the interface's readiness, and for each speaker that is heard.
 std::string explainText( std::string const & interface, Json const & answer,
                          Palette const & palette = Palette::plain() );
 

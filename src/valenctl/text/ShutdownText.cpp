@@ -5,6 +5,8 @@
 #include "valenctl/text/Table.h"
 #include "valenctl/text/TimeText.h"
 
+#include <set>
+
 namespace Valenctl {
 
 namespace {
@@ -27,6 +29,41 @@ std::string unsentText( Json const & shutdown ) {
    return bytes ? "; " + std::to_string( bytes ) + " bytes of frames not sent" : "";
 }
 
+// "lldp, vrrp": the protocols of speakers, each once.
+std::string protocolsOf( std::vector< Json > const & speakers ) {
+   std::set< std::string > seen;
+   std::string text;
+   for ( auto const & speaker : speakers ) {
+      auto const protocol = textField( speaker, "protocol" );
+      if ( seen.insert( protocol ).second ) {
+         text += ( text.empty() ? "" : ", " ) + protocol;
+      }
+   }
+   return text;
+}
+
+// What became of the speakers that said goodbye: "; muted lldp, vrrp (12 frames held back), greeted lldp".
+std::string mutedText( Json const & shutdown, char const * separator = "; " ) {
+   std::vector< Json > muted, greeted;
+   std::uint64_t heldBack = 0;
+   for ( auto const & speaker : listField( shutdown, "muted" ) ) {
+      muted.push_back( speaker );
+      heldBack += numberField( speaker, "heldBack" );
+      if ( flagField( speaker, "greeted" ) ) {
+         greeted.push_back( speaker );
+      }
+   }
+   std::string text;
+   if ( auto const why = textField( shutdown, "notMuted" ); !why.empty() ) {
+      text += separator + ( "not muted: " + why );
+   }
+   if ( !muted.empty() ) {
+      text += separator + ( "muted " + protocolsOf( muted ) ) +
+              ( heldBack ? " (" + Settings::counted( heldBack, "frame" ) + " held back)" : "" );
+   }
+   return greeted.empty() ? text : text + ", greeted " + protocolsOf( greeted );
+}
+
 // "root (login alice)"
 std::string requesterText( Json const & shutdown ) {
    auto const login = textField( shutdown, "login" );
@@ -42,13 +79,13 @@ std::string endText( Json const & shutdown ) {
    if ( ending == "down" ) {
       auto const when =
          flagField( shutdown, "withDelay" ) ? "after " + heldText( shutdown ) : "without delay";
-      return "link down " + when + unsentText( shutdown ) + inParentheses;
+      return "link down " + when + unsentText( shutdown ) + mutedText( shutdown ) + inParentheses;
    }
    if ( ending == "already-down" ) {
       return "already down; no frames sent" + inParentheses;
    }
    if ( ending == "aborted" ) {
-      return "shutdown aborted; link stays up" + inParentheses;
+      return "shutdown aborted; link stays up" + mutedText( shutdown ) + inParentheses;
    }
    if ( ending == "no-device" ) {
       return "device not present" + afterColon;
@@ -72,6 +109,7 @@ std::string resultText( Json const & shutdown ) {
    if ( auto const bytes = numberField( shutdown, "unflushedBytes" ) ) {
       text += ", " + std::to_string( bytes ) + " bytes not sent";
    }
+   text += mutedText( shutdown, ", " );
    auto const why = textField( shutdown, "why" );
    return why.empty() ? text : text + " (" + why + ")";
 }

@@ -1,6 +1,7 @@
 #include "valenctl/text/StatusText.h"
 
 #include "settings/Counted.h"
+#include "settings/Goodbyes.h"
 #include "valenctl/text/JsonFields.h"
 #include "valenctl/text/MessagesText.h"
 #include "valenctl/text/Table.h"
@@ -35,12 +36,17 @@ std::string readyText( Json const & interface, Palette const & palette ) {
              : palette.red( "no: " + textField( interface, "notReady" ) );
 }
 
-// How many frames each agent has queued: "lldp 1, radv 2"; empty when there are none.
+// How many frames each agent has queued: "lldp 1, radv 2"; empty when there are none. Learned goodbyes by protocol:
+// "lldp 1 (learned)".
 std::string frameCountsText( Json const & interface ) {
    std::string frames;
    for ( auto const & agent : listField( interface, "frames" ) ) {
-      frames += ( frames.empty() ? "" : ", " ) + textField( agent, "agent" ) + " " +
-                std::to_string( numberField( agent, "count" ) );
+      std::string_view const learned = Settings::learnedAgents;
+      auto const name = textField( agent, "agent" );
+      bool const isLearned = name.starts_with( learned );
+      frames += ( frames.empty() ? "" : ", " ) + name.substr( isLearned ? learned.size() : 0 ) +
+                " " + std::to_string( numberField( agent, "count" ) ) +
+                ( isLearned ? " (learned)" : "" );
    }
    return frames;
 }

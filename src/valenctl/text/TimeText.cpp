@@ -100,4 +100,16 @@ std::string timeText( std::chrono::microseconds sinceEpoch ) {
    return withFraction( seconds, 6, ( sinceEpoch - seconds ).count() );
 }
 
+std::string durationText( std::chrono::milliseconds duration ) {
+   using namespace std::chrono_literals;
+   if ( duration < 1s ) {
+      return std::to_string( duration.count() ) + " ms";
+   }
+   if ( duration < 2min ) {
+      return std::to_string( duration / 1s ) + " s";
+   }
+   return duration < 2h ? std::to_string( duration / 1min ) + " min"
+                        : std::to_string( duration / 1h ) + " h";
+}
+
 } // namespace Valenctl

@@ -18,4 +18,7 @@ std::string timeText( std::chrono::microseconds sinceEpoch );
 std::optional< std::chrono::milliseconds > timeFrom( std::string const & text,
                                                      std::chrono::milliseconds now );
 
+// A duration for people: "250 ms", "12 s", "3 min", "2 h".
+std::string durationText( std::chrono::milliseconds duration );
+
 } // namespace Valenctl

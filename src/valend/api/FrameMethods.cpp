@@ -69,13 +69,14 @@ void FrameMethods::listMessages( Call const & call,
       return all_.to( call );
    }
    parts_.interface( *interface );
-   call->reply( { { "messages", StatusReport::messages( parts_.publications, *interface ) } } );
+   call->reply( { { "messages", StatusReport::messages( parts_.publications, parts_.speakers,
+                                                        *interface ) } } );
 }
 
 // One message after the other, while they may come and go.
 SlowAnswer::Part FrameMethods::allMessages() const {
    auto next = [ this, place = StatusReport::MessagePlace() ]() mutable {
-      return StatusReport::nextMessage( parts_.publications, place );
+      return StatusReport::nextMessage( parts_.publications, parts_.speakers, place );
    };
    return SlowAnswer::lists( { { "messages", std::move( next ) } } );
 }

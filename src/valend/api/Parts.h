@@ -10,6 +10,7 @@
 #include "valend/configuration/Publications.h"
 #include "valend/report/Metrics.h"
 #include "valend/report/ReadinessLoss.h"
+#include "valend/report/SpeakersReport.h"
 #include "valend/shutdown/LinkController.h"
 
 #include <functional>
@@ -37,6 +38,7 @@ struct Parts {
    FaultLog & faults;
    Conditions const & conditions;
    Metrics const & metrics;
+   SpeakersReport const & speakers;
    TraceHub & trace;
    Configurator & configurator;
    Access & access;

@@ -71,10 +71,14 @@ SlowAnswer::Part StatusMethods::allInterfaces() const {
 void StatusMethods::explain( Call const & call, std::string const & interface ) {
    auto const & config = parts_.interface( interface );
    auto const now = report_.interface( config );
+   auto const notMuted = parts_.speakers.whyNotMuted( config );
+   bool const present = !now[ "ifIndex" ].is_null();
    call->reply( { { "ready", now[ "ready" ] },
                   { "link", now[ "link" ] },
                   { "retrying", now[ "retrying" ] },
-                  { "requirements", report_.requirements( config ) } } );
+                  { "requirements", report_.requirements( config ) },
+                  { "notMuted", present && !notMuted.empty() ? Json( notMuted ) : Json() },
+                  { "speakers", parts_.speakers.heard( config ) } } );
 }
 
 // In the order in which they were requested or, of repeats, the last happened. The controller has them in

@@ -105,6 +105,16 @@ void LearnedFrames::publish( std::string const & agent, std::string const & inte
    }
 }
 
+std::string LearnedFrames::whyUnused( std::string const & interface,
+                                      std::string const & protocol ) const {
+   auto const others = othersProtocols( interface );
+   if ( auto const other = others.find( protocol ); other != others.end() ) {
+      return "agent \"" + other->second + "\" has frames of this protocol";
+   }
+   auto const & goodbyes = config_.goodbyesOf( interface );
+   return goodbyes.has( protocol ) ? "" : "not wanted: \"goodbyes: " + goodbyes.text() + "\"";
+}
+
 LearnedFrames::ByAgent LearnedFrames::learned( std::string const & interface ) const {
    ByAgent byAgent;
    auto const & goodbyes = config_.goodbyesOf( interface );
@@ -131,21 +141,22 @@ LearnedFrames::ByAgent LearnedFrames::learned( std::string const & interface ) c
    return byAgent;
 }
 
-std::set< std::string > LearnedFrames::othersProtocols( std::string const & interface ) const {
-   std::set< std::string > protocols;
-   auto const take = [ & ]( Settings::Frames const & frames ) {
+std::map< std::string, std::string >
+LearnedFrames::othersProtocols( std::string const & interface ) const {
+   std::map< std::string, std::string > protocols;
+   auto const take = [ & ]( std::string const & agent, Settings::Frames const & frames ) {
       for ( auto const & frame : frames ) {
-         protocols.insert( protocolOf( frame ) );
+         protocols.emplace( protocolOf( frame ), agent );
       }
    };
    for ( auto const & [ agent, messages ] : publications_.config().agents ) {
       if ( auto const own = messages.find( interface ); own != messages.end() ) {
-         take( own->second );
+         take( agent, own->second );
       }
    }
    for ( auto const * const message : publications_.messagesFor( interface ) ) {
       if ( message->lifetime != Lifetime::learned && publications_.isActive( *message ) ) {
-         take( message->frames );
+         take( message->agent, message->frames );
       }
    }
    return protocols;

@@ -31,6 +31,9 @@ class LearnedFrames {
    // The configuration has changed.
    void configChanged();
 
+   // Why goodbyes of the protocol that are derived on the interface are not published; empty if they are.
+   std::string whyUnused( std::string const & interface, std::string const & protocol ) const;
+
  private:
    using ByAgent = std::map< std::string, Settings::Frames >;
 
@@ -38,7 +41,8 @@ class LearnedFrames {
    bool step();
    void update( std::string const & interface );
    ByAgent learned( std::string const & interface ) const;
-   std::set< std::string > othersProtocols( std::string const & interface ) const;
+   // Those of frames of other agents, and one agent of each.
+   std::map< std::string, std::string > othersProtocols( std::string const & interface ) const;
    void publish( std::string const & agent, std::string const & interface,
                  Settings::Frames const & frames );
 

@@ -57,6 +57,8 @@ std::string Metrics::text( MetricsFormat format ) const {
    addShutdowns( families );
    addHeld( families );
    addFrames( families );
+   addSpeakers( families );
+   addMuting( families );
    counter( families, "valen_frames_shared_bursts_total",
             "Shutdowns and goodbyes whose frames shared a socket with another interface's backlog.",
             sources_.sharedBursts() );
@@ -138,6 +140,49 @@ void Metrics::addFrames( Families & families ) const {
       for ( auto const & [ number, count ] : frames.refused ) {
          sample( refused, { { "agent", agent }, { "errno", errnoName( number ) } }, count );
       }
+   }
+}
+
+void Metrics::addSpeakers( Families & families ) const {
+   auto & known = family( families, "valen_speakers", MetricType::Gauge,
+                          "Speakers that are heard on interfaces, by protocol." );
+   for ( auto const & [ protocol, count ] : sources_.speakers.byProtocol() ) {
+      sample( known, { { "protocol", protocol } }, count );
+   }
+   auto const & counters = sources_.speakers.counters();
+   auto & madeRoom =
+      family( families, "valen_speakers_made_room_total", MetricType::Counter,
+              "Speakers that were forgotten because there were too many, by protocol." );
+   for ( auto const & [ protocol, of ] : counters ) {
+      sample( madeRoom, { { "protocol", protocol } }, of.madeRoom );
+   }
+   auto & malformed = family( families, "valen_speaker_frames_malformed_total", MetricType::Counter,
+                              "Frames of speakers that are malformed, by protocol and reason." );
+   for ( auto const & [ protocol, of ] : counters ) {
+      for ( auto const & [ reason, count ] : of.malformed ) {
+         sample( malformed, { { "protocol", protocol }, { "reason", reason } }, count );
+      }
+   }
+   auto const losses = sources_.lost();
+   auto & lost = family( families, "valen_speaker_frames_lost_total", MetricType::Counter,
+                         "Frames of speakers that valend did not read, by reason." );
+   sample( lost, { { "reason", "full" } }, losses.full );
+   sample( lost, { { "reason", "too-long" } }, losses.tooLong );
+   sample( lost, { { "reason", "limited" } }, losses.limited );
+}
+
+void Metrics::addMuting( Families & families ) const {
+   auto const & statistics = sources_.controller.statistics();
+   auto & heldBack = family( families, "valen_speaker_frames_held_back_total", MetricType::Counter,
+                             "Frames of muted speakers that were dropped, by protocol." );
+   for ( auto const & [ protocol, count ] : statistics.heldBack() ) {
+      sample( heldBack, { { "protocol", protocol } }, count );
+   }
+   auto & greetings =
+      family( families, "valen_greetings_total", MetricType::Counter,
+              "Speakers whose last frames were sent again after an abort, by protocol." );
+   for ( auto const & [ protocol, count ] : statistics.greetings() ) {
+      sample( greetings, { { "protocol", protocol } }, count );
    }
 }
 

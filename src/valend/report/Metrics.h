@@ -1,11 +1,13 @@
 // The daemon's metrics.
 #pragma once
 
+#include "egress/Copies.h"
 #include "valend/base/Conditions.h"
 #include "valend/base/EnumTexts.h"
 #include "valend/base/FaultLog.h"
 #include "valend/configuration/Feeder.h"
 #include "valend/shutdown/LinkController.h"
+#include "valend/speakers/SpeakerTable.h"
 
 #include <functional>
 #include <map>
@@ -40,6 +42,8 @@ class Metrics {
       LinkController const & controller;
       FaultLog const & faults;
       Conditions const & conditions;
+      SpeakerTable const & speakers;
+      std::function< Egress::Lost() > lost; // frames of speakers
       std::function< Clients() > clients;
       std::function< U64() > linesDropped; // of the log
       std::function< U64() > sharedBursts; // of frames; see linux/PacketEndpoint.h
@@ -58,6 +62,8 @@ class Metrics {
    void addShutdowns( Families & families ) const;
    void addHeld( Families & families ) const;
    void addFrames( Families & families ) const;
+   void addSpeakers( Families & families ) const;
+   void addMuting( Families & families ) const;
    void addConditions( Families & families ) const;
    void addClients( Families & families ) const;
 

@@ -27,15 +27,18 @@ Json configuredMessage( std::string const & agent, std::string const & interface
             { "interface", interface },
             { "frames", framesJson( frames ) },
             { "lifetime", "configuration" },
-            { "inForce", true } };
+            { "inForce", true },
+            { "learned", Json::array() } };
 }
 
-Json publishedMessage( Publications const & publications, Publications::Message const & message ) {
+Json publishedMessage( Publications const & publications, SpeakersReport const & speakers,
+                       Publications::Message const & message ) {
    return { { "agent", message.agent },
             { "interface", message.interface },
             { "frames", framesJson( message.frames ) },
             { "lifetime", textOf( message.lifetime ) },
-            { "inForce", publications.isActive( message ) } };
+            { "inForce", publications.isActive( message ) },
+            { "learned", speakers.learned( message ) } };
 }
 
 } // namespace
@@ -171,7 +174,8 @@ std::optional< LinkDevice > StatusReport::device( Settings::InterfaceConfig cons
    return port_.device( { feeder_.config().netNsOf( config.vrf ), config.device } );
 }
 
-Json StatusReport::messages( Publications const & publications, std::string const & interface ) {
+Json StatusReport::messages( Publications const & publications, SpeakersReport const & speakers,
+                             std::string const & interface ) {
    auto list = Json::array();
    for ( auto const & [ agent, messages ] : publications.config().agents ) {
       if ( auto const found = messages.find( interface ); found != messages.end() ) {
@@ -179,12 +183,13 @@ Json StatusReport::messages( Publications const & publications, std::string cons
       }
    }
    for ( auto const * const message : publications.messagesFor( interface ) ) {
-      list.push_back( publishedMessage( publications, *message ) );
+      list.push_back( publishedMessage( publications, speakers, *message ) );
    }
    return list;
 }
 
 std::optional< Json > StatusReport::nextMessage( Publications const & publications,
+                                                 SpeakersReport const & speakers,
                                                  MessagePlace & place ) {
    auto const & agents = publications.config().agents;
    auto agent = place.published ? agents.end() : agents.lower_bound( place.agent );
@@ -205,7 +210,7 @@ std::optional< Json > StatusReport::nextMessage( Publications const & publicatio
       return std::nullopt;
    }
    place = { true, next->second.agent, next->second.interface };
-   return publishedMessage( publications, next->second );
+   return publishedMessage( publications, speakers, next->second );
 }
 
 Json StatusReport::tooLong( Settings::InterfaceConfig const & config,

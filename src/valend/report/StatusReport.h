@@ -4,6 +4,7 @@
 #include "valend/configuration/Feeder.h"
 #include "valend/configuration/Publications.h"
 #include "valend/kernel/LinkPort.h"
+#include "valend/report/SpeakersReport.h"
 #include "valend/shutdown/LinkController.h"
 
 #include <nlohmann/json.hpp>
@@ -31,7 +32,8 @@ class StatusReport {
    Json requirements( Settings::InterfaceConfig const & config ) const;
    // The frames of all agents for the interface, the API's type Message: those of the configuration, then the published
    // ones.
-   static Json messages( Publications const & publications, std::string const & interface );
+   static Json messages( Publications const & publications, SpeakersReport const & speakers,
+                         std::string const & interface );
    // Where one is in the list of the frames for all interfaces. It stays valid whatever is added and removed.
    struct MessagePlace {
       bool published = false;
@@ -40,6 +42,7 @@ class StatusReport {
    };
    // The next one in that list, to which `place` is set; nothing at the end.
    static std::optional< Json > nextMessage( Publications const & publications,
+                                             SpeakersReport const & speakers,
                                              MessagePlace & place );
    // The agent's frames that exceed the limit of the interface's device as it is now.
    Json tooLong( Settings::InterfaceConfig const & config, std::string const & agent ) const;

@@ -11,7 +11,7 @@ std::vector< AgentFrames > allSent( std::vector< QueuedFrame > const & queued ) 
    std::vector< AgentFrames > all;
    for ( auto const & frame : queued ) {
       if ( all.empty() || all.back().agent != frame.agent ) {
-         all.push_back( { frame.agent, 0, {} } );
+         all.push_back( { frame.agent, 0, {}, {} } );
       }
       ++all.back().sent;
    }
@@ -32,6 +32,19 @@ void countRefused( std::vector< RefusedPacket > const & refused,
          } );
       --found->sent;
       ++found->refused[ packet.number ];
+   }
+}
+
+void nameGoodbyes( std::vector< QueuedFrame > const & queued, std::set< U32 > const & refused,
+                   ShutdownRecord & record ) {
+   for ( auto & agent : record.agents ) {
+      std::vector< std::string_view > accepted;
+      for ( U32 number = 0; number < queued.size(); ++number ) {
+         if ( queued[ number ].agent == agent.agent && !refused.contains( number ) ) {
+            accepted.push_back( queued[ number ].bytes.view() );
+         }
+      }
+      agent.goodbyes = goodbyesAmong( accepted );
    }
 }
 
@@ -69,6 +82,7 @@ std::set< U32 > sendFrames( InterfaceDelay const & delay, std::vector< QueuedFra
    for ( auto const & packet : refused ) {
       numbers.insert( packet.packet );
    }
+   nameGoodbyes( queued, numbers, record );
    return numbers;
 }
 

@@ -41,10 +41,15 @@ constexpr std::size_t linesAfter( Phase phase ) {
    return 0;
 }
 
-// Bytes for the lines after `line`, which get longer: the agents are added when the frames are sent, and then only
-// what did not go as expected.
+// Bytes for the lines after `line`, which get longer: the agents are added when the frames are sent, the speakers that
+// were muted at the end, and what did not go as expected.
 std::size_t roomAfter( JournalEntry const & entry, std::string const & line ) {
-   std::size_t const growth = entry.phase < Phase::held ? 1024 : 256;
+   std::size_t growth = entry.phase < Phase::held ? 1024 : 256;
+   for ( auto const & agent : entry.record.agents ) {
+      for ( auto const & goodbye : agent.goodbyes ) {
+         growth += 80 + goodbye.protocol.size() + goodbye.speaker.size();
+      }
+   }
    return linesAfter( entry.phase ) * ( line.size() + growth );
 }
 

@@ -19,6 +19,10 @@ AgentFrames agentFrom( Json const & json ) {
    for ( auto const & refused : json.at( "refused" ) ) {
       frames.refused[ refused.at( "errno" ) ] = refused.at( "count" );
    }
+   for ( auto const & goodbye :
+         json.value( "goodbyes", Json::array() ) ) { // older journals do not have them
+      frames.goodbyes.push_back( { goodbye.at( "protocol" ), goodbye.at( "speaker" ) } );
+   }
    return frames;
 }
 

@@ -20,6 +20,11 @@ template < class Object > void describe( Object & object, RefusedFrames const & 
    object.add( "count", refused.count );
 }
 
+template < class Object > void describe( Object & object, SentGoodbye const & goodbye ) {
+   object.add( "protocol", goodbye.protocol );
+   object.add( "speaker", goodbye.speaker );
+}
+
 template < class Object > void describe( Object & object, AgentFrames const & frames ) {
    std::vector< RefusedFrames > refused;
    for ( auto const & [ number, count ] : frames.refused ) {
@@ -28,6 +33,7 @@ template < class Object > void describe( Object & object, AgentFrames const & fr
    object.add( "agent", frames.agent );
    object.add( "sent", frames.sent );
    object.add( "refused", refused );
+   object.add( "goodbyes", frames.goodbyes );
 }
 
 template < class Object > void describe( Object & object, MutedSpeaker const & speaker ) {

@@ -68,6 +68,7 @@ LogFields fieldsOf( ShutdownRecord const & record ) {
    addUnlessEmpty( "VALEN_REASON", record.request.reason );
    addUnlessEmpty( "VALEN_WHY", record.why );
    addUnlessEmpty( "VALEN_FAIL_REASON", record.failReason );
+   addUnlessEmpty( "VALEN_SPEAKERS", record.mutedText() );
    return fields;
 }
 

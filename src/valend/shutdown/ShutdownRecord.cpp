@@ -2,6 +2,7 @@
 
 #include "settings/Counted.h"
 
+#include <algorithm>
 #include <cstdio>
 
 namespace Valend {
@@ -28,6 +29,29 @@ std::string sendingText( ShutdownRecord const & record ) {
       text += std::to_string( record.failed ) + " not sent (" + record.failReason + "), ";
    }
    return text;
+}
+
+// "lldp, vrrp": the protocols of these speakers, each once.
+template < class Selects >
+std::string protocolsOf( std::vector< MutedSpeaker > const & speakers, Selects const & selects ) {
+   std::vector< std::string_view > protocols;
+   std::string text;
+   for ( auto const & speaker : speakers ) {
+      if ( selects( speaker ) &&
+           std::find( protocols.begin(), protocols.end(), speaker.protocol ) == protocols.end() ) {
+         protocols.push_back( speaker.protocol );
+         text += ( text.empty() ? "" : ", " ) + speaker.protocol;
+      }
+   }
+   return text;
+}
+
+// A text that may be empty, and what separates it from others.
+std::string before( char const * separator, std::string const & text ) {
+   return text.empty() ? "" : text + separator;
+}
+std::string after( char const * separator, std::string const & text ) {
+   return text.empty() ? "" : separator + text;
 }
 
 std::string unflushedText( ShutdownRecord const & record ) {
@@ -60,16 +84,16 @@ std::string ShutdownRecord::summary() const {
    auto const by = request.requester() +
                    ( request.reason.empty() ? "" : ", reason \"" + request.reason + "\"" ) + ": ";
    auto const shutdown = interface + ": shutdown by " + by;
-   auto const frames =
-      withDelay ? sendingText( *this ) + "held " + inMs( held ) + ", " + unflushedText( *this )
-                : std::string();
+   auto const frames = withDelay ? sendingText( *this ) + "held " + inMs( held ) + ", " +
+                                      before( ", ", mutedText() ) + unflushedText( *this )
+                                 : std::string();
    switch ( ending ) {
    case Ending::running:
       return shutdown + frames + outcome( "in progress", *this );
    case Ending::down:
       return shutdown + frames + outcome( "link down", *this );
    case Ending::aborted:
-      return interface + ": shutdown aborted: " + why;
+      return interface + ": shutdown aborted: " + why + after( "; ", mutedText() );
    case Ending::alreadyDown:
       return shutdown + "already down; no frames sent" + inParentheses( why );
    case Ending::noDevice:
@@ -87,6 +111,30 @@ std::string ShutdownRecord::summary() const {
              "link unchanged" + inParentheses( why );
    }
    return shutdown; // not reached: the switch has every ending
+}
+
+std::string ShutdownRecord::mutedText() const {
+   std::string text;
+   auto const add = [ & ]( std::string const & part ) {
+      text += text.empty() ? part : ", " + part;
+   };
+   if ( !notMuted.empty() ) {
+      add( "not muted: " + notMuted );
+   }
+   if ( !muted.empty() ) {
+      U64 heldBack = 0;
+      for ( auto const & speaker : muted ) {
+         heldBack += speaker.heldBack;
+      }
+      add( "muted " + protocolsOf( muted, []( auto const & ) { return true; } ) +
+           ( heldBack ? " (" + counted( heldBack, "frame" ) + " held back)" : "" ) );
+   }
+   auto const greeted =
+      protocolsOf( muted, []( auto const & speaker ) { return speaker.greeted; } );
+   if ( !greeted.empty() ) {
+      add( "greeted " + greeted );
+   }
+   return text;
 }
 
 void ShutdownRecord::note( std::string const & part ) {

@@ -4,6 +4,7 @@
 #include "valend/base/EnumTexts.h"
 #include "valend/kernel/LinkPort.h"
 #include "valend/shutdown/Request.h"
+#include "valend/speakers/SentGoodbyes.h"
 #include "valend/speakers/SpeakerPort.h"
 
 #include <chrono>
@@ -17,8 +18,9 @@ namespace Valend {
 // The frames that one agent had queued, and what became of them.
 struct AgentFrames {
    std::string agent;
-   U64 sent = 0;                 // accepted by the kernel
-   std::map< int, U64 > refused; // rejected by the kernel, by errno
+   U64 sent = 0;                             // accepted by the kernel
+   std::map< int, U64 > refused;             // rejected by the kernel, by errno
+   std::vector< SentGoodbye > goodbyes = {}; // whose, of those that were accepted
    bool operator==( AgentFrames const & ) const = default;
 };
 
@@ -87,6 +89,9 @@ struct ShutdownRecord {
    // What happened, in a line: "Ethernet1: shutdown by root: 3 frames in 0.2 ms, held 500 ms, link
    // down, total 501 ms".
    std::string summary() const;
+   // What became of the speakers: "muted lldp, vrrp (12 frames held back), greeted lldp", "not muted: REASON"; empty
+   // if no speaker said goodbye.
+   std::string mutedText() const;
    // Adds a part to `why`; an empty one has no effect.
    void note( std::string const & part );
 

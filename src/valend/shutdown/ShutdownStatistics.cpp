@@ -32,6 +32,10 @@ void ShutdownStatistics::add( ShutdownRecord const & record ) {
          sum.refused[ number ] += count;
       }
    }
+   for ( auto const & speaker : record.muted ) {
+      heldBack_[ speaker.protocol ] += speaker.heldBack;
+      greetings_[ speaker.protocol ] += speaker.greeted;
+   }
    if ( record.withDelay ) {
       addHeld( record.held );
    }

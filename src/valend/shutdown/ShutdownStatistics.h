@@ -40,6 +40,9 @@ class ShutdownStatistics {
    // By agent: all its frames.
    std::map< std::string, AgentFrames > const & agents() const noexcept { return agents_; }
    Held const & held() const noexcept { return held_; }
+   // Frames of muted speakers that were dropped, and speakers whose last frames were sent again, by protocol.
+   std::map< std::string, U64 > const & heldBack() const noexcept { return heldBack_; }
+   std::map< std::string, U64 > const & greetings() const noexcept { return greetings_; }
    // Shutdowns that were continued after a restart.
    U64 resumed() const noexcept { return resumed_; }
    // Shutdowns whose frames had not all left the machine when the link went down.
@@ -51,6 +54,8 @@ class ShutdownStatistics {
    std::map< std::string, ShutdownTotals > totals_;
    std::map< ShutdownRecord::Ending, U64 > endings_;
    std::map< std::string, AgentFrames > agents_;
+   std::map< std::string, U64 > heldBack_;
+   std::map< std::string, U64 > greetings_;
    Held held_;
    U64 goodbyes_ = 0;
    U64 resumed_ = 0;

@@ -82,6 +82,15 @@ Attaching::Attaching( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsDirecto
       again_( loop.scheduler(), "filters", [ this ] { attachAgain(); } ),
       worker_( loop, "valen-filters", endTimeout ) {}
 
+// Filters of a clsact would stay, without a process that reads what they copy.
+Attaching::~Attaching() {
+   for ( auto const & [ place, device ] : devices_ ) {
+      if ( device.state == State::filtered || device.state == State::asked ) {
+         detach( place, device.ifIndex );
+      }
+   }
+}
+
 // --- Which devices -------------------------------------------------------------------------------
 
 void Attaching::placeIs( LinkPlace const & place, U64 generation ) {
@@ -186,17 +195,21 @@ void Attaching::drop( Devices::iterator device ) {
    bool const attached = state == State::filtered || state == State::asked;
    forget( device, numberOf( place.netNs ) );
    if ( attached ) {
-      worker_.run( [ filters = filters_, directories = directories_, netNs = place.netNs,
-                     number = numberOf( place.netNs ), ifIndex ]() -> Worker::Work {
-         Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
-         try {
-            filters->detach( number, directories.openNamed( netNs ), ifIndex );
-         } catch ( Quill::ErrnoException const & ) {
-            filters->forget( number, ifIndex );
-         }
-         return {};
-      } );
+      detach( place, ifIndex );
    }
+}
+
+void Attaching::detach( LinkPlace const & place, U32 ifIndex ) {
+   worker_.run( [ filters = filters_, directories = directories_, netNs = place.netNs,
+                  number = numberOf( place.netNs ), ifIndex ]() -> Worker::Work {
+      Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
+      try {
+         filters->detach( number, directories.openNamed( netNs ), ifIndex );
+      } catch ( Quill::ErrnoException const & ) {
+         filters->forget( number, ifIndex );
+      }
+      return {};
+   } );
 }
 
 // --- Attaching -----------------------------------------------------------------------------------
@@ -301,6 +314,9 @@ std::optional< FilteredDevice > Attaching::filtered( LinkPlace const & place ) c
 }
 
 std::string Attaching::whyNot( LinkPlace const & place ) const {
+   if ( filtered( place ) ) {
+      return "";
+   }
    auto const device = devices_.find( place );
    return device == devices_.end() || device->second.why.empty() ? pending : device->second.why;
 }

@@ -52,6 +52,8 @@ class Attaching {
    // All must outlive this. Raises the condition "mute" while a device has no filter.
    Attaching( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsDirectories directories,
               IfIndexOf ifIndexOf, Conditions & conditions, Observer & observer );
+   // Removes the filters, for a bounded time.
+   ~Attaching();
    Attaching( Attaching const & ) = delete;
    Attaching & operator=( Attaching const & ) = delete;
 
@@ -90,6 +92,7 @@ class Attaching {
    void lookAt( LinkPlace const & place );
    void forget( Devices::iterator device, U32 number );
    void drop( Devices::iterator device );
+   void detach( LinkPlace const & place, U32 ifIndex );
    void attachMissing();
    void attachAgain();
    void attached( Batch & batch );

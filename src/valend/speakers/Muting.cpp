@@ -1,6 +1,6 @@
 #include "valend/speakers/Muting.h"
 
-#include "derivation/Derive.h"
+#include "valend/speakers/SentGoodbyes.h"
 
 #include <algorithm>
 
@@ -11,12 +11,6 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr std::chrono::milliseconds renewalInterval{ 500 };
-
-std::string nameOf( std::string_view goodbye ) {
-   auto const said = Derivation::derive( goodbye );
-   auto const * const heard = said ? std::get_if< Derivation::Heard >( &*said ) : nullptr;
-   return heard ? heard->speaker : "";
-}
 
 } // namespace
 
@@ -63,7 +57,7 @@ void Muting::muteOn( Device & device, FilteredDevice const & filtered,
       auto known = std::find_if( device.speakers.begin(), device.speakers.end(),
                                  [ & ]( auto const & speaker ) { return speaker.id == *id; } );
       if ( known == device.speakers.end() ) {
-         known = device.speakers.insert( known, Speaker{ *id, nameOf( goodbye ) } );
+         known = device.speakers.insert( known, Speaker{ *id, speakerName( goodbye ) } );
       }
       if ( !known->muted ) {
          mutes_->mute( *id, device.until );

@@ -13,14 +13,10 @@ namespace {
 constexpr milliseconds shortest{ 100 };
 constexpr milliseconds longest{ std::chrono::hours( 24 ) };
 
-Gantry::Time expiryOf( SpeakerTable::Part const & part ) {
-   return part.at + std::clamp( part.heard.holdTime, shortest, longest );
-}
-
 Gantry::Time expiryOf( SpeakerTable::Speaker const & speaker ) {
    auto earliest = Gantry::Time::max();
    for ( auto const & [ name, part ] : speaker.parts ) {
-      earliest = std::min( earliest, expiryOf( part ) );
+      earliest = std::min( earliest, SpeakerTable::freshUntil( part ) );
    }
    return earliest;
 }
@@ -37,6 +33,10 @@ SpeakerTable::Part const & SpeakerTable::Speaker::latest() const noexcept {
              parts.begin(), parts.end(),
              []( auto const & a, auto const & b ) { return a.second.at < b.second.at; } )
       ->second;
+}
+
+Gantry::Time SpeakerTable::freshUntil( Part const & part ) noexcept {
+   return part.at + std::clamp( part.heard.holdTime, shortest, longest );
 }
 
 bool SpeakerTable::heard( LinkPlace const & place, Egress::Speaker const & id, Heard const & heard,
@@ -103,11 +103,12 @@ SpeakerTable::Speaker & SpeakerTable::speaker( LinkPlace const & place,
    if ( known != speakers.end() ) {
       return *known;
    }
-   makeRoom( place, speakers, id.kind );
+   makeRoom( place, id.kind );
    return speakers.emplace_back( Speaker{ id, {}, {} } );
 }
 
-void SpeakerTable::makeRoom( LinkPlace const & place, Speakers & speakers, U16 kind ) {
+void SpeakerTable::makeRoom( LinkPlace const & place, U16 kind ) {
+   auto & speakers = devices_[ place ];
    auto oldest = speakers.end();
    std::size_t count = 0;
    for ( auto speaker = speakers.begin(); speaker != speakers.end(); ++speaker ) {
@@ -120,7 +121,9 @@ void SpeakerTable::makeRoom( LinkPlace const & place, Speakers & speakers, U16 k
       }
    }
    if ( count >= mostOfAProtocol ) {
-      ++counters_[ std::string( Egress::protocolOf( oldest->id ) ) ].madeRoom;
+      auto & counters = counters_[ std::string( Egress::protocolOf( oldest->id ) ) ];
+      ++counters.madeRoom;
+      counters.crowded = place;
       dueDel( place, *oldest );
       speakers.erase( oldest );
    }
@@ -160,7 +163,7 @@ std::vector< LinkPlace > SpeakerTable::expire( Gantry::Time now ) {
       auto const device = devices_.find( due.place );
       auto const speaker = findIn( device->second, due.id );
       auto const gone = std::erase_if(
-         speaker->parts, [ & ]( auto const & part ) { return expiryOf( part.second ) <= now; } );
+         speaker->parts, [ & ]( auto const & part ) { return freshUntil( part.second ) <= now; } );
       if ( gone ) {
          changed.push_back( device->first );
       }
@@ -196,6 +199,16 @@ std::size_t SpeakerTable::count() const noexcept {
       count += speakers.size();
    }
    return count;
+}
+
+std::map< std::string, U64 > SpeakerTable::byProtocol() const {
+   std::map< std::string, U64 > counts;
+   for ( auto const & [ place, speakers ] : devices_ ) {
+      for ( auto const & speaker : speakers ) {
+         ++counts[ std::string( Egress::protocolOf( speaker.id ) ) ];
+      }
+   }
+   return counts;
 }
 
 } // namespace Valend

@@ -38,8 +38,12 @@ class SpeakerTable {
    // What was heard of a protocol besides known speakers.
    struct Counters {
       std::map< std::string, U64 > malformed; // by reason
-      U64 madeRoom = 0; // speakers that were forgotten because there were too many
+      U64 madeRoom = 0;  // speakers that were forgotten because there were too many
+      LinkPlace crowded; // where that happened last
    };
+
+   // When neighbors forget what they learned from it.
+   static Gantry::Time freshUntil( Part const & part ) noexcept;
 
    // A frame was heard. Returns whether the goodbyes of the device changed.
    bool heard( LinkPlace const & place, Egress::Speaker const & id, Derivation::Heard const & heard,
@@ -63,6 +67,8 @@ class SpeakerTable {
    // By protocol.
    std::map< std::string, Counters > const & counters() const noexcept { return counters_; }
    std::size_t count() const noexcept;
+   // How many speakers of each protocol are known.
+   std::map< std::string, U64 > byProtocol() const;
 
  private:
    struct Due {
@@ -72,7 +78,7 @@ class SpeakerTable {
 
    bool left( LinkPlace const & place, Egress::Speaker const & id, std::string const & part );
    Speaker & speaker( LinkPlace const & place, Egress::Speaker const & id );
-   void makeRoom( LinkPlace const & place, Speakers & speakers, U16 kind );
+   void makeRoom( LinkPlace const & place, U16 kind );
    void dueIs( LinkPlace const & place, Speaker & speaker, Gantry::Time due );
    void dueDel( LinkPlace const & place, Speaker const & speaker );
 

@@ -22,6 +22,8 @@ Speakers::Speakers( Valen::Linux::EventLoop & loop,
          loop, directories,
          [ this ]( auto const & place, auto const & said ) { groupsRead( place, said ); } ),
       expiry_( loop.scheduler(), "speakers", [ this ] { expire(); } ),
+      overload_(
+         table_, [ this ] { return lost(); }, conditions, loop.scheduler() ),
       attaching_( loop, directories, std::move( ifIndexOf ), conditions, *this ) {}
 
 Speakers::~Speakers() {
@@ -63,6 +65,7 @@ void Speakers::lost( LinkPlace const & place, FilteredDevice const & device ) {
 void Speakers::read() {
    copies_->read( readBudget, [ this ]( auto const & copy ) { take( copy ); } );
    expireLater();
+   overload_.lookSoon();
 }
 
 void Speakers::take( Egress::Copy const & copy ) {

@@ -11,6 +11,7 @@
 #include "valend/speakers/Greetings.h"
 #include "valend/speakers/Memberships.h"
 #include "valend/speakers/Muting.h"
+#include "valend/speakers/Overload.h"
 #include "valend/speakers/SpeakerPort.h"
 #include "valend/speakers/SpeakerTable.h"
 
@@ -21,7 +22,7 @@ class Speakers final : public SpeakerPort, private Attaching::Observer {
    // Called from the loop when the goodbyes that can be learned on a device have changed.
    using Changed = std::function< void( LinkPlace const & place ) >;
 
-   // All must outlive this. Raises the condition "mute" while a device has no filter.
+   // All must outlive this. Raises the condition "mute" while a device has no filter, and those of Overload.h.
    Speakers( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsDirectories const & directories,
              Attaching::IfIndexOf ifIndexOf, Conditions & conditions );
    ~Speakers() override;
@@ -59,6 +60,7 @@ class Speakers final : public SpeakerPort, private Attaching::Observer {
    std::map< std::pair< U32, U32 >, LinkPlace > places_; // that have filters, by filter and index
    Gantry::Timer expiry_;
    Gantry::Time expiryAt_{}; // while it is running
+   Overload overload_;
    Attaching attaching_;
 };
 

@@ -129,5 +129,16 @@ TEST_F( ConfigCommandsTest, AReloadThatIsNotPermittedHasNoErrorsToPrint ) {
    EXPECT_EQ( err, "valenctl: permission denied\n" );
 }
 
+TEST_F( ConfigCommandsTest, AFrameThatIsProbablyWrongIsAWarning ) {
+   EXPECT_EQ(
+      check( "interfaces: [{name: et1}]\n"
+             "agents: [{name: lldp, messages: {et1: "
+             "[0180c200000e02000000000188cc02070402000000000104050565746831060200780000]}}]\n" ),
+      Exit::done );
+   EXPECT_THAT( err, HasSubstr( "valen.yaml:2:40: the frame is probably wrong: lldp, chassis "
+                                "02:00:00:00:00:01, port eth1: says ttl 120; not a goodbye\n" ) );
+   EXPECT_THAT( out, HasSubstr( ": OK, 1 interface" ) );
+}
+
 } // namespace
 } // namespace Valenctl::Test

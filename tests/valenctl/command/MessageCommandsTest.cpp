@@ -87,5 +87,37 @@ TEST_F( MessageCommandsTest, EachArgumentIsNeeded ) {
    EXPECT_EQ( run( { "messages", "remove", "radv" } ), Exit::usage );
 }
 
+TEST_F( MessageCommandsTest, ShowSaysWhatTheFramesOfAnAgentSay ) {
+   std::string const leaving =
+      "0180c200000e02000000000188cc02070402000000000104050565746831060200000000";
+   std::string const cutOff = "0180c200000e02000000000188cc020704020000000001";
+   Json const learned{ { { "frame", 1 },
+                         { "speaker", "port eth1" },
+                         { "change", "ttl 120 -> 0" },
+                         { "heardMs", 3000 },
+                         { "freshMs", 117'000 } } };
+   auto const message = []( char const * agent, Json const & frames, Json const & from ) {
+      return Json{ { "agent", agent },
+                   { "interface", "Ethernet1" },
+                   { "frames", frames },
+                   { "learned", from } };
+   };
+   daemon.answers( "ListMessages",
+                   { { { "messages",
+                         { message( "other", { cutOff }, Json::array() ),
+                           message( "learned-lldp", { leaving }, learned ) } } } } );
+   EXPECT_EQ( run( { "messages", "show", "learned-lldp", "Ethernet1" } ), Exit::done );
+   EXPECT_EQ( onlyCall( "ListMessages" ), ( Json{ { "interface", "Ethernet1" } } ) );
+   EXPECT_EQ(
+      out, "frame 1, 36 bytes: lldp, chassis 02:00:00:00:00:01, port eth1: says ttl 0; a goodbye\n"
+           "  ttl 120 -> 0; heard 3 s ago, fresh for 117 s\n"
+           "  " +
+              leaving + "\n" );
+   EXPECT_EQ( run( { "messages", "show", "other", "Ethernet1" } ), Exit::failed );
+   EXPECT_EQ( out, "frame 1, 23 bytes: lldp, malformed: it ends too early\n  " + cutOff + "\n" );
+   EXPECT_EQ( run( { "messages", "show", "none", "Ethernet1" } ), Exit::failed );
+   EXPECT_EQ( err, "valenctl: agent \"none\" has no frames for interface \"Ethernet1\"\n" );
+}
+
 } // namespace
 } // namespace Valenctl::Test

@@ -41,5 +41,35 @@ TEST( MessagesTextTest, FramesAreCountedInBytes ) {
    EXPECT_EQ( totals.bytes, 3u );
 }
 
+TEST( MessagesTextTest, WhatFramesSayFollowsTheTable ) {
+   char const * const leaving =
+      "0180c200000e02000000000188cc02070402000000000104050565746831060200000000";
+   char const * const unknown = "ffffffffffff02000000000188b5676f6f64627965";
+   Json const learned{ { { "frame", 2 },
+                         { "speaker", "virtual router 7 (IPv4)" },
+                         { "change", "priority 100 -> 0" },
+                         { "heardMs", 400 },
+                         { "freshMs", 117'300 } } };
+   Json const messages{ { { "agent", "mine" },
+                          { "interface", "Ethernet1" },
+                          { "frames", { unknown, leaving } },
+                          { "lifetime", "configuration" },
+                          { "learned", Json::array() } },
+                        { { "agent", "learned-vrrp" },
+                          { "interface", "Ethernet2" },
+                          { "frames", { unknown, leaving } },
+                          { "lifetime", "learned" },
+                          { "learned", learned } } };
+   EXPECT_EQ(
+      messagesText( { { "messages", messages } } ),
+      "AGENT         INTERFACE  FRAMES  BYTES  SOURCE\n"
+      "mine          Ethernet1  2       57     configuration\n"
+      "learned-vrrp  Ethernet2  2       57     learned\n"
+      "Ethernet1: frame 2 of mine: lldp, chassis 02:00:00:00:00:01, port eth1: says ttl 0; a "
+      "goodbye\n"
+      "Ethernet2: frame 2 of learned-vrrp: virtual router 7 (IPv4): priority 100 -> 0; heard "
+      "400 ms ago, fresh for 117 s\n" );
+}
+
 } // namespace
 } // namespace Valenctl

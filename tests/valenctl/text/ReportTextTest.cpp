@@ -44,5 +44,33 @@ TEST( ReportTextTest, TraceLinesHaveTheirTime ) {
               "2023-11-14T22:13:20.123456Z ConfigSm/1 void f(): x" );
 }
 
+TEST( ReportTextTest, ExplainShowsWhatIsHeardAndWhyItIsNotLearned ) {
+   auto const speaker = []( char const * protocol, char const * name, Json const & why ) {
+      return Json{ { "protocol", protocol }, { "speaker", name },          { "says", "ttl 120" },
+                   { "frames", 1 },          { "change", "ttl 120 -> 0" }, { "notLearned", why },
+                   { "heardMs", 3000 },      { "freshMs", 117'000 } };
+   };
+   auto rip = speaker( "rip", "router 192.0.2.1", nullptr );
+   rip[ "frames" ] = 3;
+   EXPECT_EQ(
+      explainText( "Ethernet1",
+                   { { "ready", true },
+                     { "link", "up" },
+                     { "notMuted", "no right" },
+                     { "speakers",
+                       { speaker( "lldp", "port eth0", nullptr ), rip,
+                         speaker( "ospf", "router 192.0.2.1", "authenticated with MD5" ) } } } ),
+      "Ethernet1: ready, link up\n"
+      "  NO   speakers can be muted, so that goodbyes last: no right\n"
+      "  yes  goodbye learned: lldp, port eth0: ttl 120 -> 0; heard 3 s ago, fresh for 117 s\n"
+      "  yes  goodbye learned: rip, router 192.0.2.1: ttl 120 -> 0 and 2 more frames; heard 3 s "
+      "ago, "
+      "fresh for 117 s\n"
+      "  no   goodbye learned: ospf, router 192.0.2.1: authenticated with MD5\n" );
+   EXPECT_EQ(
+      explainText( "Ethernet1", { { "ready", true }, { "link", "up" }, { "notMuted", nullptr } } ),
+      "Ethernet1: ready, link up\n" );
+}
+
 } // namespace
 } // namespace Valenctl

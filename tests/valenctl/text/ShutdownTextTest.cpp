@@ -135,5 +135,31 @@ TEST_F( ShutdownTextTest, RepeatsHaveTheirCountAndTheLastTime ) {
       << historyText( answer );
 }
 
+TEST_F( ShutdownTextTest, WhatBecameOfTheSpeakersIsSaidAtTheEnd ) {
+   auto const speaker = []( char const * protocol, int heldBack, bool greeted ) {
+      return Json{ { "protocol", protocol },
+                   { "speaker", "" },
+                   { "heldBack", heldBack },
+                   { "greeted", greeted } };
+   };
+   shutdown[ "muted" ] = { speaker( "lldp", 0, false ), speaker( "vrrp", 7, false ),
+                           speaker( "vrrp", 5, false ) };
+   EXPECT_EQ( ended( "down", nullptr ),
+              "Ethernet1: link down after 501 ms; muted lldp, vrrp (12 frames held back)" );
+   EXPECT_EQ( step( "sent" ), "Ethernet1: 3 frames sent" );
+   shutdown[ "muted" ] = { speaker( "lldp", 0, true ), speaker( "bfd", 0, false ) };
+   EXPECT_EQ( ended( "aborted", "enabled after 120 ms" ),
+              "Ethernet1: shutdown aborted; link stays up; muted lldp, bfd, greeted lldp (enabled "
+              "after 120 ms)" );
+   shutdown[ "whenMs" ] = 0;
+   EXPECT_NE( historyText( { { "shutdowns", { shutdown } } } )
+                 .find( "aborted, muted lldp, bfd, greeted lldp (enabled after 120 ms)" ),
+              std::string::npos );
+   shutdown[ "muted" ] = Json::array();
+   shutdown[ "notMuted" ] = "its filter is not attached yet";
+   EXPECT_EQ( ended( "down", nullptr ),
+              "Ethernet1: link down after 501 ms; not muted: its filter is not attached yet" );
+}
+
 } // namespace
 } // namespace Valenctl

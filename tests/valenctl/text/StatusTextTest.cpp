@@ -138,5 +138,14 @@ TEST( StatusTextTest, AnInterfaceInAFewWords ) {
               "up, ready, shutting down (retrying: no memory), frames: none, sent 0" );
 }
 
+TEST( StatusTextTest, LearnedGoodbyesAreListedByProtocol ) {
+   auto one = interface( "Ethernet1" );
+   one[ "frames" ] = { { { "agent", "learned-lldp" }, { "count", 1 } },
+                       { { "agent", "mine" }, { "count", 2 } },
+                       { { "agent", "learned-vrrp" }, { "count", 3 } } };
+   EXPECT_EQ( interfaceText( one ),
+              "up, ready, frames: lldp 1 (learned), mine 2, vrrp 3 (learned), sent 6" );
+}
+
 } // namespace
 } // namespace Valenctl

@@ -46,5 +46,16 @@ TEST( TimeTextTest, ATimeWithoutAZoneIsLocal ) {
    ::tzset();
 }
 
+TEST( TimeTextTest, ADurationHasTheUnitThatPeopleRead ) {
+   using namespace std::chrono_literals;
+   EXPECT_EQ( durationText( 0ms ), "0 ms" );
+   EXPECT_EQ( durationText( 999ms ), "999 ms" );
+   EXPECT_EQ( durationText( 1000ms ), "1 s" );
+   EXPECT_EQ( durationText( 119'999ms ), "119 s" );
+   EXPECT_EQ( durationText( 2min ), "2 min" );
+   EXPECT_EQ( durationText( 119min ), "119 min" );
+   EXPECT_EQ( durationText( 24h ), "24 h" );
+}
+
 } // namespace
 } // namespace Valenctl

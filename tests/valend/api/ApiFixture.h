@@ -76,8 +76,8 @@ class ApiFixture : public DaemonFixture {
    ApiFixture()
        : trace( work, Settings::ProcessConfig(), TraceHub::WithoutFile::nowhere ),
          publications( feeder, work, clock.scheduler() ),
-         api( { store, feeder, publications, kernel, controller, faults, conditions, metrics, trace,
-                configurator, access, clock.scheduler(), work,
+         api( { store, feeder, publications, kernel, controller, faults, conditions, metrics,
+                speakersReport, trace, configurator, access, clock.scheduler(), work,
                 [ this ]( auto const & done ) { reload( done ); },
                 [ this ]( auto const & done ) { whenSaved( done ); }, [ this ] { ++rescans; } } ) {}
 
@@ -112,10 +112,17 @@ class ApiFixture : public DaemonFixture {
 
    TraceHub trace;
    Access access{ "4001", "4002" };
-   Metrics metrics{ { store, feeder, kernel, controller, faults, conditions,
-                      [] { return Metrics::Clients(); }, [] { return U64( 0 ); },
-                      [] { return U64( 0 ); } } };
+   SpeakerTable table;
+   Metrics metrics{ { store, feeder, kernel, controller, faults, conditions, table,
+                      [] { return Egress::Lost(); }, [] { return Metrics::Clients(); },
+                      [] { return U64( 0 ); }, [] { return U64( 0 ); } } };
    Publications publications;
+   LearnedFrames learned{ feeder.config(), publications, table,
+                          conditions,      work,         clock.scheduler() };
+   std::string notMuted; // why
+   SpeakersReport speakersReport{ { feeder.config(), table, learned,
+                                    [ this ]( auto const & ) { return notMuted; },
+                                    clock.scheduler() } };
    Valen::Linux::EventLoop loop{ clock.scheduler() }; // is not turned
    Configurator configurator{ "/dev/null", Settings::ProcessConfig(), conditions, loop,
                               []( auto const & ) { return Configurator::Steps(); } };

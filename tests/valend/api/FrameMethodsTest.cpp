@@ -50,5 +50,36 @@ TEST_F( FrameMethodsTest, WatchesOfTheStatusNoticeWhatIsPublished ) {
    EXPECT_EQ( watching->parameters( 1 )[ "interfaces" ][ 0 ][ "frames" ].size(), 2u );
 }
 
+TEST_F( FrameMethodsTest, LearnedFramesAreListedWithTheirSpeakers ) {
+   auto config = twoInterfaces();
+   config.agents.clear();
+   config.goodbyes = Settings::Goodbyes::learned();
+   publications.configIs( config );
+   Derivation::Heard heard;
+   heard.speaker = "port eth1";
+   heard.change = "ttl 120 -> 0";
+   heard.goodbye = frame( 'g' );
+   heard.holdTime = 120s;
+   Egress::Speaker id{};
+   id.kind = EGRESS_LLDP;
+   table.heard( { "default", "et1" }, id, heard, clock.scheduler()->now() );
+   learned.speakersChanged( { "default", "et1" } );
+   advance( 2s );
+   call( "Publish", message( "kept" ) );
+   for ( auto const & messages :
+         { listed( "Ethernet1" ),
+           call( "ListMessages", Json::object() )->parameters()[ "messages" ] } ) {
+      ASSERT_EQ( messages.size(), 2u );
+      EXPECT_EQ( messages[ 0 ][ "agent" ], "bgp" );
+      EXPECT_EQ( messages[ 0 ][ "learned" ], Json::array() );
+      EXPECT_EQ( messages[ 1 ][ "agent" ], "learned-lldp" );
+      EXPECT_EQ( messages[ 1 ][ "learned" ], Json::array( { { { "frame", 1 },
+                                                              { "speaker", "port eth1" },
+                                                              { "change", "ttl 120 -> 0" },
+                                                              { "heardMs", 2000 },
+                                                              { "freshMs", 118'000 } } } ) );
+   }
+}
+
 } // namespace
 } // namespace Valend

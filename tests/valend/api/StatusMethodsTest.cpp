@@ -175,5 +175,29 @@ TEST_F( StatusMethodsTest, MemoryCountsObjectsAndBytesByType ) {
    EXPECT_EQ( live( "Valen::Intf" ), 0 );
 }
 
+TEST_F( StatusMethodsTest, ExplainListsTheSpeakersAndWhyTheyCannotBeMuted ) {
+   auto const explain = [ & ] {
+      return call( "Explain", { { "interface", "Ethernet1" } } )->parameters();
+   };
+   EXPECT_EQ( explain()[ "speakers" ], Json::array() );
+   EXPECT_EQ( explain()[ "notMuted" ], nullptr );
+   Derivation::Heard heard;
+   heard.speaker = "router 192.0.2.1";
+   heard.whyNot = "authenticated with MD5";
+   heard.holdTime = 40s;
+   Egress::Speaker id{};
+   id.kind = EGRESS_OSPF2;
+   table.heard( { "default", "et1" }, id, heard, clock.scheduler()->now() );
+   notMuted = "no right";
+   auto const heardOn = explain()[ "speakers" ];
+   ASSERT_EQ( heardOn.size(), 1u );
+   EXPECT_EQ( heardOn[ 0 ][ "protocol" ], "ospf" );
+   EXPECT_EQ( heardOn[ 0 ][ "notLearned" ], "authenticated with MD5" );
+   EXPECT_EQ( heardOn[ 0 ][ "change" ], nullptr );
+   EXPECT_EQ( explain()[ "notMuted" ], "no right" );
+   kernel.deviceDel( "default", "et1" );
+   EXPECT_EQ( explain()[ "notMuted" ], nullptr ) << "that it has no device is what matters";
+}
+
 } // namespace
 } // namespace Valend

@@ -41,7 +41,11 @@ class MetricsTest : public DaemonFixture {
       }
       start( twoInterfaces() );
    }
-   Metrics metrics{ { store, feeder, kernel, controller, faults, conditions,
+   SpeakerTable table;
+   Metrics metrics{ { store, feeder, kernel, controller, faults, conditions, table,
+                      [] {
+                         return Egress::Lost{ 11, 12, 13 };
+                      },
                       [] {
                          return Metrics::Clients{ 3, { { "refused", 7 } } };
                       },
@@ -54,6 +58,8 @@ class MetricsTest : public DaemonFixture {
       sent.failingSends = { 1 };
       controller.shutdown( "Ethernet1", { "root" }, nullptr );
       controller.shutdown( "Ethernet2", { "root" }, nullptr );
+      hearSpeakers();
+      speakers.heldBack = 4;
       advance( 100ms );
       EXPECT_THAT( parsed( text() ), HasSubstr( "gauge valen_interfaces_held [] 2.0\n" ) );
       EXPECT_THAT( parsed( text() ), HasSubstr( "gauge valen_shutdowns_running [] 2.0\n" ) );
@@ -61,8 +67,37 @@ class MetricsTest : public DaemonFixture {
       advance( 400ms );
       journalCondition.raise( "cannot write x" );
    }
+   // A speaker more than are known of a protocol, and a frame that is malformed.
+   void hearSpeakers() {
+      Derivation::Heard heard;
+      heard.holdTime = 120s;
+      Egress::Speaker id{};
+      id.kind = EGRESS_LLDP;
+      for ( std::size_t number = 0; number <= SpeakerTable::mostOfAProtocol; ++number ) {
+         id.identity[ 0 ] = static_cast< U8 >( number );
+         table.heard( { "default", "et1" }, id, heard, clock.scheduler()->now() );
+      }
+      table.malformed( { "ospf", "the checksum is wrong" } );
+   }
    Condition journalCondition{ conditions, "journal" };
 };
+
+TEST_F( MetricsTest, SpeakersAndTheirFramesAreCountedByProtocol ) {
+   shutDownAndAbort();
+   auto const samples = parsed( text() );
+   for ( std::string const line :
+         { "gauge valen_speakers [('protocol', 'lldp')] 16.0\n",
+           "counter valen_speakers_made_room_total [('protocol', 'lldp')] 1.0\n",
+           "counter valen_speaker_frames_malformed_total [('protocol', 'ospf'), ('reason', 'the "
+           "checksum is wrong')] 1.0\n",
+           "counter valen_speaker_frames_lost_total [('reason', 'full')] 11.0\n",
+           "counter valen_speaker_frames_lost_total [('reason', 'too-long')] 12.0\n",
+           "counter valen_speaker_frames_lost_total [('reason', 'limited')] 13.0\n",
+           "counter valen_speaker_frames_held_back_total [('protocol', 'a')] 4.0\n",
+           "counter valen_greetings_total [('protocol', 'c')] 1.0\n" } ) {
+      EXPECT_THAT( samples, HasSubstr( line ) );
+   }
+}
 
 TEST_F( MetricsTest, ADaemonThatDidNothingHasItsGauges ) {
    EXPECT_THAT( text(), HasSubstr( "# HELP valen_interfaces_ready Interfaces whose shutdown would "

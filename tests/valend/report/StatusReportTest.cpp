@@ -134,7 +134,7 @@ TEST_F( StatusReportTest, AShutdownIsShownWhole ) {
    record.sent = 3;
    record.failed = 1;
    record.failReason = "Network is down";
-   record.agents = { { "lldp", 3, { { 100, 1 } } } };
+   record.agents = { { "lldp", 3, { { 100, 1 } }, { { "lldp", "port eth1" } } } };
    record.sending = 200us;
    record.held = 500ms;
    record.total = 501ms;
@@ -142,36 +142,40 @@ TEST_F( StatusReportTest, AShutdownIsShownWhole ) {
    record.notMuted = "too many";
    record.ending = ShutdownRecord::Ending::down;
    Json const refused{ { "errno", 100 }, { "reason", "Network is down" }, { "count", 1 } };
-   EXPECT_EQ(
-      StatusReport::record( record ),
-      ( Json{ { "interface", "Ethernet1" },
-              { "device", "et1" },
-              { "namespace", "ns-red" },
-              { "by", "root" },
-              { "login", "alice" },
-              { "reason", "new optics" },
-              { "requestedDelayMs", 700 },
-              { "whenMs", 1234567 },
-              { "withDelay", true },
-              { "resumed", false },
-              { "sent", 3 },
-              { "failed", 1 },
-              { "failReason", "Network is down" },
-              { "agents", { { { "agent", "lldp" }, { "sent", 3 }, { "refused", { refused } } } } },
-              { "sendingUs", 200 },
-              { "heldMs", 500 },
-              { "totalMs", 501 },
-              { "muted",
-                { { { "protocol", "lldp" },
-                    { "speaker", "port et1" },
-                    { "heldBack", 2 },
-                    { "greeted", false } } } },
-              { "notMuted", "too many" },
-              { "unflushedBytes", 0 },
-              { "ending", "down" },
-              { "why", nullptr },
-              { "count", 1 },
-              { "untilMs", nullptr } } ) );
+   EXPECT_EQ( StatusReport::record( record ),
+              ( Json{ { "interface", "Ethernet1" },
+                      { "device", "et1" },
+                      { "namespace", "ns-red" },
+                      { "by", "root" },
+                      { "login", "alice" },
+                      { "reason", "new optics" },
+                      { "requestedDelayMs", 700 },
+                      { "whenMs", 1234567 },
+                      { "withDelay", true },
+                      { "resumed", false },
+                      { "sent", 3 },
+                      { "failed", 1 },
+                      { "failReason", "Network is down" },
+                      { "agents",
+                        { { { "agent", "lldp" },
+                            { "sent", 3 },
+                            { "refused", { refused } },
+                            { "goodbyes",
+                              { { { "protocol", "lldp" }, { "speaker", "port eth1" } } } } } } },
+                      { "sendingUs", 200 },
+                      { "heldMs", 500 },
+                      { "totalMs", 501 },
+                      { "muted",
+                        { { { "protocol", "lldp" },
+                            { "speaker", "port et1" },
+                            { "heldBack", 2 },
+                            { "greeted", false } } } },
+                      { "notMuted", "too many" },
+                      { "unflushedBytes", 0 },
+                      { "ending", "down" },
+                      { "why", nullptr },
+                      { "count", 1 },
+                      { "untilMs", nullptr } } ) );
 }
 
 } // namespace

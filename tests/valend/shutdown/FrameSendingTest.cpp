@@ -1,5 +1,6 @@
 #include "valend/shutdown/FrameSending.h"
 
+#include "settings/Hex.h"
 #include "tests/valend/DaemonFixture.h"
 
 namespace Valend {
@@ -69,6 +70,38 @@ TEST_F( FrameSendingTest, AnInterfaceWithoutFramesSendsNone ) {
                *clock.scheduler(), record );
    EXPECT_EQ( record.sent, 0u );
    EXPECT_TRUE( record.agents.empty() );
+}
+
+TEST_F( FrameSendingTest, TheGoodbyesThatLeftAreNamedByAgent ) {
+   auto const lldp = []( char const * port ) {
+      return Settings::frameFromHex(
+         std::string( "0180c200000e02000000000188cc02070402000000000104030770" ) + port +
+         "060200000000" );
+   };
+   auto config = twoInterfaces();
+   config.agents[ "lldp" ][ "Ethernet1" ] = { frame( 'a' ), lldp( "31" ), lldp( "32" ) };
+   config.agents[ "more" ][ "Ethernet1" ] = { lldp( "33" ) };
+   feeder.apply( config );
+   turn();
+   auto const goodbyesOf = []( ShutdownRecord const & record, std::string const & agent ) {
+      for ( auto const & each : record.agents ) {
+         if ( each.agent == agent ) {
+            return each.goodbyes;
+         }
+      }
+      return std::vector< SentGoodbye >();
+   };
+   auto const port = []( char const * name ) {
+      return SentGoodbye{ "lldp", std::string( "chassis 02:00:00:00:00:01, port " ) + name };
+   };
+   auto const record = send();
+   EXPECT_THAT( goodbyesOf( record, "lldp" ), ElementsAre( port( "p1" ), port( "p2" ) ) );
+   EXPECT_THAT( goodbyesOf( record, "more" ), ElementsAre( port( "p3" ) ) );
+
+   sent.packets.clear();
+   InterfaceDelay( store, "Ethernet1" ).lowerFlag();
+   sent.failingSends = { 5 }; // the second of lldp
+   EXPECT_THAT( goodbyesOf( send(), "lldp" ), ElementsAre( port( "p2" ) ) );
 }
 
 } // namespace

@@ -159,13 +159,15 @@ TEST_F( LinkControllerTest, EveryShutdownEndsWithASummary ) {
    shutdown( "Ethernet2" );
    advance( 120ms );
    enable( "Ethernet2" );
-   EXPECT_THAT( lines,
-                ElementsAre( "Ethernet1: shutdown by root: 2 frames in 0.0 ms, held 500 ms, link "
-                             "down, total 500 ms",
-                             "Ethernet1: shutdown by uid 7: 1 frame in 0.0 ms, 1 not sent (Network "
-                             "is down), held 500 ms, 60 bytes unflushed, link down, total 700 ms",
-                             "Ethernet1: shutdown by root: already down; no frames sent",
-                             "Ethernet2: shutdown aborted: enabled after 120 ms" ) );
+   EXPECT_THAT(
+      lines,
+      ElementsAre( "Ethernet1: shutdown by root: 2 frames in 0.0 ms, held 500 ms, muted "
+                   "a, b, link down, total 500 ms",
+                   "Ethernet1: shutdown by uid 7: 1 frame in 0.0 ms, 1 not sent (Network "
+                   "is down), held 500 ms, muted a, b, 60 bytes unflushed, link down, total "
+                   "700 ms",
+                   "Ethernet1: shutdown by root: already down; no frames sent",
+                   "Ethernet2: shutdown aborted: enabled after 120 ms; muted c, greeted c" ) );
 }
 
 TEST_F( LinkControllerTest, HistoryIsBounded ) {

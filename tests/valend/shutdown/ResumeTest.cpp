@@ -57,7 +57,7 @@ TEST_F( ResumeTest, AnEndedShutdownIsHistory ) {
    EXPECT_THAT( run.kernel.actions, IsEmpty() );
    ASSERT_EQ( run.controller.history().size(), 1u );
    EXPECT_EQ( run.last().summary(), "Ethernet1: shutdown by root: 2 frames in 0.0 ms, held 500 "
-                                    "ms, link down, total 500 ms" );
+                                    "ms, muted a, b, link down, total 500 ms" );
    EXPECT_FALSE( run.last().resumed );
    EXPECT_EQ( run.controller.totals( "Ethernet1" ).shutdowns, 0u ) << "counters start at 0";
 }
@@ -156,7 +156,8 @@ TEST_F( ResumeTest, AnAbortedShutdownIsNotResumed ) {
    run.startAndResume();
    run.advance( 5000ms );
    EXPECT_THAT( run.kernel.actions, IsEmpty() );
-   EXPECT_EQ( run.last().summary(), "Ethernet1: shutdown aborted: enabled after 120 ms" );
+   EXPECT_EQ( run.last().summary(),
+              "Ethernet1: shutdown aborted: enabled after 120 ms; muted a, b, greeted a, b" );
 }
 
 // The journal has its device: that link was to go down.

@@ -20,7 +20,8 @@ ShutdownRecord record() {
    record.sent = 3;
    record.failed = 1;
    record.failReason = "Network is down";
-   record.agents = { { "lldp", 2, {} }, { "bgp", 1, { { 100, 1 } } } };
+   record.agents = { { "lldp", 2, {}, { { "lldp", "port eth1" }, { "cdp", "eth1" } } },
+                     { "bgp", 1, { { 100, 1 } }, {} } };
    record.sending = 200us;
    record.held = 500ms;
    record.total = 501ms;
@@ -67,7 +68,7 @@ TEST( ShutdownJsonTest, AnEmptyTextIsNull ) {
 
 TEST( ShutdownJsonTest, RefusedFramesAreListedByError ) {
    EXPECT_EQ( toJson( record() )[ "agents" ][ 1 ],
-              Json::parse( R"({ "agent": "bgp", "sent": 1, "refused":
+              Json::parse( R"({ "agent": "bgp", "sent": 1, "goodbyes": [], "refused":
                                 [ { "errno": 100, "reason": "Network is down", "count": 1 } ] })" ) );
 }
 
@@ -81,6 +82,18 @@ TEST( ShutdownJsonTest, ARecordThatLacksAFieldIsAnError ) {
       }
       EXPECT_THROW( recordFromJson( json ), Json::exception ) << name;
    }
+}
+
+TEST( ShutdownJsonTest, AnOlderJournalHasNoGoodbyes ) {
+   auto json = toJson( record() );
+   auto older = record();
+   for ( auto & agent : json[ "agents" ] ) {
+      agent.erase( "goodbyes" );
+   }
+   for ( auto & agent : older.agents ) {
+      agent.goodbyes.clear();
+   }
+   EXPECT_EQ( recordFromJson( json ), older );
 }
 
 } // namespace

@@ -90,5 +90,30 @@ TEST( ShutdownRecordTest, NotesAreSeparatedBySemicolons ) {
    EXPECT_EQ( record.why, "one; two" );
 }
 
+TEST( ShutdownRecordTest, TheSummaryNamesWhatWasMutedAndGreeted ) {
+   auto record = delayedShutdown();
+   record.muted = { { "lldp", "port eth1", 1, false },
+                    { "vrrp", "virtual router 7", 6, false },
+                    { "vrrp", "virtual router 8", 5, false } };
+   EXPECT_EQ( record.summary(),
+              "Ethernet1: shutdown by root: 3 frames in 0.2 ms, held 500 ms, muted "
+              "lldp, vrrp (12 frames held back), link down, total 501 ms" );
+   record.muted = { { "lldp", "", 0, true }, { "vrrp", "", 0, false } };
+   record.ending = Ending::aborted;
+   record.why = "enabled after 120 ms";
+   EXPECT_EQ( record.summary(),
+              "Ethernet1: shutdown aborted: enabled after 120 ms; muted lldp, vrrp, greeted lldp" );
+}
+
+TEST( ShutdownRecordTest, TheSummaryNamesWhyNothingWasMuted ) {
+   auto record = delayedShutdown();
+   record.notMuted = "its filter is not attached yet";
+   EXPECT_EQ(
+      record.summary(),
+      "Ethernet1: shutdown by root: 3 frames in 0.2 ms, held 500 ms, not muted: its filter is "
+      "not attached yet, link down, total 501 ms" );
+   EXPECT_EQ( delayedShutdown().mutedText(), "" );
+}
+
 } // namespace
 } // namespace Valend

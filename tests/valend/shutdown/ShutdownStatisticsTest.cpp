@@ -105,5 +105,18 @@ TEST_F( ShutdownStatisticsTest, ResumedAndUnflushedShutdownsAreCounted ) {
    EXPECT_EQ( statistics.unflushed(), 1u );
 }
 
+TEST_F( ShutdownStatisticsTest, FramesHeldBackAndGreetingsAreCountedByProtocol ) {
+   auto down = record( Ending::down );
+   down.muted = { { "lldp", "a", 2, false }, { "vrrp", "b", 5, false } };
+   statistics.add( down );
+   auto aborted = record( Ending::aborted );
+   aborted.muted = { { "vrrp", "b", 1, true }, { "vrrp", "c", 0, true }, { "bfd", "d", 0, false } };
+   statistics.add( aborted );
+   EXPECT_THAT( statistics.heldBack(),
+                ElementsAre( Pair( "bfd", 0u ), Pair( "lldp", 2u ), Pair( "vrrp", 6u ) ) );
+   EXPECT_THAT( statistics.greetings(),
+                ElementsAre( Pair( "bfd", 0u ), Pair( "lldp", 0u ), Pair( "vrrp", 2u ) ) );
+}
+
 } // namespace
 } // namespace Valend

@@ -192,6 +192,27 @@ TEST_F( SpeakerTableTest, ADeviceIsForgottenWithItsSpeakers ) {
    EXPECT_THAT( table.expire( now + seconds( 3 ) ), IsEmpty() );
 }
 
+TEST_F( SpeakerTableTest, KnownSpeakersAreCountedByProtocol ) {
+   EXPECT_TRUE( table.byProtocol().empty() );
+   table.heard( et1, speaker( 1 ), says( "a" ), now );
+   table.heard( et2, speaker( 1 ), says( "a" ), now );
+   table.heard( et2, speaker( 2, EGRESS_VRRP ), says( "b" ), now );
+   EXPECT_EQ( table.byProtocol(),
+              ( std::map< std::string, U64 >{ { "lldp", 2 }, { "vrrp", 1 } } ) );
+   table.heard( et2, speaker( 2, EGRESS_VRRP ), leaves(), now );
+   EXPECT_EQ( table.byProtocol(), ( std::map< std::string, U64 >{ { "lldp", 2 } } ) );
+}
+
+TEST_F( SpeakerTableTest, WhereSpeakersMadeRoomLastIsKnown ) {
+   for ( auto const & place : { et1, et2 } ) {
+      for ( int number = 0; number <= static_cast< int >( SpeakerTable::mostOfAProtocol );
+            ++number ) {
+         table.heard( place, speaker( number ), says( "a" ), now );
+      }
+      EXPECT_EQ( table.counters().at( "lldp" ).crowded, place );
+   }
+}
+
 } // namespace
 
 } // namespace Valend

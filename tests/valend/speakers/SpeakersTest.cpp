@@ -333,5 +333,21 @@ TEST_F( SpeakersTest, ADeviceWithoutAFilterIsAConditionAndIsTriedAgain ) {
    EXPECT_TRUE( wrong.attaching().filtered( et1() ) );
 }
 
+TEST_F( SpeakersTest, WhySpeakersCannotBeMutedIsKnownUntilTheFilterIsThere ) {
+   EXPECT_EQ( speakers->attaching().whyNot( et1() ), "its filter is not attached yet" );
+   attach();
+   EXPECT_EQ( speakers->attaching().whyNot( et1() ), "" );
+}
+
+TEST_F( SpeakersTest, AFloodOfSpeakersRaisesACondition ) {
+   attach();
+   PacketSocket daemon( *near, "et1" );
+   for ( int port = 'A'; port <= 'A' + static_cast< int >( SpeakerTable::mostOfAProtocol );
+         ++port ) {
+      daemon.send( lldp( port ) );
+   }
+   ASSERT_TRUE( turnUntil( [ this ] { return conditions.isRaised( "speakers" ); } ) );
+}
+
 } // namespace
 } // namespace Valend
