@@ -44,9 +44,8 @@ bool SpeakerTable::heard( LinkPlace const & place, Egress::Speaker const & id, H
    if ( heard.leaves ) {
       return left( place, id, heard.part );
    }
-   auto & speakers = devices_[ place ];
-   bool const isNew = findIn( speakers, id ) == speakers.end();
    auto & known = speaker( place, id );
+   bool const isNew = known.parts.empty();
    auto const part = known.parts.find( heard.part );
    if ( part == known.parts.end() && known.parts.size() >= mostParts ) {
       known.parts.erase( std::min_element(
@@ -55,8 +54,8 @@ bool SpeakerTable::heard( LinkPlace const & place, Egress::Speaker const & id, H
    }
    bool const changed = part == known.parts.end() || part->second.heard.goodbye != heard.goodbye;
    known.parts.insert_or_assign( heard.part, Part{ heard, now } );
-   if ( isNew ) {
-      due_.emplace( expiryOf( known ), Due{ place, id } );
+   if ( auto const expiry = expiryOf( known ); isNew || expiry < known.due ) {
+      dueIs( place, known, expiry );
    }
    return changed;
 }
@@ -91,7 +90,8 @@ bool SpeakerTable::left( LinkPlace const & place, Egress::Speaker const & id,
       return false;
    }
    if ( speaker->parts.empty() ) {
-      device->second.erase( speaker ); // its entry in due_ is dropped when it is due
+      dueDel( place, *speaker );
+      device->second.erase( speaker );
    }
    return true;
 }
@@ -104,7 +104,7 @@ SpeakerTable::Speaker & SpeakerTable::speaker( LinkPlace const & place,
       return *known;
    }
    makeRoom( place, id.kind );
-   return speakers.emplace_back( Speaker{ id, {} } );
+   return speakers.emplace_back( Speaker{ id, {}, {} } );
 }
 
 void SpeakerTable::makeRoom( LinkPlace const & place, U16 kind ) {
@@ -124,8 +124,32 @@ void SpeakerTable::makeRoom( LinkPlace const & place, U16 kind ) {
       auto & counters = counters_[ std::string( Egress::protocolOf( oldest->id ) ) ];
       ++counters.madeRoom;
       counters.crowded = place;
+      dueDel( place, *oldest );
       speakers.erase( oldest );
    }
+}
+
+void SpeakerTable::dueIs( LinkPlace const & place, Speaker & speaker, Gantry::Time due ) {
+   dueDel( place, speaker );
+   speaker.due = due;
+   due_.emplace( due, Due{ place, speaker.id } );
+}
+
+void SpeakerTable::dueDel( LinkPlace const & place, Speaker const & speaker ) {
+   auto const [ first, last ] = due_.equal_range( speaker.due );
+   auto const own = std::find_if( first, last, [ & ]( auto const & due ) {
+      return due.second.place == place && due.second.id == speaker.id;
+   } );
+   if ( own != last ) {
+      due_.erase( own );
+   }
+}
+
+void SpeakerTable::forget( LinkPlace const & place ) {
+   for ( auto const & speaker : known( place ) ) {
+      dueDel( place, speaker );
+   }
+   devices_.erase( place );
 }
 
 void SpeakerTable::malformed( Derivation::Malformed const & frame ) {
@@ -135,15 +159,9 @@ void SpeakerTable::malformed( Derivation::Malformed const & frame ) {
 std::vector< LinkPlace > SpeakerTable::expire( Gantry::Time now ) {
    std::vector< LinkPlace > changed;
    while ( !due_.empty() && due_.begin()->first <= now ) {
-      auto due = due_.extract( due_.begin() );
-      auto const device = devices_.find( due.mapped().place );
-      if ( device == devices_.end() ) {
-         continue;
-      }
-      auto const speaker = findIn( device->second, due.mapped().id );
-      if ( speaker == device->second.end() ) {
-         continue;
-      }
+      auto const due = due_.extract( due_.begin() ).mapped();
+      auto const device = devices_.find( due.place );
+      auto const speaker = findIn( device->second, due.id );
       auto const gone = std::erase_if(
          speaker->parts, [ & ]( auto const & part ) { return freshUntil( part.second ) <= now; } );
       if ( gone ) {
@@ -152,8 +170,7 @@ std::vector< LinkPlace > SpeakerTable::expire( Gantry::Time now ) {
       if ( speaker->parts.empty() ) {
          device->second.erase( speaker );
       } else {
-         due.key() = expiryOf( *speaker );
-         due_.insert( std::move( due ) );
+         dueIs( due.place, *speaker, expiryOf( *speaker ) );
       }
    }
    return changed;

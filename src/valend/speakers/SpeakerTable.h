@@ -29,6 +29,7 @@ class SpeakerTable {
    struct Speaker {
       Egress::Speaker id{};
       std::map< std::string, Part > parts; // never empty
+      Gantry::Time due{};                  // when a part of it may expire, at the earliest
       // The part that was heard last.
       Part const & latest() const noexcept;
    };
@@ -57,7 +58,7 @@ class SpeakerTable {
    // When expire() has something to do at the earliest; never, if nothing is known.
    Gantry::Time nextExpiry() const noexcept;
    // The device is gone, or is no longer an interface's.
-   void forget( LinkPlace const & place ) { devices_.erase( place ); }
+   void forget( LinkPlace const & place );
 
    // Those of a device, in the order in which they were first heard.
    Speakers const & known( LinkPlace const & place ) const noexcept;
@@ -78,9 +79,11 @@ class SpeakerTable {
    bool left( LinkPlace const & place, Egress::Speaker const & id, std::string const & part );
    Speaker & speaker( LinkPlace const & place, Egress::Speaker const & id );
    void makeRoom( LinkPlace const & place, U16 kind );
+   void dueIs( LinkPlace const & place, Speaker & speaker, Gantry::Time due );
+   void dueDel( LinkPlace const & place, Speaker const & speaker );
 
    std::map< LinkPlace, Speakers > devices_;
-   std::multimap< Gantry::Time, Due > due_; // one of each speaker: it may be due later than that
+   std::multimap< Gantry::Time, Due > due_; // one of each speaker, at its `due`
    std::map< std::string, Counters > counters_;
 };
 

@@ -132,7 +132,8 @@ void Speakers::expire() {
 
 void Speakers::expireLater() {
    auto const next = table_.nextExpiry();
-   if ( !expiry_.running() && next != Gantry::Time::max() ) {
+   if ( next != Gantry::Time::max() && ( !expiry_.running() || next < expiryAt_ ) ) {
+      expiryAt_ = next;
       expiry_.start( next - loop_.scheduler()->now() );
    }
 }

@@ -59,6 +59,7 @@ class Speakers final : public SpeakerPort, private Attaching::Observer {
    std::optional< Egress::Copies > copies_;              // once a filter was loaded
    std::map< std::pair< U32, U32 >, LinkPlace > places_; // that have filters, by filter and index
    Gantry::Timer expiry_;
+   Gantry::Time expiryAt_{}; // while it is running
    Overload overload_;
    Attaching attaching_;
 };

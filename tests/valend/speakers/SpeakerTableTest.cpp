@@ -108,6 +108,28 @@ TEST_F( SpeakerTableTest, ASpeakerThatCameBackIsDueWithItsNewFrame ) {
    EXPECT_THAT( table.expire( now + seconds( 5 ) ), ElementsAre( et1 ) );
 }
 
+TEST_F( SpeakerTableTest, ASpeakerThatIsGoneIsNotDue ) {
+   table.heard( et1, speaker( 1 ), says( "a", seconds( 3 ) ), now );
+   table.heard( et1, speaker( 1 ), leaves(), now );
+   EXPECT_EQ( table.nextExpiry(), Gantry::Time::max() ) << "it left";
+   table.heard( et1, speaker( 1 ), says( "a", seconds( 3 ) ), now );
+   table.forget( et1 );
+   EXPECT_EQ( table.nextExpiry(), Gantry::Time::max() ) << "its device is gone";
+   for ( U8 number = 0; number <= SpeakerTable::mostOfAProtocol; ++number ) {
+      table.heard( et1, speaker( number ), says( "a", seconds( 3 + number ) ),
+                   now + milliseconds( number ) );
+   }
+   EXPECT_GT( table.nextExpiry(), now + seconds( 4 ) ) << "it made room";
+}
+
+TEST_F( SpeakerTableTest, AShorterHoldTimeCountsAtOnce ) {
+   table.heard( et1, speaker( 1 ), says( "a", seconds( 120 ) ), now );
+   table.heard( et1, speaker( 1 ), says( "a", seconds( 3 ) ), now );
+   EXPECT_EQ( table.nextExpiry(), now + seconds( 3 ) );
+   EXPECT_THAT( table.expire( now + seconds( 3 ) ), ElementsAre( et1 ) );
+   EXPECT_EQ( table.nextExpiry(), Gantry::Time::max() );
+}
+
 TEST_F( SpeakerTableTest, PartsAreFreshEachForItself ) {
    table.heard( et1, speaker( 1 ), says( "a", seconds( 9 ), "1" ), now );
    table.heard( et1, speaker( 1 ), says( "b", seconds( 9 ), "2" ), now + seconds( 5 ) );

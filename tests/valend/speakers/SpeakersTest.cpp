@@ -130,6 +130,17 @@ TEST_F( SpeakersTest, WhatASpeakerSaysIsKnownUntilItLeaves ) {
    EXPECT_THAT( known(), ElementsAre( HasSubstr( "p2" ) ) );
 }
 
+TEST_F( SpeakersTest, ASpeakerIsForgottenInTimeBesideOneThatHoldsLonger ) {
+   attach();
+   PacketSocket daemon( *near, "et1" );
+   daemon.send( lldp( '1', 120 ) );
+   hears( 1 );
+   daemon.send( lldp( '2', 1 ) );
+   hears( 2 );
+   hears( 1 );
+   EXPECT_THAT( known(), ElementsAre( HasSubstr( "p1" ) ) );
+}
+
 TEST_F( SpeakersTest, AMutedSpeakerIsSilentAndGreetsWithWhatItSaidLast ) {
    attach();
    PacketSocket daemon( *near, "et1" );
