@@ -10,7 +10,7 @@ namespace Valenctl {
 using Json = nlohmann::json;
 
 // The fields `protocol`, `speaker`, `says`, `goodbye` (whether it is one), `derived` (the goodbye that valend would derive
-// from it, in hexadecimal), `change` (what that changes), `notDerived` (why there is none) and `malformed` (the reason).
+// from it, in hexadecimal), `change` (what that changes), `notDerived` (why it cannot) and `malformed` (the reason).
 // What does not apply is null; all of a frame whose protocol valend does not know.
 Json saidJson( std::string_view frame );
 

@@ -93,7 +93,7 @@ TEST_F( MetricsTest, SpeakersAndTheirFramesAreCountedByProtocol ) {
            "counter valen_speaker_frames_lost_total [('reason', 'full')] 11.0\n",
            "counter valen_speaker_frames_lost_total [('reason', 'too-long')] 12.0\n",
            "counter valen_speaker_frames_lost_total [('reason', 'limited')] 13.0\n",
-           "counter valen_speaker_frames_held_back_total [('protocol', 'a')] 4.0\n",
+           "counter valen_speaker_frames_held_back_total [('protocol', 'c')] 4.0\n",
            "counter valen_greetings_total [('protocol', 'c')] 1.0\n" } ) {
       EXPECT_THAT( samples, HasSubstr( line ) );
    }

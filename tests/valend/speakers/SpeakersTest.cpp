@@ -89,11 +89,13 @@ class SpeakersTest : public Valen::Test::NetworkTest {
          << speakers->attaching().whyNot( et1() );
    }
    bool filtered() const { return speakers->attaching().filtered( et1() ).has_value(); }
-   // What is known, as the ports of the speakers.
+   // What is known, as the ports of the speakers. The kernel itself may speak other protocols.
    std::vector< std::string > known() const {
       std::vector< std::string > ports;
       for ( auto const & speaker : speakers->table().known( et1() ) ) {
-         ports.push_back( speaker.latest().heard.speaker );
+         if ( speaker.id.kind == EGRESS_LLDP ) {
+            ports.push_back( speaker.latest().heard.speaker );
+         }
       }
       return ports;
    }
