@@ -93,6 +93,7 @@ class RouterAdvertisement(Scenario):
 class Ospf(BirdPair):
     title = "OSPF"
     remark = "a new adjacency: hello, then the exchange"
+    greeting_heals = False
     protocols = {"ospf"}
     between = "BIRD -> BIRD"
     both = """protocol ospf v2 {
@@ -114,6 +115,7 @@ class OspfV3(Ospf):
 
 class Bfd(BirdPair):
     title = "BFD, 300 ms"
+    greeting_heals = False
     protocols = {"bfd"}
     between = "BIRD -> BIRD"
     # A multiplier that a busy machine does not exceed.

@@ -101,6 +101,7 @@ class Pim(FrrPair):
 class Ospf(FrrPair):
     title = "OSPF"
     remark = "a new adjacency: hello, then the exchange"
+    greeting_heals = False
     protocols = {"ospf"}
     daemon = "ospfd"
     both = """interface {device}
@@ -120,6 +121,7 @@ router ospf
 class Ospf6(FrrPair):
     title = "OSPF version 3"
     remark = "a new adjacency: hello, then the exchange"
+    greeting_heals = False
     protocols = {"ospfv3"}
     daemon = "ospf6d"
     both = """interface {device}
@@ -209,6 +211,7 @@ router isis test
 
 class Bfd(FrrPair):
     title = "BFD, 300 ms"
+    greeting_heals = False
     protocols = {"bfd"}
     daemon = "bfdd"
     # A multiplier that a busy machine does not exceed.

@@ -11,6 +11,8 @@ AWAY_POLL = 0.02
 
 # When the link goes down, in milliseconds from the end of the delay. A busy machine is late.
 EARLIEST, LATEST = -50, 3000
+# How long a greeting may take to bring a neighbor back, in milliseconds.
+GREETING = 400
 
 
 class Figures:
@@ -90,6 +92,12 @@ class Rounds:
         self.figures.back.append(milliseconds_since(aborted))
         self._expect_record("aborted", greeted=True)
         expect(network.near_link_is_up(), "the link is down after an abort")
+
+    def expect_greetings(self):
+        """After most aborts, the neighbor was back before the next frame of a daemon that says hello once a second."""
+        median = statistics.median(self.figures.back)
+        if median > GREETING:
+            self.figures.problem(f"the neighbor was back {median:.0f} ms after an abort: too late for a greeting")
 
     def _begin(self):
         self.figures.rounds += 1

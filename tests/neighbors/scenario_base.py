@@ -12,6 +12,8 @@ class Scenario:
     config = ""
     # Whether the bridge listens to group memberships, and asks for them.
     snooping = False
+    # Whether the greeting alone brings the neighbor back after an abort.
+    greeting_heals = True
     # How many seconds the neighbor may take until it believes.
     longest = 60.0
 
@@ -28,3 +30,5 @@ class Scenario:
         for _ in range(rounds.count):
             rounds.shutdown()
             rounds.abort()
+        if self.greeting_heals:
+            rounds.expect_greetings()
