@@ -106,6 +106,9 @@ static __always_inline int may_be_control( __be16 type, __u8 * ip, void * end ) 
       if ( ip[ 9 ] == 17 && ip[ 0 ] == 0x45 ) { /* with options, the port is further on */
          return control_port( bpf_ntohs( *(__be16 *)( ip + 22 ) ) );
       }
+      if ( ip[ 9 ] == 51 ) { /* the authentication header of VRRP version 2 */
+         return ip[ 16 ] == 224;
+      }
       return ip[ 9 ] == 17 || control_protocol( ip[ 9 ] );
    }
    if ( type == bpf_htons( 0x86dd ) ) {

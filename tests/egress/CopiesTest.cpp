@@ -68,6 +68,7 @@ std::vector< std::pair< std::string, std::string > > framesOfProtocols() {
       { "ospf", ipv4( 89, hello( 2 ) ) },
       { "pim", ipv4( 103, "" ) },
       { "vrrp", ipv4( 112, "" ) },
+      { "vrrp", ipv4( 51, bytes( { 112, 4 } ) + std::string( 22, '\1' ) + bytes( { 0x21, 7 } ) ) },
       { "rip", ipv4( 17, udp( 520 ) ) },
       { "hsrp", ipv4( 17, udp( 1985 ) ) },
       { "hsrp", ipv4( 17, udp( 2029 ) ) },

@@ -11,7 +11,7 @@ from rounds import AWAY_POLL
 from scenario_base import Scenario
 from waiting import expect, wait_until
 
-# So that the interface is ready, and its shutdown is delayed: a frame that nobody understands.
+# So that the interface is ready, and its shutdown is delayed: a frame that no neighbor understands.
 OTHER_AGENT = """agents: [{name: test, messages: {wan0: ["0180c200000e 020000000001 88b5 00"]}}]
 """
 
@@ -29,6 +29,8 @@ class Authenticated(Scenario):
         wait_until("the interface is ready", lambda: daemon.interface()["ready"])
         time.sleep(HELLOS)
         expect(not daemon.learned() & self.protocols, f"learned: {daemon.learned()}")
+        reasons = [speaker["notLearned"] for speaker in daemon.speakers() if speaker["protocol"] in self.protocols]
+        expect(reasons and all("authenticat" in (reason or "") for reason in reasons), f"reasons: {reasons}")
         for _ in range(rounds.count):
             self.hold(rounds)
 

@@ -51,6 +51,10 @@ class Daemon:
         """The protocols whose goodbyes are queued."""
         return {frames["agent"].removeprefix("learned-") for frames in self.interface()["frames"] if frames["count"]}
 
+    def speakers(self):
+        """What is heard on the device."""
+        return self.client.call("Explain", interface=INTERFACE)["speakers"]
+
     def shutdown(self, delay):
         """Returns when the goodbyes were sent."""
         return self.client.shutdown(INTERFACE, delayMs=round(delay * 1000))
