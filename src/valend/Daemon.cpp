@@ -112,7 +112,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       metricsFile_.touch();
    } );
    links_.seenIs( [ this ]( auto const & place, auto seen ) {
-      speakers_.attaching().deviceSeen( place );
+      speakers_.attaching().deviceSeen( place, seen );
       controller_.linkSeen( place, seen );
    } );
    endpoints_.markIs( EGRESS_OWN_MARK );

@@ -119,9 +119,12 @@ bool Attaching::dropOlder( U64 generation ) {
    return true;
 }
 
-void Attaching::deviceSeen( LinkPlace const & place ) {
+void Attaching::deviceSeen( LinkPlace const & place, LinkSeen seen ) {
    if ( places_.contains( place ) ) {
       seen_.insert( place );
+      if ( seen == LinkSeen::gone ) {
+         gone_.insert( place );
+      }
       lookSoon();
    }
 }
@@ -164,7 +167,8 @@ void Attaching::look() {
 void Attaching::lookAt( LinkPlace const & place ) {
    auto const known = devices_.find( place );
    U32 const ifIndex = places_.contains( place ) ? ifIndexOf_( place ) : 0;
-   if ( known != devices_.end() && known->second.ifIndex == ifIndex ) {
+   bool const wasGone = gone_.erase( place ) != 0;
+   if ( known != devices_.end() && known->second.ifIndex == ifIndex && !wasGone ) {
       return;
    }
    if ( known != devices_.end() ) {
@@ -238,6 +242,7 @@ void Attaching::attachMissing() {
 void Attaching::attached( Batch & batch ) {
    if ( batch.maps ) {
       observer_.loaded( std::move( *batch.maps ) );
+      mapsLoaded_ = true;
    } else if ( batch.wantsMaps ) {
       mapsAsked_ = false;
    }
@@ -249,9 +254,10 @@ void Attaching::attached( Batch & batch ) {
            device->second.state != State::asked ) {
          continue;
       }
+      bool const done = one.why.empty() && mapsLoaded_;
       device->second.why = one.why;
-      stateIs( device, one.why.empty() ? State::filtered : State::failed );
-      if ( one.why.empty() ) {
+      stateIs( device, done ? State::filtered : State::failed );
+      if ( done ) {
          observer_.attached( one.place, { batch.number, one.ifIndex } );
       }
    }
@@ -289,7 +295,7 @@ void Attaching::tell() {
       return condition_.clear();
    }
    condition_.raise( "the goodbyes of " + Settings::counted( failed_.size(), "interface" ) +
-                     " will not last: " + devices_.at( *failed_.begin() ).why );
+                     " will not last: " + whyNot( *failed_.begin() ) );
    if ( !again_.running() ) {
       again_.start( pause_.take() );
    }

@@ -62,8 +62,8 @@ class Attaching {
    void placeIs( LinkPlace const & place, U64 generation );
    // Drops places that no configuration since this generation has. Returns whether there are more of them to look for.
    bool dropOlder( U64 generation );
-   // The device at the place may have appeared, changed or gone. May be called inside a notification.
-   void deviceSeen( LinkPlace const & place );
+   // What the kernel reports of the device at the place. May be called inside a notification.
+   void deviceSeen( LinkPlace const & place, LinkSeen seen );
    // The namespace was deleted, or replaced under the same name: what was attached in it is gone.
    void namespaceChanged( std::string const & netNs );
 
@@ -107,6 +107,7 @@ class Attaching {
    std::map< LinkPlace, U64 > places_; // with their generation
    LinkPlace lookedFor_;               // by dropOlder()
    std::set< LinkPlace > seen_;        // to look at
+   std::set< LinkPlace > gone_; // of these: the device was gone meanwhile, and its filter with it
    bool lookPosted_ = false;
    Devices devices_;                        // that exist, of the places
    std::set< LinkPlace > missing_, failed_; // those in these states
@@ -114,6 +115,7 @@ class Attaching {
    std::map< std::string, U32 > numbers_; // of the namespaces
    U32 lastNumber_ = 0;
    bool mapsAsked_ = false;
+   bool mapsLoaded_ = false;
    std::shared_ptr< Egress::Filters > const filters_; // the thread's alone
    Gantry::PostedWork posted_;
    Gantry::Backoff pause_;

@@ -42,9 +42,9 @@ TEST( MessagesTextTest, FramesAreCountedInBytes ) {
 }
 
 TEST( MessagesTextTest, WhatFramesSayFollowsTheTable ) {
-   char const * const leaving =
+   char const * const lldpGoodbye =
       "0180c200000e02000000000188cc02070402000000000104050565746831060200000000";
-   char const * const unknown = "ffffffffffff02000000000188b5676f6f64627965";
+   char const * const otherFrame = "ffffffffffff02000000000188b5676f6f64627965";
    Json const learned{ { { "frame", 2 },
                          { "speaker", "virtual router 7 (IPv4)" },
                          { "change", "priority 100 -> 0" },
@@ -52,12 +52,12 @@ TEST( MessagesTextTest, WhatFramesSayFollowsTheTable ) {
                          { "freshMs", 117'300 } } };
    Json const messages{ { { "agent", "mine" },
                           { "interface", "Ethernet1" },
-                          { "frames", { unknown, leaving } },
+                          { "frames", { otherFrame, lldpGoodbye } },
                           { "lifetime", "configuration" },
                           { "learned", Json::array() } },
                         { { "agent", "learned-vrrp" },
                           { "interface", "Ethernet2" },
-                          { "frames", { unknown, leaving } },
+                          { "frames", { otherFrame, lldpGoodbye } },
                           { "lifetime", "learned" },
                           { "learned", learned } } };
    EXPECT_EQ(

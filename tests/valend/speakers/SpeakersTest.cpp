@@ -249,11 +249,23 @@ TEST_F( SpeakersTest, ADeviceThatIsRecreatedGetsAFilterAgain ) {
    attach();
    auto const before = near->index( "et1" );
    near->ip( "link del et1" );
-   speakers->attaching().deviceSeen( et1() );
+   speakers->attaching().deviceSeen( et1(), LinkSeen::gone );
    ASSERT_TRUE( turnUntil( [ this ] { return !filtered(); } ) );
    near->veth( "et1", *far, "far1" );
    ASSERT_NE( near->index( "et1" ), before );
-   speakers->attaching().deviceSeen( et1() );
+   speakers->attaching().deviceSeen( et1(), LinkSeen::up );
+   ASSERT_TRUE( turnUntil( [ this ] { return filtered(); } ) );
+   PacketSocket( *near, "et1" ).send( lldp( '1' ) );
+   hears( 1 );
+}
+
+TEST_F( SpeakersTest, ADeviceThatWasGoneInBetweenGetsAFilterAgain ) {
+   attach();
+   changed.clear();
+   speakers->attaching().deviceSeen( et1(), LinkSeen::gone );
+   speakers->attaching().deviceSeen( et1(), LinkSeen::up );
+   ASSERT_TRUE( turnUntil( [ this ] { return !changed.empty(); } ) )
+      << "what was known is forgotten";
    ASSERT_TRUE( turnUntil( [ this ] { return filtered(); } ) );
    PacketSocket( *near, "et1" ).send( lldp( '1' ) );
    hears( 1 );
@@ -265,7 +277,7 @@ TEST_F( SpeakersTest, ADeviceThatMovesToAnotherNamespaceIsHeardThere ) {
    mute( { lldp( '1', 0 ) } );
    near->ip( "link set et1 netns " + elsewhere.text() );
    elsewhere.ip( "link set et1 up" );
-   speakers->attaching().deviceSeen( et1() );
+   speakers->attaching().deviceSeen( et1(), LinkSeen::gone );
    ASSERT_TRUE( turnUntil( [ this ] { return !filtered(); } ) );
    settle();
    PacketSocket neighbor( *far, "far1" );
@@ -330,7 +342,7 @@ TEST_F( SpeakersTest, ADeviceWithoutAFilterIsAConditionAndIsTriedAgain ) {
    EXPECT_THAT( wrong.mute( et1(), { goodbye }, 1s ), HasSubstr( "No such device" ) );
    EXPECT_THAT( wrong.unmute( et1(), true ), IsEmpty() );
    ifIndex = near->index( "et1" );
-   wrong.attaching().deviceSeen( et1() );
+   wrong.attaching().deviceSeen( et1(), LinkSeen::up );
    ASSERT_TRUE( turnUntil( [ & ] { return !conditions.isRaised( "mute" ); } ) );
    EXPECT_TRUE( wrong.attaching().filtered( et1() ) );
 }
