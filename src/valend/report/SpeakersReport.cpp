@@ -1,5 +1,6 @@
 #include "valend/report/SpeakersReport.h"
 
+#include "valend/report/OrNull.h"
 #include <algorithm>
 #include <map>
 
@@ -8,10 +9,6 @@ namespace Valend {
 namespace {
 
 using Json = nlohmann::json;
-
-Json orNull( std::string const & text ) {
-   return text.empty() ? Json() : Json( text );
-}
 
 S64 inMs( std::chrono::nanoseconds duration ) {
    return std::max< S64 >( 0, std::chrono::floor< std::chrono::milliseconds >( duration ).count() );

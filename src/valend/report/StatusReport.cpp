@@ -1,6 +1,7 @@
 #include "valend/report/StatusReport.h"
 
 #include "settings/Hex.h"
+#include "valend/report/OrNull.h"
 #include "valend/shutdown/ShutdownJson.h"
 
 namespace Valend {
@@ -8,10 +9,6 @@ namespace Valend {
 namespace {
 
 constexpr std::size_t ethernetHeader = 14;
-
-Json orNull( std::string const & text ) {
-   return text.empty() ? Json() : Json( text );
-}
 
 Json framesJson( Settings::Frames const & frames ) {
    auto texts = Json::array();

@@ -14,7 +14,7 @@ namespace {
 
 // A change of one group comes in several reports.
 constexpr std::chrono::milliseconds pause{ 200 };
-constexpr std::chrono::milliseconds endTimeout{ 500 };
+constexpr std::chrono::milliseconds readTimeout{ 500 };
 
 std::vector< Heard > saidOf( Valen::Linux::MulticastGroups const & found ) {
    if ( found.mac.empty() ) {
@@ -35,7 +35,7 @@ Memberships::Memberships( Valen::Linux::EventLoop & loop,
                           Valen::Linux::NetNsDirectories directories, Read read )
     : directories_( std::move( directories ) ), read_( std::move( read ) ),
       timer_( loop.scheduler(), "memberships", [ this ] { readAll(); } ),
-      worker_( loop, "valen-groups", endTimeout ) {}
+      worker_( loop, "valen-groups", readTimeout ) {}
 
 void Memberships::changed( LinkPlace const & place, U32 ifIndex ) {
    changed_[ place ] = ifIndex;
