@@ -1,6 +1,7 @@
 #include "valend/report/SpeakersReport.h"
 
 #include "valend/report/OrNull.h"
+
 #include <algorithm>
 #include <map>
 
