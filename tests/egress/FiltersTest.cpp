@@ -14,27 +14,32 @@ using Valen::Linux::NetNs;
 
 class FiltersTest : public ::testing::TestWithParam< Hook > {
  protected:
-   FiltersTest() {
+   void SetUp() override {
+      if ( Valen::Test::inUserNamespace() ) {
+         GTEST_SKIP() << Valen::Test::filtersNeedRoot;
+      }
+      filters_.emplace( GetParam() );
+      mutes_.emplace( filters_->mutes() );
       near_.veth( "et1", far_, "far1" );
       attach();
    }
 
    void attach() {
-      EXPECT_EQ( filters_.attach( number_, netNs(), near_.index( "et1" ) ), GetParam() );
+      EXPECT_EQ( filters_->attach( number_, netNs(), near_.index( "et1" ) ), GetParam() );
    }
    NetNs netNs() const { return NetNsDirectories().open( near_.name() ); }
    Speaker speaker( std::string const & frame ) const {
       return speakerOf( frame, number_, near_.index( "et1" ) ).value();
    }
    void mute( std::string const & frame, std::chrono::milliseconds time = 1min ) {
-      mutes_.mute( speaker( frame ), std::chrono::steady_clock::now() + time );
+      mutes_->mute( speaker( frame ), std::chrono::steady_clock::now() + time );
    }
 
    static constexpr U32 number_ = 7;
    TestNetNs const near_;
    TestNetNs const far_;
-   Filters filters_{ GetParam() };
-   Mutes mutes_{ filters_.mutes() };
+   std::optional< Filters > filters_;
+   std::optional< Mutes > mutes_;
 };
 
 TEST_P( FiltersTest, OnlyTheMutedSpeakerIsSilent ) {
@@ -68,8 +73,8 @@ TEST_P( FiltersTest, AnUnmutedSpeakerIsHeardAndItsFramesWereCounted ) {
    EXPECT_TRUE( daemon.send( lldp( 1, 11 ) ) );
    EXPECT_TRUE( daemon.send( lldp( 1, 12 ) ) );
 
-   EXPECT_EQ( mutes_.unmute( speaker( lldp( 1 ) ) ), 2 );
-   EXPECT_EQ( mutes_.unmute( speaker( lldp( 1 ) ) ), 0 );
+   EXPECT_EQ( mutes_->unmute( speaker( lldp( 1 ) ) ), 2 );
+   EXPECT_EQ( mutes_->unmute( speaker( lldp( 1 ) ) ), 0 );
 
    EXPECT_TRUE( daemon.send( lldp( 1, 13 ) ) );
    EXPECT_EQ( neighbor.heardUntil( lldp( 1, 13 ) ), std::vector{ lldp( 1, 13 ) } );
@@ -79,7 +84,7 @@ TEST_P( FiltersTest, AMuteOpensByItselfAtItsEnd ) {
    PacketSocket daemon( near_, "et1" );
    PacketSocket neighbor( far_, "far1" );
    auto const end = std::chrono::steady_clock::now() + 300ms;
-   mutes_.mute( speaker( lldp( 1 ) ), end );
+   mutes_->mute( speaker( lldp( 1 ) ), end );
    EXPECT_TRUE( daemon.send( lldp( 1, 11 ) ) );
 
    std::this_thread::sleep_until( end );
@@ -92,7 +97,7 @@ TEST_P( FiltersTest, ATaggedSpeakerIsAnother ) {
    near_.veth( "et2", far_, "far2" );
    Tagging const tagging( near_, "et2", 10 );
    auto const index = near_.index( "et2" );
-   filters_.attach( number_, netNs(), index );
+   filters_->attach( number_, netNs(), index );
    PacketSocket untagged( near_, "et2" );
    PacketSocket tagged( near_, "et2" );
    tagged.markIs( Tagging::mark );
@@ -100,8 +105,8 @@ TEST_P( FiltersTest, ATaggedSpeakerIsAnother ) {
    auto goodbye = lldp( 1, 0 );
    goodbye.insert( 12, bytes( { 0x81, 0, 0, 10 } ) );
 
-   mutes_.mute( speakerOf( goodbye, number_, index ).value(),
-                std::chrono::steady_clock::now() + 1min );
+   mutes_->mute( speakerOf( goodbye, number_, index ).value(),
+                 std::chrono::steady_clock::now() + 1min );
 
    EXPECT_TRUE( tagged.send( lldp( 1, 11 ) ) );
    EXPECT_TRUE( tagged.send( lldp( 2, 12 ) ) );
@@ -115,8 +120,8 @@ TEST_P( FiltersTest, AFilterThatIsDetachedDropsNothing ) {
    PacketSocket neighbor( far_, "far1" );
    mute( lldp( 1 ) );
 
-   filters_.detach( number_, netNs(), near_.index( "et1" ) );
-   filters_.detach( number_, netNs(), near_.index( "et1" ) );
+   filters_->detach( number_, netNs(), near_.index( "et1" ) );
+   filters_->detach( number_, netNs(), near_.index( "et1" ) );
 
    EXPECT_TRUE( daemon.send( lldp( 1 ) ) );
    neighbor.heardUntil( lldp( 1 ) );
@@ -134,7 +139,7 @@ TEST_P( FiltersTest, NamespacesAreToldApart ) {
    other.ip( "link add et1 index " + index + " type veth peer name far1 netns " + otherFar.text() );
    otherFar.ip( "link set far1 up" );
    other.ip( "link set et1 up" );
-   filters_.attach( number_ + 1, NetNsDirectories().open( other.name() ), near_.index( "et1" ) );
+   filters_->attach( number_ + 1, NetNsDirectories().open( other.name() ), near_.index( "et1" ) );
    PacketSocket daemon( other, "et1" );
    PacketSocket neighbor( otherFar, "far1" );
 
@@ -146,7 +151,7 @@ TEST_P( FiltersTest, NamespacesAreToldApart ) {
 
 TEST_P( FiltersTest, ADeviceThatDoesNotExistIsSaid ) {
    try {
-      filters_.attach( number_, netNs(), 12345 );
+      filters_->attach( number_, netNs(), 12345 );
       ADD_FAILURE() << "attached";
    } catch ( Quill::ErrnoException const & error ) {
       EXPECT_EQ( error.number(), ENODEV ) << error.text();
@@ -161,6 +166,9 @@ INSTANTIATE_TEST_SUITE_P( Hooks, FiltersTest, ::testing::Values( Hook::tcx, Hook
                           } );
 
 TEST( FiltersLeftTest, WhatAPreviousProcessLeftIsRemoved ) {
+   if ( Valen::Test::inUserNamespace() ) {
+      GTEST_SKIP() << Valen::Test::filtersNeedRoot;
+   }
    TestNetNs const near;
    TestNetNs const far;
    near.veth( "et1", far, "far1" );

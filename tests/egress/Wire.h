@@ -2,6 +2,7 @@
 #pragma once
 
 #include "tests/linux/TestNetwork.h"
+#include "tests/linux/UserNamespace.h"
 
 #include <array>
 #include <bpf/bpf.h>

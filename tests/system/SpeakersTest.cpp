@@ -1,5 +1,6 @@
 // A daemon that speaks LLDP beside valend: what the commands say of the goodbye that is learned from it, and of the
 // shutdown that mutes it.
+#include "tests/linux/UserNamespace.h"
 #include "tests/system/RunningDaemon.h"
 
 #include <gmock/gmock.h>
@@ -37,6 +38,13 @@ class Speaker {
 
 class SpeakersTest : public RunningDaemonTest {
  protected:
+   void SetUp() override {
+      if ( inUserNamespace() ) {
+         GTEST_SKIP() << filtersNeedRoot;
+      }
+      RunningDaemonTest::SetUp();
+   }
+
    static constexpr char const * alive =
       "0180c200000e02000000000188cc02070402000000000104050565746831060200780000";
    static constexpr char const * leaving =

@@ -2,6 +2,7 @@
 #include "valend/speakers/Speakers.h"
 
 #include "tests/linux/TestNetwork.h"
+#include "tests/linux/UserNamespace.h"
 
 #include <gmock/gmock.h>
 
@@ -66,6 +67,9 @@ class PacketSocket {
 class SpeakersTest : public Valen::Test::NetworkTest {
  protected:
    void SetUp() override {
+      if ( Valen::Test::inUserNamespace() ) {
+         GTEST_SKIP() << Valen::Test::filtersNeedRoot;
+      }
       NetworkTest::SetUp();
       if ( IsSkipped() ) {
          return;
