@@ -53,7 +53,8 @@ TEST( FrameWordsTest, TheDerivedGoodbyeIsInTheJson ) {
    EXPECT_EQ( said( leaving )[ "derived" ], nullptr );
    EXPECT_EQ( said( cutOff )[ "malformed" ], "it ends too early" );
    EXPECT_EQ( said( cutOff )[ "protocol" ], "lldp" );
-   for ( auto const & [ name, field ] : said( unknown ).items() ) {
+   auto const nothing = said( unknown );
+   for ( auto const & [ name, field ] : nothing.items() ) {
       EXPECT_TRUE( field.is_null() ) << name;
    }
 }
