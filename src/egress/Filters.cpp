@@ -105,7 +105,7 @@ void Filters::Unload::operator()( valen_filter * filter ) const noexcept {
    valen_filter::destroy( filter );
 }
 
-Filters::Filters( Hook best ) : hook_( best ) {
+Filters::Filters( Hook best, std::size_t mostByTcx ) : hook_( best ), mostByTcx_( mostByTcx ) {
    ::libbpf_set_print( keepComplaint );
 }
 
@@ -175,10 +175,11 @@ Hook Filters::attach( U32 number, NetNs const & netNs, U32 ifIndex ) {
 
 Filters::Attached Filters::attachTo( int program, U32 ifIndex ) {
    complaint.clear();
-   if ( hook_ == Hook::tcx ) {
+   if ( hook_ == Hook::tcx && byTcx_ < mostByTcx_ ) {
       int const link =
          ::bpf_link_create( program, static_cast< int >( ifIndex ), tcxEgress, nullptr );
       if ( link >= 0 ) {
+         ++byTcx_;
          return { Hook::tcx, Fd( link ) };
       }
       if ( errno != EINVAL ) {
@@ -200,13 +201,30 @@ void Filters::detach( U32 number, NetNs const & netNs, U32 ifIndex ) {
    if ( known->second.hook == Hook::clsact ) {
       removeLeft( netNs, ifIndex );
    }
-   in->second.devices.erase( known );
+   erase( in->second, known );
 }
 
 void Filters::forget( U32 number, U32 ifIndex ) {
    if ( auto const in = namespaces_.find( number ); in != namespaces_.end() ) {
-      in->second.devices.erase( ifIndex );
+      if ( auto const device = in->second.devices.find( ifIndex );
+           device != in->second.devices.end() ) {
+         erase( in->second, device );
+      }
    }
+}
+
+void Filters::forget( U32 number ) {
+   if ( auto const in = namespaces_.find( number ); in != namespaces_.end() ) {
+      while ( !in->second.devices.empty() ) {
+         erase( in->second, in->second.devices.begin() );
+      }
+      namespaces_.erase( in );
+   }
+}
+
+void Filters::erase( Namespace & in, std::map< U32, Attached >::iterator device ) {
+   byTcx_ -= device->second.hook == Hook::tcx;
+   in.devices.erase( device );
 }
 
 void Filters::removeLeft( NetNs const & netNs, U32 ifIndex ) {

@@ -18,6 +18,9 @@ namespace Egress {
 
 // How a filter is attached: tcx since Linux 6.6; before, as a filter of the qdisc clsact. That is made if the
 // device has none, and stays, since frames are lost while it is made or removed.
+//
+// To attach or detach a filter by tcx, the kernel waits for a grace period of RCU, some 15 ms, in which no link can be
+// changed; and it detaches those of a process that ends before the next one can begin. So tcx is for few devices.
 enum class Hook : U8 { tcx, clsact };
 
 // The maps that Copies needs.
@@ -30,7 +33,8 @@ struct CopyMaps {
 class Filters {
  public:
    // The program is loaded for the first device. With `clsact`, tcx is not tried.
-   explicit Filters( Hook best = Hook::tcx );
+   //   mostByTcx   devices; others get their filter by clsact
+   explicit Filters( Hook best = Hook::tcx, std::size_t mostByTcx = 32 );
    ~Filters(); // detaches all filters, the process's own namespace being entered
    Filters( Filters const & ) = delete;
    Filters & operator=( Filters const & ) = delete;
@@ -52,7 +56,7 @@ class Filters {
    // The same for a device whose namespace is gone: it was destroyed, or is in another one.
    void forget( U32 number, U32 ifIndex );
    // The namespace is gone, and its devices with it.
-   void forget( U32 number ) { namespaces_.erase( number ); }
+   void forget( U32 number );
 
    // Removes what a previous process left on the device, if anything.
    static void removeLeft( Valen::Linux::NetNs const & netNs, U32 ifIndex );
@@ -79,8 +83,11 @@ class Filters {
    Valen::Linux::Fd map( std::size_t which );
    Namespace & namespaceOf( U32 number );
    Attached attachTo( int program, U32 ifIndex );
+   void erase( Namespace & in, std::map< U32, Attached >::iterator device );
 
    Hook hook_;
+   std::size_t const mostByTcx_;
+   std::size_t byTcx_ = 0;
    std::array< Valen::Linux::Fd, commonMaps > maps_; // empty until the first program is loaded
    std::map< U32, Namespace > namespaces_;
 };

@@ -165,6 +165,24 @@ INSTANTIATE_TEST_SUITE_P( Hooks, FiltersTest, ::testing::Values( Hook::tcx, Hook
                              return hook.param == Hook::tcx ? "Tcx" : "Clsact";
                           } );
 
+TEST( FiltersManyTest, FewDevicesHaveTheirFilterByTcx ) {
+   if ( Valen::Test::inUserNamespace() ) {
+      GTEST_SKIP() << Valen::Test::filtersNeedRoot;
+   }
+   TestNetNs const near;
+   for ( auto const * const name : { "d1", "d2", "d3" } ) {
+      near.ip( std::string( "link add " ) + name + " type dummy" );
+   }
+   auto const netNs = NetNsDirectories().open( near.name() );
+   Filters filters( Hook::tcx, 1 );
+   EXPECT_EQ( filters.attach( 1, netNs, near.index( "d1" ) ), Hook::tcx );
+   EXPECT_EQ( filters.attach( 1, netNs, near.index( "d2" ) ), Hook::clsact );
+   filters.detach( 1, netNs, near.index( "d1" ) );
+   EXPECT_EQ( filters.attach( 1, netNs, near.index( "d3" ) ), Hook::tcx );
+   filters.forget( 1 );
+   EXPECT_EQ( filters.attach( 2, netNs, near.index( "d1" ) ), Hook::tcx );
+}
+
 TEST( FiltersLeftTest, WhatAPreviousProcessLeftIsRemoved ) {
    if ( Valen::Test::inUserNamespace() ) {
       GTEST_SKIP() << Valen::Test::filtersNeedRoot;
