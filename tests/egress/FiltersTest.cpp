@@ -170,8 +170,9 @@ TEST( FiltersManyTest, FewDevicesHaveTheirFilterByTcx ) {
       GTEST_SKIP() << Valen::Test::filtersNeedRoot;
    }
    TestNetNs const near;
-   for ( auto const * const name : { "d1", "d2", "d3" } ) {
-      near.ip( std::string( "link add " ) + name + " type dummy" );
+   TestNetNs const far;
+   for ( std::string const name : { "d1", "d2", "d3" } ) {
+      near.veth( name, far, "far-" + name );
    }
    auto const netNs = NetNsDirectories().open( near.name() );
    Filters filters( Hook::tcx, 1 );
