@@ -37,7 +37,7 @@ TEST_F( NamespaceTest, TheAdviceFollowsWhatIsThere ) {
    auto const plain = file() + " is not a network namespace; remove the file, or mount";
    auto const directory = file() + " is a directory, not a network namespace; remove the directory";
 
-   run( "umount " + file() ); // leaves the empty file
+   run( "umount --lazy " + file() ); // leaves the empty file
    EXPECT_TRUE( isSaid( plain ) );
    std::filesystem::remove( file() );
    EXPECT_TRUE( isSaid( missing ) );
