@@ -1,7 +1,7 @@
 #include "egress/Copies.h"
 #include "egress/Mutes.h"
 #include "goodbye/Rip.h"
-#include "tests/egress/Wire.h"
+#include "tests/egress/FilterFixture.h"
 
 #include <cstring>
 #include <gmock/gmock.h>
@@ -116,14 +116,13 @@ std::vector< std::string > framesOf( std::vector< Got > const & all ) {
 }
 
 // A namespace whose kernel sends nothing on its own, with the filter on et1.
-class CopiesTest : public ::testing::TestWithParam< Hook > {
+class CopiesTest : public FilterFixture {
  protected:
    void SetUp() override {
-      if ( Valen::Test::inUserNamespace() ) {
-         GTEST_SKIP() << Valen::Test::filtersNeedRoot;
+      FilterFixture::SetUp();
+      if ( IsSkipped() ) {
+         return;
       }
-      filters_.emplace( GetParam() );
-      mutes_.emplace( filters_->mutes() );
       copies_.emplace( filters_->copies() );
       isQuiet( near_ );
       device( "et1", "far1" );
@@ -162,11 +161,6 @@ class CopiesTest : public ::testing::TestWithParam< Hook > {
       return speakerOf( frame, number_, near_.index( "et1" ) ).value();
    }
 
-   static constexpr U32 number_ = 7;
-   TestNetNs const near_;
-   TestNetNs const far_;
-   std::optional< Filters > filters_;
-   std::optional< Mutes > mutes_;
    std::optional< Copies > copies_;
 };
 

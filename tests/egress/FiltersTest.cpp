@@ -1,6 +1,6 @@
 #include "egress/Filters.h"
 #include "egress/Mutes.h"
-#include "tests/egress/Wire.h"
+#include "tests/egress/FilterFixture.h"
 
 #include <thread>
 
@@ -12,14 +12,13 @@ using namespace std::chrono_literals;
 using namespace Test;
 using Valen::Linux::NetNs;
 
-class FiltersTest : public ::testing::TestWithParam< Hook > {
+class FiltersTest : public FilterFixture {
  protected:
    void SetUp() override {
-      if ( Valen::Test::inUserNamespace() ) {
-         GTEST_SKIP() << Valen::Test::filtersNeedRoot;
+      FilterFixture::SetUp();
+      if ( IsSkipped() ) {
+         return;
       }
-      filters_.emplace( GetParam() );
-      mutes_.emplace( filters_->mutes() );
       near_.veth( "et1", far_, "far1" );
       attach();
    }
@@ -34,12 +33,6 @@ class FiltersTest : public ::testing::TestWithParam< Hook > {
    void mute( std::string const & frame, std::chrono::milliseconds time = 1min ) {
       mutes_->mute( speaker( frame ), std::chrono::steady_clock::now() + time );
    }
-
-   static constexpr U32 number_ = 7;
-   TestNetNs const near_;
-   TestNetNs const far_;
-   std::optional< Filters > filters_;
-   std::optional< Mutes > mutes_;
 };
 
 TEST_P( FiltersTest, OnlyTheMutedSpeakerIsSilent ) {

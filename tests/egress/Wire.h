@@ -2,7 +2,6 @@
 #pragma once
 
 #include "tests/linux/TestNetwork.h"
-#include "tests/linux/UserNamespace.h"
 
 #include <array>
 #include <bpf/bpf.h>

@@ -19,11 +19,11 @@ def lay_over(packages):
     """Shows the unpacked packages in their usual places, with the system users that they would make. Only for this
     process and its children: they have a mount namespace of their own."""
     for name in OVERLAID:
-        upper, work = f"/run/upper/{name}", f"/run/work/{name}"
+        upper, scratch = f"/run/overlay/{name}/upper", f"/run/overlay/{name}/scratch"
         os.makedirs(upper)
-        os.makedirs(work)
+        os.makedirs(scratch)
         subprocess.run(["mount", "-t", "overlay", "overlay", "-o",
-                        f"lowerdir={packages}/{name}:/{name},upperdir={upper},workdir={work}", f"/{name}"], check=True)
+                        f"lowerdir={packages}/{name}:/{name},upperdir={upper},workdir={scratch}", f"/{name}"], check=True)
     subprocess.run(["mount", "-t", "tmpfs", "tmpfs", "/var/tmp"], check=True)
     for number, (user, groups) in enumerate(USERS.items(), 900):
         append("/etc/passwd", user, f"{user}:x:{number}:{number}::/nonexistent:/usr/sbin/nologin\n")

@@ -3,6 +3,8 @@
 #include "tests/linux/BusyKernel.h"
 #include "tests/system/RunningDaemon.h"
 
+#include <filesystem>
+#include <fstream>
 #include <gmock/gmock.h>
 
 namespace Valen::Test {
@@ -25,6 +27,18 @@ class LinkTest : public RunningDaemonTest {
    }
    bool inProgress( std::string const & name ) const {
       return interface( name ).value( "shuttingDown", false );
+   }
+   // Whether the thread that changes links waits for the kernel.
+   bool isChangingLink() const {
+      auto const tasks = "/proc/" + std::to_string( daemon_->pid() ) + "/task";
+      for ( auto const & task : std::filesystem::directory_iterator( tasks ) ) {
+         std::ifstream file( task.path() / "stat" ); // "123 (valen-links) D ..."
+         std::string number, name, state;
+         if ( file >> number >> name >> state && name == "(valen-links)" && state == "D" ) {
+            return true;
+         }
+      }
+      return false;
    }
    // Starts valend, and something happens to et1 while it is held: its link is down for a moment, and up
    // again. valend has not changed it before, so it cannot take the report for one of its own change.
@@ -83,7 +97,7 @@ TEST_F( LinkTest, EnablingALinkThatIsBeingSetDownIsAnsweredWhenItIsUpAgain ) {
    BusyKernel kernel( 250 );
    kernel.beBusy();
    Process third( { VALENCTL, "--socket", socket(), "shutdown", "Ethernet3" }, *work_ / "third" );
-   ASSERT_TRUE( eventually( [ & ] { return inProgress( "Ethernet3" ); } ) );
+   ASSERT_TRUE( eventually( [ & ] { return inProgress( "Ethernet3" ) && isChangingLink(); } ) );
    auto const enabled = ctl( { "enable", "Ethernet3" } );
    EXPECT_TRUE( linkUp( *machine_, "et3" ) );
    EXPECT_EQ( enabled.err, "Ethernet3: link up\n" );
