@@ -49,7 +49,7 @@ endif()
 # valen_unity( TARGET KIND )
 # Compiles several sources of TARGET together if VALEN_UNITY is KIND or "all". This makes full builds
 # faster, and builds after a change slower.
-set( VALEN_UNITY "" CACHE STRING "Compile several sources together in: tests, daemon or all" )
+set( VALEN_UNITY "" CACHE STRING "Compile several sources together in: tests, or all" )
 function( valen_unity target kind )
    if( VALEN_UNITY STREQUAL "all" OR VALEN_UNITY STREQUAL kind )
       set_target_properties( ${target} PROPERTIES UNITY_BUILD ON UNITY_BUILD_BATCH_SIZE 10 )

@@ -2,15 +2,19 @@
 # can list only rooms that were declared before it, so no include points up and there are no circles. The
 # tests "rooms.*" check the sources (CheckRoom.cmake).
 
-# valen_room( PATH source... [MAY_INCLUDE room...] )
+# valen_room( PATH source... [SEPARATE] [MAY_INCLUDE room...] )
 # Declares the room src/PATH, as the object library valen_PATH with "_" for "/". A name in MAY_INCLUDE
-# is a room, or a directory, which means all rooms in it.
+# is a room, or a directory, which means all rooms in it. SEPARATE: sources of the room have names in common
+# (each has its own trace unit, or a protocol's constants), so that they are never compiled together.
 function( valen_room path )
-   cmake_parse_arguments( arg "" "" "MAY_INCLUDE" ${ARGN} )
+   cmake_parse_arguments( arg "SEPARATE" "" "MAY_INCLUDE" ${ARGN} )
    valen_rooms_named( allowed ${arg_MAY_INCLUDE} )
    valen_room_target( target ${path} )
    add_library( ${target} OBJECT ${arg_UNPARSED_ARGUMENTS} )
    target_link_libraries( ${target} PUBLIC valen_flags )
+   if( NOT arg_SEPARATE )
+      valen_unity( ${target} all )
+   endif()
    set_property( TARGET ${target} PROPERTY VALEN_MAY_INCLUDE "${allowed}" )
    set_property( GLOBAL APPEND PROPERTY VALEN_ROOMS ${path} )
 endfunction()
