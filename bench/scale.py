@@ -5,6 +5,7 @@ import contextlib
 import ctypes
 import fcntl
 import json
+import multiprocessing
 import os
 import signal
 import socket
@@ -220,6 +221,29 @@ class Valend:
     def resident_kb(self):
         with open(f"/proc/{self.process.pid}/status", encoding="ascii") as status:
             return next(int(line.split()[1]) for line in status if line.startswith("VmRSS"))
+
+
+# --- The machine ----------------------------------------------------------------------------------
+
+
+@contextlib.contextmanager
+def awake_processors():
+    """Keeps the processors from sleeping, with processes that get only time that nobody else wants. To set a
+    link down, the kernel has to wait until each processor has taken notice. On a virtual machine, one that
+    sleeps takes between some microseconds and some milliseconds for that, from minute to minute."""
+    def spin():
+        os.sched_setscheduler(0, os.SCHED_IDLE, os.sched_param(0))
+        while True:
+            pass
+    spinners = [multiprocessing.Process(target=spin, daemon=True) for _ in range(os.cpu_count())]
+    for spinner in spinners:
+        spinner.start()
+    try:
+        yield
+    finally:
+        for spinner in spinners:
+            spinner.kill()
+            spinner.join()
 
 
 # --- Results --------------------------------------------------------------------------------------
