@@ -90,7 +90,7 @@ class ConfigReader : private GoodbyesReader {
       std::vector< Key > keys;
       std::map< std::string, std::vector< Key > > groups;
       for ( auto const & setting : processSettings ) {
-         if ( setting.source == SettingSource::commandLine ) {
+         if ( !setting.inFiles() ) {
             continue;
          }
          std::string const name( setting.name );

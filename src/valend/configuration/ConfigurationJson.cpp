@@ -45,8 +45,11 @@ Json goodbyesJson( ActiveConfiguration const & active ) {
 
 // The value that is used now. Trace levels can also be set over the API.
 std::string currentValue( ActiveConfiguration const & active, ProcessSetting const & setting ) {
-   return setting.type == Settings::SettingType::traceLevels ? Quill::traceLevels()
-                                                             : active.process.value( setting );
+   if ( setting.type == Settings::SettingType::traceLevels ) {
+      return Quill::traceLevels();
+   }
+   bool const onReload = setting.takesEffect == Settings::TakesEffect::onReload;
+   return shown( setting, ( onReload ? active.wanted() : active.process ).value( setting ) );
 }
 
 Json processSettingJson( ActiveConfiguration const & active, ProcessSetting const & setting ) {
