@@ -52,6 +52,9 @@ class Overlay {
       Config config;
       Sources sources; // the places of entities are their keys
    };
+   // Whether there are no entities, and none stay.
+   bool empty() const noexcept { return present_.empty() && last_.empty(); }
+
    // The configuration from now on.
    Result settle( Config const & files, Sources const & places );
 

@@ -1,4 +1,4 @@
-// What a database adds to the configuration of the files, and the frames that agents publish there.
+// What a database adds to the configuration of the files, and the frames that agents have there.
 //
 // An entity is one hash: its key, without the prefix of this valend, and its fields.
 //   config:delay              the delay of shutdowns
@@ -12,8 +12,9 @@
 // the Configurator's thread, and applied in slices. What changes meanwhile is applied after that. The files are not read
 // again. Frames are published one by one, at once.
 //
-// Until the first complete(), what the previous run has kept is active (DatabaseFile.h), and nothing of what
-// is read is applied: then it replaces what was kept, in one go. After that, a loss of the server changes nothing here.
+// Until the first complete(), the entities that the previous run has kept are active (DatabaseFile.h), and nothing that
+// is read of the configuration is applied: then all of it replaces what was kept, in one go. After that, a loss of
+// the server changes nothing here.
 //
 // From the mirror of the database it needs:
 //   - entityIs() and entityGone() for the keys that begin with "config:" and "frames:", from the loop, in any order;
@@ -22,9 +23,7 @@
 #pragma once
 
 #include "platform/gantry/Timer.h"
-#include "settings/Overlay.h"
 #include "valend/configuration/Configurator.h"
-#include "valend/configuration/DatabaseFile.h"
 #include "valend/configuration/DatabaseFrames.h"
 
 #include <chrono>
@@ -35,48 +34,69 @@ namespace Valend {
 
 class DatabaseLayer {
  public:
-   using Fields = Settings::Fields;
-
    // How long changes are collected.
    static constexpr std::chrono::milliseconds collecting{ 5 };
 
-   // All must outlive this.
+   // All must outlive this. It takes Configurator::layeredIs().
    DatabaseLayer( Configurator & configurator, Publications & publications, DatabaseFile & file,
                   Gantry::WorkQueue & work, Quill::Ptr< Gantry::TaskScheduler > scheduler );
    ~DatabaseLayer();
    DatabaseLayer( DatabaseLayer const & ) = delete;
    DatabaseLayer & operator=( DatabaseLayer const & ) = delete;
 
-   // `rejected` is told why a value is not taken, and with an empty text when that is over. Call it before anything
-   // else.
+   // `rejected` is told why a value is not taken, and with an empty text when that is over.
    using Rejected = std::function< void( std::string const & key, std::string const & why ) >;
    void rejectedIs( Rejected rejected );
-   // `wanted` is told the keys of which the database is to say, with leaseIs(), whether they exist: at once, and at each
-   // change, also after a reconnect, until they are no longer wanted.
+   // `wanted` is told the keys of which leaseIs() is to say whether they exist: at once, at each change, and after a
+   // reconnect, until they are no longer wanted.
    using LeaseWanted = std::function< void( std::string const & key, bool wanted ) >;
    void leaseWantedIs( LeaseWanted wanted );
+   // `settled` is called whenever everything that was told so far is active or rejected, but not before the first
+   // complete().
+   void settledIs( std::function< void() > settled ) { settled_ = std::move( settled ); }
+   // `changed` is told what a change of entities has changed in the configuration, a line each.
+   void changedIs( std::function< void( std::vector< std::string > const & changes ) > changed ) {
+      changed_ = std::move( changed );
+   }
 
-   void entityIs( std::string const & key, Fields const & fields );
+   // Takes over what the previous run has kept of the database `origin` (DatabaseFile::originOf()). Call it after the
+   // functions above, and before Configurator::start().
+   void resume( std::string const & origin );
+
+   void entityIs( std::string const & key, Settings::Fields const & fields );
    void entityGone( std::string const & key );
    // Everything was read once.
    void complete();
-   void leaseIs( std::string const & key, bool exists );
+   void leaseIs( std::string const & lease, bool exists ) { frames_.leaseIs( lease, exists ); }
+   // Whether everything that was told is active or rejected.
+   bool settled() const noexcept { return complete_ && changes_.empty() && !busy_; }
 
-   // What is told from now on is of another server or prefix: what was read before stays until complete().
-   void restart();
-   // There is no database any more.
+   // What is told from now on is of the database `origin`, and all of it is told: what is active stays until complete().
+   void restart( std::string const & origin );
+   // There is no database any more: no entity is there.
    void clear();
 
+   // A step of each application of a configuration.
+   Slices::Step configChangedStep() { return frames_.configChangedStep(); }
+
  private:
-   void changed();
+   void collect();
    void apply();
+   void layered( Configurator::Layered const & layered );
+   void ended();
 
    Configurator & configurator_;
+   DatabaseFile & file_;
    DatabaseFrames frames_;
+   Rejected rejected_;
+   std::function< void() > settled_;
+   std::function< void( std::vector< std::string > const & ) > changed_;
    bool complete_ = false;
-   Settings::EntityChanges
-      changes_; // that are not applied yet; before the first complete(), all entities
+   bool replace_ = true;             // `changes_` are all entities
+   bool busy_ = false;               // entities are being settled
+   Settings::EntityChanges changes_; // that are not being settled yet
    Gantry::Timer timer_;
+   Slices slices_;
 };
 
 } // namespace Valend
