@@ -157,7 +157,7 @@ void Connection::lose( std::string const & why ) {
    auto const events = events_;
    std::weak_ptr const life = life_;
    for ( auto & lost : std::exchange( outstanding_, {} ) ) {
-      lost.reply( { .type = Reply::Type::lost } );
+      lost.reply( { .type = Reply::Type::lost, .text = lost.tooLarge ? why : std::string() } );
       if ( life.expired() ) {
          return;
       }
@@ -196,7 +196,7 @@ void Connection::append( Words words, OnReply reply ) {
    auto const before = out_.size();
    encode( out_, words );
    auto const bytes = out_.size() - before;
-   outstanding_.push_back( { bytes, std::move( reply ) } );
+   outstanding_.push_back( { bytes, false, std::move( reply ) } );
    outstandingBytes_ += bytes;
    full_ = full_ || outstandingBytes_ > options_.limits.outstandingBytes ||
            outstanding_.size() > options_.limits.outstandingCommands;
@@ -283,7 +283,10 @@ void Connection::read() {
       }
    }
    if ( !reader_->error().empty() ) {
-      lose( reader_->error() );
+      if ( reader_->tooLarge() && !outstanding_.empty() ) {
+         outstanding_.front().tooLarge = true;
+      }
+      lose( std::string( reader_->error() ) );
    }
 }
 

@@ -105,6 +105,7 @@ class Connection {
    enum class State : U8 { stopped, connecting, greeting, up, pausing };
    struct Outstanding {
       std::size_t bytes;
+      bool tooLarge; // its reply is
       OnReply reply;
    };
 

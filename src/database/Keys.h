@@ -46,6 +46,8 @@ inline constexpr std::string_view status = "status:";
 inline constexpr std::string_view rejected = "rejected:";
 inline constexpr std::string_view history = "history";
 inline constexpr std::string_view alive = "alive";
+inline constexpr std::string_view test =
+   "test"; // exists for a moment, to see whether the server tells of it
 
 } // namespace Names
 

@@ -4,6 +4,7 @@
 #include "platform/quill/Int.h"
 
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace Database {
@@ -20,7 +21,7 @@ struct Reply {
    };
 
    Type type = Type::nothing;
-   std::string text = {};
+   std::string text = {}; // of a lost one: why, if its own size was the reason; otherwise empty
    S64 number = 0;
    std::vector< Reply > items = {};
 

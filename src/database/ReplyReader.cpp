@@ -86,6 +86,7 @@ std::optional< Reply > ReplyReader::next() {
    bool const read = redisReaderGetReply( reader_.get(), &root ) == REDIS_OK;
    std::unique_ptr< Reply > const reply( static_cast< Reply * >( root ) );
    if ( used_ > bound_ || reader_->len - reader_->pos > bound_ ) {
+      tooLarge_ = true;
       error_ = "a reply has more than " + std::to_string( bound_ ) + " bytes";
    } else if ( !read ) {
       error_ = std::string( "the server does not speak the protocol: " ) + reader_->errstr;

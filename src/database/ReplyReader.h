@@ -22,6 +22,8 @@ class ReplyReader {
    std::optional< Reply > next();
    // Why what came in cannot be read any further; empty while it can.
    std::string const & error() const noexcept { return error_; }
+   // Whether that is because of the size of a reply.
+   bool tooLarge() const noexcept { return tooLarge_; }
 
  private:
    struct Functions; // what the parser calls
@@ -34,6 +36,7 @@ class ReplyReader {
    std::size_t const bound_;
    U64 used_ = 0; // by the reply that is being read
    std::string error_;
+   bool tooLarge_ = false;
    std::unique_ptr< redisReader, Free > const reader_;
 };
 

@@ -2,8 +2,6 @@
 
 #include "tests/database/DatabaseTest.h"
 
-#include <filesystem>
-#include <fstream>
 #include <gmock/gmock.h>
 #include <sys/stat.h>
 
@@ -12,15 +10,11 @@ namespace {
 
 using namespace std::chrono_literals;
 using Test::FakeServer;
+using Test::openDescriptors;
 using Test::RedisServer;
 using Test::shortTiming;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
-
-std::size_t openDescriptors() {
-   std::filesystem::directory_iterator const files( "/proc/self/fd" );
-   return static_cast< std::size_t >( std::distance( begin( files ), end( files ) ) );
-}
 
 class ConnectionTest : public Test::DatabaseTest {
  protected:

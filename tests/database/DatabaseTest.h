@@ -6,6 +6,7 @@
 #include "linux/UnixAddress.h"
 #include "tests/support/RedisServer.h"
 
+#include <filesystem>
 #include <functional>
 #include <gtest/gtest.h>
 #include <map>
@@ -21,6 +22,11 @@ using Valen::Test::WorkDirectory;
 // Times that are short, but not for a busy machine.
 inline Connection::Timing shortTiming() {
    return { .connect = 2s, .ping = 100ms, .silence = 400ms, .firstPause = 5ms, .lastPause = 20ms };
+}
+
+inline std::size_t openDescriptors() {
+   std::filesystem::directory_iterator const files( "/proc/self/fd" );
+   return static_cast< std::size_t >( std::distance( begin( files ), end( files ) ) );
 }
 
 class DatabaseTest : public ::testing::Test {
