@@ -6,7 +6,7 @@ string( REPLACE "," ";" ROOMS "${ROOMS}" )
 string( REPLACE "," ";" MAY_INCLUDE "${MAY_INCLUDE}" )
 list( APPEND MAY_INCLUDE "${ROOM}" )
 set( kernelHeaders "^(sys|linux|net|netinet|netpacket|arpa)/|^(unistd|fcntl|sched|poll|dirent)\\.h$" )
-set( kernelRooms "^(linux|egress|settings|varlink|valend|valenctl)(/|$)" )
+set( kernelRooms "^(linux|egress|settings|varlink|database|valend|valenctl)(/|$)" )
 
 # The innermost room around the path of a file; empty for a file outside all rooms.
 function( room_of result file )

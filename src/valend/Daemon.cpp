@@ -23,6 +23,12 @@ namespace {
 constexpr std::chrono::seconds fileTimeout{ 20 };
 constexpr std::chrono::seconds metricsTimeout{ 1 };
 
+void logLosses( std::vector< ReadinessLoss::Lost > const & losses, char const * after ) {
+   for ( auto const & [ interface, why ] : losses ) {
+      log( LogLevel::warning, interface + ": no longer ready after " + after + ": " + why );
+   }
+}
+
 } // namespace
 
 Daemon::Daemon( Settings::ConfigResult const & read,
@@ -65,6 +71,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       controller_( store_, feeder_.config(), links_, speakers_, journal_, conditions_,
                    loop_.scheduler(), loop_.workQueue() ),
       report_( store_, feeder_, links_, controller_ ),
+      daemonStatus_( store_, feeder_, faults_, conditions_, report_ ),
       speakersReport_(
          { feeder_.config(), speakers_.table(), learnedFrames_,
            [ this ]( auto const & place ) { return speakers_.attaching().whyNot( place ); },
@@ -81,7 +88,8 @@ Daemon::Daemon( Settings::ConfigResult const & read,
                                                 { "refused", dropped.refused } } };
                   },
                   [ &output ] { return output.dropped(); },
-                  [ this ] { return endpoints_.sharedBursts(); } } ),
+                  [ this ] { return endpoints_.sharedBursts(); },
+                  [ this ] { return databaseMetrics(); } } ),
       metricsFile_(
          process_.value( "metrics-file" ), [ this ] { return metrics_.text(); }, conditions_,
          metricsWorker_, loop_.scheduler() ),
@@ -95,6 +103,16 @@ Daemon::Daemon( Settings::ConfigResult const & read,
                           conditions_, fileWorker_, loop_.scheduler() ),
       configurator_( options.config, options.process, conditions_, loop_,
                      [ this ]( auto const & plan ) { return stepsTo( plan ); } ),
+      databaseFile_( stateDirectory_, conditions_, fileWorker_, loop_.scheduler() ),
+      databaseLayer_( configurator_, publications_, databaseFile_, loop_.workQueue(),
+                      loop_.scheduler() ),
+      database_( { loop_, store_, feeder_, report_, daemonStatus_, controller_, conditions_,
+                   journal_.bootId() },
+                 databaseReader() ),
+      requestsFile_( stateDirectory_, conditions_, fileWorker_, loop_.scheduler() ),
+      requests_( { controller_, feeder_.config(), requestsFile_, [ this ] { return maxDelayMs(); },
+                   [ this ] { return databaseLayer_.settled(); } },
+                 loop_.workQueue(), loop_.scheduler() ),
       access_( process_.value( "read-group" ), process_.value( "admin-group" ) ),
       api_( { store_, feeder_, publications_, links_, controller_, faults_, conditions_, metrics_,
               speakersReport_, trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue(),
@@ -109,6 +127,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
    loop_.signalIs( SIGHUP, [ this ] { hangup(); } );
    controller_.endedIs( [ this ]( auto const & record ) {
       logShutdown( record );
+      database_.ended( record, record.request.id );
       metricsFile_.touch();
    } );
    links_.seenIs( [ this ]( auto const & place, auto seen ) {
@@ -129,6 +148,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       return [ this, groups = lookUp() ] { access_.groupsAre( groups ); };
    } );
    publications_.resume( publishedMessages() );
+   resumeDatabase();
    configurator_.start( read, rejected );
    library_ = Valen::runnabilitySmFactory(
       store_.configDir, store_.agentConfigDir, store_.allIntfConfigDir, store_.allIntfStatusDir,
@@ -189,12 +209,76 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
             leaveStep( wanted ),
             placesStep( plan ),
             [ this ] { return speakers_.attaching().dropOlder( generation_ ); },
-            [ this, plan ] {
+            databaseLayer_.configChangedStep(),
+            [ this ] {
                controller_.configChanged();
                learnedFrames_.configChanged();
-               lastConfiguration_.keep( plan );
+               lastConfiguration_.keep( configurator_.files() );
+               connectDatabase();
                return false;
             } };
+}
+
+DatabaseClient::Reader Daemon::databaseReader() {
+   return { .entityIs =
+               [ this ]( auto const & key, auto const & fields ) {
+                  databaseLayer_.entityIs( key, fields );
+                  requests_.entityIs( key, fields );
+               },
+            .entityGone =
+               [ this ]( auto const & key ) {
+                  databaseLayer_.entityGone( key );
+                  requests_.entityGone( key );
+               },
+            .complete = [ this ] { databaseLayer_.complete(); },
+            .leaseIs = [ this ]( auto const & key,
+                                 bool exists ) { databaseLayer_.leaseIs( key, exists ); },
+            .restart =
+               [ this ]( auto const & server, auto const & prefix ) {
+                  databaseLayer_.restart( DatabaseFile::originOf( server, prefix ) );
+               },
+            .clear = [ this ] { databaseLayer_.clear(); } };
+}
+
+std::optional< Metrics::Database > Daemon::databaseMetrics() const {
+   auto const figures = database_.figures();
+   if ( !figures ) {
+      return std::nullopt;
+   }
+   return Metrics::Database{ figures->connected, figures->reconnects, figures->pending,
+                             figures->entities, figures->rejected };
+}
+
+// At the start, and after each application: a reload may name another one.
+void Daemon::connectDatabase() {
+   auto const & process = configurator_.files()->process;
+   database_.settingsAre( process.value( "database.server" ), process.value( "database.prefix" ) );
+}
+
+U64 Daemon::maxDelayMs() const {
+   return std::stoull( configurator_.active().wanted().value( "max-shutdown-delay-ms" ) );
+}
+
+// Until the server has been read, what it had last is active.
+void Daemon::resumeDatabase() {
+   databaseLayer_.rejectedIs(
+      [ this ]( auto const & key, auto const & why ) { database_.rejectedIs( key, why ); } );
+   databaseLayer_.leaseWantedIs(
+      [ this ]( auto const & key, bool wanted ) { database_.leaseWantedIs( key, wanted ); } );
+   databaseLayer_.settledIs( [ this ] { requests_.configSettled(); } );
+   requests_.resultIs( [ this ]( auto const & interface, auto const & id, auto const & result ) {
+      database_.resultIs( interface, id, result );
+   } );
+   databaseLayer_.changedIs( [ this ]( auto const & changes ) {
+      log( LogLevel::notice,
+           "configuration of the database: " + Settings::counted( changes.size(), "change" ) );
+      readinessLoss_.reportSince(
+         readyBefore_, []( auto const & lost ) { logLosses( lost, "a change of the database" ); } );
+   } );
+   if ( process_.given( "database.server" ) ) {
+      databaseLayer_.resume( DatabaseFile::originOf( process_.value( "database.server" ),
+                                                     process_.value( "database.prefix" ) ) );
+   }
 }
 
 Slices::Step Daemon::followStep( std::set< std::string > const & netNss ) {
@@ -257,6 +341,7 @@ void Daemon::resumeShutdowns() {
            "resuming " + Settings::counted( count, "shutdown" ) + " from the previous run" );
    }
    controller_.resume( std::move( recovered ) );
+   requests_.resume();
 }
 
 // The trace file is reopened even if the configuration is rejected: it was rotated in any case.
@@ -278,10 +363,8 @@ void Daemon::reloadEnded( Configurator::Outcome const & outcome,
    auto const warnings = configurator_.active().warnings;
    readinessLoss_.reportSince(
       readyBefore_, [ changes = outcome.changes, warnings, done, isFirst ]( auto const & lost ) {
-         for ( auto const & [ interface, why ] : lost ) {
-            if ( isFirst ) { // of those who asked for it
-               log( LogLevel::warning, interface + ": no longer ready after the reload: " + why );
-            }
+         if ( isFirst ) { // of those who asked for it
+            logLosses( lost, "the reload" );
          }
          done( { changes, warnings, lost, std::nullopt } );
       } );

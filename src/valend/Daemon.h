@@ -14,9 +14,12 @@
 #include "valend/base/StateDirectory.h"
 #include "valend/base/Watchdog.h"
 #include "valend/configuration/Configurator.h"
+#include "valend/configuration/DatabaseLayer.h"
 #include "valend/configuration/LastConfiguration.h"
 #include "valend/configuration/LearnedFrames.h"
 #include "valend/configuration/PublishedFile.h"
+#include "valend/database/DatabaseClient.h"
+#include "valend/database/Requests.h"
 #include "valend/kernel/KernelLinks.h"
 #include "valend/report/Metrics.h"
 #include "valend/report/MetricsFile.h"
@@ -54,6 +57,11 @@ class Daemon {
    std::vector< Publications::Message > publishedMessages();
    static std::string capabilityError( Valen::Linux::NetNsUse use );
    Slices::Step placesStep( PlanPtr const & plan );
+   DatabaseClient::Reader databaseReader();
+   std::optional< Metrics::Database > databaseMetrics() const;
+   void resumeDatabase();
+   void connectDatabase();
+   U64 maxDelayMs() const;
    void resumeShutdowns();
    void reload( std::function< void( Reloaded const & ) > const & done );
    void reloadEnded( Configurator::Outcome const & outcome,
@@ -87,6 +95,7 @@ class Daemon {
    Journal journal_;
    LinkController controller_;
    StatusReport report_;
+   DaemonStatus const daemonStatus_;
    SpeakersReport speakersReport_;
    ReadinessLoss readinessLoss_;
    Metrics metrics_;
@@ -97,6 +106,11 @@ class Daemon {
    std::vector< std::string > readyBefore_; // interfaces, before the last reload
    U64 lastReload_ = 0;                     // whose losses of readiness are logged
    Configurator configurator_;
+   DatabaseFile databaseFile_;
+   DatabaseLayer databaseLayer_;
+   DatabaseClient database_;
+   RequestsFile requestsFile_;
+   Requests requests_;
    Access access_;
    Api api_;
    Varlink::Server server_;
