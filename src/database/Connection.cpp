@@ -75,7 +75,7 @@ void Connection::socketIs( Connector::Connected connected ) {
    listen();
 }
 
-// The connector must not be destroyed here, and whoever is told of a loss may do so.
+// The connector must not be destroyed here, and the owner may do so when it is told of a loss.
 void Connection::notConnected( std::string const & why ) {
    posted_.post( [ this, why, session = session_ ] {
       if ( session == session_ ) {

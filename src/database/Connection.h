@@ -135,8 +135,8 @@ class Connection {
 
    Valen::Linux::EventLoop & loop_;
    Options const options_;
-   std::shared_ptr< Events const > const events_; // kept by whoever calls one of them
-   // Expires with the connection, which whoever has called a callback looks at.
+   std::shared_ptr< Events const > const events_; // a copy keeps them during a call
+   // Expires with the connection: looked at after each callback.
    std::shared_ptr< char const > const life_ = std::make_shared< char const >();
 
    State state_ = State::stopped;

@@ -23,7 +23,7 @@ using Valen::Linux::Fd;
 constexpr std::chrono::milliseconds endTimeout{ 100 };
 constexpr std::size_t longestPassword = 4096;
 
-// The first line of the file. Sets `error` if there is none that may be used.
+// The first line of the file. Sets `error` if no password can be read.
 std::string passwordOf( std::string const & path, std::string & error ) {
    // Not waiting: the file may be a pipe.
    Fd const file( ::open( path.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK ) );

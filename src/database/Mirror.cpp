@@ -49,7 +49,7 @@ Mirror::Mirror( Valen::Linux::EventLoop & loop, Options options, Events events )
                .part = [ this ] { proceed(); },
                .failed = [ this ]( std::string const & why ) { failed( why ); } } ),
       notices_( loop, noticesOptions( options_ ), options_.prefix, options_.names,
-                options_.patience,
+                options_.noticeTimeout,
                 { .subscribed =
                      [ this ] {
                         whole_ = false;

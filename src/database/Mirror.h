@@ -33,10 +33,10 @@ class Mirror {
       std::vector< std::string > names;            // what names begin with
       std::chrono::milliseconds compare{ 10'000 }; // the time between two comparisons of the names
       std::chrono::milliseconds poll{ 1'000 };     // the time between two readings, without notices
-      std::chrono::milliseconds patience{ 1'000 }; // how long a notice may take
-      std::size_t entityBytes = 4u << 20;          // a larger hash is not read
-      std::size_t allBytes = 256u << 20;           // what would exceed this is not kept
-      std::size_t entities = 100'000;              // above, reading is an error
+      std::chrono::milliseconds noticeTimeout{ 1'000 }; // how long a notice may take
+      std::size_t entityBytes = 4u << 20;               // a larger hash is not read
+      std::size_t allBytes = 256u << 20;                // what would exceed this is not kept
+      std::size_t entities = 100'000;                   // above, reading is an error
    };
    // None may be empty. They may not destroy the mirror.
    struct Events {

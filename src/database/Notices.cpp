@@ -6,11 +6,11 @@
 namespace Database {
 
 Notices::Notices( Valen::Linux::EventLoop & loop, Connection::Options options, std::string prefix,
-                  std::vector< std::string > const & names, std::chrono::milliseconds patience,
+                  std::vector< std::string > const & names, std::chrono::milliseconds noticeTimeout,
                   Events events )
     : prefix_( std::move( prefix ) ),
       channels_( "__keyspace@" + std::to_string( options.address.database ) + "__:" ),
-      testKey_( withPrefix( prefix_, Names::test ) ), patience_( patience ),
+      testKey_( withPrefix( prefix_, Names::test ) ), noticeTimeout_( noticeTimeout ),
       events_( std::move( events ) ),
       connection_(
          loop, std::move( options ),
@@ -18,7 +18,7 @@ Notices::Notices( Valen::Linux::EventLoop & loop, Connection::Options options, s
            .lost = [ this ]( std::string const & why ) { lost( why ); },
            .notice = [ this ]( std::string const & channel,
                                std::string const & text ) { notice( channel, text ); } } ),
-      patienceEnds_( loop.scheduler(), "database notices", [ this ] {
+      timeout_( loop.scheduler(), "database notices", [ this ] {
          whyIs(
             "the server does not tell of changed keys; its setting notify-keyspace-events lacks "
             "some of \"Khgx\" (run: redis-cli config set notify-keyspace-events Khgx)" );
@@ -53,7 +53,7 @@ void Notices::subscription( Reply const & reply ) {
 
 void Notices::lost( std::string const & why ) {
    subscribed_ = false;
-   patienceEnds_.stop();
+   timeout_.stop();
    whyIs( why );
 }
 
@@ -66,7 +66,7 @@ void Notices::notice( std::string const & channel, std::string const & text ) {
       heardSet_ = heardSet_ || text == "hset";
       heardDel_ = heardDel_ || text == "del";
       if ( heardSet_ && heardDel_ ) {
-         patienceEnds_.stop();
+         timeout_.stop();
          whyIs( "" );
       }
    } else if ( auto const name = withoutPrefix( prefix_, key ) ) {
@@ -75,7 +75,7 @@ void Notices::notice( std::string const & channel, std::string const & text ) {
 }
 
 void Notices::test( Connection & writer ) {
-   if ( !subscribed_ || patienceEnds_.running() ) {
+   if ( !subscribed_ || timeout_.running() ) {
       return;
    }
    heardSet_ = heardDel_ = false;
@@ -87,9 +87,8 @@ void Notices::test( Connection & writer ) {
 void Notices::written( Reply const & reply ) {
    if ( reply.failed() && subscribed_ ) {
       whyIs( "cannot test whether the server tells of changed keys: " + reply.text );
-   } else if ( reply.ok() && subscribed_ && !( heardSet_ && heardDel_ ) &&
-               !patienceEnds_.running() ) {
-      patienceEnds_.start( patience_ );
+   } else if ( reply.ok() && subscribed_ && !( heardSet_ && heardDel_ ) && !timeout_.running() ) {
+      timeout_.start( noticeTimeout_ );
    }
 }
 

@@ -1,8 +1,8 @@
 // What the server tells of changed keys, on a connection of its own.
 //
 // Notices are sent and forgotten: what changes while the connection is broken is not told later, and a server whose
-// setting `notify-keyspace-events` lacks something says nothing, and no error either. So whoever uses this reads
-// everything after each subscription, and has it tested whether a change is told.
+// setting `notify-keyspace-events` lacks something says nothing, and no error either. So everything must be read
+// after each subscription, and now and then a test shows whether a change is told.
 #pragma once
 
 #include "database/Connection.h"
@@ -23,9 +23,9 @@ class Notices {
    };
 
    // Of keys of the prefix whose names begin with one of `names`. `loop` must outlive this.
-   //   patience   how long a notice of a change may take
+   //   noticeTimeout   how long a notice of a change may take
    Notices( Valen::Linux::EventLoop & loop, Connection::Options options, std::string prefix,
-            std::vector< std::string > const & names, std::chrono::milliseconds patience,
+            std::vector< std::string > const & names, std::chrono::milliseconds noticeTimeout,
             Events events );
 
    void start() { connection_.start(); }
@@ -53,7 +53,7 @@ class Notices {
    std::string const channels_; // what the name of the channel of a key begins with
    std::string const testKey_;
    std::vector< std::string > patterns_;
-   std::chrono::milliseconds const patience_;
+   std::chrono::milliseconds const noticeTimeout_;
    Events const events_;
    Connection connection_;
    std::size_t awaited_ = 0; // subscriptions that are not confirmed
@@ -61,7 +61,7 @@ class Notices {
    std::string why_;
    bool heardSet_ = false; // of the test
    bool heardDel_ = false;
-   Gantry::Timer patienceEnds_;
+   Gantry::Timer timeout_;
 };
 
 } // namespace Database

@@ -22,7 +22,7 @@ class Outbox {
    // Why the server does not take what is to be written; empty when it does again.
    using Problem = std::function< void( std::string const & why ) >;
 
-   // `connection` must outlive this. Whoever owns it calls up(), lost() and ready() at its events.
+   // `connection` must outlive this. Its owner calls up(), lost() and ready() at its events.
    //   names   what the names of our keys begin with: nothing else may write such keys
    Outbox( Valen::Linux::EventLoop & loop, Connection & connection, std::string prefix,
            std::vector< std::string > names, Problem problem );

@@ -18,7 +18,7 @@ class ReplyReader {
    ~ReplyReader();
 
    void feed( std::string_view bytes );
-   // The next reply that is whole; nothing if there is none, or after an error.
+   // The next reply that is whole; nothing if no reply is whole, or after an error.
    std::optional< Reply > next();
    // Why what came in cannot be read any further; empty while it can.
    std::string const & error() const noexcept { return error_; }

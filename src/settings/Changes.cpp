@@ -76,6 +76,12 @@ void messageChanges( Lines & lines, std::string const & agent, std::string const
    }
 }
 
+// The password of a database is not for the log.
+std::string shownOrNone( ProcessSetting const & setting, ProcessConfig const & process ) {
+   auto const value = process.value( setting );
+   return value.empty() ? "none" : shown( setting, value );
+}
+
 void agentChanges( Lines & lines, Config const & before, Config const & next ) {
    static std::map< std::string, Frames > const none;
    compare( before.agents, next.agents,
@@ -125,7 +131,8 @@ Lines processChanges( ProcessConfig const & before, ProcessConfig const & next,
       }
       if ( takesEffect == TakesEffect::onReload ) {
          if ( before.value( setting ) != next.value( setting ) ) {
-            lines.push_back( changed( name, before.value( setting ), next.value( setting ) ) );
+            lines.push_back(
+               changed( name, shownOrNone( setting, before ), shownOrNone( setting, next ) ) );
          }
       } else {
          auto const & value = next.given( setting );

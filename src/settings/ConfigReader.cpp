@@ -1,24 +1,19 @@
 #include "settings/ConfigReader.h"
 
-#include "platform/corvid/NamespaceName.h"
 #include "platform/quill/Printable.h"
 #include "settings/Counted.h"
 #include "settings/FrameCheck.h"
 #include "settings/FrameText.h"
-#include "settings/GoodbyesReader.h"
+#include "settings/ItemReader.h"
 #include "settings/Limits.h"
-#include "types/L3Types.h"
 
 #include <algorithm>
-#include <charconv>
 #include <set>
 
 namespace Settings {
 
 namespace {
 
-constexpr std::size_t maxDeviceBytes = 15; // the kernel's IFNAMSIZ without the final zero
-constexpr std::size_t maxInterfaceBytes = 255;
 constexpr std::size_t maxAgentBytes = 255;
 
 std::string directoryOf( std::string const & file ) {
@@ -28,7 +23,7 @@ std::string directoryOf( std::string const & file ) {
 
 // Reads all files once. A section is read after those that it refers to, whatever their order in the
 // files.
-class ConfigReader : private GoodbyesReader {
+class ConfigReader : private ItemReader {
  public:
    ConfigResult read( std::vector< ConfigText > const & texts ) {
       for ( auto const & text : texts ) {
@@ -70,16 +65,18 @@ class ConfigReader : private GoodbyesReader {
             sections.push_back( { file(), node } );
          };
       };
-      std::vector< Key > keys{
-         once( "shutdown-delay-ms", "shutdown-delay-ms",
-               [ this ]( auto const & node, auto const & value ) { readDelay( node, value ); } ),
-         unique( "goodbyes", "goodbyes",
-                 [ this ]( auto const & node ) {
-                    config_.goodbyes = goodbyesAt( node ).value_or( Goodbyes() );
-                 } ),
-         { "vrfs", later( vrfs_ ) },
-         { "interfaces", later( interfaces_ ) },
-         { "agents", later( agents_ ) } };
+      std::vector< Key > keys{ once( "shutdown-delay-ms", "shutdown-delay-ms",
+                                     [ this ]( auto const & node, auto const & value ) {
+                                        config_.shutdownDelayMs = delayAt( node, value );
+                                     } ),
+                               unique( "goodbyes", "goodbyes",
+                                       [ this ]( auto const & node ) {
+                                          config_.goodbyes =
+                                             goodbyesAt( node ).value_or( Goodbyes() );
+                                       } ),
+                               { "vrfs", later( vrfs_ ) },
+                               { "interfaces", later( interfaces_ ) },
+                               { "agents", later( agents_ ) } };
       auto const process = processKeys();
       keys.insert( keys.end(), process.begin(), process.end() );
       mapping( root, "the configuration", keys );
@@ -90,7 +87,7 @@ class ConfigReader : private GoodbyesReader {
       std::vector< Key > keys;
       std::map< std::string, std::vector< Key > > groups;
       for ( auto const & setting : processSettings ) {
-         if ( setting.source == SettingSource::commandLine ) {
+         if ( !setting.inFiles() ) {
             continue;
          }
          std::string const name( setting.name );
@@ -152,17 +149,6 @@ class ConfigReader : private GoodbyesReader {
       error( node, "duplicate " + what + firstDefinedAt( first ) );
    }
 
-   void readDelay( YAML::Node const & node, std::string const & text ) {
-      U32 value = 0;
-      auto const [ end, code ] = std::from_chars( text.data(), text.data() + text.size(), value );
-      if ( text.empty() || code != std::errc() || end != text.data() + text.size() ||
-           value > 65535 ) {
-         return error( node, "shutdown-delay-ms is " + quoted( text ) +
-                                "; expected milliseconds from 0 to 65535" );
-      }
-      config_.shutdownDelayMs = static_cast< U16 >( value );
-   }
-
    void readProcessSetting( ProcessSetting const & setting, YAML::Node const & node,
                             std::string const & value ) {
       auto const problem = problemWith( setting, value );
@@ -173,107 +159,49 @@ class ConfigReader : private GoodbyesReader {
    }
 
    void readVrf( YAML::Node const & node ) {
-      YAML::Node name, netNs;
-      mapping( node, "a VRF",
-               { { "name", [ & ]( auto const & value ) { name.reset( value ); } },
-                 { "namespace", [ & ]( auto const & value ) { netNs.reset( value ); } } } );
-      auto const vrf = requiredName( node, name, { "VRF", "name", L3::VrfName::maxLength } );
-      auto const space =
-         requiredName( node, netNs, { "VRF", "namespace", Corvid::NamespaceName::maxLength } );
-      if ( !vrf ) {
+      auto const item = vrfAt( node );
+      if ( !item ) {
          return;
       }
-      if ( *vrf == defaultVrf ) {
-         return error( name, "VRF \"default\" always exists, as the network namespace of valend; "
-                             "use another name" );
-      }
-      auto const [ first, added ] = sources_.vrfs.emplace( *vrf, placeOf( name ) );
+      auto const & vrf = item->name;
+      auto const [ first, added ] = sources_.vrfs.emplace( vrf, placeOf( item->nameNode ) );
       if ( !added ) {
-         return duplicate( name, "VRF " + quoted( *vrf ), first->second );
+         return duplicate( item->nameNode, "VRF " + quoted( vrf ), first->second );
       }
-      config_.vrfs.emplace( *vrf, space.value_or( "" ) );
-      if ( space ) {
-         checkNamespace( netNs, *vrf, *space );
+      config_.vrfs.emplace( vrf, item->netNs.value_or( "" ) );
+      if ( !item->netNs || !checkNamespace( item->netNsNode, *item->netNs ) ) {
+         return;
       }
-   }
-
-   void checkNamespace( YAML::Node const & node, std::string const & vrf,
-                        std::string const & space ) {
-      if ( space == defaultVrf ) {
-         return error( node, "namespace \"default\" is reserved for VRF \"default\", the network "
-                             "namespace of valend; use another name" );
-      }
-      if ( space.find( '/' ) != std::string::npos || space == "." || space == ".." ) {
-         return error( node,
-                       "namespace " + quoted( space ) +
-                          " is not a valid name; expected a name as in \"ip netns add NAME\"" );
-      }
-      auto const [ user, added ] = vrfOfNamespace_.emplace( space, vrf );
-      if ( !added ) {
-         error( node, "namespace " + quoted( space ) + " is already used by VRF " +
-                         quoted( user->second ) + " (" + sources_.vrfs.at( user->second ).text() +
-                         "); each VRF needs its own" );
+      auto const [ user, isFirst ] = vrfOfNamespace_.emplace( *item->netNs, vrf );
+      if ( !isFirst ) {
+         error( item->netNsNode,
+                namespaceTaken( *item->netNs, user->second, sources_.vrfs.at( user->second ) ) );
       }
    }
 
    void readInterface( YAML::Node const & node ) {
-      YAML::Node name, device, vrf;
-      InterfaceConfig interface;
-      mapping( node, "an interface",
-               { { "name", [ & ]( auto const & value ) { name.reset( value ); } },
-                 { "device", [ & ]( auto const & value ) { device.reset( value ); } },
-                 { "vrf", [ & ]( auto const & value ) { vrf.reset( value ); } },
-                 { "shutdown-delay",
-                   [ & ]( auto const & value ) {
-                      interface.shutdownDelay = truth( value, "shutdown-delay" );
-                   } },
-                 { "goodbyes",
-                   [ & ]( auto const & value ) { interface.goodbyes = goodbyesAt( value ); } } } );
-      auto const ownName = requiredName( node, name, { "interface", "name", maxInterfaceBytes } );
-      if ( !ownName ) {
+      auto const item = interfaceAt( node );
+      if ( !item ) {
          return;
       }
-      interface.name = *ownName;
-      interface.device = isGiven( device ) ? scalar( device, "device" ) : interface.name;
-      interface.vrf = isGiven( vrf ) ? scalar( vrf, "vrf" ) : defaultVrf;
-      auto const [ first, added ] = sources_.interfaces.emplace( interface.name, placeOf( name ) );
+      auto const & interface = item->interface;
+      auto const [ first, added ] =
+         sources_.interfaces.emplace( interface.name, placeOf( item->nameNode ) );
       if ( !added ) {
-         return duplicate( name, "interface " + quoted( interface.name ), first->second );
+         return duplicate( item->nameNode, "interface " + quoted( interface.name ), first->second );
       }
       config_.interfaces.emplace( interface.name, interface );
-      checkVrf( vrf, interface );
-      checkDevice( isGiven( device ) ? device : name, interface );
-   }
-
-   void checkVrf( YAML::Node const & node, InterfaceConfig const & interface ) {
       if ( isWhole_ && interface.vrf != defaultVrf && !config_.vrfs.contains( interface.vrf ) ) {
-         error( node, "unknown VRF " + quoted( interface.vrf ) +
-                         "; expected \"default\" or one of \"vrfs\"" );
+         error( item->vrfNode, unknownVrf( interface.vrf ) );
       }
-   }
-
-   void checkDevice( YAML::Node const & node, InterfaceConfig const & interface ) {
-      auto const & device = interface.device;
-      bool const fits = !device.empty() && device.size() <= maxDeviceBytes && device != "." &&
-                        device != ".." &&
-                        device.find_first_of( "/: \t\n\v\f\r" ) == std::string::npos;
-      if ( auto const where = Quill::unprintableIn( device ); fits && where ) {
-         return error( node, "device of interface " + quoted( interface.name ) +
-                                " is not printable text: " + *where );
+      if ( !checkDevice( item->deviceNode, interface ) ) {
+         return;
       }
-      if ( !fits ) {
-         return error( node, "device " + quoted( device ) + " of interface " +
-                                quoted( interface.name ) + " is not a valid name; expected 1 to " +
-                                std::to_string( maxDeviceBytes ) +
-                                " bytes without whitespace, \"/\" or \":\"" );
-      }
-      auto const [ user, added ] =
-         interfaceOfDevice_.emplace( std::pair( interface.vrf, device ), interface.name );
-      if ( !added ) {
-         error( node, "device " + quoted( device ) + " in VRF " + quoted( interface.vrf ) +
-                         " is already used by interface " + quoted( user->second ) + " (" +
-                         sources_.interfaces.at( user->second ).text() +
-                         "); each interface needs its own" );
+      auto const [ user, isFirst ] =
+         interfaceOfDevice_.emplace( std::pair( interface.vrf, interface.device ), interface.name );
+      if ( !isFirst ) {
+         error( item->deviceNode,
+                deviceTaken( interface, user->second, sources_.interfaces.at( user->second ) ) );
       }
    }
 

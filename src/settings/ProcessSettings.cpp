@@ -48,6 +48,13 @@ std::string problemWith( ProcessSetting const & setting, std::string const & val
    if ( setting.type == SettingType::traceLevels ) {
       return levelsProblem( value );
    }
+   if ( setting.type == SettingType::databaseServer ||
+        setting.type == SettingType::databasePrefix ) {
+      auto const problem = setting.type == SettingType::databaseServer
+                              ? problemWithDatabaseServer( value )
+                              : problemWithDatabasePrefix( value );
+      return problem.empty() ? problem : name + " " + problem;
+   }
    if ( setting.type == SettingType::milliseconds ) {
       return isMilliseconds( value )
                 ? std::string()
@@ -63,6 +70,10 @@ std::string problemWith( ProcessSetting const & setting, std::string const & val
              std::to_string( setting.maxBytes ) + " bytes";
    }
    return std::string();
+}
+
+std::string shown( ProcessSetting const & setting, std::string const & value ) {
+   return setting.type == SettingType::databaseServer ? withoutPassword( value ) : value;
 }
 
 std::optional< std::string > const & ProcessConfig::given( ProcessSetting const & setting ) const {

@@ -6,6 +6,8 @@
 // describe it in docs/configuration.md.
 #pragma once
 
+#include "settings/DatabaseAddress.h"
+
 #include <array>
 #include <cstddef>
 #include <optional>
@@ -19,15 +21,18 @@ inline constexpr char const * defaultSocket = "/run/valen/valend.sock";
 inline constexpr char const * defaultStateDirectory = "/var/lib/valen";
 
 enum class SettingType {
-   path,         // absolute or relative
-   absolutePath, // on the command line, a relative path starts at the working directory
-   traceLevels,  // see platform/trace/TraceLevels.h
-   group,        // by name or number
-   milliseconds, // 0 to 65535
+   path,           // absolute or relative
+   absolutePath,   // on the command line, a relative path starts at the working directory
+   traceLevels,    // see platform/trace/TraceLevels.h
+   group,          // by name or number
+   milliseconds,   // 0 to 65535
+   databaseServer, // see DatabaseAddress.h
+   databasePrefix,
 };
 
 enum class SettingSource {
    filesAndCommandLine, // the command line takes precedence
+   files,               // without an option: it may hold a secret, which a list of processes shows
    commandLine,
 };
 
@@ -38,7 +43,7 @@ enum class TakesEffect {
 
 struct ProcessSetting {
    std::string_view name;   // in the files; with a "." the key is inside a mapping: "trace.file"
-   std::string_view option; // on the command line, after "--"
+   std::string_view option; // on the command line, after "--"; empty: none
    SettingType type;
    std::size_t maxBytes; // of the value, which has at least one byte
    SettingSource source = SettingSource::filesAndCommandLine;
@@ -49,6 +54,8 @@ struct ProcessSetting {
    std::string_view help;                      // one sentence without its period
    std::string_view details = {};              // further sentences, for the documents
 
+   constexpr bool inFiles() const { return source != SettingSource::commandLine; }
+   constexpr bool onCommandLine() const { return source != SettingSource::files; }
    // The default as documents show it; empty: none.
    constexpr std::string_view shownDefault() const {
       return defaultText.empty() ? defaultValue : defaultText;
@@ -139,6 +146,29 @@ inline constexpr std::array processSettings{
                  "Without a file, the ring is in memory.",
    },
    ProcessSetting{
+      .name = "database.server",
+      .option = "",
+      .type = SettingType::databaseServer,
+      .maxBytes = maxDatabaseServerBytes,
+      .source = SettingSource::files,
+      .takesEffect = TakesEffect::onReload,
+      .help =
+         "Redis server from which valend takes configuration, frames and requests, and to which "
+         "it writes its status",
+      .details = "Without it, valend uses no database.",
+   },
+   ProcessSetting{
+      .name = "database.prefix",
+      .option = "",
+      .type = SettingType::databasePrefix,
+      .maxBytes = maxDatabasePrefixBytes,
+      .source = SettingSource::files,
+      .takesEffect = TakesEffect::onReload,
+      .defaultText = "valen:HOSTNAME",
+      .systemDefault = databasePrefixOfSystem,
+      .help = "What the keys of this valend begin with in the database, before a colon",
+   },
+   ProcessSetting{
       .name = "read-group",
       .option = "read-group",
       .type = SettingType::group,
@@ -161,6 +191,9 @@ inline constexpr std::array processSettings{
 // What is wrong with `value` for the setting, as it reads after the place of an error:
 // "socket has 108 bytes; expected a path of 1 to 107 bytes". Empty when it is valid.
 std::string problemWith( ProcessSetting const & setting, std::string const & value );
+
+// The value as logs and clients may see it: without a password.
+std::string shown( ProcessSetting const & setting, std::string const & value );
 
 // A row by its name. A name without a row does not compile.
 class SettingName {

@@ -15,7 +15,6 @@ namespace {
 
 using Settings::ProcessSetting;
 using Settings::processSettings;
-using Settings::SettingSource;
 using Settings::SettingType;
 using Settings::TakesEffect;
 using Json = nlohmann::ordered_json;
@@ -23,7 +22,17 @@ using Json = nlohmann::ordered_json;
 std::vector< ProcessSetting const * > settingsOfFiles() {
    std::vector< ProcessSetting const * > settings;
    for ( auto const & setting : processSettings ) {
-      if ( setting.source == SettingSource::filesAndCommandLine ) {
+      if ( setting.inFiles() ) {
+         settings.push_back( &setting );
+      }
+   }
+   return settings;
+}
+
+std::vector< ProcessSetting const * > settingsOfCommandLine() {
+   std::vector< ProcessSetting const * > settings;
+   for ( auto const & setting : processSettings ) {
+      if ( setting.onCommandLine() ) {
          settings.push_back( &setting );
       }
    }
@@ -48,6 +57,12 @@ std::string limitsOf( ProcessSetting const & setting ) {
       return "Patterns UNIT/LEVEL or UNIT/FIRST-LAST, separated by commas.";
    case SettingType::milliseconds:
       return "Milliseconds from 0 to " + std::to_string( Settings::maxMilliseconds ) + ".";
+   case SettingType::databaseServer:
+      return "The form is unix:///PATH or redis://[USER[:PASSWORD]@]HOST[:PORT], which may end in "
+             "\"?\" and, "
+             "separated by \"&\", db=N, user=NAME and password-file=PATH.";
+   case SettingType::databasePrefix:
+      return "Text of 1 to " + std::to_string( setting.maxBytes ) + " bytes.";
    case SettingType::group:
       break;
    }
@@ -64,6 +79,10 @@ char const * argumentOf( ProcessSetting const & setting ) {
       return "group";
    case SettingType::milliseconds:
       return "ms";
+   case SettingType::databaseServer:
+      return "url";
+   case SettingType::databasePrefix:
+      return "text";
    default:
       return "path";
    }
@@ -92,17 +111,17 @@ std::string descriptionOf( ProcessSetting const & setting ) {
 
 std::string synopsis() {
    std::string text;
-   for ( auto const & setting : processSettings ) {
-      text += ".Op Fl -" + std::string( setting.option ) + " Ar " + argumentOf( setting ) + "\n";
+   for ( auto const * setting : settingsOfCommandLine() ) {
+      text += ".Op Fl -" + std::string( setting->option ) + " Ar " + argumentOf( *setting ) + "\n";
    }
    return text;
 }
 
 std::string options() {
    std::string text;
-   for ( auto const & setting : processSettings ) {
-      text += ".It Fl -" + std::string( setting.option ) + " Ar " + argumentOf( setting ) + "\n" +
-              descriptionOf( setting );
+   for ( auto const * setting : settingsOfCommandLine() ) {
+      text += ".It Fl -" + std::string( setting->option ) + " Ar " + argumentOf( *setting ) + "\n" +
+              descriptionOf( *setting );
    }
    return text;
 }
@@ -172,7 +191,9 @@ Json schemaOf( ProcessSetting const & setting ) {
       schema[ "minLength" ] = 1;
       schema[ "maxLength" ] = setting.maxBytes;
    }
-   if ( setting.type == SettingType::absolutePath ) {
+   if ( setting.type == SettingType::databaseServer ) {
+      schema[ "pattern" ] = "^(unix:///|redis://)[^ ]+$";
+   } else if ( setting.type == SettingType::absolutePath ) {
       schema[ "pattern" ] = "^/";
    }
    if ( !setting.defaultValue.empty() ) {

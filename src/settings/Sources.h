@@ -1,4 +1,4 @@
-// The file, line and column of everything that is configured.
+// The file, line and column, or the key in a database, of everything that is configured.
 #pragma once
 
 #include <map>
@@ -11,8 +11,9 @@ struct Place {
    std::string file;
    int line = 0; // from 1; 0: the whole file
    int column = 0;
+   bool inDatabase = false; // then `file` is the key there, without the prefix
 
-   // "valen.yaml:12:7", or only the file.
+   // "valen.yaml:12:7", or only the file; "config:vrf:red".
    std::string text() const;
    bool operator==( Place const & ) const = default;
 };

@@ -23,6 +23,12 @@ namespace {
 constexpr std::chrono::seconds fileTimeout{ 20 };
 constexpr std::chrono::seconds metricsTimeout{ 1 };
 
+void logLosses( std::vector< ReadinessLoss::Lost > const & losses, char const * after ) {
+   for ( auto const & [ interface, why ] : losses ) {
+      log( LogLevel::warning, interface + ": no longer ready after " + after + ": " + why );
+   }
+}
+
 } // namespace
 
 Daemon::Daemon( Settings::ConfigResult const & read,
@@ -95,6 +101,9 @@ Daemon::Daemon( Settings::ConfigResult const & read,
                           conditions_, fileWorker_, loop_.scheduler() ),
       configurator_( options.config, options.process, conditions_, loop_,
                      [ this ]( auto const & plan ) { return stepsTo( plan ); } ),
+      databaseFile_( stateDirectory_, conditions_, fileWorker_, loop_.scheduler() ),
+      databaseLayer_( configurator_, publications_, databaseFile_, loop_.workQueue(),
+                      loop_.scheduler() ),
       access_( process_.value( "read-group" ), process_.value( "admin-group" ) ),
       api_( { store_, feeder_, publications_, links_, controller_, faults_, conditions_, metrics_,
               speakersReport_, trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue(),
@@ -129,6 +138,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       return [ this, groups = lookUp() ] { access_.groupsAre( groups ); };
    } );
    publications_.resume( publishedMessages() );
+   resumeDatabase();
    configurator_.start( read, rejected );
    library_ = Valen::runnabilitySmFactory(
       store_.configDir, store_.agentConfigDir, store_.allIntfConfigDir, store_.allIntfStatusDir,
@@ -189,12 +199,27 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
             leaveStep( wanted ),
             placesStep( plan ),
             [ this ] { return speakers_.attaching().dropOlder( generation_ ); },
-            [ this, plan ] {
+            databaseLayer_.configChangedStep(),
+            [ this ] {
                controller_.configChanged();
                learnedFrames_.configChanged();
-               lastConfiguration_.keep( plan );
+               lastConfiguration_.keep( configurator_.files() );
                return false;
             } };
+}
+
+// Until the server has been read, what it had last is active.
+void Daemon::resumeDatabase() {
+   if ( process_.given( "database.server" ) ) {
+      databaseLayer_.resume( DatabaseFile::originOf( process_.value( "database.server" ),
+                                                     process_.value( "database.prefix" ) ) );
+   }
+   databaseLayer_.changedIs( [ this ]( auto const & changes ) {
+      log( LogLevel::notice,
+           "configuration of the database: " + Settings::counted( changes.size(), "change" ) );
+      readinessLoss_.reportSince(
+         readyBefore_, []( auto const & lost ) { logLosses( lost, "a change of the database" ); } );
+   } );
 }
 
 Slices::Step Daemon::followStep( std::set< std::string > const & netNss ) {
@@ -278,10 +303,8 @@ void Daemon::reloadEnded( Configurator::Outcome const & outcome,
    auto const warnings = configurator_.active().warnings;
    readinessLoss_.reportSince(
       readyBefore_, [ changes = outcome.changes, warnings, done, isFirst ]( auto const & lost ) {
-         for ( auto const & [ interface, why ] : lost ) {
-            if ( isFirst ) { // of those who asked for it
-               log( LogLevel::warning, interface + ": no longer ready after the reload: " + why );
-            }
+         if ( isFirst ) { // of those who asked for it
+            logLosses( lost, "the reload" );
          }
          done( { changes, warnings, lost, std::nullopt } );
       } );

@@ -14,6 +14,7 @@
 #include "valend/base/StateDirectory.h"
 #include "valend/base/Watchdog.h"
 #include "valend/configuration/Configurator.h"
+#include "valend/configuration/DatabaseLayer.h"
 #include "valend/configuration/LastConfiguration.h"
 #include "valend/configuration/LearnedFrames.h"
 #include "valend/configuration/PublishedFile.h"
@@ -54,6 +55,7 @@ class Daemon {
    std::vector< Publications::Message > publishedMessages();
    static std::string capabilityError( Valen::Linux::NetNsUse use );
    Slices::Step placesStep( PlanPtr const & plan );
+   void resumeDatabase();
    void resumeShutdowns();
    void reload( std::function< void( Reloaded const & ) > const & done );
    void reloadEnded( Configurator::Outcome const & outcome,
@@ -97,6 +99,8 @@ class Daemon {
    std::vector< std::string > readyBefore_; // interfaces, before the last reload
    U64 lastReload_ = 0;                     // whose losses of readiness are logged
    Configurator configurator_;
+   DatabaseFile databaseFile_;
+   DatabaseLayer databaseLayer_;
    Access access_;
    Api api_;
    Varlink::Server server_;

@@ -60,7 +60,9 @@ std::optional< Options > parseOptions( int argc, char const * const * argv, Exit
       ->capture_default_str();
    app.add_flag( "--check", options.check, "Check the configuration and exit" );
    for ( auto const & setting : Settings::processSettings ) {
-      addOption( app, setting, options.process );
+      if ( setting.onCommandLine() ) {
+         addOption( app, setting, options.process );
+      }
    }
    try {
       app.parse( argc, argv );

@@ -29,7 +29,7 @@ class MirrorTest : public Test::DatabaseTest {
                .names = { "config:", "want:" },
                .compare = 100ms,
                .poll = 50ms,
-               .patience = 200ms };
+               .noticeTimeout = 200ms };
    }
    void mirror( Mirror::Options const & options ) {
       Mirror::Events events{

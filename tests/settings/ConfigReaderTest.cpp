@@ -107,7 +107,7 @@ color: blue
          "f:9:1: unknown key \"color\" in the configuration; expected "
          "\"shutdown-delay-ms\", \"goodbyes\", \"vrfs\", \"interfaces\", \"agents\", \"socket\", "
          "\"netns-directory\", \"state-directory\", \"max-shutdown-delay-ms\", "
-         "\"metrics-file\" or \"trace\"" ) );
+         "\"metrics-file\", \"trace\" or \"database\"" ) );
 }
 
 TEST( ConfigReaderTest, TheDelayIsMillisecondsInSixteenBits ) {

@@ -46,11 +46,11 @@ TEST( ConfigWriterTest, EverythingIsWritten ) {
                                  "state-directory: /d\n"
                                  "max-shutdown-delay-ms: 20000\n"
                                  "metrics-file: /m\n"
-                                 "trace: {levels: A/0, file: /t, ring: /r}\n" );
+                                 "trace: {levels: A/0, file: /t, ring: /r}\n"
+                                 "database: {server: 'redis://u:p@h', prefix: p}\n" );
    ASSERT_EQ( config.agents.at( "lldp" ).at( "Ethernet1" ).size(), 2u );
    for ( auto const & setting : processSettings ) {
-      bool const inFiles = setting.source != SettingSource::commandLine;
-      EXPECT_EQ( config.process.given( setting ).has_value(), inFiles ) << setting.name;
+      EXPECT_EQ( config.process.given( setting ).has_value(), setting.inFiles() ) << setting.name;
    }
    EXPECT_TRUE( config.goodbyes.any() );
    EXPECT_TRUE( config.interfaces.at( "Ethernet3" ).goodbyes );

@@ -26,7 +26,7 @@ bool contains( std::string const & text, std::string_view part ) {
 }
 
 bool isOfFiles( ProcessSetting const & setting ) {
-   return setting.source == SettingSource::filesAndCommandLine;
+   return setting.inFiles();
 }
 
 // The last part of the name, which is the key in its mapping.
@@ -38,8 +38,10 @@ std::string keyOf( ProcessSetting const & setting ) {
 TEST( DocumentsTest, TheConfigurationDocumentDescribesEverySettingWithItsDefault ) {
    auto const text = contentOf( DOCS "configuration.md" );
    for ( auto const & setting : processSettings ) {
-      EXPECT_TRUE( contains( text, "`--" + std::string( setting.option ) + "`" ) )
-         << "docs/configuration.md has no option --" << setting.option;
+      if ( setting.onCommandLine() ) {
+         EXPECT_TRUE( contains( text, "`--" + std::string( setting.option ) + "`" ) )
+            << "docs/configuration.md has no option --" << setting.option;
+      }
       auto const row = section( text, "`" + keyOf( setting ) + "` |", "\n" );
       if ( isOfFiles( setting ) ) {
          EXPECT_FALSE( row.empty() ) << "docs/configuration.md has no row for " << setting.name;
@@ -69,6 +71,10 @@ TEST( DocumentsTest, TheConfigurationDocumentNamesTheSettingsThatTakeEffectAtThe
 TEST( DocumentsTest, TheManPageOfTheDaemonDescribesEveryOptionWithItsDefault ) {
    auto const page = contentOf( MAN_PAGES "valend.8" );
    for ( auto const & setting : processSettings ) {
+      if ( !setting.onCommandLine() ) {
+         EXPECT_FALSE( contains( page, setting.help ) ) << setting.name;
+         continue;
+      }
       auto const option = "Fl -" + std::string( setting.option ) + " Ar ";
       EXPECT_TRUE( contains( page, ".Op " + option ) ) << "synopsis of " << setting.option;
       auto const item = section( page, ".It " + option, "\n.It " );

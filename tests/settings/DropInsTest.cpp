@@ -174,7 +174,7 @@ TEST_F( DropInsTest, AllErrorsOfAllFilesAreListedFileByFile ) {
          "valen.yaml:1:1: unknown key \"color\" in the configuration; expected "
          "\"shutdown-delay-ms\", \"goodbyes\", \"vrfs\", \"interfaces\", \"agents\", \"socket\", "
          "\"netns-directory\", \"state-directory\", \"max-shutdown-delay-ms\", "
-         "\"metrics-file\" or \"trace\"",
+         "\"metrics-file\", \"trace\" or \"database\"",
          "valen.yaml:2:20: shutdown-delay-ms is \"x\"; expected milliseconds from 0 to "
          "65535",
          "conf.d/a.yaml:1:31: unknown interface \"et9\"; expected one of \"interfaces\"",

@@ -136,7 +136,7 @@ std::map< std::string, Json > settingsOf( Json const & properties,
 TEST( SchemaTest, TheSettingsOfTheProcessAreThoseOfTheTable ) {
    auto properties = settingsOf( schema().at( "properties" ) );
    for ( auto const & setting : processSettings ) {
-      if ( setting.source == SettingSource::commandLine ) {
+      if ( !setting.inFiles() ) {
          continue;
       }
       auto const found = properties.find( std::string( setting.name ) );
@@ -146,7 +146,8 @@ TEST( SchemaTest, TheSettingsOfTheProcessAreThoseOfTheTable ) {
       EXPECT_EQ( fallback.is_string() ? fallback.get< std::string >() : fallback.dump(),
                  setting.defaultValue )
          << setting.name;
-      EXPECT_EQ( property.contains( "pattern" ), setting.type == SettingType::absolutePath )
+      EXPECT_EQ( property.contains( "pattern" ), setting.type == SettingType::absolutePath ||
+                                                    setting.type == SettingType::databaseServer )
          << setting.name;
       EXPECT_NE( property.at( "description" ).get< std::string >().find( setting.help ),
                  std::string::npos )
@@ -157,8 +158,10 @@ TEST( SchemaTest, TheSettingsOfTheProcessAreThoseOfTheTable ) {
          EXPECT_EQ( problemWith( setting, std::to_string( most ) ), "" );
          EXPECT_NE( problemWith( setting, std::to_string( most + 1 ) ), "" );
       } else if ( setting.type != SettingType::traceLevels ) {
+         std::string const head =
+            setting.type == SettingType::databaseServer ? "unix:///s?password-file=/" : "/";
          auto const longest = property.at( "maxLength" ).get< std::size_t >();
-         EXPECT_EQ( problemWith( setting, "/" + std::string( longest - 1, 'x' ) ), "" );
+         EXPECT_EQ( problemWith( setting, head + std::string( longest - head.size(), 'x' ) ), "" );
          EXPECT_NE( problemWith( setting, "/" + std::string( longest, 'x' ) ), "" );
          EXPECT_EQ( property.at( "minLength" ), 1 ) << setting.name;
       }

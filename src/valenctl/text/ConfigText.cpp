@@ -13,6 +13,9 @@ namespace {
 // Where an item comes from: "/etc/valen/valen.yaml:8", or what sets it when no file does.
 std::string sourceOf( Json const & item ) {
    auto const place = anyField( item, "place" );
+   if ( anyField( place, "database" ) == true ) {
+      return "database, " + textField( place, "file" );
+   }
    if ( place.is_object() ) {
       return textField( place, "file" ) + ":" + std::to_string( numberField( place, "line" ) );
    }

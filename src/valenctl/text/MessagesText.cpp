@@ -18,6 +18,8 @@ std::string sourceText( Json const & message ) {
       source = "client";
    } else if ( source == "connection" ) {
       source = "client, while connected";
+   } else if ( auto const owner = textField( message, "owner" ); !owner.empty() ) {
+      source += ", " + owner;
    }
    return anyField( message, "inForce" ) == false ? source + " (not active)" : source;
 }

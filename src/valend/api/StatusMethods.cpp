@@ -1,25 +1,10 @@
 #include "valend/api/StatusMethods.h"
 
 #include "platform/quill/Allocation.h"
-#include "settings/Version.h"
 
 #include <algorithm>
 
 namespace Valend {
-
-namespace {
-
-Json conditionsJson( Conditions const & conditions ) {
-   using std::chrono::milliseconds;
-   auto list = Json::array();
-   for ( auto const & [ name, text, since ] : conditions.raised() ) {
-      auto const sinceMs = std::chrono::duration_cast< milliseconds >( since.time_since_epoch() );
-      list.push_back( { { "name", name }, { "text", text }, { "since", sinceMs.count() } } );
-   }
-   return list;
-}
-
-} // namespace
 
 std::vector< Method > StatusMethods::methods() {
    using Self = StatusMethods;
@@ -36,21 +21,9 @@ void StatusMethods::status( Call const & call, Text const & interface ) {
    if ( !interface ) {
       return all_.to( call );
    }
-   auto status = daemonStatus();
+   auto status = daemon_.json();
    status[ "interfaces" ] = Json::array( { report_.interface( parts_.interface( *interface ) ) } );
    call->reply( std::move( status ) );
-}
-
-// What is not of an interface.
-Json StatusMethods::daemonStatus() const {
-   auto const & delayMs = parts_.feeder.config().shutdownDelayMs;
-   return { { "version", Settings::version },
-            { "shutdownDelayMs", delayMs ? Json( *delayMs ) : Json() },
-            { "active", parts_.store.statusDir->agentActive() },
-            { "faults", parts_.faults.count() },
-            { "lastFaults", parts_.faults.texts() },
-            { "conditions", conditionsJson( parts_.conditions ) },
-            { "vrfs", report_.vrfs() } };
 }
 
 // One interface after the other, by name, while they may come and go. The rest is as it is at the end.
@@ -65,7 +38,7 @@ SlowAnswer::Part StatusMethods::allInterfaces() const {
       return report_.interface( found->second );
    };
    return SlowAnswer::lists( { { "interfaces", std::move( next ) } },
-                             [ this ] { return daemonStatus(); } );
+                             [ this ] { return daemon_.json(); } );
 }
 
 void StatusMethods::explain( Call const & call, std::string const & interface ) {

@@ -4,7 +4,7 @@
 #include "valend/api/Method.h"
 #include "valend/api/Parts.h"
 #include "valend/api/SlowAnswer.h"
-#include "valend/report/StatusReport.h"
+#include "valend/report/DaemonStatus.h"
 
 namespace Valend {
 
@@ -13,6 +13,7 @@ class StatusMethods final : public MethodGroup {
    // Both must outlive this.
    StatusMethods( Parts const & parts, StatusReport const & report )
        : parts_( parts ), report_( report ),
+         daemon_( parts.store, parts.feeder, parts.faults, parts.conditions, report ),
          all_( parts.work, parts.scheduler, "status", [ this ] { return allInterfaces(); } ) {}
 
    std::vector< Method > methods() override;
@@ -21,7 +22,6 @@ class StatusMethods final : public MethodGroup {
    using Text = std::optional< std::string >;
 
    void status( Call const & call, Text const & interface );
-   Json daemonStatus() const;
    SlowAnswer::Part allInterfaces() const;
    void explain( Call const & call, std::string const & interface );
    void history( Call const & call, std::optional< std::vector< std::string > > const & interfaces,
@@ -31,6 +31,7 @@ class StatusMethods final : public MethodGroup {
 
    Parts const & parts_;
    StatusReport const & report_;
+   DaemonStatus const daemon_;
    SlowAnswer all_; // the status of all interfaces
 };
 

@@ -104,6 +104,12 @@ Refusal messagesAreLearned( std::string const & agent, std::string const & inter
                                      "configuration decides what it learns" );
 }
 
+Refusal messagesAreOfDatabase( std::string const & agent, std::string const & interface ) {
+   return Refusal( "AgentExists", "the frames of agent " + quoted( agent ) + " for interface " +
+                                     quoted( interface ) +
+                                     " are in the database; delete them there" );
+}
+
 Refusal agentIsOfAnotherClient( std::string const & agent ) {
    return Refusal( "AgentExists", "another client publishes as agent " + quoted( agent ) +
                                      "; its frames are withdrawn when it disconnects" );

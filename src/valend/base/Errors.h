@@ -39,6 +39,8 @@ Refusal agentIsConfigured( std::string const & agent );
 Refusal agentIsOfAnotherClient( std::string const & agent );
 // Only valend itself withdraws them.
 Refusal messagesAreLearned( std::string const & agent, std::string const & interface );
+// They are withdrawn in the database.
+Refusal messagesAreOfDatabase( std::string const & agent, std::string const & interface );
 
 // An operation that failed. `why` has the link and errno's text.
 Refusal noDevice( std::string const & why );

@@ -14,7 +14,7 @@ using SourcesPtr = std::shared_ptr< Settings::Sources const >;
 
 // What is large is shared, and never null.
 struct ActiveConfiguration {
-   PlanPtr plan = std::make_shared< Plan const >();                    // of the files
+   PlanPtr plan = std::make_shared< Plan const >(); // of the files and the database
    SourcesPtr sources = std::make_shared< Settings::Sources const >(); // its places
    std::vector< std::string > warnings;                                // about the files
 

@@ -12,14 +12,20 @@ using Settings::Place;
 using Settings::ProcessSetting;
 
 Json placeJson( Place const * place ) {
-   return place
-             ? Json{ { "file", place->file }, { "line", place->line }, { "column", place->column } }
-             : Json();
+   return place ? Json{ { "file", place->file },
+                        { "line", place->line },
+                        { "column", place->column },
+                        { "database", place->inDatabase } }
+                : Json();
 }
 
 Place const * find( Settings::Sources::Places const & places, std::string const & name ) {
    auto const found = places.find( name );
    return found == places.end() ? nullptr : &found->second;
+}
+
+char const * originOf( Place const * place ) {
+   return !place ? "default" : place->inDatabase ? "database" : "file";
 }
 
 Json textOrNull( std::string const & text ) {
@@ -31,7 +37,7 @@ Json delayJson( ActiveConfiguration const & active ) {
    auto const * const place = find( active.sources->settings, "shutdown-delay-ms" );
    return { { "name", "shutdown-delay-ms" },
             { "value", delay ? Json( std::to_string( *delay ) ) : Json() },
-            { "origin", place ? "file" : "default" },
+            { "origin", originOf( place ) },
             { "place", placeJson( place ) } };
 }
 
@@ -39,14 +45,17 @@ Json goodbyesJson( ActiveConfiguration const & active ) {
    auto const * const place = find( active.sources->settings, "goodbyes" );
    return { { "name", "goodbyes" },
             { "value", active.config().goodbyes.text() },
-            { "origin", place ? "file" : "default" },
+            { "origin", originOf( place ) },
             { "place", placeJson( place ) } };
 }
 
 // The value that is used now. Trace levels can also be set over the API.
 std::string currentValue( ActiveConfiguration const & active, ProcessSetting const & setting ) {
-   return setting.type == Settings::SettingType::traceLevels ? Quill::traceLevels()
-                                                             : active.process.value( setting );
+   if ( setting.type == Settings::SettingType::traceLevels ) {
+      return Quill::traceLevels();
+   }
+   bool const onReload = setting.takesEffect == Settings::TakesEffect::onReload;
+   return shown( setting, ( onReload ? active.wanted() : active.process ).value( setting ) );
 }
 
 Json processSettingJson( ActiveConfiguration const & active, ProcessSetting const & setting ) {
@@ -58,9 +67,7 @@ Json processSettingJson( ActiveConfiguration const & active, ProcessSetting cons
    auto const * const place = onCommandLine ? nullptr : find( sources.settings, name );
    return { { "name", name },
             { "value", textOrNull( currentValue( active, setting ) ) },
-            { "origin", onCommandLine ? "command-line"
-                        : place       ? "file"
-                                      : "default" },
+            { "origin", onCommandLine ? "command-line" : originOf( place ) },
             { "place", placeJson( place ) } };
 }
 

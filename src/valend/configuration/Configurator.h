@@ -3,11 +3,15 @@
 // A reload reads and checks the files in another thread, and applies the configuration in slices, so that the loop
 // never waits for it. One reload runs at a time. What is requested meanwhile is done by one more that begins
 // afterwards, because the files may have been changed in between.
+//
+// The entities of a database lie over the files (settings/Overlay.h). What changes in them is settled in the same thread,
+// and applied in the same slices, but without reading the files.
 #pragma once
 
 #include "linux/Worker.h"
 #include "platform/gantry/Timer.h"
 #include "settings/ConfigFiles.h"
+#include "settings/Overlay.h"
 #include "valend/base/Conditions.h"
 #include "valend/base/Refusal.h"
 #include "valend/base/Slices.h"
@@ -42,6 +46,26 @@ class Configurator {
    // configuration is applied or rejected. It may use only what it owns.
    void lookUpIs( Valen::Linux::Worker::Job lookUp ) { lookUp_ = std::move( lookUp ); }
 
+   // What has come of the entities of a database.
+   struct Layered {
+      // Why values are not taken, by key, as far as that has changed; empty: no longer.
+      std::vector< std::pair< std::string, std::string > > rejected;
+      std::shared_ptr< Settings::Entities const > taken; // that are active; null: as before
+      bool ofEntities = false;                           // of a change of them, else of a reload
+      std::vector< std::string > changes = {};           // of a change of entities, a line each
+   };
+   // `layered` is told afterwards, at the start, after a reload and after each change of the entities. Call it before
+   // start().
+   void layeredIs( std::function< void( Layered const & layered ) > layered ) {
+      layered_ = std::move( layered );
+   }
+   // Begins with these entities, which a previous run had taken. Call it before start().
+   void resume( Settings::Entities taken );
+   // Applies what has changed in the entities, or `all` as all of them. One call at a time: the next one when
+   // layeredIs() was told of this one.
+   void entitiesChange( Settings::EntityChanges changes );
+   void entitiesReplace( Settings::EntityChanges all );
+
    // Applies the configuration that valend starts with, in one go. Requires one without errors.
    //   rejected   the errors of the files, if it is not theirs but the last valid one
    void start( Settings::ConfigResult read,
@@ -61,21 +85,36 @@ class Configurator {
 
    // From the moment at which its application begins.
    ActiveConfiguration const & active() const noexcept { return active_; }
+   // That of the files alone; never null.
+   ConfigPtr const & files() const noexcept { return files_.config; }
 
  private:
+   struct Files {
+      ConfigPtr config;
+      SourcesPtr sources;
+   };
+   struct Layer;
    struct ReadPlan;
    struct Old;
 
    static Settings::ConfigResult readFiles( std::string const & file );
-   static ReadPlan planOf( Settings::ConfigResult result, PlanPtr const & before );
+   static ReadPlan planOf( Files files, Layer & layer, PlanPtr const & before );
 
-   void begin();
+   void next();
+   void beginReload();
    void readEnded( ReadPlan & read );
    void reject( std::vector< Settings::ConfigError > const & errors );
    void makeActive( ReadPlan & read );
+   void applyActive( std::shared_ptr< Old > old );
+   // What is large is destroyed in the other thread.
+   void destroy( std::shared_ptr< Old > old );
+   void logChanges();
    void applied();
    void end( Outcome const & outcome );
-   void sourcesAre( Settings::ConfigResult & read );
+   void beginLayer();
+   void layerSettled( ReadPlan & read );
+   void tellLayered( Layered const & layered ) const;
+   void warningsAre( std::vector< Settings::ConfigError > const & warnings );
 
    std::string const file_;
    Condition condition_;
@@ -84,12 +123,17 @@ class Configurator {
    Read const read_;
    Valen::Linux::Worker::Job lookUp_; // may be empty
    ActiveConfiguration active_;
-   std::vector< Done > running_; // of the reload that runs
-   std::vector< Done > next_;    // of the one after it
-   bool reloading_ = false;
-   U64 number_ = 0;                     // of reloads so far
-   std::vector< std::string > changes_; // of the reload that runs
-   std::size_t logged_ = 0;             // of `changes_`
+   Files files_;
+   std::shared_ptr< Layer > const layer_;              // the other thread's, after the start
+   std::optional< Settings::EntityChanges > entities_; // to be settled
+   bool replaceEntities_ = false;                      // `entities_` are all
+   std::function< void( Layered const & ) > layered_;  // may be empty
+   std::vector< Done > running_;                       // of the reload that runs
+   std::vector< Done > next_;                          // of the one after it
+   bool reloading_ = false;                            // or settling entities
+   U64 number_ = 0;                                    // of reloads so far
+   std::vector< std::string > changes_;                // of the reload that runs
+   std::size_t logged_ = 0;                            // of `changes_`
    Slices slices_;
    Gantry::Timer timer_; // of a read that takes long
    // Leaves a read behind that does not end.

@@ -30,24 +30,24 @@ class LastConfiguration::File {
        : path_( std::move( path ) ), source_( std::move( source ) ) {}
 
    // In the open directory. Returns an empty text, or why it cannot be written.
-   std::string write( int directory, PlanPtr const & plan ) {
-      if ( written_ && written_->config() == plan->config() ) {
+   std::string write( int directory, ConfigPtr const & config ) {
+      if ( written_ && *written_ == *config ) {
          return "";
       }
       auto const error =
          writeAtomically( directory, path_,
                           "# The last valid configuration of " + source_ +
                              ". Written by valend, for a start at which that has errors.\n" +
-                             Settings::yamlOf( plan->config() ),
+                             Settings::yamlOf( *config ),
                           0600, Sync::yes );
-      written_ = error.empty() ? plan : nullptr;
+      written_ = error.empty() ? config : nullptr;
       return error;
    }
 
  private:
    std::string const path_;
    std::string const source_;
-   PlanPtr written_; // what the file has; null when that is not known
+   ConfigPtr written_; // what the file has; null when that is not known
 };
 
 LastConfiguration::LastConfiguration( StateDirectory * stateDirectory, std::string source,
@@ -62,19 +62,19 @@ LastConfiguration::LastConfiguration( StateDirectory * stateDirectory, std::stri
 
 LastConfiguration::~LastConfiguration() {
    if ( next_ ) {
-      worker_.run( [ file = file_, plan = next_,
+      worker_.run( [ file = file_, config = next_,
                      directory = directory_->fd() ]() -> Valen::Linux::Worker::Work {
-         file->write( directory, plan );
+         file->write( directory, config );
          return nullptr;
       } );
    }
 }
 
-void LastConfiguration::keep( PlanPtr plan ) {
+void LastConfiguration::keep( ConfigPtr config ) {
    if ( !file_ ) {
       return;
    }
-   next_ = std::move( plan );
+   next_ = std::move( config );
    if ( !writing_ ) {
       start();
    }
@@ -84,12 +84,12 @@ void LastConfiguration::start() {
    writing_ = true;
    timer_.stop();
    auto const whyNotOpen = directory_->open();
-   worker_.run( [ this, file = file_, plan = std::exchange( next_, nullptr ), whyNotOpen,
+   worker_.run( [ this, file = file_, config = std::exchange( next_, nullptr ), whyNotOpen,
                   directory = directory_->fd() ]() -> Valen::Linux::Worker::Work {
-      auto const failure = file->write( directory, plan );
-      return [ this, plan, error = whyNotOpen.empty() ? failure : whyNotOpen ] {
+      auto const failure = file->write( directory, config );
+      return [ this, config, error = whyNotOpen.empty() ? failure : whyNotOpen ] {
          if ( !error.empty() && !next_ ) {
-            next_ = plan; // to be tried again
+            next_ = config; // to be tried again
          }
          written( error );
       };

@@ -1,4 +1,4 @@
-// Keeps the last valid configuration in the file "configuration.yaml" of the state directory, for a start at
+// Keeps the last valid configuration of the files in the file "configuration.yaml" of the state directory, for a start at
 // which the files have errors: the links are to be protected all the same.
 //
 // The file is a configuration of its own, with the frames of capture files in it. A worker thread writes it, because a
@@ -40,8 +40,8 @@ class LastConfiguration {
    LastConfiguration( LastConfiguration const & ) = delete;
    LastConfiguration & operator=( LastConfiguration const & ) = delete;
 
-   // Keeps the configuration of `plan`, which is valid. Returns at once.
-   void keep( PlanPtr plan );
+   // Keeps `config`, which is valid. Returns at once.
+   void keep( ConfigPtr config );
 
  private:
    class File;
@@ -53,7 +53,7 @@ class LastConfiguration {
    std::shared_ptr< File > const file_; // the worker's; null when nothing is kept
    Condition condition_;
    Valen::Linux::Worker & worker_;
-   PlanPtr next_; // to be written; null: none
+   ConfigPtr next_; // to be written; null: none
    bool writing_ = false;
    Gantry::Timer timer_;
 };

@@ -2,8 +2,11 @@
 
 namespace Valend {
 
-Plan::Plan( Settings::Config config ) : config_( std::move( config ) ) {
-   for ( auto const & [ agent, messages ] : config_.agents ) {
+Plan::Plan( Settings::Config config )
+    : Plan( std::make_shared< Settings::Config const >( std::move( config ) ) ) {}
+
+Plan::Plan( std::shared_ptr< Settings::Config const > config ) : config_( std::move( config ) ) {
+   for ( auto const & [ agent, messages ] : config_->agents ) {
       for ( auto const & [ interface, frames ] : messages ) {
          frames_[ interface ].emplace_back( agent, frames );
       }

@@ -14,20 +14,22 @@ namespace Valend {
 // A plain value: it may be made, and destroyed, in another thread.
 class Plan {
  public:
-   Plan() = default;
+   Plan() : Plan( Settings::Config() ) {}
    explicit Plan( Settings::Config config );
+   explicit Plan( std::shared_ptr< Settings::Config const > config ); // not null
 
-   Settings::Config const & config() const noexcept { return config_; }
+   Settings::Config const & config() const noexcept { return *config_; }
 
    // The frames that the configuration has for the interface, by agent.
    using Frames = std::vector< std::pair< std::string, Settings::Frames > >;
    Frames const & framesFor( std::string const & interface ) const;
 
  private:
-   Settings::Config config_;
+   std::shared_ptr< Settings::Config const > config_;
    std::map< std::string, Frames > frames_; // by interface
 };
 
 using PlanPtr = std::shared_ptr< Plan const >;
+using ConfigPtr = std::shared_ptr< Settings::Config const >;
 
 } // namespace Valend

@@ -45,11 +45,15 @@ std::size_t Publications::memoryOf( Settings::Frames const & frames ) noexcept {
    return memory;
 }
 
+Publications::Key Publications::keyOf( Message const & message ) {
+   return { message.agent, message.interface, message.lifetime == Lifetime::database };
+}
+
 void Publications::resume( std::vector< Message > messages ) {
    for ( auto & message :
          messages ) { // checked as in publish(), but the interface may not exist now
       if ( isName( message.agent ) && !isReserved( message.agent ) && !message.frames.empty() &&
-           !messages_.contains( { message.agent, message.interface } ) ) {
+           !messages_.contains( keyOf( message ) ) ) {
          put( std::move( message ) );
       }
    }
@@ -103,14 +107,17 @@ void Publications::publish( Message message ) {
    if ( isReserved( message.agent ) != ( message.lifetime == Lifetime::learned ) ) {
       throw Errors::reservedAgentName( Settings::learnedAgents );
    }
-   if ( !config().interfaces.contains( message.interface ) ) {
+   bool const ofDatabase = message.lifetime == Lifetime::database;
+   if ( !ofDatabase && !config().interfaces.contains( message.interface ) ) {
       throw Errors::noSuchInterface( message.interface );
    }
    if ( message.frames.empty() ) {
       throw Errors::noFrames();
    }
-   requireName( message.agent, message.client );
-   auto const old = messages_.find( { message.agent, message.interface } );
+   if ( !ofDatabase ) {
+      requireName( message.agent, message.client );
+   }
+   auto const old = messages_.find( keyOf( message ) );
    auto const memory = memory_ - ( old == messages_.end() ? 0 : memoryOf( old->second.frames ) ) +
                        memoryOf( message.frames );
    if ( memory > maxMemory ) {
@@ -138,9 +145,9 @@ void Publications::framesChanged( std::string const & interface, Lifetime lifeti
 }
 
 void Publications::put( Message message ) {
-   Key const key( message.agent, message.interface );
+   auto const key = keyOf( message );
    memory_ += memoryOf( message.frames );
-   agentsOf_[ message.interface ].insert( message.agent );
+   keysOf_[ message.interface ].insert( key );
    if ( message.lifetime == Lifetime::connection ) {
       boundTo_[ message.client ].insert( key );
       ++clientsOf_[ message.agent ][ message.client ];
@@ -161,7 +168,7 @@ void removeFrom( Map & map, typename Map::key_type const & key, Element const & 
 void Publications::remove( Messages::iterator message ) {
    auto const & [ key, old ] = *message;
    memory_ -= memoryOf( old.frames );
-   removeFrom( agentsOf_, old.interface, old.agent );
+   removeFrom( keysOf_, old.interface, key );
    if ( old.lifetime == Lifetime::connection ) {
       removeFrom( boundTo_, old.client, key );
       if ( --clientsOf_[ old.agent ][ old.client ] == 0 ) {
@@ -175,6 +182,9 @@ Publications::Lifetime Publications::withdraw( std::string const & agent,
                                                std::string const & interface, U64 client ) {
    auto const old = messages_.find( { agent, interface } );
    if ( old == messages_.end() ) {
+      if ( messages_.contains( { agent, interface, true } ) ) {
+         throw Errors::messagesAreOfDatabase( agent, interface );
+      }
       auto const configured = config().agents.find( agent );
       throw configured != config().agents.end() && configured->second.contains( interface )
          ? Errors::messagesAreConfigured( agent, interface )
@@ -195,6 +205,14 @@ Publications::Lifetime Publications::withdraw( std::string const & agent,
    return lifetime;
 }
 
+void Publications::withdrawOfDatabase( std::string const & agent, std::string const & interface ) {
+   auto const old = messages_.find( { agent, interface, true } );
+   if ( old != messages_.end() ) {
+      remove( old );
+      framesChanged( interface, Lifetime::database );
+   }
+}
+
 void Publications::clientGone( U64 client ) {
    if ( isNeeded( client ) && gone_.insert( client ).second ) {
       slices_.add( [ this, client ] { return withdrawNext( client ); } );
@@ -209,24 +227,26 @@ bool Publications::withdrawNext( U64 gone ) {
    }
    auto const key = *bound->second.begin();
    remove( messages_.find( key ) );
-   framesChanged( key.second, Lifetime::connection );
+   framesChanged( key.interface, Lifetime::connection );
    return true;
 }
 
 bool Publications::isActive( Message const & message ) const {
    return config().interfaces.contains( message.interface ) &&
-          !config().agents.contains( message.agent );
+          !config().agents.contains( message.agent ) &&
+          ( message.lifetime == Lifetime::database ||
+            !messages_.contains( { message.agent, message.interface, true } ) );
 }
 
 std::vector< Publications::Message const * >
 Publications::messagesFor( std::string const & interface ) const {
    std::vector< Message const * > messages;
-   auto const agents = agentsOf_.find( interface );
-   if ( agents == agentsOf_.end() ) {
+   auto const keys = keysOf_.find( interface );
+   if ( keys == keysOf_.end() ) {
       return messages;
    }
-   for ( auto const & agent : agents->second ) {
-      messages.push_back( &messages_.at( { agent, interface } ) );
+   for ( auto const & key : keys->second ) {
+      messages.push_back( &messages_.at( key ) );
    }
    return messages;
 }

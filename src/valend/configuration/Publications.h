@@ -5,6 +5,10 @@
 // interface, published frames are kept but not active. While an agent has frames that are bound to a
 // connection, only that client can publish under the agent's name.
 //
+// Frames that agents have put in a database are published with the lifetime "database". They may be there before their
+// interface is. While the database has frames of an agent for an interface, those that were published over the API
+// are kept but not active.
+//
 // What valend learns is published in the same way, with the lifetime "learned", under names that are reserved for
 // it (Settings::learnedAgents). It is not saved, and clients cannot withdraw it.
 #pragma once
@@ -28,11 +32,13 @@ class Publications {
       kept,       // until they are withdrawn
       connection, // until they are withdrawn or the client disconnects
       learned,    // until valend, which has learned them, withdraws them
+      database,   // until they are withdrawn there
    };
    friend constexpr auto enumTexts( Lifetime ) {
       return std::to_array< EnumText< Lifetime > >( { { Lifetime::kept, "kept" },
                                                       { Lifetime::connection, "connection" },
-                                                      { Lifetime::learned, "learned" } } );
+                                                      { Lifetime::learned, "learned" },
+                                                      { Lifetime::database, "database" } } );
    }
    static constexpr U64 self = 0; // as a client: valend itself
 
@@ -41,7 +47,8 @@ class Publications {
       std::string interface;
       Settings::Frames frames;
       Lifetime lifetime;
-      U64 client; // that published it
+      U64 client;             // that published it
+      std::string owner = {}; // for people: whose frames they are, of those of a database
    };
 
    static constexpr std::size_t maxFrameBytes = 65535;
@@ -85,30 +92,39 @@ class Publications {
 
    // Publishes `message`, which replaces what its agent has published for its interface. Throws
    // Refusal "NoSuchInterface", "AgentExists", "BadName", "NoFrames" or "TooMuch", and changes nothing
-   // then. A reserved name is bad without the lifetime "learned", and any other name with it. It takes the time for
-   // one interface, however much else is published.
+   // then. A reserved name is bad without the lifetime "learned", and any other name with it. With the lifetime
+   // "database", the interface need not exist, and the configuration may have the agent. It takes the time for one
+   // interface, however much else is published.
    void publish( Message message );
-   // Withdraws what the agent has published for the interface, and returns its lifetime. Throws Refusal
-   // "NoSuchMessages" or "AgentExists".
+   // Withdraws what the agent has published for the interface, but not what it has in the database, and returns its
+   // lifetime. Throws Refusal "NoSuchMessages" or "AgentExists".
    Lifetime withdraw( std::string const & agent, std::string const & interface, U64 client );
+   // Withdraws what the agent had in the database for the interface.
+   void withdrawOfDatabase( std::string const & agent, std::string const & interface );
    // Withdraws what was bound to the client's connection, one message after the other in later turns of the loop. The
    // names of its agents are free at once.
    void clientGone( U64 client );
 
    // Whether anything is bound to the client's connection.
    bool isNeeded( U64 client ) const noexcept { return boundTo_.contains( client ); }
-   // What is published, by agent, then interface.
-   using Key = std::pair< std::string, std::string >;
+   // What is published, by agent, then interface; what is published over the API before what is in the database.
+   struct Key {
+      std::string agent;
+      std::string interface;
+      bool ofDatabase = false;
+      auto operator<=>( Key const & ) const = default;
+   };
    using Messages = std::map< Key, Message >;
    Messages const & messages() const noexcept { return messages_; }
    // The same for one interface.
    std::vector< Message const * > messagesFor( std::string const & interface ) const;
-   // Whether the configuration lets the message be applied now.
+   // Whether the message is applied now: see above.
    bool isActive( Message const & message ) const;
    // See maxMemory.
    std::size_t memory() const noexcept { return memory_; }
 
  private:
+   static Key keyOf( Message const & message );
    void requireName( std::string const & agent, U64 client ) const;
    bool withdrawNext( U64 gone );
    void framesChanged( std::string const & interface, Lifetime lifetime );
@@ -122,8 +138,8 @@ class Publications {
    PlanPtr plan_; // never null
    Messages messages_;
    std::size_t memory_ = 0;
-   std::map< std::string, std::set< std::string > > agentsOf_; // by interface
-   std::map< U64, std::set< Key > > boundTo_; // by client: what its connection holds
+   std::map< std::string, std::set< Key > > keysOf_; // by interface
+   std::map< U64, std::set< Key > > boundTo_;        // by client: what its connection holds
    std::map< std::string, std::map< U64, std::size_t > >
       clientsOf_;         // by agent: how many each holds
    std::set< U64 > gone_; // clients of which something is still to be withdrawn

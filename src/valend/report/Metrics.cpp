@@ -71,6 +71,7 @@ std::string Metrics::text( MetricsFormat format ) const {
             sources_.linesDropped() );
    addConditions( families );
    addClients( families );
+   addDatabase( families );
    return format == MetricsFormat::openmetrics ? openMetricsText( families )
                                                : prometheus::TextSerializer().Serialize( families );
 }
@@ -204,6 +205,26 @@ void Metrics::addClients( Families & families ) const {
    for ( auto const & [ reason, count ] : clients.dropped ) {
       sample( dropped, { { "reason", reason } }, count );
    }
+}
+
+void Metrics::addDatabase( Families & families ) const {
+   auto const database = sources_.database();
+   if ( !database ) {
+      return;
+   }
+   gauge( families, "valen_database_connected", "1 while the database can be read and written.",
+          database->connected );
+   counter( families, "valen_database_reconnects_total",
+            "Connections to the database that were made again after a loss.",
+            database->reconnects );
+   gauge( families, "valen_database_writes_pending",
+          "Hashes and entries of the history that the database has not taken yet.",
+          database->pending );
+   gauge( families, "valen_database_entities", "Hashes that were read from the database.",
+          database->entities );
+   gauge( families, "valen_database_entities_rejected",
+          "Hashes of the database that are not taken; the hash rejected:KEY says why.",
+          database->rejected );
 }
 
 } // namespace Valend

@@ -11,6 +11,7 @@
 
 #include <functional>
 #include <map>
+#include <optional>
 #include <prometheus/metric_family.h>
 #include <string>
 #include <vector>
@@ -34,6 +35,14 @@ class Metrics {
       U64 connected = 0;                      // now
       std::map< std::string, U64 > dropped{}; // since the start, for exceeding a limit, by reason
    };
+   // Of the database.
+   struct Database {
+      bool connected = false;
+      U64 reconnects = 0;
+      U64 pending = 0;
+      U64 entities = 0;
+      U64 rejected = 0;
+   };
    // What the metrics are taken from. All must outlive this.
    struct Sources {
       Store const & store;
@@ -47,6 +56,7 @@ class Metrics {
       std::function< Clients() > clients;
       std::function< U64() > linesDropped; // of the log
       std::function< U64() > sharedBursts; // of frames; see linux/PacketEndpoint.h
+      std::function< std::optional< Database >() > database; // nothing without one
    };
 
    explicit Metrics( Sources sources ) : sources_( std::move( sources ) ) {}
@@ -66,6 +76,7 @@ class Metrics {
    void addMuting( Families & families ) const;
    void addConditions( Families & families ) const;
    void addClients( Families & families ) const;
+   void addDatabase( Families & families ) const;
 
    Sources const sources_;
 };

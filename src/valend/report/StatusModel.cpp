@@ -201,6 +201,19 @@ Json const * StatusModel::find( std::string const & interface ) const {
    return found == entries_.end() ? nullptr : &found->second.json;
 }
 
+StatusModel::Changes StatusModel::changes( U64 since ) const {
+   Changes changes;
+   for ( auto next = newest_.upper_bound( since ); next != newest_.end(); ++next ) {
+      changes.changed.push_back( next->second );
+   }
+   for ( auto const & [ name, change ] : gone_ ) {
+      if ( change > since ) {
+         changes.gone.push_back( name );
+      }
+   }
+   return changes;
+}
+
 std::string StatusModel::difference( U64 since,
                                      std::optional< std::string > const & interface ) const {
    std::vector< std::string > changed;

@@ -42,6 +42,12 @@ class StatusModel {
    U64 last( std::string const & interface ) const;
    // The API's type Interface; null when the interface is not configured, or not known yet.
    Json const * find( std::string const & interface ) const;
+   // The interfaces that have changed after `since`, and those that are gone since then.
+   struct Changes {
+      std::vector< std::string > changed; // the longest ago first
+      std::vector< std::string > gone;
+   };
+   Changes changes( U64 since ) const;
    // What has changed after `since`, of all interfaces or one, as WatchStatus answers it.
    std::string difference( U64 since, std::optional< std::string > const & interface ) const;
    // No one asks for changes up to `since` any more.

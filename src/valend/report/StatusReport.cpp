@@ -25,6 +25,7 @@ Json configuredMessage( std::string const & agent, std::string const & interface
             { "frames", framesJson( frames ) },
             { "lifetime", "configuration" },
             { "inForce", true },
+            { "owner", nullptr },
             { "learned", Json::array() } };
 }
 
@@ -35,6 +36,7 @@ Json publishedMessage( Publications const & publications, SpeakersReport const &
             { "frames", framesJson( message.frames ) },
             { "lifetime", textOf( message.lifetime ) },
             { "inForce", publications.isActive( message ) },
+            { "owner", message.owner.empty() ? Json() : Json( message.owner ) },
             { "learned", speakers.learned( message ) } };
 }
 
@@ -195,18 +197,19 @@ std::optional< Json > StatusReport::nextMessage( Publications const & publicatio
       auto const next =
          name == place.agent ? messages.upper_bound( place.interface ) : messages.begin();
       if ( next != messages.end() ) {
-         place = { false, name, next->first };
+         place = { false, name, next->first, true };
          return configuredMessage( name, next->first, next->second );
       }
    }
    if ( !place.published ) {
-      place = { true, "", "" }; // before all others: no name is empty
+      place = { true, "", "", true }; // before all others: no name is empty
    }
-   auto const next = publications.messages().upper_bound( { place.agent, place.interface } );
+   auto const next =
+      publications.messages().upper_bound( { place.agent, place.interface, place.ofDatabase } );
    if ( next == publications.messages().end() ) {
       return std::nullopt;
    }
-   place = { true, next->second.agent, next->second.interface };
+   place = { true, next->first.agent, next->first.interface, next->first.ofDatabase };
    return publishedMessage( publications, speakers, next->second );
 }
 

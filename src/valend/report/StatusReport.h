@@ -39,6 +39,7 @@ class StatusReport {
       bool published = false;
       std::string agent;
       std::string interface;
+      bool ofDatabase = false;
    };
    // The next one in that list, to which `place` is set; nothing at the end.
    static std::optional< Json > nextMessage( Publications const & publications,

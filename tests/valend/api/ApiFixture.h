@@ -115,7 +115,8 @@ class ApiFixture : public DaemonFixture {
    SpeakerTable table;
    Metrics metrics{ { store, feeder, kernel, controller, faults, conditions, table,
                       [] { return Egress::Lost(); }, [] { return Metrics::Clients(); },
-                      [] { return U64( 0 ); }, [] { return U64( 0 ); } } };
+                      [] { return U64( 0 ); }, [] { return U64( 0 ); },
+                      [] { return std::nullopt; } } };
    Publications publications;
    LearnedFrames learned{ feeder.config(), publications, table,
                           conditions,      work,         clock.scheduler() };

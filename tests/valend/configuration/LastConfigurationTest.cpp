@@ -26,8 +26,8 @@ class LastConfigurationTest : public ::testing::Test {
       return std::optional< LastConfiguration >( std::in_place, &*state, "valen.yaml", conditions,
                                                  *worker, clock.scheduler() );
    }
-   static PlanPtr planOf( Settings::Config config ) {
-      return std::make_shared< Plan const >( std::move( config ) );
+   static ConfigPtr configOf( Settings::Config config ) {
+      return std::make_shared< Settings::Config const >( std::move( config ) );
    }
    // Waits until everything is written.
    void workerEnd() { worker.reset(); }
@@ -59,7 +59,7 @@ class LastConfigurationTest : public ::testing::Test {
 TEST_F( LastConfigurationTest, WhatIsKeptIsReadAgain ) {
    EXPECT_EQ( LastConfiguration::read( work.path() ), std::nullopt );
    auto last = make( work.path() );
-   last->keep( planOf( delayOf( 5 ) ) );
+   last->keep( configOf( delayOf( 5 ) ) );
    EXPECT_TRUE( eventually( [ & ] { return keptDelay() == U16( 5 ); } ) );
    struct stat status {};
    ASSERT_EQ( ::stat( ( work / "configuration.yaml" ).c_str(), &status ), 0 );
@@ -70,7 +70,7 @@ TEST_F( LastConfigurationTest, WhatIsKeptIsReadAgain ) {
 }
 
 TEST_F( LastConfigurationTest, TheDirectoryIsMade ) {
-   make( work / "state" )->keep( planOf( delayOf( 5 ) ) );
+   make( work / "state" )->keep( configOf( delayOf( 5 ) ) );
    workerEnd();
    EXPECT_TRUE( work.has( "state/configuration.yaml" ) );
 }
@@ -79,22 +79,22 @@ TEST_F( LastConfigurationTest, TheNewestOfSeveralIsKept ) {
    {
       auto last = make( work.path() );
       for ( U16 delay = 1; delay <= 100; ++delay ) {
-         last->keep( planOf( delayOf( delay ) ) );
+         last->keep( configOf( delayOf( delay ) ) );
       }
    }
    workerEnd();
    EXPECT_EQ( keptDelay(), U16( 100 ) );
    worker.emplace( loop, "test" );
    auto last = make( work.path() );
-   last->keep( planOf( delayOf( 7 ) ) );
-   last->keep( planOf( delayOf( 8 ) ) );
+   last->keep( configOf( delayOf( 7 ) ) );
+   last->keep( configOf( delayOf( 8 ) ) );
    EXPECT_TRUE( eventually( [ & ] { return keptDelay() == U16( 8 ); } ) );
 }
 
 TEST_F( LastConfigurationTest, ADirectoryThatCannotBeWrittenIsAConditionUntilItCan ) {
    work.write( "none", "a file in its place" );
    auto last = make( work / "none" );
-   last->keep( planOf( delayOf( 5 ) ) );
+   last->keep( configOf( delayOf( 5 ) ) );
    EXPECT_TRUE( eventually( [ & ] { return !condition().empty(); } ) );
    EXPECT_EQ( condition(), "last-configuration: a start with errors in the configuration would "
                            "fail: cannot open " +
@@ -107,11 +107,11 @@ TEST_F( LastConfigurationTest, ADirectoryThatCannotBeWrittenIsAConditionUntilItC
 TEST_F( LastConfigurationTest, AReplacedPathOfTheDirectoryHasNoEffect ) {
    work.directory( "trap" );
    auto last = make( work / "state" );
-   last->keep( planOf( delayOf( 5 ) ) );
+   last->keep( configOf( delayOf( 5 ) ) );
    ASSERT_TRUE( eventually( [ & ] { return work.has( "state/configuration.yaml" ); } ) );
    std::filesystem::rename( work / "state", work / "moved" );
    work.link( work / "trap", "state" );
-   last->keep( planOf( delayOf( 6 ) ) );
+   last->keep( configOf( delayOf( 6 ) ) );
    last.reset();
    workerEnd();
    EXPECT_FALSE( work.has( "trap/configuration.yaml" ) );
@@ -120,10 +120,10 @@ TEST_F( LastConfigurationTest, AReplacedPathOfTheDirectoryHasNoEffect ) {
 
 TEST_F( LastConfigurationTest, WhatTheFileHasIsNotWrittenAgain ) {
    auto last = make( work.path() );
-   last->keep( planOf( delayOf( 5 ) ) );
+   last->keep( configOf( delayOf( 5 ) ) );
    ASSERT_TRUE( eventually( [ & ] { return keptDelay() == U16( 5 ); } ) );
    work.remove( "configuration.yaml" );
-   last->keep( planOf( delayOf( 5 ) ) );
+   last->keep( configOf( delayOf( 5 ) ) );
    last.reset();
    workerEnd();
    EXPECT_FALSE( work.has( "configuration.yaml" ) );
@@ -132,7 +132,7 @@ TEST_F( LastConfigurationTest, WhatTheFileHasIsNotWrittenAgain ) {
 TEST_F( LastConfigurationTest, WithoutADirectoryNothingIsKept ) {
    {
       auto last = make( "" );
-      last->keep( planOf( delayOf( 5 ) ) );
+      last->keep( configOf( delayOf( 5 ) ) );
    }
    EXPECT_EQ( LastConfiguration::read( "" ), std::nullopt );
    EXPECT_EQ( condition(), "" );
@@ -157,7 +157,7 @@ TEST_F( LastConfigurationTest, TheCallerDoesNotWriteTheFile ) {
    Settings::Config config;
    config.interfaces[ "et1" ] = { "et1", "et1", "default", true };
    config.agents[ "bulk" ][ "et1" ] = Settings::FrameList( 50, std::string( 65000, 'x' ) );
-   auto const plan = planOf( config );
+   auto const plan = configOf( config );
    auto last = make( work.path() );
    auto const before = cpuTime( CLOCK_PROCESS_CPUTIME_ID );
    auto const callerBefore = cpuTime( CLOCK_THREAD_CPUTIME_ID );

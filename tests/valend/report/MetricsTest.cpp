@@ -49,7 +49,10 @@ class MetricsTest : public DaemonFixture {
                       [] {
                          return Metrics::Clients{ 3, { { "refused", 7 } } };
                       },
-                      [] { return U64( 5 ); }, [] { return U64( 9 ); } } };
+                      [] { return U64( 5 ); }, [] { return U64( 9 ); },
+                      [] {
+                         return Metrics::Database{ true, 2, 3, 4, 1 };
+                      } } };
    std::string text() const { return metrics.text(); }
    std::string openMetrics() const { return metrics.text( MetricsFormat::openmetrics ); }
 
@@ -111,6 +114,11 @@ TEST_F( MetricsTest, ADaemonThatDidNothingHasItsGauges ) {
    EXPECT_THAT( samples, HasSubstr( "counter valen_device_resyncs_total [] 3.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "counter valen_frames_shared_bursts_total [] 9.0\n" ) );
    EXPECT_THAT( samples, HasSubstr( "gauge valen_api_connections [] 3.0\n" ) );
+   EXPECT_THAT( samples, HasSubstr( "gauge valen_database_connected [] 1.0\n" ) );
+   EXPECT_THAT( samples, HasSubstr( "counter valen_database_reconnects_total [] 2.0\n" ) );
+   EXPECT_THAT( samples, HasSubstr( "gauge valen_database_writes_pending [] 3.0\n" ) );
+   EXPECT_THAT( samples, HasSubstr( "gauge valen_database_entities [] 4.0\n" ) );
+   EXPECT_THAT( samples, HasSubstr( "gauge valen_database_entities_rejected [] 1.0\n" ) );
    EXPECT_THAT(
       samples,
       HasSubstr( "counter valen_api_connections_dropped_total [('reason', 'refused')] 7.0\n" ) );

@@ -1,0 +1,68 @@
+#include "valend/database/Alive.h"
+
+#include "database/Keys.h"
+#include "database/Transaction.h"
+
+namespace Valend {
+
+Alive::Alive( Quill::Ptr< Gantry::TaskScheduler > scheduler, Database::Connection & connection,
+              std::string const & prefix, std::function< Database::Fields() > fields,
+              Problem problem )
+    : connection_( connection ), prefix_( prefix ),
+      key_( Database::withPrefix( prefix, Database::Names::alive ) ),
+      fields_( std::move( fields ) ), problem_( std::move( problem ) ),
+      period_( std::move( scheduler ), "database alive", [ this ] { renew(); } ) {}
+
+void Alive::up() {
+   written_.clear();
+   connection_.command( { "SADD", Database::hostsKey, prefix_ },
+                        [ this ]( Database::Reply const & reply ) {
+                           if ( reply.failed() ) {
+                              outcome( std::string( Database::hostsKey ) + ": " + reply.text );
+                           }
+                        } );
+   renew();
+}
+
+void Alive::lost() {
+   period_.stop();
+   why_.clear();
+}
+
+void Alive::renew() {
+   period_.start( period );
+   if ( !connection_.canTake() ) {
+      return; // a slow server has other things to take first
+   }
+   auto fields = fields_();
+   if ( fields != written_ ) {
+      return write( fields );
+   }
+   connection_.command( { "PEXPIRE", key_, expiresMs }, [ this ]( Database::Reply const & reply ) {
+      if ( reply.type == Database::Reply::Type::number && reply.number == 0 ) {
+         write( fields_() ); // it has expired, or was deleted
+      } else if ( reply.failed() ) {
+         outcome( key_ + ": " + reply.text );
+      }
+   } );
+}
+
+void Alive::write( Database::Fields const & fields ) {
+   Database::Command set{ "HSET", key_ };
+   for ( auto const & [ name, value ] : fields ) {
+      set.insert( set.end(), { name, value } );
+   }
+   Database::runTogether( connection_, { { "DEL", key_ }, set, { "PEXPIRE", key_, expiresMs } },
+                          [ this, fields ]( std::string const & error ) {
+                             written_ = error.empty() ? fields : Database::Fields();
+                             outcome( error.empty() ? error : key_ + ": " + error );
+                          } );
+}
+
+void Alive::outcome( std::string const & error ) {
+   if ( std::exchange( why_, error ) != error ) {
+      problem_( error );
+   }
+}
+
+} // namespace Valend
