@@ -78,7 +78,7 @@ class Users(ExampleTest):
             transaction.delete("valen:rtr1:alive").hset("valen:rtr1:alive", "version", "1")
             transaction.execute()
         with daemon.pubsub() as notices:
-            for names in "config:*", "frames:*", "want:*", "lease:*":
+            for names in "config:*", "frames:*", "want:*", "test":
                 notices.psubscribe(f"__keyspace@0__:valen:rtr1:{names}")
                 self.assertEqual(notices.get_message(timeout=TIMEOUT)["type"], "psubscribe")
             self.all.hset("valen:rtr1:want:Ethernet1", "link", "down")

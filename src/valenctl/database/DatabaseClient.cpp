@@ -11,7 +11,7 @@ constexpr std::size_t mostOutstanding = 500;
 
 Database::Connection::Options optionsOf( std::string const & url ) {
    Database::Connection::Options options{ Database::Address::parse( url ), "valenctl" };
-   options.timing.lastPause = std::chrono::seconds( 1 ); // somebody waits
+   options.timing.lastPause = std::chrono::seconds( 1 ); // an operator waits
    return options;
 }
 

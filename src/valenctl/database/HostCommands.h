@@ -27,7 +27,7 @@ struct HistoryChoice {
 };
 Exit historyOfHosts( HostSession const & session, HistoryChoice const & choice );
 
-// Until Ctrl-C, or until nobody reads the output.
+// Until Ctrl-C, or until the output is closed.
 Exit watchHosts( HostSession const & session, std::string const & interface );
 
 // Until the interface is in a state (ready, up, down, idle) on all of the hosts; at most for the client's timeout.

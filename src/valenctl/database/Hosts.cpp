@@ -143,14 +143,21 @@ void readInterfaces( DatabaseClient & client, std::vector< Host > & hosts ) {
    }
    readHashes( client, hosts, Database::Names::status,
                [ & ]( std::size_t host, std::string const & name, Database::Reply const & hash ) {
-                  hosts[ host ].interfaces[ safeText( name ) ] = interfaceOf( name, hash );
+                  auto interface = interfaceOf( name, hash );
+                  if ( !interface.interface.is_null() ) {
+                     hosts[ host ].interfaces[ safeText( name ) ] = std::move( interface );
+                  }
                } );
 }
 
 HostInterface interfaceOf( std::string const & name, Database::Reply const & hash ) {
    auto fields = fieldsIn( hash );
-   HostInterface result{ safeJson( fields[ "interface" ] ), fields[ "id" ],
-                         safeText( fields[ "result" ] ) };
+   HostInterface result{ nullptr, fields[ "id" ], safeText( fields[ "result" ] ) };
+   auto const & text = fields[ "interface" ];
+   if ( text.empty() ) {
+      return result;
+   }
+   result.interface = safeJson( text );
    if ( !result.interface.is_object() ) {
       result.interface = { { "link", safeText( fields[ "link" ] ) },
                            { "notReady", "its status in the database cannot be read" } };
@@ -161,12 +168,15 @@ HostInterface interfaceOf( std::string const & name, Database::Reply const & has
    std::from_chars( until.data(), until.data() + until.size(), milliseconds );
    if ( milliseconds > 0 ) {
       result.heldUntil = std::chrono::milliseconds( milliseconds );
-      auto const now = std::chrono::floor< std::chrono::milliseconds >(
-         std::chrono::system_clock::now().time_since_epoch() );
-      result.interface[ "remainingMs" ] =
-         std::max< std::int64_t >( 0, ( result.heldUntil - now ).count() );
+      result.interface[ "remainingMs" ] = msUntil( result.heldUntil );
    }
    return result;
+}
+
+std::int64_t msUntil( std::chrono::milliseconds sinceEpoch ) {
+   auto const now = std::chrono::floor< std::chrono::milliseconds >(
+      std::chrono::system_clock::now().time_since_epoch() );
+   return std::max< std::int64_t >( 0, ( sinceEpoch - now ).count() );
 }
 
 std::vector< Json > readRejected( DatabaseClient & client, std::vector< Host > const & hosts ) {

@@ -11,7 +11,7 @@ namespace Valenctl {
 
 // An interface, as its daemon has last written it.
 struct HostInterface {
-   Json interface;                           // the API's type Interface
+   Json interface;                           // the API's type Interface; null: it is not configured
    std::string id;                           // of the last request that the daemon acted on
    std::string result;                       // what became of it
    std::chrono::milliseconds heldUntil{ 0 }; // since 1970; 0: it is not held
@@ -26,7 +26,7 @@ struct Host {
    std::map< std::string, HostInterface > interfaces = {}; // by name
 };
 
-// A host that was asked for is not in the database, or there is none at all.
+// A host that was asked for is not in the database, or the database has no hosts.
 class NoSuchHost : public std::runtime_error {
  public:
    using runtime_error::runtime_error;
@@ -45,8 +45,12 @@ void readAlive( DatabaseClient & client, std::vector< Host > & hosts );
 // Replaces the interfaces of the hosts by what is there now.
 void readInterfaces( DatabaseClient & client, std::vector< Host > & hosts );
 
-// The interface that a hash of a status describes.
+// The interface that a hash of a status describes. One that is not configured, and of which something was requested, has
+// a result and a null.
 HostInterface interfaceOf( std::string const & name, Database::Reply const & hash );
+
+// What is left until then, at least 0.
+std::int64_t msUntil( std::chrono::milliseconds sinceEpoch );
 
 // For each host, in the same order, a list of {"key", "why"}: what it rejects of what was written to the database.
 std::vector< Json > readRejected( DatabaseClient & client, std::vector< Host > const & hosts );

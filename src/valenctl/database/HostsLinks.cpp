@@ -19,12 +19,6 @@ using Clock = std::chrono::steady_clock;
 constexpr std::chrono::milliseconds betweenPolls{ 50 };
 constexpr std::size_t progressWidth = 78;
 
-std::int64_t msUntil( std::chrono::milliseconds sinceEpoch ) {
-   auto const now = std::chrono::floor< std::chrono::milliseconds >(
-      std::chrono::system_clock::now().time_since_epoch() );
-   return std::max< std::int64_t >( 0, ( sinceEpoch - now ).count() );
-}
-
 // Who asks, for the histories of the hosts: the operator behind sudo, else the user.
 std::string requester() {
    auto const * const sudoer = std::getenv( "SUDO_USER" );

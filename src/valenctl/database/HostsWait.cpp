@@ -33,8 +33,7 @@ std::vector< Json > readOne( DatabaseClient & client, std::vector< Host > & host
    }
    std::vector< Json > interfaces;
    for ( auto const & reply : client.ask( commands ) ) {
-      interfaces.push_back( reply.items.empty() ? Json()
-                                                : interfaceOf( interface, reply ).interface );
+      interfaces.push_back( interfaceOf( interface, reply ).interface );
    }
    return interfaces;
 }

@@ -204,6 +204,13 @@ class Links(HostsTest):
         self.assertEqual(err, 'valenctl: rtr2: interface "Ethernet1" is not configured\n')
         self.assertEqual(self.database.keys("valen:*:want:*"), [])
 
+    def test_an_interface_that_has_only_a_result_is_not_configured(self):
+        self.hosts(1, 1)
+        self.database.hset("valen:rtr1:status:Ethernet9", mapping={"id": "1", "result": "rejected: not configured"})
+        self.assertNotIn("Ethernet9", self.run_ctl("status")[0])
+        self.run_ctl("--host", "rtr1", "shutdown", "Ethernet9", exits=1)
+        self.run_ctl("wait", "Ethernet9", "--until", "up", exits=1)
+
     def test_a_rejected_request(self):
         self.hosts(1, 1)
         _, err = self.run_ctl("--host", "rtr1", "shutdown", "Ethernet1", "--delay", "70000", exits=1)
