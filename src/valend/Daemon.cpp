@@ -71,6 +71,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       controller_( store_, feeder_.config(), links_, speakers_, journal_, conditions_,
                    loop_.scheduler(), loop_.workQueue() ),
       report_( store_, feeder_, links_, controller_ ),
+      daemonStatus_( store_, feeder_, faults_, conditions_, report_ ),
       speakersReport_(
          { feeder_.config(), speakers_.table(), learnedFrames_,
            [ this ]( auto const & place ) { return speakers_.attaching().whyNot( place ); },
@@ -87,7 +88,8 @@ Daemon::Daemon( Settings::ConfigResult const & read,
                                                 { "refused", dropped.refused } } };
                   },
                   [ &output ] { return output.dropped(); },
-                  [ this ] { return endpoints_.sharedBursts(); } } ),
+                  [ this ] { return endpoints_.sharedBursts(); },
+                  [ this ] { return databaseMetrics(); } } ),
       metricsFile_(
          process_.value( "metrics-file" ), [ this ] { return metrics_.text(); }, conditions_,
          metricsWorker_, loop_.scheduler() ),
@@ -104,6 +106,9 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       databaseFile_( stateDirectory_, conditions_, fileWorker_, loop_.scheduler() ),
       databaseLayer_( configurator_, publications_, databaseFile_, loop_.workQueue(),
                       loop_.scheduler() ),
+      database_( { loop_, store_, feeder_, report_, daemonStatus_, controller_, conditions_,
+                   journal_.bootId() },
+                 databaseReader() ),
       access_( process_.value( "read-group" ), process_.value( "admin-group" ) ),
       api_( { store_, feeder_, publications_, links_, controller_, faults_, conditions_, metrics_,
               speakersReport_, trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue(),
@@ -118,6 +123,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
    loop_.signalIs( SIGHUP, [ this ] { hangup(); } );
    controller_.endedIs( [ this ]( auto const & record ) {
       logShutdown( record );
+      database_.ended( record, "" );
       metricsFile_.touch();
    } );
    links_.seenIs( [ this ]( auto const & place, auto seen ) {
@@ -204,22 +210,56 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
                controller_.configChanged();
                learnedFrames_.configChanged();
                lastConfiguration_.keep( configurator_.files() );
+               connectDatabase();
                return false;
             } };
 }
 
+DatabaseClient::Reader Daemon::databaseReader() {
+   return { .entityIs = [ this ]( auto const & key,
+                                  auto const & fields ) { databaseLayer_.entityIs( key, fields ); },
+            .entityGone = [ this ]( auto const & key ) { databaseLayer_.entityGone( key ); },
+            .complete = [ this ] { databaseLayer_.complete(); },
+            .leaseIs = [ this ]( auto const & key,
+                                 bool exists ) { databaseLayer_.leaseIs( key, exists ); },
+            .restart =
+               [ this ]( auto const & server, auto const & prefix ) {
+                  databaseLayer_.restart( DatabaseFile::originOf( server, prefix ) );
+               },
+            .clear = [ this ] { databaseLayer_.clear(); } };
+}
+
+std::optional< Metrics::Database > Daemon::databaseMetrics() const {
+   auto const figures = database_.figures();
+   if ( !figures ) {
+      return std::nullopt;
+   }
+   return Metrics::Database{ figures->connected, figures->reconnects, figures->pending,
+                             figures->entities, figures->rejected };
+}
+
+// At the start, and after each application: a reload may name another one.
+void Daemon::connectDatabase() {
+   auto const & process = configurator_.files()->process;
+   database_.settingsAre( process.value( "database.server" ), process.value( "database.prefix" ) );
+}
+
 // Until the server has been read, what it had last is active.
 void Daemon::resumeDatabase() {
-   if ( process_.given( "database.server" ) ) {
-      databaseLayer_.resume( DatabaseFile::originOf( process_.value( "database.server" ),
-                                                     process_.value( "database.prefix" ) ) );
-   }
+   databaseLayer_.rejectedIs(
+      [ this ]( auto const & key, auto const & why ) { database_.rejectedIs( key, why ); } );
+   databaseLayer_.leaseWantedIs(
+      [ this ]( auto const & key, bool wanted ) { database_.leaseWantedIs( key, wanted ); } );
    databaseLayer_.changedIs( [ this ]( auto const & changes ) {
       log( LogLevel::notice,
            "configuration of the database: " + Settings::counted( changes.size(), "change" ) );
       readinessLoss_.reportSince(
          readyBefore_, []( auto const & lost ) { logLosses( lost, "a change of the database" ); } );
    } );
+   if ( process_.given( "database.server" ) ) {
+      databaseLayer_.resume( DatabaseFile::originOf( process_.value( "database.server" ),
+                                                     process_.value( "database.prefix" ) ) );
+   }
 }
 
 Slices::Step Daemon::followStep( std::set< std::string > const & netNss ) {

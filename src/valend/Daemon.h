@@ -18,6 +18,7 @@
 #include "valend/configuration/LastConfiguration.h"
 #include "valend/configuration/LearnedFrames.h"
 #include "valend/configuration/PublishedFile.h"
+#include "valend/database/DatabaseClient.h"
 #include "valend/kernel/KernelLinks.h"
 #include "valend/report/Metrics.h"
 #include "valend/report/MetricsFile.h"
@@ -55,7 +56,10 @@ class Daemon {
    std::vector< Publications::Message > publishedMessages();
    static std::string capabilityError( Valen::Linux::NetNsUse use );
    Slices::Step placesStep( PlanPtr const & plan );
+   DatabaseClient::Reader databaseReader();
+   std::optional< Metrics::Database > databaseMetrics() const;
    void resumeDatabase();
+   void connectDatabase();
    void resumeShutdowns();
    void reload( std::function< void( Reloaded const & ) > const & done );
    void reloadEnded( Configurator::Outcome const & outcome,
@@ -89,6 +93,7 @@ class Daemon {
    Journal journal_;
    LinkController controller_;
    StatusReport report_;
+   DaemonStatus const daemonStatus_;
    SpeakersReport speakersReport_;
    ReadinessLoss readinessLoss_;
    Metrics metrics_;
@@ -101,6 +106,7 @@ class Daemon {
    Configurator configurator_;
    DatabaseFile databaseFile_;
    DatabaseLayer databaseLayer_;
+   DatabaseClient database_;
    Access access_;
    Api api_;
    Varlink::Server server_;

@@ -41,18 +41,15 @@ DatabaseClient::~DatabaseClient() {
 
 void DatabaseClient::settingsAre( std::string const & server, std::string const & prefix ) {
    Place const place{ server, prefix };
-   if ( place == place_ ) {
+   if ( place == place_ || ( server.empty() && place_.server.empty() ) ) {
       return;
    }
-   bool const another = !place_.server.empty();
    place_ = place;
    end();
    if ( server.empty() ) {
       return reader_.clear();
    }
-   if ( another ) {
-      reader_.restart();
-   }
+   reader_.restart( server, prefix );
    begin();
 }
 

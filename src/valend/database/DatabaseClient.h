@@ -38,8 +38,9 @@ class DatabaseClient {
       std::function< void( std::string const & key ) > entityGone;
       std::function< void() > complete; // everything was read: first, and after each loss
       std::function< void( std::string const & key, bool exists ) > leaseIs;
-      std::function< void() > restart; // what follows is of another server or prefix
-      std::function< void() > clear;   // there is no database any more
+      // What follows is of this server and prefix.
+      std::function< void( std::string const & server, std::string const & prefix ) > restart;
+      std::function< void() > clear; // there is no database any more
    };
    // Since the session began.
    struct Figures {

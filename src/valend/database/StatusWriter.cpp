@@ -27,18 +27,19 @@ std::string frameCount( Json const & interface ) {
    return std::to_string( count );
 }
 
-S64 nowMs() {
-   using namespace std::chrono;
-   return duration_cast< milliseconds >( system_clock::now().time_since_epoch() ).count();
-}
-
 } // namespace
 
 StatusWriter::StatusWriter( Store const & store, Feeder const & feeder, StatusReport const & report,
-                            Quill::Ptr< Gantry::TaskScheduler > scheduler,
-                            Gantry::WorkQueue & work )
-    : model_( store, feeder, report, scheduler, work, [ this ] { news(); } ),
+                            Quill::Ptr< Gantry::TaskScheduler > scheduler, Gantry::WorkQueue & work,
+                            Clock clock )
+    : clock_( std::move( clock ) ),
+      model_( store, feeder, report, scheduler, work, [ this ] { news(); } ),
       slices_( work, std::move( scheduler ), "database status" ) {}
+
+S64 StatusWriter::realClock() {
+   using namespace std::chrono;
+   return duration_cast< milliseconds >( system_clock::now().time_since_epoch() ).count();
+}
 
 void StatusWriter::outboxIs( Database::Outbox * outbox, std::function< void() > whole ) {
    outbox_ = outbox;
@@ -59,7 +60,7 @@ void StatusWriter::outboxIs( Database::Outbox * outbox, std::function< void() > 
 
 void StatusWriter::resultIs( std::string const & interface, std::string const & id,
                              std::string const & result ) {
-   if ( id.empty() ) {
+   if ( id.empty() && result.empty() ) {
       results_.erase( interface );
    } else {
       results_[ interface ] = { id, result };
@@ -143,7 +144,7 @@ std::string StatusWriter::heldUntil( std::string const & interface, Json const &
       heldUntilMs_.erase( interface );
       return "";
    }
-   auto const end = nowMs() + remainingMs.get< S64 >();
+   auto const end = clock_() + remainingMs.get< S64 >();
    auto const [ found, isNew ] = heldUntilMs_.try_emplace( interface, end );
    if ( std::abs( found->second - end ) > sameEndMs ) {
       found->second = end;

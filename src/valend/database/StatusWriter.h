@@ -16,15 +16,19 @@ namespace Valend {
 
 class StatusWriter {
  public:
+   // Milliseconds since 1970.
+   using Clock = std::function< S64() >;
+
    // All must outlive this.
    StatusWriter( Store const & store, Feeder const & feeder, StatusReport const & report,
-                 Quill::Ptr< Gantry::TaskScheduler > scheduler, Gantry::WorkQueue & work );
+                 Quill::Ptr< Gantry::TaskScheduler > scheduler, Gantry::WorkQueue & work,
+                 Clock clock = realClock );
 
    // Writes to `outbox`, which may be null for none. `whole` is called once, from the loop, when the status of all
    // interfaces is in it.
    void outboxIs( Database::Outbox * outbox, std::function< void() > whole = nullptr );
 
-   // The last request of the interface that was acted on, and what has become of it. An empty `id` forgets it.
+   // The last request of the interface that was acted on, and what has become of it. Two empty texts forget it.
    void resultIs( std::string const & interface, std::string const & id,
                   std::string const & result );
 
@@ -34,6 +38,7 @@ class StatusWriter {
       std::string text;
    };
 
+   static S64 realClock();
    void news();
    void workLater();
    void work();
@@ -41,6 +46,7 @@ class StatusWriter {
    Database::Fields fieldsOf( std::string const & interface );
    std::string heldUntil( std::string const & interface, Json const & remainingMs );
 
+   Clock const clock_;
    StatusModel model_;
    Slices slices_;
    Database::Outbox * outbox_ = nullptr;
