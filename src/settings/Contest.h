@@ -42,7 +42,7 @@ class Contest {
       }
       return &found->second.claims[ found->second.next ];
    }
-   // Who has it; empty if nobody.
+   // Who has it; empty if it is free.
    std::string holder( std::string const & thing ) const {
       auto const found = holders_.find( thing );
       return found == holders_.end() ? "" : found->second;

@@ -95,7 +95,7 @@ class Overlay::Settling {
       }
    }
 
-   // The present value, unless it was rejected; null if there is none.
+   // The present value, unless it was rejected; null without one.
    Entity const * present( std::string const & key ) const {
       auto const found = overlay_.present_.find( key );
       return found == overlay_.present_.end() || overlay_.rejected_.contains( key )

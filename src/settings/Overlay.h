@@ -11,10 +11,10 @@
 //   2. Of two items that claim the same (two VRFs one namespace, two interfaces one device of a VRF), the one to which
 //      the files give it has it; else the one whose present value claims it before one whose last value does; else the first in
 //      order of names. The other one is rejected, and claims what its last value says; if it loses that as well, what
-//      the files say of it. As each claim goes to the best, whoever came first, the outcome is unique.
+//      the files say of it. As each claim goes to the best, in whatever order they came, the outcome is unique.
 //   3. The value of an interface in a VRF that does not exist is rejected. The last value of an interface can be in a
 //      VRF whose entity has gone: then the last value of the VRF stays as well, for as long as interfaces that stay
-//      are in it. So a VRF that goes before its interfaces, or after them, comes to the same.
+//      are in it. So it does not matter whether a VRF goes first, or its interfaces.
 //
 // It follows that
 //   (a) if no value is rejected, the configuration is that of the files and the present values, whatever came before;

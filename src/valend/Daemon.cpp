@@ -109,6 +109,10 @@ Daemon::Daemon( Settings::ConfigResult const & read,
       database_( { loop_, store_, feeder_, report_, daemonStatus_, controller_, conditions_,
                    journal_.bootId() },
                  databaseReader() ),
+      requestsFile_( stateDirectory_, conditions_, fileWorker_, loop_.scheduler() ),
+      requests_( { controller_, feeder_.config(), requestsFile_, [ this ] { return maxDelayMs(); },
+                   [ this ] { return databaseLayer_.settled(); } },
+                 loop_.workQueue(), loop_.scheduler() ),
       access_( process_.value( "read-group" ), process_.value( "admin-group" ) ),
       api_( { store_, feeder_, publications_, links_, controller_, faults_, conditions_, metrics_,
               speakersReport_, trace_, configurator_, access_, loop_.scheduler(), loop_.workQueue(),
@@ -123,7 +127,7 @@ Daemon::Daemon( Settings::ConfigResult const & read,
    loop_.signalIs( SIGHUP, [ this ] { hangup(); } );
    controller_.endedIs( [ this ]( auto const & record ) {
       logShutdown( record );
-      database_.ended( record, "" );
+      database_.ended( record, record.request.id );
       metricsFile_.touch();
    } );
    links_.seenIs( [ this ]( auto const & place, auto seen ) {
@@ -216,9 +220,16 @@ Configurator::Steps Daemon::stepsTo( PlanPtr const & plan ) {
 }
 
 DatabaseClient::Reader Daemon::databaseReader() {
-   return { .entityIs = [ this ]( auto const & key,
-                                  auto const & fields ) { databaseLayer_.entityIs( key, fields ); },
-            .entityGone = [ this ]( auto const & key ) { databaseLayer_.entityGone( key ); },
+   return { .entityIs =
+               [ this ]( auto const & key, auto const & fields ) {
+                  databaseLayer_.entityIs( key, fields );
+                  requests_.entityIs( key, fields );
+               },
+            .entityGone =
+               [ this ]( auto const & key ) {
+                  databaseLayer_.entityGone( key );
+                  requests_.entityGone( key );
+               },
             .complete = [ this ] { databaseLayer_.complete(); },
             .leaseIs = [ this ]( auto const & key,
                                  bool exists ) { databaseLayer_.leaseIs( key, exists ); },
@@ -244,12 +255,20 @@ void Daemon::connectDatabase() {
    database_.settingsAre( process.value( "database.server" ), process.value( "database.prefix" ) );
 }
 
+U64 Daemon::maxDelayMs() const {
+   return std::stoull( configurator_.active().wanted().value( "max-shutdown-delay-ms" ) );
+}
+
 // Until the server has been read, what it had last is active.
 void Daemon::resumeDatabase() {
    databaseLayer_.rejectedIs(
       [ this ]( auto const & key, auto const & why ) { database_.rejectedIs( key, why ); } );
    databaseLayer_.leaseWantedIs(
       [ this ]( auto const & key, bool wanted ) { database_.leaseWantedIs( key, wanted ); } );
+   databaseLayer_.settledIs( [ this ] { requests_.configSettled(); } );
+   requests_.resultIs( [ this ]( auto const & interface, auto const & id, auto const & result ) {
+      database_.resultIs( interface, id, result );
+   } );
    databaseLayer_.changedIs( [ this ]( auto const & changes ) {
       log( LogLevel::notice,
            "configuration of the database: " + Settings::counted( changes.size(), "change" ) );
@@ -322,6 +341,7 @@ void Daemon::resumeShutdowns() {
            "resuming " + Settings::counted( count, "shutdown" ) + " from the previous run" );
    }
    controller_.resume( std::move( recovered ) );
+   requests_.resume();
 }
 
 // The trace file is reopened even if the configuration is rejected: it was rotated in any case.

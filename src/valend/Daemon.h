@@ -19,6 +19,7 @@
 #include "valend/configuration/LearnedFrames.h"
 #include "valend/configuration/PublishedFile.h"
 #include "valend/database/DatabaseClient.h"
+#include "valend/database/Requests.h"
 #include "valend/kernel/KernelLinks.h"
 #include "valend/report/Metrics.h"
 #include "valend/report/MetricsFile.h"
@@ -60,6 +61,7 @@ class Daemon {
    std::optional< Metrics::Database > databaseMetrics() const;
    void resumeDatabase();
    void connectDatabase();
+   U64 maxDelayMs() const;
    void resumeShutdowns();
    void reload( std::function< void( Reloaded const & ) > const & done );
    void reloadEnded( Configurator::Outcome const & outcome,
@@ -107,6 +109,8 @@ class Daemon {
    DatabaseFile databaseFile_;
    DatabaseLayer databaseLayer_;
    DatabaseClient database_;
+   RequestsFile requestsFile_;
+   Requests requests_;
    Access access_;
    Api api_;
    Varlink::Server server_;

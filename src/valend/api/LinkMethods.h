@@ -29,7 +29,7 @@ class LinkMethods final : public MethodGroup {
    using Flag = std::optional< bool >;
    using Number = std::optional< U64 >;
 
-   static constexpr std::size_t maxReasonBytes = 255;
+   static constexpr std::size_t maxReasonBytes = Request::maxReasonBytes;
 
    void list( Call const & call, Names const & names, Text const & vrf, Text const & device,
               Flag ready );

@@ -159,6 +159,11 @@ LinkController::remaining( std::string const & name ) const {
    return shutdown ? shutdown->remaining() : std::nullopt;
 }
 
+std::string LinkController::requestId( std::string const & name ) const {
+   auto const * const shutdown = find( name );
+   return shutdown ? shutdown->record().request.id : "";
+}
+
 std::string LinkController::whyRetrying( std::string const & name ) const {
    auto const * const shutdown = find( name );
    return shutdown ? shutdown->whyRetrying() : "";

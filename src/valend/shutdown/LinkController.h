@@ -66,6 +66,8 @@ class LinkController final {
 
    // How long the interface's link is still held; nothing when no shutdown holds it.
    std::optional< std::chrono::milliseconds > remaining( std::string const & interface ) const;
+   // The id of the request of the shutdown that is running; else empty.
+   std::string requestId( std::string const & interface ) const;
    bool running( std::string const & interface ) const { return find( interface ) != nullptr; }
    std::size_t running() const noexcept { return shutdowns_.size(); }
    // Why the kernel does not set the interface's link down, while that is tried again; else empty.

@@ -43,6 +43,8 @@ ShutdownRecord recordFromJson( Json const & json ) {
    record.request.by = json.at( "by" );
    record.request.login = textOrNull( json.at( "login" ) );
    record.request.reason = textOrNull( json.at( "reason" ) );
+   record.request.id =
+      textOrNull( json.value( "requestId", Json() ) ); // older journals do not have it
    if ( auto const & delay = json.at( "requestedDelayMs" ); !delay.is_null() ) {
       record.request.delay = std::chrono::milliseconds( delay.get< S64 >() );
    }

@@ -58,6 +58,7 @@ template < class Object > void describe( Object & object, ShutdownRecord const &
    object.add( "by", record.request.by );
    object.add( "login", orNull( record.request.login ) );
    object.add( "reason", orNull( record.request.reason ) );
+   object.add( "requestId", orNull( record.request.id ) );
    object.add( "requestedDelayMs", record.request.delay
                                       ? std::optional( record.request.delay->count() )
                                       : std::nullopt );

@@ -45,7 +45,7 @@ class ConfigurationJsonTest : public ::testing::Test {
       return list;
    }
    static Json place( int line, int column ) {
-      return { { "file", "f" }, { "line", line }, { "column", column } };
+      return { { "file", "f" }, { "line", line }, { "column", column }, { "database", false } };
    }
 };
 
