@@ -155,8 +155,7 @@ TEST_F( DatabaseTest, AWantGoesOnWithoutTheServer ) {
    EXPECT_TRUE( hasHistory( 1 ) );
 }
 
-// What docs/configuration.md names as the rights of valend.
-TEST_F( DatabaseTest, TheDocumentedRightsAreEnough ) {
+TEST_F( DatabaseTest, AUserWithTheseRightsAloneIsEnough ) {
    ASSERT_EQ( server( { "ACL",
                         "SETUSER",
                         "valend",
