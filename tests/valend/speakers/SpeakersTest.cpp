@@ -77,6 +77,12 @@ class SpeakersTest : public Valen::Test::NetworkTest {
       near.emplace();
       far.emplace();
       near->veth( "et1", *far, "far1" );
+      begin();
+   }
+
+   // As after a start of valend; what a previous one had is gone.
+   void begin() {
+      speakers.reset();
       speakers.emplace(
          loop_, Valen::Linux::NetNsDirectories(),
          [ this ]( auto const & place ) {
@@ -231,6 +237,55 @@ TEST_F( SpeakersTest, TheSpeakersAreHeardWhenValendEnds ) {
    speakers.reset();
    daemon.send( lldp( '1' ) );
    EXPECT_THAT( neighbor.heard(), ElementsAre( lldp( '1' ) ) );
+}
+
+TEST_F( SpeakersTest, AfterARestartTheSpeakersAreMutedAsSoonAsTheirDeviceHasAFilter ) {
+   attach();
+   PacketSocket daemon( *near, "et1" );
+   PacketSocket neighbor( *far, "far1" );
+   mute( { lldp( '1', 0 ) } );
+   auto muted = speakers->muted( et1() );
+   ASSERT_EQ( muted.size(), 1u );
+   EXPECT_THAT( muted.front().name, HasSubstr( "p1" ) );
+   muted.push_back( { "lldp", 0, "not hexadecimal", "of another version" } );
+   begin();
+
+   EXPECT_EQ( speakers->muteAgain( et1(), muted, 1min ), "its filter is not attached yet" );
+   attach();
+   daemon.send( lldp( '1' ) );
+   daemon.send( lldp( '2' ) );
+   EXPECT_THAT( neighbor.heard(), ElementsAre( lldp( '2' ) ) );
+   hears( 2 );
+   auto const again = speakers->unmute( et1(), true );
+   ASSERT_EQ( again.size(), 1u );
+   EXPECT_EQ( again.front().heldBack, 1u );
+   EXPECT_THAT( again.front().name, HasSubstr( "p1" ) );
+   EXPECT_TRUE( again.front().greeted ) << "with what it said while it was muted";
+   EXPECT_THAT( neighbor.heard(), ElementsAre( lldp( '1' ) ) );
+}
+
+TEST_F( SpeakersTest, WhatEndsBeforeTheDeviceHasAFilterMutesNobody ) {
+   attach();
+   PacketSocket daemon( *near, "et1" );
+   PacketSocket neighbor( *far, "far1" );
+   mute( { lldp( '1', 0 ) } );
+   auto const muted = speakers->muted( et1() );
+   begin();
+   speakers->muteAgain( et1(), muted, 1min );
+   EXPECT_THAT( speakers->unmute( et1(), true ), IsEmpty() );
+   attach();
+   daemon.send( lldp( '1' ) );
+   EXPECT_THAT( neighbor.heard(), ElementsAre( lldp( '1' ) ) );
+}
+
+TEST_F( SpeakersTest, NotMoreSpeakersAreRecordedThanTheJournalHasRoomFor ) {
+   attach();
+   std::vector< std::string > goodbyes;
+   for ( int port = 'A'; port <= 'A' + static_cast< int >( SpeakerPort::mostIdentities ); ++port ) {
+      goodbyes.push_back( lldp( port, 0 ) );
+   }
+   mute( goodbyes );
+   EXPECT_EQ( speakers->muted( et1() ).size(), SpeakerPort::mostIdentities );
 }
 
 TEST_F( SpeakersTest, AnInterfaceThatIsRemovedLosesItsFilter ) {
