@@ -63,11 +63,11 @@ std::string authenticationText( U8 type ) {
 
 void verifyAreas( Reader & value ) {
    constexpr std::size_t longest = 20;
-   while ( !value.atEnd() ) {
+   do {
       std::size_t const length = value.u8();
       require( length >= 1 && length <= longest, Reason::badLength );
       value.skip( length );
-   }
+   } while ( !value.atEnd() );
 }
 
 // The state; then the own circuit, and the neighbor's system and circuit.
