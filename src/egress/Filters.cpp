@@ -185,8 +185,8 @@ Filters::Attached Filters::attachTo( int program, U32 ifIndex ) {
          ::bpf_link_create( program, static_cast< int >( ifIndex ), tcxEgress, nullptr );
       if ( link >= 0 ) {
          Attached attached{ Hook::tcx, Fd( link ) };
-         detachFromClsact(
-            ifIndex ); // a previous process had more devices, or saw them in another order
+         // A previous process had more devices, or saw them in another order.
+         detachFromClsact( ifIndex );
          ++byTcx_;
          return attached;
       }
