@@ -387,23 +387,43 @@ TEST_F( SpeakersTest, MulticastGroupsAreLeftAndJoinedAgain ) {
 }
 
 TEST_F( SpeakersTest, ADeviceWithoutAFilterIsAConditionAndIsTriedAgain ) {
-   // An index that no device has.
-   U32 ifIndex = 99999;
+   near->destroy(); // its namespace cannot be entered
+   U32 ifIndex = 7;
    Speakers wrong(
       loop_, Valen::Linux::NetNsDirectories(), [ & ]( auto const & ) { return ifIndex; },
       conditions );
    wrong.attaching().placeIs( et1(), 1 );
    ASSERT_TRUE( turnUntil( [ this ] { return conditions.isRaised( "mute" ); } ) );
    EXPECT_THAT( conditions.raised().front().text,
-                HasSubstr( "the goodbyes of 1 interface will not last: cannot attach a filter" ) );
+                HasSubstr( "the goodbyes of 1 interface will not last: " ) );
    EXPECT_THAT( wrong.mute( et1(), { std::string_view( "nothing that is known" ) }, 1s ), "" );
    auto const goodbye = lldp( '1', 0 );
-   EXPECT_THAT( wrong.mute( et1(), { goodbye }, 1s ), HasSubstr( "No such device" ) );
+   EXPECT_THAT( wrong.mute( et1(), { goodbye }, 1s ), HasSubstr( "does not exist" ) );
    EXPECT_THAT( wrong.unmute( et1(), true ), IsEmpty() );
+   near->create();
+   near->veth( "et1", *far, "far2" ); // far1 may still be there
    ifIndex = near->index( "et1" );
    wrong.attaching().deviceSeen( et1(), LinkSeen::up );
    ASSERT_TRUE( turnUntil( [ & ] { return !conditions.isRaised( "mute" ); } ) );
    EXPECT_TRUE( wrong.attaching().filtered( et1() ) );
+}
+
+// The kernel is about to report that it is gone.
+TEST_F( SpeakersTest, ADeviceThatVanishesWhileItsFilterIsAttachedIsNoCondition ) {
+   U32 ifIndex = 99999;
+   std::size_t changes = 0;
+   Conditions watched( [ & ]( auto, auto const & ) { ++changes; } );
+   Speakers wrong(
+      loop_, Valen::Linux::NetNsDirectories(), [ & ]( auto const & ) { return ifIndex; }, watched );
+   wrong.attaching().placeIs( et1(), 1 );
+   ASSERT_TRUE( turnUntil( [ & ] {
+      return wrong.attaching().whyNot( et1() ).find( "No such device" ) != std::string::npos;
+   } ) );
+   EXPECT_FALSE( watched.isRaised( "mute" ) );
+   ifIndex = near->index( "et1" );
+   wrong.attaching().deviceSeen( et1(), LinkSeen::up );
+   ASSERT_TRUE( turnUntil( [ & ] { return wrong.attaching().filtered( et1() ).has_value(); } ) );
+   EXPECT_EQ( changes, 0u );
 }
 
 TEST_F( SpeakersTest, WhySpeakersCannotBeMutedIsKnownUntilTheFilterIsThere ) {
