@@ -9,7 +9,17 @@ namespace {
 
 constexpr U8 discriminator = 0x83; // of the protocol
 enum Pdu : U8 { lanLevel1 = 15, lanLevel2 = 16, pointToPoint = 17 };
-enum Type : U8 { neighbors = 6, authentication = 10, optionalChecksum = 12, threeWay = 240 };
+// ISO 10589, 9.5; RFC 1195, RFC 5120, RFC 5303, RFC 5308.
+enum Type : U8 {
+   areaAddresses = 1,
+   neighbors = 6,
+   authentication = 10,
+   optionalChecksum = 12,
+   ipv4Addresses = 132,
+   topologies = 229,
+   ipv6Addresses = 232,
+   threeWay = 240
+};
 enum ThreeWayState : U8 { up = 0, initializing = 1, down = 2 };
 constexpr U8 password = 1, hmacMd5 = 54; // types of authentication
 constexpr std::size_t addressBytes = 6;  // of a neighbor on a LAN
@@ -51,9 +61,35 @@ std::string authenticationText( U8 type ) {
                           : "authenticated with type " + std::to_string( type );
 }
 
+void verifyAreas( Reader & value ) {
+   constexpr std::size_t longest = 20;
+   do {
+      std::size_t const length = value.u8();
+      require( length >= 1 && length <= longest, Reason::badLength );
+      value.skip( length );
+   } while ( !value.atEnd() );
+}
+
+// The state; then the own circuit, and the neighbor's system and circuit.
+bool isThreeWayLength( std::size_t length ) {
+   return length == 1 || length == 1 + 4 || length == 1 + 4 + 6 || length == 1 + 4 + 6 + 4;
+}
+
 void readTlv( U8 type, std::size_t at, Reader value, Hello & hello ) {
    auto const length = value.left();
    switch ( type ) {
+   case Type::areaAddresses:
+      verifyAreas( value );
+      break;
+   case Type::ipv4Addresses:
+      require( length % 4 == 0, Reason::badLength );
+      break;
+   case Type::ipv6Addresses:
+      require( length % 16 == 0, Reason::badLength );
+      break;
+   case Type::topologies:
+      require( length % 2 == 0, Reason::badLength );
+      break;
    case Type::neighbors:
       require( length % addressBytes == 0, Reason::badLength );
       hello.neighborLists.push_back( { at, 2 + length, 0 } );
@@ -72,6 +108,7 @@ void readTlv( U8 type, std::size_t at, Reader value, Hello & hello ) {
       break;
    case Type::threeWay:
       require( !hello.threeWayAt, Reason::tlvMissing );
+      require( isThreeWayLength( length ), Reason::badLength );
       hello.threeWayAt = value.at();
       hello.threeWayState = value.u8();
       require( hello.threeWayState <= down, Reason::badValue );

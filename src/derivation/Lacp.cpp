@@ -64,8 +64,11 @@ std::optional< Heard > lacp( Packet const & packet ) {
    constexpr std::size_t collectorLength = 16;
    auto unit = packet.message();
    require( unit.left() >= unitBytes, Reason::cutOff );
+   bool const longer = unit.left() > unitBytes;
    unit.skip( 1 ); // the subtype
-   require( unit.u8() != 0, Reason::badVersion );
+   auto const version = unit.u8();
+   require( version != 0, Reason::badVersion );
+   require( version != 1 || !longer, Reason::badLength );
    auto const own = participant( unit, actor );
    auto const other = participant( unit, partner );
    tlv( unit, collector, collectorLength );

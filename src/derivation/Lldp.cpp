@@ -7,8 +7,17 @@ namespace Derivation {
 
 namespace {
 
-enum Type : U8 { end = 0, chassisId = 1, portId = 2, timeToLive = 3 };
-constexpr std::size_t maxIdBytes = 255;
+enum Type : U8 {
+   end = 0,
+   chassisId = 1,
+   portId = 2,
+   timeToLive = 3,
+   lastText = 6, // the description of the port, the name and the description of the system
+   capabilities = 7,
+   managementAddress = 8,
+   organization = 127
+};
+constexpr std::size_t maxIdBytes = 255, maxTextBytes = 255;
 constexpr std::string_view nearestBridge( "\x01\x80\xc2\0\0\x0e", 6 );
 
 struct Tlv {
@@ -27,20 +36,55 @@ Reader mandatory( Reader & message, Type type ) {
    return tlv.value;
 }
 
+// By the number of an address family; 0 for others than IPv4 and IPv6.
+std::size_t addressBytes( U8 family ) {
+   return family == 1 ? 4 : family == 2 ? 16 : 0;
+}
+
 // The subtypes of ids of a chassis and of a port have different numbers.
 std::string idText( Reader id, U8 macSubtype, U8 addressSubtype ) {
    require( id.left() > 1 && id.left() <= 1 + maxIdBytes, Reason::badLength );
+   constexpr U8 lastSubtype = 7;
    auto const subtype = id.u8();
+   require( subtype >= 1 && subtype <= lastSubtype, Reason::badValue );
    auto const value = id.bytes( id.left() );
-   constexpr std::string_view ipv4( "\1" ), ipv6( "\2" ); // numbers of address families
-   if ( subtype == macSubtype && value.size() == 6 ) {
+   if ( subtype == macSubtype ) {
+      require( value.size() == 6, Reason::badLength );
       return macText( value );
    }
-   if ( subtype == addressSubtype && ( ( value.starts_with( ipv4 ) && value.size() == 5 ) ||
-                                       ( value.starts_with( ipv6 ) && value.size() == 17 ) ) ) {
+   if ( subtype == addressSubtype && addressBytes( u8At( value, 0 ) ) != 0 ) {
+      require( value.size() == 1 + addressBytes( u8At( value, 0 ) ), Reason::badLength );
       return ipText( value.substr( 1 ) );
    }
    return nameText( value );
+}
+
+// 8.5.9.
+void verifyManagementAddress( Reader & value ) {
+   constexpr std::size_t longestAddress = 31;
+   std::size_t const length = value.u8();
+   require( length >= 2 && length <= 1 + longestAddress, Reason::badLength );
+   auto const bytes = addressBytes( value.u8() );
+   require( bytes == 0 || length == 1 + bytes, Reason::badLength );
+   value.skip( length - 1 );
+   value.skip( 1 + 4 ); // the number of the interface
+   value.skip( value.u8() );
+   require( value.atEnd(), Reason::badLength );
+}
+
+// 8.5.5 to 8.6.
+void verify( unsigned type, Reader value ) {
+   constexpr std::size_t capabilitiesBytes = 4, leastOrganization = 4;
+   require( type > timeToLive, Reason::tlvMissing );
+   if ( type <= lastText ) {
+      require( value.left() <= maxTextBytes, Reason::badLength );
+   } else if ( type == capabilities ) {
+      require( value.left() == capabilitiesBytes, Reason::badLength );
+   } else if ( type == managementAddress ) {
+      verifyManagementAddress( value );
+   } else if ( type == organization ) {
+      require( value.left() >= leastOrganization, Reason::badLength );
+   }
 }
 
 // After the mandatory ones.
@@ -51,7 +95,7 @@ void verifyOptional( Reader & message ) {
          require( tlv.value.atEnd(), Reason::badLength );
          return;
       }
-      require( tlv.type > timeToLive, Reason::tlvMissing );
+      verify( tlv.type, tlv.value );
    }
 }
 

@@ -32,6 +32,33 @@ std::string typeText( U16 type ) {
    }
 }
 
+// RFC 1035, RFC 2782, RFC 3596. Other types are taken as they are.
+void verifyData( DnsReader const & dns, DnsRecord const & record ) {
+   auto data = record.data;
+   switch ( record.type ) {
+   case a:
+      data.skip( 4 );
+      break;
+   case aaaa:
+      data.skip( 16 );
+      break;
+   case srv:
+      data.skip( 2 + 2 + 2 ); // the priority, the weight and the port
+      [[fallthrough]];
+   case ptr:
+      dns.name( data );
+      break;
+   case txt:
+      do {
+         data.skip( data.u8() );
+      } while ( !data.atEnd() );
+      break;
+   default:
+      return;
+   }
+   require( data.atEnd(), Reason::badLength );
+}
+
 struct Message {
    std::vector< DnsRecord > answers;
    std::vector< DnsRecord > others;
@@ -64,6 +91,12 @@ std::optional< Message > messageOf( Packet const & packet ) {
       message.others.push_back( dns.record( at ) );
    }
    require( at.atEnd(), Reason::badLength );
+   for ( auto const & record : message.answers ) {
+      verifyData( dns, record );
+   }
+   for ( auto const & record : message.others ) {
+      verifyData( dns, record );
+   }
    return message;
 }
 
@@ -73,7 +106,6 @@ std::string nameOf( DnsReader const & dns, DnsRecord const & record ) {
    if ( record.type == ptr ) {
       auto target = record.data;
       name += " " + dns.name( target );
-      require( target.atEnd(), Reason::badLength );
    }
    return name;
 }

@@ -8,13 +8,18 @@ namespace Derivation {
 namespace {
 
 constexpr U16 dyingGasp = 1 << 1;
-constexpr U8 information = 0, endOfTlvs = 0;
+constexpr U8 information = 0;
+enum Type : U8 { endOfTlvs = 0, local = 1, remote = 2, organization = 254 };
 constexpr std::chrono::seconds lostLink( 5 ); // 57.3.3.2
 
+// 57.5.2.
 void verifyTlvs( Reader & unit ) {
-   while ( unit.u8() != endOfTlvs ) {
+   constexpr std::size_t informationBytes = 16, leastOrganization = 5;
+   for ( auto type = unit.u8(); type != endOfTlvs; type = unit.u8() ) {
       std::size_t const length = unit.u8();
-      require( length >= 2, Reason::badLength );
+      require( length >= ( type == organization ? leastOrganization : 2 ), Reason::badLength );
+      require( ( type != local && type != remote ) || length == informationBytes,
+               Reason::badLength );
       unit.part( length - 2, Reason::tlvBeyondEnd );
    }
 }

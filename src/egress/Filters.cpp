@@ -92,11 +92,16 @@ void attachToClsact( int program, U32 ifIndex ) {
    }
 }
 
-// Whether nothing of ours is there any more.
-int detachFromClsact( U32 ifIndex ) {
+// Whether or not there is one.
+void detachFromClsact( U32 ifIndex ) {
+   complaint.clear();
    auto const hook = egressOf( ifIndex );
    auto const options = ours();
-   return -::bpf_tc_detach( &hook, &options );
+   int const error = -::bpf_tc_detach( &hook, &options );
+   // ENOENT: no filter; EINVAL: no clsact; ENODEV: no device.
+   if ( error != 0 && error != ENOENT && error != EINVAL && error != ENODEV ) {
+      fail( "cannot remove the filter of " + deviceText( ifIndex ), error );
+   }
 }
 
 } // namespace
@@ -179,8 +184,11 @@ Filters::Attached Filters::attachTo( int program, U32 ifIndex ) {
       int const link =
          ::bpf_link_create( program, static_cast< int >( ifIndex ), tcxEgress, nullptr );
       if ( link >= 0 ) {
+         Attached attached{ Hook::tcx, Fd( link ) };
+         // A previous process had more devices, or saw them in another order.
+         detachFromClsact( ifIndex );
          ++byTcx_;
-         return { Hook::tcx, Fd( link ) };
+         return attached;
       }
       if ( errno != EINVAL ) {
          fail( "cannot attach a filter to " + deviceText( ifIndex ), errno );
@@ -199,7 +207,8 @@ void Filters::detach( U32 number, NetNs const & netNs, U32 ifIndex ) {
       return;
    }
    if ( known->second.hook == Hook::clsact ) {
-      removeLeft( netNs, ifIndex );
+      NetNsScope const inside( netNs );
+      detachFromClsact( ifIndex );
    }
    erase( in->second, known );
 }
@@ -225,16 +234,6 @@ void Filters::forget( U32 number ) {
 void Filters::erase( Namespace & in, std::map< U32, Attached >::iterator device ) {
    byTcx_ -= device->second.hook == Hook::tcx;
    in.devices.erase( device );
-}
-
-void Filters::removeLeft( NetNs const & netNs, U32 ifIndex ) {
-   complaint.clear();
-   NetNsScope const inside( netNs );
-   int const error = detachFromClsact( ifIndex );
-   // ENOENT: no filter; EINVAL: no clsact; ENODEV: no device.
-   if ( error != 0 && error != ENOENT && error != EINVAL && error != ENODEV ) {
-      fail( "cannot remove the filter of " + deviceText( ifIndex ), error );
-   }
 }
 
 } // namespace Egress

@@ -58,9 +58,6 @@ class Filters {
    // The namespace is gone, and its devices with it.
    void forget( U32 number );
 
-   // Removes what a previous process left on the device, if anything.
-   static void removeLeft( Valen::Linux::NetNs const & netNs, U32 ifIndex );
-
  private:
    struct Unload {
       void operator()( valen_filter * filter ) const noexcept;

@@ -9,6 +9,11 @@ namespace Egress {
 
 namespace {
 
+// By kind.
+constexpr std::array< std::string_view, EGRESS_KINDS > protocols{
+   "none",  "lldp", "ra",    "vrrp", "ospf", "ospfv3", "bfd", "pim",  "lacp", "rip",
+   "ripng", "isis", "eigrp", "mdns", "igmp", "mld",    "cdp", "hsrp", "oam" };
+
 egress_mute muteUntil( Mutes::Time until ) noexcept {
    egress_mute mute{};
    mute.until = static_cast< U64 >(
@@ -31,10 +36,26 @@ std::optional< Speaker > speakerOf( std::string_view frame, U32 filter, U32 ifIn
 }
 
 std::string_view protocolOf( Speaker const & speaker ) {
-   static constexpr std::array< std::string_view, EGRESS_KINDS > names{
-      "none",  "lldp", "ra",    "vrrp", "ospf", "ospfv3", "bfd", "pim",  "lacp", "rip",
-      "ripng", "isis", "eigrp", "mdns", "igmp", "mld",    "cdp", "hsrp", "oam" };
-   return names.at( speaker.kind );
+   return protocols.at( speaker.kind );
+}
+
+std::string_view identityOf( Speaker const & speaker ) {
+   return { reinterpret_cast< char const * >( speaker.identity ), sizeof speaker.identity };
+}
+
+std::optional< Speaker > speakerOf( std::string_view protocol, U16 vlan, std::string_view identity,
+                                    U32 filter, U32 ifIndex ) {
+   Speaker speaker{};
+   auto const name = std::find( protocols.begin() + 1, protocols.end(), protocol );
+   if ( name == protocols.end() || identity.size() != sizeof speaker.identity ) {
+      return std::nullopt;
+   }
+   speaker.filter = filter;
+   speaker.ifindex = ifIndex;
+   speaker.kind = static_cast< U16 >( name - protocols.begin() );
+   speaker.vlan = vlan;
+   std::copy( identity.begin(), identity.end(), speaker.identity );
+   return speaker;
 }
 
 void Mutes::mute( Speaker const & speaker, Time until ) {

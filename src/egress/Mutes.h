@@ -30,6 +30,12 @@ std::optional< Speaker > speakerOf( std::string_view frame, U32 filter, U32 ifIn
 // The protocol: "lldp", "vrrp".
 std::string_view protocolOf( Speaker const & speaker );
 
+// Which speaker it is on its device, to find it again in another process, where the filters have other numbers.
+std::string_view identityOf( Speaker const & speaker );
+// That speaker; nothing if the protocol is not known, or the identity is of another length.
+std::optional< Speaker > speakerOf( std::string_view protocol, U16 vlan, std::string_view identity,
+                                    U32 filter, U32 ifIndex );
+
 class Mutes {
  public:
    // The clock of the filters, CLOCK_MONOTONIC.

@@ -56,9 +56,30 @@ TEST( LldpTest, IdsAreInWords ) {
    EXPECT_EQ( speaker( "0212 05 02 20010db8 .... .... ...01", "0406 04 01 c0000202" ),
               "chassis 2001:db8::1, port 192.0.2.2" );
    EXPECT_EQ( speaker( "0204 07 610a62", "0403 07 6162" ), "chassis 610a62, port ab" );
-   // An address of a wrong length, and one of another family.
-   EXPECT_EQ( speaker( "0205 04 02...", "0406 04 06 c0000202" ),
-              "chassis 02000000, port 06c0000202" );
+   // An address of another family.
+   EXPECT_EQ( speaker( "0204 07 610a62", "0406 04 06 c0000202" ),
+              "chassis 610a62, port 06c0000202" );
+}
+
+TEST( LldpTest, AnIdOrAnOptionalTlvOfAWrongLengthIsRefused ) {
+   std::string const length = "lldp: a length is wrong", cutOff = "lldp: it ends too early",
+                     value = "lldp: a field has a value that is not allowed";
+   auto const with = []( std::string const & tlv ) {
+      return refusalOf( lldp( chassis + port + ttl120 + hex( tlv ) + end ) );
+   };
+   auto const id = []( std::string const & tlv ) {
+      return refusalOf( lldp( hex( tlv ) + port + ttl120 + end ) );
+   };
+   EXPECT_EQ( id( "0205 04 02..." ), length );       // a MAC address
+   EXPECT_EQ( id( "0205 05 01 c00002" ), length );   // an IPv4 address
+   EXPECT_EQ( id( "0206 05 02 20010db8" ), length ); // an IPv6 address
+   EXPECT_EQ( id( "0202 00 61" ), value );
+   EXPECT_EQ( id( "0202 08 61" ), value );
+   EXPECT_EQ( with( "0e03 00140014" ), length );             // capabilities
+   EXPECT_EQ( with( "1008 05 01 c0000201 02 00" ), cutOff ); // a management address
+   EXPECT_EQ( with( "fe03 00120f" ), length );               // an organization's
+   EXPECT_EQ( with( "100c 05 01 c0000201 02 ...01 00" ), "heard" );
+   EXPECT_EQ( with( "100c 04 01 c0000201 02 ...01 00" ), length );
 }
 
 TEST( LldpTest, WhatBreaksTheOrderOfTlvsIsRefused ) {

@@ -94,9 +94,9 @@ TEST( MdnsTest, ThePartIsTheSetOfRecords ) {
    EXPECT_NE( part( pointer( "a" ) + address, 2 ), part( pointer( "b" ) + address, 2 ) );
    EXPECT_EQ( part( record( hostName, "0010 8001", 10, hex( "." ) ) ), "router.local TXT" );
    EXPECT_EQ( part( record( hex( "." ), "0041 8001", 10, hex( "." ) ) ), ". TYPE65" );
-   EXPECT_EQ(
-      part( record( label( "ROUTER" ) + label( "\xc3\xa4" ) + hex( "." ), "0021 8001", 1, "" ) ),
-      "router.c3a4 SRV" );
+   EXPECT_EQ( part( record( label( "ROUTER" ) + label( "\xc3\xa4" ) + hex( "." ), "0021 8001", 1,
+                            hex( "...... ." ) ) ),
+              "router.c3a4 SRV" );
 }
 
 TEST( MdnsTest, QueriesAndErrorsAreNothing ) {
@@ -137,7 +137,7 @@ TEST( MdnsTest, ChainsOfPointersAreBounded ) {
          data += u16( 0xc000 + first + ( i == 0 ? 0 : 1 + 2 * ( i - 1 ) ) );
       }
       auto const last = u16( 0xc000 + first + 1 + 2 * ( pointers - 2 ) );
-      return mdnsFrame( dnsHeader( 2 ) + record( hex( "." ), "0010 8001", 1, data ) +
+      return mdnsFrame( dnsHeader( 2 ) + record( hex( "." ), "0041 8001", 1, data ) +
                         record( last, "0001 8001", 1, hex( "c0000201" ) ) );
    };
    EXPECT_EQ( refusalOf( chain( 127 ) ), "heard" );
@@ -159,6 +159,18 @@ TEST( MdnsTest, InvalidResponsesAreRefused ) {
    EXPECT_EQ(
       refusalOf( mdnsFrame( dnsHeader( 1 ) + record( httpName, "000c 0001", 1, label( "a" ) ) ) ),
       cutOff );
+   auto const with = []( std::string const & typeAndClass, std::string const & data ) {
+      return refusalOf( mdnsFrame( dnsHeader( 1 ) + record( hostName, typeAndClass, 1, data ) ) );
+   };
+   EXPECT_EQ( with( "0001 8001", hex( "c00002" ) ), cutOff );
+   EXPECT_EQ( with( "0001 8001", hex( "c000020101" ) ), badLength );
+   EXPECT_EQ( with( "001c 8001", hex( "c0000201" ) ), cutOff );
+   EXPECT_EQ( with( "0021 8001", hex( "......" ) ), cutOff );
+   EXPECT_EQ( with( "0021 8001", hex( "...... . ." ) ), badLength );
+   EXPECT_EQ( with( "0010 8001", "" ), cutOff );
+   EXPECT_EQ( with( "0010 8001", hex( "0261" ) ), cutOff );
+   EXPECT_EQ( with( "0010 8001", hex( "0161 00" ) ), "heard" );
+   EXPECT_EQ( with( "002f 8001", "" ), "heard" ); // not looked at
    EXPECT_EQ( refusalOf( udp4( mdnsWay, "c000 14e9", hostResponse( 120 ) ) ), badValue );
    EXPECT_EQ( refusalOf( mdnsFrame( hex( ".. 8400" ) ) ), cutOff );
 }

@@ -67,6 +67,8 @@ TEST( LacpTest, OtherUnitsAreRefused ) {
    std::string const missing = "lacp: a TLV is missing, or in the wrong place";
    auto const length = "lacp: a length is wrong";
    EXPECT_EQ( refusalOf( inSync.substr( 0, 123 ) ), "lacp: it ends too early" );
+   EXPECT_EQ( refusalOf( inSync + '\0' ), length );
+   EXPECT_EQ( refusalOf( patched( inSync + '\0', 15, hex( "02" ) ) ), "heard" );
    EXPECT_EQ( refusalOf( patched( inSync, 15, hex( "00" ) ) ), "lacp: the version is unknown" );
    EXPECT_EQ( refusalOf( patched( inSync, 16, hex( "02" ) ) ), missing );
    EXPECT_EQ( refusalOf( patched( inSync, 36, hex( "01" ) ) ), missing );
@@ -111,6 +113,9 @@ TEST( OamTest, OtherUnitsAreNothing ) {
 TEST( OamTest, WrongTlvsAreRefused ) {
    EXPECT_EQ( refusalOf( oamFrame( "0050 00", localInformation ) ), "oam: it ends too early" );
    EXPECT_EQ( refusalOf( oamFrame( "0050 00", hex( "0101 .." ) ) ), "oam: a length is wrong" );
+   EXPECT_EQ( refusalOf( oamFrame( "0050 00", hex( "0102 .." ) ) ), "oam: a length is wrong" );
+   EXPECT_EQ( refusalOf( oamFrame( "0050 00", hex( "0202 .." ) ) ), "oam: a length is wrong" );
+   EXPECT_EQ( refusalOf( oamFrame( "0050 00", hex( "fe04 .." ) ) ), "oam: a length is wrong" );
    EXPECT_EQ( refusalOf( oamFrame( "0050 00", hex( "0110 .." ) ) ),
               "oam: a TLV goes beyond the end" );
 }

@@ -150,6 +150,20 @@ TEST( SpeakerTest, OtherFramesAreOfNone ) {
    EXPECT_FALSE( speakerOf( rip, 1, 2 ) );
 }
 
+TEST( SpeakerTest, ASpeakerIsFoundAgainByItsIdentity ) {
+   for ( auto const & [ protocol, frame ] : goodbyes() ) {
+      auto const speaker = speakerOf( frame, 1, 2 ).value();
+      auto const again =
+         speakerOf( protocolOf( speaker ), speaker.vlan, identityOf( speaker ), 3, 4 );
+      EXPECT_EQ( again, speakerOf( frame, 3, 4 ) ) << protocol;
+   }
+   std::string const identity( 20, 'i' );
+   EXPECT_TRUE( speakerOf( "lldp", 0, identity, 1, 2 ) );
+   EXPECT_FALSE( speakerOf( "stp", 0, identity, 1, 2 ) );
+   EXPECT_FALSE( speakerOf( "none", 0, identity, 1, 2 ) );
+   EXPECT_FALSE( speakerOf( "lldp", 0, identity + "i", 1, 2 ) );
+}
+
 // Whatever a frame says, only its own bytes are read: the sanitizers watch.
 TEST( SpeakerTest, CutAndChangedFramesAreReadInside ) {
    std::minstd_rand random( 1 ); // the same frames in each run

@@ -11,14 +11,15 @@ import valen  # noqa: E402
 INTERFACE = DEVICE[NEAR]
 CONFIG = """shutdown-delay-ms: 10000
 goodbyes: learned
-interfaces: [{{name: {0}}}]
+interfaces:
 """
 
 
 class Daemon:
-    def __init__(self, side, program, config=""):
+    def __init__(self, side, program, config="", more_interfaces=()):
         self._side = side
-        self._config = side.write("valen/valen.yaml", CONFIG.format(INTERFACE) + config)
+        interfaces = "".join(f"  - name: {name}\n" for name in [INTERFACE, *more_interfaces])
+        self._config = side.write("valen/valen.yaml", CONFIG + interfaces + config)
         self._program = program
         self.process = None
         self.client = None

@@ -14,11 +14,16 @@ BPF_TCX_EGRESS = 47
 EINVAL = 22
 
 
-def attached():
-    """How many filters there are at the egress, by tcx and in a clsact. Older kernels have no tcx."""
+def by_tcx():
+    """How many filters there are at the egress by tcx. Older kernels have none."""
+    return inside(NEAR, _tcx)
+
+
+def by_clsact():
+    """How many there are in a clsact."""
     shown = subprocess.run(["tc", "-n", NEAR, "filter", "show", "dev", DEVICE[NEAR], "egress"],
                            capture_output=True, text=True, check=True).stdout
-    return inside(NEAR, _tcx) + shown.count(" handle ")
+    return shown.count(" handle ")
 
 
 def _tcx():

@@ -11,11 +11,12 @@ class Lldp(Scenario):
     title = "LLDP"
     protocols = {"lldp"}
     between = "lldpd -> lldpd"
+    interval = "1"
 
     def start(self, near, far):
         for side in near, far:
             side.write("lldpd/empty", "")  # makes the directory
-            config = side.write("lldpd.conf", "configure lldp tx-interval 1\n")
+            config = side.write("lldpd.conf", f"configure lldp tx-interval {self.interval}\n")
             side.start([LLDPD, "-d", "-O", config, "-u", "/run/lldpd.socket", "-I", DEVICE[side.name],
                         "-C", DEVICE[side.name], "-S", f"the system {side.name}"])
         self._far = far

@@ -70,8 +70,13 @@ def kernel_table(namespace, name):
     return read
 
 
-def create(snooping=False):
-    """Both namespaces, with the addresses above, and the bridge."""
+def more_devices(count):
+    """Names of more devices of near, which come before its own."""
+    return [f"more{number:02}" for number in range(count)]
+
+
+def create(snooping=False, more=0):
+    """Both namespaces, with the addresses above, and the bridge. Near has so many more devices."""
     ip("link add bridge type bridge stp_state 0 forward_delay 0")
     ip(f"link set bridge type bridge mcast_snooping {int(snooping)} mcast_querier {int(snooping)}")
     ip(f"link set bridge type bridge group_fwd_mask {FORWARD_ALL}")
@@ -86,6 +91,8 @@ def create(snooping=False):
         ip(f"-n {side} address add {ADDRESS6[side]}/64 dev {device}")
         ip(f"-n {side} link set {device} up")
     ip("link set bridge up")
+    for device in more_devices(more):
+        ip(f"-n {NEAR} link add {device} type veth peer name {device}-peer")
 
 
 def near_link_is_up():

@@ -1,14 +1,47 @@
 """The programs of a scenario. Each side has a /run of its own, where its daemons find their usual places."""
 import os
+import pathlib
 import shlex
 import shutil
 import subprocess
+import sys
 
 from waiting import Failed
 
 # With the groups that they are in besides their own.
 USERS = {"_lldpd": [], "frr": ["frrvty"], "avahi": [], "messagebus": []}
 OVERLAID = ["usr", "etc"]
+
+
+SOURCE = pathlib.Path(__file__).resolve().parent.parent.parent
+PACKAGES = SOURCE / "build/neighbors"
+SKIPPED = 77
+
+
+def in_sandbox(*command):
+    """The Python command in a sandbox. All that it starts is in a process namespace of its own, and ends with it."""
+    return ["setpriv", "--pdeathsig", "KILL", "unshare", "--pid", "--fork", "--kill-child", "--mount-proc",
+            str(SOURCE / "scripts/sandbox"), sys.executable, "-B", *map(str, command)]
+
+
+def why_not_here():
+    """The status to exit with if daemons cannot be run here, after it was printed why; else None."""
+    with open("/proc/self/uid_map", encoding="ascii") as file:
+        if os.geteuid() != 0 or file.read().split()[2] != "4294967295":
+            print("skipped: loading filters needs root of the machine")
+            return SKIPPED
+    if not PACKAGES.is_dir():
+        print(f"{PACKAGES} is missing; run: scripts/install-dependencies neighbors")
+        return 1
+    return None
+
+
+def reap_orphans(others):
+    """Reaps what daemons left behind, if this is the first process of its namespace.
+       others   processes that the caller waits for"""
+    with open("/proc/thread-self/children", encoding="ascii") as file:
+        for pid in set(map(int, file.read().split())) - others:
+            os.waitpid(pid, os.WNOHANG)
 
 
 def run_of(side):
@@ -52,11 +85,11 @@ class Side:
         return ["nsenter", f"--net=/run/netns/{self.name}", "unshare", "--mount", "sh", "-c", script]
 
     def start(self, command, environment=None):
-        """Starts a daemon that stays in the foreground."""
+        """Starts a daemon that stays in the foreground, in a process group of its own."""
         name = os.path.basename(command[0])
         with open(self.log_of(name), "ab") as log:
             self.started[name] = subprocess.Popen(
-                self.inside(command), stdin=subprocess.DEVNULL, stdout=log, stderr=log,
+                self.inside(command), stdin=subprocess.DEVNULL, stdout=log, stderr=log, start_new_session=True,
                 env={**os.environ, **(environment or {})})
         return self.started[name]
 

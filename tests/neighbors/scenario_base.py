@@ -10,6 +10,8 @@ class Scenario:
     protocols = set()
     # More lines of valend's configuration.
     config = ""
+    # So many more interfaces has valend.
+    more_interfaces = 0
     # Whether the bridge listens to group memberships, and asks for them.
     snooping = False
     # Whether the greeting alone brings the neighbor back after an abort.

@@ -40,7 +40,9 @@ SCENARIOS = {
     "traffic": traffic.Traffic,
     "killed": killed.Killed,
     "killed-restarted": killed.Restarted,
+    "killed-clsact": killed.KilledManyDevices,
+    "killed-clsact-restarted": killed.RestartedManyDevices,
 }
 
 # What ./test runs.
-SHORT = ["lldp", "vrrp3", "ospf"]
+SHORT = ["lldp", "vrrp3", "ospf", "killed-clsact", "killed-clsact-restarted"]

@@ -18,11 +18,10 @@ import sys
 import tempfile
 import time
 
-sys.path.insert(0, os.path.join(os.path.dirname(__file__), "..", "..", "clients", "python"))
+HERE = os.path.dirname(os.path.abspath(__file__))
+sys.path += [f"{HERE}/../../clients/python", f"{HERE}/../support"]
+import said  # noqa: E402
 import valen  # noqa: E402
-
-# What was said within this time need not be learned yet, and what ends within it may be forgotten.
-TOLERANCE = 2.0
 
 
 def checksum(data):
@@ -117,31 +116,18 @@ class Vrrp:
         return self.frame(0)
 
 
-class Said:
-    """What a speaker said, and when."""
+class Speaking:
+    """A speaker, and what it has said."""
 
     def __init__(self, speaker):
         self.speaker = speaker
-        self.history = []  # of (when, goodbye); None: it has left
+        self.said = None  # nothing yet
+        self.speaks = False
 
-    def add(self, goodbye):
-        self.history = self.history[-5:] + [(time.monotonic(), goodbye)]
-
-    def expected(self, now):
-        """The goodbye that must be learned, or None, and those that may be."""
-        recent = [goodbye for when, goodbye in self.history if when > now - TOLERANCE]
-        older = [entry for entry in self.history if entry[0] <= now - TOLERANCE]
-        may = set(recent) - {None}
-        last = self.history[-1][0]
-        if older:
-            may |= {older[-1][1]} - {None}
-        if now > last + self.speaker.hold + TOLERANCE:
-            return None, set()
-        must = older[-1][1] if older and not recent and now < last + self.speaker.hold - TOLERANCE else None
-        return must, may
-
-    def is_over(self, now):
-        return now > self.history[-1][0] + self.speaker.hold + 2 * TOLERANCE
+    def says(self, goodbye):
+        self.said = self.said or said.Said()
+        self.said.add(time.monotonic(), goodbye, self.speaker.hold)
+        self.speaks = goodbye is not None
 
 
 class Device:
@@ -158,56 +144,49 @@ class Device:
             subprocess.run(["ip", "link", "set", end, "up"], check=True)
         self.socket = socket.socket(socket.AF_PACKET, socket.SOCK_RAW, 0)
         self.socket.bind((self.name, 0))
-        self.said = []
+        self.all = []  # that may be known
         self.speakers = {kind: self.begin(kind) for kind in (Lldp, Ospf, Vrrp)}
 
     def begin(self, kind):
-        said = Said(kind(self.choice, self.number))
-        self.said.append(said)
-        return said
+        self.all.append(Speaking(kind(self.choice, self.number)))
+        return self.all[-1]
 
-    def hello(self, said):
-        said.add(said.speaker.goodbye())
-        self.socket.send(said.speaker.hello())
+    def hello(self, one):
+        one.says(one.speaker.goodbye())
+        self.socket.send(one.speaker.hello())
 
     def act(self):
         """Something happens to one of the speakers."""
         kind = self.choice.choice(list(self.speakers))
-        said = self.speakers[kind]
+        one = self.speakers[kind]
         event = self.choice.choice(["hello", "hello", "change", "leave", "restart", "damage"])
         if event == "change":
-            said.speaker.change(self.choice)
+            one.speaker.change(self.choice)
         if event in ("hello", "change"):
-            self.hello(said)
+            self.hello(one)
         elif event == "leave":
-            said.add(None)
-            self.socket.send(said.speaker.goodbye())
+            one.says(None)
+            self.socket.send(one.speaker.goodbye())
         elif event == "restart":  # without a goodbye, as another speaker
             self.speakers[kind] = self.begin(kind)
             self.hello(self.speakers[kind])
         else:
-            self.socket.send(said.speaker.hello()[:30])
+            self.socket.send(one.speaker.hello()[:30])
 
     def refresh(self):
         """Every speaker says what it said before, if it has not left."""
-        for said in self.speakers.values():
-            if said.history and said.history[-1][1] is not None:
-                self.hello(said)
+        for one in self.speakers.values():
+            if one.speaks:
+                self.hello(one)
 
     def differences(self, learned, now):
-        self.said = [said for said in self.said
-                     if said in self.speakers.values() or (said.history and not said.is_over(now))]
+        self.all = [one for one in self.all
+                    if one in self.speakers.values() or (one.said and now < one.said.over_at())]
         found = []
         for kind in self.speakers:
             frames = {bytes.fromhex(frame) for frame in learned.get(kind.agent, [])}
-            must, may = set(), set()
-            for said in self.said:
-                if isinstance(said.speaker, kind) and said.history:
-                    one, some = said.expected(now)
-                    must |= {one} - {None}
-                    may |= some
-            found += [f"{self.name} {kind.agent}: missing {frame.hex()}" for frame in must - frames]
-            found += [f"{self.name} {kind.agent}: outdated {frame.hex()}" for frame in frames - must - may]
+            of_kind = [one.said for one in self.all if isinstance(one.speaker, kind) and one.said]
+            found += [f"{self.name} {kind.agent}: {text}" for text in said.differences(of_kind, frames, now)]
         return found
 
 

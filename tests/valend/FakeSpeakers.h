@@ -26,6 +26,27 @@ class FakeSpeakers final : public SpeakerPort {
       calls.push_back( call + " for " + std::to_string( time.count() ) + " ms" );
       return whyNot;
    }
+   std::vector< SpeakerIdentity > muted( LinkPlace const & place ) const override {
+      std::vector< SpeakerIdentity > identities;
+      if ( auto const muted = muted_.find( place ); muted != muted_.end() ) {
+         for ( auto const & speaker : muted->second ) {
+            identities.push_back( { speaker.protocol, 0, "01", speaker.name } );
+         }
+      }
+      return identities;
+   }
+   std::string muteAgain( LinkPlace const & place, std::vector< SpeakerIdentity > const & speakers,
+                          std::chrono::milliseconds time ) override {
+      std::string call = "mute again " + place.netNs + "/" + place.device;
+      for ( auto const & speaker : speakers ) {
+         call += " " + speaker.protocol;
+         if ( whyNot.empty() ) {
+            muted_[ place ].push_back( { speaker.protocol, speaker.name, heldBack, false } );
+         }
+      }
+      calls.push_back( call + " for " + std::to_string( time.count() ) + " ms" );
+      return whyNot;
+   }
    std::vector< MutedSpeaker > unmute( LinkPlace const & place, bool greet ) override {
       calls.push_back( "unmute " + place.netNs + "/" + place.device +
                        ( greet ? " and greet" : "" ) );

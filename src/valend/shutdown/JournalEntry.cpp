@@ -54,8 +54,15 @@ constexpr std::size_t checksumDigits = 8;
 
 } // namespace
 
+template < class Object > void describe( Object & object, SpeakerIdentity const & speaker ) {
+   object.add( "protocol", speaker.protocol );
+   object.add( "vlan", speaker.vlan );
+   object.add( "identity", speaker.identity );
+   object.add( "speaker", speaker.name );
+}
+
 template < class Object > void describe( Object & object, JournalEntry const & entry ) {
-   auto const & [ id, phase, bootId, requestedAt, hold, mark, record ] = entry;
+   auto const & [ id, phase, bootId, requestedAt, hold, mark, muted, record ] = entry;
    object.add( "id", id );
    object.add( "phase", textOf( phase ) );
    object.add( "boot", bootId );
@@ -64,6 +71,7 @@ template < class Object > void describe( Object & object, JournalEntry const & e
    object.add( "heldUntilNs", hold ? std::optional( hold->until.count() ) : std::nullopt );
    object.add( "ifIndex", mark ? std::optional( mark->ifIndex ) : std::nullopt );
    object.add( "carrierUps", mark ? std::optional( mark->carrierUps ) : std::nullopt );
+   object.add( "muted", muted );
    object.add( "shutdown", record );
 }
 
@@ -86,6 +94,11 @@ JournalEntry JournalEntry::fromJson( Json const & json ) {
    }
    if ( !json.at( "ifIndex" ).is_null() ) {
       entry.mark = LinkMark{ json.at( "ifIndex" ), json.at( "carrierUps" ) };
+   }
+   for ( auto const & speaker :
+         json.value( "muted", Json::array() ) ) { // older journals do not have them
+      entry.muted.push_back( { speaker.at( "protocol" ), speaker.at( "vlan" ),
+                               speaker.at( "identity" ), speaker.at( "speaker" ) } );
    }
    entry.record = recordFromJson( json.at( "shutdown" ) );
    return entry;

@@ -38,6 +38,7 @@ struct JournalEntry {
    std::chrono::nanoseconds requestedAt{ 0 };
    std::optional< Hold > hold;     // set when the sending begins
    std::optional< LinkMark > mark; // of the link that is to go down; nothing when it was not known
+   std::vector< SpeakerIdentity > muted; // now
    ShutdownRecord record;
 
    bool operator==( JournalEntry const & ) const = default;

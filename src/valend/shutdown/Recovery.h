@@ -5,7 +5,8 @@
 //   requested                 waiting for the interface, then as usual
 //   waiting, sending          the same, but sends to the first deadline, and the record says so:
 //                             which frames left before the restart is not known
-//   held, held-to-deadline    held to the recorded deadline; no frames are sent again
+//   held, held-to-deadline    held to the recorded deadline; no frames are sent again. The speakers that
+//                             were muted are muted again
 //   flushing, setting-down    setting the link down
 //   setting-up                setting the link up
 //   ended                     not at all: it is history

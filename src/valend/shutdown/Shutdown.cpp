@@ -47,6 +47,7 @@ Shutdown::Shutdown( Surroundings const & surroundings, JournalEntry entry )
    if ( phase == Phase::heldToDeadline ) {
       observers_.lastStepIs( ShutdownStep::delayed );
       state_.note( "valend restarted " + state_.intoDelay() );
+      hold_.muteAgain();
       state_.enter( phase, state_.hold()->until );
    } else {
       state_.enter( phase, now() + readyTimeout );

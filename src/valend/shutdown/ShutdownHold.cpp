@@ -63,15 +63,32 @@ void ShutdownHold::mute( std::vector< QueuedFrame > const & queued,
       }
    }
    mutedAt_ = state_.place();
-   state_.record().notMuted = state_.surroundings().speakers.mute(
-      *mutedAt_, goodbyes,
-      std::chrono::ceil< milliseconds >( state_.hold()->until + muteMargin - state_.now() ) );
+   auto & speakers = state_.surroundings().speakers;
+   state_.record().notMuted = speakers.mute( *mutedAt_, goodbyes, muteTime() );
+   state_.mutedAre( speakers.muted( *mutedAt_ ) );
+}
+
+milliseconds ShutdownHold::muteTime() const {
+   return std::chrono::ceil< milliseconds >( state_.hold()->until + muteMargin - state_.now() );
+}
+
+void ShutdownHold::muteAgain() {
+   if ( !state_.muted().empty() ) {
+      mutedAt_ = state_.place();
+      whyNotAgain_ =
+         state_.surroundings().speakers.muteAgain( *mutedAt_, state_.muted(), muteTime() );
+   }
 }
 
 void ShutdownHold::end( bool linkStaysUp ) {
    if ( mutedAt_ ) {
-      state_.record().muted = state_.surroundings().speakers.unmute( *mutedAt_, linkStaysUp );
+      auto & record = state_.record();
+      record.muted = state_.surroundings().speakers.unmute( *mutedAt_, linkStaysUp );
+      if ( record.muted.empty() && record.notMuted.empty() ) {
+         record.notMuted = whyNotAgain_;
+      }
       mutedAt_.reset();
+      state_.mutedAre( {} );
    }
 }
 

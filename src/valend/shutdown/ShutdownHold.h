@@ -29,6 +29,9 @@ class ShutdownHold {
    bool libraryChanged();
    bool flush(); // begins to, or looks again
 
+   // After a restart: the speakers that were muted are muted for the rest of the shutdown.
+   void muteAgain();
+
    // The shutdown ends: the speakers that were muted are heard again.
    //   linkStaysUp   what they said last is sent again
    void end( bool linkStaysUp );
@@ -38,6 +41,7 @@ class ShutdownHold {
 
  private:
    void mute( std::vector< QueuedFrame > const & queued, std::set< U32 > const & refused );
+   std::chrono::milliseconds muteTime() const;
    bool beginHold();
    bool readinessLost();
 
@@ -45,6 +49,7 @@ class ShutdownHold {
    ObserverList & observers_;
    InterfaceDelay const delay_;
    std::optional< LinkPlace > mutedAt_;
+   std::string whyNotAgain_; // after a restart: why they were not muted at once
    Quill::Ptr< Valen::Status::IntfStatus const > status_; // the entry by which the library holds it
 };
 

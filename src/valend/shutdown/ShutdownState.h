@@ -71,6 +71,9 @@ class ShutdownState {
    ShutdownRecord & record() noexcept { return entry_.record; }
    ShutdownRecord const & record() const noexcept { return entry_.record; }
    void note( std::string const & why ) { entry_.record.note( why ); }
+   // The speakers that are muted now, or were when valend died.
+   std::vector< SpeakerIdentity > const & muted() const noexcept { return entry_.muted; }
+   void mutedAre( std::vector< SpeakerIdentity > muted ) { entry_.muted = std::move( muted ); }
    U64 id() const noexcept { return entry_.id; } // in the journal
    // Since the request, restarts included.
    std::chrono::milliseconds total() const;

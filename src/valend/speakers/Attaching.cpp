@@ -3,6 +3,7 @@
 #include "linux/DescriptorReserve.h"
 #include "settings/Counted.h"
 
+#include <cerrno>
 #include <utility>
 
 namespace Valend {
@@ -28,6 +29,7 @@ struct Attaching::Batch {
       LinkPlace place;
       U32 ifIndex = 0;
       std::string why; // it is not attached
+      bool isGone = false;
    };
    std::string netNs;
    U32 number = 0;
@@ -69,6 +71,7 @@ void Attaching::Batch::attachAll( Filters & filters,
          filters.attach( number, opened, device.ifIndex );
       } catch ( Quill::ErrnoException const & e ) {
          device.why = e.text();
+         device.isGone = e.number() == ENODEV;
       }
    }
 }
@@ -256,6 +259,7 @@ void Attaching::attached( Batch & batch ) {
       }
       bool const done = one.why.empty() && mapsLoaded_;
       device->second.why = one.why;
+      device->second.isGone = one.isGone;
       stateIs( device, done ? State::filtered : State::failed );
       if ( done ) {
          observer_.attached( one.place, { batch.number, one.ifIndex } );
@@ -290,14 +294,28 @@ void Attaching::tell() {
    if ( asked_ || !missing_.empty() || !seen_.empty() ) {
       return;
    }
+   tellFailed();
    if ( failed_.empty() ) {
       pause_.reset();
-      return condition_.clear();
-   }
-   condition_.raise( "the goodbyes of " + Settings::counted( failed_.size(), "interface" ) +
-                     " will not last: " + whyNot( *failed_.begin() ) );
-   if ( !again_.running() ) {
+   } else if ( !again_.running() ) {
       again_.start( pause_.take() );
+   }
+}
+
+void Attaching::tellFailed() {
+   std::size_t count = 0;
+   std::string why;
+   for ( auto const & place : failed_ ) {
+      if ( !devices_.at( place ).isGone ) {
+         ++count;
+         why = whyNot( place );
+      }
+   }
+   if ( count == 0 ) {
+      condition_.clear();
+   } else {
+      condition_.raise( "the goodbyes of " + Settings::counted( count, "interface" ) +
+                        " will not last: " + why );
    }
 }
 

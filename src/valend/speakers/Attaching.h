@@ -49,7 +49,8 @@ class Attaching {
       ~Observer() = default;
    };
 
-   // All must outlive this. Raises the condition "mute" while a device has no filter.
+   // All must outlive this. Raises the condition "mute" while a device has no filter, but not for one that is gone, which the
+   // kernel has not reported yet.
    Attaching( Valen::Linux::EventLoop & loop, Valen::Linux::NetNsDirectories directories,
               IfIndexOf ifIndexOf, Conditions & conditions, Observer & observer );
    // Removes the filters, for a bounded time.
@@ -82,7 +83,8 @@ class Attaching {
    struct Device {
       U32 ifIndex = 0;
       State state = State::missing;
-      std::string why; // it failed
+      std::string why;     // it failed
+      bool isGone = false; // it failed since there is no such device any more
    };
    using Devices = std::map< LinkPlace, Device >;
    struct Batch;
@@ -98,6 +100,7 @@ class Attaching {
    void attached( Batch & batch );
    void stateIs( Devices::iterator device, State state );
    void tell();
+   void tellFailed();
    U32 numberOf( std::string const & netNs );
 
    Valen::Linux::NetNsDirectories const directories_;

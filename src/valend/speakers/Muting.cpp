@@ -1,5 +1,6 @@
 #include "valend/speakers/Muting.h"
 
+#include "settings/Hex.h"
 #include "valend/speakers/SentGoodbyes.h"
 
 #include <algorithm>
@@ -11,6 +12,17 @@ using Clock = std::chrono::steady_clock;
 namespace {
 
 constexpr std::chrono::milliseconds renewalInterval{ 500 };
+
+std::optional< Egress::Speaker > speakerFrom( SpeakerIdentity const & speaker,
+                                              FilteredDevice const & filtered ) {
+   try {
+      return Egress::speakerOf( speaker.protocol, speaker.vlan,
+                                Settings::frameFromHex( speaker.identity ), filtered.filter,
+                                filtered.ifIndex );
+   } catch ( Settings::HexError const & ) { // of another version
+      return std::nullopt;
+   }
+}
 
 } // namespace
 
@@ -35,9 +47,33 @@ std::string Muting::mute( LinkPlace const & place, FilteredDevice const & filter
    auto & device = devices_[ place ];
    unmuteOn( device );
    device.until = Clock::now() + time;
+   return muteOn( device, [ & ]( auto const & mute ) {
+      for ( auto const & goodbye : goodbyes ) {
+         if ( auto const id = Egress::speakerOf( goodbye, filtered.filter, filtered.ifIndex ) ) {
+            mute( *id, [ & ] { return speakerName( goodbye ); } );
+         } // else a protocol that valend does not know
+      }
+   } );
+}
+
+std::string Muting::muteAgain( LinkPlace const & place, FilteredDevice const & filtered,
+                               std::vector< SpeakerIdentity > const & speakers,
+                               Egress::Mutes::Time until ) {
+   auto & device = devices_[ place ];
+   device.until = until;
+   return muteOn( device, [ & ]( auto const & mute ) {
+      for ( auto const & speaker : speakers ) {
+         if ( auto const id = speakerFrom( speaker, filtered ) ) {
+            mute( *id, [ & ] { return speaker.name; } );
+         }
+      }
+   } );
+}
+
+template < class Each > std::string Muting::muteOn( Device & device, Each const & each ) {
    Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
    try {
-      muteOn( device, filtered, goodbyes );
+      each( [ & ]( auto const & id, auto const & name ) { muteOne( device, id, name ); } );
    } catch ( Quill::ErrnoException const & e ) {
       return e.text();
    }
@@ -47,23 +83,31 @@ std::string Muting::mute( LinkPlace const & place, FilteredDevice const & filter
    return "";
 }
 
-void Muting::muteOn( Device & device, FilteredDevice const & filtered,
-                     std::vector< std::string_view > const & goodbyes ) {
-   for ( auto const & goodbye : goodbyes ) {
-      auto const id = Egress::speakerOf( goodbye, filtered.filter, filtered.ifIndex );
-      if ( !id ) {
-         continue; // a protocol that valend does not know
-      }
-      auto known = std::find_if( device.speakers.begin(), device.speakers.end(),
-                                 [ & ]( auto const & speaker ) { return speaker.id == *id; } );
-      if ( known == device.speakers.end() ) {
-         known = device.speakers.insert( known, Speaker{ *id, speakerName( goodbye ) } );
-      }
-      if ( !known->muted ) {
-         mutes_->mute( *id, device.until );
-         known->muted = true;
+template < class Name >
+void Muting::muteOne( Device & device, Egress::Speaker const & id, Name const & name ) {
+   auto known = std::find_if( device.speakers.begin(), device.speakers.end(),
+                              [ & ]( auto const & speaker ) { return speaker.id == id; } );
+   if ( known == device.speakers.end() ) {
+      known = device.speakers.insert( known, Speaker{ id, name() } );
+   }
+   if ( !known->muted ) {
+      mutes_->mute( id, device.until );
+      known->muted = true;
+   }
+}
+
+std::vector< SpeakerIdentity > Muting::muted( LinkPlace const & place ) const {
+   std::vector< SpeakerIdentity > identities;
+   if ( auto const device = devices_.find( place ); device != devices_.end() ) {
+      for ( auto const & speaker : device->second.speakers ) {
+         if ( speaker.muted && identities.size() < SpeakerPort::mostIdentities ) {
+            identities.push_back(
+               { std::string( Egress::protocolOf( speaker.id ) ), speaker.id.vlan,
+                 Settings::toHex( Egress::identityOf( speaker.id ) ), speaker.name } );
+         }
       }
    }
+   return identities;
 }
 
 void Muting::unmuteOn( Device & device ) {

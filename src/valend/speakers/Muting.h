@@ -5,6 +5,7 @@
 #include "platform/gantry/Timer.h"
 #include "valend/kernel/LinkPort.h"
 #include "valend/speakers/Attaching.h"
+#include "valend/speakers/SpeakerPort.h"
 
 #include <map>
 #include <optional>
@@ -41,7 +42,12 @@ class Muting {
    std::string mute( LinkPlace const & place, FilteredDevice const & device,
                      std::vector< std::string_view > const & goodbyes,
                      std::chrono::milliseconds time );
-   // Ends that, and returns the speakers that were muted since the first mute().
+   // As SpeakerPort::muted() and SpeakerPort::muteAgain().
+   std::vector< SpeakerIdentity > muted( LinkPlace const & place ) const;
+   std::string muteAgain( LinkPlace const & place, FilteredDevice const & device,
+                          std::vector< SpeakerIdentity > const & speakers,
+                          Egress::Mutes::Time until );
+   // Ends that, and returns the speakers that were muted since the first mute() or muteAgain().
    std::vector< Speaker > unmute( LinkPlace const & place );
    // The device has no filter any more.
    void deviceLost( LinkPlace const & place );
@@ -52,8 +58,11 @@ class Muting {
       Egress::Mutes::Time until;
    };
 
-   void muteOn( Device & device, FilteredDevice const & filtered,
-                std::vector< std::string_view > const & goodbyes );
+   // `each` names the speakers to a function that mutes one. Returns why that failed; else empty.
+   template < class Each > std::string muteOn( Device & device, Each const & each );
+   // `name` is called only if it is not known.
+   template < class Name >
+   void muteOne( Device & device, Egress::Speaker const & id, Name const & name );
    void unmuteOn( Device & device );
    void renew();
 

@@ -21,8 +21,19 @@ struct MutedSpeaker {
    bool operator==( MutedSpeaker const & ) const = default;
 };
 
+// Which speaker is muted, for a restarted valend.
+struct SpeakerIdentity {
+   std::string protocol;
+   U16 vlan = 0;
+   std::string identity; // in hexadecimal digits: Egress::identityOf()
+   std::string name;     // as MutedSpeaker has it
+   bool operator==( SpeakerIdentity const & ) const = default;
+};
+
 class SpeakerPort {
  public:
+   static constexpr std::size_t mostIdentities = 16;
+
    virtual ~SpeakerPort() = default;
 
    // Mutes the speakers of these goodbyes, and no others of the device: what they send does not leave it, so that
@@ -31,7 +42,13 @@ class SpeakerPort {
    virtual std::string mute( LinkPlace const & place,
                              std::vector< std::string_view > const & goodbyes,
                              std::chrono::milliseconds time ) = 0;
-   // Ends that. Returns the speakers that were muted since the first call of mute().
+   // Those that are muted, not more than mostIdentities.
+   virtual std::vector< SpeakerIdentity > muted( LinkPlace const & place ) const = 0;
+   // After a restart: mutes them as soon as that is possible. Returns why it is not yet; empty if it is.
+   virtual std::string muteAgain( LinkPlace const & place,
+                                  std::vector< SpeakerIdentity > const & speakers,
+                                  std::chrono::milliseconds time ) = 0;
+   // Ends that. Returns the speakers that were muted since the first call of mute() or muteAgain().
    //   greet   whether to send again what each said last, for the neighbors that its goodbye has made forget it
    virtual std::vector< MutedSpeaker > unmute( LinkPlace const & place, bool greet ) = 0;
 };

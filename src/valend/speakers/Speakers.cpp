@@ -42,6 +42,9 @@ void Speakers::loaded( Attaching::Maps maps ) {
 
 void Speakers::attached( LinkPlace const & place, FilteredDevice const & device ) {
    places_[ { device.filter, device.ifIndex } ] = place;
+   if ( auto const waiting = toMute_.extract( place ); !waiting.empty() ) {
+      muting_.muteAgain( place, device, waiting.mapped().speakers, waiting.mapped().until );
+   }
    Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
    try {
       copies_->deviceIs( device.filter, device.ifIndex );
@@ -150,7 +153,23 @@ std::string Speakers::mute( LinkPlace const & place,
    return muting_.mute( place, *filtered, goodbyes, time );
 }
 
+std::vector< SpeakerIdentity > Speakers::muted( LinkPlace const & place ) const {
+   return muting_.muted( place );
+}
+
+std::string Speakers::muteAgain( LinkPlace const & place,
+                                 std::vector< SpeakerIdentity > const & speakers,
+                                 std::chrono::milliseconds time ) {
+   auto const until = std::chrono::steady_clock::now() + time;
+   if ( auto const filtered = attaching_.filtered( place ) ) {
+      return muting_.muteAgain( place, *filtered, speakers, until );
+   }
+   toMute_[ place ] = { speakers, until };
+   return attaching_.whyNot( place );
+}
+
 std::vector< MutedSpeaker > Speakers::unmute( LinkPlace const & place, bool greet ) {
+   toMute_.erase( place );
    std::vector< MutedSpeaker > muted;
    auto const filtered = attaching_.filtered( place );
    for ( auto const & speaker : muting_.unmute( place ) ) {

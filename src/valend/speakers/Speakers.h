@@ -37,6 +37,9 @@ class Speakers final : public SpeakerPort, private Attaching::Observer {
 
    std::string mute( LinkPlace const & place, std::vector< std::string_view > const & goodbyes,
                      std::chrono::milliseconds time ) override;
+   std::vector< SpeakerIdentity > muted( LinkPlace const & place ) const override;
+   std::string muteAgain( LinkPlace const & place, std::vector< SpeakerIdentity > const & speakers,
+                          std::chrono::milliseconds time ) override;
    std::vector< MutedSpeaker > unmute( LinkPlace const & place, bool greet ) override;
 
  private:
@@ -50,10 +53,17 @@ class Speakers final : public SpeakerPort, private Attaching::Observer {
    void expire();
    void expireLater();
 
+   // To be muted when their device has a filter.
+   struct ToMute {
+      std::vector< SpeakerIdentity > speakers;
+      Egress::Mutes::Time until;
+   };
+
    Valen::Linux::EventLoop & loop_;
    Changed changed_ = []( auto const & ) {};
    SpeakerTable table_;
    Muting muting_;
+   std::map< LinkPlace, ToMute > toMute_; // after a restart
    Greetings greetings_;
    Memberships memberships_;
    std::optional< Egress::Copies > copies_;              // once a filter was loaded

@@ -37,6 +37,7 @@ class DaemonRun final : public DaemonFixture {
    using DaemonFixture::libraryStart;
    using DaemonFixture::sent;
    using DaemonFixture::sentFrames;
+   using DaemonFixture::speakers;
    using DaemonFixture::start;
    using DaemonFixture::turn;
    using DaemonFixture::twoInterfaces;

@@ -26,6 +26,58 @@ TEST_F( ResumeTest, AfterACrashInAnyPhaseTheLinkGoesDownAndRecordedFramesAreNotS
    }
 }
 
+TEST_F( ResumeTest, SpeakersThatWereMutedAreMutedAgainUntilTheLinkIsDown ) {
+   crash( 100ms );
+   DaemonRun run( directory, 200ms );
+   run.speakers.heldBack = 2;
+   run.startAndResume();
+   EXPECT_THAT( run.speakers.calls, ElementsAre( "mute again default/et1 a b for 1300 ms" ) );
+   run.advance( 300ms );
+   EXPECT_THAT( run.kernel.actions, ElementsAre( "down default/et1" ) );
+   EXPECT_EQ( run.speakers.calls.back(), "unmute default/et1" );
+   EXPECT_EQ( run.last().muted,
+              ( std::vector< MutedSpeaker >{ { "a", "", 2, false }, { "b", "", 2, false } } ) );
+   EXPECT_EQ( run.last().notMuted, "" );
+}
+
+TEST_F( ResumeTest, SpeakersThatWereMutedAgainAreGreetedAfterAnAbort ) {
+   crash( 100ms );
+   DaemonRun run( directory, 200ms );
+   run.startAndResume();
+   run.enable( "Ethernet1" );
+   run.turn();
+   EXPECT_EQ( run.last().ending, Ending::aborted );
+   EXPECT_EQ( run.speakers.calls.back(), "unmute default/et1 and greet" );
+}
+
+TEST_F( ResumeTest, ASecondCrashDoesNotForgetWhoWasMuted ) {
+   crash( 100ms );
+   { DaemonRun( directory, 200ms ).startAndResume(); }
+   DaemonRun run( directory, 300ms );
+   run.startAndResume();
+   EXPECT_THAT( run.speakers.calls, ElementsAre( "mute again default/et1 a b for 1200 ms" ) );
+}
+
+TEST_F( ResumeTest, WhySpeakersCouldNotBeMutedAgainIsInTheRecord ) {
+   crash( 100ms );
+   DaemonRun run( directory, 200ms );
+   run.speakers.whyNot = "its filter is not attached yet";
+   run.startAndResume();
+   run.advance( 300ms );
+   EXPECT_EQ( run.last().ending, Ending::down );
+   EXPECT_EQ( run.last().notMuted, run.speakers.whyNot );
+}
+
+TEST_F( ResumeTest, AtItsEndNobodyIsRecordedAsMutedNow ) {
+   crash( 600ms );
+   auto const lines = work.content( "shutdowns" );
+   auto const begin = lines.rfind( '\n', lines.size() - 2 ) + 1;
+   auto const end = entryIn( std::string_view( lines ).substr( begin, lines.size() - begin - 1 ) );
+   ASSERT_TRUE( end );
+   EXPECT_EQ( end->phase, Phase::ended );
+   EXPECT_THAT( end->muted, IsEmpty() );
+}
+
 // The operator enabled it while the kernel set it down.
 TEST_F( ResumeTest, ALinkThatWasBeingSetUpAgainIsSetUp ) {
    {

@@ -77,6 +77,12 @@ class SpeakersTest : public Valen::Test::NetworkTest {
       near.emplace();
       far.emplace();
       near->veth( "et1", *far, "far1" );
+      begin();
+   }
+
+   // As after a start of valend; what a previous one had is gone.
+   void begin() {
+      speakers.reset();
       speakers.emplace(
          loop_, Valen::Linux::NetNsDirectories(),
          [ this ]( auto const & place ) {
@@ -233,6 +239,55 @@ TEST_F( SpeakersTest, TheSpeakersAreHeardWhenValendEnds ) {
    EXPECT_THAT( neighbor.heard(), ElementsAre( lldp( '1' ) ) );
 }
 
+TEST_F( SpeakersTest, AfterARestartTheSpeakersAreMutedAsSoonAsTheirDeviceHasAFilter ) {
+   attach();
+   PacketSocket daemon( *near, "et1" );
+   PacketSocket neighbor( *far, "far1" );
+   mute( { lldp( '1', 0 ) } );
+   auto muted = speakers->muted( et1() );
+   ASSERT_EQ( muted.size(), 1u );
+   EXPECT_THAT( muted.front().name, HasSubstr( "p1" ) );
+   muted.push_back( { "lldp", 0, "not hexadecimal", "of another version" } );
+   begin();
+
+   EXPECT_EQ( speakers->muteAgain( et1(), muted, 1min ), "its filter is not attached yet" );
+   attach();
+   daemon.send( lldp( '1' ) );
+   daemon.send( lldp( '2' ) );
+   EXPECT_THAT( neighbor.heard(), ElementsAre( lldp( '2' ) ) );
+   hears( 2 );
+   auto const again = speakers->unmute( et1(), true );
+   ASSERT_EQ( again.size(), 1u );
+   EXPECT_EQ( again.front().heldBack, 1u );
+   EXPECT_THAT( again.front().name, HasSubstr( "p1" ) );
+   EXPECT_TRUE( again.front().greeted ) << "with what it said while it was muted";
+   EXPECT_THAT( neighbor.heard(), ElementsAre( lldp( '1' ) ) );
+}
+
+TEST_F( SpeakersTest, WhatEndsBeforeTheDeviceHasAFilterMutesNobody ) {
+   attach();
+   PacketSocket daemon( *near, "et1" );
+   PacketSocket neighbor( *far, "far1" );
+   mute( { lldp( '1', 0 ) } );
+   auto const muted = speakers->muted( et1() );
+   begin();
+   speakers->muteAgain( et1(), muted, 1min );
+   EXPECT_THAT( speakers->unmute( et1(), true ), IsEmpty() );
+   attach();
+   daemon.send( lldp( '1' ) );
+   EXPECT_THAT( neighbor.heard(), ElementsAre( lldp( '1' ) ) );
+}
+
+TEST_F( SpeakersTest, NotMoreSpeakersAreRecordedThanTheJournalHasRoomFor ) {
+   attach();
+   std::vector< std::string > goodbyes;
+   for ( int port = 'A'; port <= 'A' + static_cast< int >( SpeakerPort::mostIdentities ); ++port ) {
+      goodbyes.push_back( lldp( port, 0 ) );
+   }
+   mute( goodbyes );
+   EXPECT_EQ( speakers->muted( et1() ).size(), SpeakerPort::mostIdentities );
+}
+
 TEST_F( SpeakersTest, AnInterfaceThatIsRemovedLosesItsFilter ) {
    attach();
    PacketSocket daemon( *near, "et1" );
@@ -332,23 +387,43 @@ TEST_F( SpeakersTest, MulticastGroupsAreLeftAndJoinedAgain ) {
 }
 
 TEST_F( SpeakersTest, ADeviceWithoutAFilterIsAConditionAndIsTriedAgain ) {
-   // An index that no device has.
-   U32 ifIndex = 99999;
+   near->destroy(); // its namespace cannot be entered
+   U32 ifIndex = 7;
    Speakers wrong(
       loop_, Valen::Linux::NetNsDirectories(), [ & ]( auto const & ) { return ifIndex; },
       conditions );
    wrong.attaching().placeIs( et1(), 1 );
    ASSERT_TRUE( turnUntil( [ this ] { return conditions.isRaised( "mute" ); } ) );
    EXPECT_THAT( conditions.raised().front().text,
-                HasSubstr( "the goodbyes of 1 interface will not last: cannot attach a filter" ) );
+                HasSubstr( "the goodbyes of 1 interface will not last: " ) );
    EXPECT_THAT( wrong.mute( et1(), { std::string_view( "nothing that is known" ) }, 1s ), "" );
    auto const goodbye = lldp( '1', 0 );
-   EXPECT_THAT( wrong.mute( et1(), { goodbye }, 1s ), HasSubstr( "No such device" ) );
+   EXPECT_THAT( wrong.mute( et1(), { goodbye }, 1s ), HasSubstr( "does not exist" ) );
    EXPECT_THAT( wrong.unmute( et1(), true ), IsEmpty() );
+   near->create();
+   near->veth( "et1", *far, "far2" ); // far1 may still be there
    ifIndex = near->index( "et1" );
    wrong.attaching().deviceSeen( et1(), LinkSeen::up );
    ASSERT_TRUE( turnUntil( [ & ] { return !conditions.isRaised( "mute" ); } ) );
    EXPECT_TRUE( wrong.attaching().filtered( et1() ) );
+}
+
+// The kernel is about to report that it is gone.
+TEST_F( SpeakersTest, ADeviceThatVanishesWhileItsFilterIsAttachedIsNoCondition ) {
+   U32 ifIndex = 99999;
+   std::size_t changes = 0;
+   Conditions watched( [ & ]( auto, auto const & ) { ++changes; } );
+   Speakers wrong(
+      loop_, Valen::Linux::NetNsDirectories(), [ & ]( auto const & ) { return ifIndex; }, watched );
+   wrong.attaching().placeIs( et1(), 1 );
+   ASSERT_TRUE( turnUntil( [ & ] {
+      return wrong.attaching().whyNot( et1() ).find( "No such device" ) != std::string::npos;
+   } ) );
+   EXPECT_FALSE( watched.isRaised( "mute" ) );
+   ifIndex = near->index( "et1" );
+   wrong.attaching().deviceSeen( et1(), LinkSeen::up );
+   ASSERT_TRUE( turnUntil( [ & ] { return wrong.attaching().filtered( et1() ).has_value(); } ) );
+   EXPECT_EQ( changes, 0u );
 }
 
 TEST_F( SpeakersTest, WhySpeakersCannotBeMutedIsKnownUntilTheFilterIsThere ) {
