@@ -228,7 +228,7 @@ class Valend:
 
 @contextlib.contextmanager
 def awake_processors():
-    """Keeps the processors from sleeping, with processes that get only time that nobody else wants. To set a
+    """Keeps the processors from sleeping, with processes that get only the time that is left. To set a
     link down, the kernel has to wait until each processor has taken notice. On a virtual machine, one that
     sleeps takes between some microseconds and some milliseconds for that, from minute to minute."""
     def spin():

@@ -1,7 +1,7 @@
 // Makes a connected socket of an address, without waiting: a thread resolves names and reads password files.
 #pragma once
 
-#include "database/Address.h"
+#include "database/address/Address.h"
 #include "linux/EventLoop.h"
 #include "linux/Worker.h"
 

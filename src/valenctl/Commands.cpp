@@ -1,5 +1,6 @@
 #include "valenctl/Commands.h"
 
+#include "database/address/Address.h"
 #include "settings/Version.h"
 #include "valenctl/CommandPlace.h"
 #include "valenctl/Completion.h"

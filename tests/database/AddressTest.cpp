@@ -1,4 +1,4 @@
-#include "database/Address.h"
+#include "database/address/Address.h"
 
 #include <gmock/gmock.h>
 #include <gtest/gtest.h>

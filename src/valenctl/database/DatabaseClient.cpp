@@ -1,5 +1,7 @@
 #include "valenctl/database/DatabaseClient.h"
 
+#include "database/address/Address.h"
+
 #include <csignal>
 
 namespace Valenctl {

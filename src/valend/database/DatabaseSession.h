@@ -4,6 +4,7 @@
 #include "database/Leases.h"
 #include "database/Mirror.h"
 #include "database/Outbox.h"
+#include "database/address/Address.h"
 #include "valend/database/Alive.h"
 #include "valend/database/HistoryWriter.h"
 

@@ -41,10 +41,10 @@ constexpr std::size_t linesAfter( Phase phase ) {
    return 0;
 }
 
-// Bytes for the lines after `line`, which get longer: the agents are added when the frames are sent, the speakers that
-// were muted at the end, and what did not go as expected.
+// Bytes for the lines after `line`, which get longer: the agents and the identities of the muted
+// speakers are added when the frames are sent, the speakers that were muted at the end, and what did not go as expected.
 std::size_t roomAfter( JournalEntry const & entry, std::string const & line ) {
-   std::size_t growth = entry.phase < Phase::held ? 1024 : 256;
+   std::size_t growth = entry.phase < Phase::held ? 3 * 1024 : 256;
    for ( auto const & agent : entry.record.agents ) {
       for ( auto const & goodbye : agent.goodbyes ) {
          growth += 80 + goodbye.protocol.size() + goodbye.speaker.size();

@@ -172,7 +172,7 @@ TEST_F( ConfigurationJsonTest, WhatIsOfTheDatabaseHasItsKeyAsThePlace ) {
 TEST_F( ConfigurationJsonTest, APasswordIsNotShown ) {
    auto const configuration =
       active( "database: {server: 'redis://u:secret@h'}\nmax-shutdown-delay-ms: 5" );
-   EXPECT_EQ( settingOf( configuration, "database.server" )[ "value" ], "redis://u:***@h" );
+   EXPECT_EQ( settingOf( configuration, "database.server" )[ "value" ], "redis://h:6379?user=u" );
    auto next = configuration;
    next.plan = active( "max-shutdown-delay-ms: 6" ).plan;
    EXPECT_EQ( settingOf( next, "max-shutdown-delay-ms" )[ "value" ], "6" )

@@ -148,6 +148,7 @@ TEST_F( StatusReportTest, AShutdownIsShownWhole ) {
                       { "namespace", "ns-red" },
                       { "by", "root" },
                       { "login", "alice" },
+                      { "requestId", nullptr },
                       { "reason", "new optics" },
                       { "requestedDelayMs", 700 },
                       { "whenMs", 1234567 },

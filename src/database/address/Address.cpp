@@ -1,4 +1,4 @@
-#include "database/Address.h"
+#include "database/address/Address.h"
 
 #include <algorithm>
 #include <cctype>
