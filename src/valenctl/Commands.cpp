@@ -7,6 +7,7 @@
 #include "valenctl/UnknownWord.h"
 #include "valenctl/command/CommandGroups.h"
 #include "valenctl/command/Session.h"
+#include "valenctl/database/HostCommands.h"
 #include "valenctl/frame/FrameSender.h"
 #include "valenctl/text/ErrorJson.h"
 
@@ -49,6 +50,10 @@ Failure failureOf( std::exception_ptr const & thrown, Session const & session ) 
       std::rethrow_exception( thrown );
    } catch ( UsageError const & e ) {
       return ownFailure( Exit::usage, "InvalidCommand", e.what() );
+   } catch ( Database::InvalidAddress const & e ) {
+      return ownFailure( Exit::usage, "InvalidCommand", std::string( "--database: " ) + e.what() );
+   } catch ( NoDatabase const & e ) {
+      return ownFailure( Exit::notConnected, "NotConnected", e.what() );
    } catch ( Varlink::Refused const & e ) {
       auto const exit = e.name() == "org.valen.daemon.TimedOut" ? Exit::timedOut : Exit::failed;
       return { exit, e.name(), e.what(), e.parameters() };
@@ -76,9 +81,9 @@ Exit report( Failure const & failure, Session & session ) {
    return failure.exit;
 }
 
-Exit runCommand( Command & command, Session & session ) {
+template < class Run > Exit guarded( Session & session, Run const & run ) {
    try {
-      return command.run( session );
+      return run();
    } catch ( ... ) {
       return report( failureOf( std::current_exception(), session ), session );
    }
@@ -152,9 +157,17 @@ Exit Commands::run( int argc, char const * const * argv, Terminal const & termin
       }
       return invalid( words, e.what(), { out, err, terminal, formatIn( words ) } );
    }
-   auto const format = options_.json ? Format::json : Format::text;
-   Session session( { options_.socket, options_.timeout() }, { out, err, terminal, format } );
-   return runCommand( *selected_, session );
+   Output const output{ out, err, terminal, options_.json ? Format::json : Format::text };
+   Session session( { options_.socket, options_.timeout() }, output );
+   return guarded( session, [ & ] {
+      return options_.database.empty() ? selected_->run( session ) : runForHosts( output );
+   } );
+}
+
+Exit Commands::runForHosts( Output const & output ) const {
+   DatabaseClient client( options_.database, options_.timeout() );
+   return selected_->runForHosts(
+      { client, output, options_.hostNames(), !options_.hosts.empty() } );
 }
 
 // Prints why the command line does not parse. A word that does not exist is the cause of the rest.
@@ -174,7 +187,10 @@ Exit Commands::complete( std::vector< std::string > const & words, std::ostream 
    auto result = completion( *app_, words );
    Session session( { valueIn( words, "--socket", options_.socket ), std::chrono::seconds( 1 ) },
                     { out, out, {}, Format::text } );
-   for ( auto const & name : names( result.also, session, valueIn( words, "--netns", "" ) ) ) {
+   auto const database = valueIn( words, "--database", "" );
+   for ( auto const & name : database.empty()
+                                ? names( result.also, session, valueIn( words, "--netns", "" ) )
+                                : namesInDatabase( result.also, database ) ) {
       if ( words.empty() || name.text.starts_with( words.back() ) ) {
          result.candidates.push_back( name );
       }

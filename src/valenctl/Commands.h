@@ -30,6 +30,7 @@ class Commands {
 
  private:
    void add( CommandRow const & row, std::string const & heading );
+   Exit runForHosts( Output const & output ) const;
    Exit invalid( std::vector< std::string > const & words, std::string const & problem,
                  Output const & output ) const;
    Exit complete( std::vector< std::string > const & words, std::ostream & out ) const;

@@ -31,6 +31,7 @@ constexpr Known known[] = {
    { "DEV", Completion::Also::localDevices },
    { "NETNS", Completion::Also::namespaces },
    { "AGENT", Completion::Also::agents },
+   { "HOST", Completion::Also::hosts },
 };
 
 void addValues( Completion & result, std::string const & type ) {

@@ -32,6 +32,7 @@ struct Completion {
       agents,       // that queued frames
       localDevices, // in a namespace of this machine
       namespaces,
+      hosts, // of the database
       files
    };
 

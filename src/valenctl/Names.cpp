@@ -1,6 +1,7 @@
 #include "valenctl/Names.h"
 
 #include "valenctl/command/Session.h"
+#include "valenctl/database/Hosts.h"
 #include "valenctl/frame/DeviceAddresses.h"
 
 #include <filesystem>
@@ -102,12 +103,41 @@ std::vector< Candidate > names( Completion::Also kind, Session & session,
       case namespaces:
          return Valenctl::namespaces();
       case nothing:
+      case hosts:
       case files: // the shell knows them better
          break;
       }
    } catch ( std::exception const & ) {
    }
    return {};
+}
+
+std::vector< Candidate > namesInDatabase( Completion::Also kind, std::string const & url ) {
+   try {
+      DatabaseClient client( url, std::chrono::seconds( 1 ) );
+      auto found = findHosts( client, {} );
+      Candidates names;
+      if ( kind == Completion::Also::hosts ) {
+         for ( auto const & host : found ) {
+            names.push_back( { host.name, host.stale ? "stale" : "alive" } );
+         }
+      } else if ( kind == Completion::Also::interfaces ) {
+         readInterfaces( client, found );
+         std::map< std::string, std::string > hostsOf;
+         for ( auto const & host : found ) {
+            for ( auto const & interface : host.interfaces ) {
+               auto & all = hostsOf[ interface.first ];
+               all += ( all.empty() ? "" : ", " ) + host.name;
+            }
+         }
+         for ( auto const & [ name, all ] : hostsOf ) {
+            names.push_back( { name, "on " + all } );
+         }
+      }
+      return names;
+   } catch ( std::exception const & ) {
+      return {};
+   }
 }
 
 } // namespace Valenctl

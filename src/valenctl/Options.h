@@ -17,9 +17,13 @@ struct Options {
    Options();
 
    std::string socket;         // valend's
+   std::string database;       // the URL of the database of many hosts; empty: use the socket
+   std::string hosts;          // of the database: "rtr1,rtr2", or "all"; empty: not given
    double timeoutSeconds = 10; // for an answer; 0 waits indefinitely
    bool json = false;          // print answers as JSON
 
+   // The names of the hosts; none: all.
+   std::vector< std::string > hostNames() const;
    std::chrono::milliseconds timeout() const;
 };
 

@@ -1,6 +1,6 @@
 // That the man page has every command, option and exit status.
 #include "valenctl/Commands.h"
-#include "valenctl/command/Exit.h"
+#include "valenctl/text/Exit.h"
 
 #include <CLI/CLI.hpp>
 #include <fstream>

@@ -31,6 +31,16 @@ TEST_F( OptionsTest, TheLastSocketIsUsed ) {
    EXPECT_EQ( options.socket, "b" );
 }
 
+TEST_F( OptionsTest, TheDatabaseReplacesTheSocket ) {
+   parse( { "--database", "unix:///a", "--host", "rtr1,rtr2" } );
+   EXPECT_EQ( options.database, "unix:///a" );
+   EXPECT_EQ( options.hostNames(), ( std::vector< std::string >{ "rtr1", "rtr2" } ) );
+   parse( { "--database", "unix:///a", "--host", "rtr1,all" } );
+   EXPECT_EQ( options.hostNames(), std::vector< std::string >() );
+   EXPECT_THROW( parse( { "--database", "unix:///a", "--socket", "b" } ), CLI::ParseError );
+   EXPECT_THROW( parse( { "--host", "rtr1" } ), CLI::ParseError );
+}
+
 TEST_F( OptionsTest, TheTimeoutIsInSecondsUpToADay ) {
    parse( { "--timeout", "0.25", "--json" } );
    EXPECT_EQ( options.timeout(), std::chrono::milliseconds( 250 ) );

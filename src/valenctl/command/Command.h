@@ -1,7 +1,7 @@
 // A command of valenctl, and the row that registers it.
 #pragma once
 
-#include "valenctl/command/Exit.h"
+#include "valenctl/text/Exit.h"
 
 #include <functional>
 #include <memory>
@@ -15,6 +15,7 @@ class App;
 namespace Valenctl {
 
 class Session;
+struct HostSession;
 
 // One command. It holds the values of its own options.
 class Command {
@@ -34,6 +35,10 @@ class Command {
    // not fit together, what Session::client() and Varlink::Client throw, and std::runtime_error for
    // any other failure; the caller prints it.
    virtual Exit run( Session & session ) = 0;
+
+   // The same for the hosts of a database, with --database. Throws UsageError unless the command can do that, and
+   // what the functions of HostCommands.h throw.
+   virtual Exit runForHosts( HostSession const & session );
 };
 
 // Registers a command, or a group that only has commands of its own.

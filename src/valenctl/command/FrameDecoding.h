@@ -2,7 +2,7 @@
 #pragma once
 
 #include "settings/Frames.h"
-#include "valenctl/command/Exit.h"
+#include "valenctl/text/Exit.h"
 #include <functional>
 #include <string>
 

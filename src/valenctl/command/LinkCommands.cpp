@@ -2,6 +2,8 @@
 #include "valenctl/command/CommandGroups.h"
 #include "valenctl/command/InterfaceSelection.h"
 #include "valenctl/command/Session.h"
+#include "valenctl/database/HostCommands.h"
+#include "valenctl/frame/FrameSender.h"
 #include "valenctl/text/ShutdownText.h"
 
 #include <CLI/CLI.hpp>
@@ -30,6 +32,13 @@ Json parametersOf( InterfaceSelection const & selection,
       parameters[ "reason" ] = *reason;
    }
    return parameters;
+}
+
+// So that a forgotten option does not mean all hosts.
+void requireHosts( HostSession const & session ) {
+   if ( !session.chosen ) {
+      throw UsageError( "--host is required with --database: the names of hosts, or all" );
+   }
 }
 
 class Shutdown final : public Command {
@@ -61,6 +70,12 @@ class Shutdown final : public Command {
          report( session.call( "ShutdownMany", parameters ) );
       }
       return exit;
+   }
+
+   Exit runForHosts( HostSession const & session ) override {
+      requireHosts( session );
+      return requestLinks( session, selection_.parameters(), { false, reason_, delayMs_, wait_ },
+                           quiet_ );
    }
 
  private:
@@ -119,6 +134,11 @@ class Enable final : public Command {
       }
       session.print( answer, "" );
       return exit;
+   }
+
+   Exit runForHosts( HostSession const & session ) override {
+      requireHosts( session );
+      return requestLinks( session, selection_.parameters(), { .up = true }, quiet_ );
    }
 
  private:

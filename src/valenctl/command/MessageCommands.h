@@ -1,7 +1,7 @@
 // Publishing frames, which `messages add` and `frame --queue` share.
 #pragma once
 
-#include "valenctl/command/Exit.h"
+#include "valenctl/text/Exit.h"
 
 #include <string>
 #include <vector>

@@ -1,9 +1,9 @@
 // What a command works with: the connection to valend, and where its output goes.
 #pragma once
 
-#include "valenctl/command/Exit.h"
+#include "valenctl/text/Exit.h"
 #include "valenctl/text/JsonFields.h"
-#include "valenctl/text/Terminal.h"
+#include "valenctl/text/Output.h"
 #include "varlink/Client.h"
 
 #include <chrono>
@@ -16,18 +16,6 @@ namespace Valenctl {
 struct Connection {
    std::string socket;
    std::chrono::milliseconds timeout; // for an answer; 0 waits indefinitely
-};
-
-// How answers are printed: as text for people, or as the JSON that valend sent.
-enum class Format { text, json };
-
-// Where output goes: data to `out`, everything else to `err`. Keeps references; both streams outlive
-// it.
-struct Output {
-   std::ostream & out;
-   std::ostream & err;
-   Terminal terminal;
-   Format format;
 };
 
 class Session {
@@ -47,7 +35,7 @@ class Session {
    std::chrono::milliseconds answerTimeout() const noexcept { return answerTimeout_; }
    void answerTimeoutIs( std::chrono::milliseconds timeout );
 
-   bool json() const noexcept { return output_.format == Format::json; }
+   bool json() const noexcept { return output_.json(); }
    Terminal const & terminal() const noexcept { return output_.terminal; }
    Palette const & palette() const noexcept { return output_.terminal.palette; }
    std::ostream & out() const noexcept { return output_.out; }

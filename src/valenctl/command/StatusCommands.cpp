@@ -1,6 +1,7 @@
 // status, list, explain, wait and history.
 #include "valenctl/command/CommandGroups.h"
 #include "valenctl/command/Session.h"
+#include "valenctl/database/HostCommands.h"
 #include "valenctl/text/ReportText.h"
 #include "valenctl/text/ShutdownText.h"
 #include "valenctl/text/StatusText.h"
@@ -24,6 +25,9 @@ class Status final : public Command {
       auto const answer = session.call( "Status", interfaceParameter( interface_ ) );
       session.print( answer, statusText( answer, session.palette() ) );
       return Exit::done;
+   }
+   Exit runForHosts( HostSession const & session ) override {
+      return statusOfHosts( session, interface_ );
    }
 
  private:
@@ -87,6 +91,9 @@ class Wait final : public Command {
       session.print( session.call( "Wait", parameters ), "" );
       return Exit::done;
    }
+   Exit runForHosts( HostSession const & session ) override {
+      return waitForHosts( session, interface_, until_ );
+   }
 
  private:
    static constexpr std::chrono::seconds margin{ 5 };
@@ -118,14 +125,21 @@ class History final : public Command {
          parameters[ "last" ] = *last_;
       }
       if ( !since_.empty() ) {
-         parameters[ "sinceMs" ] = std::max< std::int64_t >( 0, timeOf( since_ )->count() );
+         parameters[ "sinceMs" ] = since().count();
       }
       auto const answer = session.call( "History", parameters );
       session.print( answer, historyText( answer ) );
       return Exit::done;
    }
+   Exit runForHosts( HostSession const & session ) override {
+      return historyOfHosts( session, { interfaces_, last_, since() } );
+   }
 
  private:
+   std::chrono::milliseconds since() const {
+      std::chrono::milliseconds const always( 0 );
+      return since_.empty() ? always : std::max( always, *timeOf( since_ ) );
+   }
    static std::optional< std::chrono::milliseconds > timeOf( std::string const & text ) {
       auto const now = std::chrono::system_clock::now().time_since_epoch();
       return timeFrom( text, std::chrono::floor< std::chrono::milliseconds >( now ) );

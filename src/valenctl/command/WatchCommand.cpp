@@ -2,6 +2,7 @@
 // change otherwise.
 #include "valenctl/command/CommandGroups.h"
 #include "valenctl/command/Session.h"
+#include "valenctl/database/HostCommands.h"
 #include "valenctl/text/StatusText.h"
 #include "valenctl/text/TimeText.h"
 
@@ -27,6 +28,9 @@ class Watch final : public Command {
                                     return session.out().good();
                                  } );
       return Exit::done;
+   }
+   Exit runForHosts( HostSession const & session ) override {
+      return watchHosts( session, interface_ );
    }
 
  private:

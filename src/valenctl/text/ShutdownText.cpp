@@ -1,6 +1,7 @@
 #include "valenctl/text/ShutdownText.h"
 
 #include "settings/Counted.h"
+#include "valenctl/text/HostColumn.h"
 #include "valenctl/text/JsonFields.h"
 #include "valenctl/text/Table.h"
 #include "valenctl/text/TimeText.h"
@@ -118,7 +119,7 @@ std::string resultText( Json const & shutdown ) {
 
 std::string stepText( Json const & step ) {
    auto const shutdown = anyField( step, "shutdown" );
-   auto const name = textField( shutdown, "interface" ) + ": ";
+   auto const name = nameWithHost( shutdown, "interface" ) + ": ";
    auto const kind = textField( step, "step" );
    if ( kind == "sent" ) {
       return name + sentText( shutdown );
@@ -140,7 +141,7 @@ bool stepSucceeded( Json const & step ) {
 }
 
 std::string enableText( Json const & result ) {
-   auto const name = textField( result, "interface" ) + ": ";
+   auto const name = nameWithHost( result, "interface" ) + ": ";
    auto const what = textField( result, "result" );
    if ( what == "failed" ) {
       return name + textField( result, "message" );
@@ -167,14 +168,18 @@ std::string goodbyeText( Json const & result ) {
 }
 
 std::string historyText( Json const & answer ) {
-   Table table( { "WHEN", "INTERFACE", "BY", "SENT", "FAILED", "HELD", "RESULT", "REASON" } );
-   for ( auto const & shutdown : listField( answer, "shutdowns" ) ) {
+   auto const shutdowns = listField( answer, "shutdowns" );
+   HostColumn const hosts( shutdowns );
+   Table table( hosts.headings(
+      { "WHEN", "INTERFACE", "BY", "SENT", "FAILED", "HELD", "RESULT", "REASON" } ) );
+   for ( auto const & shutdown : shutdowns ) {
       auto const reason = textField( shutdown, "reason" );
-      table.add( { atText( shutdown, "whenMs" ), textField( shutdown, "interface" ),
-                   requesterText( shutdown ), std::to_string( numberField( shutdown, "sent" ) ),
-                   countWithReason( shutdown, "failed", "failReason" ),
-                   flagField( shutdown, "withDelay" ) ? heldText( shutdown ) : "-",
-                   resultText( shutdown ), reason.empty() ? "-" : reason } );
+      table.add( hosts.row(
+         shutdown, { atText( shutdown, "whenMs" ), textField( shutdown, "interface" ),
+                     requesterText( shutdown ), std::to_string( numberField( shutdown, "sent" ) ),
+                     countWithReason( shutdown, "failed", "failReason" ),
+                     flagField( shutdown, "withDelay" ) ? heldText( shutdown ) : "-",
+                     resultText( shutdown ), reason.empty() ? "-" : reason } ) );
    }
    return table.text();
 }

@@ -1,4 +1,5 @@
-// Shutdowns as text: their steps, their results, and what enabling an interface did.
+// Shutdowns as text: their steps, their results, and what enabling an interface did. A shutdown or a result that has
+// a "host" is printed with it.
 #pragma once
 
 #include <nlohmann/json.hpp>

@@ -2,6 +2,7 @@
 
 #include "settings/Counted.h"
 #include "settings/Goodbyes.h"
+#include "valenctl/text/HostColumn.h"
 #include "valenctl/text/JsonFields.h"
 #include "valenctl/text/MessagesText.h"
 #include "valenctl/text/Table.h"
@@ -57,7 +58,7 @@ std::string orElse( std::string const & text, char const * empty ) {
 
 // What needs attention at an interface, one line each.
 std::string interfaceNotes( Json const & interface ) {
-   auto const name = textField( interface, "name" );
+   auto const name = nameWithHost( interface, "name" );
    std::string lines;
    for ( auto const & agent : listField( interface, "frames" ) ) {
       for ( auto const & frame : listField( agent, "tooLong" ) ) {
@@ -77,51 +78,95 @@ std::string conditionsText( Json const & conditions ) {
    if ( conditions.empty() ) {
       return "";
    }
-   Table table( { "CONDITIONS", "SINCE", "DESCRIPTION" } );
+   HostColumn const hosts( conditions );
+   Table table( hosts.headings( { "CONDITIONS", "SINCE", "DESCRIPTION" } ) );
    for ( auto const & condition : conditions ) {
       std::chrono::milliseconds const since( numberField( condition, "since" ) );
-      table.add(
-         { textField( condition, "name" ), timeText( since ), textField( condition, "text" ) } );
+      table.add( hosts.row( condition, { textField( condition, "name" ), timeText( since ),
+                                         textField( condition, "text" ) } ) );
    }
    return table.text();
 }
 
+std::string delayText( Json const & status ) {
+   return anyField( status, "shutdownDelayMs" ).is_number()
+             ? std::to_string( numberField( status, "shutdownDelayMs" ) ) + " ms"
+             : "disabled";
+}
+
 std::string faultsText( Json const & status ) {
    auto const faults = textsField( status, "lastFaults" );
+   auto const host = textField( status, "host" );
    return faults.empty() ? ""
-                         : counted( numberField( status, "faults" ), "fault" ) +
+                         : ( host.empty() ? "" : host + ": " ) +
+                              counted( numberField( status, "faults" ), "fault" ) +
                               ", last: " + faults.back() + "\n";
 }
 
 } // namespace
 
 std::string interfacesText( Json const & interfaces, Palette const & palette ) {
-   Table table( { "INTERFACE", "DEVICE", "VRF", "LINK", "READY", "HELD", "FRAMES", "SENT", "FAILED",
-                  "ABORTS" } );
+   HostColumn const hosts( interfaces );
+   Table table( hosts.headings( { "INTERFACE", "DEVICE", "VRF", "LINK", "READY", "HELD", "FRAMES",
+                                  "SENT", "FAILED", "ABORTS" } ) );
    for ( auto const & interface : interfaces ) {
       auto const held = remainingText( interface );
-      table.add( { textField( interface, "name" ), textField( interface, "device" ),
-                   textField( interface, "vrf" ), linkText( interface ),
-                   readyText( interface, palette ), held.empty() ? "-" : palette.yellow( held ),
-                   orElse( frameCountsText( interface ), "-" ),
-                   std::to_string( numberField( interface, "sent" ) ),
-                   countWithReason( interface, "failed", "lastError" ),
-                   std::to_string( numberField( interface, "aborts" ) ) } );
+      table.add( hosts.row(
+         interface,
+         { textField( interface, "name" ), textField( interface, "device" ),
+           textField( interface, "vrf" ), linkText( interface ), readyText( interface, palette ),
+           held.empty() ? "-" : palette.yellow( held ), orElse( frameCountsText( interface ), "-" ),
+           std::to_string( numberField( interface, "sent" ) ),
+           countWithReason( interface, "failed", "lastError" ),
+           std::to_string( numberField( interface, "aborts" ) ) } ) );
    }
    return table.text();
 }
 
 std::string statusText( Json const & status, Palette const & palette ) {
-   std::string text = "shutdown delay disabled (shutdown-delay-ms is not set)\n";
-   if ( anyField( status, "shutdownDelayMs" ).is_number() ) {
-      text =
-         "shutdown delay: " + std::to_string( numberField( status, "shutdownDelayMs" ) ) + " ms\n";
-   }
+   auto const delay = delayText( status );
+   auto text = delay == "disabled" ? "shutdown delay disabled (shutdown-delay-ms is not set)\n"
+                                   : "shutdown delay: " + delay + "\n";
    text += interfacesText( listField( status, "interfaces" ), palette );
    for ( auto const & interface : listField( status, "interfaces" ) ) {
       text += interfaceNotes( interface );
    }
    return text + conditionsText( listField( status, "conditions" ) ) + faultsText( status );
+}
+
+std::string hostsText( Json const & answer, Palette const & palette ) {
+   Table hosts( { "HOST", "STATE", "VALEND", "DELAY", "INTERFACES", "READY", "SHUTTING DOWN" } );
+   auto interfaces = Json::array();
+   auto conditions = Json::array();
+   std::string notes, rejected, faults;
+   for ( auto const & host : listField( answer, "hosts" ) ) {
+      auto const name = textField( host, "host" );
+      std::size_t ready = 0, shuttingDown = 0;
+      for ( auto interface : listField( host, "interfaces" ) ) {
+         ready += flagField( interface, "ready" );
+         shuttingDown += flagField( interface, "shuttingDown" );
+         interface[ "host" ] = name;
+         notes += interfaceNotes( interface );
+         interfaces.push_back( std::move( interface ) );
+      }
+      bool const stale = flagField( host, "stale" );
+      hosts.add( { name, stale ? palette.red( orElse( textField( host, "state" ), "stale" ) ) : palette.green( "alive" ),
+                   stale ? "-" : textField( host, "version" ), stale ? "-" : delayText( host ),
+                   std::to_string( listField( host, "interfaces" ).size() ),
+                   std::to_string( ready ), std::to_string( shuttingDown ) } );
+      for ( auto condition : listField( host, "conditions" ) ) {
+         condition[ "host" ] = name;
+         conditions.push_back( std::move( condition ) );
+      }
+      for ( auto const & entry : listField( host, "rejected" ) ) {
+         rejected += name + ": " + textField( entry, "key" ) +
+                     " is rejected: " + textField( entry, "why" ) + "\n";
+      }
+      faults += faultsText( host );
+   }
+   return hosts.text() + "\n" +
+          ( interfaces.empty() ? "no interfaces\n" : interfacesText( interfaces, palette ) ) +
+          notes + rejected + conditionsText( conditions ) + faults;
 }
 
 std::string interfaceText( Json const & interface ) {

@@ -120,6 +120,17 @@ TEST_F( ShutdownTextTest, HistoryHasALineForEachShutdown ) {
               "-       aborted, 100 bytes not sent (enabled by root)  -\n" );
 }
 
+TEST_F( ShutdownTextTest, ShutdownsOfSeveralHostsHaveTheirHosts ) {
+   shutdown[ "host" ] = "rtr1";
+   EXPECT_EQ( step( "sent" ), "rtr1 Ethernet1: 3 frames sent" );
+   EXPECT_EQ(
+      enableText( { { "host", "rtr1" }, { "interface", "Ethernet1" }, { "result", "up" } } ),
+      "rtr1 Ethernet1: link up" );
+   auto const text = historyText( { { "shutdowns", { shutdown } } } );
+   EXPECT_TRUE( text.starts_with( "HOST  WHEN " ) ) << text;
+   EXPECT_NE( text.find( "\nrtr1  " ), std::string::npos ) << text;
+}
+
 TEST_F( ShutdownTextTest, RepeatsHaveTheirCountAndTheLastTime ) {
    Json const answer{ { "shutdowns",
                         { { { "interface", "Ethernet1" },

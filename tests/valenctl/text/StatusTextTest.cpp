@@ -53,6 +53,41 @@ TEST( StatusTextTest, TheTableHasALineForEachInterface ) {
       "6     0                    1\n" );
 }
 
+TEST( StatusTextTest, HostsAreSideBySide ) {
+   auto unnoticed = interface( "Ethernet1" );
+   unnoticed[ "withoutGoodbye" ] = true;
+   Json const alive{
+      { "host", "rtr1" },
+      { "stale", false },
+      { "version", "0.1.0" },
+      { "shutdownDelayMs", 500 },
+      { "interfaces", { unnoticed } },
+      { "conditions", { { { "name", "journal" }, { "text", "disk full" }, { "since", 0 } } } },
+      { "rejected", { { { "key", "config:delay" }, { "why", "not a number" } } } },
+      { "faults", 1 },
+      { "lastFaults", { "out of luck" } } };
+   Json const stale{ { "host", "rtr2" },
+                     { "stale", true },
+                     { "state", "stale for 9 s" },
+                     { "interfaces", { interface( "Ethernet1" ) } } };
+   EXPECT_EQ(
+      hostsText( { { "hosts", { alive, stale } } } ),
+      "HOST  STATE          VALEND  DELAY   INTERFACES  READY  SHUTTING DOWN\n"
+      "rtr1  alive          0.1.0   500 ms  1           1      0\n"
+      "rtr2  stale for 9 s  -       -       1           1      0\n"
+      "\n"
+      "HOST  INTERFACE  DEVICE  VRF  LINK  READY  HELD  FRAMES          SENT  FAILED  ABORTS\n"
+      "rtr1  Ethernet1  et1     red  up    yes    -     lldp 1, radv 2  6     0       1\n"
+      "rtr2  Ethernet1  et1     red  up    yes    -     lldp 1, radv 2  6     0       1\n"
+      "rtr1 Ethernet1: link set down outside valend; no goodbye frames sent\n"
+      "rtr1: config:delay is rejected: not a number\n"
+      "HOST  CONDITIONS  SINCE                     DESCRIPTION\n"
+      "rtr1  journal     1970-01-01T00:00:00.000Z  disk full\n"
+      "rtr1: 1 fault, last: out of luck\n" );
+   EXPECT_NE( hostsText( { { "hosts", Json::array() } } ).find( "no interfaces" ),
+              std::string::npos );
+}
+
 TEST( StatusTextTest, WhatNeedsAttentionFollowsTheTable ) {
    auto one = interface( "Ethernet1" );
    one[ "frames" ][ 0 ][ "tooLong" ] = { { { "frame", 2 }, { "bytes", 1600 }, { "limit", 1514 } } };
