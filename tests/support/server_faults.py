@@ -120,18 +120,17 @@ class Full(Fault):
         self.proxy.open.clear()
         self.server.kill()
         self.server.start("--maxclients", "20")
-        self.others = [self.server.client(single_connection_client=True) for _ in range(19)]
         try:
             while True:  # until the server has no place
-                self.others.append(self.server.client(single_connection_client=True))
+                self.others.append(self.server.client())
                 self.others[-1].ping()
-        except rig.redis.ConnectionError:
+        except rig.redis.RedisError:
             pass
         self.proxy.open.set()
 
     def end(self):
         for one in self.others:
-            one.close()
+            one.connection_pool.disconnect()
 
 
 class Harmed(Fault):

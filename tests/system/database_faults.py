@@ -94,8 +94,8 @@ class Test:
     def round(self, api, kind, by_api, by_want):
         fault = kind(self.server, self.proxy)
         name = kind.__doc__
-        lines = self.log_lines()
-        delay = self.options.delay / 1000
+        lines, delay = self.log_lines(), self.options.delay / 1000
+        before = {one: len(api.call("History", interfaces=[one])["shutdowns"]) for one in (by_api, by_want)}
         self.downs.downs.clear()
         asked = {by_want: time.monotonic()}
         request = self.want(by_want, "down")
@@ -119,7 +119,7 @@ class Test:
         equal = self.equality(api, fault, name, pairs)
         self.wait_for_downs(asked, delay)
         late = self.lateness(name, asked, delay)
-        self.check_results(api, name, by_api, by_want, request, fault)
+        self.check_results(api, name, before, by_want, request)
         self.results.setdefault(name, []).append((late, equal, self.log_lines() - lines))
         self.restore(api, name, by_api, by_want)
 
@@ -158,10 +158,13 @@ class Test:
             self.problem(f"{name}: not equal after {seconds:.2f} s: {found[:5]}")
         return seconds
 
-    def check_results(self, api, name, by_api, by_want, request, fault):
-        for one in (by_api, by_want):
-            if not (records := api.call("History", interfaces=[one])["shutdowns"]) or records[-1]["ending"] != "down":
-                self.problem(f"{name}: the record of {one}: {records[-1:]}")
+    def check_results(self, api, name, before, by_want, request):
+        for one in before:
+            records = lambda one=one: api.call("History", interfaces=[one])["shutdowns"]  # noqa: E731
+            if not eventually(lambda: len(records()) > before[one], 5) or len(records()) != before[one] + 1:
+                self.problem(f"{name}: {len(records()) - before[one]} records of {one} instead of one")
+            elif records()[-1]["ending"] != "down":
+                self.problem(f"{name}: the record of {one}: {records()[-1]}")
         with self.server.client() as client:
             key = f"{PREFIX}:status:{by_want}"
             wanted = [request.encode(), b"down"]
