@@ -217,3 +217,5 @@ class ReadOnly(Fault):
 
 FAULTS = [Restarted, Emptied, Stopped, Killed, SlowSubscriber, Flushed, Full, Half, Stalled, Garbage, Loading,
           OutOfMemory, ReadOnly]
+# Those that are over within a second.
+QUICK = [Restarted, Emptied, Killed, Flushed, Half, Garbage, OutOfMemory]
