@@ -175,6 +175,10 @@ class Loading(Fault):
         if not eventually(self.is_loading):
             raise RuntimeError("the server does not say that it is loading")
 
+    def end(self):  # it may have much to load
+        with self.server.client() as client:
+            client.config_set("key-load-delay", "0")
+
     def is_loading(self):
         try:
             with self.server.client(socket_timeout=1) as client:
