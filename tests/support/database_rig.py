@@ -7,6 +7,7 @@ import ctypes
 import json
 import os
 import pathlib
+import select
 import shutil
 import signal
 import socket
@@ -87,27 +88,56 @@ def make_devices(names, netns=None):
     ip_batch("".join(f"link add {name} type ifb\nlink set {name} up\n" for name in names), netns)
 
 
-class LinkDowns(threading.Thread):
-    """Follows rtnetlink in the namespace of its creator: when each device was set down last."""
+@contextlib.contextmanager
+def inside(netns):
+    """Sockets that are opened inside belong to the namespace; None is that of this program."""
+    if netns is None:
+        yield
+        return
+    with open("/proc/thread-self/ns/net", "rb") as before, open(f"/run/netns/{netns}", "rb") as there:
+        if _libc.setns(there.fileno(), 0) < 0:
+            raise OSError(ctypes.get_errno(), "setns")
+        try:
+            yield
+        finally:
+            _libc.setns(before.fileno(), 0)
 
-    def __init__(self):
+
+class LinkDowns(threading.Thread):
+    """Follows rtnetlink in namespaces, whose devices have different names: when each was set down last."""
+
+    def __init__(self, namespaces=(None,)):
         super().__init__(daemon=True)
-        self.socket = socket.socket(socket.AF_NETLINK, socket.SOCK_RAW, socket.NETLINK_ROUTE)
-        self.socket.setsockopt(socket.SOL_SOCKET, 33, 8 << 20)  # SO_RCVBUFFORCE
-        self.socket.bind((0, 1))  # RTMGRP_LINK
+        self.sockets = [self._open(netns) for netns in namespaces]
         self.up = {}
         self.downs = {}
         self.start()
 
+    @staticmethod
+    def _open(netns):
+        with inside(netns):
+            one = socket.socket(socket.AF_NETLINK, socket.SOCK_RAW, socket.NETLINK_ROUTE)
+        one.setsockopt(socket.SOL_SOCKET, 33, 8 << 20)  # SO_RCVBUFFORCE
+        one.bind((0, 1))  # RTMGRP_LINK
+        return one
+
     def run(self):
+        poll = select.epoll()
+        by_fd = {one.fileno(): one for one in self.sockets}
+        for one in by_fd:
+            poll.register(one, select.EPOLLIN)
         while True:
-            data = self.socket.recv(1 << 16)
+            ready = poll.poll()
             now = time.monotonic()
-            while len(data) >= 32:
-                length, kind = struct.unpack_from("=IH", data)
-                if kind == 16:  # RTM_NEWLINK
-                    self._message(data[16:length], now)
-                data = data[(length + 3) & ~3:]
+            for fd, _ in ready:
+                self._datagram(by_fd[fd].recv(1 << 16), now)
+
+    def _datagram(self, data, now):
+        while len(data) >= 32:
+            length, kind = struct.unpack_from("=IH", data)
+            if kind == 16:  # RTM_NEWLINK
+                self._message(data[16:length], now)
+            data = data[(length + 3) & ~3:]
 
     def _message(self, body, now):
         up = struct.unpack_from("=I", body, 8)[0] & 1
