@@ -3,11 +3,13 @@
 #include "tests/system/RunningDaemon.h"
 
 #include <gmock/gmock.h>
+#include <sys/stat.h>
 
 namespace Valen::Test {
 namespace {
 
 using ::testing::HasSubstr;
+using ::testing::Not;
 
 class DatabaseTest : public RunningDaemonTest {
  protected:
@@ -29,6 +31,10 @@ class DatabaseTest : public RunningDaemonTest {
       server( { "HSET", "valen:rtr1:config:interface:Ethernet3", "device", "et3" } );
       server(
          { "HSET", "valen:rtr1:frames:agent1:Ethernet3", "owner", "test", "0001", frame( "x" ) } );
+   }
+   void want( std::string const & interface, std::string const & link,
+              std::string const & id ) const {
+      server( { "HSET", "valen:rtr1:want:" + interface, "link", link, "id", id, "by", "alice" } );
    }
    std::string server( std::vector< std::string > const & words ) const {
       return ( *server_ )( words );
@@ -105,6 +111,89 @@ TEST_F( DatabaseTest, AServerThatDiesInMidDelayChangesNothing ) {
    EXPECT_TRUE( eventually( [ this ] {
       return server( { "EXISTS", "valen:rtr1:status:Ethernet3" } ) == "0";
    } ) );
+}
+
+TEST_F( DatabaseTest, AWantTakesTheLinkDownOnceAfterItsDelay ) {
+   startWithDatabase( 500 );
+   want( "Ethernet1", "down", "1" );
+   ASSERT_TRUE( becomes( "status:Ethernet1", "result", "running" ) );
+   EXPECT_TRUE( linkUp( *machine_, "et1" ) );
+   ASSERT_TRUE( becomes( "status:Ethernet1", "result", "down" ) );
+   EXPECT_EQ( field( "status:Ethernet1", "id" ), "1" );
+   EXPECT_FALSE( linkUp( *machine_, "et1" ) );
+   EXPECT_GE( lastRecord( "Ethernet1" )[ "heldMs" ], 500 );
+   ASSERT_TRUE( hasHistory( 1 ) );
+   EXPECT_THAT( server( { "XRANGE", "valen:rtr1:history", "-", "+" } ),
+                HasSubstr( "interface Ethernet1 ending down id 1 record {" ) );
+   want( "Ethernet1", "up", "2" );
+   ASSERT_TRUE( becomes( "status:Ethernet1", "result", "up" ) );
+   EXPECT_TRUE( linkUp( *machine_, "et1" ) );
+   // The same request again, to a server that has forgotten everything, and to another valend.
+   server_->restart();
+   want( "Ethernet1", "up", "2" );
+   ASSERT_TRUE( becomes( "status:Ethernet1", "id", "2" ) );
+   kill();
+   machine_->ip( "link set et1 down" );
+   startWithDatabase( 500 );
+   ASSERT_TRUE( becomes( "status:Ethernet1", "id", "2" ) );
+   want( "Ethernet2", "down", "3" );
+   ASSERT_TRUE( becomes( "status:Ethernet2", "result", "down" ) );
+   EXPECT_FALSE( linkUp( *machine_, "et1" ) ) << "the request was acted on before";
+}
+
+TEST_F( DatabaseTest, AWantGoesOnWithoutTheServer ) {
+   startWithDatabase( 1500 );
+   want( "Ethernet1", "down", "1" );
+   ASSERT_TRUE( becomes( "status:Ethernet1", "result", "running" ) );
+   server_->freeze();
+   ASSERT_TRUE(
+      eventually( [ this ] { return !interface( "Ethernet1" ).value( "shuttingDown", true ); } ) );
+   EXPECT_FALSE( linkUp( *machine_, "et1" ) );
+   EXPECT_LT( lastRecord( "Ethernet1" )[ "heldMs" ], 1500 + 1000 );
+   server_->thaw();
+   ASSERT_TRUE( becomes( "status:Ethernet1", "result", "down" ) );
+   EXPECT_TRUE( hasHistory( 1 ) );
+}
+
+TEST_F( DatabaseTest, AUserWithTheseRightsAloneIsEnough ) {
+   ASSERT_EQ( server( { "ACL",
+                        "SETUSER",
+                        "valend",
+                        "on",
+                        ">secret",
+                        "~valen:rtr1:*",
+                        "~valen:hosts",
+                        "&__keyspace@0__:valen:rtr1:config:*",
+                        "&__keyspace@0__:valen:rtr1:frames:*",
+                        "&__keyspace@0__:valen:rtr1:want:*",
+                        "&__keyspace@0__:valen:rtr1:test",
+                        "+ping",
+                        "+client|setname",
+                        "+psubscribe",
+                        "+scan",
+                        "+hgetall",
+                        "+hset",
+                        "+del",
+                        "+multi",
+                        "+exec",
+                        "+exists",
+                        "+pexpire",
+                        "+sadd",
+                        "+xadd",
+                        "+xrevrange",
+                        "+memory|usage" } ),
+              "OK" );
+   work_->write( "password", "secret\n" );
+   ASSERT_EQ( ::chmod( ( *work_ / "password" ).c_str(), 0600 ), 0 );
+   start( config( 100 ) + "database: {server: \"" + server_->url() +
+          "?user=valend&password-file=" + *work_ / "password" + "\", prefix: valen:rtr1}\n" );
+   ASSERT_TRUE( becomes( "status:Ethernet1", "ready", "yes" ) );
+   want( "Ethernet1", "down", "1" );
+   ASSERT_TRUE( becomes( "status:Ethernet1", "result", "down" ) );
+   ASSERT_TRUE( hasHistory( 1 ) );
+   EXPECT_EQ( server( { "SMEMBERS", "valen:hosts" } ), "valen:rtr1" );
+   EXPECT_THAT( server( { "ACL", "LOG" } ), Not( HasSubstr( "valend" ) ) );
+   EXPECT_THAT( status(), Not( HasSubstr( "database" ) ) );
 }
 
 TEST_F( DatabaseTest, ARestartWritesNothingTwice ) {

@@ -104,7 +104,7 @@ void HistoryWriter::askNewest() {
                          } );
 }
 
-// Of the only entry in the reply; of nothing if there is none.
+// Of the only entry in the reply; zero without an entry.
 HistoryWriter::Id HistoryWriter::idIn( Database::Reply const & newest ) {
    Id id;
    if ( !newest.items.empty() && !newest.items[ 0 ].items.empty() ) {
