@@ -42,7 +42,7 @@ class Interface:
     def hash(self):
         return {
             "link": self.link, "ready": "yes", "not-ready": "", "frames": 1, "shutdowns": 0, "aborted": 0, "failed": 0,
-            "shutting-down": "no" if self.held_until is None else "yes", "held-until-ms": self.held_until or "",
+            "shutting-down": "yes" if self.held_until else "no", "held-until-ms": self.held_until or "",
             "id": self.seen, "result": self.result, "interface": json.dumps(self.status()),
         }  # fmt: skip
 

@@ -170,13 +170,15 @@ class LinkFollower {
             [ & ]( LinkRequest const & each ) { return !each.done && each.host == &host; } );
          names += waits ? ( names.empty() ? "" : "," ) + host.name : "";
       }
-      return "the requests stand (" + Settings::counted( requests_.pending(), "interface" ) +
-             ( order_.up ? " not enabled yet on " : " not down yet on " ) + names +
-             "); \"valenctl --database " + client_.url() + " --host " + names +
-             ( order_.up ? " shutdown" : " enable" ) + " INTERFACE\" revokes them";
+      auto const what = "the requests stand (" +
+                        Settings::counted( requests_.pending(), "interface" ) +
+                        ( order_.up ? " not enabled yet on " : " not down yet on " ) + names + ")";
+      return order_.up ? what
+                       : what + "; \"valenctl --database '" + client_.url() + "' --host " + names +
+                            " enable INTERFACE\" revokes them";
    }
 
-   // One line that the next output overwrites: "down: rtr1 2/3, rtr2 0/3".
+   // One line that the next output overwrites: "done: rtr1 2/3 rtr2 0/3".
    void showProgress() {
       if ( !output_.terminal.err || output_.json() || quiet_ || !requests_.pending() ) {
          return;

@@ -10,6 +10,8 @@ namespace Valenctl {
 
 namespace {
 
+using Clock = std::chrono::steady_clock;
+
 constexpr std::chrono::milliseconds betweenLooks{ 100 };
 
 bool isReached( Json const & interface, std::string const & until ) {
@@ -71,7 +73,6 @@ void print( Output const & output, std::vector< Host > const & hosts,
 
 Exit waitForHosts( HostSession const & session, std::string const & interface,
                    std::string const & until ) {
-   using Clock = std::chrono::steady_clock;
    auto & client = session.client;
    auto hosts = findHosts( client, session.hosts );
    auto const timeout = client.timeout();

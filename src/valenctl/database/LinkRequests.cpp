@@ -30,8 +30,8 @@ std::string newId() {
    return id;
 }
 
-std::string key( LinkRequest const & request, std::string_view kind ) {
-   return keyOf( *request.host, std::string( kind ) + request.interface );
+std::string keyOf( LinkRequest const & request, std::string_view kind ) {
+   return Valenctl::keyOf( *request.host, std::string( kind ) + request.interface );
 }
 
 } // namespace
@@ -45,7 +45,7 @@ LinkRequests::LinkRequests( DatabaseClient & client, std::vector< Chosen > const
 }
 
 std::vector< DatabaseClient::Command > LinkRequests::writing( LinkRequest const & request ) const {
-   auto const want = key( request, Database::Names::want );
+   auto const want = keyOf( request, Database::Names::want );
    DatabaseClient::Command hash{ "HSET", want,      "link", order_.up ? "up" : "down",
                                  "id",   request.id };
    auto const add = [ & ]( char const * field, std::string const & value ) {
@@ -78,8 +78,8 @@ void LinkRequests::poll( Changed const & changed ) {
    for ( auto & request : requests_ ) {
       if ( !request.done ) {
          followed.push_back( &request );
-         commands.push_back( { "HGETALL", key( request, Database::Names::status ) } );
-         commands.push_back( { "HGET", key( request, Database::Names::want ), "id" } );
+         commands.push_back( { "HGETALL", keyOf( request, Database::Names::status ) } );
+         commands.push_back( { "HGET", keyOf( request, Database::Names::want ), "id" } );
       }
    }
    auto const replies = client_.ask( commands );

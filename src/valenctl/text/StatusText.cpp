@@ -94,6 +94,20 @@ std::string delayText( Json const & status ) {
              : "disabled";
 }
 
+std::vector< std::string > hostRow( Json const & host, std::size_t ready, std::size_t shuttingDown,
+                                    Palette const & palette ) {
+   bool const stale = flagField( host, "stale" );
+   auto const state = stale ? palette.red( orElse( textField( host, "state" ), "stale" ) )
+                            : palette.green( "alive" );
+   return { textField( host, "host" ),
+            state,
+            stale ? "-" : textField( host, "version" ),
+            stale ? "-" : delayText( host ),
+            std::to_string( listField( host, "interfaces" ).size() ),
+            std::to_string( ready ),
+            std::to_string( shuttingDown ) };
+}
+
 std::string faultsText( Json const & status ) {
    auto const faults = textsField( status, "lastFaults" );
    auto const host = textField( status, "host" );
@@ -149,11 +163,7 @@ std::string hostsText( Json const & answer, Palette const & palette ) {
          notes += interfaceNotes( interface );
          interfaces.push_back( std::move( interface ) );
       }
-      bool const stale = flagField( host, "stale" );
-      hosts.add( { name, stale ? palette.red( orElse( textField( host, "state" ), "stale" ) ) : palette.green( "alive" ),
-                   stale ? "-" : textField( host, "version" ), stale ? "-" : delayText( host ),
-                   std::to_string( listField( host, "interfaces" ).size() ),
-                   std::to_string( ready ), std::to_string( shuttingDown ) } );
+      hosts.add( hostRow( host, ready, shuttingDown, palette ) );
       for ( auto condition : listField( host, "conditions" ) ) {
          condition[ "host" ] = name;
          conditions.push_back( std::move( condition ) );

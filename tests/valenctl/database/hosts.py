@@ -114,6 +114,18 @@ class Status(HostsTest):
         self.assertIn("Bad?[2J", out)
         self.assertIn("its status in the database cannot be read", out)
 
+    def test_completion(self):
+        self.hosts(2, 1)
+
+        def offered(*words):
+            words = [valenctl, "complete", "--database", self.server.url, *words]
+            return subprocess.run(words, capture_output=True, encoding="utf-8", check=True).stdout
+
+        self.assertEqual(offered("status", "--host", "r"), "rtr1\talive\nrtr2\talive\n")
+        self.assertEqual(offered("status", "E"), "Ethernet1\ton rtr1, rtr2\n")
+        self.server.kill()
+        self.assertEqual(offered("status", "--host", "r"), "")
+
     def test_errors(self):
         _, err = self.run_ctl("status", exits=1)
         self.assertRegex(err, "^valenctl: no valend has ever connected to the database unix:.*: does a configuration")
@@ -323,6 +335,11 @@ class Following(HostsTest):
         out, _ = waiting.communicate(timeout=TIMEOUT)
         self.assertEqual(waiting.returncode, 0)
         self.assertEqual([host["interface"]["link"] for host in json.loads(out)["hosts"]], ["down", "down"])
+        self.silence_rtr1()
+        _, err = self.run_ctl("--timeout", "0.2", "wait", "Ethernet1", "--until", "down", exits=4)
+        self.assertRegex(err, "^valenctl: timed out: rtr1 is stale: ")
+        self.daemons.send_signal(signal.SIGUSR2)
+        self.run_ctl("wait", "Ethernet1", "--until", "down")
         _, err = self.run_ctl("wait", "Ethernet7", "--until", "idle", exits=1)
         self.assertIn('rtr1: interface "Ethernet7" is not configured', err)
 

@@ -77,7 +77,8 @@ class RealDaemon(RunningDaemonTest):
         self.assertTrue(self.link_is_up("et1"))
 
     def test_an_abort(self):
-        self.ctl("--host", "rtr1", "shutdown", "Ethernet1", "--delay", "30000")
+        answer = self.ctl("--host", "rtr1", "shutdown", "Ethernet1", "--delay", "9000")
+        self.assertRegex(answer.stderr, r"^rtr1 Ethernet1: held for \d+ ms\n$")
         answer = self.ctl("--host", "rtr1", "enable", "Ethernet1")
         self.assertEqual(answer.stderr, "rtr1 Ethernet1: shutdown aborted; link stays up\n")
 

@@ -53,6 +53,18 @@ TEST( ConfigTextTest, EachItemIsALineWithItsSource ) {
               "/etc/valen/valen.yaml:8\n" );
 }
 
+TEST( ConfigTextTest, WhatIsOfTheDatabaseHasItsKeyAsTheSource ) {
+   Json const place{
+      { "file", "config:vrf:red" }, { "line", 0 }, { "column", 0 }, { "database", true } };
+   Json const answer{
+      { "settings", Json::array() },
+      { "vrfs", { { { "name", "red" }, { "namespace", "n" }, { "place", place } } } },
+      { "interfaces", Json::array() },
+      { "messages", Json::array() } };
+   EXPECT_EQ( configText( answer ), "ITEM     VALUE        SOURCE\n"
+                                    "VRF red  namespace n  database, config:vrf:red\n" );
+}
+
 TEST( ConfigTextTest, ACheckIsJsonWithAllErrors ) {
    auto const valid = checkJson( Settings::parseConfig( "interfaces: [{name: et1}]", "f" ) );
    EXPECT_EQ( valid.at( "valid" ), true );

@@ -25,6 +25,18 @@ TEST( MessagesTextTest, EachAgentAndInterfaceIsALineWithTheSourceOfItsFrames ) {
       "learned-ra  Ethernet1  2       3      learned\n" );
 }
 
+TEST( MessagesTextTest, FramesOfTheDatabaseMayHaveAnOwner ) {
+   auto const message = []( Json const & owner ) {
+      return Json{ { "agent", "bgp" },       { "interface", "Ethernet1" },
+                   { "frames", { "0011" } }, { "lifetime", "database" },
+                   { "inForce", true },      { "owner", owner } };
+   };
+   EXPECT_EQ( messagesText( { { "messages", { message( nullptr ), message( "bgpd 9.1" ) } } } ),
+              "AGENT  INTERFACE  FRAMES  BYTES  SOURCE\n"
+              "bgp    Ethernet1  1       2      database\n"
+              "bgp    Ethernet1  1       2      database, bgpd 9.1\n" );
+}
+
 TEST( MessagesTextTest, AFrameThatIsTooLongNamesItsSizeAndTheLimit ) {
    Json const frame{ { "frame", 2 }, { "bytes", 9 }, { "limit", 8 } };
    EXPECT_EQ( tooLongFrameText( frame, "bgp", "eth1" ),

@@ -2,6 +2,7 @@
 
 #include "platform/trace/Trace.h"
 #include "settings/ConfigReader.h"
+#include "settings/Overlay.h"
 
 #include <cstdlib>
 #include <gtest/gtest.h>
@@ -144,6 +145,38 @@ TEST_F( ConfigurationJsonTest, ASettingSaysWhereItComesFrom ) {
                                                                  { "origin", "default" },
                                                                  { "place", nullptr } } ) );
    EXPECT_EQ( settingOf( configuration, "metrics-file" )[ "value" ], nullptr );
+}
+
+TEST_F( ConfigurationJsonTest, WhatIsOfTheDatabaseHasItsKeyAsThePlace ) {
+   auto configuration = active( "shutdown-delay-ms: 5\ninterfaces: [{name: a}]" );
+   Settings::Overlay overlay;
+   overlay.change( { { "config:delay", Settings::Fields{ { "shutdown-delay-ms", "7" } } },
+                     { "config:interface:b", Settings::Fields() } } );
+   auto const layered = overlay.settle( configuration.config(), *configuration.sources );
+   configuration.plan = std::make_shared< Plan const >( layered.config );
+   configuration.sources = std::make_shared< Settings::Sources const >( layered.sources );
+   auto const ofDatabase = []( char const * key ) {
+      return Json{ { "file", key }, { "line", 0 }, { "column", 0 }, { "database", true } };
+   };
+   EXPECT_EQ( settingOf( configuration, "shutdown-delay-ms" ),
+              ( Json{ { "name", "shutdown-delay-ms" },
+                      { "value", "7" },
+                      { "origin", "database" },
+                      { "place", ofDatabase( "config:delay" ) } } ) );
+   auto const interfaces = all( configuredInterfaces( configuration ) );
+   ASSERT_EQ( interfaces.size(), 2u );
+   EXPECT_EQ( interfaces[ 0 ][ "place" ][ "database" ], false );
+   EXPECT_EQ( interfaces[ 1 ][ "place" ], ofDatabase( "config:interface:b" ) );
+}
+
+TEST_F( ConfigurationJsonTest, APasswordIsNotShown ) {
+   auto const configuration =
+      active( "database: {server: 'redis://u:secret@h'}\nmax-shutdown-delay-ms: 5" );
+   EXPECT_EQ( settingOf( configuration, "database.server" )[ "value" ], "redis://u:***@h" );
+   auto next = configuration;
+   next.plan = active( "max-shutdown-delay-ms: 6" ).plan;
+   EXPECT_EQ( settingOf( next, "max-shutdown-delay-ms" )[ "value" ], "6" )
+      << "it takes effect at once";
 }
 
 TEST_F( ConfigurationJsonTest, AfterAReloadASettingOfTheNextStartIsShownAsItIsUsed ) {
