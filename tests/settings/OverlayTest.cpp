@@ -202,6 +202,14 @@ TEST_F( OverlayTest, TheLastValueThatWasTakenStays ) {
    EXPECT_EQ( result.config, files.config );
 }
 
+TEST_F( OverlayTest, WhatWasDeletedDoesNotComeBackWithAWrongValue ) {
+   filesAre( "" );
+   put( "config:interface:e1", { { "device", "d1" } } );
+   drop( "config:interface:e1" );
+   put( "config:interface:e1", { { "device", "a b" } } );
+   EXPECT_EQ( result.config, Config() );
+}
+
 TEST_F( OverlayTest, AVrfThatGoesBeforeItsInterfacesStaysUntilTheyHaveGone ) {
    filesAre( "" );
    put( "config:vrf:red", { { "namespace", "r" } } );
