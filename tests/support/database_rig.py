@@ -91,7 +91,7 @@ def make_devices(names, netns=None):
 @contextlib.contextmanager
 def inside(netns):
     """Sockets that are opened inside belong to the namespace; None is that of this program."""
-    if netns is None:
+    if not netns:
         yield
         return
     with open("/proc/thread-self/ns/net", "rb") as before, open(f"/run/netns/{netns}", "rb") as there:

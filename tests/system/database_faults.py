@@ -130,7 +130,7 @@ class Test:
         found = []
         for one, when in asked.items():
             down = self.downs.downs.pop(device(one), None)
-            if down is None:
+            if not down:
                 self.problem(f"{name}: {one} has not gone down")
                 continue
             late = (down - when - delay) * 1000
@@ -138,7 +138,7 @@ class Test:
             if not 0 <= late <= LATE_BOUND_MS:
                 self.problem(f"{name}: {one} went down {late:.1f} ms late")
         for other in self.downs.downs:
-            self.problem(f"{name}: {other} went down, for which nobody asked")
+            self.problem(f"{name}: {other} went down, which was not requested")
         return found
 
     def equality(self, api, fault, name, pairs):

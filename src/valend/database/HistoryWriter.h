@@ -4,7 +4,7 @@
 // connection, the writer asks for the newest id of the stream and adds what is newer: what was added before is not added
 // again, whatever was lost in between, and a server that comes back empty gets everything that is remembered. That
 // is what the daemon's own history has, which the journal keeps. A stream that has lost older entries (it was deleted, and
-// another record was added before that was noticed) is written anew, because ids cannot be added below the newest.
+// another record was added before that was noticed) is written again from the start, because ids cannot be added below the newest.
 #pragma once
 
 #include "database/Connection.h"

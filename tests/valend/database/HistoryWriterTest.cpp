@@ -75,7 +75,7 @@ TEST_F( HistoryWriterTest, IdsGrowWhateverTheClockSays ) {
    EXPECT_THAT( stream(), ElementsAre( "1000-0 a", "1000-1 b", "1000-2 c", "2000-0 d" ) );
 }
 
-TEST_F( HistoryWriterTest, AStreamThatHasLostEntriesIsWrittenAnew ) {
+TEST_F( HistoryWriterTest, AStreamThatHasLostEntriesIsWrittenFromTheStart ) {
    add( "a", 1000ms );
    add( "b", 2000ms );
    ASSERT_TRUE( written() );
