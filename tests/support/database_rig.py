@@ -358,7 +358,16 @@ class Valend:
         return len(os.listdir(f"/proc/{self.process.pid}/fd"))
 
     def cpu_seconds(self):
-        fields = pathlib.Path(f"/proc/{self.process.pid}/stat").read_text().rsplit(") ", 1)[1].split()
+        """Of all threads."""
+        return self._cpu_seconds(f"/proc/{self.process.pid}/stat")
+
+    def loop_seconds(self):
+        """CPU time of the thread with the loop."""
+        return self._cpu_seconds(f"/proc/{self.process.pid}/task/{self.process.pid}/stat")
+
+    @staticmethod
+    def _cpu_seconds(path):
+        fields = pathlib.Path(path).read_text(encoding="utf-8").rsplit(") ", 1)[1].split()
         return (int(fields[11]) + int(fields[12])) / os.sysconf("SC_CLK_TCK")
 
 
