@@ -90,6 +90,9 @@ TEST_F( OutboxTest, KeysOfOursThatNoLongerExistAreDeleted ) {
    EXPECT_EQ( hash( "status:1" ), "link down" );
    EXPECT_EQ( hash( "want:x" ), "link up" );
    EXPECT_EQ( outbox.keys(), 1u );
+   server( { "HSET", "valen:rtr1:status:late", "link", "up" } );
+   server( { "CLIENT", "KILL", "TYPE", "normal" } ); // after each connection
+   EXPECT_TRUE( eventually( [ this ] { return hash( "status:late" ).empty(); } ) );
 }
 
 TEST_F( OutboxTest, EverythingIsWrittenToAServerThatComesBack ) {
