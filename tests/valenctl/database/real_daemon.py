@@ -21,7 +21,7 @@ examples = source / "examples" / "database"
 
 class RealDaemon(RunningDaemonTest):
     valend = valend
-    delay_ms = 500
+    delay_ms = 1500  # long enough to be seen while the machine has other work
 
     def configure(self, delay_ms):
         super().configure(delay_ms)
