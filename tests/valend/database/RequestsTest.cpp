@@ -3,6 +3,7 @@
 #include "tests/valend/shutdown/ResumeFixture.h"
 
 #include <algorithm>
+#include <future>
 #include <random>
 
 namespace Valend {
@@ -207,9 +208,19 @@ TEST_F( RequestsTest, AnInterfaceMayComeUntilTheConfigurationIsSettled ) {
 
 TEST_F( RequestsTest, ARequestIsOnTheDiskBeforeItIsActedOn ) {
    auto & run = start();
+   std::promise< void > disk;
+   run.worker->run( [ written = disk.get_future().share() ]() -> Valen::Linux::Worker::Work {
+      written.wait();
+      return nullptr;
+   } );
    run.want( "Ethernet1", down( "1" ) );
-   run.run.turn();
+   for ( int i = 0; i < 20; ++i ) {
+      run.loop.turn( 1ms );
+      run.run.turn();
+   }
    EXPECT_FALSE( run.run.controller.running( "Ethernet1" ) );
+   EXPECT_THAT( run.results, IsEmpty() );
+   disk.set_value();
    run.want( "Ethernet1", up( "2" ) ); // which replaces it
    run.pass( 1ms );
    EXPECT_THAT( run.results, ElementsAre( "Ethernet1 2: already-up" ) );
