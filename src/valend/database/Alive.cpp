@@ -7,26 +7,31 @@ namespace Valend {
 
 Alive::Alive( Quill::Ptr< Gantry::TaskScheduler > scheduler, Database::Connection & connection,
               std::string const & prefix, std::function< Database::Fields() > fields,
-              Problem problem )
+              std::function< void() > missing, Problem problem )
     : connection_( connection ), prefix_( prefix ),
       key_( Database::withPrefix( prefix, Database::Names::alive ) ),
-      fields_( std::move( fields ) ), problem_( std::move( problem ) ),
+      fields_( std::move( fields ) ), missing_( std::move( missing ) ),
+      problem_( std::move( problem ) ),
       period_( std::move( scheduler ), "database alive", [ this ] { renew(); } ) {}
 
 void Alive::up() {
    written_.clear();
-   connection_.command( { "SADD", Database::hostsKey, prefix_ },
-                        [ this ]( Database::Reply const & reply ) {
-                           if ( reply.failed() ) {
-                              outcome( std::string( Database::hostsKey ) + ": " + reply.text );
-                           }
-                        } );
+   addHost();
    renew();
 }
 
 void Alive::lost() {
    period_.stop();
    why_.clear();
+}
+
+void Alive::addHost() {
+   connection_.command( { "SADD", Database::hostsKey, prefix_ },
+                        [ this ]( Database::Reply const & reply ) {
+                           if ( reply.failed() ) {
+                              outcome( std::string( Database::hostsKey ) + ": " + reply.text );
+                           }
+                        } );
 }
 
 void Alive::renew() {
@@ -40,7 +45,9 @@ void Alive::renew() {
    }
    connection_.command( { "PEXPIRE", key_, expiresMs }, [ this ]( Database::Reply const & reply ) {
       if ( reply.type == Database::Reply::Type::number && reply.number == 0 ) {
-         write( fields_() ); // it has expired, or was deleted
+         missing_();
+         addHost();
+         write( fields_() );
       } else if ( reply.failed() ) {
          outcome( key_ + ": " + reply.text );
       }

@@ -1,5 +1,5 @@
 // A sign of life in the database: the hash "alive", which expires unless it is renewed, and this daemon's prefix in the set
-// of all.
+// of all. If it is missing on a connection that is up, the server may have been emptied, of which it does not tell.
 #pragma once
 
 #include "database/Connection.h"
@@ -19,14 +19,17 @@ class Alive {
    using Problem = std::function< void( std::string const & why ) >;
 
    // `connection` must outlive this. Its owner calls up() and lost() at its events.
-   //   fields   of the hash, as they are now
+   //   fields    of the hash, as they are now
+   //   missing   the sign of life is, and is written again after this call
    Alive( Quill::Ptr< Gantry::TaskScheduler > scheduler, Database::Connection & connection,
-          std::string const & prefix, std::function< Database::Fields() > fields, Problem problem );
+          std::string const & prefix, std::function< Database::Fields() > fields,
+          std::function< void() > missing, Problem problem );
 
    void up();
    void lost();
 
  private:
+   void addHost();
    void renew();
    void write( Database::Fields const & fields );
    void outcome( std::string const & error );
@@ -35,6 +38,7 @@ class Alive {
    std::string const prefix_;
    std::string const key_;
    std::function< Database::Fields() > const fields_;
+   std::function< void() > const missing_;
    Problem const problem_;
    std::string why_;          // as last reported
    Database::Fields written_; // that the server has, unless they have expired

@@ -43,6 +43,7 @@ DatabaseSession::DatabaseSession( Valen::Linux::EventLoop & loop, Options const 
          [ this ]( std::string const & key, bool exists ) { events_.leaseIs( key, exists ); } ),
       alive_(
          loop.scheduler(), writer_, options.prefix, [ this ] { return events_.alive(); },
+         [ this ] { writeAgain(); },
          [ this ]( std::string const & why ) { problemIs( Part::alive, why ); } ),
       mirror_(
          loop, mirrorOptions( options ),
@@ -66,10 +67,14 @@ U64 DatabaseSession::reconnects() const noexcept {
 // The sign of life is written last, and tells that the rest is true.
 void DatabaseSession::writerUp() {
    problemIs( Part::writer, "" );
-   outbox_.up();
-   history_.up();
+   writeAgain();
    leases_.up();
    alive_.up();
+}
+
+void DatabaseSession::writeAgain() {
+   outbox_.up();
+   history_.up();
 }
 
 void DatabaseSession::writerLost( std::string const & why ) {

@@ -5,6 +5,7 @@
 
 #include <algorithm>
 #include <charconv>
+#include <memory>
 
 namespace Valend {
 
@@ -86,15 +87,19 @@ void HistoryWriter::lost() {
 void HistoryWriter::askNewest() {
    asked_ = false;
    ++session_; // what is outstanding is of no interest
+   auto const length = std::make_shared< S64 >( 0 );
+   connection_->command( { "XLEN", key_ }, [ length ]( Database::Reply const & reply ) {
+      *length = reply.type == Database::Reply::Type::number ? reply.number : 0;
+   } );
    connection_->command( { "XREVRANGE", key_, "+", "-", "COUNT", "1" },
-                         [ this, session = session_ ]( Database::Reply const & reply ) {
+                         [ this, length, session = session_ ]( Database::Reply const & reply ) {
                             if ( session != session_ ) {
                                return;
                             }
                             if ( reply.failed() ) {
                                refused( reply.text );
                             } else if ( reply.type == Database::Reply::Type::list ) {
-                               newestIs( idIn( reply ) );
+                               streamIs( idIn( reply ), *length );
                             }
                          } );
 }
@@ -113,10 +118,15 @@ HistoryWriter::Id HistoryWriter::idIn( Database::Reply const & newest ) {
    return id;
 }
 
-void HistoryWriter::newestIs( Id newest ) {
+void HistoryWriter::streamIs( Id newest, S64 length ) {
    auto const first = std::find_if( records_.begin(), records_.end(),
                                     [ & ]( auto const & record ) { return record.id > newest; } );
-   given_ = confirmed_ = static_cast< std::size_t >( first - records_.begin() );
+   auto known = first - records_.begin();
+   if ( length < known ) {
+      connection_->command( { "DEL", key_ }, []( Database::Reply const & ) {} );
+      known = 0;
+   }
+   given_ = confirmed_ = static_cast< std::size_t >( known );
    asked_ = true;
    pump();
 }

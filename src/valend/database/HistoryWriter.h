@@ -3,7 +3,8 @@
 // A record has an id in the stream, which follows from when it ended and grows from one to the next. After each
 // connection, the writer asks for the newest id of the stream and adds what is newer: what was added before is not added
 // again, whatever was lost in between, and a server that comes back empty gets everything that is remembered. That
-// is what the daemon's own history has, which the journal keeps.
+// is what the daemon's own history has, which the journal keeps. A stream that has lost older entries (it was deleted, and
+// another record was added before that was noticed) is written again from the start, because ids cannot be added below the newest.
 #pragma once
 
 #include "database/Connection.h"
@@ -56,7 +57,7 @@ class HistoryWriter {
 
    void remember( ShutdownRecord const & record, std::string const & request );
    void askNewest();
-   void newestIs( Id newest );
+   void streamIs( Id newest, S64 length );
    void pump();
    void added( Id id, Database::Reply const & reply );
    void refused( std::string const & why );

@@ -97,6 +97,29 @@ TEST_F( DatabaseClientTest, ASignOfLifeIsRenewed ) {
       [ this ] { return field( "alive", "daemon" ).find( "a problem" ) != std::string::npos; } ) );
 }
 
+// It says nothing of it.
+TEST_F( DatabaseClientTest, AServerThatIsEmptiedIsWrittenAgain ) {
+   startTwo();
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
+   ASSERT_TRUE( eventually( [ this ] {
+      return server( { "XLEN", "valen:rtr1:history" } ) == "1";
+   } ) );
+   client->rejectedIs( "config:delay", "x" );
+   ASSERT_TRUE( becomes( "rejected:config:delay", "why", "x" ) );
+   ASSERT_TRUE( becomes( "alive", "boot-id", "this boot" ) );
+   auto const reconnects = client->figures()->reconnects;
+   server( { "FLUSHALL" } );
+   ASSERT_TRUE( becomes( "alive", "boot-id", "this boot" ) );
+   EXPECT_TRUE( becomes( "status:Ethernet1", "link", "down" ) );
+   EXPECT_TRUE( becomes( "status:Ethernet2", "link", "up" ) );
+   EXPECT_TRUE( becomes( "rejected:config:delay", "why", "x" ) );
+   EXPECT_EQ( server( { "SMEMBERS", "valen:hosts" } ), "valen:rtr1" );
+   EXPECT_TRUE( eventually( [ this ] {
+      return server( { "XLEN", "valen:rtr1:history" } ) == "1";
+   } ) );
+   EXPECT_EQ( client->figures()->reconnects, reconnects );
+}
+
 TEST_F( DatabaseClientTest, WhatIsReadIsTold ) {
    server( { "HSET", "valen:rtr1:config:delay", "shutdown-delay-ms", "10" } );
    server( { "HSET", "valen:rtr1:want:Ethernet1", "link", "down" } );
@@ -219,7 +242,9 @@ TEST_F( DatabaseClientTest, AReloadChangesServerAndPrefix ) {
    client->settingsAre( "", "valen:rtr1" );
    EXPECT_THAT( told, ElementsAre( "clear" ) );
    EXPECT_EQ( client->figures(), std::nullopt );
-   EXPECT_EQ( other( { "CLIENT", "LIST", "TYPE", "pubsub" } ), "" );
+   EXPECT_TRUE( eventually( [ & ] {
+      return other( { "CLIENT", "LIST", "TYPE", "pubsub" } ).empty();
+   } ) );
 }
 
 } // namespace

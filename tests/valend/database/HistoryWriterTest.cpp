@@ -75,6 +75,19 @@ TEST_F( HistoryWriterTest, IdsGrowWhateverTheClockSays ) {
    EXPECT_THAT( stream(), ElementsAre( "1000-0 a", "1000-1 b", "1000-2 c", "2000-0 d" ) );
 }
 
+TEST_F( HistoryWriterTest, AStreamThatHasLostEntriesIsWrittenFromTheStart ) {
+   add( "a", 1000ms );
+   add( "b", 2000ms );
+   ASSERT_TRUE( written() );
+   server( { "DEL", "valen:rtr1:history" } );
+   add( "c", 3000ms );
+   ASSERT_TRUE( written() );
+   EXPECT_THAT( stream(), ElementsAre( "3000-0 c" ) );
+   writer.up();
+   EXPECT_TRUE( eventually( [ this ] { return stream().size() == 3; } ) );
+   EXPECT_THAT( stream(), ElementsAre( "1000-0 a", "2000-0 b", "3000-0 c" ) );
+}
+
 TEST_F( HistoryWriterTest, NothingIsAddedTwiceAndNothingIsMissing ) {
    add( "0", 1000ms );
    ASSERT_TRUE( written() );
