@@ -32,7 +32,7 @@ class Said:
 
     def _must(self, now):
         """It has been there for longer than the tolerance, without a pause, and is still."""
-        if self._history[0][0] > now - TOLERANCE or any(entry[1] is None for entry in self._history):
+        if self._history[0][0] > now - TOLERANCE or not all(entry[1] is not None for entry in self._history):
             return False
         ends = [when for when, _, _ in self._history[1:]] + [now]
         return all(end < when + hold - TOLERANCE for (when, _, hold), end in zip(self._history, ends))
