@@ -39,19 +39,26 @@ void Alive::renew() {
    if ( !connection_.canTake() ) {
       return; // a slow server has other things to take first
    }
-   auto fields = fields_();
-   if ( fields != written_ ) {
-      return write( fields );
-   }
    connection_.command( { "PEXPIRE", key_, expiresMs }, [ this ]( Database::Reply const & reply ) {
-      if ( reply.type == Database::Reply::Type::number && reply.number == 0 ) {
-         missing_();
-         addHost();
-         write( fields_() );
+      if ( reply.type == Database::Reply::Type::number ) {
+         renewed( reply.number > 0 );
       } else if ( reply.failed() ) {
          outcome( key_ + ": " + reply.text );
       }
    } );
+}
+
+void Alive::renewed( bool exists ) {
+   if ( !exists && !written_.empty() ) {
+      missing_();
+      addHost();
+   }
+   auto const fields = fields_();
+   if ( !exists || fields != written_ ) {
+      write( fields );
+   } else {
+      outcome( "" );
+   }
 }
 
 void Alive::write( Database::Fields const & fields ) {

@@ -31,6 +31,7 @@ class Alive {
  private:
    void addHost();
    void renew();
+   void renewed( bool exists );
    void write( Database::Fields const & fields );
    void outcome( std::string const & error );
 

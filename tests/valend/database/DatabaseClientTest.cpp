@@ -108,6 +108,8 @@ TEST_F( DatabaseClientTest, AServerThatIsEmptiedIsWrittenAgain ) {
    ASSERT_TRUE( becomes( "rejected:config:delay", "why", "x" ) );
    ASSERT_TRUE( becomes( "alive", "boot-id", "this boot" ) );
    auto const reconnects = client->figures()->reconnects;
+   Condition other( conditions, "other" );
+   other.raise( "which changes the sign of life" );
    server( { "FLUSHALL" } );
    ASSERT_TRUE( becomes( "alive", "boot-id", "this boot" ) );
    EXPECT_TRUE( becomes( "status:Ethernet1", "link", "down" ) );
