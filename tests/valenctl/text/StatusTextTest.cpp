@@ -56,7 +56,7 @@ TEST( StatusTextTest, TheTableHasALineForEachInterface ) {
 TEST( StatusTextTest, HostsAreSideBySide ) {
    auto unnoticed = interface( "Ethernet1" );
    unnoticed[ "withoutGoodbye" ] = true;
-   Json const alive{
+   Json const first{
       { "host", "rtr1" },
       { "stale", false },
       { "version", "0.1.0" },
@@ -66,12 +66,12 @@ TEST( StatusTextTest, HostsAreSideBySide ) {
       { "rejected", { { { "key", "config:delay" }, { "why", "not a number" } } } },
       { "faults", 1 },
       { "lastFaults", { "out of luck" } } };
-   Json const stale{ { "host", "rtr2" },
-                     { "stale", true },
-                     { "state", "stale for 9 s" },
-                     { "interfaces", { interface( "Ethernet1" ) } } };
+   Json const second{ { "host", "rtr2" },
+                      { "stale", true },
+                      { "state", "stale for 9 s" },
+                      { "interfaces", { interface( "Ethernet1" ) } } };
    EXPECT_EQ(
-      hostsText( { { "hosts", { alive, stale } } } ),
+      hostsText( { { "hosts", { first, second } } } ),
       "HOST  STATE          VALEND  DELAY   INTERFACES  READY  SHUTTING DOWN\n"
       "rtr1  alive          0.1.0   500 ms  1           1      0\n"
       "rtr2  stale for 9 s  -       -       1           1      0\n"
