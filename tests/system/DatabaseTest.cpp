@@ -19,9 +19,9 @@ class DatabaseTest : public RunningDaemonTest {
          server_.emplace();
       }
    }
-   // With Ethernet1 and Ethernet2 of the file, held for `delayMs`.
-   void startWithDatabase( int delayMs = 1000 ) {
-      start( config( delayMs ) + "database: {server: \"" + server_->url() +
+   // With Ethernet1 and Ethernet2 of the file, held for `ms`.
+   void startWithDatabase( int ms = 1000 ) {
+      start( config( ms ) + "database: {server: \"" + server_->url() +
              "\", prefix: valen:rtr1}\n" );
       ASSERT_TRUE( becomes( "status:Ethernet1", "ready", "yes" ) );
    }
