@@ -137,8 +137,10 @@ Daemon::Daemon( Settings::ConfigResult const & read,
    endpoints_.markIs( EGRESS_OWN_MARK );
    speakers_.changedIs(
       [ this ]( auto const & place ) { learnedFrames_.speakersChanged( place ); } );
-   publications_.changedIs(
-      [ this ]( auto const & interface ) { learnedFrames_.framesChanged( interface ); } );
+   publications_.changedIs( [ this ]( auto const & interface ) {
+      learnedFrames_.framesChanged( interface );
+      database_.framesChanged( interface );
+   } );
    endpoints_.openFailedIs( [ this ]( auto const & netNs, auto const & why ) {
       feeder_.namespaceFailed( netNs.stdString(), why );
    } );

@@ -180,6 +180,7 @@ TEST_F( DatabaseTest, AUserWithTheseRightsAloneIsEnough ) {
                         "+pexpire",
                         "+sadd",
                         "+xadd",
+                        "+xlen",
                         "+xrevrange",
                         "+memory|usage" } ),
               "OK" );

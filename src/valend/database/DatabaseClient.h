@@ -69,7 +69,9 @@ class DatabaseClient {
                   std::string const & result ) {
       status_.resultIs( interface, id, result );
    }
-   // The same: keys of which leaseIs() is to tell whether they exist.
+   // Frames of the interface were published or withdrawn.
+   void framesChanged( std::string const & interface ) { status_.changed( interface ); }
+   // For the reader: keys of which leaseIs() is to tell whether they exist.
    void leaseWantedIs( std::string const & key, bool wanted );
 
    // A shutdown has ended. `request`: the id of the request in the database; empty for others.

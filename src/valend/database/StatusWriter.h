@@ -28,6 +28,8 @@ class StatusWriter {
    // interfaces is in it.
    void outboxIs( Database::Outbox * outbox, std::function< void() > whole = nullptr );
 
+   // Something of the interface has changed that its StatusModel notices only when it looks at all of them: its frames.
+   void changed( std::string const & interface ) { model_.changed( interface ); }
    // The last request of the interface that was acted on, and what has become of it. Two empty texts forget it.
    void resultIs( std::string const & interface, std::string const & id,
                   std::string const & result );

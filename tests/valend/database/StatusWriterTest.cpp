@@ -48,6 +48,21 @@ TEST_F( StatusWriterTest, EachInterfaceHasAHash ) {
    EXPECT_EQ( interface( "Ethernet1" ), expected );
 }
 
+// At three moments, of which at least one is far from that look.
+TEST_F( StatusWriterTest, FramesAreShownBeforeALookAtAllInterfaces ) {
+   startTwo();
+   auto config = twoInterfaces();
+   for ( auto const * const count : { "2", "3", "4" } ) {
+      stepFor( StatusModel::period / 3 );
+      auto const begin = clock.now();
+      config.agents[ std::string( "agent" ) + count ][ "Ethernet2" ] = { frame( 'x' ) };
+      feeder.apply( config );
+      writer.changed( "Ethernet2" );
+      ASSERT_TRUE( becomes( "status:Ethernet2", "frames", count ) );
+      EXPECT_LT( clock.now() - begin, StatusModel::period / 4 );
+   }
+}
+
 TEST_F( StatusWriterTest, AShutdownIsShownAtEachStep ) {
    startTwo();
    auto const now = std::chrono::floor< std::chrono::milliseconds >( clock.now() ).count();
