@@ -3,6 +3,8 @@
 
 #include "linux/NetNs.h"
 
+#include <map>
+#include <set>
 #include <string>
 #include <vector>
 
@@ -20,7 +22,10 @@ struct MulticastGroups {
    bool operator==( MulticastGroups const & ) const = default;
 };
 
-// Reads them from /proc; any thread may. Throws Quill::ErrnoException: ENODEV if there is no such device.
-MulticastGroups multicastGroups( NetNs const & netNs, U32 ifIndex );
+// Reads those of all `devices`, which are given by their indexes, from /proc; any thread may. A device that does not
+// exist is not in the result. The files have all devices of the namespace, so that reading them once for many is
+// much faster. Throws Quill::ErrnoException.
+std::map< U32, MulticastGroups > multicastGroups( NetNs const & netNs,
+                                                  std::set< U32 > const & devices );
 
 } // namespace Valen::Linux

@@ -29,7 +29,10 @@ class Memberships {
    void changed( LinkPlace const & place, U32 ifIndex );
 
  private:
+   using Places = std::map< U32, LinkPlace >; // of one namespace, by index
+
    void readAll();
+   void readSome( Places const & places );
 
    Valen::Linux::NetNsDirectories const directories_;
    Read const read_;
