@@ -53,8 +53,8 @@ Requests::Requests( Surroundings surroundings, Gantry::WorkQueue & work,
 // --- What the previous run left ------------------------------------------------------------------
 
 void Requests::resume() {
-   for ( auto const & [ interface, fields ] : surroundings_.file.read() ) {
-      auto const field = [ & ]( char const * name ) {
+   for ( auto const & [ interface, kept ] : surroundings_.file.read() ) {
+      auto const field = [ &fields = kept ]( char const * name ) {
          auto const found = fields.find( name );
          return found == fields.end() ? std::string() : found->second;
       };
