@@ -302,6 +302,8 @@ class Test:
     def quiet_moment(self, main, api):
         self.quiet += 1
         eventually(lambda: main.metric(api, "valen_database_connected") == 1)
+        # After a server that took no writes, valend tries again after up to 5 s.
+        eventually(lambda: main.metric(api, "valen_database_writes_pending") == 0)
         with self.server.client() as client:
             for agent in AGENTS:  # some have gone, the others stay for long
                 lease = f"{PREFIX}:lease:{agent}"
@@ -324,7 +326,7 @@ class Test:
                 self.repaired += 1
                 delete = attempt > 3 or self.choice.random() < 0.5 or key.rpartition(":")[2] not in known
                 replace(client, f"{PREFIX}:{key}", {} if delete else self.repaired_value(key))
-            eventually(lambda: not rig.hashes(client, f"{PREFIX}:rejected:*"), 2)
+            eventually(lambda: not rig.hashes(client, f"{PREFIX}:rejected:*"), 4)
         self.problem(f"still rejected after repairs: {rejected}")
 
     def repaired_value(self, key):

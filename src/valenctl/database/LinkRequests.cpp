@@ -134,9 +134,11 @@ bool LinkRequests::take( LinkRequest & request, Database::Reply const & status,
       request.done = order_.up || request.result.starts_with( "rejected" );
       return request.done;
    }
-   if ( request.state ==
-        State::
-           running ) { // the daemon acts on a later request: the history has the end of this one
+   if ( interface.id.empty() && request.state == State::running ) {
+      return false; // the server has lost the status, and the daemon is about to write it again
+   }
+   if ( request.state == State::running ) {
+      // The daemon acts on a later request: the history has the end of this one.
       request.state = State::ended;
       request.result.clear();
       request.endedAt = Clock::now();
