@@ -287,6 +287,8 @@ class Test:
             if not eventually(lambda: main.metric(api, "valen_database_connected") == 1):
                 self.problem("valend does not connect again")
             kinds = server_faults.QUICK if self.options.short else server_faults.FAULTS
+            # What is inserted into a value cannot be told from the value.
+            kinds = [kind for kind in kinds if kind is not server_faults.Garbage]
             fault = self.choice.choice(kinds)(self.server, self.proxy)
             fault.begin()
             time.sleep(fault.seconds)
