@@ -54,6 +54,8 @@ class Mirror {
    Mirror( Valen::Linux::EventLoop & loop, Options options, Events events );
 
    void start();
+   // Reads everything again, for a reason to believe that the server has not told of all changes.
+   void readAgain() { begin( Extent::values ); }
 
    // By name, without those that were never readable.
    std::map< std::string, Fields > content() const;

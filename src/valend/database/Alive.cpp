@@ -16,6 +16,7 @@ Alive::Alive( Quill::Ptr< Gantry::TaskScheduler > scheduler, Database::Connectio
 
 void Alive::up() {
    written_.clear();
+   wasMissing_ = false; // everything is read and written anyway
    addHost();
    renew();
 }
@@ -49,10 +50,7 @@ void Alive::renew() {
 }
 
 void Alive::renewed( bool exists ) {
-   if ( !exists && !written_.empty() ) {
-      missing_();
-      addHost();
-   }
+   wasMissing_ = wasMissing_ || ( !exists && !written_.empty() );
    auto const fields = fields_();
    if ( !exists || fields != written_ ) {
       write( fields );
@@ -70,6 +68,11 @@ void Alive::write( Database::Fields const & fields ) {
                           [ this, fields ]( std::string const & error ) {
                              written_ = error.empty() ? fields : Database::Fields();
                              outcome( error.empty() ? error : key_ + ": " + error );
+                             // Not before: a server that is emptied once more is noticed again.
+                             if ( error.empty() && std::exchange( wasMissing_, false ) ) {
+                                addHost();
+                                missing_();
+                             }
                           } );
 }
 

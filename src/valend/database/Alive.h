@@ -20,7 +20,7 @@ class Alive {
 
    // `connection` must outlive this. Its owner calls up() and lost() at its events.
    //   fields    of the hash, as they are now
-   //   missing   the sign of life is, and is written again after this call
+   //   missing   the sign of life was, and is written again: what else the server has is unknown
    Alive( Quill::Ptr< Gantry::TaskScheduler > scheduler, Database::Connection & connection,
           std::string const & prefix, std::function< Database::Fields() > fields,
           std::function< void() > missing, Problem problem );
@@ -43,6 +43,7 @@ class Alive {
    Problem const problem_;
    std::string why_;          // as last reported
    Database::Fields written_; // that the server has, unless they have expired
+   bool wasMissing_ = false;  // and is not written again yet
    Gantry::Timer period_;
 };
 

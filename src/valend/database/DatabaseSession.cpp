@@ -43,7 +43,7 @@ DatabaseSession::DatabaseSession( Valen::Linux::EventLoop & loop, Options const 
          [ this ]( std::string const & key, bool exists ) { events_.leaseIs( key, exists ); } ),
       alive_(
          loop.scheduler(), writer_, options.prefix, [ this ] { return events_.alive(); },
-         [ this ] { writeAgain(); },
+         [ this ] { emptied(); },
          [ this ]( std::string const & why ) { problemIs( Part::alive, why ); } ),
       mirror_(
          loop, mirrorOptions( options ),
@@ -75,6 +75,11 @@ void DatabaseSession::writerUp() {
 void DatabaseSession::writeAgain() {
    outbox_.up();
    history_.up();
+}
+
+void DatabaseSession::emptied() {
+   writeAgain();
+   mirror_.readAgain();
 }
 
 void DatabaseSession::writerLost( std::string const & why ) {

@@ -60,6 +60,8 @@ class DatabaseSession {
    void writerUp();
    void writerLost( std::string const & why );
    void writerReady();
+   // The server was, perhaps, of which it sends no notice.
+   void emptied();
    // All that the server should have: what it has is unknown.
    void writeAgain();
    void problemIs( Part part, std::string const & why );

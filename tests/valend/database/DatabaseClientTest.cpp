@@ -107,15 +107,22 @@ TEST_F( DatabaseClientTest, AServerThatIsEmptiedIsWrittenAgain ) {
    client->rejectedIs( "config:delay", "x" );
    ASSERT_TRUE( becomes( "rejected:config:delay", "why", "x" ) );
    ASSERT_TRUE( becomes( "alive", "boot-id", "this boot" ) );
+   server( { "HSET", "valen:rtr1:config:delay", "shutdown-delay-ms", "10" } );
+   ASSERT_TRUE( eventually( [ this ] { return read.size() == 1; } ) );
    auto const reconnects = client->figures()->reconnects;
    Condition other( conditions, "other" );
    other.raise( "which changes the sign of life" );
    server( { "FLUSHALL" } );
+   auto const emptied = clock.now();
    ASSERT_TRUE( becomes( "alive", "boot-id", "this boot" ) );
+   EXPECT_TRUE( eventually( [ this ] { return read.empty(); } ) );
+   EXPECT_LT( clock.now() - emptied, 2 * Alive::period ) << "not before names are compared";
    EXPECT_TRUE( becomes( "status:Ethernet1", "link", "down" ) );
    EXPECT_TRUE( becomes( "status:Ethernet2", "link", "up" ) );
    EXPECT_TRUE( becomes( "rejected:config:delay", "why", "x" ) );
-   EXPECT_EQ( server( { "SMEMBERS", "valen:hosts" } ), "valen:rtr1" );
+   EXPECT_TRUE( eventually( [ this ] {
+      return server( { "SMEMBERS", "valen:hosts" } ) == "valen:rtr1";
+   } ) );
    EXPECT_TRUE( eventually( [ this ] {
       return server( { "XLEN", "valen:rtr1:history" } ) == "1";
    } ) );
