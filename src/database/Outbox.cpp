@@ -18,12 +18,11 @@ Outbox::Outbox( Valen::Linux::EventLoop & loop, Connection & connection, std::st
              { .found = [ this ]( std::string const & name ) { found( name ); },
                .part = [ this ] { pumpLater(); },
                .failed = [ this ]( std::string const & why ) { refused( "", why ); } } ),
-      backoff_( std::chrono::seconds( 1 ), std::chrono::seconds( 5 ) ),
-      retry_( loop.scheduler(), "database outbox",
-              [ this ] {
-                 scan_.next();
-                 pump();
-              } ),
+      backoff_( firstRetry, lastRetry ), retry_( loop.scheduler(), "database outbox",
+                                                 [ this ] {
+                                                    scan_.next();
+                                                    pump();
+                                                 } ),
       posted_( loop.workQueue(), "database outbox" ) {}
 
 void Outbox::hashIs( std::string const & name, Fields fields ) {

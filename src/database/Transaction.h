@@ -3,12 +3,17 @@
 
 #include "database/Connection.h"
 
+#include <chrono>
 #include <functional>
 #include <string>
 #include <string_view>
 #include <vector>
 
 namespace Database {
+
+// How long to wait before the next attempt, at first and at most, after a server has refused one.
+constexpr std::chrono::milliseconds firstRetry{ 200 };
+constexpr std::chrono::milliseconds lastRetry{ 800 };
 
 using Command = std::vector< std::string_view >;
 

@@ -19,7 +19,6 @@ class Fault:
     loses = True  # all connections
     empties = False  # what is in the database
     seconds = 0.3  # from begin() to end(), at least
-    noticed_after = 0  # seconds until valend notices, at the latest, that the fault was or is over, if no connection is lost
 
     def __init__(self, server, proxy):
         self.server, self.proxy = server, proxy
@@ -103,7 +102,6 @@ class Flushed(Fault):
     """FLUSHALL"""
 
     loses = False
-    noticed_after = 2  # the sign of life is missing
     empties = True
 
     def begin(self):
@@ -196,7 +194,6 @@ class OutOfMemory(Fault):
     """-OOM"""
 
     loses = False
-    noticed_after = 5  # the longest pause until it tries again
 
     def begin(self):
         with self.server.client() as client:
@@ -212,7 +209,6 @@ class ReadOnly(Fault):
     """-READONLY"""
 
     loses = False
-    noticed_after = 5  # the longest pause until it tries again
 
     def begin(self):
         with self.server.client() as client:

@@ -304,7 +304,6 @@ class Test:
     def quiet_moment(self, main, api):
         self.quiet += 1
         eventually(lambda: main.metric(api, "valen_database_connected") == 1)
-        # After a server that took no writes, valend tries again after up to 5 s.
         eventually(lambda: main.metric(api, "valen_database_writes_pending") == 0)
         with self.server.client() as client:
             for agent in AGENTS:  # some have gone, the others stay for long

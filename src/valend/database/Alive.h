@@ -12,7 +12,7 @@ namespace Valend {
 
 class Alive {
  public:
-   static constexpr std::chrono::milliseconds period{ 2'000 };
+   static constexpr std::chrono::milliseconds period{ 500 };
    static constexpr char const * expiresMs = "5000";
 
    // Why the server does not take it; empty when it does again.

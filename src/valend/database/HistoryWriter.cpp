@@ -1,6 +1,7 @@
 #include "valend/database/HistoryWriter.h"
 
 #include "database/Keys.h"
+#include "database/Transaction.h"
 #include "valend/shutdown/ShutdownJson.h"
 
 #include <algorithm>
@@ -17,8 +18,7 @@ constexpr std::size_t longestHistory = History::limit;
 } // namespace
 
 HistoryWriter::HistoryWriter( Quill::Ptr< Gantry::TaskScheduler > scheduler, Problem problem )
-    : problem_( std::move( problem ) ),
-      backoff_( std::chrono::seconds( 1 ), std::chrono::seconds( 5 ) ),
+    : problem_( std::move( problem ) ), backoff_( Database::firstRetry, Database::lastRetry ),
       retry_( std::move( scheduler ), "database history", [ this ] { askNewest(); } ) {}
 
 void HistoryWriter::historyIs( History::Records const & history ) {
