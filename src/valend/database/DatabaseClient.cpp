@@ -132,6 +132,7 @@ void DatabaseClient::leaseWantedIs( std::string const & key, bool wanted ) {
 
 // That of a link that was set down outside again and again is in the stream once.
 void DatabaseClient::ended( ShutdownRecord const & record, std::string const & request ) {
+   status_.changed( record.interface ); // its last change may have been before
    auto const & history = sources_.controller.history();
    bool const repeated = !history.empty() && history.back().count > 1;
    if ( historyKnown_ && !repeated ) {

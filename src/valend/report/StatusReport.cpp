@@ -46,7 +46,6 @@ Json StatusReport::interface( Settings::InterfaceConfig const & config ) const {
    auto const & name = config.name;
    auto const netNs = feeder_.config().netNsOf( config.vrf );
    auto const device = this->device( config );
-   auto const status = store_.statusDir->intfStatus( Corvid::IntfId( name ) );
    auto const notReady = this->notReady( config );
    auto const remaining = controller_.remaining( name );
    auto const totals = controller_.totals( name );
@@ -63,7 +62,7 @@ Json StatusReport::interface( Settings::InterfaceConfig const & config ) const {
       { "mtu", device ? Json( device->mtu ) : Json() },
       { "ready", notReady.empty() },
       { "notReady", orNull( notReady ) },
-      { "delayed", status && status->delayed() },
+      { "delayed", remaining.has_value() }, // also of one that was configured anew since
       { "remainingMs", remaining ? Json( remaining->count() ) : Json() },
       { "shuttingDown", controller_.running( name ) },
       { "retrying", orNull( controller_.whyRetrying( name ) ) },

@@ -97,6 +97,21 @@ TEST_F( DatabaseClientTest, ASignOfLifeIsRenewed ) {
       [ this ] { return field( "alive", "daemon" ).find( "a problem" ) != std::string::npos; } ) );
 }
 
+// Although nothing else of the interface changes.
+TEST_F( DatabaseClientTest, WhatHasEndedIsWrittenAtOnce ) {
+   startTwo();
+   for ( int count = 2; count <= 6; count += 2 ) {
+      auto const begin = clock.now();
+      controller.goodbye( "Ethernet1", { "root" }, nullptr );
+      ASSERT_TRUE( eventually( [ & ] {
+         return field( "status:Ethernet1", "interface" )
+                   .find( "\"sent\":" + std::to_string( count ) ) != std::string::npos;
+      } ) );
+      EXPECT_LT( clock.now() - begin, StatusModel::period / 5 ) << "not when all are looked at";
+      stepFor( StatusModel::period / 3 );
+   }
+}
+
 // It says nothing of it.
 TEST_F( DatabaseClientTest, AServerThatIsEmptiedIsWrittenAgain ) {
    startTwo();
