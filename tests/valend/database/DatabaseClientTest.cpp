@@ -97,15 +97,18 @@ TEST_F( DatabaseClientTest, ASignOfLifeIsRenewed ) {
       [ this ] { return field( "alive", "daemon" ).find( "a problem" ) != std::string::npos; } ) );
 }
 
-// Although nothing else of the interface changes.
-TEST_F( DatabaseClientTest, WhatHasEndedIsWrittenAtOnce ) {
+// Although nothing is noticed that has changed.
+TEST_F( DatabaseClientTest, TheEndOfAShutdownIsWrittenAtOnce ) {
    startTwo();
-   for ( int count = 2; count <= 6; count += 2 ) {
+   ShutdownRecord record;
+   record.interface = "Ethernet1";
+   for ( U32 mtu = 2000; mtu < 2003; ++mtu ) {
+      kernel.at( "default", "et1" ).mtu = mtu;
       auto const begin = clock.now();
-      controller.goodbye( "Ethernet1", { "root" }, nullptr );
+      client->ended( record, "" );
       ASSERT_TRUE( eventually( [ & ] {
          return field( "status:Ethernet1", "interface" )
-                   .find( "\"sent\":" + std::to_string( count ) ) != std::string::npos;
+                   .find( "\"mtu\":" + std::to_string( mtu ) ) != std::string::npos;
       } ) );
       EXPECT_LT( clock.now() - begin, StatusModel::period / 5 ) << "not when all are looked at";
       stepFor( StatusModel::period / 3 );
