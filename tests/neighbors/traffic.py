@@ -84,10 +84,15 @@ class Traffic(Scenario):
 
     def session(self):
         """Since when the BGP session is up; empty while it is not."""
-        for line in self._bird.show("protocols").splitlines():
+        for line in wait_until("BIRD answers", lambda: self._bird.show("protocols")).splitlines():
             if "BGP" in line and "Established" in line:
                 return line.split()[-2]
         return ""
+
+    def expect_session(self, since):
+        """What BIRD says of it tells the reason from a busy machine."""
+        expect(self.session() == since, f"the BGP session, up since {since}, went down: "
+               + " / ".join(line.strip() for line in self._bird.show("protocols all").splitlines() if line.strip())[-1500:])
 
     def play(self, rounds):
         daemon: Daemon = rounds.daemon
@@ -100,7 +105,7 @@ class Traffic(Scenario):
             started = time.monotonic()
             daemon.shutdown(rounds.delay)
             while time.monotonic() < started + rounds.delay - 0.5:
-                expect(self.session() == since, "the BGP session went down")
+                self.expect_session(since)
                 time.sleep(0.1)
             expect(not self.believes(), "the neighbors believe during the delay")
             expect(daemon.enable() == "aborted", "the shutdown was not aborted")
@@ -110,6 +115,6 @@ class Traffic(Scenario):
             expect(stream.lost() == lost, f"{stream.lost() - lost} segments lost")
         stream.end()
         expect(stream.sent == stream.received, f"{stream.sent} bytes sent, {stream.received} received")
-        expect(self.session() == since, "the BGP session went down")
+        self.expect_session(since)
         rounds.figures.notes = [f"{stream.sent} bytes in {rounds.count} holds of {rounds.delay:g} s: none lost; "
                                 "BGP was up all the time"]
