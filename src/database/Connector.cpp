@@ -171,7 +171,11 @@ void Connector::connectNext() {
    socket_ =
       Fd( ::socket( address.storage.ss_family, SOCK_STREAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0 ) );
    if ( !socket_ ) {
-      return fail( "socket: " + errorText( errno ) );
+      auto const error = errno;
+      return fail( "socket: " + errorText( error ) +
+                   ( error == EAFNOSUPPORT
+                        ? " (a service needs it in RestrictAddressFamilies= of its unit)"
+                        : "" ) );
    }
    if ( address.storage.ss_family != AF_UNIX ) {
       int const on =

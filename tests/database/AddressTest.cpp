@@ -38,7 +38,8 @@ TEST( AddressTest, AnIpv6AddressInBrackets ) {
 TEST( AddressTest, ATextIsParsedAgainWithoutThePassword ) {
    for ( auto const * text :
          { "unix:///run/redis%20a.sock?db=3&user=valend&password-file=/etc/secret",
-           "redis://db:6379", "redis://[2001:db8::1]:6380?user=a%3Fb", "unix:///x" } ) {
+           "redis://db:6379", "redis://[2001:db8::1]:6380?user=a%3Fb", "unix:///x",
+           "redis://[fe80::1%25eth0]:6379", "redis://[a:%5D]:6379" } ) {
       EXPECT_EQ( Address::parse( text ).text(), text );
    }
    EXPECT_EQ( Address::parse( "redis://ops:secret@db" ).text(), "redis://db:6379?user=ops" );

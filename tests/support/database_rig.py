@@ -456,3 +456,20 @@ def differences(api, client, rejected, prefix=PREFIX):
 def work_directory():
     with tempfile.TemporaryDirectory(prefix="valen-") as work:
         yield pathlib.Path(work)
+
+
+def run_test(make, log=None):
+    """Runs the test that `make` makes for a directory, which has run(), a server and a list of problems. Returns the exit
+    status of the program. `log` is that of a valend in the directory, whose end is printed if there are problems."""
+    if not may_create_devices():
+        print("skipped: this user may not create devices")
+        return SKIPPED
+    with work_directory() as work:
+        test = make(work)
+        try:
+            test.run()
+        finally:
+            test.server.kill()
+        if test.problems and log:
+            print((work / log).read_text(encoding="utf-8")[-4000:])
+    return 1 if test.problems else 0

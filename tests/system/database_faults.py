@@ -212,18 +212,7 @@ def main():
     if options.short:
         options.faults = options.faults or "Restarted,Emptied,Killed,Half,Garbage,OutOfMemory"
         options.holds, options.delay, options.equal_within = 0, 1000, 2
-    if not rig.may_create_devices():
-        print("skipped: this user may not create devices")
-        return rig.SKIPPED
-    with rig.work_directory() as work:
-        test = Test(options, work)
-        try:
-            test.run()
-        finally:
-            test.server.kill()
-        if test.problems:
-            print(test.valend.log.read_text(encoding="utf-8")[-4000:])
-    return 1 if test.problems else 0
+    return rig.run_test(lambda work: Test(options, work), log="valend/valend.log")
 
 
 if __name__ == "__main__":

@@ -434,18 +434,7 @@ def main():
     options = parser.parse_args()
     if options.short:
         options.writes, options.writes_between, options.between_faults = 3000, 1500, 0.5
-    if not rig.may_create_devices():
-        print("skipped: this user may not create devices")
-        return rig.SKIPPED
-    with rig.work_directory() as work:
-        test = Test(options, work)
-        try:
-            test.run()
-        finally:
-            test.server.kill()
-        if test.problems:
-            print((work / "main" / "valend.log").read_text(encoding="utf-8")[-3000:])
-    return 1 if test.problems else 0
+    return rig.run_test(lambda work: Test(options, work), log="main/valend.log")
 
 
 if __name__ == "__main__":

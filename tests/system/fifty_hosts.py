@@ -145,16 +145,7 @@ def main():
     options = parser.parse_args()
     if options.short:
         options.hosts, options.delay = 10, 500
-    if not rig.may_create_devices():
-        print("skipped: this user may not create devices")
-        return rig.SKIPPED
-    with rig.work_directory() as work:
-        test = Test(options, work)
-        try:
-            test.run()
-        finally:
-            test.server.kill()
-    return 1 if test.problems else 0
+    return rig.run_test(lambda work: Test(options, work))
 
 
 if __name__ == "__main__":

@@ -150,12 +150,12 @@ void setPath( Address & address, std::string_view text ) {
    }
 }
 
-// So that it can be parsed again.
-std::string encoded( std::string const & text ) {
+// So that it can be parsed again. `plain` are the characters besides letters and digits that stand for themselves.
+std::string encoded( std::string const & text, std::string_view plain = "-._~/" ) {
    std::string result;
    for ( auto const c : text ) {
       if ( std::isalnum( static_cast< unsigned char >( c ) ) ||
-           std::string_view( "-._~/" ).find( c ) != std::string_view::npos ) {
+           plain.find( c ) != std::string_view::npos ) {
          result += c;
       } else {
          constexpr char digits[] = "0123456789ABCDEF";
@@ -191,7 +191,8 @@ std::string Address::text() const {
    if ( !path.empty() ) {
       result += encoded( path );
    } else {
-      result += host.find( ':' ) == host.npos ? encoded( host ) : "[" + host + "]";
+      result +=
+         host.find( ':' ) == host.npos ? encoded( host ) : "[" + encoded( host, "-._~:" ) + "]";
       result += ":" + std::to_string( port );
    }
    auto separator = '?';

@@ -82,11 +82,6 @@ Settings::Entities DatabaseFile::read() {
            directory_.pathOf( databaseName ) +
               " is damaged, or not of the database that is configured; not used" );
    }
-   for ( auto const & [ key, fields ] : entities.value_or( Settings::Entities() ) ) {
-      if ( key.starts_with( "frames:" ) ) {
-         content_->frames.emplace( key, std::make_shared< Settings::Fields const >( fields ) );
-      }
-   }
    return entities.value_or( Settings::Entities() );
 }
 

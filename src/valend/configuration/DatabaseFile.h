@@ -37,7 +37,8 @@ class DatabaseFile {
    static std::string originOf( std::string const & server, std::string const & prefix );
    // From now on, what is kept is of `origin`.
    void originIs( std::string const & origin );
-   // What the previous run kept, if it was of this origin. Waits for the disk: call it once, at the start.
+   // What the previous run kept, if it was of this origin. It is kept no longer unless it is told again. Waits for the disk:
+   // call it once, at the start.
    Settings::Entities read();
 
    using EntitiesPtr = std::shared_ptr< Settings::Entities const >;

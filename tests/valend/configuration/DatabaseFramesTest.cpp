@@ -64,6 +64,15 @@ TEST_F( DatabaseFramesTest, WhatIsWrongIsRejectedAndTheLastFramesStay ) {
    expect( fields, "owner is not printable text: character 2 is U+000A" );
    fields[ "owner" ] = std::string( 256, 'o' );
    expect( fields, "owner has 256 bytes; expected at most 255" );
+   fields.erase( "owner" );
+   fields[ "lease" ] = std::string( 513, 'l' );
+   expect( fields, "lease has 513 bytes; expected at most 512" );
+   fields[ "lease" ] = "\x01";
+   expect( fields, "lease is not printable text: character 1 is U+0001" );
+   fields.erase( "lease" );
+   fields[ "000000001" ] = frame( 'c' );
+   expect( fields, "unknown field \"000000001\"; expected \"0001\", \"0002\" ..., \"owner\" or "
+                   "\"lease\"" );
    put( key, framesOf( "b" ) );
    EXPECT_EQ( told.back(), std::string( key ) + ": " );
    EXPECT_EQ( inForce( "Ethernet1" ), "b" );
@@ -71,6 +80,8 @@ TEST_F( DatabaseFramesTest, WhatIsWrongIsRejectedAndTheLastFramesStay ) {
    EXPECT_THAT( rejected[ "frames:learned-lldp:Ethernet1" ], HasSubstr( "reserved" ) );
    put( "frames:bgp", framesOf( "a" ) );
    EXPECT_THAT( rejected[ "frames:bgp" ], HasSubstr( "expected a key frames:AGENT:INTERFACE" ) );
+   layer->entityGone( "frames:bgp" );
+   EXPECT_FALSE( rejected.contains( "frames:bgp" ) );
    put( "frames:a b:Ethernet1", framesOf( "a" ) );
    EXPECT_NE( rejected[ "frames:a b:Ethernet1" ], "" );
    EXPECT_EQ( inForce( "Ethernet1" ), "b" );
@@ -137,14 +148,24 @@ TEST_F( DatabaseFramesTest, WithoutMemoryFramesAreRejectedUntilThereIsRoom ) {
    for ( int i = 0; i < 500; ++i ) {
       many[ std::to_string( 1000 + i ) ] = std::string( 65535, 'f' );
    }
-   put( "frames:a:Ethernet1", many );
+   auto leased = many;
+   leased[ "lease" ] = "agents:a";
+   put( "frames:a:Ethernet1", leased );
+   layer->leaseIs( "agents:a", true );
    put( "frames:b:Ethernet1", many );
    put( "frames:c:Ethernet1", many );
-   EXPECT_EQ( rejected.size(), 1u );
+   put( "frames:d:Ethernet1", many );
+   EXPECT_EQ( rejected.size(), 2u );
    EXPECT_THAT( rejected[ "frames:c:Ethernet1" ], HasSubstr( "bytes" ) );
-   layer->entityGone( "frames:a:Ethernet1" );
+   layer->leaseIs( "agents:a", false );
    EXPECT_EQ( publications->messagesFor( "Ethernet1" ).size(), 2u );
    EXPECT_FALSE( rejected.contains( "frames:c:Ethernet1" ) );
+   layer->entityGone( "frames:d:Ethernet1" );
+   put( "frames:e:Ethernet1", many );
+   EXPECT_TRUE( rejected.contains( "frames:e:Ethernet1" ) );
+   layer->entityGone( "frames:b:Ethernet1" );
+   EXPECT_EQ( publications->messagesFor( "Ethernet1" ).size(), 2u );
+   EXPECT_FALSE( rejected.contains( "frames:e:Ethernet1" ) );
 }
 
 } // namespace

@@ -55,6 +55,9 @@ class DatabaseLayerFixture : public DaemonFixture {
          leases.push_back( ( wanted ? "+" : "-" ) + key );
       } );
       layer->settledIs( [ this ] { ++settled; } );
+      layer->changedIs( [ this ]( auto const & lines ) {
+         changed.insert( changed.end(), lines.begin(), lines.end() );
+      } );
       layer->resume( "server prefix" );
       configurator->start( Settings::readConfig( files / "valen.yaml" ) );
    }
@@ -137,7 +140,7 @@ class DatabaseLayerFixture : public DaemonFixture {
    std::optional< DatabaseFile > file;
    std::optional< DatabaseLayer > layer;
    std::map< std::string, std::string > rejected;
-   Lines told, leases;
+   Lines told, leases, changed;
    int applications = 0, settled = 0;
 };
 

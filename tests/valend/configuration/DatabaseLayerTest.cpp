@@ -44,6 +44,7 @@ TEST_F( DatabaseLayerTest, ChangesOfAMomentAreAppliedTogether ) {
    layer->entityGone( "config:interface:e7" );
    settle();
    EXPECT_EQ( applications, 1 );
+   EXPECT_EQ( changed.size(), 99u );
    EXPECT_EQ( feeder.config().interfaces.size(), 99u );
    layer->entityIs( "config:interface:e1", {} ); // the same value
    settle();
@@ -155,6 +156,101 @@ TEST_F( DatabaseLayerTest, AnotherDatabaseReplacesTheOneBefore ) {
    stop();
    start( "" ); // of the first one
    EXPECT_EQ( active(), yaml( "" ) );
+}
+
+TEST_F( DatabaseLayerTest, WhatIsBeingCollectedIsNotOfAnotherDatabase ) {
+   start( "" );
+   layer->complete();
+   layer->entityIs( "config:interface:e1", {} );
+   settle();
+   layer->entityIs( "config:interface:e2", {} );
+   layer->restart( "other prefix" );
+   for ( int i = 0; i < 20; ++i ) {
+      oneTurn();
+   }
+   EXPECT_EQ( active(), yaml( "interfaces: [{name: e1}]\n" ) ) << "nothing was read yet";
+   layer->complete();
+   settle();
+   EXPECT_EQ( active(), yaml( "" ) );
+   layer->entityIs( "config:interface:e3", {} );
+   settle();
+   stop();
+   feeder.apply( {} );
+   start( "" ); // of the first one
+   EXPECT_EQ( active(), yaml( "" ) );
+}
+
+TEST_F( DatabaseLayerTest, AnotherDatabaseMayComeWhileOneIsApplied ) {
+   start( "" );
+   for ( bool const isEmptyAtOnce : { true, false } ) {
+      layer->complete();
+      settle();
+      applications = 0;
+      layer->entityIs( "config:interface:e1", {} );
+      until( [ & ] { return applications == 1; } );
+      settled = 0;
+      layer->restart( "other prefix" );
+      if ( isEmptyAtOnce ) {
+         layer->complete();
+      } else {
+         for ( int i = 0; i < 20; ++i ) {
+            oneTurn();
+         }
+         EXPECT_EQ( settled, 0 ) << "it was not read yet";
+         layer->complete();
+      }
+      settle();
+      EXPECT_EQ( active(), yaml( "" ) );
+   }
+}
+
+TEST_F( DatabaseLayerTest, FramesAreKeptOverRestartsUntilTheyAreGone ) {
+   std::string const text = "interfaces: [{name: e1}, {name: e2}]\n";
+   auto const restart = [ & ] {
+      stop();
+      feeder.apply( {} );
+      start( text );
+   };
+   auto leased = framesOf( "x" );
+   leased[ "lease" ] = "agents:bgp";
+   start( text );
+   layer->complete();
+   layer->entityIs( "frames:bgp:e1", leased );
+   layer->leaseIs( "agents:bgp", true );
+   layer->entityIs( "frames:lldp:e2", framesOf( "y" ) );
+   settle();
+   for ( int i = 0; i < 2; ++i ) { // without the server, whose lease is not known
+      restart();
+      EXPECT_EQ( inForce( "e1" ), "x" );
+      EXPECT_EQ( inForce( "e2" ), "y" );
+   }
+   layer->entityIs( "frames:bgp:e1", leased );
+   layer->complete();
+   settle();
+   EXPECT_EQ( inForce( "e1" ), "x" );
+   EXPECT_EQ( inForce( "e2" ), "" );
+   restart();
+   EXPECT_EQ( inForce( "e1" ), "x" );
+   EXPECT_EQ( inForce( "e2" ), "" );
+   layer->leaseIs( "agents:bgp", false );
+   EXPECT_EQ( inForce( "e1" ), "" );
+}
+
+TEST_F( DatabaseLayerTest, AfterItsEndTheConfiguratorGoesOn ) {
+   start( "" );
+   layer->complete();
+   settle();
+   layer.reset();
+   files.write( "valen.yaml", "interfaces: [{name: e1}]\n" );
+   ::testing::internal::CaptureStderr();
+   bool done = false;
+   configurator->reload( [ & ]( auto const & ) { done = true; } );
+   for ( auto const end = std::chrono::steady_clock::now() + 30s;
+         !done && std::chrono::steady_clock::now() < end; ) {
+      oneTurn();
+   }
+   ::testing::internal::GetCapturedStderr();
+   EXPECT_TRUE( done );
 }
 
 TEST_F( DatabaseLayerTest, TenThousandInterfacesAreOneApplication ) {

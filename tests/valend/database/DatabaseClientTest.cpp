@@ -6,6 +6,7 @@ namespace Valend {
 namespace {
 
 using namespace Test;
+using ::testing::AllOf;
 using ::testing::Contains;
 using ::testing::ElementsAre;
 using ::testing::HasSubstr;
@@ -78,8 +79,10 @@ TEST_F( DatabaseClientTest, WithoutADatabaseNothingHappens ) {
 }
 
 TEST_F( DatabaseClientTest, ASignOfLifeIsRenewed ) {
+   server( { "SET", "valen:rtr1:alive", "of something else" } );
    startTwo();
    ASSERT_TRUE( becomes( "alive", "boot-id", "this boot" ) );
+   EXPECT_GT( std::stoi( server( { "PTTL", "valen:rtr1:alive" } ) ), 0 );
    EXPECT_EQ( server( { "SMEMBERS", "valen:hosts" } ), "valen:rtr1" );
    EXPECT_EQ( Json::parse( field( "alive", "daemon" ) ), daemon.json() );
    for ( auto const * name : { "version", "start-ms", "host" } ) {
@@ -171,6 +174,11 @@ TEST_F( DatabaseClientTest, WhatIsNotTakenIsSaid ) {
    ASSERT_TRUE( becomes( "rejected:config:delay", "why", "expected a hash" ) );
    server( { "DEL", "valen:rtr1:config:delay" } );
    ASSERT_TRUE( becomes( "rejected:config:delay", "why", "not a number" ) );
+   server( { "SET", "valen:rtr1:config:delay", "x" } );
+   ASSERT_TRUE( becomes( "rejected:config:delay", "why", "expected a hash" ) );
+   server( { "EVAL", "redis.call( 'DEL', KEYS[ 1 ] ) redis.call( 'HSET', KEYS[ 1 ], 'a', 'b' )",
+             "1", "valen:rtr1:config:delay" } );
+   ASSERT_TRUE( becomes( "rejected:config:delay", "why", "not a number" ) );
    server.restart();
    ASSERT_TRUE( becomes( "rejected:config:delay", "why", "not a number" ) );
    client->rejectedIs( "config:delay", "" );
@@ -196,6 +204,101 @@ TEST_F( DatabaseClientTest, LeasesAreWatched ) {
    server( { "SET", "agent:1", "x" } );
    stepFor( 1100ms );
    EXPECT_THAT( told, Not( Contains( HasSubstr( "agent" ) ) ) );
+}
+
+TEST_F( DatabaseClientTest, LeasesAreWatchedAtAnotherServerAsWell ) {
+   startTwo();
+   client->leaseWantedIs( "agent:1", true );
+   client->leaseWantedIs( "agent:2", true );
+   ASSERT_TRUE( toldOf( "agent:2 is gone" ) );
+   client->leaseWantedIs( "agent:2", false );
+   told.clear();
+   configure( "valen:rtr2" );
+   EXPECT_TRUE( toldOf( "agent:1 is gone" ) );
+   stepFor( 50ms );
+   EXPECT_THAT( told, Not( Contains( "agent:2 is gone" ) ) );
+}
+
+TEST_F( DatabaseClientTest, EachServerGetsTheHistoryWithItsRequests ) {
+   start( twoInterfaces() );
+   controller.shutdown( "Ethernet2", { "root" }, nullptr );
+   advance( 600ms );
+   ASSERT_EQ( controller.history().size(), 1u );
+   configure();
+   auto const entries = [ this ]( std::string const & prefix, std::string const & count ) {
+      return eventually( [ & ] { return server( { "XLEN", prefix + ":history" } ) == count; } );
+   };
+   EXPECT_TRUE( entries( "valen:rtr1", "1" ) ) << "what had ended before";
+   request = "42";
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
+   EXPECT_TRUE( entries( "valen:rtr1", "2" ) );
+   client->settingsAre( "", "valen:rtr1" );
+   ShutdownRecord record;
+   record.interface = "Ethernet1";
+   record.when = std::chrono::system_clock::now() + 1h;
+   client->ended( record, "43" ); // without a server
+   stepFor( 50ms );
+   configure( "valen:rtr2" );
+   EXPECT_TRUE( entries( "valen:rtr2", "3" ) );
+   EXPECT_THAT( server( { "XRANGE", "valen:rtr2:history", "-", "+" } ),
+                AllOf( HasSubstr( "id 42" ), HasSubstr( "id 43" ) ) );
+}
+
+TEST_F( DatabaseClientTest, ASlowServerGetsEverythingInTheEnd ) {
+   startTwo();
+   ASSERT_TRUE( eventually( [ this ] { return client->figures()->pending == 0; } ) );
+   server.freeze();
+   ShutdownRecord record;
+   record.interface = "Ethernet1";
+   record.why = std::string( 3000, 'w' );
+   for ( int i = 0; i < 900; ++i ) {
+      record.when = std::chrono::system_clock::time_point( std::chrono::milliseconds( 1000 + i ) );
+      client->ended( record, "" );
+      client->rejectedIs( "config:interface:" + std::to_string( i ), std::string( 1000, 'y' ) );
+   }
+   stepFor( 100ms );
+   EXPECT_GT( client->figures()->pending, 900u );
+   server.thaw();
+   EXPECT_TRUE( eventually( [ this ] { return client->figures()->pending == 0; } ) );
+   EXPECT_EQ( server( { "XLEN", "valen:rtr1:history" } ), "900" );
+   EXPECT_EQ( client->figures()->reconnects, 0u );
+}
+
+TEST_F( DatabaseClientTest, ARefusedSignOfLifeIsSaidOnEachConnection ) {
+   startTwo();
+   ASSERT_TRUE( becomes( "alive", "boot-id", "this boot" ) );
+   auto const isRefused = [ this ] {
+      return condition().find( "valen:rtr1:alive: NOPERM" ) != std::string::npos;
+   };
+   auto const reconnects = [ this ] {
+      auto const before = client->figures()->reconnects;
+      server( { "CLIENT", "KILL", "TYPE", "normal" } );
+      return eventually(
+         [ & ] { return client->figures()->reconnects > before && client->figures()->connected; } );
+   };
+   server( { "ACL", "SETUSER", "default", "-pexpire" } );
+   ASSERT_TRUE( eventually( isRefused ) );
+   ASSERT_TRUE( reconnects() );
+   EXPECT_TRUE( eventually( isRefused ) );
+   server( { "ACL", "SETUSER", "default", "+pexpire" } );
+   ASSERT_TRUE( reconnects() );
+   EXPECT_TRUE( eventually( [ this ] { return condition().empty(); } ) );
+}
+
+TEST_F( DatabaseClientTest, ARefusedHistoryIsPendingAndSaid ) {
+   startTwo();
+   ASSERT_TRUE( eventually( [ this ] { return client->figures()->pending == 0; } ) );
+   server( { "ACL", "SETUSER", "default", "-xadd" } );
+   controller.shutdown( "Ethernet1", { "root" }, nullptr );
+   ASSERT_TRUE( eventually( [ this ] {
+      return condition().find( "valen:rtr1:history: NOPERM" ) != std::string::npos;
+   } ) );
+   ASSERT_TRUE( becomes( "status:Ethernet1", "link", "down" ) );
+   stepFor( 50ms );
+   EXPECT_EQ( client->figures()->pending, 1u );
+   server( { "ACL", "SETUSER", "default", "+xadd" } );
+   EXPECT_TRUE( eventually( [ this ] { return condition().empty(); } ) );
+   EXPECT_EQ( client->figures()->pending, 0u );
 }
 
 TEST_F( DatabaseClientTest, ALossIsAConditionAndChangesNothing ) {
@@ -244,6 +347,8 @@ TEST_F( DatabaseClientTest, APasswordIsNotInTheCondition ) {
    ASSERT_TRUE( eventually( [ this ] { return !condition().empty(); } ) );
    EXPECT_THAT( condition(), HasSubstr( "database redis://127.0.0.1:1?user=ops: connect: " ) );
    EXPECT_THAT( condition(), Not( HasSubstr( "secret" ) ) );
+   client->settingsAre( "", "valen:rtr1" );
+   EXPECT_EQ( condition(), "" ) << "there is no database any more";
 }
 
 TEST_F( DatabaseClientTest, AReloadChangesServerAndPrefix ) {

@@ -167,5 +167,17 @@ TEST_F( HistoryWriterTest, WhatTheServerRefusesIsTriedAgain ) {
    EXPECT_THAT( stream(), ElementsAre( "1000-0 a", "2000-0 b", "3000-0 c" ) );
 }
 
+TEST_F( HistoryWriterTest, AProblemEndsWithTheConnection ) {
+   ASSERT_TRUE( eventually( [ this ] { return connection.up(); } ) );
+   stepFor( 10ms );
+   server( { "CONFIG", "SET", "maxmemory", "1" } );
+   add( "a", 1000ms );
+   ASSERT_TRUE( eventually( [ this ] { return !problems.empty(); } ) );
+   writer.connectionIs( nullptr, "" );
+   EXPECT_EQ( problems.back(), "" );
+   stepFor( 1000ms ); // there is nothing to try it again with
+   EXPECT_EQ( writer.pending(), 1u );
+}
+
 } // namespace
 } // namespace Valend

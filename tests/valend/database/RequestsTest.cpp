@@ -1,6 +1,7 @@
 #include "valend/database/Requests.h"
 
 #include "tests/valend/shutdown/ResumeFixture.h"
+#include "valend/configuration/DatabaseText.h"
 
 #include <algorithm>
 #include <future>
@@ -10,6 +11,8 @@ namespace Valend {
 namespace {
 
 using namespace Test;
+using ::testing::AllOf;
+using ::testing::Each;
 
 // One run of valend with a database. Its end is a crash: what is not on the disk then is lost.
 class DatabaseRun {
@@ -204,6 +207,63 @@ TEST_F( RequestsTest, AnInterfaceMayComeUntilTheConfigurationIsSettled ) {
    run.pass( 1000ms );
    EXPECT_EQ( run.result( "Ethernet2" ), "rejected: no such interface" );
    EXPECT_EQ( run.result( "Ethernet3" ), "" ) << "it is not wanted any longer";
+   EXPECT_EQ( run.result( "Ethernet1" ), "down" ) << "it was not acted on again";
+}
+
+TEST_F( RequestsTest, AnInterfaceThatCameUnnoticedIsFoundWhenTheTimeIsOver ) {
+   auto & run = start( 0ms, Settings::Config() );
+   run.want( "Ethernet1", down( "1" ) );
+   run.run.feeder.apply( DaemonRun::twoInterfaces() );
+   run.pass( Requests::graceTime + 100ms );
+   EXPECT_EQ( run.result( "Ethernet1" ), "running" );
+}
+
+TEST_F( RequestsTest, AWantThatIsReplacedByAWrongOneIsDropped ) {
+   auto & run = start( 0ms, Settings::Config() );
+   run.want( "Ethernet1", down( "1" ) );
+   run.want( "Ethernet1", { { "link", "down" } } );
+   run.run.feeder.apply( DaemonRun::twoInterfaces() );
+   run.requests.configSettled();
+   run.pass( 600ms );
+   EXPECT_THAT( run.results, ElementsAre( HasSubstr( "no id" ) ) );
+   EXPECT_THAT( run.run.kernel.actions, IsEmpty() );
+}
+
+TEST_F( RequestsTest, AnInterfaceMayGoBeforeItsRequestIsActedOn ) {
+   auto & run = start();
+   run.want( "Ethernet1", down( "1" ) );
+   run.run.feeder.apply( Settings::Config() );
+   run.pass( 1ms );
+   EXPECT_THAT( run.result( "Ethernet1" ), HasSubstr( "rejected: " ) );
+}
+
+TEST_F( RequestsTest, WhatFailsSaysWhy ) {
+   auto & run = start();
+   run.linkIs( false );
+   run.run.kernel.upErrno = EPERM;
+   run.want( "Ethernet1", up( "1" ) );
+   run.pass( 1ms );
+   EXPECT_THAT( run.result( "Ethernet1" ),
+                AllOf( HasSubstr( "failed: " ), HasSubstr( "the kernel said 1" ) ) );
+}
+
+TEST_F( RequestsTest, RequestsOfInterfacesThatAreGoneAreForgotten ) {
+   auto & run = start();
+   run.want( "Ethernet9", down( "1" ) );
+   run.want( "Ethernet1", up( "1" ) );
+   run.pass( 1100ms );
+   run.requests.entityGone( "want:Ethernet9" );
+   run.requests.entityGone( "want:Ethernet1" );
+   run.pass( 1ms );
+   auto const kept = entitiesOfText( "requests", work.content( "requests/requests" ) );
+   ASSERT_TRUE( kept );
+   EXPECT_FALSE( kept->contains( "Ethernet9" ) );
+   EXPECT_TRUE( kept->contains( "Ethernet1" ) );
+   run.results.clear();
+   run.want( "Ethernet9", down( "1" ) );
+   run.want( "Ethernet1", up( "1" ) ); // was acted on
+   run.pass( 1100ms );
+   EXPECT_THAT( run.results, ElementsAre( "Ethernet9 1: rejected: no such interface" ) );
 }
 
 TEST_F( RequestsTest, ARequestIsOnTheDiskBeforeItIsActedOn ) {
@@ -237,6 +297,22 @@ TEST_F( RequestsTest, WithoutADiskRequestsAreActedOnAllTheSame ) {
    auto const raised = run.run.conditions.raised();
    EXPECT_TRUE( std::any_of( raised.begin(), raised.end(),
                              []( auto const & each ) { return each.name == "requests"; } ) );
+   work.remove( "requests" );
+   run.run.advance( RequestsFile::retryPeriod );
+   run.pass( 1ms );
+   EXPECT_FALSE( run.run.conditions.isRaised( "requests" ) );
+   EXPECT_TRUE( work.has( "requests/requests" ) );
+}
+
+TEST_F( RequestsTest, WithoutAStateDirectoryNothingIsRecorded ) {
+   auto & run = start();
+   StateDirectory none( "", []( auto const & ) {} );
+   RequestsFile file( none, run.run.conditions, *run.worker, run.run.clock.scheduler() );
+   file.save( "Ethernet1", Settings::Fields{ { "id", "1" } } );
+   bool saved = false;
+   file.whenSaved( [ & ] { saved = true; } );
+   EXPECT_TRUE( saved );
+   EXPECT_FALSE( run.run.conditions.isRaised( "requests" ) );
 }
 
 TEST_F( RequestsTest, WhatWasActedOnIsNotRepeatedAfterARestart ) {
@@ -268,6 +344,21 @@ TEST_F( RequestsTest, AShutdownThatContinuesAfterARestartIsFollowed ) {
    run.pass( 600ms );
    EXPECT_EQ( run.result( "Ethernet1" ), "down" );
    EXPECT_THAT( run.run.kernel.actions, ElementsAre( "down default/et1" ) );
+}
+
+TEST_F( RequestsTest, AShutdownThatEndedUnnoticedIsNotRepeated ) {
+   start().want( "Ethernet1", down( "1" ) );
+   current->pass( 100ms );
+   auto const before = work.content( "requests/requests" );
+   current->pass( 600ms );
+   crash();
+   work.write( "requests/requests", before );
+   auto & run = start( 5000ms );
+   EXPECT_EQ( run.result( "Ethernet1" ), "down" );
+   run.want( "Ethernet1", down( "1" ) );
+   run.pass( 600ms );
+   EXPECT_THAT( run.results, Each( "Ethernet1 1: down" ) );
+   EXPECT_THAT( run.run.kernel.actions, IsEmpty() );
 }
 
 TEST_F( RequestsTest, ARequestThatWasOnlyRecordedIsActedOnWhenItIsSeenAgain ) {

@@ -135,5 +135,17 @@ TEST_F( StatusWriterTest, AnotherOutboxGetsEverything ) {
    writer.outboxIs( nullptr );
 }
 
+TEST_F( StatusWriterTest, ItIsWholeWhenAllAreWritten ) {
+   start( twoInterfaces() );
+   std::size_t keys = 0;
+   writer.outboxIs( &outbox, [ & ] { keys = outbox.keys(); } );
+   for ( int i = 0; i < 1000; ++i ) { // more than a slice takes
+      writer.resultIs( "x" + std::to_string( i ), "1", "rejected" );
+   }
+   ASSERT_TRUE( eventually( [ & ] { return keys > 0; } ) );
+   EXPECT_EQ( keys, 1002u );
+   EXPECT_EQ( outbox.keys(), 1002u );
+}
+
 } // namespace
 } // namespace Valend
