@@ -80,7 +80,8 @@ void verify( U16 type, Reader value, std::size_t addressBytes ) {
 }
 
 Tlvs tlvsOf( Reader message, std::size_t addressBytes ) {
-   enum Type : U16 { parameters = 1, authentication = 2, lastInHello = 0xff };
+   enum Type : U16 { parameters = 1, authentication = 2, firstRoute = 0xf1, lastRoute = 0xf3 };
+   constexpr U16 lastGeneral = 0xff;
    constexpr std::size_t headerBytes = 4;
    Tlvs found;
    while ( !message.atEnd() ) {
@@ -88,7 +89,8 @@ Tlvs tlvsOf( Reader message, std::size_t addressBytes ) {
       std::size_t const length = message.u16();
       require( length >= headerBytes, Reason::badLength );
       auto const value = message.part( length - headerBytes, Reason::tlvBeyondEnd );
-      require( type <= lastInHello, Reason::tlvMissing ); // the others are routes
+      bool const isRoute = type > lastGeneral || ( type >= firstRoute && type <= lastRoute );
+      require( !isRoute, Reason::tlvMissing );
       verify( type, value, addressBytes );
       if ( type == parameters ) {
          require( !found.parameters, Reason::tlvMissing );

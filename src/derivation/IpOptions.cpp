@@ -31,7 +31,6 @@ constexpr Option hopByHopOptions[] = {
    { 15, 10, 10 }, // metrics (RFC 8250, 3.2)
    { 38, 6, 6 },   // a start at a high rate (RFC 4782, 3.2)
    { 48, 4, 4 },   // the path's MTU (RFC 9268, 5)
-   { 49, 2, any }, // telemetry (RFC 9486, 3)
 };
 
 template < std::size_t count >
