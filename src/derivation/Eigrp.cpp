@@ -80,8 +80,7 @@ void verify( U16 type, Reader value, std::size_t addressBytes ) {
 }
 
 Tlvs tlvsOf( Reader message, std::size_t addressBytes ) {
-   enum Type : U16 { parameters = 1, authentication = 2, firstRoute = 0xf1, lastRoute = 0xf3 };
-   constexpr U16 lastGeneral = 0xff;
+   enum Type : U16 { parameters = 1, authentication = 2, firstRoute = 0xf0 };
    constexpr std::size_t headerBytes = 4;
    Tlvs found;
    while ( !message.atEnd() ) {
@@ -89,8 +88,7 @@ Tlvs tlvsOf( Reader message, std::size_t addressBytes ) {
       std::size_t const length = message.u16();
       require( length >= headerBytes, Reason::badLength );
       auto const value = message.part( length - headerBytes, Reason::tlvBeyondEnd );
-      bool const isRoute = type > lastGeneral || ( type >= firstRoute && type <= lastRoute );
-      require( !isRoute, Reason::tlvMissing );
+      require( type < firstRoute, Reason::tlvMissing );
       verify( type, value, addressBytes );
       if ( type == parameters ) {
          require( !found.parameters, Reason::tlvMissing );

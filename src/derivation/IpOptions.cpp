@@ -15,13 +15,16 @@ constexpr U8 any = 255;
 
 // RFC 791, 3.1.
 constexpr Option ipv4Options[] = {
-   { 7, 3, any },   // the route to record
-   { 68, 4, any },  // timestamps
-   { 130, 3, any }, // security (RFC 1108)
-   { 131, 3, any }, // the route to take, loosely
-   { 136, 4, 4 },   // a stream
-   { 137, 3, any }, // strictly
-   { 148, 4, 4 },   // an alert for routers (RFC 2113)
+   { 11, 4, 4 },                  // a path's MTU, and the answer (RFC 1063)
+   { 12, 4, 4 },    { 25, 8, 8 }, // a start at a high rate (RFC 4782, 3.1)
+   { 82, 12, 12 },                // a trace (RFC 1393)
+   { 7, 3, any },                 // the route to record
+   { 68, 4, any },                // timestamps
+   { 130, 3, any },               // security (RFC 1108)
+   { 131, 3, any },               // the route to take, loosely
+   { 136, 4, 4 },                 // a stream
+   { 137, 3, any },               // strictly
+   { 148, 4, 4 },                 // an alert for routers (RFC 2113)
 };
 
 constexpr Option hopByHopOptions[] = {

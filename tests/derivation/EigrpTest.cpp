@@ -105,8 +105,8 @@ TEST( EigrpTest, EachTlvHasItsFormat ) {
    EXPECT_EQ( with( "0401 0004" ), missing ) << "a route";
    EXPECT_EQ( with( "00f1 0004" ), missing ) << "a route of a topology";
    EXPECT_EQ( with( "00f3 0004" ), missing ) << "a route of a topology";
-   EXPECT_EQ( with( "00f0 0004" ), "heard" );
-   EXPECT_EQ( with( "00f4 0004" ), "heard" );
+   EXPECT_EQ( with( "00ff 0004" ), missing ) << "a route of a topology";
+   EXPECT_EQ( with( "00ef 0004" ), "heard" );
    for ( std::string const type : { "0003", "0007" } ) {
       EXPECT_EQ( with( type + "0009 04 c0000202" ), "heard" );
       EXPECT_EQ( with( type + "000e 04 c0000202 04 c0000203" ), "heard" );

@@ -85,7 +85,8 @@ TEST( LayersTest, WrongIpOptionsAreRefused ) {
    EXPECT_EQ( refused4( "0701 0000" ), Reason::badLength );
    EXPECT_EQ( refused4( "0700 0000" ), Reason::badLength );
    for ( auto const * const tooShort :
-         { "0702 0000", "4403 0000", "8202 0000", "8302 0000", "8803 0000", "8902 0000" } ) {
+         { "0702 0000", "0b02 0000", "0c03 0000", "1904 0000", "5204 0000", "4403 0000",
+           "8202 0000", "8302 0000", "8803 0000", "8902 0000" } ) {
       EXPECT_EQ( refused4( tooShort ), Reason::badLength ) << tooShort;
    }
    EXPECT_EQ( refused4( "4404 0500 8303 04 8903 04 8804 0001 0000" ), "" );
