@@ -53,7 +53,8 @@ void check( Heard const & heard ) {
       requireSameOutside( heard );
       auto const goodbye = heardOf( heard.goodbye );
       require( goodbye.leaves && goodbye.protocol == heard.protocol &&
-               goodbye.speaker == heard.speaker && goodbye.greeting == heard.goodbye );
+               goodbye.speaker == heard.speaker && goodbye.part == heard.part &&
+               goodbye.greeting == heard.goodbye );
    }
 }
 

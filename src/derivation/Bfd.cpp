@@ -16,17 +16,23 @@ enum Flag : U8 { poll = 0x20, final = 0x10, authenticationPresent = 4, multipoin
 
 constexpr std::array stateNames{ "AdminDown", "Down", "Init", "Up" };
 
-// RFC 5880, 4.1. Empty if there is only a password.
+// RFC 5880, 4.1 to 4.4. Empty if there is only a password.
 std::string verifyAuthentication( Reader section ) {
-   enum Type : U8 { password = 1, lastType = 5 };
-   constexpr std::array names{ "keyed MD5", "meticulous keyed MD5", "keyed SHA-1",
-                               "meticulous keyed SHA-1" };
+   struct Type {
+      char const * name;
+      std::size_t leastBytes, mostBytes;
+   };
+   constexpr std::array types{ Type{ "password", 3 + 1, 3 + 16 }, Type{ "keyed MD5", 24, 24 },
+                               Type{ "meticulous keyed MD5", 24, 24 },
+                               Type{ "keyed SHA-1", 28, 28 },
+                               Type{ "meticulous keyed SHA-1", 28, 28 } };
+   constexpr U8 password = 1;
    auto const bytes = section.left();
    auto const type = section.u8();
-   require( type >= password && type <= lastType, Reason::badValue );
-   require( section.u8() == bytes, Reason::badLength );
-   return type == password ? ""
-                           : std::string( "authenticated with " ) + names[ type - password - 1 ];
+   require( type >= password && type <= types.size(), Reason::badValue );
+   auto const & [ name, least, most ] = types.at( type - password );
+   require( section.u8() == bytes && bytes >= least && bytes <= most, Reason::badLength );
+   return type == password ? "" : std::string( "authenticated with " ) + name;
 }
 
 // Intervals below 1 s count as 1 s: the neighbor may have asked for fewer packets, which only its own packets say.

@@ -18,14 +18,21 @@ std::string lowered( std::string text ) {
 } // namespace
 
 // Each pointer must point before the part of the name it ends, so that they have an end; RFC 1035 says "prior".
-std::string DnsReader::name( Reader & at ) const {
+std::string DnsReader::name( Reader & at ) {
    constexpr U8 pointer = 0xc0, longest = 63;
    constexpr std::size_t mostBytes = 255, mostPointers = 127;
    std::string text;
    std::size_t bytes = 0, pointers = 0;
    auto partBegin = at.at();
    auto reader = at;
-   while ( auto const length = reader.u8() ) {
+   while ( true ) {
+      auto const labelAt = reader.at();
+      auto const length = reader.u8();
+      require( pointers == 0 || isInName_[ labelAt ], Reason::badValue );
+      isInName_[ labelAt ] = true;
+      if ( length == 0 ) {
+         break;
+      }
       if ( ( length & pointer ) == pointer ) {
          auto const to = begin_ + ( ( length & ~unsigned{ pointer } ) << 8 | reader.u8() );
          require( to < partBegin && ++pointers <= mostPointers, Reason::badValue );
@@ -46,7 +53,7 @@ std::string DnsReader::name( Reader & at ) const {
    return text.empty() ? "." : lowered( std::move( text ) );
 }
 
-DnsRecord DnsReader::record( Reader & at ) const {
+DnsRecord DnsReader::record( Reader & at ) {
    auto owner = name( at );
    auto const type = at.u16();
    auto const classAndFlush = at.u16();

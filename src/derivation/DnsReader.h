@@ -4,6 +4,7 @@
 #include "derivation/Reader.h"
 
 #include <string>
+#include <vector>
 
 namespace Derivation {
 
@@ -20,15 +21,17 @@ class DnsReader {
  public:
    // `message` begins with its header, and `frame` is what the message is in.
    DnsReader( std::string_view frame, Reader const & message )
-       : frame_( frame.substr( 0, message.at() + message.left() ) ), begin_( message.at() ) {}
+       : frame_( frame.substr( 0, message.at() + message.left() ) ), begin_( message.at() ),
+         isInName_( frame_.size() ) {}
 
-   // Reads a name, which may go on somewhere before.
-   std::string name( Reader & at ) const;
-   DnsRecord record( Reader & at ) const;
+   // Reads a name, which may go on in one that was read before, and nowhere else: other fields may change.
+   std::string name( Reader & at );
+   DnsRecord record( Reader & at );
 
  private:
    std::string_view frame_; // up to the end of the message
    std::size_t begin_;
+   std::vector< bool > isInName_; // by position: a label or a pointer begins there
 };
 
 } // namespace Derivation

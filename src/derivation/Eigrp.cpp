@@ -19,18 +19,79 @@ struct Tlvs {
    std::optional< Reader > authentication;
 };
 
-Tlvs tlvsOf( Reader message ) {
-   enum Type : U16 { parameters = 1, authentication = 2 };
-   constexpr std::size_t headerBytes = 4, parametersBytes = 8;
+// RFC 7868, 6.7.3. Some routers write the length once, before all addresses.
+void verifyAddresses( Reader value, std::size_t addressBytes ) {
+   auto addresses = value;
+   require( addresses.u8() == addressBytes, Reason::badLength );
+   if ( addresses.left() % addressBytes == 0 && !addresses.atEnd() ) {
+      return;
+   }
+   while ( !value.atEnd() ) {
+      require( value.u8() == addressBytes, Reason::badLength );
+      value.skip( addressBytes );
+   }
+}
+
+// As routers send it: the type and the size of the digest, the key, its sequence number, padding, and the digest.
+void verifyAuthentication( Reader value ) {
+   value.skip( 2 );
+   auto const digestBytes = value.u16();
+   value.skip( 4 + 4 + 8 );
+   require( value.left() == digestBytes, Reason::badLength );
+}
+
+// Flags, how many bytes follow, and the topologies.
+void verifyTopologies( Reader value ) {
+   value.skip( 2 );
+   auto const bytes = value.u16();
+   require( bytes % 2 == 0 && bytes == value.left(), Reason::badLength );
+}
+
+// Of those that are not about routes (RFC 7868, 6.7).
+void verify( U16 type, Reader value, std::size_t addressBytes ) {
+   enum Type : U16 {
+      parameters = 1,
+      authentication,
+      sequence,
+      softwareVersion,
+      multicastSequence,
+      stub,
+      peerTermination,
+      topologies
+   };
+   switch ( type ) {
+   case parameters:
+      return require( value.left() == 8, Reason::badLength );
+   case authentication:
+      return verifyAuthentication( value );
+   case sequence:
+   case peerTermination:
+      return verifyAddresses( value, addressBytes );
+   case softwareVersion:
+   case multicastSequence:
+      return require( value.left() == 4, Reason::badLength );
+   case stub:
+      return require( value.left() >= 2, Reason::badLength );
+   case topologies:
+      return verifyTopologies( value );
+   default:
+      return;
+   }
+}
+
+Tlvs tlvsOf( Reader message, std::size_t addressBytes ) {
+   enum Type : U16 { parameters = 1, authentication = 2, firstRoute = 0xf0 };
+   constexpr std::size_t headerBytes = 4;
    Tlvs found;
    while ( !message.atEnd() ) {
       auto const type = message.u16();
       std::size_t const length = message.u16();
       require( length >= headerBytes, Reason::badLength );
       auto const value = message.part( length - headerBytes, Reason::tlvBeyondEnd );
+      require( type < firstRoute, Reason::tlvMissing );
+      verify( type, value, addressBytes );
       if ( type == parameters ) {
          require( !found.parameters, Reason::tlvMissing );
-         require( value.left() == parametersBytes, Reason::badLength );
          found.parameters = value;
       } else if ( type == authentication ) {
          found.authentication = value;
@@ -81,7 +142,7 @@ std::optional< Heard > eigrp( Packet const & packet ) {
    heard.part = partOf( packet, { "autonomous system " + std::to_string( message.u16() ) } );
    heard.holdTime = defaultHoldTime;
 
-   auto const tlvs = tlvsOf( message );
+   auto const tlvs = tlvsOf( message, packet.source().size() );
    if ( tlvs.authentication ) {
       heard.whyNot = authenticatedWith( *tlvs.authentication );
    }

@@ -9,10 +9,11 @@ namespace {
 
 constexpr U8 discriminator = 0x83; // of the protocol
 enum Pdu : U8 { lanLevel1 = 15, lanLevel2 = 16, pointToPoint = 17 };
-// ISO 10589, 9.5; RFC 1195, RFC 5120, RFC 5303, RFC 5308.
+// ISO 10589, 9.5; RFC 1195, RFC 5120, RFC 5303, RFC 5308, RFC 8202.
 enum Type : U8 {
    areaAddresses = 1,
    neighbors = 6,
+   instance = 7,
    authentication = 10,
    optionalChecksum = 12,
    ipv4Addresses = 132,
@@ -89,6 +90,9 @@ void readTlv( U8 type, std::size_t at, Reader value, Hello & hello ) {
       break;
    case Type::topologies:
       require( length % 2 == 0, Reason::badLength );
+      break;
+   case Type::instance: // and its topologies
+      require( length >= 2 && length % 2 == 0, Reason::badLength );
       break;
    case Type::neighbors:
       require( length % addressBytes == 0, Reason::badLength );

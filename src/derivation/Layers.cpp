@@ -1,6 +1,7 @@
 #include "derivation/Layers.h"
 
 #include "derivation/Checksums.h"
+#include "derivation/IpOptions.h"
 
 namespace Derivation {
 
@@ -120,7 +121,7 @@ bool lookInside( Reader frame, Layers & layers ) {
 // The end of the IP packet.
 std::size_t verifyIpv4( Packet const & packet ) {
    auto const & [ frame, layers ] = packet;
-   constexpr std::size_t lengthAt = 2, fragmentAt = 6, checksumAt = 10;
+   constexpr std::size_t lengthAt = 2, fragmentAt = 6, checksumAt = 10, optionsAt = 20;
    constexpr U16 moreFragments = 0x2000;
    auto const begin = layers.ip;
    auto const header = 4U * ( u8At( frame, begin ) & 0xfU );
@@ -130,15 +131,23 @@ std::size_t verifyIpv4( Packet const & packet ) {
    require( begin + length <= frame.size(), Reason::cutOff );
    requireCorrect( packet, { .at = begin + checksumAt, .begin = begin, .end = begin + header } );
    require( ( u16At( frame, begin + fragmentAt ) & moreFragments ) == 0, Reason::fragment );
+   verifyIpv4Options( Reader( frame, begin + optionsAt, begin + header ) );
    return begin + length;
 }
 
 std::size_t verifyIpv6( Packet const & packet ) {
    auto const & [ frame, layers ] = packet;
-   constexpr std::size_t lengthAt = 4;
+   constexpr std::size_t lengthAt = 4, nextHeaderAt = 6, headBytes = 2;
    std::size_t const length = u16At( frame, layers.ip + lengthAt );
-   auto const end = layers.ip + ipv6HeaderBytes + length;
+   auto const begin = layers.ip + ipv6HeaderBytes;
+   auto const end = begin + length;
    require( end <= frame.size(), Reason::cutOff );
+   if ( u8At( frame, layers.ip + nextHeaderAt ) == hopByHop ) {
+      Reader header( frame, begin, end );
+      header.skip( 1 ); // what follows
+      auto const words = header.u8();
+      verifyHopByHopOptions( header.part( 8U * ( words + 1 ) - headBytes, Reason::badLength ) );
+   }
    return end;
 }
 

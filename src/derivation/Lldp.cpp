@@ -52,9 +52,10 @@ std::string idText( Reader id, U8 macSubtype, U8 addressSubtype ) {
       require( value.size() == 6, Reason::badLength );
       return macText( value );
    }
-   if ( subtype == addressSubtype && addressBytes( u8At( value, 0 ) ) != 0 ) {
-      require( value.size() == 1 + addressBytes( u8At( value, 0 ) ), Reason::badLength );
-      return ipText( value.substr( 1 ) );
+   if ( subtype == addressSubtype ) {
+      auto const bytes = addressBytes( u8At( value, 0 ) );
+      require( bytes == 0 ? value.size() > 1 : value.size() == 1 + bytes, Reason::badLength );
+      return bytes == 0 ? nameText( value ) : ipText( value.substr( 1 ) );
    }
    return nameText( value );
 }

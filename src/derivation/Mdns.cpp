@@ -1,6 +1,6 @@
 #include "derivation/Mdns.h"
 
-#include "derivation/DnsReader.h"
+#include "derivation/DnsData.h"
 #include "derivation/Editor.h"
 #include "derivation/Parts.h"
 #include "derivation/Words.h"
@@ -32,43 +32,25 @@ std::string typeText( U16 type ) {
    }
 }
 
-// RFC 1035, RFC 2782, RFC 3596. Other types are taken as they are.
-void verifyData( DnsReader const & dns, DnsRecord const & record ) {
-   auto data = record.data;
-   switch ( record.type ) {
-   case a:
-      data.skip( 4 );
-      break;
-   case aaaa:
-      data.skip( 16 );
-      break;
-   case srv:
-      data.skip( 2 + 2 + 2 ); // the priority, the weight and the port
-      [[fallthrough]];
-   case ptr:
-      dns.name( data );
-      break;
-   case txt:
-      do {
-         data.skip( data.u8() );
-      } while ( !data.atEnd() );
-      break;
-   default:
-      return;
-   }
-   require( data.atEnd(), Reason::badLength );
-}
-
 struct Message {
    std::vector< DnsRecord > answers;
    std::vector< DnsRecord > others;
 };
 
+// Reads that many records. What is in their data may be a part of later names.
+std::vector< DnsRecord > recordsOf( DnsReader & dns, Reader & at, U32 count ) {
+   std::vector< DnsRecord > records;
+   for ( ; count > 0; --count ) {
+      records.push_back( dns.record( at ) );
+      verifyData( dns, records.back() );
+   }
+   return records;
+}
+
 // Nothing for what receivers ignore: queries, other operations and errors (RFC 6762, 18).
-std::optional< Message > messageOf( Packet const & packet ) {
+std::optional< Message > messageOf( Packet const & packet, DnsReader & dns ) {
    constexpr U16 response = 0x8000, operationAndError = 0x780f;
    auto at = packet.message();
-   DnsReader const dns( packet.frame, at );
    at.skip( 2 ); // the id
    auto const flags = at.u16();
    if ( ( flags & response ) == 0 || ( flags & operationAndError ) != 0 ) {
@@ -84,24 +66,14 @@ std::optional< Message > messageOf( Packet const & packet ) {
       at.skip( 2 + 2 ); // the type and the class
    }
    Message message;
-   for ( U32 i = 0; i < answers; ++i ) {
-      message.answers.push_back( dns.record( at ) );
-   }
-   for ( U32 i = 0; i < others; ++i ) {
-      message.others.push_back( dns.record( at ) );
-   }
+   message.answers = recordsOf( dns, at, answers );
+   message.others = recordsOf( dns, at, others );
    require( at.atEnd(), Reason::badLength );
-   for ( auto const & record : message.answers ) {
-      verifyData( dns, record );
-   }
-   for ( auto const & record : message.others ) {
-      verifyData( dns, record );
-   }
    return message;
 }
 
 // Two pointers of one name are two records.
-std::string nameOf( DnsReader const & dns, DnsRecord const & record ) {
+std::string nameOf( DnsReader & dns, DnsRecord const & record ) {
    auto name = record.name + " " + typeText( record.type );
    if ( record.type == ptr ) {
       auto target = record.data;
@@ -122,11 +94,11 @@ void forget( Editor & editor, std::vector< DnsRecord > const & records ) {
 } // namespace
 
 std::optional< Heard > mdns( Packet const & packet ) {
-   auto const message = messageOf( packet );
+   DnsReader dns( packet.frame, packet.message() );
+   auto const message = messageOf( packet, dns );
    if ( !message || message->answers.empty() ) {
       return std::nullopt;
    }
-   DnsReader const dns( packet.frame, packet.message() );
    std::vector< std::string > names;
    U32 greatest = 0;
    for ( auto const & record : message->answers ) {

@@ -12,10 +12,11 @@ constexpr U8 information = 0;
 enum Type : U8 { endOfTlvs = 0, local = 1, remote = 2, organization = 254 };
 constexpr std::chrono::seconds lostLink( 5 ); // 57.3.3.2
 
-// 57.5.2.
+// 57.5.2. Other types are not to be sent.
 void verifyTlvs( Reader & unit ) {
    constexpr std::size_t informationBytes = 16, leastOrganization = 5;
    for ( auto type = unit.u8(); type != endOfTlvs; type = unit.u8() ) {
+      require( type == local || type == remote || type == organization, Reason::badValue );
       std::size_t const length = unit.u8();
       require( length >= ( type == organization ? leastOrganization : 2 ), Reason::badLength );
       require( ( type != local && type != remote ) || length == informationBytes,

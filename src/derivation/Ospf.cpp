@@ -52,7 +52,21 @@ Range neighborsOf( Reader & hello ) {
    return neighbors;
 }
 
-// RFC 5613, 2.1. In an authenticated packet, its checksum is not computed.
+// RFC 5613, 2.3 to 2.5.
+void verifySignaling( Reader tlvs ) {
+   enum Type : U16 { extendedOptions = 1, authentication = 2 };
+   constexpr std::size_t word = 4;
+   while ( !tlvs.atEnd() ) {
+      auto const type = tlvs.u16();
+      std::size_t const length = tlvs.u16();
+      require( ( type != extendedOptions || length == 4 ) &&
+                  ( type != authentication || length > 4 ),
+               Reason::badLength );
+      tlvs.part( ( length + word - 1 ) / word * word, Reason::tlvBeyondEnd );
+   }
+}
+
+// RFC 5613, 2.2. In an authenticated packet, its checksum is not computed.
 Range signalingOf( Packet const & packet, Reader & rest, bool authenticated ) {
    constexpr std::size_t headerBytes = 4, word = 4;
    auto const at = rest.at();
@@ -64,6 +78,7 @@ Range signalingOf( Packet const & packet, Reader & rest, bool authenticated ) {
    if ( !authenticated ) {
       requireCorrect( packet, { .at = at, .begin = at, .end = at + bytes } );
    }
+   verifySignaling( block.part( bytes - headerBytes ) );
    return { at, bytes };
 }
 

@@ -10,16 +10,54 @@ namespace {
 
 constexpr U8 version = 2, hello = 0;
 
+enum Option : U16 {
+   holdTime = 1,
+   pruneDelay = 2,
+   priority = 19,
+   generation = 20,
+   stateRefresh = 21,
+   bidirectional = 22,
+   addresses = 24
+};
+
+// Encoded unicast addresses (RFC 7761, 4.9.1).
+void verifyAddresses( Reader value ) {
+   constexpr U8 families[] = { 0, 4, 16 }; // the bytes of an address
+   while ( !value.atEnd() ) {
+      auto const family = value.u8();
+      require( family != 0 && family < std::size( families ) && value.u8() == 0, Reason::badValue );
+      value.skip( families[ family ] );
+   }
+}
+
+// RFC 7761, 4.9.2; RFC 3973, 4.7.5; RFC 5015, 3.7.4. Other options may be of any length.
+void verify( U16 type, Reader value ) {
+   switch ( type ) {
+   case holdTime:
+      return require( value.left() == 2, Reason::badLength );
+   case pruneDelay:
+   case priority:
+   case generation:
+   case stateRefresh:
+      return require( value.left() == 4, Reason::badLength );
+   case bidirectional:
+      return require( value.atEnd(), Reason::badLength );
+   case addresses:
+      return verifyAddresses( value );
+   default:
+      return;
+   }
+}
+
 // The value of the hold time, if there is one.
 std::optional< Reader > holdTimeOf( Reader options ) {
-   enum Option : U16 { holdTime = 1 };
    std::optional< Reader > found;
    while ( !options.atEnd() ) {
       auto const type = options.u16();
       auto const value = options.part( options.u16(), Reason::tlvBeyondEnd );
+      verify( type, value );
       if ( type == holdTime ) {
          require( !found, Reason::tlvMissing );
-         require( value.left() == 2, Reason::badLength );
          found = value;
       }
    }

@@ -1,3 +1,4 @@
+#include "derivation/Words.h"
 #include "tests/derivation/Packets.h"
 
 namespace Derivation::Test {
@@ -83,19 +84,33 @@ TEST( BfdTest, APartialUdpChecksumIsCompleted ) {
 }
 
 TEST( BfdTest, AnAuthenticatedSessionHasNoGoodbye ) {
-   auto session = []( char const * type, char const * length ) {
+   auto session = []( char const * type, char const * length, std::size_t bytes ) {
+      auto const section = hexText( std::string( 1, static_cast< char >( 24 + bytes ) ) );
       return Control{ .state = "c4",
-                      .length = "30",
-                      .authentication = std::string( type ) + length + std::string( 44, 'a' ) }
+                      .length = section,
+                      .authentication =
+                         std::string( type ) + length + std::string( 2 * ( bytes - 2 ), 'a' ) }
          .frame();
    };
-   EXPECT_EQ( whyNot( session( "02", "18" ) ), "authenticated with keyed MD5" );
-   EXPECT_EQ( whyNot( session( "03", "18" ) ), "authenticated with meticulous keyed MD5" );
-   EXPECT_EQ( whyNot( session( "04", "18" ) ), "authenticated with keyed SHA-1" );
-   EXPECT_EQ( whyNot( session( "05", "18" ) ), "authenticated with meticulous keyed SHA-1" );
-   EXPECT_EQ( refusalOf( session( "00", "18" ) ), "bfd: a field has a value that is not allowed" );
-   EXPECT_EQ( refusalOf( session( "06", "18" ) ), "bfd: a field has a value that is not allowed" );
-   EXPECT_EQ( refusalOf( session( "02", "17" ) ), "bfd: a length is wrong" );
+   auto const badLength = "bfd: a length is wrong";
+   EXPECT_EQ( whyNot( session( "02", "18", 24 ) ), "authenticated with keyed MD5" );
+   EXPECT_EQ( whyNot( session( "03", "18", 24 ) ), "authenticated with meticulous keyed MD5" );
+   EXPECT_EQ( whyNot( session( "04", "1c", 28 ) ), "authenticated with keyed SHA-1" );
+   EXPECT_EQ( whyNot( session( "05", "1c", 28 ) ), "authenticated with meticulous keyed SHA-1" );
+   EXPECT_EQ( refusalOf( session( "00", "18", 24 ) ),
+              "bfd: a field has a value that is not allowed" );
+   EXPECT_EQ( refusalOf( session( "06", "18", 24 ) ),
+              "bfd: a field has a value that is not allowed" );
+   EXPECT_EQ( refusalOf( session( "02", "17", 24 ) ), badLength );
+   // Each type has its length.
+   EXPECT_EQ( refusalOf( session( "02", "1c", 28 ) ), badLength );
+   EXPECT_EQ( refusalOf( session( "03", "08", 8 ) ), badLength );
+   EXPECT_EQ( refusalOf( session( "04", "18", 24 ) ), badLength );
+   EXPECT_EQ( refusalOf( session( "05", "08", 8 ) ), badLength );
+   EXPECT_EQ( refusalOf( session( "01", "03", 3 ) ), badLength );
+   EXPECT_EQ( refusalOf( session( "01", "04", 4 ) ), "heard" );
+   EXPECT_EQ( refusalOf( session( "01", "13", 19 ) ), "heard" );
+   EXPECT_EQ( refusalOf( session( "01", "14", 20 ) ), badLength );
 }
 
 TEST( BfdTest, InvalidPacketsAreRefused ) {

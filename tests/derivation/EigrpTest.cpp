@@ -54,13 +54,18 @@ TEST( EigrpTest, HellosToOneNeighborStandSideBySide ) {
 }
 
 TEST( EigrpTest, AnAuthenticatedHelloHasNoGoodbye ) {
-   auto authenticated = []( char const * type ) {
-      return eigrpHello( "0002 0018 " + std::string( type ) +
-                         "0010 00000001 00000000 00000000 00000000" + eigrpValues );
+   auto authenticated = []( char const * length, char const * typeAndSize, std::size_t bytes ) {
+      return eigrpHello( "0002" + std::string( length ) + typeAndSize +
+                         "00000001 00000000 00000000 00000000" + std::string( 2 * bytes, 'a' ) +
+                         eigrpValues );
    };
-   EXPECT_EQ( whyNot( authenticated( "0002" ) ), "authenticated with MD5" );
-   EXPECT_EQ( whyNot( authenticated( "0003" ) ), "authenticated with HMAC-SHA-256" );
-   EXPECT_EQ( whyNot( authenticated( "0009" ) ), "authenticated with an unknown algorithm" );
+   EXPECT_EQ( whyNot( authenticated( "0028", "0002 0010", 16 ) ), "authenticated with MD5" );
+   EXPECT_EQ( whyNot( authenticated( "0038", "0003 0020", 32 ) ),
+              "authenticated with HMAC-SHA-256" );
+   EXPECT_EQ( whyNot( authenticated( "0020", "0009 0008", 8 ) ),
+              "authenticated with an unknown algorithm" );
+   EXPECT_EQ( refusalOf( authenticated( "0028", "0002 0011", 16 ) ), "eigrp: a length is wrong" );
+   EXPECT_EQ( refusalOf( authenticated( "0028", "0002 000f", 16 ) ), "eigrp: a length is wrong" );
    EXPECT_EQ( refusalOf( eigrpHello( "0002 0005 00" + eigrpValues ) ), "eigrp: it ends too early" );
 }
 
@@ -77,6 +82,45 @@ TEST( EigrpTest, OtherPacketsAreNothing ) {
    // An acknowledgment is a Hello with a number.
    EXPECT_EQ( refusalOf( ipv4( eigrpWay, 88, eigrpPacket( "", "02 05", "00000007" ) ) ),
               "nothing" );
+}
+
+TEST( EigrpTest, EachTlvHasItsFormat ) {
+   auto with = []( std::string const & tlv ) {
+      return refusalOf( eigrpHello( eigrpValues + tlv ) );
+   };
+   auto const badLength = "eigrp: a length is wrong",
+              missing = "eigrp: a TLV is missing, or in the wrong place";
+   EXPECT_EQ( with( "0004 0007 0f0002" ), badLength );
+   EXPECT_EQ( with( "0005 0008 00000001" ), "heard" );
+   EXPECT_EQ( with( "0005 0006 0001" ), badLength );
+   EXPECT_EQ( with( "0006 0006 0001" ), "heard" );
+   EXPECT_EQ( with( "0006 0005 00" ), badLength );
+   EXPECT_EQ( with( "0008 0008 0000 0000" ), "heard" );
+   EXPECT_EQ( with( "0008 000c 0000 0004 0000 0001" ), "heard" );
+   EXPECT_EQ( with( "0008 0008 0f09 fdff" ), badLength );
+   EXPECT_EQ( with( "0008 000a 0000 0000 0001" ), badLength );
+   EXPECT_EQ( with( "0008 0009 0000 0001 00" ), badLength );
+   EXPECT_EQ( with( "0009 0005 00" ), "heard" ) << "unknown";
+   EXPECT_EQ( with( "0102 0008 00000000" ), missing ) << "a route";
+   EXPECT_EQ( with( "0401 0004" ), missing ) << "a route";
+   EXPECT_EQ( with( "00f1 0004" ), missing ) << "a route of a topology";
+   EXPECT_EQ( with( "00f3 0004" ), missing ) << "a route of a topology";
+   EXPECT_EQ( with( "00ff 0004" ), missing ) << "a route of a topology";
+   EXPECT_EQ( with( "00ef 0004" ), "heard" );
+   for ( std::string const type : { "0003", "0007" } ) {
+      EXPECT_EQ( with( type + "0009 04 c0000202" ), "heard" );
+      EXPECT_EQ( with( type + "000e 04 c0000202 04 c0000203" ), "heard" );
+      EXPECT_EQ( with( type + "000d 04 c0000202 c0000203" ), "heard" ) << "one length for all";
+      EXPECT_EQ( with( type + "0005 04" ), "eigrp: it ends too early" );
+      EXPECT_EQ( with( type + "0008 03 c00002" ), badLength );
+      EXPECT_EQ( with( type + "000e 04 c0000202 05 c0000203" ), badLength );
+      EXPECT_EQ( with( type + "000c 04 c0000202 04 c000" ), "eigrp: it ends too early" );
+   }
+   EXPECT_EQ( refusalOf( ipv6( eigrpWay6, 88,
+                               eigrpPacket( "0003 0015 10 fe800000000000000000000000000002" ) ) ),
+              "heard" );
+   EXPECT_EQ( refusalOf( ipv6( eigrpWay6, 88, eigrpPacket( "0003 0009 04 c0000202" ) ) ),
+              badLength );
 }
 
 TEST( EigrpTest, InvalidHellosAreRefused ) {

@@ -73,6 +73,52 @@ TEST( LayersTest, IpOptionsAreSkipped ) {
    EXPECT_EQ( messageOf( ipv6( ip ) ), ip.payload );
 }
 
+TEST( LayersTest, WrongIpOptionsAreRefused ) {
+   auto refused4 = []( char const * options ) {
+      auto ip = ip4;
+      ip.options = hex( options );
+      return refusal( ipv4( ip ) );
+   };
+   EXPECT_EQ( refused4( "01 9404 0000 01 00 ff" ), "" );
+   EXPECT_EQ( refused4( "0703 04 00" ), "" );
+   EXPECT_EQ( refused4( "9403 00 00" ), Reason::badLength );
+   EXPECT_EQ( refused4( "0701 0000" ), Reason::badLength );
+   EXPECT_EQ( refused4( "0700 0000" ), Reason::badLength );
+   for ( auto const * const tooShort :
+         { "0702 0000", "0b02 0000", "0c03 0000", "1904 0000", "5204 0000", "4403 0000",
+           "8202 0000", "8302 0000", "8803 0000", "8902 0000" } ) {
+      EXPECT_EQ( refused4( tooShort ), Reason::badLength ) << tooShort;
+   }
+   EXPECT_EQ( refused4( "4404 0500 8303 04 8903 04 8804 0001 0000" ), "" );
+   EXPECT_EQ( refused4( "8202 0000 8805 0000" ), Reason::badLength );
+   EXPECT_EQ( refused4( "5e02 0000" ), "" ) << "unknown";
+   EXPECT_EQ( refused4( "0705 0000" ), Reason::tlvBeyondEnd );
+   EXPECT_EQ( refused4( "0101 0107" ), Reason::cutOff );
+   auto refused6 = []( char const * options ) {
+      auto ip = ip6;
+      ip.options = hex( options );
+      return refusal( ipv6( ip ) );
+   };
+   EXPECT_EQ( refused6( "00 0502 .. 0100" ), "" );
+   EXPECT_EQ( refused6( "00 ......" ), "" );
+   EXPECT_EQ( refused6( "00 1e04 ...." ), "" ) << "unknown, to be skipped";
+   EXPECT_EQ( refused6( "00 0501 00 0101 00" ), Reason::badLength );
+   EXPECT_EQ( refused6( "00 0503 000000 00" ), Reason::badLength );
+   for ( auto const * const wrong : { "00 0402 00000000", "00 0704 00000000", "00 0f04 00000000",
+                                      "00 2604 00000000", "00 3003 00000000" } ) {
+      EXPECT_EQ( refused6( wrong ), Reason::badLength ) << wrong;
+   }
+   for ( auto const * const right : { "00 0401 04000000", "01 0708 ........ ....",
+                                      "01 0f0a ........ .. ..", "00 3004 05dc0000" } ) {
+      EXPECT_EQ( refused6( right ), "" ) << right;
+   }
+   EXPECT_EQ( refused6( "00 0502 0000 0101" ), Reason::tlvBeyondEnd );
+   EXPECT_EQ( refused6( "00 ..... 01" ), Reason::cutOff );
+   for ( auto const * const drops : { "00 4104 ....", "00 8104 ....", "00 c104 ...." } ) {
+      EXPECT_EQ( refused6( drops ), Reason::badValue ) << drops;
+   }
+}
+
 TEST( LayersTest, WhatHasNoMessageHasNoCarrier ) {
    std::string const group = "0180c2..14";
    EXPECT_EQ( layers( tagged( tagged( ipv4( ip4 ) ) ) ).number, 0x8100 ) << "a second tag";

@@ -73,6 +73,8 @@ TEST( LldpTest, AnIdOrAnOptionalTlvOfAWrongLengthIsRefused ) {
    EXPECT_EQ( id( "0205 04 02..." ), length );       // a MAC address
    EXPECT_EQ( id( "0205 05 01 c00002" ), length );   // an IPv4 address
    EXPECT_EQ( id( "0206 05 02 20010db8" ), length ); // an IPv6 address
+   EXPECT_EQ( id( "0202 05 c7" ), length );          // no address of another family
+   EXPECT_EQ( id( "0203 05 c7 01" ), "heard" );
    EXPECT_EQ( id( "0202 00 61" ), value );
    EXPECT_EQ( id( "0202 08 61" ), value );
    EXPECT_EQ( with( "0e03 00140014" ), length );             // capabilities

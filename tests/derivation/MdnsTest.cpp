@@ -1,3 +1,4 @@
+#include "derivation/Words.h"
 #include "tests/derivation/Packets.h"
 
 namespace Derivation::Test {
@@ -93,7 +94,7 @@ TEST( MdnsTest, ThePartIsTheSetOfRecords ) {
    EXPECT_EQ( part( pointer( "a" ) + address, 2 ), part( address + pointer( "a" ), 2 ) );
    EXPECT_NE( part( pointer( "a" ) + address, 2 ), part( pointer( "b" ) + address, 2 ) );
    EXPECT_EQ( part( record( hostName, "0010 8001", 10, hex( "." ) ) ), "router.local TXT" );
-   EXPECT_EQ( part( record( hex( "." ), "0041 8001", 10, hex( "." ) ) ), ". TYPE65" );
+   EXPECT_EQ( part( record( hex( "." ), "ff01 8001", 10, hex( "." ) ) ), ". TYPE65281" );
    EXPECT_EQ( part( record( label( "ROUTER" ) + label( "\xc3\xa4" ) + hex( "." ), "0021 8001", 1,
                             hex( "...... ." ) ) ),
               "router.c3a4 SRV" );
@@ -131,17 +132,136 @@ TEST( MdnsTest, InvalidNamesAreRefused ) {
 // A name may go on from pointer to pointer, but not without end.
 TEST( MdnsTest, ChainsOfPointersAreBounded ) {
    auto chain = []( std::size_t pointers ) {
-      std::string data = hex( "." );
-      auto const first = 12 + 1 + 10; // the position of the data
-      for ( std::size_t i = 0; i < pointers - 1; ++i ) {
-         data += u16( 0xc000 + first + ( i == 0 ? 0 : 1 + 2 * ( i - 1 ) ) );
+      constexpr std::size_t header = 12, addressRecord = 2 + 2 + 4 + 2 + 4;
+      auto message = dnsHeader( pointers + 1 ) + record( hex( "." ), "0001 8001", 1, "addr" );
+      for ( std::size_t i = 0; i < pointers; ++i ) {
+         auto const to =
+            i == 0 ? header : header + 1 + addressRecord + ( i - 1 ) * ( 2 + addressRecord );
+         message += record( u16( 0xc000 + to ), "0001 8001", 1, "addr" );
       }
-      auto const last = u16( 0xc000 + first + 1 + 2 * ( pointers - 2 ) );
-      return mdnsFrame( dnsHeader( 2 ) + record( hex( "." ), "0041 8001", 1, data ) +
-                        record( last, "0001 8001", 1, hex( "c0000201" ) ) );
+      return mdnsFrame( message );
    };
    EXPECT_EQ( refusalOf( chain( 127 ) ), "heard" );
    EXPECT_EQ( refusalOf( chain( 128 ) ), "mdns: a field has a value that is not allowed" );
+}
+
+// Else the goodbye, in which the times to live are others, would be about other names.
+TEST( MdnsTest, ANameGoesOnInAnotherNameOnly ) {
+   auto const badValue = "mdns: a field has a value that is not allowed";
+   auto with = []( std::size_t to, std::string const & type = "000c 0001" ) {
+      return refusalOf( mdnsFrame( dnsHeader( 2 ) +
+                                   record( label( "a" ) + hex( "." ), type, 0x01620000,
+                                           label( "b" ) + label( "c" ) + hex( "." ) ) +
+                                   record( u16( 0xc000 + to ), "0001 8001", 1, "addr" ) ) );
+   };
+   for ( std::size_t const name : { 12U, 14U, 25U, 27U, 29U } ) {
+      EXPECT_EQ( with( name ), "heard" ) << name;
+   }
+   for ( std::size_t const other : { 0U, 11U, 13U, 15U, 17U, 19U, 20U, 21U, 23U, 26U, 28U } ) {
+      EXPECT_EQ( with( other ), badValue ) << other;
+   }
+   EXPECT_EQ( with( 25, "ff01 0001" ), badValue ) << "what is in unknown data is no name";
+}
+
+TEST( MdnsTest, DataHaveTheFormatOfTheirType ) {
+   auto const ends = "mdns: it ends too early", badLength = "mdns: a length is wrong";
+   auto with = []( std::size_t type, std::string const & data ) {
+      return refusalOf( mdnsFrame(
+         dnsHeader( 1 ) + record( hostName, hexText( u16( type ) ) + "8001", 1, hex( data ) ) ) );
+   };
+   struct Case {
+      std::size_t type;
+      char const * valid; // which one byte less or more is not
+   };
+   std::string const name = "0161 00";
+   for ( std::size_t const type : { 2, 3, 4, 5, 7, 8, 9, 12, 23, 39 } ) {
+      EXPECT_EQ( with( type, name ), "heard" ) << type;
+      EXPECT_EQ( with( type, "c00c" ), "heard" ) << type;
+      EXPECT_EQ( with( type, "01" ), ends ) << type;
+      EXPECT_EQ( with( type, name + "00" ), badLength ) << type;
+   }
+   for ( auto const & [ type, valid ] : { Case{ 1, "...." },
+                                          Case{ 28, ".... .... .... ...." },
+                                          Case{ 6, "016100 016200 .... .... .... .... ...." },
+                                          Case{ 13, "0161 0162" },
+                                          Case{ 14, "016100 016200" },
+                                          Case{ 15, ".. 016100" },
+                                          Case{ 17, "016100 016200" },
+                                          Case{ 18, ".. 016100" },
+                                          Case{ 19, "0161" },
+                                          Case{ 21, ".. 016100" },
+                                          Case{ 26, ".. 016100 016200" },
+                                          Case{ 27, "0161 0162 0163" },
+                                          Case{ 29, ".... .... .... ...." },
+                                          Case{ 33, "...... 016100" },
+                                          Case{ 35, ".... 0161 0162 0163 016100" },
+                                          Case{ 36, ".. 016100" },
+                                          Case{ 51, ".... 0161" },
+                                          Case{ 104, ".. .... ...." },
+                                          Case{ 105, ".. ...." },
+                                          Case{ 106, ".. .... ...." },
+                                          Case{ 107, ".. 016100" },
+                                          Case{ 108, "......" },
+                                          Case{ 109, ".... ...." } } ) {
+      auto const digits = std::string( valid );
+      EXPECT_EQ( with( type, digits ), "heard" ) << type;
+      auto const less = digits.substr( 0, digits.size() - ( digits.back() == '.' ? 1 : 2 ) );
+      EXPECT_EQ( with( type, less ), ends ) << type;
+      EXPECT_EQ( with( type, digits + "." ), badLength ) << type;
+   }
+   for ( auto const & [ type, shortest ] :
+         { Case{ 11, "....." }, Case{ 24, ".... .... .... .... .. 016100" }, Case{ 25, "...." },
+           Case{ 30, "016100" }, Case{ 37, "....." }, Case{ 43, "...." }, Case{ 44, ".." },
+           Case{ 46, ".... .... .... .... .. 016100" }, Case{ 48, "...." }, Case{ 52, "..." },
+           Case{ 53, "..." }, Case{ 59, "...." }, Case{ 60, "...." }, Case{ 63, "......" },
+           Case{ 256, "...." }, Case{ 257, ". 0161" } } ) {
+      auto const digits = std::string( shortest );
+      EXPECT_EQ( with( type, digits ), "heard" ) << type;
+      EXPECT_EQ( with( type, digits + "ff ffff" ), "heard" ) << type;
+      auto const less = digits.substr( 0, digits.size() - ( digits.back() == '.' ? 1 : 2 ) );
+      EXPECT_EQ( with( type, less ), ends ) << type;
+   }
+   for ( std::size_t const type : { 16, 20, 99 } ) {
+      EXPECT_EQ( with( type, "0161 00" ), "heard" ) << type;
+      EXPECT_EQ( with( type, "" ), ends ) << type;
+      EXPECT_EQ( with( type, "0161 01" ), ends ) << type;
+   }
+   EXPECT_EQ( with( 65281, "ff" ), "heard" ) << "unknown";
+   for ( std::size_t const type : { 0, 128, 250, 255 } ) {
+      EXPECT_EQ( with( type, "" ), "mdns: a field has a value that is not allowed" ) << type;
+   }
+}
+
+TEST( MdnsTest, ListsInDataAreVerified ) {
+   auto const ends = "mdns: it ends too early", badLength = "mdns: a length is wrong";
+   auto with = []( char const * type, std::string const & data ) {
+      return refusalOf( mdnsFrame( dnsHeader( 1, 1 ) +
+                                   record( hostName, "0001 8001", 1, hex( "...." ) ) +
+                                   record( hostName, type, 1, hex( data ) ) ) );
+   };
+   for ( auto const & [ type, before ] :
+         { std::pair( "002f 8001", "c00c" ), std::pair( "0032 8001", ".... 0161 0161" ),
+           std::pair( "003e 8001", "......" ) } ) {
+      std::string const list( before );
+      EXPECT_EQ( with( type, list ), "heard" );
+      EXPECT_EQ( with( type, list + "0001 40" ), "heard" );
+      EXPECT_EQ( with( type, list + "0002 4001 0101 80" ), "heard" );
+      EXPECT_EQ( with( type, list + "0020" + std::string( 32, '.' ) ), "heard" );
+      EXPECT_EQ( with( type, list + "0021" + std::string( 33, '.' ) ), badLength );
+      EXPECT_EQ( with( type, list + "0000" ), badLength );
+      EXPECT_EQ( with( type, list + "0002 40" ), ends );
+      EXPECT_EQ( with( type, list + "00" ), ends );
+   }
+   EXPECT_EQ( with( "002f 8001", "" ), ends );
+   for ( auto const & [ type, before ] :
+         { std::pair( "0029 05a0", "" ), std::pair( "0040 8001", "0001 016100" ),
+           std::pair( "0041 8001", "0001 016100" ) } ) {
+      std::string const list( before );
+      EXPECT_EQ( with( type, list ), "heard" );
+      EXPECT_EQ( with( type, list + "0004 0001 0a 0003 0000" ), "heard" );
+      EXPECT_EQ( with( type, list + "0004 0002 0a" ), "mdns: a TLV goes beyond the end" );
+      EXPECT_EQ( with( type, list + "0004 00" ), ends );
+   }
 }
 
 TEST( MdnsTest, InvalidResponsesAreRefused ) {
@@ -170,7 +290,6 @@ TEST( MdnsTest, InvalidResponsesAreRefused ) {
    EXPECT_EQ( with( "0010 8001", "" ), cutOff );
    EXPECT_EQ( with( "0010 8001", hex( "0261" ) ), cutOff );
    EXPECT_EQ( with( "0010 8001", hex( "0161 00" ) ), "heard" );
-   EXPECT_EQ( with( "002f 8001", "" ), "heard" ); // not looked at
    EXPECT_EQ( refusalOf( udp4( mdnsWay, "c000 14e9", hostResponse( 120 ) ) ), badValue );
    EXPECT_EQ( refusalOf( mdnsFrame( hex( ".. 8400" ) ) ), cutOff );
 }

@@ -1,3 +1,4 @@
+#include "derivation/Words.h"
 #include "tests/derivation/Packets.h"
 
 namespace Derivation::Test {
@@ -152,6 +153,28 @@ TEST( OspfTest, OtherPacketsAreNothing ) {
       packet3[ 1 ] = type;
       EXPECT_EQ( refusalOf( ipv6( ospfWay3, 89, packet3 ) ), "nothing" );
    }
+}
+
+TEST( OspfTest, LinkLocalSignalingIsVerified ) {
+   auto with = []( char const * words, std::string const & tlvs ) {
+      auto const block = summed( hex( "0000" + std::string( words ) + tlvs ), 0 );
+      auto const digits = hexText( block );
+      auto const three = refusalOf(
+         Hello3{ .options = "000213", .neighbors = "0a000002", .signaling = digits }.frame() );
+      auto const two =
+         refusalOf( Hello2{ .options = "12", .neighbors = "0a000002", .tail = digits }.frame() );
+      EXPECT_EQ( two.substr( two.find( ':' ) + 1 ), three.substr( three.find( ':' ) + 1 ) );
+      return two;
+   };
+   EXPECT_EQ( with( "0001", "" ), "heard" );
+   EXPECT_EQ( with( "0003", "0001 0004 00000001" ), "heard" );
+   EXPECT_EQ( with( "0004", "8000 0003 616263 00 0007 0000" ), "heard" );
+   EXPECT_EQ( with( "0004", "0002 0008 00000001 00000000" ), "heard" );
+   EXPECT_EQ( with( "0003", "00fb ffff 0000000a" ), "ospf: a TLV goes beyond the end" );
+   EXPECT_EQ( with( "0003", "8000 0005 61626364" ), "ospf: a TLV goes beyond the end" );
+   EXPECT_EQ( with( "0002", "0001 0000" ), "ospf: a length is wrong" );
+   EXPECT_EQ( with( "0004", "0001 0005 00000001 00000000" ), "ospf: a length is wrong" );
+   EXPECT_EQ( with( "0003", "0002 0004 00000001" ), "ospf: a length is wrong" );
 }
 
 TEST( OspfTest, InvalidHellosAreRefused ) {

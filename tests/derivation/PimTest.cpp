@@ -57,6 +57,29 @@ TEST( PimTest, OtherMessagesAreNothing ) {
    }
 }
 
+TEST( PimTest, EachOptionHasItsLength ) {
+   auto with = []( std::string const & option ) { return refusalOf( pim4( pimHold + option ) ); };
+   auto const badLength = "pim: a length is wrong";
+   for ( std::string const type : { "0002", "0013", "0014", "0015" } ) {
+      EXPECT_EQ( with( type + "0004 00000001" ), "heard" );
+      EXPECT_EQ( with( type + "0000" ), badLength );
+      EXPECT_EQ( with( type + "0003 000001" ), badLength );
+      EXPECT_EQ( with( type + "0005 0000000100" ), badLength );
+   }
+   EXPECT_EQ( with( "0016 0000" ), "heard" );
+   EXPECT_EQ( with( "0016 0001 00" ), badLength );
+   EXPECT_EQ( with( "fffe 0001 00" ), "heard" ) << "unknown";
+   auto const badValue = "pim: a field has a value that is not allowed";
+   EXPECT_EQ( with( "0018 0000" ), "heard" );
+   EXPECT_EQ( with( "0018 000c 0100 c0000202 0100 c0000203" ), "heard" );
+   EXPECT_EQ( with( "0018 0012 0200 fe800000000000000000000000000002" ), "heard" );
+   EXPECT_EQ( with( "0018 0005 0100 c00002" ), "pim: it ends too early" );
+   EXPECT_EQ( with( "0018 0007 0100 c0000202 01" ), "pim: it ends too early" );
+   EXPECT_EQ( with( "0018 0006 0101 c0000202" ), badValue );
+   EXPECT_EQ( with( "0018 0006 0000 c0000202" ), badValue );
+   EXPECT_EQ( with( "0018 0006 0300 c0000202" ), badValue );
+}
+
 TEST( PimTest, InvalidHellosAreRefused ) {
    EXPECT_EQ( refusalOf( pim4( pimHold, "10 00" ) ), "pim: the version is unknown" );
    EXPECT_EQ( refusalOf( pim4( "0001 0003 000069" ) ), "pim: a length is wrong" );

@@ -57,6 +57,57 @@ TEST( RouterAdvertisementTest, OtherMessagesAreNothing ) {
    EXPECT_EQ( refusalOf( ipv6( advertisement( "0708", "", hex( "8700 .. 4048" ) ) ) ), "nothing" );
 }
 
+// Of so many words, with zeros.
+std::string option( std::size_t type, std::size_t words ) {
+   return number( type, 1 ) + number( words, 1 ) + std::string( 8 * words - 2, '\0' );
+}
+
+TEST( RouterAdvertisementTest, EachOptionHasItsLength ) {
+   auto with = []( std::string const & options ) {
+      return refusalOf( ipv6( advertisement( "0708", linkLayer + options ) ) );
+   };
+   struct Case {
+      std::size_t type, least, most;
+   };
+   constexpr std::size_t any = 33;
+   for ( auto const & [ type, least, most ] :
+         { Case{ 1, 1, any },  Case{ 3, 4, 4 },    Case{ 5, 1, 1 },    Case{ 7, 1, 1 },
+           Case{ 8, 1, 1 },    Case{ 11, 4, any }, Case{ 12, 3, any }, Case{ 13, 2, 2 },
+           Case{ 23, 3, 3 },   Case{ 24, 1, 3 },   Case{ 25, 3, any }, Case{ 26, 1, 1 },
+           Case{ 31, 2, any }, Case{ 32, 4, any }, Case{ 34, 2, 3 },   Case{ 35, 3, 3 },
+           Case{ 36, 1, 1 },   Case{ 37, 1, any }, Case{ 38, 2, 2 },   Case{ 2, 1, any },
+           Case{ 253, 1, any } } ) {
+      EXPECT_EQ( with( option( type, least ) ), "heard" ) << type;
+      EXPECT_EQ( with( option( type, most ) ), "heard" ) << type;
+      if ( least > 1 ) {
+         EXPECT_EQ( with( option( type, least - 1 ) ), "ra: a length is wrong" ) << type;
+      }
+      if ( most != any ) {
+         EXPECT_EQ( with( option( type, most + 1 ) ), "ra: a length is wrong" ) << type;
+      }
+   }
+   EXPECT_EQ( with( option( 25, 4 ) ), "ra: a length is wrong" ) << "half an address";
+}
+
+TEST( RouterAdvertisementTest, WhatOptionsSayIsVerified ) {
+   auto with = []( char const * options ) {
+      return refusalOf( ipv6( advertisement( "0708", hex( options ) ) ) );
+   };
+   EXPECT_EQ( with( "1802 4008 00000708 20010db8 00000000" ), "heard" );
+   EXPECT_EQ( with( "1802 4108 00000708 20010db8 00000000" ), "ra: a length is wrong" );
+   EXPECT_EQ( with( "1801 0108 00000708" ), "ra: a length is wrong" );
+   EXPECT_EQ( with( "1803 8108 00000708 .... .... .... ...." ),
+              "ra: a field has a value that is not allowed" );
+   EXPECT_EQ( with( "2602 0705 0064ff9b .... ...." ), "heard" );
+   EXPECT_EQ( with( "2602 0706 0064ff9b .... ...." ),
+              "ra: a field has a value that is not allowed" );
+   EXPECT_EQ( with( "1f02 0000 00000708 0361 6263 00 ..00" ), "heard" );
+   EXPECT_EQ( with( "1f02 0000 00000708 0161 0162 00 0161 00" ), "heard" );
+   EXPECT_EQ( with( "1f02 0000 00000708 0361 6263 03 616263" ), "ra: it ends too early" );
+   EXPECT_EQ( with( "1f02 0000 00000708 c00c 0000 ...." ),
+              "ra: a field has a value that is not allowed" );
+}
+
 TEST( RouterAdvertisementTest, WhatReceiversDropIsRefused ) {
    auto ip = advertisement( "0708", linkLayer );
    EXPECT_EQ( refusalOf( patched( ipv6( ip ), 57, "x" ) ), "ra: the checksum is wrong" );

@@ -118,6 +118,11 @@ TEST( OamTest, WrongTlvsAreRefused ) {
    EXPECT_EQ( refusalOf( oamFrame( "0050 00", hex( "fe04 .." ) ) ), "oam: a length is wrong" );
    EXPECT_EQ( refusalOf( oamFrame( "0050 00", hex( "0110 .." ) ) ),
               "oam: a TLV goes beyond the end" );
+   EXPECT_EQ( refusalOf( oamFrame( "0050 00", hex( "fe05 ...." ) ) ), "heard" );
+   for ( auto const * const unknown : { "0303 ....", "fd03 ....", "ff03 ...." } ) {
+      EXPECT_EQ( refusalOf( oamFrame( "0050 00", hex( unknown ) ) ),
+                 "oam: a field has a value that is not allowed" );
+   }
 }
 
 } // namespace
