@@ -93,8 +93,8 @@ TEST_F( DatabaseTest, AServerThatDiesInMidDelayChangesNothing ) {
    EXPECT_TRUE( interface( "Ethernet3" ).value( "shuttingDown", false ) ) << "the test is too slow";
    for ( auto const & [ name, device ] :
          { std::pair( "Ethernet1", "et1" ), std::pair( "Ethernet3", "et3" ) } ) {
-      ASSERT_TRUE(
-         eventually( [ & ] { return !interface( name ).value( "shuttingDown", true ); } ) );
+      ASSERT_TRUE( eventually(
+         [ this, which = name ] { return !interface( which ).value( "shuttingDown", true ); } ) );
       EXPECT_FALSE( linkUp( *machine_, device ) );
       auto const record = lastRecord( name );
       EXPECT_EQ( record[ "ending" ], "down" );

@@ -62,7 +62,7 @@ Json StatusReport::interface( Settings::InterfaceConfig const & config ) const {
       { "mtu", device ? Json( device->mtu ) : Json() },
       { "ready", notReady.empty() },
       { "notReady", orNull( notReady ) },
-      { "delayed", remaining.has_value() }, // even if it was configured anew since
+      { "delayed", remaining.has_value() }, // also after a change of its configuration
       { "remainingMs", remaining ? Json( remaining->count() ) : Json() },
       { "shuttingDown", controller_.running( name ) },
       { "retrying", orNull( controller_.whyRetrying( name ) ) },
