@@ -1,4 +1,4 @@
-"""A database beyond TCP, which the unit of valend permits with a drop-in only."""
+"""A database over TCP, which the unit of valend permits with a drop-in only."""
 import json
 import re
 
