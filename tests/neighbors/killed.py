@@ -124,4 +124,3 @@ class KilledManyDevices(Killed):
 class RestartedManyDevices(Restarted):
     more_interfaces = MANY
     filters = {"tcx": 0, "clsact": 1}
-    filters_left = 1
