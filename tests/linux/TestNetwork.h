@@ -30,13 +30,20 @@ inline void run( std::string const & command ) {
    }
 }
 
+// Deletes a namespace, if it exists. A frame that waits in the queue of a device keeps its socket alive, and the socket
+// keeps the namespace: a link that goes down empties its queue.
+inline void deleteNamespace( std::string const & name ) {
+   auto const commands = "ip -n " + name + " link set group default down; ip netns del " + name;
+   (void)std::system( ( "( " + commands + " ) 2>/dev/null" ).c_str() );
+}
+
 // Deletes the namespaces of tests that died.
 inline void sweepNamespaces() {
    auto * const directory = ::opendir( Linux::NetNsDirectories::usual );
    while ( auto const * const entry = directory ? ::readdir( directory ) : nullptr ) {
       std::string const name( entry->d_name );
       if ( name.starts_with( "vt-" ) && ::kill( std::atoi( name.c_str() + 3 ), 0 ) < 0 ) {
-         (void)std::system( ( "ip netns del " + name + " 2>/dev/null" ).c_str() );
+         deleteNamespace( name );
       }
    }
    if ( directory ) {
@@ -49,7 +56,7 @@ class TestNetNs {
  public:
    TestNetNs() : TestNetNs( newName() ) {}
    explicit TestNetNs( std::string name ) : name_( std::move( name ) ) { create(); }
-   ~TestNetNs() { (void)std::system( ( "ip netns del " + name_ + " 2>/dev/null" ).c_str() ); }
+   ~TestNetNs() { deleteNamespace( name_ ); }
    TestNetNs( TestNetNs const & ) = delete;
    TestNetNs & operator=( TestNetNs const & ) = delete;
 
