@@ -2,7 +2,13 @@
 protocols' own words."""
 import dataclasses
 import struct
+import sys
 import typing
+
+import programs
+
+sys.path.append(str(programs.SOURCE / "tests/support"))
+from checksum import checksum  # noqa: E402
 
 
 @dataclasses.dataclass
@@ -11,16 +17,6 @@ class Derived:
     who: tuple  # the speaker, and which part of what it says
     hold: float  # in seconds
     goodbye: typing.Optional[bytes]  # None: the frame is one itself
-
-
-def checksum(data):
-    """RFC 1071."""
-    if len(data) % 2:
-        data += b"\0"
-    total = sum(struct.unpack(f"!{len(data) // 2}H", data))
-    while total >> 16:
-        total = (total & 0xFFFF) + (total >> 16)
-    return ~total & 0xFFFF
 
 
 def number(data, at, size=2):

@@ -22,16 +22,7 @@ HERE = os.path.dirname(os.path.abspath(__file__))
 sys.path += [f"{HERE}/../../clients/python", f"{HERE}/../support"]
 import said  # noqa: E402
 import valen  # noqa: E402
-
-
-def checksum(data):
-    """RFC 1071."""
-    if len(data) % 2:
-        data += b"\0"
-    total = sum(struct.unpack(f"!{len(data) // 2}H", data))
-    while total >> 16:
-        total = (total & 0xFFFF) + (total >> 16)
-    return ~total & 0xFFFF
+from checksum import checksum  # noqa: E402
 
 
 def ipv4(protocol, ttl, source, destination, payload):
