@@ -3,6 +3,7 @@
 #include "linux/Rtnetlink.h"
 #include "platform/quill/Printable.h"
 
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <linux/sockios.h>
@@ -53,54 +54,109 @@ LinkSocket::LinkSocket( NetNs const & netNs, std::chrono::milliseconds timeout )
       buffer_( answerBytes ) {}
 
 bool LinkSocket::stateIs( LinkId const & link, LinkState state ) {
-   if ( this->state( link ) == state ) {
-      return false;
+   LinkSetting const setting{ link, state };
+   auto const result = statesAre( { &setting, 1 } ).front();
+   if ( result.error ) {
+      throw Quill::ErrnoException( result.why, result.error );
    }
-   bool const up = state == LinkState::up;
-   ++sequence_;
-   auto const error = ask( up ? Rtnetlink::upRequest( sequence_, link.ifIndex )
-                              : Rtnetlink::downRequest( sequence_, link.ifIndex ),
-                           link );
-   if ( error ) {
-      throwErrno( ( up ? "cannot set up " : "cannot set down " ) + link.text(), error );
-   }
-   return true;
+   return result.changed;
 }
 
-// Returns the kernel's error; 0 after a success.
-int LinkSocket::ask( std::vector< std::byte > const & request, LinkId const & link ) {
-   auto const deadline = Clock::now() + timeout_;
+std::vector< LinkResult > LinkSocket::statesAre( std::span< LinkSetting const > settings ) {
+   std::vector< LinkResult > results( settings.size() );
+   std::vector< Asked > asked;
+   for ( std::size_t i = 0; i < settings.size(); ++i ) {
+      if ( isToAsk( settings[ i ], results[ i ] ) ) {
+         asked.push_back( { settings[ i ], results[ i ] } );
+      }
+   }
+   if ( !asked.empty() ) {
+      ask( asked );
+   }
+   return results;
+}
+
+// Whether the link exists, and is in the other state.
+bool LinkSocket::isToAsk( LinkSetting const & setting, LinkResult & result ) const {
+   Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
+   try {
+      return state( setting.link ) != setting.state;
+   } catch ( Quill::ErrnoException const & e ) {
+      result = { e.number(), e.text(), false };
+      return false;
+   }
+}
+
+void LinkSocket::ask( std::vector< Asked > & asked ) {
+   auto const first = sequence_ + 1;
+   std::vector< std::byte > requests;
+   for ( auto const & [ setting, result, answered ] : asked ) {
+      auto const request = setting.state == LinkState::up
+                              ? Rtnetlink::upRequest( ++sequence_, setting.link.ifIndex )
+                              : Rtnetlink::downRequest( ++sequence_, setting.link.ifIndex );
+      requests.insert( requests.end(), request.begin(), request.end() );
+   }
    broken_ = true; // until it has answered
-   socket_.send( request );
-   for ( ;; ) {
-      std::span< std::byte const > datagram;
-      auto const received = socket_.receive( buffer_, datagram );
-      if ( received == RtnetlinkSocket::Received::nothing ) {
-         await( link, deadline );
-      } else if ( auto const error = answerIn( datagram ) ) {
-         broken_ = false;
-         return *error;
+   Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
+   try {
+      socket_.send( requests );
+      awaitAnswers( asked, first );
+   } catch ( Quill::ErrnoException const & e ) {
+      for ( auto & [ setting, result, answered ] : asked ) {
+         result = answered ? result : LinkResult{ e.number(), e.text(), false };
       }
    }
 }
 
-std::optional< int > LinkSocket::answerIn( std::span< std::byte const > datagram ) const {
+void LinkSocket::awaitAnswers( std::vector< Asked > & asked, U32 first ) {
+   auto left = asked.size();
+   auto deadline = Clock::now() + timeout_;
+   while ( left > 0 ) {
+      std::span< std::byte const > datagram;
+      if ( socket_.receive( buffer_, datagram ) != RtnetlinkSocket::Received::nothing ) {
+         auto const answers = takeAnswers( datagram, asked, first );
+         left -= answers;
+         deadline = answers ? Clock::now() + timeout_ : deadline;
+      } else if ( !await( deadline ) ) {
+         auto const silent = std::find_if( asked.begin(), asked.end(),
+                                           []( auto const & each ) { return !each.answered; } );
+         throw Quill::ErrnoException(
+            "no answer from the kernel about " + silent->setting.link.text(), ETIMEDOUT );
+      }
+   }
+   broken_ = false;
+}
+
+// Returns how many there were.
+std::size_t LinkSocket::takeAnswers( std::span< std::byte const > datagram,
+                                     std::vector< Asked > & asked, U32 first ) const {
+   std::size_t count = 0;
    Rtnetlink::Parser parser( datagram );
    Rtnetlink::Message message;
    while ( parser.next( message ) ) {
-      if ( message.sequence == sequence_ && message.kind == Rtnetlink::Message::Kind::error ) {
-         return message.error;
+      auto const number = message.sequence - first; // wraps around for those of others
+      if ( message.kind != Rtnetlink::Message::Kind::error || number >= asked.size() ||
+           asked[ number ].answered ) {
+         continue;
+      }
+      auto & [ setting, result, answered ] = asked[ number ];
+      answered = true;
+      ++count;
+      result.changed = message.error == 0;
+      if ( ( result.error = message.error ) != 0 ) {
+         auto const * const what =
+            setting.state == LinkState::up ? "cannot set up " : "cannot set down ";
+         result.why = what + setting.link.text() + ": " + errorText( message.error );
       }
    }
-   return std::nullopt;
+   return count;
 }
 
-void LinkSocket::await( LinkId const & link, Clock::time_point deadline ) {
+// Whether there is something to receive before the deadline.
+bool LinkSocket::await( Clock::time_point deadline ) const {
    auto const left = std::chrono::ceil< std::chrono::milliseconds >( deadline - Clock::now() );
    pollfd fd{ socket_.fd(), POLLIN, 0 };
-   if ( left.count() <= 0 || ::poll( &fd, 1, static_cast< int >( left.count() ) ) == 0 ) {
-      throw Quill::ErrnoException( "no answer from the kernel about " + link.text(), ETIMEDOUT );
-   }
+   return left.count() > 0 && ::poll( &fd, 1, static_cast< int >( left.count() ) ) != 0;
 }
 
 } // namespace Valen::Linux

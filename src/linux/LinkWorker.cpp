@@ -80,14 +80,15 @@ LinkWorker::Id LinkWorker::request( LinkId link, LinkState state, Gantry::Time d
    }
    Place const place( deadline, id );
    waiting_[ id ] = { place, std::move( done ) };
-   Change change{ std::move( link ), state };
+   LinkSetting setting{ std::move( link ), state };
    if ( !startThreadOnce() ) { // better late than never
-      inbox_.put( [ this, id, answer = execute( change ) ] { answered( id, answer ); } );
+      inbox_.put(
+         [ this, id, answers = execute( { setting } ) ] { answered( id, answers.front() ); } );
       return id;
    }
    {
       std::lock_guard const lock( mutex_ );
-      queue_[ place ] = std::move( change );
+      queue_[ place ] = std::move( setting );
    }
    changed_.notify_one();
    return id;
@@ -126,7 +127,7 @@ void LinkWorker::forget( Id id ) {
 void LinkWorker::stop() {
    stopped_ = true;
    std::lock_guard const lock( mutex_ );
-   for ( auto const & [ place, change ] : queue_ ) {
+   for ( auto const & [ place, setting ] : queue_ ) {
       waiting_.erase( place.second );
    }
    queue_.clear();
@@ -155,24 +156,46 @@ void LinkWorker::work() noexcept {
          lock.lock();
          continue;
       }
-      auto const next = takeNext();
+      auto const batch = takeNext();
       lock.unlock();
       auto const begin = std::chrono::steady_clock::now();
-      auto const answer = execute( next.second );
-      bool const tookLong = std::chrono::steady_clock::now() - begin > longAfter_;
-      longInARow_ = tookLong ? longInARow_ + 1 : 0;
-      inbox_.put( [ this, id = next.first.second, answer ] { answered( id, answer ); } );
+      auto answers = execute( batch.settings );
+      took( answers.size(), std::chrono::steady_clock::now() - begin );
+      inbox_.put( [ this, ids = batch.ids, answers = std::move( answers ) ] {
+         for ( std::size_t i = 0; i < ids.size(); ++i ) {
+            answered( ids[ i ], answers[ i ] );
+         }
+      } );
       lock.lock();
-      if ( auto const & netNs = next.second.link.netNs; !netNss_.contains( netNs ) ) {
+      if ( auto const & netNs = batch.settings.front().link.netNs; !netNss_.contains( netNs ) ) {
          unchecked_.insert( netNs );
       }
    }
 }
 
-std::pair< LinkWorker::Place, LinkWorker::Change > LinkWorker::takeNext() {
+LinkWorker::Batch LinkWorker::takeNext() {
    bool const latest = longInARow_ > 0 && longInARow_ % 2 == 0;
-   auto node = queue_.extract( latest ? std::prev( queue_.end() ) : queue_.begin() );
-   return { node.key(), std::move( node.mapped() ) };
+   auto next = latest ? std::prev( queue_.end() ) : queue_.begin();
+   auto const netNs = next->second.link.netNs;
+   std::set< U32 > links;
+   Batch batch;
+   while ( next != queue_.end() && batch.ids.size() < atOnce_ && next->second.link.netNs == netNs &&
+           links.insert( next->second.link.ifIndex ).second ) {
+      batch.ids.push_back( next->first.second );
+      batch.settings.push_back( std::move( next->second ) );
+      next = queue_.erase( next );
+   }
+   return batch;
+}
+
+void LinkWorker::took( std::size_t changes, std::chrono::nanoseconds time ) {
+   if ( time > longAfter_ ) {
+      longInARow_ = changes == 1 ? longInARow_ + 1 : 0;
+      atOnce_ = 1;
+   } else {
+      longInARow_ = 0;
+      atOnce_ = time > longAfter_ / 2 ? atOnce_ : std::min( 2 * atOnce_, mostAtOnce );
+   }
 }
 
 // A socket that is open keeps a deleted namespace alive.
@@ -200,14 +223,18 @@ LinkSocket & LinkWorker::socketIn( std::string const & netNs ) {
    return sockets_.try_emplace( netNs, directories_.openNamed( netNs ), timeout ).first->second;
 }
 
-LinkWorker::Answer LinkWorker::execute( Change const & change ) {
+std::vector< LinkWorker::Answer >
+LinkWorker::execute( std::vector< LinkSetting > const & settings ) {
+   auto const all = [ & ]( Answer const & answer ) {
+      return std::vector< Answer >( settings.size(), answer );
+   };
    Quill::Expect const expected( Quill::ExceptionId::errnoFailure );
    try {
-      return { 0, "", socketIn( change.link.netNs ).stateIs( change.link, change.state ) };
+      return socketIn( settings.front().link.netNs ).statesAre( settings );
    } catch ( Quill::ErrnoException const & e ) {
-      return { e.number(), e.text(), false };
+      return all( { e.number(), e.text(), false } );
    } catch ( std::exception const & e ) {
-      return { EIO, e.what(), false };
+      return all( { EIO, e.what(), false } );
    }
 }
 

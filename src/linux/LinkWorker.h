@@ -2,7 +2,8 @@
 // table, and as long as others hold its lock for changes of the network (rtnl).
 //
 // The thread keeps a socket open in each namespace, so that no descriptor is needed when a link has to go
-// down. Changes are made one after the other, as the kernel would make them, the earliest deadline first. While each
+// down. Changes are made one after the other, as the kernel would make them, the earliest deadline first. While they
+// take little time, the kernel is asked for some of them at once; all of these have begun then. While each
 // takes long, the earliest and the latest come in turn: so one that is due now does not wait for hundreds that are
 // overdue, and makes none of these wait for more than twice as long.
 // All functions are for the loop's thread.
@@ -25,17 +26,17 @@ namespace Valen::Linux {
 class LinkWorker {
  public:
    // What became of a change.
-   struct Answer {
-      int error = 0;        // errno; 0 when the link is in the requested state
-      std::string why;      // of the error
-      bool changed = false; // it was in the other state before
-   };
+   using Answer = LinkResult;
    // Called on the loop.
    using Done = std::function< void( Answer const & answer ) >;
    using Id = U64;
 
+   // For how many changes the kernel is asked at once, at most.
+   static constexpr std::size_t mostAtOnce = 8;
+
    // `loop` must outlive this.
-   //   longAfter   how long a change may take without being one of those that take long
+   //   longAfter   how long what the kernel is asked for at once may take without being one of those that take
+   //               long
    explicit LinkWorker( EventLoop & loop, NetNsDirectories directories = NetNsDirectories(),
                         std::chrono::nanoseconds longAfter = std::chrono::milliseconds( 1 ) );
    ~LinkWorker(); // drops the changes that have not begun, waits for the one under way, and answers none
@@ -62,9 +63,10 @@ class LinkWorker {
 
  private:
    using Place = std::pair< Gantry::Time, Id >; // in the queue
-   struct Change {
-      LinkId link;
-      LinkState state = LinkState::down;
+   // Changes for which the kernel is asked at once: of different links in one namespace.
+   struct Batch {
+      std::vector< Id > ids;
+      std::vector< LinkSetting > settings;
    };
    struct Waiting {
       Place place;
@@ -78,10 +80,11 @@ class LinkWorker {
    void answered( Id id, Answer const & answer );
 
    // In the thread:
-   std::pair< Place, Change > takeNext();
+   Batch takeNext();
+   void took( std::size_t changes, std::chrono::nanoseconds time );
    void check( std::string const & netNs, bool wanted );
    LinkSocket & socketIn( std::string const & netNs );
-   Answer execute( Change const & change );
+   std::vector< Answer > execute( std::vector< LinkSetting > const & settings );
 
    NetNsDirectories const directories_;
    std::chrono::nanoseconds const longAfter_;
@@ -92,12 +95,13 @@ class LinkWorker {
 
    std::mutex mutable mutex_;
    std::condition_variable changed_; // signals a change of these, which the mutex guards
-   std::map< Place, Change > queue_;
+   std::map< Place, LinkSetting > queue_;
    std::set< std::string > netNss_;
    std::set< std::string > unchecked_; // namespaces that came, went or changed
    bool ending_ = false;
 
    std::map< std::string, LinkSocket > sockets_; // by namespace; the thread's
+   std::size_t atOnce_ = 1;                      // changes of the next batch, at most; the thread's
    unsigned longInARow_ = 0;                     // changes that took long; the thread's
    std::optional< std::thread > thread_;
 };

@@ -81,10 +81,54 @@ TEST_F( LinkSocketTest, AfterAnAnswerTheSocketIsGood ) {
    EXPECT_EQ( socket.state( link_ ), LinkState::down );
 }
 
+TEST_F( LinkSocketTest, WhatFailsWithOneLinkDoesNotEndTheOthers ) {
+   LinkSocket socket( netNs(), 10s );
+   EXPECT_EQ( errorOf( socket, LinkState::down ), 0 );
+   auto wrong = id( "et3" );
+   wrong.device = "et4";
+   std::vector< LinkSetting > const settings{ { id( "et2" ), LinkState::down },
+                                              { wrong, LinkState::down },
+                                              { link_, LinkState::down },
+                                              { id( "et3" ), LinkState::down } };
+   auto const results = socket.statesAre( settings );
+   ASSERT_EQ( results.size(), 4u );
+   EXPECT_TRUE( results[ 0 ].changed );
+   EXPECT_EQ( results[ 1 ].error, ENODEV );
+   EXPECT_FALSE( results[ 1 ].changed );
+   EXPECT_FALSE( results[ 2 ].changed ) << "it was down";
+   EXPECT_EQ( results[ 2 ].error, 0 );
+   EXPECT_TRUE( results[ 3 ].changed );
+   for ( auto const * const device : { "et1", "et2", "et3" } ) {
+      EXPECT_EQ( socket.state( id( device ) ), LinkState::down ) << device;
+   }
+}
+
+// The kernel refuses each, and says so of each.
+TEST_F( LinkSocketTest, EachLinkHasItsOwnError ) {
+   std::vector< LinkResult > results;
+   std::vector< LinkSetting > const settings{ { id( "et1" ), LinkState::down },
+                                              { id( "et2" ), LinkState::down } };
+   std::thread( [ & ] {
+      Valen::Test::suspendCapability( CAP_NET_ADMIN );
+      LinkSocket socket( netNs(), 10s );
+      results = socket.statesAre( settings );
+   } ).join();
+   ASSERT_EQ( results.size(), 2u );
+   for ( std::size_t i = 0; i < 2; ++i ) {
+      EXPECT_EQ( results[ i ].error, EPERM );
+      EXPECT_EQ( results[ i ].why,
+                 "cannot set down " + settings[ i ].link.text() + ": Operation not permitted" );
+   }
+}
+
 TEST_F( LinkSocketTest, WithoutAnAnswerTheSocketIsBroken ) {
    LinkSocket socket( netNs(), 50ms );
    answersAreLost( opened() );
-   EXPECT_EQ( errorOf( socket, LinkState::down ), ETIMEDOUT );
+   std::vector< LinkSetting > const settings{ { id( "et1" ), LinkState::down },
+                                              { id( "et2" ), LinkState::down } };
+   for ( auto const & result : socket.statesAre( settings ) ) {
+      EXPECT_EQ( result.error, ETIMEDOUT );
+   }
    EXPECT_TRUE( socket.broken() );
 }
 

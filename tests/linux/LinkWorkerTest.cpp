@@ -194,6 +194,30 @@ TEST_F( LinkWorkerTest, TheEarliestAndTheLatestDeadlineComeInTurnWhileChangesTak
                                       "et3 down changed", "et2 up changed" ) );
 }
 
+// The kernel is asked for several changes at once, but not for two of one link: each finds what the one before it made.
+TEST_F( LinkWorkerTest, ManyChangesThatTakeLittleTimeAreMadeInTheirOrder ) {
+   worker_.emplace( loop_, NetNsDirectories(), 1h );
+   Valen::Test::BusyKernel kernel;
+   auto const et1 = id( "et1" );
+   auto const et2 = id( "et2" );
+   kernel.beBusy();
+   auto const first = request( et1, LinkState::down );
+   ASSERT_TRUE( turnUntil( [ & ] { return worker_->begun( first ); } ) );
+   std::vector< std::string > expected{ "et1 down changed" };
+   for ( int i = 0; i < 10; ++i ) {
+      for ( auto const state : { LinkState::down, LinkState::up } ) {
+         request( et2, state );
+         request( et1, state );
+         std::string const what = state == LinkState::up ? " up changed" : " down changed";
+         expected.push_back( "et2" + what );
+         expected.push_back( i == 0 && state == LinkState::down ? "et1 down" : "et1" + what );
+      }
+   }
+   EXPECT_TRUE( kernel.busy() );
+   ASSERT_TRUE( answered( expected.size() ) );
+   EXPECT_EQ( answers, expected );
+}
+
 TEST_F( BusyKernelTest, AChangeCanBeWithdrawnUntilItHasBegunAndItsAnswerForgottenAfterThat ) {
    auto const second = request( et_[ 1 ], LinkState::down );
    EXPECT_FALSE( worker_->begun( second ) );
