@@ -147,6 +147,9 @@ void LinkMethods::shutdown( Call const & call, std::string const & interface, Te
    auto const came = cameTo( interface );
    controller_.shutdown( interface, requestOf( call, reason, delayMs ),
                          [ this, call, came ]( ShutdownStep step, ShutdownRecord const & record ) {
+                            if ( !call->open() ) {
+                               return; // answered before
+                            }
                             if ( call->more() && !isLast( step ) ) {
                                call->replyContinues( stepJson( step, record, came ) );
                             } else if ( step != ShutdownStep::sent ) {
