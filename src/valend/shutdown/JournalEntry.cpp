@@ -106,7 +106,10 @@ JournalEntry JournalEntry::fromJson( Json const & json ) {
 
 std::string lineOf( JournalEntry const & entry ) {
    auto const text = JsonText::of( entry );
-   return checksum( text ) + " " + text;
+   std::string line;
+   line.reserve( checksumDigits + 1 + text.size() + 1 ); // the caller ends the line
+   ( ( line += checksum( text ) ) += ' ' ) += text;
+   return line;
 }
 
 std::optional< JournalEntry > entryIn( std::string_view line ) {
