@@ -12,6 +12,36 @@ namespace {
 
 enum Type : U16 { deviceId = 1, portId = 3 };
 
+// The bytes that a value has at least, of types whose values are numbers.
+std::size_t leastBytes( U16 type ) {
+   enum NumberType : U16 {
+      capabilities = 4,
+      nativeVlan = 10,
+      duplex = 11,
+      voiceVlanQuery = 15,
+      power = 16,
+      mtu = 17,
+      trust = 18,
+      untrustedPriority = 19,
+   };
+   switch ( type ) {
+   case capabilities:
+   case mtu:
+      return 4;
+   case voiceVlanQuery: // a byte before the VLAN
+      return 3;
+   case nativeVlan:
+   case power:
+      return 2;
+   case duplex:
+   case trust:
+   case untrustedPriority:
+      return 1;
+   default:
+      return 0;
+   }
+}
+
 // What a message of an odd number of bytes ends with in its checksum. Receivers expect the first; the others
 // are those of senders that are not exact, or follow RFC 1071.
 enum class OddByte { signedWord, word, padded };
@@ -46,7 +76,7 @@ std::string speakerOf( Reader & message ) {
    while ( !message.atEnd() ) {
       auto const type = message.u16();
       std::size_t const length = message.u16();
-      require( length >= headBytes, Reason::badLength );
+      require( length >= headBytes + leastBytes( type ), Reason::badLength );
       auto value = message.part( length - headBytes, Reason::tlvBeyondEnd );
       auto const text = value.bytes( value.left() );
       if ( type == deviceId ) {

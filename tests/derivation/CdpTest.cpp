@@ -64,6 +64,21 @@ TEST( CdpTest, AnOddLastByteIsAWord ) {
    }
 }
 
+TEST( CdpTest, ANumberThatIsCutOffIsRefused ) {
+   struct Case {
+      std::size_t type, bytes;
+   };
+   for ( auto const & [ type, bytes ] :
+         { Case{ 4, 4 }, Case{ 10, 2 }, Case{ 11, 1 }, Case{ 15, 3 }, Case{ 16, 2 }, Case{ 17, 4 },
+           Case{ 18, 1 }, Case{ 19, 1 } } ) {
+      auto const with = [ number = type ]( std::size_t count ) {
+         return even( "02b4", device + port + tlv( number, std::string( count, '\1' ) ) );
+      };
+      EXPECT_EQ( heardOf( with( bytes ) ).says, "ttl 180" ) << type;
+      EXPECT_EQ( refusalOf( with( bytes - 1 ) ), "cdp: a length is wrong" ) << type;
+   }
+}
+
 TEST( CdpTest, WrongMessagesAreRefused ) {
    std::string const missing = "cdp: a TLV is missing, or in the wrong place";
    EXPECT_EQ( refusalOf( even( "03b4", device + tlv( 3, "E1" ) ) ), "cdp: the version is unknown" );
