@@ -5,6 +5,7 @@ import subprocess
 
 import network
 import programs
+from waiting import wait_until
 
 VRRP = """vrrp_instance v{router}_{version}_{device} {{
    interface {device}
@@ -87,7 +88,16 @@ class Daemon:
         self._ending = True
         self._due = 0.0 if self._choice.randrange(2) else self._due
         os.killpg(self.process.pid, signal.SIGKILL)
+        self.process.wait()
+        wait_until("its other processes are gone", self._is_gone)  # else it would not start again
         return "kills"
+
+    def _is_gone(self):
+        try:
+            os.killpg(self.process.pid, 0)
+        except ProcessLookupError:
+            return True
+        return False
 
     def _change(self):
         self.configure()
