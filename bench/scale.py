@@ -86,16 +86,16 @@ class Flags:
         request = struct.pack("16sH14x", device.encode(), 0)
         return struct.unpack("16xH14x", fcntl.ioctl(self.socket, 0x8913, request))[0] & 1  # SIOCGIFFLAGS
 
-    def wait_until_down(self, names, seconds=120.0):
-        """Returns when all are down. Looks every half of a millisecond, at one that was up, to take little
-        of the time of what is measured."""
+    def wait_until_down(self, names, seconds=120.0, pause=0.0005):
+        """Returns when all are down. Looks at one that was up, and then waits for `pause` seconds, to take little of
+        the time of what is measured."""
         rest = list(names)
         end = time.monotonic() + seconds
         while rest:
             if self.up(rest[-1]):
                 if time.monotonic() > end:
                     sys.exit(f"timed out: {rest[-1]} is not down")
-                time.sleep(0.0005)
+                time.sleep(pause)
             else:
                 rest.pop()
 

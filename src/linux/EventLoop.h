@@ -93,6 +93,7 @@ class EventLoop {
    void timerIs( std::optional< Gantry::Time > deadline );
    void timerExpired();
    std::span< epoll_event const > wait( Events & events, int timeoutMs );
+   void runDue();
    Timers runTimers();
    void readWaiting();
    void dispatch( U64 data, U32 events );
@@ -106,7 +107,8 @@ class EventLoop {
    std::unordered_map< int, std::shared_ptr< Source > > sources_;
    std::map< int, Work > signalWork_;
    Gantry::WorkQueue work_;
-   std::optional< Gantry::Time > armedFor_; // the setting of the kernel's timer
+   Gantry::Time readAt_ = Gantry::Time::min(); // what waited then was read
+   std::optional< Gantry::Time > armedFor_;    // the setting of the kernel's timer
    bool timerFailed_ = false; // it could not be set: turns wait no longer than the next deadline
    U64 turns_ = 0;
    U64 timerSettings_ = 0;

@@ -302,6 +302,39 @@ TEST_F( EventLoopTest, ADueTimerWaitsForOneCallbackOnly ) {
    EXPECT_THAT( told_, ElementsAre( "ready", "timer", "ready", "timer" ) );
 }
 
+TEST_F( EventLoopTest, WhatATimerPostsDoesNotWaitForAllThatAreDueAtTheSameMoment ) {
+   std::vector< std::unique_ptr< Gantry::Timer > > timers;
+   for ( int i = 0; i < 100; ++i ) {
+      timers.push_back( std::make_unique< Gantry::Timer >( loop_.scheduler(), "timer", [ & ] {
+         told_.push_back( "timer" );
+         loop_.post( [ & ] { told_.push_back( "posted" ); } );
+      } ) );
+      timers.back()->start( 1ms );
+   }
+   while ( told_.size() < 200 ) {
+      loop_.turn( 1s );
+   }
+   auto const posted = std::find( told_.begin(), told_.end(), "posted" );
+   EXPECT_LT( std::count( told_.begin(), posted, "timer" ), 50 );
+}
+
+TEST_F( EventLoopTest, AllTimersThatAreDueRunInTheTurn ) {
+   std::vector< std::unique_ptr< Gantry::Timer > > timers;
+   for ( int i = 0; i < 100; ++i ) {
+      timers.push_back( std::make_unique< Gantry::Timer >(
+         loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } ) );
+      timers.back()->start( 1ms );
+   }
+   Pipe pipe;
+   pipe.poke();
+   loop_.descriptorIs( pipe.near.get(), EPOLLIN, "busy",
+                       [ & ]( U32 ) { told_.push_back( "busy" ); } );
+   std::this_thread::sleep_for( 2ms );
+   loop_.turn( 1s );
+   EXPECT_EQ( std::count( told_.begin(), told_.end(), "timer" ), 100 );
+   EXPECT_LT( told_.size(), 105u );
+}
+
 // The process was stopped, say: what came in meanwhile may have come before the timer was due.
 TEST_F( EventLoopTest, ALateTimerRunsAfterWhatWaits ) {
    Gantry::Timer timer( loop_.scheduler(), "timer", [ & ] { told_.push_back( "timer" ); } );

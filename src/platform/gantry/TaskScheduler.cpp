@@ -42,12 +42,12 @@ std::optional< Time > TaskScheduler::nextDeadline() const noexcept {
    return heap_.empty() ? std::nullopt : std::optional( heap_.front()->deadline_ );
 }
 
-U32 TaskScheduler::runDue() {
+U32 TaskScheduler::runDue( U32 most ) {
    Quill::Ptr< TaskScheduler > const self( this );
    auto const until = now();
    auto const outer = std::exchange( earliest_, until + Time( 1 ) );
    U32 ran = 0;
-   while ( !heap_.empty() && heap_.front()->deadline_ <= until ) {
+   while ( ran < most && !heap_.empty() && heap_.front()->deadline_ <= until ) {
       Quill::Ptr< TimerTask > const task( heap_.front() );
       disarm( *task );
       task->run();

@@ -7,6 +7,7 @@
 #include "platform/quill/Attributes.h"
 
 #include <chrono>
+#include <limits>
 #include <optional>
 #include <vector>
 
@@ -42,8 +43,8 @@ class TaskScheduler : public Quill::PtrInterface {
    std::optional< Time > nextDeadline() const noexcept;
    // Runs every task whose deadline is not after the clock's time at the call, by deadline, then by
    // priority. A task armed meanwhile is due after that time, so a task that arms itself without
-   // delay cannot block the loop. Returns how many ran.
-   U32 runDue();
+   // delay cannot block the loop. Returns how many ran: `most`, if there were more.
+   U32 runDue( U32 most = std::numeric_limits< U32 >::max() );
    U32 armedTasks() const noexcept { return static_cast< U32 >( heap_.size() ); }
 
  protected:
