@@ -9,9 +9,9 @@ namespace Settings {
 
 namespace {
 
-constexpr std::string_view delayKey = "config:delay";
-constexpr std::string_view vrfKey = "config:vrf:";
-constexpr std::string_view interfaceKey = "config:interface:";
+constexpr std::string_view delayName = "config:delay";
+constexpr std::string_view vrfPrefix = "config:vrf:";
+constexpr std::string_view interfacePrefix = "config:interface:";
 constexpr std::size_t maxListValues = 100; // of a field
 
 // The name in `key`, after `head`.
@@ -31,15 +31,15 @@ class EntityReader : private ItemReader {
       auto const node = nodeOf( fields );
       if ( errorCount() != 0 ) { // with more than it may have, it is not looked at
          entity.kind = kindOf( key );
-      } else if ( key == delayKey ) {
+      } else if ( key == delayName ) {
          readDelay( node, entity );
-      } else if ( key.starts_with( vrfKey ) ) {
-         readVrf( node, nameAfter( vrfKey, key ), entity );
-      } else if ( key.starts_with( interfaceKey ) ) {
-         readInterface( node, nameAfter( interfaceKey, key ), entity );
+      } else if ( key.starts_with( vrfPrefix ) ) {
+         readVrf( node, nameAfter( vrfPrefix, key ), entity );
+      } else if ( key.starts_with( interfacePrefix ) ) {
+         readInterface( node, nameAfter( interfacePrefix, key ), entity );
       } else {
-         error( node, "unknown key; expected " + std::string( delayKey ) + ", " +
-                         std::string( vrfKey ) + "NAME or " + std::string( interfaceKey ) +
+         error( node, "unknown key; expected " + std::string( delayName ) + ", " +
+                         std::string( vrfPrefix ) + "NAME or " + std::string( interfacePrefix ) +
                          "NAME" );
       }
       for ( auto const & wrong : listedErrors() ) {
@@ -50,9 +50,9 @@ class EntityReader : private ItemReader {
 
  private:
    static Entity::Kind kindOf( std::string const & key ) {
-      return key == delayKey                      ? Entity::Kind::delay
-             : key.starts_with( vrfKey )       ? Entity::Kind::vrf
-             : key.starts_with( interfaceKey ) ? Entity::Kind::interface
+      return key == delayName                      ? Entity::Kind::delay
+             : key.starts_with( vrfPrefix )       ? Entity::Kind::vrf
+             : key.starts_with( interfacePrefix ) ? Entity::Kind::interface
                                                : Entity::Kind::unknown;
    }
 

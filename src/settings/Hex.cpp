@@ -6,7 +6,7 @@ namespace Settings {
 
 namespace {
 
-int digit( char character ) {
+int hexDigit( char character ) {
    if ( character >= '0' && character <= '9' ) {
       return character - '0';
    }
@@ -37,7 +37,7 @@ std::string frameFromHex( std::string_view text ) {
       if ( separates( text[ i ] ) ) {
          continue;
       }
-      auto const value = digit( text[ i ] );
+      auto const value = hexDigit( text[ i ] );
       if ( value < 0 ) {
          throw HexError( shown( text[ i ] ) + " at character " + std::to_string( i + 1 ) +
                          " of the frame; expected hexadecimal digits" );

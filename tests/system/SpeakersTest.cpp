@@ -52,8 +52,8 @@ class SpeakersTest : public RunningDaemonTest {
    static constexpr char const * who = "chassis 02:00:00:00:00:01, port eth1";
 
    // Ethernet1 learns everything, Ethernet2 router advertisements only.
-   void startLearning( int delayMs ) {
-      start( "shutdown-delay-ms: " + std::to_string( delayMs ) +
+   void startLearning( int delay ) {
+      start( "shutdown-delay-ms: " + std::to_string( delay ) +
              "\ngoodbyes: learned\nvrfs: [{name: red, namespace: " + red_->text() +
              "}]\n"
              "interfaces:\n"

@@ -7,9 +7,9 @@ namespace Valend {
 
 namespace {
 
-constexpr std::chrono::milliseconds flushInterval{ 2 }; // how often to look again
+constexpr std::chrono::milliseconds lookInterval{ 2 }; // how often to look again
 
-Quill::FaultSource faultSource( char const * event ) {
+Quill::FaultSource goodbyeFault( char const * event ) {
    return { typeid( Goodbye ), "Goodbye", typeid( void ), event };
 }
 
@@ -29,7 +29,7 @@ template < class Work > void Goodbye::guard( Work const & work ) {
       work();
    } catch ( ... ) {
       auto const why = Quill::exceptionText();
-      Quill::reportFault( faultSource( "goodbye" ), record_.interface );
+      Quill::reportFault( goodbyeFault( "goodbye" ), record_.interface );
       end( why );
    }
 }
@@ -57,7 +57,7 @@ void Goodbye::send() {
 void Goodbye::flush() {
    auto const bytes = surroundings_.port.outstandingBytes( record_.place );
    if ( bytes && surroundings_.scheduler->now() < deadline_ ) {
-      return timer_.start( flushInterval );
+      return timer_.start( lookInterval );
    }
    record_.unflushedBytes = bytes;
    end( "" );
@@ -73,7 +73,7 @@ void Goodbye::end( std::string const & why ) {
       surroundings_.scheduler->now() - requestedAt_ );
    timer_.stop();
    auto const name = [ & ] { return record_.interface; };
-   Quill::underFaultBoundary( faultSource( "ended" ), name,
+   Quill::underFaultBoundary( goodbyeFault( "ended" ), name,
                               [ & ] { surroundings_.ended( *this ); } );
    observers_.tell( ShutdownStep::ended, record_ );
 }
