@@ -227,7 +227,7 @@ class ExpiryTest : public CrashTest {
          << daemon_->err();
       EXPECT_EQ( lastRecord()[ "ending" ], "expired" );
       EXPECT_THAT( lastRecord()[ "why" ].dump(), HasSubstr( why ) );
-      EXPECT_THAT( daemon_->err(), HasSubstr( "expired; link left unchanged" ) );
+      EXPECT_TRUE( logged( "expired; link left unchanged" ) ) << daemon_->err();
       EXPECT_FALSE( interface().value( "shuttingDown", true ) );
       EXPECT_TRUE( linkUp() );
       // It is over for the next start as well.
@@ -262,8 +262,7 @@ TEST_F( CrashTest, StartReloadStopAndRestartSendNothingAndChangeNoLink ) {
    start();
    ASSERT_TRUE( becomesReady() );
    daemon_->signal( SIGHUP );
-   ASSERT_TRUE(
-      eventually( [ & ] { return daemon_->err().find( "reloaded: " ) != std::string::npos; } ) );
+   ASSERT_TRUE( logged( "reloaded: " ) );
    daemon_->signal( SIGTERM );
    EXPECT_EQ( daemon_->wait(), 0 );
    start();
@@ -284,8 +283,8 @@ TEST_F( CrashTest, ALinkSetDownOutsideValendIsShownAndRecorded ) {
    machine_->ip( "link set et1 down" );
    ASSERT_TRUE( eventually( [ & ] { return interface().value( "withoutGoodbye", false ); } ) );
    EXPECT_EQ( lastRecord()[ "ending" ], "went-down" );
-   EXPECT_THAT( daemon_->err(),
-                HasSubstr( "Ethernet1: link set down outside valend; no goodbye frames sent\n" ) );
+   EXPECT_TRUE( logged( "Ethernet1: link set down outside valend; no goodbye frames sent\n" ) )
+      << daemon_->err();
    ASSERT_EQ( ctl( { "enable", "Ethernet1" } ).status, 0 );
    EXPECT_FALSE( interface().value( "withoutGoodbye", true ) );
    ASSERT_EQ( ctl( { "shutdown", "Ethernet1", "--wait" } ).status, 0 );
@@ -329,7 +328,7 @@ TEST_F( CrashTest, WithoutAStateDirectoryShutdownsWorkAndTheConditionIsShown ) {
    start();
    ASSERT_TRUE( becomesReady() );
    auto const why = "cannot open " + *work_ / "state" + ": Not a directory" + lostOnRestart;
-   EXPECT_THAT( daemon_->err(), HasSubstr( "journal: " + why ) );
+   EXPECT_TRUE( logged( "journal: " + why ) ) << daemon_->err();
    EXPECT_EQ( Json::parse( ctl( { "status", "--json" } ).out )[ "conditions" ][ 0 ][ "text" ],
               why );
    Capture far( *neighbors_, "far1" );

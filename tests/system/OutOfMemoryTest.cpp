@@ -36,15 +36,15 @@ TEST_F( OutOfMemorySystemTest, TheProcessEndsAndTheNextOneResumesTheShutdown ) {
    }
    ASSERT_TRUE( eventually( [ & ] { return !daemon_->running(); }, std::chrono::seconds( 5 ) ) );
    EXPECT_EQ( daemon_->wait(), 71 );
-   EXPECT_THAT( daemon_->err(),
-                HasSubstr( "valend: out of memory, exiting; shutdowns in progress are resumed at "
-                           "the next start\n" ) );
+   EXPECT_TRUE( logged( "valend: out of memory, exiting; shutdowns in progress are resumed at "
+                        "the next start\n" ) )
+      << daemon_->err();
    EXPECT_TRUE( linkUp( *machine_, "et1" ) );
    launch();
    ASSERT_TRUE(
       eventually( [ & ] { return interface( "Ethernet1" ).value( "shuttingDown", false ); } ) )
       << daemon_->err();
-   EXPECT_THAT( daemon_->err(), HasSubstr( "resuming 1 shutdown from the previous run\n" ) );
+   EXPECT_TRUE( logged( "resuming 1 shutdown from the previous run\n" ) ) << daemon_->err();
    ASSERT_EQ( ctl( { "enable", "Ethernet1" } ).status, 0 );
    EXPECT_EQ( lastRecord( "Ethernet1" )[ "ending" ], "aborted" );
    EXPECT_TRUE( lastRecord( "Ethernet1" )[ "resumed" ] );

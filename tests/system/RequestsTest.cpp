@@ -38,7 +38,7 @@ TEST_F( RequestsTest, AGoodbyeSendsTheFramesAndTheLinkStaysUp ) {
    EXPECT_EQ( record[ "ending" ], "goodbye" );
    EXPECT_EQ( record[ "reason" ], "ports move" );
    EXPECT_FALSE( interface( "Ethernet1" ).value( "delayed", true ) );
-   EXPECT_THAT( daemon_->err(), HasSubstr( "Ethernet1: goodbye by root" ) );
+   EXPECT_TRUE( logged( "Ethernet1: goodbye by root" ) ) << daemon_->err();
    EXPECT_THAT( ctl( { "metrics" } ).out, HasSubstr( "\nvalen_goodbyes_total 1\n" ) );
 }
 
@@ -115,10 +115,11 @@ TEST_F( StopTest, WhatBecomesOfAShutdownInProgressIsSaid ) {
    ASSERT_EQ( ctl( { "shutdown", "Ethernet1" } ).status, 0 );
    daemon_->signal( SIGTERM );
    EXPECT_EQ( daemon_->wait(), 0 );
-   EXPECT_THAT( daemon_->err(),
-                HasSubstr( "Ethernet1: shutdown by root in progress, link held for another " ) );
-   EXPECT_THAT( daemon_->err(), HasSubstr( " ms; resumed when valend starts, unless that is more "
-                                           "than 10 s after its delay\n" ) );
+   EXPECT_TRUE( logged( "Ethernet1: shutdown by root in progress, link held for another " ) )
+      << daemon_->err();
+   EXPECT_TRUE( logged( " ms; resumed when valend starts, unless that is more "
+                        "than 10 s after its delay\n" ) )
+      << daemon_->err();
    EXPECT_EQ( manager.received(), "READY=1" );
    EXPECT_EQ( manager.received(), "STOPPING=1\nSTATUS=Exiting; links left unchanged, 1 shutdown in "
                                   "progress" );

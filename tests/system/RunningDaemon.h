@@ -110,6 +110,11 @@ class RunningDaemonTest : public NetworkTest {
                    .c_str() ) == 0;
    }
 
+   // Whether valend logs the text, or has. A thread writes the log: it may be later than an answer.
+   bool logged( std::string const & text ) const {
+      return eventually( [ & ] { return daemon_->err().find( text ) != std::string::npos; } );
+   }
+
    template < class Condition >
    static bool eventually( Condition const & condition,
                            std::chrono::milliseconds timeout = std::chrono::seconds( 30 ) ) {

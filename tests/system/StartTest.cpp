@@ -94,8 +94,7 @@ TEST_F( UmaskTest, DirectoriesHaveTheirPermissionsWhateverTheUmask ) {
                                                 "--state-directory", *work_ / "lib/valen" },
                     *work_ / "daemon", &*machine_ );
    ::umask( before );
-   EXPECT_TRUE(
-      eventually( [ & ] { return daemon_->err().find( "ready: " ) != std::string::npos; } ) );
+   EXPECT_TRUE( logged( "ready: " ) );
    EXPECT_EQ( mode( "run" ), 0755u );
    EXPECT_EQ( mode( "run/valen" ), 0755u );
    EXPECT_EQ( mode( "lib" ), 0755u );
