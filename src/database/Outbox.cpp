@@ -114,9 +114,8 @@ void Outbox::write( Entries::value_type & entry ) {
       }
    }
    runTogether( connection_, commands,
-                [ this, name = name, version = value.version ]( std::string const & error ) {
-                   written( name, version, error );
-                } );
+                [ this, name = name, version = value.version ](
+                   std::string const & error, auto const & ) { written( name, version, error ); } );
 }
 
 void Outbox::written( std::string const & name, U64 version, std::string const & error ) {

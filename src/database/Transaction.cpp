@@ -20,8 +20,9 @@ std::string errorIn( Reply const & reply ) {
 
 } // namespace
 
-void runTogether( Connection & connection, std::vector< Command > const & commands,
-                  std::function< void( std::string const & error ) > done ) {
+void runTogether(
+   Connection & connection, std::vector< Command > const & commands,
+   std::function< void( std::string const & error, std::vector< Reply > const & replies ) > done ) {
    // The first error is the reason of the others.
    auto const error = std::make_shared< std::string >();
    auto const queued = [ error ]( Reply const & reply ) {
@@ -35,7 +36,7 @@ void runTogether( Connection & connection, std::vector< Command > const & comman
    }
    connection.command( { "EXEC" }, [ error, done = std::move( done ) ]( Reply const & reply ) {
       if ( !reply.lost() ) {
-         done( error->empty() ? errorIn( reply ) : *error );
+         done( error->empty() ? errorIn( reply ) : *error, reply.items );
       }
    } );
 }

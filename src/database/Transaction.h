@@ -17,8 +17,10 @@ constexpr std::chrono::milliseconds lastRetry{ 800 };
 
 using Command = std::vector< std::string_view >;
 
-// Calls `done` once with what the server refused, empty if it ran all; or not, if the connection is lost.
-void runTogether( Connection & connection, std::vector< Command > const & commands,
-                  std::function< void( std::string const & error ) > done );
+// Calls `done` once with what the server refused, empty if it ran all, and then with its reply to each command; or not,
+// if the connection is lost.
+void runTogether(
+   Connection & connection, std::vector< Command > const & commands,
+   std::function< void( std::string const & error, std::vector< Reply > const & replies ) > done );
 
 } // namespace Database

@@ -351,7 +351,8 @@ class Test:
         present = rig.hashes(client, f"{PREFIX}:config:*") | rig.hashes(client, f"{PREFIX}:frames:*")
         for key in rejected:
             if f"{PREFIX}:{key}" not in present:
-                self.problem(f"rejected, but does not exist: {key}")
+                told = client.hgetall(f"{PREFIX}:rejected:{key}")
+                self.problem(f"rejected, but does not exist: {key} (type {client.type(f'{PREFIX}:{key}')}): {told}")
         wrong = [key for key, fields in present.items() if is_wrong(key[len(PREFIX) + 1:], fields)]
         for key in wrong:
             if key[len(PREFIX) + 1:] not in rejected:

@@ -16,7 +16,6 @@ Alive::Alive( Quill::Ptr< Gantry::TaskScheduler > scheduler, Database::Connectio
 
 void Alive::up() {
    written_.clear();
-   wasMissing_ = false; // everything is read and written anyway
    addHost();
    renew();
 }
@@ -50,7 +49,6 @@ void Alive::renew() {
 }
 
 void Alive::renewed( bool exists ) {
-   wasMissing_ = wasMissing_ || ( !exists && !written_.empty() );
    auto const fields = fields_();
    if ( !exists || fields != written_ ) {
       write( fields );
@@ -65,11 +63,14 @@ void Alive::write( Database::Fields const & fields ) {
       set.insert( set.end(), { name, value } );
    }
    Database::runTogether( connection_, { { "DEL", key_ }, set, { "PEXPIRE", key_, expiresMs } },
-                          [ this, fields ]( std::string const & error ) {
+                          [ this, fields ]( std::string const & error,
+                                            std::vector< Database::Reply > const & replies ) {
                              written_ = error.empty() ? fields : Database::Fields();
                              outcome( error.empty() ? error : key_ + ": " + error );
-                             // Not before: a server that is emptied once more is noticed again.
-                             if ( error.empty() && std::exchange( wasMissing_, false ) ) {
+                             // A server that is emptied once more is noticed again: the sign of life is there now.
+                             bool const deletedNone = error.empty() && replies.front().number == 0;
+                             if ( error.empty() && std::exchange( wasWritten_, true ) &&
+                                  deletedNone ) {
                                 addHost();
                                 missing_();
                              }

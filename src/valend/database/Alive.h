@@ -20,7 +20,8 @@ class Alive {
 
    // `connection` must outlive this. Its owner calls up() and lost() at its events.
    //   fields    of the hash, as they are now
-   //   missing   the sign of life was, and is written again: what else the server has is unknown
+   //   missing   the sign of life was, and is written again: what else the server has is unknown. Also called when the
+   //             server was emptied between a look and the writing, or while the connection was lost
    Alive( Quill::Ptr< Gantry::TaskScheduler > scheduler, Database::Connection & connection,
           std::string const & prefix, std::function< Database::Fields() > fields,
           std::function< void() > missing, Problem problem );
@@ -43,7 +44,8 @@ class Alive {
    Problem const problem_;
    std::string why_;          // as last reported
    Database::Fields written_; // that the server has, unless they have expired
-   bool wasMissing_ = false;  // and is not written again yet
+   bool wasWritten_ =
+      false; // to a server that has it since, unless that was emptied or it has expired
    Gantry::Timer period_;
 };
 
